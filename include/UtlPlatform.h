@@ -1,0 +1,34 @@
+#pragma once
+
+/// Marks what the library exports; everything else stays inside it.
+#define UTL_API [[gnu::visibility("default")]]
+
+/// Code pages of the replaceable converter. The library itself only ever asks for UTF-8.
+enum EN_KCP { EN_KCP_UTF8 = 32 };
+
+extern "C" {
+
+/// Sink for log lines of level 1 to 3. The library always passes channel 3 and the length of `text` without
+/// its terminator. The built-in sink drops the text; a program or another library replaces it by defining a
+/// function of this name. It is called under the log's output lock, so it must not log itself into a
+/// dead end: it may be entered from any thread, one thread at a time.
+UTL_API void BinaryLogWrite(int channel, const void* text, unsigned int bytes);
+
+/// Converts text of the code page to wide characters. `dstCount` counts wide characters, `srcBytes` bytes;
+/// gives the number of wide characters written, 0 on failure. Replaceable like `BinaryLogWrite`. The built-in
+/// converter is strict UTF-8, fails where the room given is too small, and never cuts.
+UTL_API int jk_mbtowc(wchar_t* dst, unsigned int dstCount, char const* src, unsigned int srcBytes,
+                      EN_KCP codePage);
+
+/// Converts wide text to the code page. `dstBytes` counts bytes, `srcCount` wide characters; gives the number
+/// of bytes written, 0 on failure. Replaceable like `BinaryLogWrite`.
+UTL_API int jk_wctomb(char* dst, unsigned int dstBytes, wchar_t const* src, int srcCount, EN_KCP codePage);
+}
+
+namespace utl {
+
+/// All bits set: the failure result of every function that gives a size or an offset, and, as a length
+/// argument, "to the end".
+inline constexpr unsigned int INVALID_SIZE = ~0U;
+
+}  // namespace utl

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <pthread.h>
+
+#include "UtlPlatform.h"
+
+namespace utl {
+
+/// Interface of a lock, for `SyncGuard`. The operations are `const`, so that a lock can guard a `const`
+/// member function.
+class UTL_API SyncObjectBase {
+  public:
+    SyncObjectBase() = default;
+    SyncObjectBase(SyncObjectBase const&) = delete;
+    SyncObjectBase& operator=(SyncObjectBase const&) = delete;
+    virtual ~SyncObjectBase() = default;
+
+    virtual int lock() const = 0;
+    virtual bool tryLock() const = 0;
+    virtual int unlock() const = 0;
+};
+
+/// Recursive mutex; *internally locked*, since it is the lock. The thread that holds it may take it again and
+/// gives it back as many times. Destroying a held lock is the caller's mistake and goes unnoticed.
+class UTL_API SyncObject final : public SyncObjectBase {
+  public:
+    SyncObject();
+    ~SyncObject() override;
+
+    /// Blocks until the calling thread holds the lock. Gives what POSIX gave, 0 for success.
+    int lock() const override { return pthread_mutex_lock(&mMutex); }
+
+    /// True if the calling thread now holds the lock once more; never blocks.
+    bool tryLock() const override { return pthread_mutex_trylock(&mMutex) == 0; }
+
+    /// Gives back one hold of the calling thread. Gives what POSIX gave, 0 for success.
+    int unlock() const override { return pthread_mutex_unlock(&mMutex); }
+
+  private:
+    mutable pthread_mutex_t mMutex;
+};
+
+/// Holds a lock from its construction to the end of its scope; *one owner thread*.
+class [[nodiscard]] UTL_API SyncGuard {
+  public:
+    explicit SyncGuard(SyncObjectBase const& syncObject) : mSyncObject(syncObject) { mSyncObject.lock(); }
+    virtual ~SyncGuard() { mSyncObject.unlock(); }
+    SyncGuard(SyncGuard const&) = delete;
+    SyncGuard& operator=(SyncGuard const&) = delete;
+
+  private:
+    SyncObjectBase const& mSyncObject;
+};
+
+}  // namespace utl

@@ -1,0 +1,131 @@
+#include "TestHooks.h"
+
+#include <link.h>
+#include <sys/resource.h>
+
+#include <cstdint>
+#include <cstring>
+
+namespace utltest {
+
+namespace {
+
+struct CodeRange {
+    std::uintptr_t begin = 0;
+    std::uintptr_t end = 0;
+};
+
+int findLibrary(dl_phdr_info* info, size_t, void* out) {
+    if (info->dlpi_name == nullptr || std::strstr(info->dlpi_name, "libutl.so") == nullptr) {
+        return 0;
+    }
+    for (int i = 0; i < info->dlpi_phnum; ++i) {
+        ElfW(Phdr) const& header = info->dlpi_phdr[i];
+        if (header.p_type == PT_LOAD && (header.p_flags & PF_X) != 0) {
+            auto* range = static_cast<CodeRange*>(out);
+            range->begin = static_cast<std::uintptr_t>(info->dlpi_addr + header.p_vaddr);
+            range->end = range->begin + static_cast<std::uintptr_t>(header.p_memsz);
+        }
+    }
+    return 1;
+}
+
+// Found once, before main and while the process has one thread; calls that come earlier are the loader's or
+// the library's own start-up and go to the system.
+CodeRange gLibrary;
+
+struct LibraryFinder {
+    LibraryFinder() { dl_iterate_phdr(findLibrary, &gLibrary); }
+} const gFinder;
+
+}  // namespace
+
+bool isLibraryCode(void const* address) {
+    auto const place = reinterpret_cast<std::uintptr_t>(address);
+    return place >= gLibrary.begin && place < gLibrary.end;
+}
+
+// With 64-bit time on a 32-bit machine the C library's functions have names of their own.
+constexpr bool HAS_TIME64_NAMES = sizeof(void*) == 4 && sizeof(time_t) == 8;
+
+constexpr char const* timeName(char const* plain, char const* wide) {
+    return HAS_TIME64_NAMES ? wide : plain;
+}
+
+namespace hooks {
+Hook<int(int*)> pipe("pipe");
+Hook<ssize_t(int, void*, size_t)> read("read");
+Hook<ssize_t(int, void const*, size_t)> write("write");
+Hook<int(int)> close("close");
+Hook<int(clockid_t, timespec*)> clockGetTime(timeName("clock_gettime", "__clock_gettime64"));
+Hook<int(timeval*, void*)> getTimeOfDay(timeName("gettimeofday", "__gettimeofday64"));
+Hook<char*(time_t const*, char*)> ctimeR(timeName("ctime_r", "__ctime64_r"));
+Hook<int(timespec const*, timespec*)> nanoSleep(timeName("nanosleep", "__nanosleep64"));
+Hook<int(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*)> threadCreate("pthread_create");
+Hook<int(pthread_t)> threadDetach("pthread_detach");
+Hook<int(int, unsigned int, int)> setPriority("setpriority");
+}  // namespace hooks
+
+HookScope::~HookScope() {
+    hooks::pipe.reset();
+    hooks::read.reset();
+    hooks::write.reset();
+    hooks::close.reset();
+    hooks::clockGetTime.reset();
+    hooks::getTimeOfDay.reset();
+    hooks::ctimeR.reset();
+    hooks::nanoSleep.reset();
+    hooks::threadCreate.reset();
+    hooks::threadDetach.reset();
+    hooks::setPriority.reset();
+}
+
+}  // namespace utltest
+
+#define UTLTEST_HOOKED extern "C" __attribute__((no_sanitize("address", "thread", "undefined")))
+#define UTLTEST_CALLER __builtin_return_address(0)
+
+UTLTEST_HOOKED int pipe(int* ends) noexcept {
+    return utltest::hooks::pipe.call(UTLTEST_CALLER, ends);
+}
+
+UTLTEST_HOOKED ssize_t read(int handle, void* out, size_t bytes) {
+    return utltest::hooks::read.call(UTLTEST_CALLER, handle, out, bytes);
+}
+
+UTLTEST_HOOKED ssize_t write(int handle, void const* data, size_t bytes) {
+    return utltest::hooks::write.call(UTLTEST_CALLER, handle, data, bytes);
+}
+
+UTLTEST_HOOKED int close(int handle) {
+    return utltest::hooks::close.call(UTLTEST_CALLER, handle);
+}
+
+UTLTEST_HOOKED int clock_gettime(clockid_t clock, timespec* out) noexcept {
+    return utltest::hooks::clockGetTime.call(UTLTEST_CALLER, clock, out);
+}
+
+UTLTEST_HOOKED int gettimeofday(timeval* out, void* zone) noexcept {
+    return utltest::hooks::getTimeOfDay.call(UTLTEST_CALLER, out, zone);
+}
+
+UTLTEST_HOOKED char* ctime_r(time_t const* time, char* out) noexcept {
+    return utltest::hooks::ctimeR.call(UTLTEST_CALLER, time, out);
+}
+
+UTLTEST_HOOKED int nanosleep(timespec const* wanted, timespec* left) {
+    return utltest::hooks::nanoSleep.call(UTLTEST_CALLER, wanted, left);
+}
+
+UTLTEST_HOOKED int pthread_create(pthread_t* thread, pthread_attr_t const* attributes, void* (*entry)(void*),
+                                  void* argument) noexcept {
+    return utltest::hooks::threadCreate.call(UTLTEST_CALLER, thread, attributes, entry, argument);
+}
+
+UTLTEST_HOOKED int pthread_detach(pthread_t thread) noexcept {
+    return utltest::hooks::threadDetach.call(UTLTEST_CALLER, thread);
+}
+
+UTLTEST_HOOKED int setpriority(__priority_which_t which, id_t who, int priority) noexcept {
+    return utltest::hooks::setPriority.call(UTLTEST_CALLER, static_cast<int>(which), who, priority);
+}

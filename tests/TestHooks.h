@@ -1,0 +1,116 @@
+#pragma once
+
+// System calls of the library, seen and replaced by the tests. The test program defines the functions, so the
+// library calls them here; a call that does not come from the library always goes to the system.
+
+#include <dlfcn.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+
+namespace utltest {
+
+/// True for an address inside libutl's code.
+bool isLibraryCode(void const* address);
+
+template <typename FUNCTION>
+class Hook;
+
+/// One hooked function. A test replaces it with `replace`, or lets calls of the library fail with `failFrom`.
+template <typename RESULT, typename... ARGS>
+class Hook<RESULT(ARGS...)> {
+  public:
+    using Function = RESULT (*)(ARGS...);
+
+    explicit constexpr Hook(char const* name) : mName(name) {}
+
+    /// Calls of the library go to `function` from now on; null gives them back to the system.
+    void replace(Function function) { mReplacement = function; }
+
+    /// Of the library's calls from now on, number `first` (counted from 1) and the `count` - 1 behind it give
+    /// `result` with `error` in `errno`. A `count` of 0 means all that follow.
+    void failFrom(unsigned int first, unsigned int count, RESULT result, int error) {
+        mResult = result;
+        mError = error;
+        mCalls = 0;
+        mFailCount = count;
+        mFailFirst = first;
+    }
+
+    /// Calls of the library since the last `failFrom` or `reset`.
+    unsigned int calls() const { return mCalls; }
+
+    void reset() {
+        mReplacement = nullptr;
+        mFailFirst = 0;
+        mCalls = 0;
+    }
+
+    /// What the defined function does for a caller at `caller`.
+    RESULT call(void const* caller, ARGS... args) {
+        if (!isLibraryCode(caller)) {
+            return real(args...);
+        }
+        unsigned int const number = ++mCalls;
+        unsigned int const first = mFailFirst;
+        unsigned int const count = mFailCount;
+        if (first != 0 && number >= first && (count == 0 || number - first < count)) {
+            errno = mError;
+            return mResult;
+        }
+        Function const replacement = mReplacement;
+        return replacement != nullptr ? replacement(args...) : real(args...);
+    }
+
+    /// The system's own function.
+    RESULT real(ARGS... args) {
+        Function function = mReal;
+        if (function == nullptr) {
+            function = reinterpret_cast<Function>(dlsym(RTLD_NEXT, mName));
+            mReal = function;
+        }
+        return function(args...);
+    }
+
+  private:
+    char const* const mName;
+    std::atomic<Function> mReal{nullptr};
+    std::atomic<Function> mReplacement{nullptr};
+    std::atomic<unsigned int> mCalls{0};
+    std::atomic<unsigned int> mFailFirst{0};
+    std::atomic<unsigned int> mFailCount{0};
+    std::atomic<RESULT> mResult{};
+    std::atomic<int> mError{0};
+};
+
+namespace hooks {
+extern Hook<int(int*)> pipe;
+extern Hook<ssize_t(int, void*, size_t)> read;
+extern Hook<ssize_t(int, void const*, size_t)> write;
+extern Hook<int(int)> close;
+extern Hook<int(clockid_t, timespec*)> clockGetTime;
+extern Hook<int(timeval*, void*)> getTimeOfDay;
+extern Hook<char*(time_t const*, char*)> ctimeR;
+extern Hook<int(timespec const*, timespec*)> nanoSleep;
+extern Hook<int(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*)> threadCreate;
+extern Hook<int(pthread_t)> threadDetach;
+extern Hook<int(int, unsigned int, int)> setPriority;
+extern Hook<int(pthread_cond_t*, pthread_mutex_t*, timespec const*)> condTimedWait;
+}  // namespace hooks
+
+/// Puts every hook back when the scope ends.
+class [[nodiscard]] HookScope {
+  public:
+    HookScope() = default;
+    ~HookScope();
+    HookScope(HookScope const&) = delete;
+    HookScope& operator=(HookScope const&) = delete;
+};
+
+}  // namespace utltest

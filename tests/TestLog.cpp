@@ -1,0 +1,162 @@
+#include "TestLog.h"
+
+#include <stdio.h>
+#include <syslog.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdarg>
+#include <mutex>
+
+#include "TestHooks.h"
+#include "UtlPlatform.h"
+
+namespace utltest {
+
+namespace {
+
+struct Record {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool active = false;
+    std::vector<std::string> console;
+    std::vector<LogCapture::SystemLine> systemLog;
+    std::vector<std::string> binary;
+};
+
+Record& record() {
+    static auto* const theRecord = new Record;  // never destroyed: the library may log until the process ends
+    return *theRecord;
+}
+
+std::string formatted(char const* format, va_list arguments) {
+    char text[2048];
+    vsnprintf(text, sizeof(text), format, arguments);
+    return text;
+}
+
+// "Nov 20 23:25:41.123 ": three letters, a day of two places, the time with three decimals and a blank.
+constexpr size_t STAMP_LENGTH = 20;
+
+std::string withoutStampAndLineEnd(std::string const& line) {
+    std::string text = line.size() >= STAMP_LENGTH ? line.substr(STAMP_LENGTH) : line;
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) {
+        text.pop_back();
+    }
+    return text;
+}
+
+}  // namespace
+
+LogCapture::LogCapture() {
+    Record& r = record();
+    std::lock_guard<std::mutex> const guard(r.mutex);
+    r.console.clear();
+    r.systemLog.clear();
+    r.binary.clear();
+    r.active = true;
+}
+
+LogCapture::~LogCapture() {
+    Record& r = record();
+    std::lock_guard<std::mutex> const guard(r.mutex);
+    r.active = false;
+}
+
+std::vector<std::string> LogCapture::console() const {
+    std::lock_guard<std::mutex> const guard(record().mutex);
+    return record().console;
+}
+
+std::vector<LogCapture::SystemLine> LogCapture::systemLog() const {
+    std::lock_guard<std::mutex> const guard(record().mutex);
+    return record().systemLog;
+}
+
+std::vector<std::string> LogCapture::binary() const {
+    std::lock_guard<std::mutex> const guard(record().mutex);
+    return record().binary;
+}
+
+std::vector<std::string> LogCapture::lines() const {
+    std::vector<std::string> result = console();
+    for (std::string& line : result) {
+        line = withoutStampAndLineEnd(line);
+    }
+    return result;
+}
+
+unsigned int LogCapture::count(std::string const& line) const {
+    unsigned int found = 0;
+    for (std::string const& one : lines()) {
+        found += one == line ? 1U : 0U;
+    }
+    return found;
+}
+
+bool LogCapture::waitFor(std::string const& text) const {
+    Record& r = record();
+    std::unique_lock<std::mutex> lock(r.mutex);
+    return r.changed.wait_for(lock, std::chrono::seconds(30), [&] {
+        for (std::string const& line : r.console) {
+            if (line.find(text) != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
+    });
+}
+
+void LogCapture::clear() {
+    Record& r = record();
+    std::lock_guard<std::mutex> const guard(r.mutex);
+    r.console.clear();
+    r.systemLog.clear();
+    r.binary.clear();
+}
+
+}  // namespace utltest
+
+using utltest::record;
+
+extern "C" int printf(char const* format, ...) {
+    void const* const caller = __builtin_return_address(0);
+    va_list arguments;
+    va_start(arguments, format);
+    int result = 0;
+    auto& r = record();
+    std::unique_lock<std::mutex> lock(r.mutex);
+    if (r.active && utltest::isLibraryCode(caller)) {
+        r.console.push_back(utltest::formatted(format, arguments));
+        result = static_cast<int>(r.console.back().size());
+        r.changed.notify_all();
+    } else {
+        lock.unlock();
+        result = vprintf(format, arguments);
+    }
+    va_end(arguments);
+    return result;
+}
+
+// The system's log is never written by a test.
+extern "C" void syslog(int priority, char const* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    auto& r = record();
+    {
+        std::lock_guard<std::mutex> const guard(r.mutex);
+        if (r.active) {
+            r.systemLog.push_back({priority, utltest::formatted(format, arguments)});
+        }
+    }
+    va_end(arguments);
+}
+
+extern "C" void BinaryLogWrite(int channel, void const* text, unsigned int bytes) {
+    auto& r = record();
+    std::lock_guard<std::mutex> const guard(r.mutex);
+    if (r.active) {
+        std::string line(static_cast<char const*>(text), bytes);
+        r.binary.push_back(channel == 3 ? line : "channel " + std::to_string(channel) + ": " + line);
+    }
+}
