@@ -1,0 +1,25 @@
+// Sizes on the target: the order and the width of every field can be read off them. On another ABI nothing is
+// compared.
+
+#include <gtest/gtest.h>
+
+#include "UtlSyncObject.h"
+
+namespace {
+
+constexpr bool IS_TARGET = sizeof(void*) == 4;
+
+template <typename T>
+constexpr bool hasTargetSize(unsigned int size) {
+    return !IS_TARGET || sizeof(T) == size;
+}
+
+static_assert(hasTargetSize<utl::SyncObjectBase>(4));
+static_assert(hasTargetSize<utl::SyncObject>(4 + sizeof(pthread_mutex_t)));
+static_assert(hasTargetSize<utl::SyncGuard>(8));
+
+TEST(Layout, TheTargetSizesWereComparedWhenThisFileWasCompiled) {
+    EXPECT_EQ(IS_TARGET, sizeof(long) == 4);
+}
+
+}  // namespace
