@@ -1,0 +1,16 @@
+#include "UtlSyncObject.h"
+
+#include <mutex>
+
+#include "BenchRatio.h"
+
+namespace {
+
+utl::SyncObject gLock;
+std::recursive_mutex gStandardLock;
+
+UTL_RATIO(
+    "lock for a scope and unlock, to std::recursive_mutex", [] { utl::SyncGuard const guard(gLock); },
+    [] { std::lock_guard<std::recursive_mutex> const guard(gStandardLock); }, 1.2);
+
+}  // namespace

@@ -1,0 +1,98 @@
+#include "BenchRatio.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+// A clock that only moves when the measured work says so.
+double gNow = 0;
+double fakeClock() {
+    return gNow;
+}
+
+UTL_RATIO(
+    "declared in this file", [] { gNow += 1000; }, [] { gNow += 4000; }, 0.25);
+
+utlbench::RatioFigure const& declared() {
+    return utlbench::ratioFigures().at(0);
+}
+
+TEST(BenchRatio, ADeclaration_IsKeptWithItsNameAndGoal) {
+    ASSERT_EQ(utlbench::ratioFigures().size(), 1U);
+    EXPECT_EQ(declared().name, "declared in this file");
+    EXPECT_EQ(declared().goal, 0.25);
+}
+
+TEST(BenchRatio, ADeclaredCallable_IsCalledAsOftenAsAskedFor) {
+    gNow = 0;
+    declared().subject(3);
+    EXPECT_EQ(gNow, 3000);
+    declared().baseline(2);
+    EXPECT_EQ(gNow, 11000);
+}
+
+TEST(BenchRatio, Measure_GivesTheTimesOfOneCallAndTheirRatio) {
+    utlbench::RatioResult const result = utlbench::measure(declared(), 5, fakeClock);
+    EXPECT_DOUBLE_EQ(result.subjectNanoseconds, 1000);
+    EXPECT_DOUBLE_EQ(result.baselineNanoseconds, 4000);
+    EXPECT_DOUBLE_EQ(result.ratio, 0.25);
+}
+
+TEST(BenchRatio, Measure_OfAMachineThatSlowsDownInSomeRounds_IsTheMedian) {
+    static int gTurns = 0;
+    gTurns = 0;
+    // Calibration ends after one call of 4 ms each; of the turns that follow, every fifth takes ten times as
+    // long.
+    auto const work = [](double nanoseconds) {
+        return [nanoseconds](std::size_t calls) {
+            gNow += nanoseconds * static_cast<double>(calls) * (++gTurns % 5 == 0 ? 10 : 1);
+        };
+    };
+    utlbench::RatioFigure const figure{"uneven", work(4e6), work(2e6), 2.0};
+    utlbench::RatioResult const result = utlbench::measure(figure, 51, fakeClock);
+    EXPECT_DOUBLE_EQ(result.subjectNanoseconds, 4e6);
+    EXPECT_DOUBLE_EQ(result.baselineNanoseconds, 2e6);
+    EXPECT_DOUBLE_EQ(result.ratio, 2.0);
+}
+
+TEST(BenchRatio, Measure_LetsEachSideGoFirstInSomeRounds) {
+    static std::string gOrder;
+    gOrder.clear();
+    utlbench::RatioFigure const figure{"order",
+                                       [](std::size_t) {
+                                           gOrder += 's';
+                                           gNow += 4e6;
+                                       },
+                                       [](std::size_t) {
+                                           gOrder += 'b';
+                                           gNow += 4e6;
+                                       },
+                                       1.0};
+    utlbench::measure(figure, 20, fakeClock);
+    ASSERT_EQ(gOrder.size(), 42U);
+    std::string const turns = gOrder.substr(2);
+    unsigned int subjectFirst = 0;
+    for (std::size_t i = 0; i < turns.size(); i += 2) {
+        EXPECT_NE(turns[i], turns[i + 1]);
+        subjectFirst += turns[i] == 's' ? 1U : 0U;
+    }
+    EXPECT_GT(subjectFirst, 0U);
+    EXPECT_LT(subjectFirst, 20U);
+}
+
+TEST(BenchRatio, Reached_IsTrueUpToTheGoal) {
+    utlbench::RatioFigure const figure{"goal", nullptr, nullptr, 1.5};
+    EXPECT_TRUE(utlbench::reached(figure, {1, 1, 1.4999}));
+    EXPECT_TRUE(utlbench::reached(figure, {1, 1, 1.5}));
+    EXPECT_FALSE(utlbench::reached(figure, {1, 1, 1.5001}));
+}
+
+TEST(BenchRatio, Median_OfAnEvenCount_IsTheMeanOfTheTwoInTheMiddle) {
+    EXPECT_DOUBLE_EQ(utlbench::median({9, 1, 2, 4}), 3);
+    EXPECT_DOUBLE_EQ(utlbench::median({9, 1, 2}), 2);
+    EXPECT_DOUBLE_EQ(utlbench::median({7}), 7);
+}
+
+}  // namespace
