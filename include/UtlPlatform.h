@@ -3,6 +3,9 @@
 /// Marks what the library exports; everything else stays inside it.
 #define UTL_API [[gnu::visibility("default")]]
 
+/// The same in front of the name in `extern template class`, where not every compiler takes the form above.
+#define UTL_API_INSTANCE __attribute__((visibility("default")))
+
 /// Code pages of the replaceable converter. The library itself only ever asks for UTF-8.
 enum EN_KCP { EN_KCP_UTF8 = 32 };
 

@@ -1,0 +1,174 @@
+#pragma once
+
+#include "UtlArray.h"
+
+namespace utl {
+
+/// A key and its value, the element of a `Map`; *external lock needed*, because it holds none.
+template <typename K, typename V>
+class Pair {
+  public:
+    Pair() = default;
+    virtual ~Pair() = default;
+    Pair(Pair const&) = default;
+    Pair& operator=(Pair const&) = default;
+
+    K mKey{};    ///< What the entry is found by.
+    V mValue{};  ///< What stands under the key.
+};
+
+/// The order of a `Map` that is given no other: by the `<` of the keys; *immutable*, since it has no state.
+template <typename K, typename V>
+class CompareLessPairKey {
+  public:
+    /// True if `left` stands before `right`.
+    bool operator()(K const& left, K const& right) const { return left < right; }
+};
+
+namespace detail {
+
+template <typename K, typename COMPARE>
+bool areEqualKeys(K const& left, K const& right, COMPARE compare) {
+    return !compare(left, right) && !compare(right, left);
+}
+
+}  // namespace detail
+
+/// Largest number of elements that `searchPosition` looks through.
+inline constexpr unsigned int MAX_SEARCH_COUNT = 0x7FFFFFFFU;
+
+/// The index at which `key` stands among the `count` `elements`, whose `mKey`s ascend by `compare`, or at
+/// which it would have to be inserted. The first of a run of equal keys counts, whether or not there are
+/// more. Gives `INVALID_SIZE` for null `elements`, even with `count` 0, and for a `count` above
+/// `MAX_SEARCH_COUNT`. On elements that are out of order the result is some index from 0 to `count`.
+template <typename K, typename T, typename COMPARE>
+unsigned int searchPosition(K const& key, T const* elements, unsigned int count, COMPARE compare) {
+    if (elements == nullptr || count > MAX_SEARCH_COUNT) {
+        return INVALID_SIZE;
+    }
+    if (count == 0) {
+        return 0;
+    }
+    // Keys are hit at random, so a branch on the comparison would be mispredicted every other time: the
+    // result becomes a mask instead.
+    T const* first = elements;
+    while (count > 1) {
+        unsigned int const half = count / 2;
+        first += half & (0U - static_cast<unsigned int>(compare(first[half - 1].mKey, key)));
+        count -= half;
+    }
+    return static_cast<unsigned int>(first - elements) + static_cast<unsigned int>(compare(first->mKey, key));
+}
+
+/// The first element whose key equals `key`, that is, neither is less; null if there is none or the elements
+/// cannot be searched. What is told for `searchPosition` holds.
+template <typename K, typename T, typename COMPARE>
+T const* searchBinary(K const& key, T const* elements, unsigned int count, COMPARE compare) {
+    if (count == 0) {
+        return nullptr;
+    }
+    unsigned int const position = searchPosition(key, elements, count, compare);
+    if (position >= count) {
+        return nullptr;
+    }
+    T const* const found = elements + position;
+    return detail::areEqualKeys(found->mKey, key, compare) ? found : nullptr;
+}
+
+/// Sorted array of pairs with unique keys, found by bisection; *external lock needed*, because it holds none.
+///
+/// `COMPARE` tells whether the first of two keys stands before the second; two keys of which neither does are
+/// equal. Storage behaves as in `Array`; what a pointer value refers to stays the caller's.
+template <typename K, typename V, typename KARG = K const&, typename VARG = V const&,
+          typename COMPARE = CompareLessPairKey<K, V>>
+class Map {
+  public:
+    /// Arguments as for `Array`. A map that is built with `maxSize` 0 stays empty, even with `autoResize` 1:
+    /// owners pass on a capacity that they were given, and 0 means that there are to be no entries.
+    Map(unsigned int maxSize, int autoResize) : mArray(maxSize, autoResize), mCompare() {}
+    virtual ~Map() = default;
+    Map(Map const&) = delete;
+    Map& operator=(Map const&) = delete;
+
+    /// Adds an entry; an entry with an equal key is replaced, key and value. False, with nothing changed,
+    /// when a fixed capacity is used up or the map was built with no slot.
+    bool insert(KARG key, VARG value);
+
+    /// The value under `key`, null if there is none. Valid until an entry is inserted or erased.
+    V* find(KARG key);
+
+    /// As above.
+    V const* find(KARG key) const;
+
+    /// Removes the entry with this key; false if there is none.
+    bool erase(KARG key);
+
+    /// Removes all entries; keeps the storage and what its slots hold.
+    void clear() { mArray.clear(); }
+
+    /// Makes the content that of `source`, which must have the same order. False, with the content unchanged,
+    /// when a fixed capacity is too small.
+    bool copy(Map const& source) { return mArray.copy(source.mArray, INVALID_SIZE); }
+
+    /// Number of entries.
+    unsigned int size() const { return mArray.size(); }
+
+    /// The entry that is number `index` in ascending order of the keys, null at and beyond `size()`. Its key
+    /// must not be changed. Valid until an entry is inserted or erased.
+    Pair<K, V>* getAt(unsigned int index) { return mArray.getAt(index); }
+
+    /// As above.
+    Pair<K, V> const* getAt(unsigned int index) const { return mArray.getAt(index); }
+
+  private:
+    using Entry = Pair<K, V>;
+
+    unsigned int positionOf(K const& key) const {
+        return searchPosition(key, mArray.elements(), mArray.size(), mCompare);
+    }
+    bool hasKeyAt(unsigned int position, K const& key) const {
+        Entry const* const entry = mArray.getAt(position);
+        return entry != nullptr && detail::areEqualKeys(entry->mKey, key, mCompare);
+    }
+
+    Array<Entry, Entry const&> mArray;
+    COMPARE mCompare;
+};
+
+template <typename K, typename V, typename KARG, typename VARG, typename COMPARE>
+bool Map<K, V, KARG, VARG, COMPARE>::insert(KARG key, VARG value) {
+    unsigned int const position = positionOf(key);
+    if (position == INVALID_SIZE) {
+        return false;
+    }
+    Entry entry;
+    entry.mKey = key;
+    entry.mValue = value;
+    return hasKeyAt(position, key) ? mArray.setAt(position, entry) : mArray.insertAt(position, entry);
+}
+
+template <typename K, typename V, typename KARG, typename VARG, typename COMPARE>
+V const* Map<K, V, KARG, VARG, COMPARE>::find(KARG key) const {
+    Entry const* const entry = searchBinary(key, mArray.elements(), mArray.size(), mCompare);
+    return entry == nullptr ? nullptr : std::addressof(entry->mValue);
+}
+
+template <typename K, typename V, typename KARG, typename VARG, typename COMPARE>
+V* Map<K, V, KARG, VARG, COMPARE>::find(KARG key) {
+    return const_cast<V*>(static_cast<Map const*>(this)->find(key));
+}
+
+template <typename K, typename V, typename KARG, typename VARG, typename COMPARE>
+bool Map<K, V, KARG, VARG, COMPARE>::erase(KARG key) {
+    unsigned int const position = positionOf(key);
+    if (!hasKeyAt(position, key)) {
+        return false;
+    }
+    mArray.removeAt(position, 1);
+    return true;
+}
+
+extern template class UTL_API_INSTANCE Map<unsigned int, unsigned int>;
+extern template class UTL_API_INSTANCE Map<int, unsigned long long>;
+
+}  // namespace utl

@@ -1,0 +1,242 @@
+#pragma once
+
+#include <algorithm>
+#include <type_traits>
+
+#include "UtlPlatform.h"
+
+namespace utl {
+
+namespace detail {
+
+// The physical index of logical entry `index` of a ring of `capacity` slots: one correction instead of a
+// modulo, because both summands are below the capacity. Worked out in 64 bits, so that a capacity above
+// 0x7FFFFFFF works as well.
+constexpr unsigned int ringIndex(int head, unsigned int index, unsigned int capacity) {
+    unsigned long long const sum = static_cast<unsigned long long>(static_cast<unsigned int>(head)) + index;
+    return static_cast<unsigned int>(sum >= capacity ? sum - capacity : sum);
+}
+
+// Gives `count` back; throws `std::bad_alloc` if that many elements take more bytes than 32 bits can count,
+// also where the machine could allocate them.
+UTL_API unsigned int checkedRingCount(unsigned int count, unsigned int elementBytes);
+
+}  // namespace detail
+
+/// Circular sequence in one block of storage that never grows and never overwrites; *external lock needed*,
+/// because it holds none. No operation allocates after the construction.
+///
+/// All `maxSize()` slots hold default-constructed objects at all times; elements of plain types start with
+/// no particular value. Storing is copy assignment onto a slot, and removing destroys nothing. `T` needs a
+/// default constructor and a copy assignment.
+template <typename T, typename ARG = T const&>
+class RingArray {
+  public:
+    /// Allocates `maxSize` slots, none with 0. Throws `std::bad_alloc` if their bytes cannot be counted in 32
+    /// bits. If an element type's own `operator new[]` gives null, the capacity is 0.
+    explicit RingArray(unsigned int maxSize);
+    virtual ~RingArray() { delete[] mElements; }
+    RingArray(RingArray const&) = delete;
+    RingArray& operator=(RingArray const&) = delete;
+
+    /// Number of entries in use.
+    unsigned int size() const { return mSize; }
+
+    /// Number of entries that fit.
+    unsigned int maxSize() const { return mMaxSize; }
+
+    /// The entry at `index`, counted from the oldest; null at and beyond `size()`. Valid until it is removed
+    /// or an entry in front of it is removed by `removeAt`.
+    T* elementAt(unsigned int index) { return index < mSize ? mElements + physical(index) : nullptr; }
+
+    /// As above.
+    T const* elementAt(unsigned int index) const {
+        return index < mSize ? mElements + physical(index) : nullptr;
+    }
+
+    /// Appends `value`; false, with nothing changed, when the ring is full.
+    bool pushBack(ARG value);
+
+    /// Appends the `count` entries at `items`, or none of them: false, with nothing changed, when they do not
+    /// all fit or `items` is null and `count` is not 0. `items` must not lie in the ring.
+    bool pushBack(T const* items, unsigned int count);
+
+    /// Removes the oldest entry, if there is one. The other entries stay where they are.
+    void popFront();
+
+    /// Moves up to `count` of the oldest entries to `out`, or only removes them when `out` is null. An `out`
+    /// that is smaller than what is moved is the caller's mistake. True when as many as were asked for, or
+    /// all that there were, have been moved, which is always.
+    bool popFrontInto(T* out, unsigned int count);
+
+    /// Copies the `count` entries from `index` on to `out` and removes nothing. False, with `out` untouched,
+    /// when there are fewer or `out` is null and `count` is not 0.
+    bool copyOut(unsigned int index, T* out, unsigned int count) const;
+
+    /// Removes up to `count` entries from `index` on by copying all later ones down; false, with nothing
+    /// changed, when `index` is not below `size()`.
+    bool removeAt(unsigned int index, unsigned int count);
+
+    /// Takes back up to `count` of the newest entries. The other entries stay where they are.
+    void removeLast(unsigned int count) { mSize -= std::min(count, mSize); }
+
+    /// Removes all entries; the next one goes to the start of the storage.
+    void clear();
+
+  private:
+    unsigned int physical(unsigned int index) const { return detail::ringIndex(mHead, index, mMaxSize); }
+
+    // How many slots from `index` on lie in one piece.
+    unsigned int runAt(unsigned int index) const { return mMaxSize - physical(index); }
+
+    // Calls `step(slots, offset, length)` for each piece of the `count` slots from `index` on, of which there
+    // are two at most; `offset` counts from `index`.
+    template <typename STEP>
+    void forEachRun(unsigned int index, unsigned int count, STEP step) const;
+
+    T* mElements;
+    unsigned int mSize;
+    unsigned int mMaxSize;
+    int mHead;
+};
+
+template <typename T, typename ARG>
+RingArray<T, ARG>::RingArray(unsigned int maxSize)
+    : mElements(maxSize == 0 ? nullptr : new T[detail::checkedRingCount(maxSize, sizeof(T))]),
+      mSize(0),
+      mMaxSize(mElements == nullptr ? 0 : maxSize),
+      mHead(0) {}
+
+template <typename T, typename ARG>
+template <typename STEP>
+void RingArray<T, ARG>::forEachRun(unsigned int index, unsigned int count, STEP step) const {
+    for (unsigned int offset = 0; offset < count;) {
+        unsigned int const length = std::min(count - offset, runAt(index + offset));
+        step(mElements + physical(index + offset), offset, length);
+        offset += length;
+    }
+}
+
+template <typename T, typename ARG>
+bool RingArray<T, ARG>::pushBack(ARG value) {
+    if (mSize >= mMaxSize) {
+        return false;
+    }
+    mElements[physical(mSize)] = value;
+    ++mSize;
+    return true;
+}
+
+// For plain elements the copies are block moves, here and below.
+template <typename T, typename ARG>
+bool RingArray<T, ARG>::pushBack(T const* items, unsigned int count) {
+    if (count > mMaxSize - mSize || (items == nullptr && count != 0)) {
+        return false;
+    }
+    forEachRun(mSize, count, [items](T* slots, unsigned int offset, unsigned int length) {
+        std::copy_n(items + offset, length, slots);
+    });
+    mSize += count;
+    return true;
+}
+
+template <typename T, typename ARG>
+void RingArray<T, ARG>::popFront() {
+    if (mSize != 0) {
+        mHead = static_cast<int>(physical(1));
+        --mSize;
+    }
+}
+
+template <typename T, typename ARG>
+bool RingArray<T, ARG>::popFrontInto(T* out, unsigned int count) {
+    unsigned int const moved = std::min(count, mSize);
+    if constexpr (std::is_trivially_copyable_v<T>) {
+        if (out != nullptr) {
+            copyOut(0, out, moved);
+        }
+        mHead = static_cast<int>(physical(moved));
+        mSize -= moved;
+    } else {
+        // One by one: if an assignment throws, what was moved before is gone from the ring and nothing else.
+        for (unsigned int i = 0; i < moved; ++i) {
+            if (out != nullptr) {
+                out[i] = mElements[physical(0)];
+            }
+            popFront();
+        }
+    }
+    return true;
+}
+
+template <typename T, typename ARG>
+bool RingArray<T, ARG>::copyOut(unsigned int index, T* out, unsigned int count) const {
+    if (index > mSize || count > mSize - index || (out == nullptr && count != 0)) {
+        return false;
+    }
+    forEachRun(index, count, [out](T const* slots, unsigned int offset, unsigned int length) {
+        std::copy_n(slots, length, out + offset);
+    });
+    return true;
+}
+
+// Pieces are moved in ascending order, and what is written to lies below what is still to be read.
+template <typename T, typename ARG>
+bool RingArray<T, ARG>::removeAt(unsigned int index, unsigned int count) {
+    if (index >= mSize) {
+        return false;
+    }
+    unsigned int const removed = std::min(count, mSize - index);
+    if (removed == 0) {
+        return true;
+    }
+    for (unsigned int to = index; to < mSize - removed;) {
+        unsigned int const from = to + removed;
+        unsigned int const length = std::min({mSize - from, runAt(from), runAt(to)});
+        T const* const source = mElements + physical(from);
+        std::copy(source, source + length, mElements + physical(to));
+        to += length;
+    }
+    mSize -= removed;
+    return true;
+}
+
+template <typename T, typename ARG>
+void RingArray<T, ARG>::clear() {
+    mSize = 0;
+    mHead = 0;
+}
+
+/// First-in-first-out face of a ring, which may also be looked at and thinned out in the middle; *external
+/// lock needed*, because it holds none. Every operation is that of `RingArray`.
+template <typename T>
+class Queue {
+  public:
+    explicit Queue(unsigned int maxSize) : mRing(maxSize) {}
+    virtual ~Queue() = default;
+    Queue(Queue const&) = delete;
+    Queue& operator=(Queue const&) = delete;
+
+    unsigned int size() const { return mRing.size(); }
+    unsigned int maxSize() const { return mRing.maxSize(); }
+    T* elementAt(unsigned int index) { return mRing.elementAt(index); }
+    T const* elementAt(unsigned int index) const { return mRing.elementAt(index); }
+    bool pushBack(T const& value) { return mRing.pushBack(value); }
+    bool pushBack(T const* items, unsigned int count) { return mRing.pushBack(items, count); }
+    void popFront() { mRing.popFront(); }
+    bool popFrontInto(T* out, unsigned int count) { return mRing.popFrontInto(out, count); }
+    bool copyOut(unsigned int index, T* out, unsigned int count) const {
+        return mRing.copyOut(index, out, count);
+    }
+    bool removeAt(unsigned int index, unsigned int count) { return mRing.removeAt(index, count); }
+    void removeLast(unsigned int count) { mRing.removeLast(count); }
+    void clear() { mRing.clear(); }
+
+  private:
+    RingArray<T, T const&> mRing;
+};
+
+extern template class UTL_API_INSTANCE RingArray<unsigned char>;
+extern template class UTL_API_INSTANCE Queue<unsigned char>;
+
+}  // namespace utl

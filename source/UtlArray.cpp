@@ -1,0 +1,7 @@
+#include "UtlArray.h"
+
+namespace utl {
+
+template class Array<int>;
+
+}  // namespace utl
