@@ -38,7 +38,9 @@ TEST(SyncObject, LockAndUnlock_PassOnWhatPosixGave) {
     utl::SyncObject lock;
     EXPECT_EQ(lock.lock(), 0);
     EXPECT_EQ(lock.unlock(), 0);
+#ifndef __SANITIZE_THREAD__  // which ends a program that gives back a lock it does not hold
     EXPECT_EQ(lock.unlock(), EPERM);
+#endif
 }
 
 TEST(SyncGuard, HoldsTheLockForItsScopeThroughTheInterface) {
