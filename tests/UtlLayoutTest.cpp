@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "UtlSyncObject.h"
+#include "UtlThreadRawMsg.h"
 
 namespace {
 
@@ -17,6 +18,12 @@ constexpr bool hasTargetSize(unsigned int size) {
 static_assert(hasTargetSize<utl::SyncObjectBase>(4));
 static_assert(hasTargetSize<utl::SyncObject>(4 + sizeof(pthread_mutex_t)));
 static_assert(hasTargetSize<utl::SyncGuard>(8));
+
+static_assert(hasTargetSize<utl::Msg>(8));
+static_assert(hasTargetSize<utl::SimpleMsg>(8));
+static_assert(hasTargetSize<utl::TimerMsg>(12));
+static_assert(hasTargetSize<utl::MsgDataBroker>(4));
+static_assert(hasTargetSize<utl::ThreadRawMsg>(24));
 
 TEST(Layout, TheTargetSizesWereComparedWhenThisFileWasCompiled) {
     EXPECT_EQ(IS_TARGET, sizeof(long) == 4);
