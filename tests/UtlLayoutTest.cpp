@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "UtlSyncObject.h"
+#include "UtlThreadPriority.h"
 #include "UtlThreadRawMsg.h"
 
 namespace {
@@ -24,6 +25,8 @@ static_assert(hasTargetSize<utl::SimpleMsg>(8));
 static_assert(hasTargetSize<utl::TimerMsg>(12));
 static_assert(hasTargetSize<utl::MsgDataBroker>(4));
 static_assert(hasTargetSize<utl::ThreadRawMsg>(24));
+
+static_assert(hasTargetSize<utl::ThreadPriority>(8));
 
 TEST(Layout, TheTargetSizesWereComparedWhenThisFileWasCompiled) {
     EXPECT_EQ(IS_TARGET, sizeof(long) == 4);
