@@ -1,0 +1,212 @@
+#pragma once
+
+#include <atomic>
+
+#include "UtlBasicString.h"
+#include "UtlEvent.h"
+#include "UtlMap.h"
+#include "UtlPlatform.h"
+#include "UtlSmartPointer.h"
+#include "UtlSyncObject.h"
+#include "UtlThreadPriority.h"
+
+namespace utl {
+
+class StatementInfo;
+class ThreadWatchdog;
+class WatchdogTimerListener;
+
+/// The process-wide registry of threads, and their creator; *internally locked*, because every thread of the
+/// library comes here. A thread is known by its kernel thread id; where an operation says so, an id of 0
+/// stands for the calling thread.
+///
+/// | Entry | Entered by | `isThreadExist` | `isThreadActive` | Left by |
+/// |---|---|---|---|---|
+/// | none | | false | false | `entry`, `entryCaller` |
+/// | started, running | `entry` | true | true | the end of its function |
+/// | started, ended | the end of its function | true | false | `unregister` |
+/// | of a foreign thread | `entryCaller` | true | false | `unregister` |
+///
+/// Nothing removes an entry by itself, so a thread that has ended holds its place, and its id, until it is
+/// unregistered. Nobody joins a thread; it is detached when the last copy of its entry is given up.
+///
+/// A process may end while threads run: the instance is then never deleted.
+class UTL_API ThreadManager {
+  public:
+    /// Gives up the share in an ended or running thread: detaches it and deletes the cell that held its
+    /// handle. A cell that holds 0 is left alone. *Immutable*, since it has no state.
+    class UTL_API DetachThread {
+      public:
+        void operator()(unsigned long* handle) const;
+    };
+
+    /// What is kept of one thread; *external lock needed*, because it is a plain record. Copies share the
+    /// event and the thread's handle.
+    class UTL_API ThreadEntry {
+      public:
+        /// No thread: an empty name, NORMAL and no handles.
+        ThreadEntry();
+
+        /// With `caller` 0, the entry of a thread with the POSIX handle `handle` that is started here: it has
+        /// an event for its end and detaches the thread with its last copy. Otherwise the entry of a foreign
+        /// thread, which has neither. `name` is copied.
+        ThreadEntry(int caller, unsigned long handle, char const* name, ThreadPriority const& priority);
+
+        /// The thread's function has returned.
+        void toStop();
+
+        /// Waits for `toStop` as `Event::waitToOn` does; -1 for a foreign thread.
+        int waitToStop(unsigned int timeout) const;
+
+        /// True for a thread started here until `toStop`.
+        bool isActive() const;
+
+        /// True for a thread started here.
+        bool isControllable() const;
+
+        /// Gives up this copy's share in the thread's handle.
+        void detach();
+
+        BasicString<char> mName;
+        ThreadPriority mPriority;
+        SmartPointer<Event> mEndEvent;
+        CountingPointer<unsigned long, DetachThread> mThreadHandle;
+    };
+
+    /// The names of threads by their ids.
+    using Names = Map<int, BasicString<char>>;
+
+    /// Threads that a manager has room for when nobody asked for another number.
+    static constexpr unsigned int DEFAULT_ENTRY_MAX = 128;
+
+    /// The instance, which the first call creates with room for `DEFAULT_ENTRY_MAX` threads.
+    static ThreadManager* get();
+
+    /// The instance, null if there is none.
+    static ThreadManager* getIfCreated();
+
+    /// Creates the instance with room for `entryMax` threads. False, with nothing changed, if there is one:
+    /// call it before any thread is started.
+    static bool initializeEntryMax(unsigned int entryMax);
+
+    /// Deletes the instance. Registered threads run on; what they call later goes to a new instance, which
+    /// does not know them. No thread may be inside an operation of the old instance, and a thread that waits
+    /// for the end of another one is.
+    static void destroy();
+
+    /// The calling thread's kernel id.
+    static int getCallerId();
+
+    ThreadManager(ThreadManager const&) = delete;
+    ThreadManager& operator=(ThreadManager const&) = delete;
+
+    /// Starts a thread that calls `function(argument)`, and registers it. Blocks until the thread exists;
+    /// threads are started one at a time. `watchdog` 1 registers it with the watchdog too, not yet watched,
+    /// with `aliveTime` in milliseconds and `listener`, which may be null. `reserved` has no effect.
+    ///
+    /// Gives the thread's id, or 0: without a log line for a null `function` or `name` and when the table is
+    /// full; with a line of level 1 when the system refuses the thread, and when the entry cannot be made
+    /// because the last place went to another thread meanwhile or an ended thread of the same id was never
+    /// unregistered. In these two cases the thread runs all the same, unregistered. A priority that the
+    /// system refuses costs a line of level 1, and the thread keeps that of its creator.
+    int entry(void (*function)(void*), void* argument, int watchdog, unsigned int aliveTime,
+              WatchdogTimerListener* listener, char const* name,
+              ThreadPriority const& priority = ThreadPriority(), unsigned int reserved = 0);
+
+    /// Registers the calling thread, which was not started here, under `name`; a second call replaces the
+    /// first. Arguments as for `entry`. Gives the thread's id, or 0: for a null `name`, and with a line of
+    /// level 1 when the table is full or the id belongs to a thread that was started here.
+    int entryCaller(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener, char const* name);
+
+    /// Removes an entry. False for an unknown id and while the thread runs.
+    bool unregister(int id);
+
+    /// Waits until the thread has ended: 0 when it has, -2 when `timeout` milliseconds have passed, of which
+    /// 0 means no limit, and -1 for an unknown id or a foreign thread. Holds no lock while it waits.
+    int waitToStop(int id, unsigned int timeout);
+
+    /// True if the id is registered.
+    bool isThreadExist(int id);
+
+    /// True if the id is that of a thread started here that has not ended.
+    bool isThreadActive(int id);
+
+    /// `isThreadExist` and then `isThreadActive`.
+    bool isActive(int id);
+
+    /// The priority last set. False, with `priority` untouched, for a null pointer and for a thread that is
+    /// unknown, foreign or has ended.
+    bool getPriority(int id, ThreadPriority* priority);
+
+    /// Sets the priority of the calling thread, whose id must be passed. False for any other id, for a
+    /// foreign thread, and with a line of level 1 for the invalid priority or when the system refuses.
+    bool setPriority(int id, ThreadPriority const& priority);
+
+    /// The registered name, an empty text for an unknown id; never null. Valid until the table changes: for
+    /// callers who know that no thread is registered or unregistered meanwhile.
+    char const* findName(int id);
+
+    /// The same.
+    char const* getName(int id);
+
+    /// Adds id and name of each entry to what `names` holds, as far as it has room. False for null.
+    bool getNames(Names* names);
+
+    /// Has each registration logged at level 3 from now on.
+    void enableRegistrationLog();
+
+    /// Has no effect.
+    void printThreadInfo(int level);
+
+    /// Writes the table to the log at `level`.
+    void printThreadInfoReg(int level);
+
+    /// Writes the watchdog's table to the log at `level`, and then the threads that it does not have.
+    void printWatchdogInfo(int level);
+
+    /// Operations of the `ThreadWatchdog` for thread `id`, where 0 stands for the calling thread. The name
+    /// that the watchdog keeps is the registered one.
+    ///@{
+    bool entryWatchdog(unsigned int aliveTime, WatchdogTimerListener* listener, int id = 0);
+    bool unregisterWatchdog(int id = 0);
+    bool isRegisteredWatchdog(int id = 0);
+    bool isWatchingWatchdog(int id = 0);
+    bool startWatchdog(int id = 0);
+    bool stopWatchdog(int id = 0);
+    bool setWatchdogAliveTime(unsigned int aliveTime, int id = 0);
+    ///@}
+
+    /// A sign of life of the calling thread, given at the place `info`. Harmless at any time, also while the
+    /// manager is created or deleted by the calling thread. Does not lock the table.
+    void keepAliveWatchdog(StatementInfo const& info);
+
+  protected:
+    virtual ~ThreadManager();
+
+  private:
+    friend class Thread;
+    friend struct ThreadManagerTestAccess;
+
+    struct StartParameter;
+
+    explicit ThreadManager(unsigned int entryMax);
+
+    static void* startThread(void* parameter);
+
+    /// `entry` that also sets `*created` to true as soon as the thread exists: from then on it owns
+    /// `argument`.
+    int entryTelling(bool* created, void (*function)(void*), void* argument, int watchdog,
+                     unsigned int aliveTime, WatchdogTimerListener* listener, char const* name,
+                     ThreadPriority const& priority);
+
+    SyncObject mEntriesSyncObject;
+    Map<int, ThreadEntry> mEntries;
+    Event mStartEvent;
+    std::atomic<ThreadWatchdog*> mWatchdog;
+    std::atomic<bool> mRegistrationLog;
+};
+
+extern template class UTL_API_INSTANCE Map<int, ThreadManager::ThreadEntry>;
+extern template class UTL_API_INSTANCE Map<int, BasicString<char>>;
+
+}  // namespace utl

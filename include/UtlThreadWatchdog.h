@@ -1,0 +1,187 @@
+#pragma once
+
+#include <atomic>
+
+#include "UtlBasicString.h"
+#include "UtlMap.h"
+#include "UtlPlatform.h"
+#include "UtlSyncObject.h"
+
+namespace utl {
+
+/// A place in the source, given with a sign of life; *external lock needed*, because it is a plain value.
+///
+/// The texts are not copied: pass literals.
+class UTL_API StatementInfo {
+  public:
+    /// `sub` is a further position inside the statement: the library passes 1 in front of a call that may
+    /// block and 2 behind it. A null `function` becomes an empty text.
+    constexpr StatementInfo(char const* file, char const* function, unsigned int line, unsigned int sub)
+        : file(file), function(function != nullptr ? function : ""), line(line), sub(sub) {}
+    virtual ~StatementInfo() = default;
+    StatementInfo(StatementInfo const&) = default;
+    StatementInfo& operator=(StatementInfo const&) = default;
+
+    char const* file;
+    char const* function;
+    unsigned int line;
+    unsigned int sub;
+
+    /// No place: empty texts, line 0 and sub 0.
+    static StatementInfo const& INVALID;
+};
+
+/// Compares the texts, of which a null one counts as empty, and the numbers.
+UTL_API bool operator==(StatementInfo const& left, StatementInfo const& right);
+
+inline bool operator!=(StatementInfo const& left, StatementInfo const& right) {
+    return !(left == right);
+}
+
+struct WatchdogInfo;
+class WatchdogTimerListener;
+
+/// The watched threads by their ids.
+using WatchdogInfos = Map<int, WatchdogInfo>;
+
+/// What the watchdog knows of one thread; *external lock needed*, because it is a plain record.
+struct UTL_API WatchdogInfo {
+    /// Values of `watchStatus`.
+    enum WatchStatus { WATCHING = 0, NOT_WATCHING = 1 };
+
+    /// Values of `aliveStatus`.
+    enum AliveStatus { UNKNOWN = 0, ALIVE = 1, TIMED_OUT = 2 };
+
+    /// The `lastAliveTick` of a thread that gave no sign of life yet.
+    static constexpr unsigned int NO_TICK = ~0U;
+
+    /// The default time between two looks at the watched threads, in milliseconds.
+    static constexpr unsigned int DEFAULT_WATCH_INTERVAL = 1000;
+
+    /// A thread without id that is not watched.
+    static WatchdogInfo const& INVALID;
+
+    WatchdogInfo();
+
+    /// A null `name` counts as empty; it is copied. `listener` stays the caller's.
+    WatchdogInfo(int id, unsigned int aliveTime, WatchdogTimerListener* listener, char const* name,
+                 int watchStatus);
+    virtual ~WatchdogInfo();
+    WatchdogInfo(WatchdogInfo const&) = default;
+    WatchdogInfo& operator=(WatchdogInfo const&) = default;
+
+    int id;                           ///< kernel thread id
+    unsigned int aliveTime;           ///< milliseconds allowed between two signs of life
+    WatchdogTimerListener* listener;  ///< told of a time-out; may be null; not owned
+    unsigned int lastAliveTick;       ///< tick of the last sign of life, `NO_TICK` for none
+    int watchStatus;                  ///< a `WatchStatus`
+    int aliveStatus;                  ///< an `AliveStatus`
+    unsigned int timeoutCount;        ///< time-outs so far
+    StatementInfo lastStatement;      ///< the place given with the last sign of life
+    BasicString<char> name;           ///< the thread's name
+};
+
+/// Compares all fields.
+UTL_API bool operator==(WatchdogInfo const& left, WatchdogInfo const& right);
+
+inline bool operator!=(WatchdogInfo const& left, WatchdogInfo const& right) {
+    return !(left == right);
+}
+
+/// Is told when a thread has kept silent too long; *one owner thread*, because the watchdog's thread alone
+/// calls it.
+class UTL_API WatchdogTimerListener {
+  public:
+    WatchdogTimerListener() = default;
+    WatchdogTimerListener(WatchdogTimerListener const&) = default;
+    WatchdogTimerListener& operator=(WatchdogTimerListener const&) = default;
+    virtual ~WatchdogTimerListener();
+
+    /// Thread `id` has timed out. `infos` is a snapshot of all registered threads, valid during the call; no
+    /// lock of the watchdog is held.
+    virtual void onTime(int id, WatchdogInfos const& infos) = 0;
+};
+
+/// Table of threads that promise to give a sign of life every so many milliseconds; *internally locked*,
+/// because any thread reports here while the table is looked through. Applications reach it through
+/// `ThreadManager`. It reports and never acts on a thread.
+///
+/// | Watched, state | Event | Watched, state | Log line |
+/// |---|---|---|---|
+/// | absent | `entry` | no, unknown | "ThreadWatchdog Register ..." |
+/// | no | `start` | yes, state kept | none |
+/// | yes, unknown or alive | `keepAlive` | yes, alive | none |
+/// | yes, timed out | `keepAlive` | yes, alive | "ThreadWatchdog Timeout->Alive ..." |
+/// | yes | `stop` | no, state kept | none |
+/// | any | `unregister` | absent | none |
+///
+/// Until the watchdog is initialized its operations give false and do nothing, unless they say otherwise.
+class UTL_API ThreadWatchdog {
+  public:
+    /// Stands in for a listener that was not given: prints the table at level 3.
+    class UTL_API DefaultTimerListener : public WatchdogTimerListener {
+      public:
+        void onTime(int id, WatchdogInfos const& infos) override;
+    };
+
+    /// Room for `entryMax` threads, for good.
+    explicit ThreadWatchdog(unsigned int entryMax);
+    virtual ~ThreadWatchdog();
+    ThreadWatchdog(ThreadWatchdog const&) = delete;
+    ThreadWatchdog& operator=(ThreadWatchdog const&) = delete;
+
+    /// Registers thread `id`, not yet watched. False, with a log line of level 1, for an `aliveTime` of 0,
+    /// even before the watchdog is initialized, and for an id that is registered or a full table, which stays
+    /// as it is. False for a null `name`. `listener` may be null and must outlive the registration.
+    bool entry(int id, unsigned int aliveTime, WatchdogTimerListener* listener, char const* name);
+
+    /// Removes thread `id`; false if it is not registered.
+    bool unregister(int id);
+
+    /// True if thread `id` is registered, watched or not.
+    bool isRegistered(int id);
+
+    /// True if the thread is registered and watched.
+    bool isWatching(int id);
+
+    /// Gives the thread another time between signs of life; if it is watched, a new period begins now. False
+    /// for a thread that is not registered, and, with a log line of level 1, for 0.
+    bool setAliveTime(int id, unsigned int aliveTime);
+
+    /// Begins to watch a registered thread. A sign of life that was given since the last `stop` still counts
+    /// as the last one; otherwise the period begins now.
+    bool start(int id);
+
+    /// Ends the watching of a registered thread and forgets its last sign of life.
+    bool stop(int id);
+
+    /// A sign of life of the calling thread. True if it is registered; only a watched thread leaves a trace.
+    bool keepAlive(StatementInfo const& info);
+
+    /// Writes the table to the log at `level`.
+    void printWatchdogInfo(int level);
+
+    /// The record of thread `id`, null if there is none, whether or not the watchdog is initialized. Points
+    /// into the table, which is locked only while it is searched: for callers who know that no thread is
+    /// registered or unregistered meanwhile and, to read or write the fields, that none reports.
+    WatchdogInfo* findWatchdogInfo(int id);
+
+  protected:
+    // The steps behind the operations of the same names; they take the lock.
+    bool executeSetAliveTime(int id, unsigned int aliveTime);
+    bool executeStart(int id);
+    bool executeStop(int id);
+    bool executeKeepAlive(int id, StatementInfo const& info);
+
+  private:
+    friend struct ThreadWatchdogTestAccess;
+
+    std::atomic<bool> mInitialized;
+    bool mInKeepAlive;
+    SyncObject mInfosSyncObject;
+    WatchdogInfos mInfos;
+};
+
+extern template class UTL_API_INSTANCE Map<int, WatchdogInfo>;
+
+}  // namespace utl
