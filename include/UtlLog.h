@@ -2,14 +2,87 @@
 
 #include "UtlPlatform.h"
 
-namespace utl {
-class File;
-}
+// The process-wide log; *internally locked*, because any thread may log at any time, under its own locks, in
+// a static initialiser and while the process ends. Its two locks are the innermost of the library.
+//
+// A line passes if the filter level of its type is at least its own level. A type that is not registered
+// passes by the entry of `utl::LOG_TYPE_DEFAULT` and has no name. What passes goes to these sinks, in this
+// order:
+//
+// | Level | Prefix  | System log    | Standard output | `BinaryLogWrite` |
+// |-------|---------|---------------|-----------------|------------------|
+// | 0     | "NO : " | never         | never           | never            |
+// | 1     | "ERR: " | `LOG_ERR`     | yes             | yes              |
+// | 2     | "WRN: " | `LOG_WARNING` | yes             | yes              |
+// | 3     | "INF: " | `LOG_INFO`    | yes             | yes              |
+// | 4     | "DTL: " | no            | yes             | no               |
+// | 5     | "DBG: " | no            | yes             | no               |
 
+namespace utl {
+
+class File;
+
+/// Types that are there from the load of the library on: the entry for all types that are not registered,
+/// without a name, and the library's own, "<UTIL> ". Both begin with the filter level `LOG_LEVEL_DETAIL`.
+inline constexpr int LOG_TYPE_DEFAULT = -1;
+inline constexpr int LOG_TYPE_LIBRARY = -2;
+
+/// Levels of a line. As a filter level, `LOG_LEVEL_NONE` silences a type and `LOG_LEVEL_DEBUG` passes all
+/// lines.
+inline constexpr int LOG_LEVEL_NONE = 0;
+inline constexpr int LOG_LEVEL_ERROR = 1;
+inline constexpr int LOG_LEVEL_WARNING = 2;
+inline constexpr int LOG_LEVEL_INFO = 3;
+inline constexpr int LOG_LEVEL_DETAIL = 4;
+inline constexpr int LOG_LEVEL_DEBUG = 5;
+
+/// What `getFilterLevel` gives for a type that is not registered.
+inline constexpr int LOG_LEVEL_UNREGISTERED = 6;
+
+/// Most types that can be registered, the two built-in ones included.
+inline constexpr unsigned int LOG_TYPE_MAX = 64;
+
+/// Most bytes of a type's name or of the tag, without the terminator.
+inline constexpr unsigned int LOG_NAME_LENGTH_MAX = 31;
+
+/// Most bytes of a line of `applog` in front of its CR LF, and of a text of `rawlog`.
+inline constexpr unsigned int LOG_LINE_LENGTH_MAX = 253;
+inline constexpr unsigned int LOG_RAW_LENGTH_MAX = 255;
+
+}  // namespace utl
+
+/// Writes one line: "Nov 20 23:25:41.123 ", the type's name, the prefix of the level, the message, CR LF. The
+/// system log gets name, prefix and message alone. A level outside 0 to 5 counts as 5. Nothing happens for a
+/// line that is filtered out or has a null `format`.
+///
+/// A line that is longer than `utl::LOG_LINE_LENGTH_MAX` is cut there, between any two bytes, and ends in
+/// "..."; a message that cannot be formatted ends in "..." after what could be. The system log and standard
+/// output take the finished text for a format once more: "%%" comes out as "%" and "%m" as the text of the
+/// caller's `errno`; every other percent sign comes out as it stands. `errno` is kept.
+///
+/// Takes no memory from the heap, but about 1 KiB of stack. Blocks while another thread is at a sink.
 UTL_API void applog(int type, int level, char const* format, ...) __attribute__((format(printf, 3, 4)));
+
+/// As `applog`, with the message alone: no stamp, name, prefix or line end. A text that is longer than
+/// `utl::LOG_RAW_LENGTH_MAX` is cut there and ends in "...".
 UTL_API void rawlog(int type, int level, char const* format, ...) __attribute__((format(printf, 3, 4)));
+
+/// Adds a type, or gives a registered one another name and filter level. The name stands in front of the
+/// prefix exactly as given, so it brings its own blank. A level outside 0 to 4 counts as 5. Gives 1; 0 with
+/// nothing changed if `name` is null or longer than `utl::LOG_NAME_LENGTH_MAX`, or if `utl::LOG_TYPE_MAX`
+/// other types are registered. A type stays registered for good.
 UTL_API int registerLogType(int type, char const* name, int filterLevel);
+
+/// Sets the filter level of every type, the built-in ones included. A level outside 0 to 4 counts as 5.
 UTL_API void setAllFilterLevel(int level);
+
+/// Sets the filter level of a registered type; no effect on one that is not. A level outside 0 to 4 counts
+/// as 5.
 UTL_API void setFilterLevel(int type, int level);
+
+/// The filter level of a registered type, else `utl::LOG_LEVEL_UNREGISTERED`: the default entry is not asked.
 UTL_API int getFilterLevel(int type);
+
+/// Stores the tag of the process. Gives 1; 0 with the tag unchanged if `tag` is null or longer than
+/// `utl::LOG_NAME_LENGTH_MAX`. No line shows it.
 UTL_API int setLogTag(char const* tag);

@@ -1,0 +1,129 @@
+#include "UtlLogStamp.h"
+
+#include <sys/time.h>
+#include <time.h>
+
+#include <atomic>
+#include <cstring>
+
+namespace utl {
+
+namespace {
+
+// The broken-down time holds all that the text of `ctime_r` shows, so equal keys mean equal texts, also when
+// the time zone changes in between. A valid time never packs into zeros.
+struct StampKey {
+    int year = 0;
+    unsigned int rest = 0;
+
+    bool operator==(StampKey const& other) const { return year == other.year && rest == other.rest; }
+};
+
+StampKey makeKey(tm const& local) {
+    int rest = local.tm_wday;
+    rest = rest << 4 | local.tm_mon;
+    rest = rest << 5 | local.tm_mday;
+    rest = rest << 5 | local.tm_hour;
+    rest = rest << 6 | local.tm_min;
+    rest = rest << 6 | local.tm_sec;
+    return {local.tm_year, static_cast<unsigned int>(rest)};
+}
+
+// One text of `ctime_r`, which asks for 26 bytes, and what it was made from.
+struct StampEntry {
+    StampKey key;
+    char text[28] = {};
+};
+
+// Remembers the last entry for all threads. Nobody ever waits: a load that meets a store gives nothing, and a
+// store that meets another is left out. So a signal handler may come in between at any point. The version is
+// odd while a store is at work. Each word is released and acquired by itself: a load that has seen a word of
+// a store also sees the version of that store.
+class StampCache {
+  public:
+    bool load(StampEntry& entry) const {
+        unsigned int const version = mVersion.load(std::memory_order_acquire);
+        unsigned int words[WORD_COUNT];
+        for (std::size_t i = 0; i < WORD_COUNT; ++i) {
+            words[i] = mWords[i].load(std::memory_order_acquire);
+        }
+        std::memcpy(&entry, words, sizeof(words));
+        return version % 2 == 0 && mVersion.load(std::memory_order_relaxed) == version;
+    }
+
+    void store(StampEntry const& entry) {
+        unsigned int version = mVersion.load(std::memory_order_relaxed);
+        if (version % 2 != 0 ||
+            !mVersion.compare_exchange_strong(version, version + 1, std::memory_order_acq_rel,
+                                              std::memory_order_relaxed)) {
+            return;
+        }
+        unsigned int words[WORD_COUNT];
+        std::memcpy(words, &entry, sizeof(words));
+        for (std::size_t i = 0; i < WORD_COUNT; ++i) {
+            mWords[i].store(words[i], std::memory_order_release);
+        }
+        mVersion.store(version + 2, std::memory_order_release);
+    }
+
+  private:
+    static constexpr std::size_t WORD_COUNT = sizeof(StampEntry) / sizeof(unsigned int);
+    static_assert(WORD_COUNT * sizeof(unsigned int) == sizeof(StampEntry));
+    static_assert(std::atomic<unsigned int>::is_always_lock_free);
+
+    std::atomic<unsigned int> mVersion{0};
+    std::atomic<unsigned int> mWords[WORD_COUNT] = {};
+};
+
+// Built by the compiler and never destroyed, as it has nothing to destroy.
+StampCache gCache;
+
+// Local time in the fixed form of `ctime_r`; `text` stays as it is if that fails.
+template <std::size_t SIZE>
+void wordSecond(time_t seconds, char (&text)[SIZE]) {
+    static_assert(SIZE >= sizeof(StampEntry::text));
+    tm local{};
+    StampEntry entry;
+    bool const isKeyKnown = localtime_r(&seconds, &local) != nullptr;
+    StampKey const key = isKeyKnown ? makeKey(local) : StampKey();
+    if (isKeyKnown && gCache.load(entry) && entry.key == key) {
+        std::memcpy(text, entry.text, sizeof(entry.text));
+        return;
+    }
+    bool const isWorded = ctime_r(&seconds, text) != nullptr;
+    if (isKeyKnown && isWorded && std::strlen(text) < sizeof(entry.text)) {
+        entry.key = key;
+        std::memcpy(entry.text, text, sizeof(entry.text));
+        gCache.store(entry);
+    }
+}
+
+// Writes ".123" over the text from `place` on.
+void putMilliseconds(char* place, char const* end, unsigned int milliseconds) {
+    char const decimals[] = {'.', static_cast<char>('0' + milliseconds / 100 % 10),
+                             static_cast<char>('0' + milliseconds / 10 % 10),
+                             static_cast<char>('0' + milliseconds % 10), '\0'};
+    if (static_cast<std::size_t>(end - place) >= sizeof(decimals)) {
+        std::memcpy(place, decimals, sizeof(decimals));
+    }
+}
+
+}  // namespace
+
+LogStamp::LogStamp() {
+    timeval now{};
+    if (gettimeofday(&now, nullptr) != 0) {
+        return;
+    }
+    wordSecond(now.tv_sec, mText);
+    // The decimals take the place of the year and of the line feed behind it; the weekday goes.
+    char* const lastBlank = std::strrchr(mText, ' ');
+    if (lastBlank == nullptr) {
+        return;
+    }
+    putMilliseconds(lastBlank, mText + sizeof(mText), static_cast<unsigned int>(now.tv_usec / 1000));
+    char const* const firstBlank = std::strchr(mText, ' ');
+    mBegin = firstBlank != nullptr ? static_cast<std::size_t>(firstBlank + 1 - mText) : 0;
+}
+
+}  // namespace utl
