@@ -1,0 +1,58 @@
+#pragma once
+
+#include "UtlPlatform.h"
+
+namespace utl {
+
+/// Measures elapsed milliseconds on the monotonic clock: as an object, or under an id where start and stop
+/// stand in different places. An object has *one owner thread*, because its fields have no lock; what is
+/// static is *internally locked*, because ids are shared by the whole process.
+///
+/// Elapsed times are differences modulo 2^32: right across a wrap of the tick, wrong from 49.7 days on. Every
+/// failure gives `INVALID_TIME` or false and one log line of level 1.
+///
+/// | State   | `start`                    | `watch`                       | `stop`           |
+/// |---------|----------------------------|-------------------------------|------------------|
+/// | stopped | running, unless it fails   | fails                         | fails            |
+/// | running | runs on from the new start | the time so far, runs on      | as watch, stopped|
+class UTL_API TimeCounter {
+  public:
+    /// What stands for a failure, or for a time that there is not. The tick that happens to have this value
+    /// is taken for a failure as well.
+    static constexpr unsigned int INVALID_TIME = 0xFFFFFFFFU;
+
+    /// How many ids can run at a time.
+    static constexpr unsigned int COUNTER_ID_MAX = 50;
+
+    /// Milliseconds on `CLOCK_MONOTONIC`, modulo 2^32; `INVALID_TIME` if the clock cannot be read.
+    static unsigned int getTickTime();
+
+    TimeCounter() = default;
+    virtual ~TimeCounter();
+
+    /// Begins to count, anew if it runs. False if the clock failed: a counter that ran still counts as
+    /// running, but its next `watch` gives no meaningful time.
+    bool start();
+
+    /// Milliseconds since `start`; `INVALID_TIME` if it is stopped or the clock failed.
+    unsigned int watch();
+
+    /// As `watch`; stopped afterwards, whatever the result.
+    unsigned int stop();
+
+    /// Begins to count under `counterId`, anew if the id runs. False if `COUNTER_ID_MAX` other ids run or the
+    /// clock failed; the id does not run then.
+    static bool start(unsigned int counterId);
+
+    /// Milliseconds since the start of `counterId`; `INVALID_TIME` if it does not run or the clock failed.
+    static unsigned int watch(unsigned int counterId);
+
+    /// As `watch`; the id is free afterwards, whatever the result.
+    static unsigned int stop(unsigned int counterId);
+
+  private:
+    bool mHasStarted = false;
+    unsigned int mStartTime = INVALID_TIME;
+};
+
+}  // namespace utl
