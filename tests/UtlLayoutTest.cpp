@@ -3,9 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include "UtlEvent.h"
+#include "UtlSmartPointer.h"
 #include "UtlSyncObject.h"
 #include "UtlThreadPriority.h"
 #include "UtlThreadRawMsg.h"
+#include "UtlTimeCounter.h"
 
 namespace {
 
@@ -27,6 +30,14 @@ static_assert(hasTargetSize<utl::MsgDataBroker>(4));
 static_assert(hasTargetSize<utl::ThreadRawMsg>(24));
 
 static_assert(hasTargetSize<utl::ThreadPriority>(8));
+
+static_assert(hasTargetSize<utl::RefCounter>(8 + sizeof(utl::SyncObject)));
+static_assert(hasTargetSize<utl::GetRefCounterInterface>(4));
+static_assert(hasTargetSize<utl::SmartPointer<utl::Event>>(12));
+static_assert(hasTargetSize<utl::SmartHandle<utl::DestructCloseFile>>(12));
+
+static_assert(hasTargetSize<utl::Event>(16 + 2 * sizeof(pthread_cond_t) + sizeof(pthread_mutex_t) + 4));
+static_assert(hasTargetSize<utl::TimeCounter>(12));
 
 TEST(Layout, TheTargetSizesWereComparedWhenThisFileWasCompiled) {
     EXPECT_EQ(IS_TARGET, sizeof(long) == 4);
