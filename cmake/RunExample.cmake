@@ -1,0 +1,21 @@
+# cmake -DPROGRAM=... -DEXPECTED=... -P: runs an example and looks for the expected lines in what it prints.
+execute_process(COMMAND ${PROGRAM} OUTPUT_VARIABLE output RESULT_VARIABLE result)
+if(NOT result EQUAL 0)
+    message(FATAL_ERROR "${PROGRAM} ended with ${result}:\n${output}")
+endif()
+
+file(STRINGS ${EXPECTED} lines ENCODING UTF-8)
+if(NOT lines)
+    message(FATAL_ERROR "${EXPECTED} expects nothing")
+endif()
+set(rest "\n${output}")
+foreach(line IN LISTS lines)
+    string(FIND "${rest}" "\n${line}\n" place)
+    if(place EQUAL -1)
+        message(FATAL_ERROR "'${line}' is missing, or in another place, in:\n${output}")
+    endif()
+    # The line end stays, as the start of the next line.
+    string(LENGTH "\n${line}" length)
+    math(EXPR place "${place} + ${length}")
+    string(SUBSTRING "${rest}" ${place} -1 rest)
+endforeach()
