@@ -57,6 +57,7 @@ Hook<int(int*)> pipe("pipe");
 Hook<ssize_t(int, void*, size_t)> read("read");
 Hook<ssize_t(int, void const*, size_t)> write("write");
 Hook<int(int)> close("close");
+Hook<int(int)> fsync("fsync");
 Hook<int(clockid_t, timespec*)> clockGetTime(timeName("clock_gettime", "__clock_gettime64"));
 Hook<int(timeval*, void*)> getTimeOfDay(timeName("gettimeofday", "__gettimeofday64"));
 Hook<char*(time_t const*, char*)> ctimeR(timeName("ctime_r", "__ctime64_r"));
@@ -64,6 +65,10 @@ Hook<int(timespec const*, timespec*)> nanoSleep(timeName("nanosleep", "__nanosle
 Hook<int(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*)> threadCreate("pthread_create");
 Hook<int(pthread_t)> threadDetach("pthread_detach");
 Hook<int(int, unsigned int, int)> setPriority("setpriority");
+Hook<int(pthread_cond_t*, pthread_condattr_t const*)> condInit("pthread_cond_init");
+Hook<int(pthread_cond_t*)> condDestroy("pthread_cond_destroy");
+Hook<int(pthread_cond_t*, pthread_mutex_t*, timespec const*)> condTimedWait(
+    timeName("pthread_cond_timedwait", "__pthread_cond_timedwait64"));
 }  // namespace hooks
 
 HookScope::~HookScope() {
@@ -71,6 +76,7 @@ HookScope::~HookScope() {
     hooks::read.reset();
     hooks::write.reset();
     hooks::close.reset();
+    hooks::fsync.reset();
     hooks::clockGetTime.reset();
     hooks::getTimeOfDay.reset();
     hooks::ctimeR.reset();
@@ -78,6 +84,9 @@ HookScope::~HookScope() {
     hooks::threadCreate.reset();
     hooks::threadDetach.reset();
     hooks::setPriority.reset();
+    hooks::condInit.reset();
+    hooks::condDestroy.reset();
+    hooks::condTimedWait.reset();
 }
 
 }  // namespace utltest
@@ -99,6 +108,10 @@ UTLTEST_HOOKED ssize_t write(int handle, void const* data, size_t bytes) {
 
 UTLTEST_HOOKED int close(int handle) {
     return utltest::hooks::close.call(UTLTEST_CALLER, handle);
+}
+
+UTLTEST_HOOKED int fsync(int handle) {
+    return utltest::hooks::fsync.call(UTLTEST_CALLER, handle);
 }
 
 UTLTEST_HOOKED int clock_gettime(clockid_t clock, timespec* out) noexcept {
@@ -128,4 +141,18 @@ UTLTEST_HOOKED int pthread_detach(pthread_t thread) noexcept {
 
 UTLTEST_HOOKED int setpriority(__priority_which_t which, id_t who, int priority) noexcept {
     return utltest::hooks::setPriority.call(UTLTEST_CALLER, static_cast<int>(which), who, priority);
+}
+
+UTLTEST_HOOKED int pthread_cond_init(pthread_cond_t* condition,
+                                     pthread_condattr_t const* attributes) noexcept {
+    return utltest::hooks::condInit.call(UTLTEST_CALLER, condition, attributes);
+}
+
+UTLTEST_HOOKED int pthread_cond_destroy(pthread_cond_t* condition) noexcept {
+    return utltest::hooks::condDestroy.call(UTLTEST_CALLER, condition);
+}
+
+UTLTEST_HOOKED int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                          timespec const* end) {
+    return utltest::hooks::condTimedWait.call(UTLTEST_CALLER, condition, mutex, end);
 }

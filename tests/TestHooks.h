@@ -94,6 +94,7 @@ extern Hook<int(int*)> pipe;
 extern Hook<ssize_t(int, void*, size_t)> read;
 extern Hook<ssize_t(int, void const*, size_t)> write;
 extern Hook<int(int)> close;
+extern Hook<int(int)> fsync;
 extern Hook<int(clockid_t, timespec*)> clockGetTime;
 extern Hook<int(timeval*, void*)> getTimeOfDay;
 extern Hook<char*(time_t const*, char*)> ctimeR;
@@ -101,6 +102,8 @@ extern Hook<int(timespec const*, timespec*)> nanoSleep;
 extern Hook<int(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*)> threadCreate;
 extern Hook<int(pthread_t)> threadDetach;
 extern Hook<int(int, unsigned int, int)> setPriority;
+extern Hook<int(pthread_cond_t*, pthread_condattr_t const*)> condInit;
+extern Hook<int(pthread_cond_t*)> condDestroy;
 extern Hook<int(pthread_cond_t*, pthread_mutex_t*, timespec const*)> condTimedWait;
 }  // namespace hooks
 
