@@ -3,12 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include "UtlBasicString.h"
 #include "UtlEvent.h"
 #include "UtlSmartPointer.h"
 #include "UtlSyncObject.h"
 #include "UtlThreadPriority.h"
 #include "UtlThreadRawMsg.h"
 #include "UtlTimeCounter.h"
+#include "UtlWorkingBuffer.h"
 
 namespace {
 
@@ -38,6 +40,12 @@ static_assert(hasTargetSize<utl::SmartHandle<utl::DestructCloseFile>>(12));
 
 static_assert(hasTargetSize<utl::Event>(16 + 2 * sizeof(pthread_cond_t) + sizeof(pthread_mutex_t) + 4));
 static_assert(hasTargetSize<utl::TimeCounter>(12));
+
+static_assert(hasTargetSize<utl::DualType<char const*, wchar_t const*>>(12));
+static_assert(hasTargetSize<utl::Range<char>>(8));
+static_assert(hasTargetSize<utl::BasicString<char>>(20));
+static_assert(hasTargetSize<utl::StaticBuffer>(sizeof(utl::SyncObject) + 3 * 10240 + 4));
+static_assert(hasTargetSize<utl::WorkingBuffer<char>>(12));
 
 TEST(Layout, TheTargetSizesWereComparedWhenThisFileWasCompiled) {
     EXPECT_EQ(IS_TARGET, sizeof(long) == 4);

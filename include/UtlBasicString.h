@@ -1,0 +1,152 @@
+#pragma once
+
+#include <cstring>
+
+#include "UtlArray.h"
+#include "UtlPlatform.h"
+
+namespace utl {
+
+/// One value in a narrow and a wide form, as the slots of constant tables have it; *immutable*, because a
+/// table is filled before any thread starts and only read after that.
+template <typename N, typename W>
+class UTL_API DualType {
+  public:
+    constexpr DualType() : mNarrow(), mWide() {}
+    constexpr DualType(N narrow, W wide) : mNarrow(narrow), mWide(wide) {}
+    virtual ~DualType() = default;
+    DualType(DualType const&) = default;
+    DualType& operator=(DualType const&) = default;
+
+    N mNarrow;
+    W mWide;
+};
+
+/// The values from `mLow` to `mHigh`, both included; *immutable*, because a range stays as it was made.
+template <typename T>
+class UTL_API Range {
+  public:
+    constexpr Range() : mLow(), mHigh() {}
+    constexpr Range(T low, T high) : mLow(low), mHigh(high) {}
+    virtual ~Range() = default;
+    Range(Range const&) = default;
+    Range& operator=(Range const&) = default;
+
+    T mLow;
+    T mHigh;
+};
+
+/// UTF-8 text that owns its buffer; *external lock needed*, because a string holds none.
+///
+/// The capacity is explicit and never shrinks by itself. `operator=` and `operator+=` always enlarge it to
+/// fit. `copy` and `replace` do so with `autoResize` 1 only, and work inside it with any other value.
+///
+/// | State         | Entered by                                       | Buffer                  |
+/// |---------------|--------------------------------------------------|-------------------------|
+/// | sharing       | default construction, `resizeMax` to 0 or 1      | empty, not its own      |
+/// | owning        | every other construction, growing                | `maxSize()` bytes       |
+/// | without       | an allocator that gives null, no `EMPTY_STR` yet | null                    |
+///
+/// A string without a buffer counts as empty everywhere. An allocation that throws leaves the string as it
+/// was.
+template <typename T>
+class UTL_API BasicString {
+  public:
+    /// What `EMPTY_STR` points to. Never anything but zero.
+    static T mEmptyChar;
+    static wchar_t mEmptyWChar;
+
+    /// The empty text that strings share. It is filled before any code runs; users still take a null
+    /// `mNarrow` for "not available yet", so that a table that is built first does no harm.
+    static DualType<char const*, wchar_t const*> EMPTY_STR;
+
+    /// An empty string of capacity 1; allocates nothing.
+    BasicString();
+
+    /// An empty string; `maxSize` counts the terminator, and 0 means 1. All bytes are zero.
+    BasicString(unsigned int maxSize, int autoResize);
+
+    /// Holds `text`; the capacity is what that needs or `maxSize`, whichever is more. Null counts as empty.
+    BasicString(T const* text, unsigned int maxSize = 0, int autoResize = 0);
+
+    /// Holds the other's text in a capacity of exactly what that needs, with `autoResize` 0.
+    BasicString(BasicString const& other);
+
+    virtual ~BasicString();
+
+    /// Makes this the text, enlarging the capacity to what it needs if that is more; null counts as empty.
+    /// `text` may be a part of this string.
+    BasicString& operator=(T const* text);
+
+    /// As above.
+    BasicString& operator=(BasicString const& other);
+
+    /// Appends. Where the text does not fit, the capacity grows by its length plus one. Null changes nothing.
+    /// `text` may be a part of this string.
+    BasicString& operator+=(T const* text);
+
+    /// Makes this at most the first `length` bytes of `text`, all with `INVALID_SIZE`. With `truncate` 1 what
+    /// does not fit is cut off behind the last character that does. False, with the old text kept, for null,
+    /// for text that does not fit with any other `truncate`, and for malformed text that has no place for the
+    /// cut. A `length` of 0 gives true and keeps the old text: callers that build a text piece by piece rely
+    /// on an empty piece doing no harm. An empty `text` makes the string empty, but is refused without
+    /// `truncate` where `length` is neither `INVALID_SIZE` nor below the capacity.
+    bool copy(T const* text, unsigned int length, int truncate);
+
+    /// Replaces each `from` by `to` with the rules of `replaceStr`: an empty `to` drops everything from the
+    /// first match on. Works on up to 10239 bytes of text. False for null, which changes nothing, for longer
+    /// text, and for a result that does not fit, after which the string holds a part of it. `from` and `to`
+    /// must not be parts of this string. Waits for other users of the `WorkingBuffer`.
+    bool replace(T const* from, T const* to, int truncate);
+
+    /// Makes the capacity `maxSize` and keeps the characters that fit. 0 and 1 empty the string and give its
+    /// buffer back. False if no text could be kept although there was one (malformed bytes alone), or if
+    /// there is no buffer.
+    bool resizeMax(unsigned int maxSize);
+
+    /// The text, valid until the string changes; null if there is no buffer.
+    T const* buffer() const { return mBuffer; }
+
+    /// Capacity in bytes, the terminator included; never 0.
+    unsigned int maxSize() const { return mMaxSize; }
+
+    /// Bytes of the text, without the terminator.
+    unsigned int length() const { return static_cast<unsigned int>(std::strlen(text())); }
+
+    /// Byte by byte; null counts as empty.
+    bool operator==(T const* other) const {
+        return std::strcmp(text(), other != nullptr ? other : &mEmptyChar) == 0;
+    }
+    bool operator==(BasicString const& other) const { return *this == other.buffer(); }
+    bool operator!=(T const* other) const { return !(*this == other); }
+    bool operator!=(BasicString const& other) const { return !(*this == other); }
+
+  private:
+    T const* text() const { return mBuffer != nullptr ? mBuffer : &mEmptyChar; }
+    unsigned int offsetOf(T const* part) const;
+    bool shareEmptyText();
+    void makeEmpty();
+    void deleteBuffer();
+
+    T* mBuffer;
+    unsigned int mMaxSize;
+    int mAutoResize;
+    bool mShared;
+};
+
+inline bool operator==(char const* left, BasicString<char> const& right) {
+    return right == left;
+}
+inline bool operator!=(char const* left, BasicString<char> const& right) {
+    return right != left;
+}
+
+/// A string of exactly the capacity that both need, with `autoResize` 0. Null counts as empty.
+UTL_API BasicString<char> operator+(char const* left, BasicString<char> const& right);
+
+extern template class DualType<char const*, wchar_t const*>;
+extern template class Range<char>;
+extern template class BasicString<char>;
+extern template class UTL_API_INSTANCE Array<BasicString<char>>;
+
+}  // namespace utl

@@ -1,0 +1,74 @@
+#pragma once
+
+#include "UtlPlatform.h"
+#include "UtlSyncObject.h"
+
+namespace utl {
+
+template <typename T>
+class UTL_API WorkingBuffer;
+
+/// The process's scratch store, lent out slot by slot through `WorkingBuffer`; *internally locked*, because
+/// every thread of the process shares the three slots.
+///
+/// The one instance is built on first use and lives until the process is gone, so that threads which still
+/// run while `main` returns can go on using it.
+class UTL_API StaticBuffer {
+  public:
+    static constexpr unsigned int SLOT_COUNT = 3;
+
+    /// Bytes of one slot, the terminator of its text included.
+    static constexpr unsigned int SLOT_SIZE = 10240;
+
+    static StaticBuffer& get();
+
+    StaticBuffer(StaticBuffer const&) = delete;
+    StaticBuffer& operator=(StaticBuffer const&) = delete;
+
+  protected:
+    StaticBuffer() = default;
+    ~StaticBuffer() = default;
+
+    /// Lends the slot of the present depth and goes one deeper; `mSyncObject` must be held. From the third
+    /// loan on it is always the last slot: deeper loans share it. A depth below 0 lends the first.
+    char* takeSlot();
+
+    /// Gives back the loan taken last; `mSyncObject` must be held.
+    void giveSlotBack();
+
+  private:
+    friend class WorkingBuffer<char>;
+
+    SyncObject mSyncObject;
+    char mBuffers[SLOT_COUNT][SLOT_SIZE]{};
+    int mDepth = 0;
+};
+
+/// Scratch space for the length of a scope: borrows a slot of the `StaticBuffer`; *one owner thread*, because
+/// the loan holds a recursive lock that keeps every other thread out until the scope ends.
+///
+/// The holder must not wait for anything that may itself need a string operation on another thread. Loans
+/// nest: three of one thread have slots of their own, the fourth and deeper share the third one's. A slot's
+/// content is whatever its last user left there.
+template <typename T>
+class [[nodiscard]] UTL_API WorkingBuffer {
+  public:
+    /// Blocks while another thread has a loan.
+    WorkingBuffer();
+    virtual ~WorkingBuffer();
+    WorkingBuffer(WorkingBuffer const&) = delete;
+    WorkingBuffer& operator=(WorkingBuffer const&) = delete;
+
+    /// The slot, of `size()` bytes; valid as long as this object lives.
+    T* get() const { return mpSlot; }
+
+    static constexpr unsigned int size() { return StaticBuffer::SLOT_SIZE; }
+
+  private:
+    StaticBuffer* mStaticBuffer;
+    T* mpSlot;
+};
+
+extern template class WorkingBuffer<char>;
+
+}  // namespace utl

@@ -1,0 +1,228 @@
+#include "UtlBasicString.h"
+
+#include <algorithm>
+#include <functional>
+
+#include "UtlCharDecoder.h"
+#include "UtlString.h"
+#include "UtlStringSearch.h"
+#include "UtlWorkingBuffer.h"
+
+namespace utl {
+
+namespace {
+
+/// An array that holds the empty text; null where the process has an allocator that gives null. A compiler
+/// may take it for granted that the allocator throws, and drop the callers' tests for null: so the address
+/// goes through a place that it must read again.
+char* allocateText(unsigned int bytes) {
+    char* volatile const address = new char[bytes];
+    char* const text = address;
+    if (text != nullptr) {
+        *text = '\0';
+    }
+    return text;
+}
+
+/// How many matches a replacement of `from` has; an empty `from` has one.
+unsigned int countMatches(char const* text, char const* from) {
+    unsigned int count = 0;
+    unsigned int behind = 0;
+    while (behind != INVALID_SIZE && findStr(text, from, 0, &behind) != INVALID_SIZE) {
+        ++count;
+        text += behind != INVALID_SIZE ? behind : 0;
+    }
+    return count;
+}
+
+}  // namespace
+
+template <typename T>
+T BasicString<T>::mEmptyChar = 0;
+
+template <typename T>
+wchar_t BasicString<T>::mEmptyWChar = 0;
+
+template <typename T>
+DualType<char const*, wchar_t const*> BasicString<T>::EMPTY_STR(&BasicString<T>::mEmptyChar,
+                                                                &BasicString<T>::mEmptyWChar);
+
+template <typename T>
+BasicString<T>::BasicString() : mBuffer(nullptr), mMaxSize(1), mAutoResize(0), mShared(false) {
+    shareEmptyText();
+}
+
+template <typename T>
+BasicString<T>::BasicString(unsigned int maxSize, int autoResize)
+    : mBuffer(allocateText(std::max(maxSize, 1U))),
+      mMaxSize(std::max(maxSize, 1U)),
+      mAutoResize(autoResize),
+      mShared(false) {
+    zeroMemory(mBuffer, mMaxSize);
+}
+
+template <typename T>
+BasicString<T>::BasicString(T const* text, unsigned int maxSize, int autoResize)
+    : BasicString(std::max(textLength(text) + 1, maxSize), autoResize) {
+    copyStrBase<T>(mBuffer, mMaxSize, text, INVALID_SIZE, 0);
+}
+
+template <typename T>
+BasicString<T>::BasicString(BasicString const& other) : BasicString(other.buffer(), 0, 0) {}
+
+template <typename T>
+BasicString<T>::~BasicString() {
+    deleteBuffer();
+}
+
+template <typename T>
+BasicString<T>& BasicString<T>::operator=(T const* text) {
+    unsigned int const needed = textLength(text) + 1;
+    if (mMaxSize < needed) {
+        resizeMax(needed);
+    }
+    if (needed == 1) {
+        makeEmpty();
+    } else {
+        copyStrBase<T>(mBuffer, mMaxSize, text, INVALID_SIZE, 0);
+    }
+    return *this;
+}
+
+template <typename T>
+BasicString<T>& BasicString<T>::operator=(BasicString const& other) {
+    return *this = other.buffer();
+}
+
+template <typename T>
+BasicString<T>& BasicString<T>::operator+=(T const* text) {
+    unsigned int const addLength = textLength(text);
+    if (addLength == 0) {
+        return *this;
+    }
+    if (mMaxSize - length() < addLength + 1) {
+        unsigned int const offset = offsetOf(text);
+        resizeMax(mMaxSize + 1 + addLength);
+        if (offset != INVALID_SIZE) {
+            text = mBuffer != nullptr ? mBuffer + offset : nullptr;
+        }
+    }
+    copyGeneral<T>(mBuffer, mMaxSize, length(), text, 0, INVALID_SIZE, 0);
+    return *this;
+}
+
+template <typename T>
+bool BasicString<T>::copy(T const* text, unsigned int length, int truncate) {
+    unsigned int const fullLength = boundedLength(text, length);
+    if (mAutoResize == 1 && mMaxSize < fullLength + 1) {
+        resizeMax(fullLength + 1);
+    }
+    if (text == nullptr) {
+        return false;
+    }
+    unsigned int count = *text != '\0' ? fullLength : length;
+    if (count == 0) {
+        return true;
+    }
+    if (mBuffer == nullptr) {
+        return false;
+    }
+    if (mMaxSize == 1) {
+        bool const fits = *text == '\0' || truncate == 1;
+        if (fits) {
+            makeEmpty();
+        }
+        return fits;
+    }
+    if (truncate == 1) {
+        count = getNearCharIndex(text, std::min(count, mMaxSize - 1), 1);
+    }
+    // Only the lengths that stand for "all" and "failure" make the sum 0, and only here does one mean
+    // failure.
+    bool const fits = truncate == 1 ? count != INVALID_SIZE : mMaxSize >= count + 1;
+    return fits && t_strncpy<T>(mBuffer, mMaxSize, text, count) != INVALID_SIZE;
+}
+
+template <typename T>
+bool BasicString<T>::replace(T const* from, T const* to, int truncate) {
+    if (from == nullptr || to == nullptr) {
+        return false;
+    }
+    unsigned int const needed =
+        countMatches(text(), from) * (textLength(to) - textLength(from)) + length() + 1;
+    if (mAutoResize == 1 && needed > mMaxSize) {
+        resizeMax(needed);
+    }
+    WorkingBuffer<T> const old;
+    if (copyStrBase<T>(old.get(), old.size(), text(), INVALID_SIZE, 0) == INVALID_SIZE) {
+        return false;
+    }
+    return mShared || replaceStr<T>(mBuffer, mMaxSize, old.get(), from, to, truncate) != INVALID_SIZE;
+}
+
+template <typename T>
+bool BasicString<T>::resizeMax(unsigned int maxSize) {
+    if (maxSize == mMaxSize) {
+        return true;
+    }
+    if (maxSize <= 1) {
+        return shareEmptyText();
+    }
+    T* const newBuffer = allocateText(maxSize);
+    bool const isKept = copyStrBase<T>(newBuffer, maxSize, text(), maxSize - 1, 0) != INVALID_SIZE;
+    deleteBuffer();
+    mBuffer = newBuffer;
+    mMaxSize = maxSize;
+    mShared = false;
+    return isKept;
+}
+
+/// Where `part` stands in the own buffer; `INVALID_SIZE` if it is no part of it.
+template <typename T>
+unsigned int BasicString<T>::offsetOf(T const* part) const {
+    std::less<T const*> const isBefore;
+    bool const isInside =
+        mBuffer != nullptr && !isBefore(part, mBuffer) && isBefore(part, mBuffer + mMaxSize);
+    return isInside ? static_cast<unsigned int>(part - mBuffer) : INVALID_SIZE;
+}
+
+template <typename T>
+bool BasicString<T>::shareEmptyText() {
+    mMaxSize = 1;
+    if (EMPTY_STR.mNarrow == nullptr) {
+        return false;
+    }
+    deleteBuffer();
+    mBuffer = const_cast<T*>(EMPTY_STR.mNarrow);
+    mShared = true;
+    return true;
+}
+
+/// Strings of all threads share the empty text, so nobody writes it.
+template <typename T>
+void BasicString<T>::makeEmpty() {
+    if (mBuffer != nullptr && !mShared) {
+        *mBuffer = '\0';
+    }
+}
+
+template <typename T>
+void BasicString<T>::deleteBuffer() {
+    if (!mShared) {
+        delete[] mBuffer;
+    }
+}
+
+BasicString<char> operator+(char const* left, BasicString<char> const& right) {
+    BasicString<char> result(textLength(left) + right.length() + 1, 0);
+    result += left;
+    result += right.buffer();
+    return result;
+}
+
+template class DualType<char const*, wchar_t const*>;
+template class Range<char>;
+template class BasicString<char>;
+template class Array<BasicString<char>>;
+
+}  // namespace utl
