@@ -32,6 +32,18 @@ bool areEqualKeys(K const& left, K const& right, COMPARE compare) {
     return !compare(left, right) && !compare(right, left);
 }
 
+// Gives `left` when `isLeft`, else `right`, without a branch: a search hits keys at random, and every other
+// branch on a comparison would be mispredicted. Clang makes the conditional operator a branch, but not this.
+template <typename T>
+T const* choose(bool isLeft, T const* left, T const* right) {
+#ifdef __clang__
+    T const* const both[] = {right, left};
+    return both[isLeft];
+#else
+    return isLeft ? left : right;
+#endif
+}
+
 }  // namespace detail
 
 /// Largest number of elements that `searchPosition` looks through.
@@ -49,12 +61,11 @@ unsigned int searchPosition(K const& key, T const* elements, unsigned int count,
     if (count == 0) {
         return 0;
     }
-    // Keys are hit at random, so a branch on the comparison would be mispredicted every other time: the
-    // result becomes a mask instead.
     T const* first = elements;
     while (count > 1) {
         unsigned int const half = count / 2;
-        first += half & (0U - static_cast<unsigned int>(compare(first[half - 1].mKey, key)));
+        T const* const upper = first + half;
+        first = detail::choose(compare(upper[-1].mKey, key), upper, first);
         count -= half;
     }
     return static_cast<unsigned int>(first - elements) + static_cast<unsigned int>(compare(first->mKey, key));
