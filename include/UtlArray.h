@@ -168,7 +168,8 @@ bool Array<T, ARG>::isElement(T const* address) const {
 
 template <typename T, typename ARG>
 bool Array<T, ARG>::makeRoomForOneMore() {
-    if (mSize < mMaxSize) {
+    bool const isContentLost = mElements == nullptr && mSize != 0;
+    if (isContentLost || mSize < mMaxSize) {
         return mElements != nullptr;
     }
     return mAutoResize == 1 && mSize != INVALID_SIZE && reallocate(mSize + 1);

@@ -12,19 +12,21 @@ enum EN_KCP { EN_KCP_UTF8 = 32 };
 extern "C" {
 
 /// Sink for log lines of level 1 to 3. The library always passes channel 3 and the length of `text` without
-/// its terminator. The built-in sink drops the text; a program or another library replaces it by defining a
-/// function of this name. It is called under the log's output lock, so it must not log itself into a
-/// dead end: it may be entered from any thread, one thread at a time.
+/// its terminator. The built-in sink drops the text; a program replaces it by defining a function of
+/// this name, another library does if it is linked in front of this one. It is called under the log's output
+/// lock, so it must not log itself into a dead end: it may be entered from any thread, one thread at a time.
 UTL_API void BinaryLogWrite(int channel, const void* text, unsigned int bytes);
 
-/// Converts text of the code page to wide characters. `dstCount` counts wide characters, `srcBytes` bytes;
-/// gives the number of wide characters written, 0 on failure. Replaceable like `BinaryLogWrite`. The built-in
-/// converter is strict UTF-8, fails where the room given is too small, and never cuts.
+/// Converts the `srcBytes` bytes of text at `src` to wide characters. `dstCount` counts wide characters.
+/// Gives the number of wide characters written, without a terminator unless `src` has one among its bytes,
+/// and 0 on failure. Replaceable like `BinaryLogWrite`. The built-in converter knows `EN_KCP_UTF8` alone and
+/// takes it strictly: text that is malformed, holds a surrogate or goes beyond U+10FFFF fails, and so do
+/// empty text, a null pointer and too little room; nothing is written then.
 UTL_API int jk_mbtowc(wchar_t* dst, unsigned int dstCount, char const* src, unsigned int srcBytes,
                       EN_KCP codePage);
 
-/// Converts wide text to the code page. `dstBytes` counts bytes, `srcCount` wide characters; gives the number
-/// of bytes written, 0 on failure. Replaceable like `BinaryLogWrite`.
+/// Converts the `srcCount` wide characters at `src` to text of the code page. `dstBytes` counts bytes. Gives
+/// the number of bytes written, 0 on failure; all else is as for `jk_mbtowc`, also for a negative `srcCount`.
 UTL_API int jk_wctomb(char* dst, unsigned int dstBytes, wchar_t const* src, int srcCount, EN_KCP codePage);
 }
 
