@@ -3,8 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include "UtlArray.h"
 #include "UtlBasicString.h"
 #include "UtlEvent.h"
+#include "UtlMap.h"
+#include "UtlRingArray.h"
 #include "UtlSmartPointer.h"
 #include "UtlSyncObject.h"
 #include "UtlThreadPriority.h"
@@ -24,6 +27,14 @@ constexpr bool hasTargetSize(unsigned int size) {
 static_assert(hasTargetSize<utl::SyncObjectBase>(4));
 static_assert(hasTargetSize<utl::SyncObject>(4 + sizeof(pthread_mutex_t)));
 static_assert(hasTargetSize<utl::SyncGuard>(8));
+
+static_assert(hasTargetSize<utl::Array<int>>(20));
+static_assert(hasTargetSize<utl::Pair<int, int>>(12));
+static_assert(hasTargetSize<utl::Pair<int, unsigned long long>>(16));
+static_assert(hasTargetSize<utl::CompareLessPairKey<int, int>>(1));
+static_assert(hasTargetSize<utl::Map<int, int>>(4 + sizeof(utl::Array<utl::Pair<int, int>>) + 4));
+static_assert(hasTargetSize<utl::RingArray<unsigned char>>(20));
+static_assert(hasTargetSize<utl::Queue<unsigned char>>(24));
 
 static_assert(hasTargetSize<utl::Msg>(8));
 static_assert(hasTargetSize<utl::SimpleMsg>(8));
