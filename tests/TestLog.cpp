@@ -22,6 +22,14 @@ struct Record {
     std::vector<std::string> console;
     std::vector<LogCapture::SystemLine> systemLog;
     std::vector<std::string> binary;
+    std::string sinkOrder;
+
+    void clear() {
+        console.clear();
+        systemLog.clear();
+        binary.clear();
+        sinkOrder.clear();
+    }
 };
 
 Record& record() {
@@ -51,9 +59,7 @@ std::string withoutStampAndLineEnd(std::string const& line) {
 LogCapture::LogCapture() {
     Record& r = record();
     std::lock_guard<std::mutex> const guard(r.mutex);
-    r.console.clear();
-    r.systemLog.clear();
-    r.binary.clear();
+    r.clear();
     r.active = true;
 }
 
@@ -76,6 +82,11 @@ std::vector<LogCapture::SystemLine> LogCapture::systemLog() const {
 std::vector<std::string> LogCapture::binary() const {
     std::lock_guard<std::mutex> const guard(record().mutex);
     return record().binary;
+}
+
+std::string LogCapture::sinkOrder() const {
+    std::lock_guard<std::mutex> const guard(record().mutex);
+    return record().sinkOrder;
 }
 
 std::vector<std::string> LogCapture::lines() const {
@@ -110,9 +121,7 @@ bool LogCapture::waitFor(std::string const& text) const {
 void LogCapture::clear() {
     Record& r = record();
     std::lock_guard<std::mutex> const guard(r.mutex);
-    r.console.clear();
-    r.systemLog.clear();
-    r.binary.clear();
+    r.clear();
 }
 
 }  // namespace utltest
@@ -128,6 +137,7 @@ extern "C" int printf(char const* format, ...) {
     std::unique_lock<std::mutex> lock(r.mutex);
     if (r.active && utltest::isLibraryCode(caller)) {
         r.console.push_back(utltest::formatted(format, arguments));
+        r.sinkOrder += 'c';
         result = static_cast<int>(r.console.back().size());
         r.changed.notify_all();
     } else {
@@ -147,6 +157,7 @@ extern "C" void syslog(int priority, char const* format, ...) {
         std::lock_guard<std::mutex> const guard(r.mutex);
         if (r.active) {
             r.systemLog.push_back({priority, utltest::formatted(format, arguments)});
+            r.sinkOrder += 's';
         }
     }
     va_end(arguments);
@@ -157,6 +168,7 @@ extern "C" void BinaryLogWrite(int channel, void const* text, unsigned int bytes
     std::lock_guard<std::mutex> const guard(r.mutex);
     if (r.active) {
         std::string line(static_cast<char const*>(text), bytes);
+        r.sinkOrder += 'b';
         r.binary.push_back(channel == 3 ? line : "channel " + std::to_string(channel) + ": " + line);
     }
 }

@@ -24,6 +24,9 @@ class [[nodiscard]] LogCapture {
     std::vector<SystemLine> systemLog() const;
     std::vector<std::string> binary() const;
 
+    /// Which sink each text went to, in the order of all calls: 's' system log, 'c' console, 'b' binary.
+    std::string sinkOrder() const;
+
     /// The console lines without their time stamp ("Nov 20 23:25:41.123 ") and line end: name, prefix,
     /// message.
     std::vector<std::string> lines() const;
