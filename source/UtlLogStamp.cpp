@@ -3,8 +3,9 @@
 #include <sys/time.h>
 #include <time.h>
 
-#include <atomic>
 #include <cstring>
+
+#include "UtlLogStampCache.h"
 
 namespace utl {
 
@@ -35,48 +36,7 @@ struct StampEntry {
     char text[28] = {};
 };
 
-// Remembers the last entry for all threads. Nobody ever waits: a load that meets a store gives nothing, and a
-// store that meets another is left out. So a signal handler may come in between at any point. The version is
-// odd while a store is at work. Each word is released and acquired by itself: a load that has seen a word of
-// a store also sees the version of that store.
-class StampCache {
-  public:
-    bool load(StampEntry& entry) const {
-        unsigned int const version = mVersion.load(std::memory_order_acquire);
-        unsigned int words[WORD_COUNT];
-        for (std::size_t i = 0; i < WORD_COUNT; ++i) {
-            words[i] = mWords[i].load(std::memory_order_acquire);
-        }
-        std::memcpy(&entry, words, sizeof(words));
-        return version % 2 == 0 && mVersion.load(std::memory_order_relaxed) == version;
-    }
-
-    void store(StampEntry const& entry) {
-        unsigned int version = mVersion.load(std::memory_order_relaxed);
-        if (version % 2 != 0 ||
-            !mVersion.compare_exchange_strong(version, version + 1, std::memory_order_acq_rel,
-                                              std::memory_order_relaxed)) {
-            return;
-        }
-        unsigned int words[WORD_COUNT];
-        std::memcpy(words, &entry, sizeof(words));
-        for (std::size_t i = 0; i < WORD_COUNT; ++i) {
-            mWords[i].store(words[i], std::memory_order_release);
-        }
-        mVersion.store(version + 2, std::memory_order_release);
-    }
-
-  private:
-    static constexpr std::size_t WORD_COUNT = sizeof(StampEntry) / sizeof(unsigned int);
-    static_assert(WORD_COUNT * sizeof(unsigned int) == sizeof(StampEntry));
-    static_assert(std::atomic<unsigned int>::is_always_lock_free);
-
-    std::atomic<unsigned int> mVersion{0};
-    std::atomic<unsigned int> mWords[WORD_COUNT] = {};
-};
-
-// Built by the compiler and never destroyed, as it has nothing to destroy.
-StampCache gCache;
+LogStampCache<StampEntry> gLastEntry;
 
 // Local time in the fixed form of `ctime_r`; `text` stays as it is if that fails.
 template <std::size_t SIZE>
@@ -86,7 +46,7 @@ void wordSecond(time_t seconds, char (&text)[SIZE]) {
     StampEntry entry;
     bool const isKeyKnown = localtime_r(&seconds, &local) != nullptr;
     StampKey const key = isKeyKnown ? makeKey(local) : StampKey();
-    if (isKeyKnown && gCache.load(entry) && entry.key == key) {
+    if (isKeyKnown && gLastEntry.load(entry) && entry.key == key) {
         std::memcpy(text, entry.text, sizeof(entry.text));
         return;
     }
@@ -94,7 +54,7 @@ void wordSecond(time_t seconds, char (&text)[SIZE]) {
     if (isKeyKnown && isWorded && std::strlen(text) < sizeof(entry.text)) {
         entry.key = key;
         std::memcpy(entry.text, text, sizeof(entry.text));
-        gCache.store(entry);
+        gLastEntry.store(entry);
     }
 }
 
