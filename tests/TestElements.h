@@ -27,7 +27,7 @@ class CountedElement {
     static inline Record record;
 
     CountedElement() { ++record.alive; }
-    CountedElement(int v) : value(v) { ++record.alive; }  // NOLINT: tests write plain numbers
+    CountedElement(int v) : value(v) { ++record.alive; }  // implicit: tests write plain numbers
     CountedElement(CountedElement const& other) : value(other.value) { ++record.alive; }
     ~CountedElement() { --record.alive; }
 

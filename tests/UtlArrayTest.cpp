@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <initializer_list>
 #include <random>
 #include <string>
@@ -460,13 +461,18 @@ void expectLost(Array<T>& array, unsigned int oldSize, unsigned int newMaxSize) 
     EXPECT_EQ(array.getAt(0), nullptr);
 }
 
+// Makes the content 1 and 2, and then the storage null.
+void lose(Array<CountedOrNull>& array, unsigned int newMaxSize) {
+    fill(array, {1, 2});
+    failAllocation<CountedOrNull>(2);
+    EXPECT_FALSE(array.resizeMax(newMaxSize));
+    expectLost(array, 2, newMaxSize);
+}
+
 TEST(Array, ResizeMax_WhoseAllocationGivesNull_IsFalseAndTheContentIsGone) {
     ElementScope const scope;
     Array<CountedOrNull> array(2, 0);
-    fill(array, {1, 2});
-    failAllocation<CountedOrNull>(2);
-    EXPECT_FALSE(array.resizeMax(5));
-    expectLost(array, 2, 5);
+    lose(array, 5);
     EXPECT_EQ(CountedOrNull::record.alive, 0U);
 }
 
@@ -503,9 +509,7 @@ TEST(Array, Copy_WhoseAllocationGivesNull_IsFalse) {
 TEST(Array, EveryOperation_AfterNullStorage_IsHarmlessAndResizeMaxRecovers) {
     ElementScope const scope;
     Array<CountedOrNull> array(2, 1);
-    fill(array, {1, 2});
-    failAllocation<CountedOrNull>(2);
-    EXPECT_FALSE(array.resizeMax(5));
+    lose(array, 5);
     EXPECT_FALSE(array.setAt(0, 9));
     EXPECT_FALSE(array.insertAt(0, 9));
     Array<CountedOrNull> other(2, 0);
@@ -524,10 +528,7 @@ TEST(Array, EveryOperation_AfterNullStorage_IsHarmlessAndResizeMaxRecovers) {
 TEST(Array, InsertAt_AfterNullStorageOfFewerSlotsThanTheSize_IsFalse) {
     ElementScope const scope;
     Array<CountedOrNull> array(2, 1);
-    fill(array, {1, 2});
-    failAllocation<CountedOrNull>(2);
-    EXPECT_FALSE(array.resizeMax(1));
-    expectLost(array, 2, 1);
+    lose(array, 1);
     EXPECT_FALSE(array.insertAt(2, 9));
     expectLost(array, 2, 1);
 }
@@ -535,9 +536,7 @@ TEST(Array, InsertAt_AfterNullStorageOfFewerSlotsThanTheSize_IsFalse) {
 TEST(Array, Copy_AfterNullStorage_FillsAnArrayThatGrows) {
     ElementScope const scope;
     Array<CountedOrNull> array(2, 1);
-    fill(array, {1, 2});
-    failAllocation<CountedOrNull>(2);
-    EXPECT_FALSE(array.resizeMax(1));
+    lose(array, 1);
     Array<CountedOrNull> other(2, 0);
     fill(other, {4, 5});
     EXPECT_TRUE(array.copy(other, INVALID_SIZE));
@@ -630,6 +629,7 @@ class Comparison {
 
   private:
     unsigned int pick(unsigned int bound) { return static_cast<unsigned int>(mRandom() % bound); }
+    auto at(unsigned int index) { return mModel.begin() + static_cast<std::ptrdiff_t>(index); }
 
     void insert(unsigned int index, T const& value) {
         bool const fits = index <= mModel.size() && (mGrows || mModel.size() < mMaxSize);
@@ -638,7 +638,7 @@ class Comparison {
         T const inserted = own ? mModel[from] : value;
         ASSERT_EQ(mArray.insertAt(index, own ? *mArray.getAt(from) : value), fits);
         if (fits) {
-            mModel.insert(mModel.begin() + index, inserted);
+            mModel.insert(at(index), inserted);
             mMaxSize = std::max(mMaxSize, static_cast<unsigned int>(mModel.size()));
         }
     }
@@ -646,8 +646,8 @@ class Comparison {
     void remove(unsigned int index, unsigned int count) {
         mArray.removeAt(index, count);
         if (index < mModel.size()) {
-            auto const first = mModel.begin() + index;
-            mModel.erase(first, first + std::min<long>(count, mModel.end() - first));
+            auto const modelSize = static_cast<unsigned int>(mModel.size());
+            mModel.erase(at(index), at(index + std::min(count, modelSize - index)));
         }
     }
 

@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <random>
@@ -482,7 +483,7 @@ class Comparison {
         switch (pick(12)) {
             case 0:
                 mRing.popFront();
-                mModel.erase(mModel.begin(), mModel.begin() + (mModel.empty() ? 0 : 1));
+                mModel.erase(at(0), at(std::min(size(), 1U)));
                 break;
             case 1:
                 remove(index, count);
@@ -514,25 +515,25 @@ class Comparison {
   private:
     unsigned int pick(unsigned int bound) { return static_cast<unsigned int>(mRandom() % bound); }
     unsigned int size() const { return static_cast<unsigned int>(mModel.size()); }
+    auto at(unsigned int index) { return mModel.begin() + static_cast<std::ptrdiff_t>(index); }
 
     void remove(unsigned int index, unsigned int count) {
         bool const there = index < size();
         ASSERT_EQ(mRing.removeAt(index, count), there);
         if (there) {
-            auto const first = mModel.begin() + index;
-            mModel.erase(first, first + std::min(count, size() - index));
+            mModel.erase(at(index), at(index + std::min(count, size() - index)));
         }
     }
 
     void moveOut(unsigned int count) {
         unsigned int const moved = std::min(count, size());
         std::vector<T> out(moved);
-        ASSERT_TRUE(mRing.popFrontInto(pick(4) == 0 ? nullptr : (mIsRead = true, out.data()), count));
-        if (mIsRead) {
-            ASSERT_EQ(out, std::vector<T>(mModel.begin(), mModel.begin() + moved));
+        bool const isRead = pick(4) != 0;
+        ASSERT_TRUE(mRing.popFrontInto(isRead ? out.data() : nullptr, count));
+        if (isRead) {
+            ASSERT_EQ(out, std::vector<T>(at(0), at(moved)));
         }
-        mIsRead = false;
-        mModel.erase(mModel.begin(), mModel.begin() + moved);
+        mModel.erase(at(0), at(moved));
     }
 
     void removeLast(unsigned int count) {
@@ -545,8 +546,7 @@ class Comparison {
         std::vector<T> out(count);
         ASSERT_EQ(mRing.copyOut(index, out.data(), count), there);
         if (there) {
-            ASSERT_EQ(out, std::vector<T>(mModel.begin() + index,
-                                          mModel.begin() + index + static_cast<int>(count)));
+            ASSERT_EQ(out, std::vector<T>(at(index), at(index + count)));
         }
     }
 
@@ -566,7 +566,6 @@ class Comparison {
     RING mRing;
     std::deque<T> mModel;
     unsigned int mMaxSize;
-    bool mIsRead = false;
 };
 
 // Not plain, so that entries are assigned one by one.
