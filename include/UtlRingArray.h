@@ -208,10 +208,12 @@ void RingArray<T, ARG>::clear() {
 }
 
 /// First-in-first-out face of a ring, which may also be looked at and thinned out in the middle; *external
-/// lock needed*, because it holds none. Every operation is that of `RingArray`.
+/// lock needed*, because it holds none.
 template <typename T>
 class Queue {
   public:
+    ///@{
+    /// As the operation of this name of `RingArray`.
     explicit Queue(unsigned int maxSize) : mRing(maxSize) {}
     virtual ~Queue() = default;
     Queue(Queue const&) = delete;
@@ -231,6 +233,7 @@ class Queue {
     bool removeAt(unsigned int index, unsigned int count) { return mRing.removeAt(index, count); }
     void removeLast(unsigned int count) { mRing.removeLast(count); }
     void clear() { mRing.clear(); }
+    ///@}
 
   private:
     RingArray<T, T const&> mRing;
