@@ -19,7 +19,7 @@ namespace utl {
 /// A failed allocation that throws leaves through every operation that allocates. An element type whose own
 /// `operator new[]` gives null instead makes that operation give false.
 template <typename T, typename ARG = T const&>
-class Array {
+class UTL_API Array {
   public:
     /// Allocates `maxSize` slots, none with 0. With `autoResize` 1 `insertAt` and `copy` enlarge the storage
     /// on demand; with any other value the capacity is fixed and they fail instead.
@@ -197,6 +197,6 @@ bool Array<T, ARG>::reallocate(unsigned int maxSize) {
     return copy(kept, std::min(kept.mSize, maxSize));
 }
 
-extern template class UTL_API_INSTANCE Array<int>;
+extern template class Array<int>;
 
 }  // namespace utl

@@ -1,12 +1,13 @@
 #pragma once
 
 #include "UtlArray.h"
+#include "UtlPlatform.h"
 
 namespace utl {
 
 /// A key and its value, the element of a `Map`; *external lock needed*, because it holds none.
 template <typename K, typename V>
-class Pair {
+class UTL_API Pair {
   public:
     Pair() = default;
     virtual ~Pair() = default;
@@ -19,7 +20,7 @@ class Pair {
 
 /// The order of a `Map` that is given no other: by the `<` of the keys; *immutable*, since it has no state.
 template <typename K, typename V>
-class CompareLessPairKey {
+class UTL_API CompareLessPairKey {
   public:
     /// True if `left` stands before `right`.
     bool operator()(K const& left, K const& right) const { return left < right; }
@@ -92,7 +93,7 @@ T const* searchBinary(K const& key, T const* elements, unsigned int count, COMPA
 /// equal. Storage behaves as in `Array`; what a pointer value refers to stays the caller's.
 template <typename K, typename V, typename KARG = K const&, typename VARG = V const&,
           typename COMPARE = CompareLessPairKey<K, V>>
-class Map {
+class UTL_API Map {
   public:
     /// Arguments as for `Array`. A map that is built with `maxSize` 0 stays empty, even with `autoResize` 1:
     /// owners pass on a capacity that they were given, and 0 means that there are to be no entries.
@@ -179,7 +180,7 @@ bool Map<K, V, KARG, VARG, COMPARE>::erase(KARG key) {
     return true;
 }
 
-extern template class UTL_API_INSTANCE Map<unsigned int, unsigned int>;
-extern template class UTL_API_INSTANCE Map<int, unsigned long long>;
+extern template class Map<unsigned int, unsigned int>;
+extern template class Map<int, unsigned long long>;
 
 }  // namespace utl

@@ -30,7 +30,7 @@ UTL_API unsigned int checkedRingCount(unsigned int count, unsigned int elementBy
 /// no particular value. Storing is copy assignment onto a slot, and removing destroys nothing. `T` needs a
 /// default constructor and a copy assignment.
 template <typename T, typename ARG = T const&>
-class RingArray {
+class UTL_API RingArray {
   public:
     /// Allocates `maxSize` slots, none with 0. Throws `std::bad_alloc` if their bytes cannot be counted in 32
     /// bits. If an element type's own `operator new[]` gives null, the capacity is 0.
@@ -210,7 +210,7 @@ void RingArray<T, ARG>::clear() {
 /// First-in-first-out face of a ring, which may also be looked at and thinned out in the middle; *external
 /// lock needed*, because it holds none.
 template <typename T>
-class Queue {
+class UTL_API Queue {
   public:
     ///@{
     /// As the operation of this name of `RingArray`.
@@ -239,7 +239,7 @@ class Queue {
     RingArray<T, T const&> mRing;
 };
 
-extern template class UTL_API_INSTANCE RingArray<unsigned char>;
-extern template class UTL_API_INSTANCE Queue<unsigned char>;
+extern template class RingArray<unsigned char>;
+extern template class Queue<unsigned char>;
 
 }  // namespace utl
