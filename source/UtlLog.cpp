@@ -6,7 +6,7 @@
 
 #include "UtlLogSink.h"
 #include "UtlLogStamp.h"
-#include "UtlMap.h"
+#include "UtlLogTypes.h"
 #include "UtlProcessWide.h"
 #include "UtlSavedErrno.h"
 #include "UtlSyncObject.h"
@@ -16,7 +16,7 @@ namespace utl {
 namespace {
 
 constexpr unsigned int LINE_SIZE = 256;
-constexpr unsigned int NAME_SIZE = LOG_NAME_LENGTH_MAX + 1;
+constexpr unsigned int NAME_SIZE = LogTypeData::NAME_SIZE;
 constexpr unsigned int PREFIX_LENGTH = 5;
 constexpr char PREFIXES[][PREFIX_LENGTH + 1] = {"NO : ", "ERR: ", "WRN: ", "INF: ", "DTL: ", "DBG: "};
 constexpr int SYSTEM_PRIORITIES[] = {0, LOG_ERR, LOG_WARNING, LOG_INFO};
@@ -27,43 +27,20 @@ constexpr char LINE_END[] = "\r\n";
 static_assert(LOG_LINE_LENGTH_MAX + sizeof(LINE_END) <= LINE_SIZE);
 static_assert(LOG_RAW_LENGTH_MAX < LINE_SIZE);
 
-// Whole, or not at all for a text that is null or too long.
-bool copyName(char (&dst)[NAME_SIZE], char const* src) {
-    size_t const length = src != nullptr ? strnlen(src, NAME_SIZE) : NAME_SIZE;
-    if (length == NAME_SIZE) {
-        return false;
-    }
-    memcpy(dst, src, length + 1);
-    return true;
-}
-
 // A level is compared as unsigned: a negative one counts as the highest.
 int clampLevel(int level) {
     return static_cast<unsigned int>(level) > static_cast<unsigned int>(LOG_LEVEL_DEBUG) ? LOG_LEVEL_DEBUG
                                                                                          : level;
 }
 
-struct LogTypeData {
-    LogTypeData() = default;
-    LogTypeData(int level, char const* typeName) : filterLevel(level) { copyName(name, typeName); }
-
-    int filterLevel = LOG_LEVEL_NONE;
-    char name[NAME_SIZE] = {};
-};
-
 struct LogState {
-    LogState() {
-        types.insert(LOG_TYPE_DEFAULT, LogTypeData(LOG_LEVEL_DETAIL, ""));
-        types.insert(LOG_TYPE_LIBRARY, LogTypeData(LOG_LEVEL_DETAIL, "<UTIL> "));
-    }
-
-    Map<int, LogTypeData> types{LOG_TYPE_MAX, 0};
+    LogTypeTable types;
     SyncObject tableLock;
     SyncObject outputLock;
     char tag[NAME_SIZE] = {};
 };
 
-LogState& logState() {
+inline LogState& logState() {
     static ProcessWide<LogState> theState;  // another file's static initialiser may log first
     return *theState;
 }
@@ -71,9 +48,9 @@ LogState& logState() {
 // Built at load at the latest: a signal handler must never be the first to log.
 [[maybe_unused]] LogState& gBuiltAtLoad = logState();
 
-// Tells whether a line passes; only then is the entry copied, so that the name stays the same while the line
-// is built outside the lock.
-bool passesFilter(int type, int level, LogTypeData& data) {
+// Tells whether a line passes; only then is the name of its type copied, so that it stays the same while the
+// line is built outside the lock. The filter is all that most lines ever see, hence in line.
+inline bool passesFilter(int type, int level, char (&name)[NAME_SIZE]) {
     LogState& state = logState();
     SyncGuard const guard(state.tableLock);
     LogTypeData const* entry = state.types.find(type);
@@ -83,7 +60,7 @@ bool passesFilter(int type, int level, LogTypeData& data) {
     if (entry == nullptr || level == LOG_LEVEL_NONE || entry->filterLevel < level) {
         return false;
     }
-    data = *entry;
+    memcpy(name, entry->name, NAME_SIZE);
     return true;
 }
 
@@ -191,15 +168,14 @@ size_t beginLine(char (&line)[LINE_SIZE], LogStamp const& stamp, char const* nam
 }
 
 // Kept out of the way of lines that are filtered out: these pay for no buffer.
-[[gnu::noinline, gnu::format(printf, 4, 0)]] void emitLine(LogTypeData const& data, int level,
-                                                           LogSink* extraSink, char const* format,
-                                                           va_list arguments) {
+[[gnu::noinline, gnu::format(printf, 4, 0)]] void emitLine(char const* name, int level, LogSink* extraSink,
+                                                           char const* format, va_list arguments) {
     SavedErrno const callersErrno;
     char line[LINE_SIZE] = {};
-    size_t const begin = beginLine(line, LogStamp(), data.name, level);
+    size_t const begin = beginLine(line, LogStamp(), name, level);
     callersErrno.restore();
     appendMessage(line, begin, LOG_LINE_LENGTH_MAX, format, arguments);
-    writeSystemLog(level, line + begin - strlen(data.name) - PREFIX_LENGTH, callersErrno);
+    writeSystemLog(level, line + begin - strlen(name) - PREFIX_LENGTH, callersErrno);
     append(line + strlen(line), LINE_END, sizeof(LINE_END));
     writeOtherSinks(level, line, extraSink, callersErrno);
 }
@@ -216,17 +192,17 @@ size_t beginLine(char (&line)[LINE_SIZE], LogStamp const& stamp, char const* nam
 }  // namespace
 
 void writeLog(int type, int level, LogSink* extraSink, char const* format, va_list arguments) {
-    LogTypeData data;
+    char name[NAME_SIZE];
     int const clamped = clampLevel(level);
-    if (passesFilter(type, clamped, data) && format != nullptr) {
-        emitLine(data, clamped, extraSink, format, arguments);
+    if (passesFilter(type, clamped, name) && format != nullptr) {
+        emitLine(name, clamped, extraSink, format, arguments);
     }
 }
 
 void writeRawLog(int type, int level, LogSink* extraSink, char const* format, va_list arguments) {
-    LogTypeData data;
+    char name[NAME_SIZE];
     int const clamped = clampLevel(level);
-    if (passesFilter(type, clamped, data) && format != nullptr) {
+    if (passesFilter(type, clamped, name) && format != nullptr) {
         emitText(clamped, extraSink, format, arguments);
     }
 }
@@ -249,7 +225,7 @@ void rawlog(int type, int level, char const* format, ...) {
 
 int registerLogType(int type, char const* name, int filterLevel) {
     utl::LogTypeData data;
-    if (!utl::copyName(data.name, name)) {
+    if (!utl::LogTypeData::copyName(data.name, name)) {
         return 0;
     }
     data.filterLevel = utl::clampLevel(filterLevel);
@@ -261,9 +237,7 @@ int registerLogType(int type, char const* name, int filterLevel) {
 void setAllFilterLevel(int level) {
     utl::LogState& state = utl::logState();
     utl::SyncGuard const guard(state.tableLock);
-    for (unsigned int i = 0; i < state.types.size(); ++i) {
-        state.types.getAt(i)->mValue.filterLevel = utl::clampLevel(level);
-    }
+    state.types.setAllFilterLevel(utl::clampLevel(level));
 }
 
 void setFilterLevel(int type, int level) {
@@ -285,5 +259,5 @@ int getFilterLevel(int type) {
 int setLogTag(char const* tag) {
     utl::LogState& state = utl::logState();
     utl::SyncGuard const guard(state.outputLock);
-    return utl::copyName(state.tag, tag) ? 1 : 0;
+    return utl::LogTypeData::copyName(state.tag, tag) ? 1 : 0;
 }

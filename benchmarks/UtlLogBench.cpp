@@ -1,0 +1,83 @@
+#include "UtlLog.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
+#include <mutex>
+
+#include "BenchRatio.h"
+
+namespace {
+
+// The table is full: what a line costs must not depend on how many types there are.
+struct FullTable {
+    FullTable() {
+        for (int type = 1; registerLogType(type, "type ", utl::LOG_LEVEL_DETAIL) == 1; ++type) {
+        }
+    }
+} const gFullTable;
+
+// Lock and unlock is what a line costs at least that is filtered out.
+std::recursive_mutex gStandardLock;
+UTL_RATIO(
+    "a line that is filtered out, to lock and unlock of std::recursive_mutex",
+    [] { applog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DEBUG, "value %d of %s", 5, "name"); },
+    [] { std::lock_guard<std::recursive_mutex> const guard(gStandardLock); }, 1.5);
+
+int gNumber = 0;
+
+// Sends standard output to /dev/null for one turn of calls; the figures go where they always go.
+class NoOutput {
+  public:
+    NoOutput() : mKept((std::fflush(stdout), dup(STDOUT_FILENO))) {
+        int const sink = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        dup2(sink, STDOUT_FILENO);
+        close(sink);
+    }
+    ~NoOutput() {
+        std::fflush(stdout);
+        dup2(mKept, STDOUT_FILENO);
+        close(mKept);
+    }
+    NoOutput(NoOutput const&) = delete;
+    NoOutput& operator=(NoOutput const&) = delete;
+
+  private:
+    int mKept;
+};
+
+void logByLibrary() {
+    applog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DETAIL, "value %d of %s", ++gNumber, "name");
+}
+
+// The same line with the means of the C library.
+void logByHand() {
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local;
+    localtime_r(&now.tv_sec, &local);
+    char stamp[64];
+    std::strftime(stamp, sizeof(stamp), "%b %e %H:%M:%S", &local);
+    std::printf("%s.%03ld <UTIL> DTL: value %d of %s\r\n", stamp, now.tv_nsec / 1000000, ++gNumber, "name");
+}
+
+template <void (*WORK)()>
+void turn(std::size_t calls) {
+    NoOutput const noOutput;
+    for (std::size_t i = 0; i < calls; ++i) {
+        WORK();
+    }
+}
+
+struct LineDeclaration {
+    LineDeclaration() {
+        std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);  // as for a file, whatever it is outside of the turns
+        utlbench::ratioFigures().push_back(
+            {"a line to standard output, to clock_gettime, localtime_r, strftime and printf of the same line",
+             turn<logByLibrary>, turn<logByHand>, 1.3});
+    }
+} const gLineDeclaration;
+
+}  // namespace
