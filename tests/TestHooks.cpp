@@ -67,11 +67,12 @@ Hook<int(pthread_t)> threadDetach("pthread_detach");
 Hook<int(int, unsigned int, int)> setPriority("setpriority");
 Hook<int(pthread_cond_t*, pthread_condattr_t const*)> condInit("pthread_cond_init");
 Hook<int(pthread_cond_t*)> condDestroy("pthread_cond_destroy");
+Hook<int(pthread_cond_t*, pthread_mutex_t*)> condWait("pthread_cond_wait");
 Hook<int(pthread_cond_t*, pthread_mutex_t*, timespec const*)> condTimedWait(
     timeName("pthread_cond_timedwait", "__pthread_cond_timedwait64"));
 }  // namespace hooks
 
-HookScope::~HookScope() {
+static void resetAllHooks() {
     hooks::pipe.reset();
     hooks::read.reset();
     hooks::write.reset();
@@ -86,7 +87,16 @@ HookScope::~HookScope() {
     hooks::setPriority.reset();
     hooks::condInit.reset();
     hooks::condDestroy.reset();
+    hooks::condWait.reset();
     hooks::condTimedWait.reset();
+}
+
+HookScope::HookScope() {
+    resetAllHooks();
+}
+
+HookScope::~HookScope() {
+    resetAllHooks();
 }
 
 }  // namespace utltest
@@ -150,6 +160,10 @@ UTLTEST_HOOKED int pthread_cond_init(pthread_cond_t* condition,
 
 UTLTEST_HOOKED int pthread_cond_destroy(pthread_cond_t* condition) noexcept {
     return utltest::hooks::condDestroy.call(UTLTEST_CALLER, condition);
+}
+
+UTLTEST_HOOKED int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+    return utltest::hooks::condWait.call(UTLTEST_CALLER, condition, mutex);
 }
 
 UTLTEST_HOOKED int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,

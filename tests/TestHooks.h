@@ -104,13 +104,14 @@ extern Hook<int(pthread_t)> threadDetach;
 extern Hook<int(int, unsigned int, int)> setPriority;
 extern Hook<int(pthread_cond_t*, pthread_condattr_t const*)> condInit;
 extern Hook<int(pthread_cond_t*)> condDestroy;
+extern Hook<int(pthread_cond_t*, pthread_mutex_t*)> condWait;
 extern Hook<int(pthread_cond_t*, pthread_mutex_t*, timespec const*)> condTimedWait;
 }  // namespace hooks
 
-/// Puts every hook back when the scope ends.
+/// Begins with every hook as new, its calls counted from 0, and puts every hook back when the scope ends.
 class [[nodiscard]] HookScope {
   public:
-    HookScope() = default;
+    HookScope();
     ~HookScope();
     HookScope(HookScope const&) = delete;
     HookScope& operator=(HookScope const&) = delete;
