@@ -191,13 +191,29 @@ class UTL_API ThreadManager {
 
     explicit ThreadManager(unsigned int entryMax);
 
+    static SyncObject const& instantiationSyncObject();
     static void* startThread(void* parameter);
+    static void signalStarted();
+    static void signalEnded(int id);
 
     /// `entry` that also sets `*created` to true as soon as the thread exists: from then on it owns
     /// `argument`.
     int entryTelling(bool* created, void (*function)(void*), void* argument, int watchdog,
                      unsigned int aliveTime, WatchdogTimerListener* listener, char const* name,
                      ThreadPriority const& priority);
+    int startAndRegister(bool* created, StartParameter& parameter, char const* name);
+    bool registerStarted(StartParameter const& parameter, unsigned long handle, char const* name);
+    bool registerCaller(int id, char const* name);
+    void watchIfAsked(int id, int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
+                      char const* name);
+    bool storePriority(int id, int osValue);
+
+    // Every change of the table's size goes through these two.
+    bool storeEntry(int id, ThreadEntry const& entry);
+    void eraseEntry(int id);
+
+    static ThreadManager* mpTheObject;
+    static std::atomic<unsigned int> mFreePlaces;  // of mEntries; read without its lock
 
     SyncObject mEntriesSyncObject;
     Map<int, ThreadEntry> mEntries;
@@ -206,7 +222,7 @@ class UTL_API ThreadManager {
     std::atomic<bool> mRegistrationLog;
 };
 
-extern template class UTL_API_INSTANCE Map<int, ThreadManager::ThreadEntry>;
-extern template class UTL_API_INSTANCE Map<int, BasicString<char>>;
+extern template class Map<int, ThreadManager::ThreadEntry>;  // exported as the template is
+extern template class Map<int, BasicString<char>>;
 
 }  // namespace utl

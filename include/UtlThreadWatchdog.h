@@ -14,10 +14,14 @@ namespace utl {
 /// The texts are not copied: pass literals.
 class UTL_API StatementInfo {
   public:
-    /// `sub` is a further position inside the statement: the library passes 1 in front of a call that may
-    /// block and 2 behind it. A null `function` becomes an empty text.
-    constexpr StatementInfo(char const* file, char const* function, unsigned int line, unsigned int sub)
-        : file(file), function(function != nullptr ? function : ""), line(line), sub(sub) {}
+    /// `subNumber` is a further position inside the statement: the library passes 1 in front of a call that
+    /// may block and 2 behind it. A null `functionName` becomes an empty text.
+    constexpr StatementInfo(char const* fileName, char const* functionName, unsigned int lineNumber,
+                            unsigned int subNumber)
+        : file(fileName),
+          function(functionName != nullptr ? functionName : ""),
+          line(lineNumber),
+          sub(subNumber) {}
     virtual ~StatementInfo() = default;
     StatementInfo(StatementInfo const&) = default;
     StatementInfo& operator=(StatementInfo const&) = default;
@@ -38,11 +42,7 @@ inline bool operator!=(StatementInfo const& left, StatementInfo const& right) {
     return !(left == right);
 }
 
-struct WatchdogInfo;
 class WatchdogTimerListener;
-
-/// The watched threads by their ids.
-using WatchdogInfos = Map<int, WatchdogInfo>;
 
 /// What the watchdog knows of one thread; *external lock needed*, because it is a plain record.
 struct UTL_API WatchdogInfo {
@@ -63,22 +63,22 @@ struct UTL_API WatchdogInfo {
 
     WatchdogInfo();
 
-    /// A null `name` counts as empty; it is copied. `listener` stays the caller's.
-    WatchdogInfo(int id, unsigned int aliveTime, WatchdogTimerListener* listener, char const* name,
-                 int watchStatus);
+    /// The fields with the given values; a null name counts as empty. The others as in a default record.
+    WatchdogInfo(int threadId, unsigned int allowedTime, WatchdogTimerListener* timerListener,
+                 char const* threadName, int initialStatus);
     virtual ~WatchdogInfo();
     WatchdogInfo(WatchdogInfo const&) = default;
     WatchdogInfo& operator=(WatchdogInfo const&) = default;
 
-    int id;                           ///< kernel thread id
-    unsigned int aliveTime;           ///< milliseconds allowed between two signs of life
-    WatchdogTimerListener* listener;  ///< told of a time-out; may be null; not owned
-    unsigned int lastAliveTick;       ///< tick of the last sign of life, `NO_TICK` for none
-    int watchStatus;                  ///< a `WatchStatus`
-    int aliveStatus;                  ///< an `AliveStatus`
-    unsigned int timeoutCount;        ///< time-outs so far
-    StatementInfo lastStatement;      ///< the place given with the last sign of life
-    BasicString<char> name;           ///< the thread's name
+    int id = 0;                                 ///< kernel thread id
+    unsigned int aliveTime = 0;                 ///< milliseconds allowed between two signs of life
+    WatchdogTimerListener* listener = nullptr;  ///< told of a time-out; may be null; not owned
+    unsigned int lastAliveTick = NO_TICK;       ///< tick of the last sign of life, `NO_TICK` for none
+    int watchStatus = NOT_WATCHING;             ///< a `WatchStatus`
+    int aliveStatus = UNKNOWN;                  ///< an `AliveStatus`
+    unsigned int timeoutCount = 0;              ///< time-outs so far
+    StatementInfo lastStatement{"", "", 0, 0};  ///< the place given with the last sign of life
+    BasicString<char> name;                     ///< the thread's name
 };
 
 /// Compares all fields.
@@ -87,6 +87,9 @@ UTL_API bool operator==(WatchdogInfo const& left, WatchdogInfo const& right);
 inline bool operator!=(WatchdogInfo const& left, WatchdogInfo const& right) {
     return !(left == right);
 }
+
+/// The registered threads by their ids.
+using WatchdogInfos = Map<int, WatchdogInfo>;
 
 /// Is told when a thread has kept silent too long; *one owner thread*, because the watchdog's thread alone
 /// calls it.
@@ -182,6 +185,6 @@ class UTL_API ThreadWatchdog {
     WatchdogInfos mInfos;
 };
 
-extern template class UTL_API_INSTANCE Map<int, WatchdogInfo>;
+extern template class Map<int, WatchdogInfo>;
 
 }  // namespace utl

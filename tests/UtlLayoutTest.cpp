@@ -10,8 +10,11 @@
 #include "UtlRingArray.h"
 #include "UtlSmartPointer.h"
 #include "UtlSyncObject.h"
+#include "UtlThread.h"
+#include "UtlThreadManager.h"
 #include "UtlThreadPriority.h"
 #include "UtlThreadRawMsg.h"
+#include "UtlThreadWatchdog.h"
 #include "UtlTimeCounter.h"
 #include "UtlWorkingBuffer.h"
 
@@ -43,6 +46,19 @@ static_assert(hasTargetSize<utl::MsgDataBroker>(4));
 static_assert(hasTargetSize<utl::ThreadRawMsg>(24));
 
 static_assert(hasTargetSize<utl::ThreadPriority>(8));
+static_assert(hasTargetSize<utl::Command>(4));
+static_assert(hasTargetSize<utl::Thread>(4 + 4 + 4 + sizeof(utl::BasicString<char>) + 4 * sizeof(utl::Event) +
+                                         sizeof(utl::SyncObject) + 4));
+static_assert(hasTargetSize<utl::ThreadManager::DetachThread>(1));
+static_assert(hasTargetSize<utl::ThreadManager::ThreadEntry>(sizeof(utl::BasicString<char>) + 8 + 12 + 12));
+static_assert(hasTargetSize<utl::ThreadManager>(4 + sizeof(utl::SyncObject) +
+                                                sizeof(utl::Map<int, utl::ThreadManager::ThreadEntry>) +
+                                                sizeof(utl::Event) + 4 + 4));
+static_assert(hasTargetSize<utl::StatementInfo>(20));
+static_assert(hasTargetSize<utl::WatchdogInfo>(4 + 7 * 4 + 20 + sizeof(utl::BasicString<char>)));
+static_assert(hasTargetSize<utl::WatchdogTimerListener>(4));
+static_assert(hasTargetSize<utl::ThreadWatchdog>(4 + 4 + sizeof(utl::SyncObject) +
+                                                 sizeof(utl::WatchdogInfos)));
 
 static_assert(hasTargetSize<utl::RefCounter>(8 + sizeof(utl::SyncObject)));
 static_assert(hasTargetSize<utl::GetRefCounterInterface>(4));

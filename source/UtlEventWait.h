@@ -1,0 +1,18 @@
+#pragma once
+
+#include "UtlEvent.h"
+
+namespace utl {
+
+/// `event.waitToOn(timeout)` for an event that nobody sets off meanwhile: 0 only when it is on. Without a
+/// time limit `Event` gives 0 for whatever wakes the thread, and a thread that hands over memory must not
+/// believe in a wake-up that had no cause.
+inline int waitUntilOn(Event const& event, unsigned int timeout) {
+    int result = event.waitToOn(timeout);
+    while (result == 0 && event.isOff()) {
+        result = event.waitToOn(timeout);
+    }
+    return result;
+}
+
+}  // namespace utl

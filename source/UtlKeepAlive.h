@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cerrno>
+#include <utility>
+
+#include "UtlThreadManager.h"
+#include "UtlThreadWatchdog.h"
+
+namespace utl {
+
+/// Reports that the calling thread is alive, at position 1 of a statement when the scope begins and at
+/// position 2 when it ends; *one owner thread*. A thread that blocks in between shows in the watchdog's
+/// report where it stands. `errno` is left as it was, so that it can be looked at behind the scope.
+class [[nodiscard]] KeepAliveBracket {
+  public:
+    /// The texts must be literals; `file` is the source's name without its ending, as in
+    /// "source/UtlThreadManager".
+    KeepAliveBracket(char const* file, char const* function, unsigned int line)
+        : mFile(file), mFunction(function), mLine(line) {
+        report(1);
+    }
+    ~KeepAliveBracket() { report(2); }
+    KeepAliveBracket(KeepAliveBracket const&) = delete;
+    KeepAliveBracket& operator=(KeepAliveBracket const&) = delete;
+
+  private:
+    void report(unsigned int sub) const {
+        int const savedErrno = errno;
+        ThreadManager::get()->keepAliveWatchdog(StatementInfo(mFile, mFunction, mLine, sub));
+        errno = savedErrno;
+    }
+
+    char const* const mFile;
+    char const* const mFunction;
+    unsigned int const mLine;
+};
+
+/// Gives what `call()` gives, called inside a `KeepAliveBracket`.
+template <typename CALL>
+decltype(auto) keepAliveAround(char const* file, char const* function, unsigned int line, CALL&& call) {
+    KeepAliveBracket const bracket(file, function, line);
+    return std::forward<CALL>(call)();
+}
+
+}  // namespace utl

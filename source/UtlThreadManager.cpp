@@ -1,0 +1,493 @@
+#include "UtlThreadManager.h"
+
+#include <pthread.h>
+#include <sys/resource.h>
+
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <type_traits>
+
+#include "UtlEventWait.h"
+#include "UtlKeepAlive.h"
+#include "UtlLog.h"
+#include "UtlLogText.h"
+#include "UtlProcessWide.h"
+#include "UtlThreadId.h"
+#include "UtlThreadWatchdog.h"
+
+namespace utl {
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "source/UtlThreadManager";
+
+// Keeps the instance from being deleted under a thread that tells it about its begin or end, whose moment
+// nobody outside can wait for. Outermost of all locks, and shared: a thread that ends may have to wait for
+// one that begins.
+std::shared_mutex gDeletion;
+static_assert(std::is_trivially_destructible_v<std::shared_mutex>, "threads may outlive the exit handlers");
+
+// Applies to the calling thread alone, other than POSIX has it.
+int setCallersPriority(char const* function, unsigned int line, int osValue) {
+    return keepAliveAround(SOURCE_FILE, function, line,
+                           [osValue] { return setpriority(PRIO_PROCESS, 0, osValue); });
+}
+
+void logPriorityError(int id, int osValue, int error) {
+    char buffer[8192];
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+           "ThreadManager::setPriority() Error setpriority() ID:%d, OsValue:%d er:%d erSt:%s", id, osValue,
+           error, strerror_r(error, buffer, sizeof(buffer)));
+}
+
+int orCaller(int id) {
+    return id != 0 ? id : callerThreadId();
+}
+
+void printRow(int level, int id, ThreadManager::ThreadEntry const& entry) {
+    bool const active = entry.isActive();
+    ThreadPriority const priority = active ? entry.mPriority : ThreadPriority(ThreadPriority::INVALID);
+    applog(LOG_TYPE_LIBRARY, level, "%10d, %-32s, %-12s, %10d, %-16s, ", id,
+           NameColumn(entry.mName.buffer()).get(), active ? "ACTIVE" : "UNKNOWN", priority.OsValue(),
+           priority.label());
+}
+
+// Calls `print` with the id and the entry of each thread.
+template <typename PRINT>
+void printEach(char const* operation, Map<int, ThreadManager::ThreadEntry> const& entries, PRINT print) {
+    for (unsigned int i = 0; i < entries.size(); ++i) {
+        auto const* const pair = entries.getAt(i);
+        if (pair->mKey == 0) {
+            applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ThreadManager::%s() : Thread id is NULL.", operation);
+        } else {
+            print(pair->mKey, pair->mValue);
+        }
+    }
+}
+
+}  // namespace
+
+void ThreadManager::DetachThread::operator()(unsigned long* handle) const {
+    if (*handle == 0) {
+        return;
+    }
+    keepAliveAround(SOURCE_FILE, "operator()", 150, [handle] { return pthread_detach(*handle); });
+    delete handle;
+}
+
+ThreadManager::ThreadEntry::ThreadEntry() = default;
+
+ThreadManager::ThreadEntry::ThreadEntry(int caller, unsigned long handle, char const* name,
+                                        ThreadPriority const& priority)
+    : mName(name, 0, 0), mPriority(priority) {
+    if (caller == 0) {
+        mEndEvent.set(new Event(0, 0));
+        mThreadHandle.set(new unsigned long(handle));
+    }
+}
+
+void ThreadManager::ThreadEntry::toStop() {
+    if (mEndEvent.get() != nullptr) {
+        mEndEvent->setOn();
+    }
+}
+
+int ThreadManager::ThreadEntry::waitToStop(unsigned int timeout) const {
+    return mEndEvent.get() != nullptr ? waitUntilOn(*mEndEvent, timeout) : -1;
+}
+
+bool ThreadManager::ThreadEntry::isActive() const {
+    return mEndEvent.get() != nullptr && mEndEvent->isOff();
+}
+
+bool ThreadManager::ThreadEntry::isControllable() const {
+    return mEndEvent.get() != nullptr || mThreadHandle.get() != nullptr;
+}
+
+void ThreadManager::ThreadEntry::detach() {
+    mThreadHandle.release();
+}
+
+// What `entry` hands to the new thread.
+struct ThreadManager::StartParameter {
+    StartParameter(void (*function)(void*), void* argument, ThreadPriority const& priority)
+        : mEvent(0, 0), mFunction(function), mId(0), mPriority(priority), mArgument(argument) {}
+
+    Event mEvent;  // part of the structure, though the hand-over goes through mStartEvent
+    void (*mFunction)(void*);
+    int mId;
+    ThreadPriority mPriority;
+    void* mArgument;
+};
+
+ThreadManager* ThreadManager::mpTheObject = nullptr;
+std::atomic<unsigned int> ThreadManager::mFreePlaces{0};
+
+SyncObject const& ThreadManager::instantiationSyncObject() {
+    static ProcessWide<SyncObject> mInstantiationSyncObject;
+    return *mInstantiationSyncObject;
+}
+
+ThreadManager* ThreadManager::get() {
+    SyncGuard const guard(instantiationSyncObject());
+    if (mpTheObject == nullptr) {
+        mpTheObject = new ThreadManager(DEFAULT_ENTRY_MAX);
+    }
+    return mpTheObject;
+}
+
+ThreadManager* ThreadManager::getIfCreated() {
+    SyncGuard const guard(instantiationSyncObject());
+    return mpTheObject;
+}
+
+bool ThreadManager::initializeEntryMax(unsigned int entryMax) {
+    SyncGuard const guard(instantiationSyncObject());
+    if (mpTheObject != nullptr) {
+        return false;
+    }
+    mpTheObject = new ThreadManager(entryMax);
+    return true;
+}
+
+// The instance stands until it is gone, for the sake of what reports a sign of life while it is deleted.
+void ThreadManager::destroy() {
+    std::unique_lock<std::shared_mutex> const alone(gDeletion);
+    SyncGuard const guard(instantiationSyncObject());
+    delete mpTheObject;
+    mpTheObject = nullptr;
+}
+
+int ThreadManager::getCallerId() {
+    return callerThreadId();
+}
+
+ThreadManager::ThreadManager(unsigned int entryMax)
+    : mEntries(entryMax, 0),
+      mStartEvent(0, 0),
+      mWatchdog(new ThreadWatchdog(entryMax)),
+      mRegistrationLog(false) {
+    mFreePlaces = entryMax;
+}
+
+// Detaching a thread reports to this instance, so it happens while the instance is still whole.
+ThreadManager::~ThreadManager() {
+    delete mWatchdog.exchange(nullptr);
+    for (unsigned int i = 0; i < mEntries.size(); ++i) {
+        mEntries.getAt(i)->mValue.detach();
+    }
+}
+
+int ThreadManager::entry(void (*function)(void*), void* argument, int watchdog, unsigned int aliveTime,
+                         WatchdogTimerListener* listener, char const* name, ThreadPriority const& priority,
+                         unsigned int /*reserved*/) {
+    bool created = false;
+    return entryTelling(&created, function, argument, watchdog, aliveTime, listener, name, priority);
+}
+
+int ThreadManager::entryTelling(bool* created, void (*function)(void*), void* argument, int watchdog,
+                                unsigned int aliveTime, WatchdogTimerListener* listener, char const* name,
+                                ThreadPriority const& priority) {
+    if (function == nullptr || name == nullptr || mFreePlaces == 0) {
+        return 0;
+    }
+    auto const parameter = std::make_unique<StartParameter>(function, argument, priority);
+    int const id = startAndRegister(created, *parameter, name);
+    if (id != 0) {
+        watchIfAsked(id, watchdog, aliveTime, listener, name);
+    }
+    return id;
+}
+
+// The lock makes starts happen one at a time, so mStartEvent belongs to one of them. The new thread uses the
+// parameter until it has set the event on, and takes the lock only when its function has returned.
+int ThreadManager::startAndRegister(bool* created, StartParameter& parameter, char const* name) {
+    SyncGuard const guard(mEntriesSyncObject);
+    mStartEvent.setOff();
+    pthread_t handle = 0;
+    int const result = keepAliveAround(SOURCE_FILE, "entry", 490, [&handle, &parameter] {
+        return pthread_create(&handle, nullptr, startThread, &parameter);
+    });
+    if (result != 0) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "Thread Start Failed  Ret:%d, PriOs:%d, Name:%s", result,
+               parameter.mPriority.OsValue(), name);
+        return 0;
+    }
+    *created = true;
+    waitUntilOn(mStartEvent, 0);
+    mStartEvent.setOff();
+    return registerStarted(parameter, handle, name) ? parameter.mId : 0;
+}
+
+bool ThreadManager::registerStarted(StartParameter const& parameter, unsigned long handle, char const* name) {
+    int const osValue = parameter.mPriority.OsValue();
+    ThreadEntry const entry(0, handle, name, parameter.mPriority);
+    if (mEntries.find(parameter.mId) != nullptr || !storeEntry(parameter.mId, entry)) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+               "entry() Error Thread Register           ID:%d, PriOs:%d, Name:%s", parameter.mId, osValue,
+               name);
+        return false;
+    }
+    if (mRegistrationLog) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_INFO, "Thread Start and Register ID:%d, PriOs:%d, Name:%s",
+               parameter.mId, osValue, name);
+    }
+    return true;
+}
+
+// The manager is asked for each time: it may be another one by the time the function returns.
+void* ThreadManager::startThread(void* parameter) {
+    auto* const start = static_cast<StartParameter*>(parameter);
+    auto* const function = start->mFunction;
+    void* const argument = start->mArgument;
+    int const osValue = start->mPriority.OsValue();
+    if (setCallersPriority("startThread", 1280, osValue) == -1) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+               "ThreadManager::startThread() Error setpriority() OsValue:%d", osValue);
+    }
+    start->mId = getCallerId();
+    signalStarted();
+    function(argument);
+    signalEnded(getCallerId());
+    return nullptr;
+}
+
+void ThreadManager::signalStarted() {
+    std::shared_lock<std::shared_mutex> const notDeleted(gDeletion);
+    get()->mStartEvent.setOn();
+}
+
+void ThreadManager::signalEnded(int id) {
+    std::shared_lock<std::shared_mutex> const notDeleted(gDeletion);
+    ThreadManager& manager = *get();
+    SyncGuard const guard(manager.mEntriesSyncObject);
+    ThreadEntry* const entry = manager.mEntries.find(id);
+    if (entry != nullptr) {
+        entry->toStop();
+    }
+}
+
+bool ThreadManager::storeEntry(int id, ThreadEntry const& entry) {
+    unsigned int const before = mEntries.size();
+    bool const stored = mEntries.insert(id, entry);
+    mFreePlaces -= mEntries.size() - before;
+    return stored;
+}
+
+// Erasing moves the later entries down and leaves a copy of the last one behind, whose share in its thread
+// would keep that from being detached. An empty entry takes the place of the copy for a moment.
+void ThreadManager::eraseEntry(int id) {
+    mEntries.erase(id);
+    mEntries.insert(INT_MAX, ThreadEntry());
+    mEntries.erase(INT_MAX);
+    ++mFreePlaces;
+}
+
+void ThreadManager::watchIfAsked(int id, int watchdog, unsigned int aliveTime,
+                                 WatchdogTimerListener* listener, char const* name) {
+    if (watchdog == 1) {
+        mWatchdog.load()->entry(id, aliveTime, listener, name);
+    }
+}
+
+int ThreadManager::entryCaller(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
+                               char const* name) {
+    int const id = getCallerId();
+    if (name == nullptr || !registerCaller(id, name)) {
+        return 0;
+    }
+    watchIfAsked(id, watchdog, aliveTime, listener, name);
+    return id;
+}
+
+bool ThreadManager::registerCaller(int id, char const* name) {
+    SyncGuard const guard(mEntriesSyncObject);
+    unsigned long const handle = keepAliveAround(SOURCE_FILE, "entryCaller", 581, pthread_self);
+    ThreadEntry const entry(1, handle, name, ThreadPriority(ThreadPriority::INVALID));
+    ThreadEntry const* const known = mEntries.find(id);
+    if ((known != nullptr && known->isControllable()) || !storeEntry(id, entry)) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+               "entryCaller() Error Thread Register           ID:%d, Name:%s", id, name);
+        return false;
+    }
+    if (mRegistrationLog) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_INFO, "Thread Register           ID:%d, Name:%s", id, name);
+    }
+    return true;
+}
+
+bool ThreadManager::unregister(int id) {
+    SyncGuard const guard(mEntriesSyncObject);
+    ThreadEntry* const entry = mEntries.find(id);
+    if (entry == nullptr || (id != 0 && isThreadActive(id))) {
+        return false;
+    }
+    entry->detach();
+    eraseEntry(id);
+    return true;
+}
+
+int ThreadManager::waitToStop(int id, unsigned int timeout) {
+    ThreadEntry waited;
+    {
+        SyncGuard const guard(mEntriesSyncObject);
+        ThreadEntry const* const entry = mEntries.find(id);
+        if (entry != nullptr) {
+            waited.mEndEvent = entry->mEndEvent;
+        }
+    }
+    return waited.waitToStop(timeout);
+}
+
+bool ThreadManager::isThreadExist(int id) {
+    SyncGuard const guard(mEntriesSyncObject);
+    return mEntries.find(id) != nullptr;
+}
+
+bool ThreadManager::isThreadActive(int id) {
+    SyncGuard const guard(mEntriesSyncObject);
+    ThreadEntry const* const entry = mEntries.find(id);
+    return entry != nullptr && entry->isActive();
+}
+
+bool ThreadManager::isActive(int id) {
+    return isThreadExist(id) && isThreadActive(id);
+}
+
+bool ThreadManager::getPriority(int id, ThreadPriority* priority) {
+    SyncGuard const guard(mEntriesSyncObject);
+    ThreadEntry const* const entry = mEntries.find(id);
+    if (priority == nullptr || entry == nullptr || !entry->isActive()) {
+        return false;
+    }
+    priority->OsValue(entry->mPriority.OsValue());
+    return true;
+}
+
+bool ThreadManager::setPriority(int id, ThreadPriority const& priority) {
+    if (!isActive(id) || id != getCallerId()) {
+        return false;
+    }
+    int const osValue = priority.OsValue();
+    if (osValue == ThreadPriority::INVALID_OS_VALUE) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+               "ThreadManager::setPriority() Error ID:%d, invalidOsValue:%d", id, osValue);
+        return false;
+    }
+    if (setCallersPriority("setPriority", 770, osValue) == -1) {
+        logPriorityError(id, osValue, errno);
+        return false;
+    }
+    return storePriority(id, osValue);
+}
+
+bool ThreadManager::storePriority(int id, int osValue) {
+    SyncGuard const guard(mEntriesSyncObject);
+    ThreadEntry* const entry = mEntries.find(id);
+    if (entry == nullptr) {
+        return false;
+    }
+    entry->mPriority.OsValue(osValue);
+    return true;
+}
+
+char const* ThreadManager::findName(int id) {
+    SyncGuard const guard(mEntriesSyncObject);
+    ThreadEntry const* const entry = mEntries.find(id);
+    return entry != nullptr ? orEmpty(entry->mName.buffer()) : "";
+}
+
+char const* ThreadManager::getName(int id) {
+    return findName(id);
+}
+
+bool ThreadManager::getNames(Names* names) {
+    if (names == nullptr) {
+        return false;
+    }
+    SyncGuard const guard(mEntriesSyncObject);
+    for (unsigned int i = 0; i < mEntries.size(); ++i) {
+        auto const* const pair = mEntries.getAt(i);
+        names->insert(pair->mKey, pair->mValue.mName);
+    }
+    return true;
+}
+
+void ThreadManager::enableRegistrationLog() {
+    mRegistrationLog = true;
+}
+
+void ThreadManager::printThreadInfo(int) {}
+
+void ThreadManager::printThreadInfoReg(int level) {
+    SyncGuard const guard(mEntriesSyncObject);
+    applog(LOG_TYPE_LIBRARY, level, "ThreadManager:: Registered info of threads in this process.");
+    applog(LOG_TYPE_LIBRARY, level,
+           "ID        , Name                            , Status      , Pri.Os    , Pri.Label       , ");
+    printEach("printThreadInfoReg", mEntries,
+              [level](int id, ThreadEntry const& entry) { printRow(level, id, entry); });
+}
+
+void ThreadManager::printWatchdogInfo(int level) {
+    ThreadWatchdog& watchdog = *mWatchdog.load();
+    watchdog.printWatchdogInfo(level);
+    SyncGuard const guard(mEntriesSyncObject);
+    applog(LOG_TYPE_LIBRARY, level,
+           "ThreadManager:: Registered info of threads in this process.(But not registered watchdog)");
+    applog(LOG_TYPE_LIBRARY, level, "ID        , Name                            , ");
+    printEach("printWatchdogInfo", mEntries, [level, &watchdog](int id, ThreadEntry const& entry) {
+        if (watchdog.findWatchdogInfo(id) == nullptr) {
+            applog(LOG_TYPE_LIBRARY, level, "%10d, %-32s, ", id, NameColumn(entry.mName.buffer()).get());
+        }
+    });
+}
+
+bool ThreadManager::entryWatchdog(unsigned int aliveTime, WatchdogTimerListener* listener, int id) {
+    int const watched = orCaller(id);
+    BasicString<char> name;
+    {
+        // Copied, because the table may change before the watchdog has taken it.
+        SyncGuard const guard(mEntriesSyncObject);
+        name = getName(watched);
+    }
+    return mWatchdog.load()->entry(watched, aliveTime, listener, orEmpty(name.buffer()));
+}
+
+bool ThreadManager::unregisterWatchdog(int id) {
+    return mWatchdog.load()->unregister(orCaller(id));
+}
+
+bool ThreadManager::isRegisteredWatchdog(int id) {
+    return mWatchdog.load()->isRegistered(orCaller(id));
+}
+
+bool ThreadManager::isWatchingWatchdog(int id) {
+    return mWatchdog.load()->isWatching(orCaller(id));
+}
+
+bool ThreadManager::startWatchdog(int id) {
+    return mWatchdog.load()->start(orCaller(id));
+}
+
+bool ThreadManager::stopWatchdog(int id) {
+    return mWatchdog.load()->stop(orCaller(id));
+}
+
+bool ThreadManager::setWatchdogAliveTime(unsigned int aliveTime, int id) {
+    return mWatchdog.load()->setAliveTime(orCaller(id), aliveTime);
+}
+
+void ThreadManager::keepAliveWatchdog(StatementInfo const& info) {
+    ThreadWatchdog* const watchdog = mWatchdog;
+    if (watchdog != nullptr) {
+        watchdog->keepAlive(info);
+    }
+}
+
+template class Map<int, ThreadManager::ThreadEntry>;
+template class Map<int, BasicString<char>>;
+
+}  // namespace utl

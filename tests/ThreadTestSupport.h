@@ -1,0 +1,165 @@
+#pragma once
+
+// What the tests of threads share: a way to the private state that no operation reaches, and threads that run
+// as long as the test wants.
+
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <string>
+
+#include "UtlEvent.h"
+#include "UtlThreadManager.h"
+#include "UtlThreadWatchdog.h"
+
+namespace utl {
+
+struct ThreadWatchdogTestAccess {
+    static void setInitialized(ThreadWatchdog& watchdog, bool initialized) {
+        watchdog.mInitialized = initialized;
+    }
+    static void setInKeepAlive(ThreadWatchdog& watchdog, bool inKeepAlive) {
+        SyncGuard const guard(watchdog.mInfosSyncObject);
+        watchdog.mInKeepAlive = inKeepAlive;
+    }
+    static bool isInKeepAlive(ThreadWatchdog& watchdog) {
+        SyncGuard const guard(watchdog.mInfosSyncObject);
+        return watchdog.mInKeepAlive;
+    }
+    static WatchdogInfos& infos(ThreadWatchdog& watchdog) { return watchdog.mInfos; }
+};
+
+struct ThreadManagerTestAccess {
+    static ThreadWatchdog& watchdog() { return *ThreadManager::get()->mWatchdog.load(); }
+
+    /// Takes the watchdog away, as it is while the manager is deleted; gives what was there.
+    static ThreadWatchdog* exchangeWatchdog(ThreadWatchdog* watchdog) {
+        return ThreadManager::get()->mWatchdog.exchange(watchdog);
+    }
+    static bool storeEntry(int id, ThreadManager::ThreadEntry const& entry) {
+        ThreadManager& manager = *ThreadManager::get();
+        SyncGuard const guard(manager.mEntriesSyncObject);
+        return manager.storeEntry(id, entry);
+    }
+    static ThreadManager::ThreadEntry copyEntry(int id) {
+        ThreadManager& manager = *ThreadManager::get();
+        SyncGuard const guard(manager.mEntriesSyncObject);
+        return *manager.mEntries.find(id);
+    }
+    static void eraseEntry(int id) {
+        ThreadManager& manager = *ThreadManager::get();
+        SyncGuard const guard(manager.mEntriesSyncObject);
+        manager.eraseEntry(id);
+    }
+};
+
+}  // namespace utl
+
+namespace utltest {
+
+inline int kernelId() {
+    return static_cast<int>(syscall(SYS_gettid));
+}
+
+/// An id that the kernel gives to no thread.
+inline constexpr int NO_THREAD = 10000000;
+
+/// Waits until the event is on, whatever wakes the thread meanwhile.
+inline void waitSurely(utl::Event const& event) {
+    while (event.isOff()) {
+        event.waitToOn(0);
+    }
+}
+
+/// An entry of a thread that was not started here.
+inline utl::ThreadManager::ThreadEntry foreignEntry(char const* name) {
+    return {1, 0, name, utl::ThreadPriority()};
+}
+
+/// A manager that is fresh for the test, and gone behind it.
+class WithManager : public ::testing::Test {
+  protected:
+    WithManager() { utl::ThreadManager::destroy(); }
+    ~WithManager() override { utl::ThreadManager::destroy(); }
+
+    static utl::ThreadManager& manager() { return *utl::ThreadManager::get(); }
+
+    /// Makes the watchdog's operations work, whose own thread is not there.
+    static utl::ThreadWatchdog& initializedWatchdog() {
+        utl::ThreadWatchdog& watchdog = utl::ThreadManagerTestAccess::watchdog();
+        utl::ThreadWatchdogTestAccess::setInitialized(watchdog, true);
+        return watchdog;
+    }
+
+    /// Fills the table with foreign threads until only `places` are free.
+    static void fillTable(unsigned int entryMax, unsigned int places) {
+        for (unsigned int i = 0; i + places < entryMax; ++i) {
+            ASSERT_TRUE(utl::ThreadManagerTestAccess::storeEntry(NO_THREAD + static_cast<int>(i),
+                                                                 foreignEntry("filler")));
+        }
+    }
+};
+
+/// A thread started with `ThreadManager::entry` that stays in its function until it is let go.
+class HeldThread {
+  public:
+    explicit HeldThread(char const* name, int watchdog = 0, unsigned int aliveTime = 0,
+                        utl::WatchdogTimerListener* listener = nullptr,
+                        utl::ThreadPriority const& priority = utl::ThreadPriority())
+        : mId(utl::ThreadManager::get()->entry(run, this, watchdog, aliveTime, listener, name, priority)) {}
+
+    /// Lets the thread go, waits for its end and gives its place back.
+    ~HeldThread() {
+        letGo();
+        if (mId != 0) {
+            utl::ThreadManager::get()->waitToStop(mId, 0);
+            utl::ThreadManager::get()->unregister(mId);
+        }
+    }
+    HeldThread(HeldThread const&) = delete;
+    HeldThread& operator=(HeldThread const&) = delete;
+
+    int id() const { return mId; }
+
+    /// Lets the function return.
+    void letGo() { mGo.setOn(); }
+
+    /// As `letGo`; the thread has ended when this returns.
+    void end() {
+        letGo();
+        EXPECT_EQ(utl::ThreadManager::get()->waitToStop(mId, 0), 0);
+    }
+
+    /// The kernel id as the function saw it; waits until it has.
+    int seenId() const {
+        waitSurely(mRunning);
+        return mSeenId;
+    }
+
+  private:
+    static void run(void* argument) {
+        auto* const self = static_cast<HeldThread*>(argument);
+        self->mSeenId = kernelId();
+        self->mRunning.setOn();
+        waitSurely(self->mGo);
+    }
+
+    utl::Event mGo{0, 0};
+    utl::Event mRunning{0, 0};
+    std::atomic<int> mSeenId{0};
+    int const mId;
+};
+
+/// Runs `work` on a thread of its own that `ThreadManager::entry` starts, to its end.
+template <typename WORK>
+void runOnManagedThread(WORK work) {
+    auto const call = [](void* argument) { (*static_cast<WORK*>(argument))(); };
+    int const id = utl::ThreadManager::get()->entry(call, &work, 0, 0, nullptr, "worker");
+    ASSERT_NE(id, 0);
+    ASSERT_EQ(utl::ThreadManager::get()->waitToStop(id, 0), 0);
+    EXPECT_TRUE(utl::ThreadManager::get()->unregister(id));
+}
+
+}  // namespace utltest
