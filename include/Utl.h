@@ -3,6 +3,7 @@
 // Everything that the library offers.
 
 #include "UtlArray.h"
+#include "UtlBasicString.h"
 #include "UtlEvent.h"
 #include "UtlLog.h"
 #include "UtlMap.h"
@@ -10,6 +11,7 @@
 #include "UtlPlatform.h"
 #include "UtlRingArray.h"
 #include "UtlSmartPointer.h"
+#include "UtlString.h"
 #include "UtlSyncObject.h"
 #include "UtlThread.h"
 #include "UtlThreadManager.h"
@@ -17,3 +19,4 @@
 #include "UtlThreadRawMsg.h"
 #include "UtlThreadWatchdog.h"
 #include "UtlTimeCounter.h"
+#include "UtlWorkingBuffer.h"
