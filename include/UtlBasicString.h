@@ -12,28 +12,30 @@ namespace utl {
 template <typename N, typename W>
 class UTL_API DualType {
   public:
+    /// Both forms are zero, or as given.
     constexpr DualType() : mNarrow(), mWide() {}
     constexpr DualType(N narrow, W wide) : mNarrow(narrow), mWide(wide) {}
     virtual ~DualType() = default;
     DualType(DualType const&) = default;
     DualType& operator=(DualType const&) = default;
 
-    N mNarrow;
-    W mWide;
+    N mNarrow;  ///< the narrow form
+    W mWide;    ///< the wide form
 };
 
 /// The values from `mLow` to `mHigh`, both included; *immutable*, because a range stays as it was made.
 template <typename T>
 class UTL_API Range {
   public:
+    /// From zero to zero, or as given.
     constexpr Range() : mLow(), mHigh() {}
     constexpr Range(T low, T high) : mLow(low), mHigh(high) {}
     virtual ~Range() = default;
     Range(Range const&) = default;
     Range& operator=(Range const&) = default;
 
-    T mLow;
-    T mHigh;
+    T mLow;   ///< the first value
+    T mHigh;  ///< the last value
 };
 
 /// UTF-8 text that owns its buffer; *external lock needed*, because a string holds none.

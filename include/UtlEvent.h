@@ -13,11 +13,10 @@ namespace utl {
 /// the same state returns at once until the state changes. A two-way event can be awaited in both states, a
 /// one-way event only while it goes on. All time-outs run on the monotonic clock.
 ///
-/// | State | `setOn`          | `setOff`         | `waitToOn`     | `waitToOff`, two-way | `waitToOff`,
-/// one-way |
-/// |-------|------------------|------------------|----------------|----------------------|----------------------|
-/// | off   | on, wakes all    | off              | blocks         | returns at once      | fails at once | |
-/// on    | on               | off, wakes all   | returns at once| blocks               | fails at once |
+/// | State | `setOn`       | `setOff`       | `waitToOn`      | `waitToOff`, two-way | `waitToOff`, one-way |
+/// |-------|---------------|----------------|-----------------|----------------------|----------------------|
+/// | off   | on, wakes all | off            | blocks          | returns at once      | fails at once        |
+/// | on    | on            | off, wakes all | returns at once | blocks               | fails at once        |
 class UTL_API Event {
   public:
     /// Results of a wait.
@@ -33,8 +32,11 @@ class UTL_API Event {
     Event(Event const&) = delete;
     Event& operator=(Event const&) = delete;
 
+    /// Changes the state and wakes all threads that wait for the new one.
     void setOn();
     void setOff();
+
+    /// The state at the moment of the call.
     bool isOn() const;
     bool isOff() const;
 

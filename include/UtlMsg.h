@@ -61,6 +61,7 @@ class UTL_API MsgDataBroker {
     /// 0 when every operation since the last begin worked, anything else once one has failed.
     virtual int getResult();
 
+    /// Writes the id to its fixed place.
     virtual int setMsgId(int msgId) = 0;
     /// Stores the id in `*msgId`.
     virtual int getMsgId(int* msgId) = 0;
@@ -114,11 +115,13 @@ class UTL_API MsgDataBroker {
 /// the same order with the same types. A mismatch goes unnoticed unless it runs past the end of the broker.
 class UTL_API Msg {
   public:
+    /// Ids from `MSG_ID_CLIENT_FIRST` upward are the client's.
     explicit Msg(int msgId) : mMsgId(msgId) {}
     Msg(Msg const&) = default;
     Msg& operator=(Msg const&) = default;
     virtual ~Msg();
 
+    /// The id given at construction, or the one that `restoreFrom` found.
     int getMsgId() const { return mMsgId; }
 
     /// Writes id and fields to `broker`. Gives 1 when the broker reports success at the end, else 0; a null
@@ -144,6 +147,7 @@ class UTL_API Msg {
 /// A message that is its id alone; *one owner thread*, as every message.
 class UTL_API SimpleMsg : public Msg {
   public:
+    /// As `Msg`.
     explicit SimpleMsg(int msgId) : Msg(msgId) {}
     ~SimpleMsg() override;
 

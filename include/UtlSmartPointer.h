@@ -18,6 +18,7 @@ class UTL_API RefCounter {
     int increment();
     int decrement();
 
+    /// How many handles share the resource at the moment.
     int getCount() const;
 
   private:
@@ -114,8 +115,10 @@ class CountingPointer : public GetRefCounterInterface {
     /// Gives up the share; empty afterwards.
     void release() { replace(nullptr, nullptr); }
 
+    /// The resource, null if the handle is empty. It stays the handles'.
     T* get() const { return mPointer; }
 
+    /// The counter that the handles of the resource share, null if the handle is empty.
     RefCounter* actGetRefCounter() const override { return mRefCounter; }
 
   private:
@@ -133,6 +136,7 @@ class CountingPointer : public GetRefCounterInterface {
 template <typename T>
 class DestructPointer {
   public:
+    /// Called once for each resource, by its last handle.
     void operator()(T* resource) const { delete resource; }
 };
 
@@ -141,6 +145,8 @@ template <typename T>
 class SmartPointer : public CountingPointer<T, DestructPointer<T>> {
   public:
     SmartPointer() = default;
+
+    /// As `set`.
     explicit SmartPointer(T* resource) : CountingPointer<T, DestructPointer<T>>(resource) {}
 
     /// Must not be empty.
@@ -183,8 +189,10 @@ class Counting : public GetRefCounterInterface {
     /// Gives up the share; empty afterwards.
     void release() { replace(H(), nullptr); }
 
+    /// The resource, 0 if the handle is empty. It stays the handles'.
     H get() const { return mHandle; }
 
+    /// The counter that the handles of the resource share, null if the handle is empty.
     RefCounter* actGetRefCounter() const override { return mRefCounter; }
 
   private:
@@ -202,6 +210,7 @@ class Counting : public GetRefCounterInterface {
 /// *immutable*, since it has no state. Failures are ignored.
 class UTL_API DestructCloseFile {
   public:
+    /// Called once for each descriptor, by its last handle.
     void operator()(int handle) const;
 };
 
@@ -210,6 +219,8 @@ template <typename D>
 class SmartHandle : public Counting<int, D> {
   public:
     SmartHandle() = default;
+
+    /// As `set`.
     explicit SmartHandle(int handle) : Counting<int, D>(handle) {}
 };
 

@@ -15,8 +15,13 @@ class UTL_API SyncObjectBase {
     SyncObjectBase& operator=(SyncObjectBase const&) = delete;
     virtual ~SyncObjectBase() = default;
 
+    /// Blocks until the calling thread holds the lock; 0 for success.
     virtual int lock() const = 0;
+
+    /// True if the calling thread now holds the lock; never blocks.
     virtual bool tryLock() const = 0;
+
+    /// Gives the lock back; 0 for success.
     virtual int unlock() const = 0;
 };
 
@@ -43,6 +48,7 @@ class UTL_API SyncObject final : public SyncObjectBase {
 /// Holds a lock from its construction to the end of its scope; *one owner thread*.
 class [[nodiscard]] UTL_API SyncGuard {
   public:
+    /// Blocks until the calling thread holds the lock, which must outlive the guard.
     explicit SyncGuard(SyncObjectBase const& syncObject) : mSyncObject(syncObject) { mSyncObject.lock(); }
     virtual ~SyncGuard() { mSyncObject.unlock(); }
     SyncGuard(SyncGuard const&) = delete;

@@ -25,6 +25,7 @@ class UTL_API ThreadRawMsg : public MsgDataBroker {
 
     ~ThreadRawMsg() override;
 
+    /// The whole buffer, `maxSize()` bytes with the id in front. Valid until another message is assigned.
     unsigned char* buffer() { return mBuffer; }
     unsigned char const* buffer() const { return mBuffer; }
 

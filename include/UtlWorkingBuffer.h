@@ -15,11 +15,13 @@ class UTL_API WorkingBuffer;
 /// run while `main` returns can go on using it.
 class UTL_API StaticBuffer {
   public:
+    /// How many loans of one thread have a slot of their own.
     static constexpr unsigned int SLOT_COUNT = 3;
 
     /// Bytes of one slot, the terminator of its text included.
     static constexpr unsigned int SLOT_SIZE = 10240;
 
+    /// The one instance.
     static StaticBuffer& get();
 
     StaticBuffer(StaticBuffer const&) = delete;
@@ -62,6 +64,7 @@ class [[nodiscard]] UTL_API WorkingBuffer {
     /// The slot, of `size()` bytes; valid as long as this object lives.
     T* get() const { return mpSlot; }
 
+    /// Bytes of the slot, for text with its terminator.
     static constexpr unsigned int size() { return StaticBuffer::SLOT_SIZE; }
 
   private:
