@@ -78,12 +78,11 @@ UTL_API unsigned int formatStr<char>(char* dst, unsigned int dstSize, char const
 template <typename T>
 UTL_API unsigned int t_strstr(T const* text, T const* sub);
 
-/// Searches backwards for `sub`, from the character that holds the byte `start` (or ends before it) towards
-/// the beginning; a `start` at the last byte or beyond means from the end. Gives the offset of the match's
-/// last byte. `*next` becomes the offset of the byte before the match, to go on from, or `INVALID_SIZE` when
-/// there is none or no match: that ends a loop, for as a `start` it would mean the end again. An empty `sub`
-/// gives the length of `text`, and a `*next` one less. Null, malformed or too long text gives `INVALID_SIZE`
-/// and leaves `*next` alone.
+/// Offset of the last byte of the last `sub` that ends at the byte `start` or before; a `start` at or beyond
+/// the last byte means anywhere. `*next` becomes the offset of the byte in front of the match, to go on from.
+/// It is `INVALID_SIZE` for a match at the very beginning and for none, which has to end a loop: as a `start`
+/// it would mean anywhere again. An empty `sub` gives the length of `text` and a `*next` one less. Null,
+/// malformed and too long text gives `INVALID_SIZE` and leaves `*next` alone.
 template <typename T>
 UTL_API unsigned int findReverseStr(T const* text, T const* sub, unsigned int start,
                                     unsigned int* next = nullptr);

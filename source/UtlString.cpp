@@ -22,12 +22,6 @@ bool isByteOrderMark(char const* text, unsigned int bytes) {
     return bytes == 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0;
 }
 
-void setIfGiven(unsigned int* out, unsigned int value) {
-    if (out != nullptr) {
-        *out = value;
-    }
-}
-
 /// How many of `count` bytes go into `room` bytes with a terminator, as `truncate` has it. `room` is not 0.
 unsigned int fittingBytes(char const* src, unsigned int count, unsigned int room, int truncate) {
     if (truncate == 1) {
@@ -240,24 +234,6 @@ unsigned int t_strstr(T const* text, T const* sub) {
         offset += bytes;
     }
     return INVALID_SIZE;
-}
-
-unsigned int findStr(char const* text, char const* sub, unsigned int start, unsigned int* next) {
-    if (boundedLength(text, start) < start) {
-        return INVALID_SIZE;
-    }
-    setIfGiven(next, INVALID_SIZE);
-    while (!isCharStart(text[start])) {
-        ++start;
-    }
-    unsigned int const offset = t_strstr(text + start, sub);
-    if (offset == INVALID_SIZE) {
-        return INVALID_SIZE;
-    }
-    if (*sub != '\0') {
-        setIfGiven(next, start + offset + textLength(sub));
-    }
-    return start + offset;
 }
 
 template <typename T>

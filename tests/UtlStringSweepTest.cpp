@@ -1,0 +1,715 @@
+// The string primitives against plain models of them, over every short text that can be put together from
+// whole, broken and stray sequences, cut at every byte, with every size, position and length around it. Texts
+// and destinations stand in heap blocks of exactly their size.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "TestText.h"
+#include "UtlPlatform.h"
+#include "UtlString.h"
+
+namespace {
+
+using utl::INVALID_SIZE;
+using utltest::exactly;
+using Bytes = std::vector<char>;
+
+constexpr char UNUSED = '#';
+
+// --- the texts
+
+std::vector<std::string> const& pieces() {
+    static std::vector<std::string> const thePieces{"a",
+                                                    "b",
+                                                    "\xC3\xA9",
+                                                    "\xE3\x81\x82",
+                                                    "\xF0\x9F\x98\x80",
+                                                    "\xEF\xBB\xBF",
+                                                    "\xED\xA0\x80",
+                                                    "\xF7\xBF\xBF\xBF",
+                                                    "\x80",
+                                                    "\xC0\x80",
+                                                    "\xE0\x9F\xBF",
+                                                    "\xF0\x8F\xBF\xBF",
+                                                    "\xFF"};
+    return thePieces;
+}
+
+void addPrefixes(std::set<std::string>* texts, std::string const& text) {
+    for (std::size_t length = 0; length <= text.size(); ++length) {
+        texts->insert(text.substr(0, length));
+    }
+}
+
+// Everything that up to `count` pieces make, and all that is left of it when it is cut somewhere.
+std::vector<std::string> textsOf(unsigned int count) {
+    std::set<std::string> texts;
+    std::vector<std::string> whole{""};
+    for (unsigned int i = 0; i < count; ++i) {
+        std::vector<std::string> longer;
+        for (std::string const& text : whole) {
+            for (std::string const& piece : pieces()) {
+                longer.push_back(text + piece);
+                addPrefixes(&texts, longer.back());
+            }
+        }
+        whole = longer;
+    }
+    return {texts.begin(), texts.end()};
+}
+
+std::vector<unsigned int> upTo(std::size_t last) {
+    std::vector<unsigned int> numbers;
+    for (unsigned int i = 0; i <= last; ++i) {
+        numbers.push_back(i);
+    }
+    return numbers;
+}
+
+std::vector<unsigned int> upToAndAll(std::size_t last) {
+    std::vector<unsigned int> numbers = upTo(last);
+    numbers.push_back(INVALID_SIZE);
+    return numbers;
+}
+
+std::string shown(std::string const& text) {
+    std::ostringstream out;
+    for (char c : text) {
+        out << std::hex << (static_cast<unsigned int>(c) & 0xFFU) << ' ';
+    }
+    return out.str();
+}
+
+// --- the models, on texts that know their size
+
+namespace model {
+
+constexpr unsigned int BAD = ~0U;
+
+unsigned int byteAt(std::string const& text, std::size_t i) {
+    return static_cast<unsigned char>(text[i]);
+}
+
+unsigned int length(std::string const& text) {
+    return static_cast<unsigned int>(text.size());
+}
+
+bool startsCharacter(unsigned int byte) {
+    return byte < 0x80 || (byte >= 0xC0 && byte < 0xF8);
+}
+
+unsigned int charLength(std::string const& text) {
+    if (text.empty()) {
+        return 0;
+    }
+    unsigned int const first = byteAt(text, 0);
+    if (first < 0x80) {
+        return 1;
+    }
+    unsigned int const bytes = first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : first < 0xF8 ? 4 : 0;
+    if (bytes == 0 || text.size() < bytes) {
+        return BAD;
+    }
+    for (std::size_t i = 1; i < bytes; ++i) {
+        if (byteAt(text, i) < 0x80 || byteAt(text, i) > 0xBF) {
+            return BAD;
+        }
+    }
+    unsigned int const second = byteAt(text, 1);
+    return (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90) ? BAD : bytes;
+}
+
+unsigned int charLengthOrZero(std::string const& text) {
+    unsigned int const bytes = charLength(text);
+    return bytes == BAD && startsCharacter(byteAt(text, 0)) ? 0 : bytes;
+}
+
+// The characters in front of the first malformed byte.
+std::vector<std::string> characters(std::string const& text) {
+    std::vector<std::string> result;
+    std::size_t offset = 0;
+    for (;;) {
+        unsigned int const bytes = charLength(text.substr(offset));
+        if (bytes == 0 || bytes == BAD) {
+            return result;
+        }
+        result.push_back(text.substr(offset, bytes));
+        offset += bytes;
+    }
+}
+
+std::string joined(std::vector<std::string> const& characters) {
+    std::string text;
+    for (std::string const& one : characters) {
+        text += one;
+    }
+    return text;
+}
+
+bool isWellFormed(std::string const& text) {
+    return joined(characters(text)) == text;
+}
+
+unsigned int nearIndex(std::string const& text, unsigned int index, bool isDown) {
+    std::vector<unsigned int> boundaries{0};
+    for (std::string const& one : characters(text)) {
+        boundaries.push_back(boundaries.back() + length(one));
+    }
+    if (index > boundaries.back()) {
+        return isWellFormed(text) ? length(text) : BAD;
+    }
+    auto const above = std::lower_bound(boundaries.begin(), boundaries.end(), index);
+    return *above == index || !isDown ? *above : *(above - 1);
+}
+
+// Writes `count` bytes of `src` and a terminator, moved back to a character start.
+unsigned int place(Bytes* dst, unsigned int dstPos, std::string const& src, unsigned int count) {
+    if (count < src.size()) {
+        while (!startsCharacter(byteAt(src, count))) {
+            if (count == 0) {
+                return dstPos - 1;
+            }
+            --count;
+        }
+    }
+    std::copy_n(src.begin(), count, dst->begin() + dstPos);
+    (*dst)[dstPos + count] = '\0';
+    return dstPos + count + 1;
+}
+
+unsigned int copyStr(Bytes* dst, unsigned int dstSize, std::string const& src, unsigned int wanted,
+                     int truncate) {
+    if (wanted == 0) {
+        return 0;
+    }
+    unsigned int count = std::min(wanted, length(src));
+    if (dstSize == 0) {
+        return count + 1;
+    }
+    if (dstSize == 1) {
+        if (!src.empty() && truncate != 1) {
+            return BAD;
+        }
+        (*dst)[0] = '\0';
+        return 1;
+    }
+    if (truncate != 1 && dstSize < count + 1) {
+        return BAD;
+    }
+    if (truncate == 1) {
+        count = nearIndex(src, std::min(count, dstSize - 1), true);
+    }
+    return count == BAD ? BAD : place(dst, 0, src, count);
+}
+
+unsigned int strNCpy(Bytes* dst, unsigned int dstSize, std::string const& src, unsigned int wanted) {
+    unsigned int const count = std::min(wanted, length(src));
+    return dstSize <= count ? BAD : place(dst, 0, src, count);
+}
+
+unsigned int general(Bytes* dst, unsigned int dstSize, unsigned int dstPos, std::string const& src,
+                     unsigned int srcPos, unsigned int wanted, int truncate) {
+    if (wanted == 0) {
+        return dstPos;
+    }
+    if (srcPos > src.size()) {
+        return BAD;
+    }
+    std::string const from = src.substr(srcPos);
+    unsigned int count = std::min(wanted, length(from));
+    if (dstSize == 0) {
+        return dstPos + 1 + count;
+    }
+    if (dstPos >= dstSize) {
+        return BAD;
+    }
+    if (dstPos == dstSize - 1) {
+        if (count != 0 && truncate != 1) {
+            return BAD;
+        }
+        (*dst)[dstPos] = '\0';
+        return dstPos + 1;
+    }
+    unsigned int const space = dstSize - dstPos;
+    if (truncate == 1) {
+        count = nearIndex(from, std::min(count, space - 1), true);
+    } else if (space < count + 1) {
+        return BAD;
+    }
+    return count == BAD ? BAD : place(dst, dstPos, from, count);
+}
+
+// Offsets at which a search may hit: the starts of the well-formed characters.
+std::vector<unsigned int> searchPlaces(std::string const& text) {
+    std::vector<unsigned int> places;
+    for (std::size_t offset = 0; offset < text.size();) {
+        unsigned int const bytes = charLength(text.substr(offset));
+        if (bytes != BAD) {
+            places.push_back(static_cast<unsigned int>(offset));
+        }
+        offset += bytes == BAD ? 1 : bytes;
+    }
+    return places;
+}
+
+unsigned int find(std::string const& text, std::string const& sub) {
+    if (sub.empty()) {
+        return length(text);
+    }
+    for (unsigned int offset : searchPlaces(text)) {
+        if (text.compare(offset, sub.size(), sub) == 0) {
+            return offset;
+        }
+    }
+    return BAD;
+}
+
+// Both texts well-formed, `sub` not empty: the last match that ends at `start` or before.
+unsigned int findReverse(std::string const& text, std::string const& sub, unsigned int start) {
+    unsigned int found = BAD;
+    for (unsigned int offset : searchPlaces(text)) {
+        unsigned int const last = offset + length(sub) - 1;
+        if (last <= start && text.compare(offset, sub.size(), sub) == 0) {
+            found = last;
+        }
+    }
+    return found;
+}
+
+unsigned int span(std::string const& text, std::string const& set) {
+    std::vector<std::string> const members = characters(set);
+    unsigned int result = 0;
+    for (std::string const& one : characters(text)) {
+        if (std::find(members.begin(), members.end(), one) == members.end()) {
+            break;
+        }
+        result += length(one);
+    }
+    return result;
+}
+
+// Each character of the set is copied out by `strNCpy` and searched for on its own.
+unsigned int complementSpan(std::string const& text, std::string const& set) {
+    unsigned int result = length(text);
+    std::size_t offset = 0;
+    for (std::string const& one : characters(set)) {
+        Bytes copied(7, '\0');
+        strNCpy(&copied, 7, set.substr(offset), length(one));
+        result = std::min(result, find(text, copied.data()));
+        offset += one.size();
+    }
+    return result;
+}
+
+// The reversed text up to the last character that fits.
+unsigned int reverse(Bytes* dst, std::string const& src, int truncate) {
+    unsigned int const dstSize = static_cast<unsigned int>(dst->size());
+    if (dstSize == 0 || (truncate == 0 && src.size() + 1 > dstSize) || !isWellFormed(src)) {
+        return BAD;
+    }
+    std::vector<std::string> backwards = characters(src);
+    std::reverse(backwards.begin(), backwards.end());
+    while (joined(backwards).size() > dstSize - 1) {
+        backwards.pop_back();
+    }
+    return place(dst, 0, joined(backwards), length(joined(backwards)));
+}
+
+unsigned int erase(Bytes* text, std::string const& old, unsigned int pos, unsigned int count) {
+    if (pos > old.size()) {
+        return BAD;
+    }
+    unsigned int const size = length(old) + 1;
+    unsigned int used = 0;
+    if (pos != 0) {
+        unsigned int const result = general(text, size, 0, old, 0, pos, 0);
+        if (result == BAD) {
+            return BAD;
+        }
+        used = result - 1;
+    }
+    unsigned long long const end = 0ULL + pos + count;
+    unsigned int const tail = end < old.size() ? static_cast<unsigned int>(end) : length(old);
+    return general(text, size, used, old, tail, BAD, 0);
+}
+
+unsigned int insert(Bytes* dst, unsigned int dstSize, std::string const& old, unsigned int pos,
+                    std::string const& src, unsigned int wanted, int truncate) {
+    if (pos > old.size()) {
+        return BAD;
+    }
+    unsigned int used = 0;
+    if (pos != 0) {
+        unsigned int const result = general(dst, dstSize, 0, old, 0, pos, truncate);
+        if (result == BAD) {
+            return BAD;
+        }
+        used = result - 1;
+    }
+    unsigned int const count = std::min(wanted, length(src));
+    if (count != 0) {
+        unsigned int const result = general(dst, dstSize, used, src, 0, count, truncate);
+        if (result == BAD) {
+            return BAD;
+        }
+        used = result - 1;
+    }
+    return general(dst, dstSize, used, old, pos, BAD, truncate);
+}
+
+unsigned int firstCharacterStart(std::string const& text) {
+    unsigned int start = 0;
+    while (start < text.size() && !startsCharacter(byteAt(text, start))) {
+        ++start;
+    }
+    return start;
+}
+
+// The text as a whole, for a destination that has room enough; `from` and `to` are not empty.
+std::string replaced(std::string const& text, std::string const& from, std::string const& to) {
+    std::string result;
+    std::string rest = text;
+    for (;;) {
+        unsigned int const start = firstCharacterStart(rest);
+        unsigned int const match = find(rest.substr(start), from);
+        if (match == BAD) {
+            return result + rest;
+        }
+        result += rest.substr(0, start + match) + to;
+        rest = rest.substr(start + match + from.size());
+    }
+}
+
+// The same piece by piece, as far as the destination has room.
+unsigned int replaceIn(Bytes* dst, unsigned int dstSize, std::string const& text, std::string const& from,
+                       std::string const& to, int truncate) {
+    std::string rest = text;
+    unsigned int used = 0;
+    for (;;) {
+        unsigned int const start = firstCharacterStart(rest);
+        unsigned int const match = find(rest.substr(start), from);
+        if (match == BAD) {
+            return general(dst, dstSize, used, rest, 0, BAD, truncate);
+        }
+        for (std::string const& piece : {rest.substr(0, start + match), to}) {
+            unsigned int const result =
+                piece.empty() ? used + 1 : general(dst, dstSize, used, piece, 0, BAD, truncate);
+            if (result == BAD) {
+                return BAD;
+            }
+            used = result - 1;
+        }
+        rest = rest.substr(start + match + from.size());
+    }
+}
+
+unsigned int trimmedLength(std::string const& text, std::string const& set) {
+    std::vector<std::string> kept = characters(text);
+    std::vector<std::string> const members = characters(set);
+    while (!kept.empty() && std::find(members.begin(), members.end(), kept.back()) != members.end()) {
+        kept.pop_back();
+    }
+    return length(joined(kept));
+}
+
+}  // namespace model
+
+// --- the sweeps; each stops at its first difference
+
+TEST(Sweep, CharacterLengths_OfAllLeadingByteValues) {
+    constexpr unsigned char THIRD[] = {0x00, 0x41, 0x80, 0xBF, 0xC3};
+    constexpr unsigned char FOURTH[] = {0x00, 0x80, 0xC0};
+    for (unsigned int first = 0; first < 0x100; ++first) {
+        for (unsigned int second = 0; second < 0x100; ++second) {
+            for (unsigned char third : THIRD) {
+                for (unsigned char fourth : FOURTH) {
+                    std::string const bytes{static_cast<char>(first), static_cast<char>(second),
+                                            static_cast<char>(third), static_cast<char>(fourth)};
+                    std::string const text = bytes.c_str();
+                    Bytes const exact = exactly(text);
+                    bool isBom = false;
+                    ASSERT_EQ(utl::t_charlen(exact.data(), &isBom), model::charLength(text)) << shown(text);
+                    ASSERT_EQ(isBom, text.compare(0, 3, "\xEF\xBB\xBF") == 0) << shown(text);
+                    ASSERT_EQ(utl::strCharBytesBase(exact.data(), &isBom), model::charLengthOrZero(text))
+                        << shown(text);
+                    ASSERT_EQ(isBom, text.compare(0, 3, "\xEF\xBB\xBF") == 0) << shown(text);
+                }
+            }
+        }
+    }
+}
+
+TEST(Sweep, GetNearCharIndex_OfAllTextsAndIndices) {
+    for (std::string const& text : textsOf(3)) {
+        Bytes const exact = exactly(text);
+        for (unsigned int index : upToAndAll(text.size() + 2)) {
+            ASSERT_EQ(utl::getNearCharIndex(exact.data(), index, 1), model::nearIndex(text, index, true))
+                << shown(text) << index;
+            ASSERT_EQ(utl::getNearCharIndex(exact.data(), index, 0), model::nearIndex(text, index, false))
+                << shown(text) << index;
+        }
+    }
+}
+
+TEST(Sweep, CopyStrBase_OfAllTextsSizesAndLengths) {
+    for (std::string const& text : textsOf(3)) {
+        Bytes const src = exactly(text);
+        for (unsigned int dstSize : upTo(text.size() + 2)) {
+            for (unsigned int length : upToAndAll(text.size() + 1)) {
+                for (int truncate : {0, 1}) {
+                    Bytes dst(dstSize, UNUSED);
+                    Bytes expected = dst;
+                    ASSERT_EQ(utl::copyStrBase(dst.data(), dstSize, src.data(), length, truncate),
+                              model::copyStr(&expected, dstSize, text, length, truncate))
+                        << shown(text) << dstSize << ' ' << length << ' ' << truncate;
+                    ASSERT_EQ(dst, expected) << shown(text) << dstSize << ' ' << length << ' ' << truncate;
+                }
+            }
+        }
+    }
+}
+
+TEST(Sweep, StrNCpy_OfAllTextsSizesAndLengths) {
+    for (std::string const& text : textsOf(3)) {
+        Bytes const src = exactly(text);
+        for (unsigned int dstSize : upTo(text.size() + 2)) {
+            for (unsigned int length : upToAndAll(text.size() + 1)) {
+                Bytes dst(dstSize, UNUSED);
+                Bytes expected = dst;
+                ASSERT_EQ(utl::t_strncpy(dst.data(), dstSize, src.data(), length),
+                          model::strNCpy(&expected, dstSize, text, length))
+                    << shown(text) << dstSize << ' ' << length;
+                ASSERT_EQ(dst, expected) << shown(text) << dstSize << ' ' << length;
+            }
+        }
+    }
+}
+
+void compareCopyGeneral(std::string const& text, unsigned int dstSize, unsigned int dstPos) {
+    Bytes const src = exactly(text);
+    for (unsigned int srcPos : upToAndAll(text.size() + 1)) {
+        for (unsigned int length : upToAndAll(text.size() + 1)) {
+            for (int truncate : {0, 1}) {
+                Bytes dst(dstSize, UNUSED);
+                Bytes expected = dst;
+                ASSERT_EQ(utl::copyGeneral(dst.data(), dstSize, dstPos, src.data(), srcPos, length, truncate),
+                          model::general(&expected, dstSize, dstPos, text, srcPos, length, truncate))
+                    << shown(text) << dstSize << ' ' << dstPos << ' ' << srcPos << ' ' << length << ' '
+                    << truncate;
+                ASSERT_EQ(dst, expected) << shown(text) << dstSize << ' ' << dstPos << ' ' << srcPos << ' '
+                                         << length << ' ' << truncate;
+            }
+        }
+    }
+}
+
+TEST(Sweep, CopyGeneral_OfAllTextsSizesPositionsAndLengths) {
+    for (std::string const& text : textsOf(2)) {
+        for (unsigned int dstSize : upTo(text.size() + 3)) {
+            for (unsigned int dstPos : upToAndAll(3)) {
+                ASSERT_NO_FATAL_FAILURE(compareCopyGeneral(text, dstSize, dstPos));
+            }
+        }
+    }
+}
+
+TEST(Sweep, StrStr_OfAllTextsInAllTexts) {
+    std::vector<std::string> const subs = textsOf(2);
+    for (std::string const& text : textsOf(2)) {
+        Bytes const exactText = exactly("ab" + text + "ba");
+        for (std::string const& sub : subs) {
+            Bytes const exactSub = exactly(sub);
+            ASSERT_EQ(utl::t_strstr(exactText.data(), exactSub.data()), model::find("ab" + text + "ba", sub))
+                << shown(text) << "/ " << shown(sub);
+        }
+    }
+}
+
+void compareReverseFind(std::string const& text, std::string const& sub) {
+    Bytes const exactText = exactly(text);
+    Bytes const exactSub = exactly(sub);
+    for (unsigned int start : upToAndAll(text.size() + 1)) {
+        unsigned int next = 77;
+        unsigned int const found = utl::findReverseStr(exactText.data(), exactSub.data(), start, &next);
+        if (!model::isWellFormed(text) || !model::isWellFormed(sub)) {
+            ASSERT_EQ(found, INVALID_SIZE) << shown(text) << "/ " << shown(sub) << start;
+            ASSERT_EQ(next, 77U) << shown(text) << "/ " << shown(sub) << start;
+            continue;
+        }
+        unsigned int const expected = model::findReverse(text, sub, start);
+        ASSERT_EQ(found, expected) << shown(text) << "/ " << shown(sub) << start;
+        ASSERT_EQ(next, expected == INVALID_SIZE ? INVALID_SIZE : expected - model::length(sub))
+            << shown(text) << "/ " << shown(sub) << start;
+    }
+}
+
+TEST(Sweep, FindReverseStr_OfAllTextsInAllTextsFromAllStarts) {
+    std::vector<std::string> const subs = textsOf(1);
+    for (std::string const& text : textsOf(3)) {
+        for (std::string const& sub : subs) {
+            if (!sub.empty()) {
+                ASSERT_NO_FATAL_FAILURE(compareReverseFind(text, sub));
+            }
+        }
+    }
+}
+
+TEST(Sweep, Spans_OfAllTextsAndSets) {
+    std::vector<std::string> const sets = textsOf(2);
+    for (std::string const& text : textsOf(2)) {
+        Bytes const exactText = exactly(text);
+        for (std::string const& set : sets) {
+            Bytes const exactSet = exactly(set);
+            ASSERT_EQ(utl::t_strspn(exactText.data(), exactSet.data()), model::span(text, set))
+                << shown(text) << "/ " << shown(set);
+            ASSERT_EQ(utl::t_strcspn(exactText.data(), exactSet.data()), model::complementSpan(text, set))
+                << shown(text) << "/ " << shown(set);
+        }
+    }
+}
+
+TEST(Sweep, StrRev_OfAllTextsAndSizes) {
+    for (std::string const& text : textsOf(3)) {
+        Bytes const src = exactly(text);
+        for (unsigned int dstSize : upTo(text.size() + 2)) {
+            for (int truncate : {0, 1}) {
+                Bytes dst(dstSize, UNUSED);
+                Bytes expected = dst;
+                unsigned int const result = model::reverse(&expected, text, truncate);
+                ASSERT_EQ(utl::t_strrev(dst.data(), dstSize, src.data(), truncate), result)
+                    << shown(text) << dstSize << ' ' << truncate;
+                if (result != INVALID_SIZE) {
+                    dst.resize(result);
+                    expected.resize(result);
+                    ASSERT_EQ(dst, expected) << shown(text) << dstSize << ' ' << truncate;
+                }
+            }
+        }
+    }
+}
+
+TEST(Sweep, TruncateStr_OfAllTextsAndLengths) {
+    for (std::string const& text : textsOf(3)) {
+        for (unsigned int length : upToAndAll(text.size() + 1)) {
+            Bytes exact = exactly(text);
+            Bytes expected = exact;
+            unsigned int const kept = model::nearIndex(text, std::min(length, model::length(text)), true);
+            if (kept != INVALID_SIZE) {
+                expected[kept] = '\0';
+            }
+            ASSERT_EQ(utl::truncateStr(exact.data(), length), kept == INVALID_SIZE ? kept : kept + 1)
+                << shown(text) << length;
+            ASSERT_EQ(exact, expected) << shown(text) << length;
+        }
+    }
+}
+
+TEST(Sweep, EraseStrSpan_OfAllTextsPositionsAndLengths) {
+    for (std::string const& text : textsOf(3)) {
+        for (unsigned int pos : upToAndAll(text.size() + 1)) {
+            for (unsigned int length : upToAndAll(text.size() + 1)) {
+                Bytes exact = exactly(text);
+                Bytes expected = exact;
+                ASSERT_EQ(utl::eraseStrSpan(exact.data(), pos, length),
+                          model::erase(&expected, text, pos, length))
+                    << shown(text) << pos << ' ' << length;
+                ASSERT_EQ(exact, expected) << shown(text) << pos << ' ' << length;
+            }
+        }
+    }
+}
+
+void compareInsert(std::string const& text, std::string const& src, unsigned int dstSize) {
+    Bytes const exactSrc = exactly(src);
+    Bytes start = exactly(text);
+    start.resize(std::max<std::size_t>(dstSize, start.size()), UNUSED);
+    for (unsigned int pos : upTo(text.size() + 1)) {
+        for (unsigned int length : upToAndAll(src.size())) {
+            for (int truncate : {0, 1}) {
+                Bytes dst(start);
+                Bytes expected = start;
+                ASSERT_EQ(utl::insertStr(dst.data(), dstSize, pos, exactSrc.data(), length, truncate),
+                          model::insert(&expected, dstSize, text, pos, src, length, truncate))
+                    << shown(text) << "/ " << shown(src) << dstSize << ' ' << pos << ' ' << length << ' '
+                    << truncate;
+                ASSERT_EQ(dst, expected) << shown(text) << "/ " << shown(src) << dstSize << ' ' << pos << ' '
+                                         << length << ' ' << truncate;
+            }
+        }
+    }
+}
+
+TEST(Sweep, InsertStr_OfAllTextsSizesPositionsAndLengths) {
+    std::vector<std::string> const sources = textsOf(1);
+    for (std::string const& text : textsOf(2)) {
+        for (std::string const& src : sources) {
+            for (unsigned int dstSize : upTo(text.size() + src.size() + 2)) {
+                ASSERT_NO_FATAL_FAILURE(compareInsert(text, src, dstSize));
+            }
+        }
+    }
+}
+
+void compareReplace(std::string const& text, std::string const& from, std::string const& to) {
+    Bytes const exactText = exactly(text);
+    Bytes const exactFrom = exactly(from);
+    Bytes const exactTo = exactly(to);
+    std::string const whole = model::replaced(text, from, to);
+    unsigned int const needed = model::length(whole) + 1;
+    for (unsigned int dstSize : upTo(needed + 1)) {
+        for (int truncate : {0, 1}) {
+            Bytes dst(dstSize, UNUSED);
+            Bytes expected = dst;
+            unsigned int const result = utl::replaceStr(dst.data(), dstSize, exactText.data(),
+                                                        exactFrom.data(), exactTo.data(), truncate);
+            ASSERT_EQ(result, model::replaceIn(&expected, dstSize, text, from, to, truncate))
+                << shown(text) << "/ " << shown(from) << "/ " << shown(to) << dstSize << ' ' << truncate;
+            ASSERT_EQ(dst, expected) << shown(text) << "/ " << shown(from) << "/ " << shown(to) << dstSize
+                                     << ' ' << truncate;
+            if (truncate == 0) {
+                ASSERT_EQ(result, dstSize == 0 || dstSize >= needed ? needed : INVALID_SIZE);
+                ASSERT_TRUE(dstSize < needed || dst.data() == whole) << shown(dst.data());
+            }
+        }
+    }
+}
+
+TEST(Sweep, ReplaceStr_OfAllTextsAndSizes) {
+    std::vector<std::string> const froms = textsOf(1);
+    for (std::string const& text : textsOf(3)) {
+        for (std::string const& from : froms) {
+            if (!from.empty()) {
+                ASSERT_NO_FATAL_FAILURE(compareReplace(text, from, "x\xC3\xA9"));
+            }
+        }
+    }
+}
+
+TEST(Sweep, TrimStrRight_OfAllTextsAndSets) {
+    std::vector<std::string> const sets = textsOf(1);
+    for (std::string const& text : textsOf(3)) {
+        for (std::string const& set : sets) {
+            if (set.empty()) {
+                continue;
+            }
+            Bytes exact = exactly(text);
+            Bytes const exactSet = exactly(set);
+            Bytes expected = exact;
+            bool const isWellFormed = model::isWellFormed(text);
+            unsigned int const kept = model::trimmedLength(text, set);
+            expected[isWellFormed ? kept : text.size()] = '\0';
+            ASSERT_EQ(utl::trimStrRight(exact.data(), exactSet.data()),
+                      isWellFormed ? kept + 1 : INVALID_SIZE)
+                << shown(text) << "/ " << shown(set);
+            ASSERT_EQ(exact, expected) << shown(text) << "/ " << shown(set);
+        }
+    }
+}
+
+}  // namespace
