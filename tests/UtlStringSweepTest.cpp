@@ -41,20 +41,26 @@ std::vector<std::string> const& pieces() {
     return thePieces;
 }
 
+// For sweeps over many arguments: one piece of each kind.
+std::vector<std::string> const& fewPieces() {
+    static std::vector<std::string> const thePieces{"a", "\xC3\xA9", "\xE3\x81\x82", "\x80"};
+    return thePieces;
+}
+
 void addPrefixes(std::set<std::string>* texts, std::string const& text) {
     for (std::size_t length = 0; length <= text.size(); ++length) {
         texts->insert(text.substr(0, length));
     }
 }
 
-// Everything that up to `count` pieces make, and all that is left of it when it is cut somewhere.
-std::vector<std::string> textsOf(unsigned int count) {
+// Everything that up to `count` of the pieces make, and all that is left of it when it is cut somewhere.
+std::vector<std::string> textsOf(unsigned int count, std::vector<std::string> const& from = pieces()) {
     std::set<std::string> texts;
     std::vector<std::string> whole{""};
     for (unsigned int i = 0; i < count; ++i) {
         std::vector<std::string> longer;
         for (std::string const& text : whole) {
-            for (std::string const& piece : pieces()) {
+            for (std::string const& piece : from) {
                 longer.push_back(text + piece);
                 addPrefixes(&texts, longer.back());
             }
@@ -62,6 +68,23 @@ std::vector<std::string> textsOf(unsigned int count) {
         whole = longer;
     }
     return {texts.begin(), texts.end()};
+}
+
+std::vector<std::string> together(std::vector<std::string> const& texts,
+                                  std::vector<std::string> const& more) {
+    std::set<std::string> all(texts.begin(), texts.end());
+    all.insert(more.begin(), more.end());
+    return {all.begin(), all.end()};
+}
+
+// Every piece next to every other, and longer ones of few.
+std::vector<std::string> longTexts() {
+    return together(textsOf(2), textsOf(3, fewPieces()));
+}
+
+// Every piece alone, and longer ones of few.
+std::vector<std::string> shortTexts() {
+    return together(textsOf(1), textsOf(2, fewPieces()));
 }
 
 std::vector<unsigned int> upTo(std::size_t last) {
@@ -423,8 +446,8 @@ unsigned int trimmedLength(std::string const& text, std::string const& set) {
 // --- the sweeps; each stops at its first difference
 
 TEST(Sweep, CharacterLengths_OfAllLeadingByteValues) {
-    constexpr unsigned char THIRD[] = {0x00, 0x41, 0x80, 0xBF, 0xC3};
-    constexpr unsigned char FOURTH[] = {0x00, 0x80, 0xC0};
+    constexpr unsigned char THIRD[] = {0x00, 0x80, 0xBF, 0xC3};
+    constexpr unsigned char FOURTH[] = {0x00, 0x80};
     for (unsigned int first = 0; first < 0x100; ++first) {
         for (unsigned int second = 0; second < 0x100; ++second) {
             for (unsigned char third : THIRD) {
@@ -458,7 +481,7 @@ TEST(Sweep, GetNearCharIndex_OfAllTextsAndIndices) {
 }
 
 TEST(Sweep, CopyStrBase_OfAllTextsSizesAndLengths) {
-    for (std::string const& text : textsOf(3)) {
+    for (std::string const& text : longTexts()) {
         Bytes const src = exactly(text);
         for (unsigned int dstSize : upTo(text.size() + 2)) {
             for (unsigned int length : upToAndAll(text.size() + 1)) {
@@ -476,7 +499,7 @@ TEST(Sweep, CopyStrBase_OfAllTextsSizesAndLengths) {
 }
 
 TEST(Sweep, StrNCpy_OfAllTextsSizesAndLengths) {
-    for (std::string const& text : textsOf(3)) {
+    for (std::string const& text : longTexts()) {
         Bytes const src = exactly(text);
         for (unsigned int dstSize : upTo(text.size() + 2)) {
             for (unsigned int length : upToAndAll(text.size() + 1)) {
@@ -510,7 +533,7 @@ void compareCopyGeneral(std::string const& text, unsigned int dstSize, unsigned 
 }
 
 TEST(Sweep, CopyGeneral_OfAllTextsSizesPositionsAndLengths) {
-    for (std::string const& text : textsOf(2)) {
+    for (std::string const& text : shortTexts()) {
         for (unsigned int dstSize : upTo(text.size() + 3)) {
             for (unsigned int dstPos : upToAndAll(3)) {
                 ASSERT_NO_FATAL_FAILURE(compareCopyGeneral(text, dstSize, dstPos));
@@ -551,7 +574,7 @@ void compareReverseFind(std::string const& text, std::string const& sub) {
 
 TEST(Sweep, FindReverseStr_OfAllTextsInAllTextsFromAllStarts) {
     std::vector<std::string> const subs = textsOf(1);
-    for (std::string const& text : textsOf(3)) {
+    for (std::string const& text : textsOf(3, fewPieces())) {
         for (std::string const& sub : subs) {
             if (!sub.empty()) {
                 ASSERT_NO_FATAL_FAILURE(compareReverseFind(text, sub));
@@ -611,7 +634,7 @@ TEST(Sweep, TruncateStr_OfAllTextsAndLengths) {
 }
 
 TEST(Sweep, EraseStrSpan_OfAllTextsPositionsAndLengths) {
-    for (std::string const& text : textsOf(3)) {
+    for (std::string const& text : longTexts()) {
         for (unsigned int pos : upToAndAll(text.size() + 1)) {
             for (unsigned int length : upToAndAll(text.size() + 1)) {
                 Bytes exact = exactly(text);
@@ -646,8 +669,8 @@ void compareInsert(std::string const& text, std::string const& src, unsigned int
 }
 
 TEST(Sweep, InsertStr_OfAllTextsSizesPositionsAndLengths) {
-    std::vector<std::string> const sources = textsOf(1);
-    for (std::string const& text : textsOf(2)) {
+    std::vector<std::string> const sources = textsOf(1, fewPieces());
+    for (std::string const& text : shortTexts()) {
         for (std::string const& src : sources) {
             for (unsigned int dstSize : upTo(text.size() + src.size() + 2)) {
                 ASSERT_NO_FATAL_FAILURE(compareInsert(text, src, dstSize));
@@ -682,7 +705,7 @@ void compareReplace(std::string const& text, std::string const& from, std::strin
 
 TEST(Sweep, ReplaceStr_OfAllTextsAndSizes) {
     std::vector<std::string> const froms = textsOf(1);
-    for (std::string const& text : textsOf(3)) {
+    for (std::string const& text : textsOf(3, fewPieces())) {
         for (std::string const& from : froms) {
             if (!from.empty()) {
                 ASSERT_NO_FATAL_FAILURE(compareReplace(text, from, "x\xC3\xA9"));
@@ -693,7 +716,7 @@ TEST(Sweep, ReplaceStr_OfAllTextsAndSizes) {
 
 TEST(Sweep, TrimStrRight_OfAllTextsAndSets) {
     std::vector<std::string> const sets = textsOf(1);
-    for (std::string const& text : textsOf(3)) {
+    for (std::string const& text : longTexts()) {
         for (std::string const& set : sets) {
             if (set.empty()) {
                 continue;
