@@ -8,6 +8,7 @@
 #include "UtlLog.h"
 #include "UtlMap.h"
 #include "UtlMsg.h"
+#include "UtlMsgDrivenThread.h"
 #include "UtlPlatform.h"
 #include "UtlRingArray.h"
 #include "UtlSmartPointer.h"

@@ -1,8 +1,10 @@
 #include "TestHooks.h"
 
+#include <fcntl.h>
 #include <link.h>
 #include <sys/resource.h>
 
+#include <cstdarg>
 #include <cstdint>
 #include <cstring>
 
@@ -58,6 +60,7 @@ Hook<ssize_t(int, void*, size_t)> read("read");
 Hook<ssize_t(int, void const*, size_t)> write("write");
 Hook<int(int)> close("close");
 Hook<int(int)> fsync("fsync");
+Hook<int(int, int, long)> fcntl(HAS_TIME64_NAMES ? "fcntl64" : "fcntl");
 Hook<int(clockid_t, timespec*)> clockGetTime(timeName("clock_gettime", "__clock_gettime64"));
 Hook<int(timeval*, void*)> getTimeOfDay(timeName("gettimeofday", "__gettimeofday64"));
 Hook<char*(time_t const*, char*)> ctimeR(timeName("ctime_r", "__ctime64_r"));
@@ -78,6 +81,7 @@ static void resetAllHooks() {
     hooks::write.reset();
     hooks::close.reset();
     hooks::fsync.reset();
+    hooks::fcntl.reset();
     hooks::clockGetTime.reset();
     hooks::getTimeOfDay.reset();
     hooks::ctimeR.reset();
@@ -122,6 +126,15 @@ UTLTEST_HOOKED int close(int handle) {
 
 UTLTEST_HOOKED int fsync(int handle) {
     return utltest::hooks::fsync.call(UTLTEST_CALLER, handle);
+}
+
+UTLTEST_HOOKED int fcntl(int handle, int command, ...) {
+    void const* const caller = UTLTEST_CALLER;
+    va_list arguments;
+    va_start(arguments, command);
+    long const argument = va_arg(arguments, long);
+    va_end(arguments);
+    return utltest::hooks::fcntl.call(caller, handle, command, argument);
 }
 
 UTLTEST_HOOKED int clock_gettime(clockid_t clock, timespec* out) noexcept {

@@ -95,6 +95,7 @@ extern Hook<ssize_t(int, void*, size_t)> read;
 extern Hook<ssize_t(int, void const*, size_t)> write;
 extern Hook<int(int)> close;
 extern Hook<int(int)> fsync;
+extern Hook<int(int, int, long)> fcntl;
 extern Hook<int(clockid_t, timespec*)> clockGetTime;
 extern Hook<int(timeval*, void*)> getTimeOfDay;
 extern Hook<char*(time_t const*, char*)> ctimeR;

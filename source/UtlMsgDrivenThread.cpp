@@ -1,0 +1,436 @@
+#include "UtlMsgDrivenThread.h"
+
+#include <climits>
+
+#include "UtlLog.h"
+#include "UtlThreadManager.h"
+#include "UtlThreadWatchdog.h"
+#include "UtlTokenPipe.h"
+
+namespace utl {
+
+namespace {
+
+// Places in the control queue beyond one for each frame, so that stop, timer and wake entries get through
+// when the data queue is full.
+constexpr unsigned int EXTRA_CTL_ENTRIES = 256;
+
+constexpr unsigned int ID_BYTES = 4;
+
+// A size that does not fit becomes the largest there is, which no allocator gives.
+unsigned int clippedSize(unsigned long long size) {
+    return size < UINT_MAX ? static_cast<unsigned int>(size) : UINT_MAX;
+}
+
+unsigned int frameSize(unsigned int maxMsgSize) {
+    return clippedSize(1ULL * maxMsgSize + ID_BYTES);
+}
+
+}  // namespace
+
+ThreadMsgListener::~ThreadMsgListener() = default;
+
+MsgDrivenThread::MsgDrivenThread(unsigned int maxMsgSize, unsigned int maxMsgCount, char const* name)
+    : Thread(name, nullptr),
+      mMaxMsgCount(maxMsgCount),
+      mCtlQueue(clippedSize(1ULL * maxMsgCount + EXTRA_CTL_ENTRIES)),
+      mDataQueue(clippedSize(1ULL * frameSize(maxMsgSize) * maxMsgCount)),
+      mInterruptQueue(frameSize(maxMsgSize)),
+      mSendMsg(frameSize(maxMsgSize)),
+      mReceiveMsg(frameSize(maxMsgSize)),
+      mInterruptEvent(0, 1),
+      mSyncEvent(0, 1),
+      mPipe{} {
+    int const error = openTokenPipe(mPipe, mCtlQueue.maxSize());
+    if (error != 0) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "MsgDrivenThread(%s) pipe errno:%d", getName().buffer(),
+               error);
+    }
+}
+
+MsgDrivenThread::~MsgDrivenThread() {
+    ClosingTokenPipe const pipe(mPipe);
+    if (hasDone(STARTED) && !isOwnThread()) {
+        pipe.wakeReader();
+        waitTo(FINISHED, 0);
+    }
+}
+
+bool MsgDrivenThread::isOwnThread() const {
+    return ThreadManager::getCallerId() == getId();
+}
+
+int MsgDrivenThread::start(ThreadMsgListener* listener, int watchdog, unsigned int aliveTime,
+                           WatchdogTimerListener* watchdogListener, int waitReady, unsigned int waitTimeout,
+                           ThreadPriority const& priority, unsigned int reserved) {
+    if (isOwnThread()) {
+        return -1;
+    }
+    SyncGuard const guard(mLifecycleLock);
+    if (listener == nullptr || mListener != nullptr) {
+        return -1;
+    }
+    mListener = listener;
+    return Thread::start(watchdog, aliveTime, watchdogListener, waitReady, waitTimeout, priority, reserved);
+}
+
+int MsgDrivenThread::stop(int wait, unsigned int timeout) {
+    if (isOwnThread()) {
+        return -1;
+    }
+    SyncGuard const guard(mLifecycleLock);
+    return Thread::stop(wait, timeout);
+}
+
+// The loop obeys the stop token even where no entry stands behind it. So where the entry could not be queued
+// or announced, the bare token still ends the loop.
+void MsgDrivenThread::requestStop() {
+    if (postThreadCtlMsg(MSG_ID_CTL_STOP, -1) == 0) {
+        writeToken(mPipe[1], {MSG_ID_CTL_STOP, -1});
+    }
+}
+
+bool MsgDrivenThread::acceptsMsg() const {
+    return isRunning() && !hasRequestedStop();
+}
+
+int MsgDrivenThread::postMsg(int msgId) {
+    return postMsg(SimpleMsg(msgId));
+}
+
+// A `stop` that waits holds the same lock, so that a post from outside comes before the stop or fails. The
+// thread itself must not wait for it: the stop waits for the thread.
+int MsgDrivenThread::postMsg(Msg const& msg) {
+    if (!acceptsMsg()) {
+        return 0;
+    }
+    if (isOwnThread()) {
+        return sendMsgAsync(msg);
+    }
+    SyncGuard const guard(mLifecycleLock);
+    return acceptsMsg() ? sendMsgAsync(msg) : 0;
+}
+
+int MsgDrivenThread::sendMsgAsync(Msg const& msg) {
+    SyncGuard const guard(mQueueLock);
+    if (!flatten(msg) || !queueFrame(mDataQueue, msg.getMsgId())) {
+        return 0;
+    }
+    if (postThreadCtlMsg(msg.getMsgId(), -1) == 0) {
+        mDataQueue.removeLast(mSendMsg.maxSize());
+        return 0;
+    }
+    return 1;
+}
+
+int MsgDrivenThread::sendMsgSync(int msgId) {
+    return sendMsgSync(SimpleMsg(msgId));
+}
+
+int MsgDrivenThread::sendMsgSync(Msg const& msg) {
+    return sendAndWait(msg, {mSyncLock, mSyncEvent, mSyncResult, mDataQueue, MSG_ID_CTL_SYNC});
+}
+
+int MsgDrivenThread::sendMsgInterrupt(int msgId) {
+    return sendMsgInterrupt(SimpleMsg(msgId));
+}
+
+int MsgDrivenThread::sendMsgInterrupt(Msg const& msg) {
+    return sendAndWait(msg,
+                       {mInterruptLock, mInterruptEvent, mInterruptResult, mInterruptQueue, MSG_ID_CTL_WAKE});
+}
+
+int MsgDrivenThread::sendAndWait(Msg const& msg, WaitingSend const& send) {
+    if (!acceptsMsg() || isOwnThread()) {
+        return 0;
+    }
+    SyncGuard const guard(send.mLock);
+    send.mResult = false;
+    if (!queueRequest(msg, send)) {
+        return 0;
+    }
+    do {
+        send.mEvent.waitToOff(0);
+    } while (send.mEvent.isOn());  // a wake-up without a cause is no answer
+    return send.mResult ? 1 : 0;
+}
+
+bool MsgDrivenThread::queueRequest(Msg const& msg, WaitingSend const& send) {
+    SyncGuard const guard(mQueueLock);
+    if (mLoopEnded || hasRequestedStop() || !flatten(msg)) {
+        return false;
+    }
+    if (&send.mFrames == &mInterruptQueue) {
+        mInterruptQueue.clear();
+    }
+    return queueFrame(send.mFrames, msg.getMsgId()) && announceRequest(send.mEvent, send.mCtlId);
+}
+
+// Event and entry appear together for the loop, which looks at the event under the same lock.
+bool MsgDrivenThread::announceRequest(Event& event, int ctlId) {
+    event.setOn();
+    if (postThreadCtlMsg(ctlId, -1) == 0) {
+        event.setOff();
+        return false;
+    }
+    return true;
+}
+
+bool MsgDrivenThread::flatten(Msg const& msg) {
+    if (msg.storeTo(&mSendMsg) != 0) {
+        return true;
+    }
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+           "MsgDrivenThread(%s) Overflow MsgSize  MaxSize(include MsgId):%d MsgId:0x%08x", getName().buffer(),
+           static_cast<int>(mSendMsg.maxSize()), static_cast<unsigned int>(msg.getMsgId()));
+    return false;
+}
+
+// Of a burst of refused messages one is an error; the others are details.
+bool MsgDrivenThread::queueFrame(Queue<unsigned char>& frames, int msgId) {
+    if (frames.pushBack(mSendMsg.buffer(), mSendMsg.maxSize())) {
+        return true;
+    }
+    applog(LOG_TYPE_LIBRARY, mDataOverflowLogged.exchange(true) ? LOG_LEVEL_DETAIL : LOG_LEVEL_ERROR,
+           "MsgDrivenThread(%s) Overflow MsgDataQueue  MaxCount:%d MsgId:0x%08x", getName().buffer(),
+           static_cast<int>(mMaxMsgCount), static_cast<unsigned int>(msgId));
+    return false;
+}
+
+int MsgDrivenThread::postThreadCtlMsg(int msgId, int param) {
+    SyncGuard const guard(mQueueLock);
+    int const writeEnd = mPipe[1];
+    ThreadCtlMsg entry;
+    entry.mMsgId = msgId;
+    entry.mParam = param;
+    if (isTokenPipeFull(writeEnd, mCtlQueue.size()) || !mCtlQueue.pushBack(entry)) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+               "MsgDrivenThread(%s) Overflow ThreadCtlMsgQueue  MaxCount:%d MsgId:0x%08x", getName().buffer(),
+               static_cast<int>(mCtlQueue.maxSize()), static_cast<unsigned int>(msgId));
+        return 0;
+    }
+    TokenIo const io = writeToken(writeEnd, {msgId, param});
+    if (!io.isWhole()) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+               "MsgDrivenThread(%s)::postThreadCtlMsg() Error. write Ret:%u errno:%d", getName().buffer(),
+               io.mRet, io.mErrno);
+        return 0;
+    }
+    return 1;
+}
+
+bool MsgDrivenThread::isDataMsgId(int msgId) {
+    switch (msgId) {
+        case MSG_ID_NONE:
+        case MSG_ID_ANY:
+        case MSG_ID_CTL_WAKE:
+        case MSG_ID_CTL_SYNC:
+        case MSG_ID_CTL_START_TIMER:
+        case MSG_ID_CTL_STOP_TIMER:
+        case MSG_ID_CTL_TIMEOUT:
+        case MSG_ID_CTL_STOP:
+        case MSG_ID_TIMEOUT_SIGNAL:
+            return false;
+        default:
+            return true;
+    }
+}
+
+// The loop, from here to the end: everything runs on the message thread.
+
+// The start that made this thread may not have stored the thread's id yet; a handler may ask for it.
+int MsgDrivenThread::execute() {
+    waitForStart();
+    int const result = runLoop();
+    leaveLoop();
+    return result;
+}
+
+int MsgDrivenThread::runLoop() {
+    StatementInfo const place("source/UtlMsgDrivenThread", "execute", __LINE__, 0);
+    PipeToken token;
+    while (readToken("MsgDrivenThread", getName().buffer(), place, mPipe[0], &token)) {
+        bool const acted = serveToken(token, place);
+        // A stop is obeyed by its token alone: after a lost token something else may stand at the head for
+        // good.
+        if ((acted || token.mId == MSG_ID_CTL_STOP) && hasRequestedStop()) {
+            return 0;
+        }
+    }
+    return -1;
+}
+
+// True when the entry at the head was acted upon. The control queue is the truth; the token only says that
+// something happened, and one that does not fit the head belonged to an entry that is gone.
+bool MsgDrivenThread::serveToken(PipeToken const& token, StatementInfo const& place) {
+    ThreadCtlMsg head;
+    if (!peekHead(&head)) {
+        return false;
+    }
+    if (serveInterrupt() && !peekHead(&head)) {
+        return false;
+    }
+    if (head.mMsgId == MSG_ID_CTL_WAKE || head.mMsgId != token.mId) {
+        return false;
+    }
+    int const result = actOn(head);
+    if (ThreadManager::get()->isRegisteredWatchdog(0)) {
+        keepAliveWatchdog(place);
+    }
+    if (result != 0) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "!!!!!!!! MsgDrivenThread(%s) Error. MsgId:0x%08x !!!!!!!!",
+               getName().buffer(), static_cast<unsigned int>(token.mId));
+    }
+    return true;
+}
+
+// A wake entry whose request is no longer there (its token was lost) would stand at the head for good.
+bool MsgDrivenThread::peekHead(ThreadCtlMsg* head) {
+    SyncGuard const guard(mQueueLock);
+    ThreadCtlMsg const* first = mCtlQueue.elementAt(0);
+    while (first != nullptr && first->mMsgId == MSG_ID_CTL_WAKE && !mInterruptEvent.isOn()) {
+        mCtlQueue.removeAt(0, 1);
+        first = mCtlQueue.elementAt(0);
+    }
+    if (first == nullptr) {
+        return false;
+    }
+    *head = *first;
+    return true;
+}
+
+// Event, frame and entry of a request are put up under the lock, so none of them is seen without the others.
+bool MsgDrivenThread::isPending(Event const& request) const {
+    SyncGuard const guard(mQueueLock);
+    return request.isOn();
+}
+
+bool MsgDrivenThread::serveInterrupt() {
+    if (!isPending(mInterruptEvent)) {
+        return false;
+    }
+    if (executeReceiveMsg(mInterruptQueue) == 0) {
+        mInterruptResult = true;
+    }
+    eraseMsgFromCtlQueue(MSG_ID_CTL_WAKE);
+    mInterruptEvent.setOff();
+    return true;
+}
+
+int MsgDrivenThread::actOn(ThreadCtlMsg const& head) {
+    switch (head.mMsgId) {
+        case MSG_ID_CTL_SYNC:
+            return deliverSync();
+        case MSG_ID_CTL_STOP:
+            return removeHead();
+        default:
+            return deliverPosted(head.mMsgId);
+    }
+}
+
+int MsgDrivenThread::deliverSync() {
+    int const result = executeReceiveMsg(mCtlQueue, mDataQueue);
+    if (result == 0) {
+        mSyncResult = true;
+    }
+    mSyncEvent.setOff();
+    mDataOverflowLogged = false;
+    return result;
+}
+
+int MsgDrivenThread::deliverPosted(int msgId) {
+    int const result = executeReceiveMsg(mCtlQueue, mDataQueue, msgId);
+    mDataOverflowLogged = false;
+    return result;
+}
+
+int MsgDrivenThread::removeHead() {
+    SyncGuard const guard(mQueueLock);
+    return mCtlQueue.removeAt(0, 1) ? 0 : -1;
+}
+
+// Requests that come later find the door closed; those that came before are released here. A sender tests the
+// flag under the lock, so it cannot fall between.
+void MsgDrivenThread::leaveLoop() {
+    {
+        SyncGuard const guard(mQueueLock);
+        mLoopEnded = true;
+    }
+    mInterruptEvent.setOff();
+    mSyncEvent.setOff();
+}
+
+void MsgDrivenThread::takeFrame(Queue<unsigned char>& data) {
+    data.popFrontInto(mReceiveMsg.buffer(), mReceiveMsg.maxSize());
+}
+
+int MsgDrivenThread::handToListener() {
+    if (mListener != nullptr) {
+        mListener->receiveMsg(getId(), mReceiveMsg);
+    }
+    return 0;
+}
+
+int MsgDrivenThread::executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data) {
+    {
+        SyncGuard const guard(mQueueLock);
+        if (ctl.size() == 0 || data.size() == 0) {
+            return -1;
+        }
+        takeFrame(data);
+        ctl.removeAt(0, 1);
+    }
+    return handToListener();
+}
+
+int MsgDrivenThread::executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data, int msgId) {
+    {
+        SyncGuard const guard(mQueueLock);
+        if (!takeFrameOf(msgId, ctl, data)) {
+            return -1;
+        }
+        ctl.removeAt(0, 1);
+    }
+    return handToListener();
+}
+
+int MsgDrivenThread::executeReceiveMsg(Queue<unsigned char>& data) {
+    {
+        SyncGuard const guard(mQueueLock);
+        if (data.size() == 0) {
+            return -1;
+        }
+        takeFrame(data);
+    }
+    return handToListener();
+}
+
+// A frame that the control queue does not account for is thrown away: its synchronous sender could not
+// announce it.
+bool MsgDrivenThread::takeFrameOf(int msgId, Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data) {
+    while (ctl.size() != 0 && data.size() != 0) {
+        takeFrame(data);
+        int frameId = -1;
+        mReceiveMsg.getMsgId(&frameId);
+        if (frameId == msgId) {
+            return true;
+        }
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+               "!!!!!!!! MsgDrivenThread(%s) MismatchedMsg... DataQueueMsgId:0x%08x CtlMsgId:0x%08x Erased "
+               "Data !!!!!!!!",
+               getName().buffer(), static_cast<unsigned int>(frameId), static_cast<unsigned int>(msgId));
+    }
+    return false;
+}
+
+bool MsgDrivenThread::eraseMsgFromCtlQueue(int msgId) {
+    SyncGuard const guard(mQueueLock);
+    for (unsigned int i = 0; i < mCtlQueue.size(); ++i) {
+        if (mCtlQueue.elementAt(i)->mMsgId == msgId) {
+            return mCtlQueue.removeAt(i, 1);
+        }
+    }
+    return false;
+}
+
+}  // namespace utl

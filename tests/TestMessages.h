@@ -1,0 +1,127 @@
+#pragma once
+
+// Messages and listeners for the tests of message threads.
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+#include "UtlMsgDrivenThread.h"
+
+namespace utltest {
+
+/// Opens once, for everybody; waiting ends with a failure after half a minute.
+class Gate {
+  public:
+    void open() {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        mOpen = true;
+        mChanged.notify_all();
+    }
+    bool wait() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mChanged.wait_for(lock, std::chrono::seconds(30), [this] { return mOpen; });
+    }
+
+  private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    bool mOpen = false;
+};
+
+/// A message with one number.
+class NumberMsg : public utl::Msg {
+  public:
+    explicit NumberMsg(int id, int number = 0) : Msg(id), mNumber(number) {}
+    int mNumber;
+
+  protected:
+    int storeDataTo(utl::MsgDataBroker* broker) const override { return broker->set(mNumber); }
+    int restoreDataFrom(utl::MsgDataBroker& broker) override { return broker.get(&mNumber); }
+};
+
+/// A message of so many bytes.
+class BytesMsg : public utl::Msg {
+  public:
+    BytesMsg(int id, unsigned int count) : Msg(id), mBytes(count, static_cast<unsigned char>(0x5A)) {}
+    std::vector<unsigned char> mBytes;
+
+  protected:
+    int storeDataTo(utl::MsgDataBroker* broker) const override {
+        return broker->set(mBytes.data(), static_cast<unsigned int>(mBytes.size()));
+    }
+    int restoreDataFrom(utl::MsgDataBroker& broker) override {
+        return broker.get(mBytes.data(), static_cast<unsigned int>(mBytes.size()));
+    }
+};
+
+/// Keeps ids and numbers of what it receives, and runs `onMsg` behind each.
+class Collector : public utl::ThreadMsgListener {
+  public:
+    struct Received {
+        int threadId;
+        int id;
+        int number;
+        bool operator==(Received const& other) const {
+            return threadId == other.threadId && id == other.id && number == other.number;
+        }
+    };
+
+    std::function<void(int id, int number)> onMsg;
+
+    void receiveMsg(int threadId, utl::ThreadRawMsg& raw) override {
+        NumberMsg msg(0);
+        msg.restoreFrom(raw);
+        {
+            std::lock_guard<std::mutex> const guard(mMutex);
+            mReceived.push_back({threadId, msg.getMsgId(), msg.mNumber});
+            mChanged.notify_all();
+        }
+        if (onMsg) {
+            onMsg(msg.getMsgId(), msg.mNumber);
+        }
+    }
+
+    std::vector<Received> received() const {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        return mReceived;
+    }
+
+    std::vector<int> ids() const {
+        std::vector<int> result;
+        for (Received const& one : received()) {
+            result.push_back(one.id);
+        }
+        return result;
+    }
+
+    /// Waits until `count` messages were received; false after half a minute.
+    bool waitFor(size_t count) const {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mChanged.wait_for(lock, std::chrono::seconds(30), [&] { return mReceived.size() >= count; });
+    }
+
+  private:
+    mutable std::mutex mMutex;
+    mutable std::condition_variable mChanged;
+    std::vector<Received> mReceived;
+};
+
+/// A message thread that is stopped and taken out of the registry at the end of the scope.
+class ScopedMsgThread : public utl::MsgDrivenThread {
+  public:
+    explicit ScopedMsgThread(unsigned int maxMsgSize = 64, unsigned int maxMsgCount = 16,
+                             char const* name = "road")
+        : MsgDrivenThread(maxMsgSize, maxMsgCount, name) {}
+    ~ScopedMsgThread() override { finish(); }
+
+    void finish() {
+        stop(1, 0);
+        leaveManagement();
+    }
+    using MsgDrivenThread::isDataMsgId;
+};
+
+}  // namespace utltest

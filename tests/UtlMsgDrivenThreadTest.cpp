@@ -1,0 +1,843 @@
+#include "UtlMsgDrivenThread.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <climits>
+#include <cstdlib>
+#include <future>
+#include <new>
+#include <string>
+#include <thread>
+
+#include "TestHooks.h"
+#include "TestLog.h"
+#include "TestMessages.h"
+#include "UtlThreadManager.h"
+
+using namespace utltest;
+
+namespace {
+
+std::atomic<unsigned int> gAllocations{0};
+
+void* countedAllocation(size_t size) {
+    ++gAllocations;
+    if (void* const memory = std::malloc(size == 0 ? 1 : size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+}  // namespace
+
+// Every allocation through `new` in the process is counted, the library's included.
+void* operator new(size_t size) {
+    return countedAllocation(size);
+}
+void* operator new[](size_t size) {
+    return countedAllocation(size);
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, size_t) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, size_t) noexcept {
+    std::free(memory);
+}
+
+namespace {
+
+constexpr int FIRST = 100;
+constexpr int SECOND = 101;
+constexpr int THIRD = 102;
+constexpr int BLOCKER = 900;
+
+// A thread whose handler holds at message BLOCKER until the gate opens, so that a test can fill the queues.
+struct BlockedRoad {
+    explicit BlockedRoad(unsigned int maxMsgSize = 64, unsigned int maxMsgCount = 16,
+                         char const* name = "road")
+        : thread(maxMsgSize, maxMsgCount, name) {
+        collector.onMsg = [this](int id, int number) {
+            if (id == BLOCKER) {
+                entered.open();
+                gate.wait();
+            } else if (onOther) {
+                onOther(id, number);
+            }
+        };
+    }
+    ~BlockedRoad() { gate.open(); }
+
+    void startAndBlock() {
+        ASSERT_EQ(thread.start(&collector), 0);
+        ASSERT_EQ(thread.postMsg(BLOCKER), 1);
+        ASSERT_TRUE(entered.wait());
+    }
+
+    Gate entered;
+    Gate gate;
+    std::function<void(int, int)> onOther;
+    Collector collector;
+    ScopedMsgThread thread;
+};
+
+// Waits until the library has written so many tokens since the hooks were reset.
+void waitForTokens(unsigned int count) {
+    while (hooks::write.calls() < count) {
+        std::this_thread::yield();
+    }
+}
+
+TEST(MsgDrivenThread, PostMsg_IsDeliveredWithItsFieldsOnTheMessageThread) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    int handlerThread = 0;
+    collector.onMsg = [&](int, int) { handlerThread = utl::ThreadManager::getCallerId(); };
+    EXPECT_EQ(thread.sendMsgSync(NumberMsg(FIRST, -77)), 1);
+    ASSERT_EQ(collector.received().size(), 1U);
+    EXPECT_EQ(collector.received()[0], (Collector::Received{thread.getId(), FIRST, -77}));
+    EXPECT_EQ(handlerThread, thread.getId());
+    EXPECT_NE(handlerThread, utl::ThreadManager::getCallerId());
+}
+
+TEST(MsgDrivenThread, PostMsg_ManyMessages_ArriveInTheOrderOfTheirPosts) {
+    BlockedRoad road(64, 300);
+    road.startAndBlock();
+    for (int i = 0; i < 300; ++i) {
+        ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, i)), 1);
+    }
+    road.gate.open();
+    ASSERT_TRUE(road.collector.waitFor(301));
+    std::vector<Collector::Received> const received = road.collector.received();
+    for (int i = 0; i < 300; ++i) {
+        EXPECT_EQ(received[static_cast<size_t>(i) + 1].number, i);
+    }
+}
+
+TEST(MsgDrivenThread, PostMsg_FromManyThreads_EachAcceptedMessageArrivesOnce) {
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread(64, 32);
+    ASSERT_EQ(thread.start(&collector), 0);
+    constexpr int PER_SENDER = 500;
+    std::atomic<int> accepted{0};
+    std::vector<std::thread> senders;
+    for (int sender = 0; sender < 4; ++sender) {
+        senders.emplace_back([&, sender] {
+            for (int i = 0; i < PER_SENDER; ++i) {
+                accepted += thread.postMsg(NumberMsg(sender, i));
+            }
+        });
+    }
+    for (std::thread& sender : senders) {
+        sender.join();
+    }
+    ASSERT_TRUE(collector.waitFor(static_cast<size_t>(accepted)));
+    EXPECT_EQ(thread.sendMsgSync(BLOCKER), 1);
+    EXPECT_EQ(collector.received().size(), static_cast<size_t>(accepted) + 1);
+    std::vector<int> next(4, -1);
+    for (Collector::Received const& one : collector.received()) {
+        if (one.id != BLOCKER) {
+            EXPECT_GT(one.number, next[static_cast<size_t>(one.id)]);
+            next[static_cast<size_t>(one.id)] = one.number;
+        }
+    }
+}
+
+TEST(MsgDrivenThread, PostMsg_ById_CarriesTheIdAlone) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.postMsg(-1), 1);
+    EXPECT_EQ(thread.postMsg(INT_MAX), 1);
+    EXPECT_EQ(thread.postMsg(utl::MSG_ID_CLIENT_FIRST), 1);
+    ASSERT_TRUE(collector.waitFor(3));
+    EXPECT_EQ(collector.ids(), (std::vector<int>{-1, INT_MAX, utl::MSG_ID_CLIENT_FIRST}));
+}
+
+TEST(MsgDrivenThread, PostMsg_BeforeTheStartAndAfterTheEnd_IsRefused) {
+    Collector collector;
+    ScopedMsgThread thread;
+    EXPECT_EQ(thread.postMsg(FIRST), 0);
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.stop(1, 0), 0);
+    EXPECT_EQ(thread.postMsg(FIRST), 0);
+    EXPECT_EQ(thread.postMsg(NumberMsg(FIRST)), 0);
+    EXPECT_TRUE(collector.received().empty());
+}
+
+TEST(MsgDrivenThread, SendMsgAsync_BeforeTheStart_WaitsForTheThread) {
+    Collector collector;
+    ScopedMsgThread thread;
+    EXPECT_EQ(thread.sendMsgAsync(NumberMsg(FIRST, 1)), 1);
+    EXPECT_EQ(thread.sendMsgAsync(NumberMsg(SECOND, 2)), 1);
+    ASSERT_EQ(thread.start(&collector), 0);
+    ASSERT_TRUE(collector.waitFor(2));
+    EXPECT_EQ(collector.ids(), (std::vector<int>{FIRST, SECOND}));
+}
+
+TEST(MsgDrivenThread, TheFirstHandlerOfAThreadThatWasPostedToBeforeItsStart_KnowsItsId) {
+    for (int round = 0; round < 50; ++round) {
+        Collector collector;
+        ScopedMsgThread thread;
+        std::atomic<int> seenId{0};
+        collector.onMsg = [&](int, int) { seenId = thread.getId(); };
+        ASSERT_EQ(thread.sendMsgAsync(NumberMsg(FIRST)), 1);
+        ASSERT_EQ(thread.start(&collector, 0, 0, nullptr, 0), 0);
+        ASSERT_TRUE(collector.waitFor(1));
+        thread.finish();
+        EXPECT_EQ(seenId, thread.getId());
+        EXPECT_EQ(collector.received()[0].threadId, thread.getId());
+    }
+}
+
+TEST(MsgDrivenThread, Start_ASecondTime_ReturnsMinusOne) {
+    Collector collector;
+    ScopedMsgThread thread;
+    EXPECT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.start(&collector), -1);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    thread.stop(1, 0);
+    EXPECT_EQ(thread.start(&collector), -1);
+}
+
+TEST(MsgDrivenThread, Start_WithANullListener_ReturnsMinusOneAndLeavesTheStartOpen) {
+    Collector collector;
+    ScopedMsgThread thread;
+    EXPECT_EQ(thread.start(nullptr), -1);
+    EXPECT_EQ(thread.start(&collector), 0);
+}
+
+TEST(MsgDrivenThread, Start_WhoseThreadCannotBeCreated_ReturnsMinusOneForGood) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread;
+    utl::ThreadManager::get();
+    hooks::threadCreate.failFrom(1, 1, EAGAIN, 0);
+    EXPECT_EQ(thread.start(&collector), -1);
+    EXPECT_EQ(thread.start(&collector), -1);
+}
+
+TEST(MsgDrivenThread, StartAndStop_OnTheThreadItself_ReturnMinusOne) {
+    Collector collector;
+    ScopedMsgThread thread;
+    int startResult = 0;
+    int stopResult = 0;
+    collector.onMsg = [&](int, int) {
+        startResult = thread.start(&collector);
+        stopResult = thread.stop(0, 0);
+    };
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(startResult, -1);
+    EXPECT_EQ(stopResult, -1);
+    EXPECT_FALSE(thread.hasRequestedStop());
+}
+
+TEST(MsgDrivenThread, Stop_BeforeTheStartAndASecondTime_ReturnsMinusOne) {
+    Collector collector;
+    ScopedMsgThread thread;
+    EXPECT_EQ(thread.stop(1, 0), -1);
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.stop(1, 0), 0);
+    EXPECT_EQ(thread.stop(1, 0), -1);
+    unsigned int result = 1;
+    EXPECT_TRUE(thread.getResult(&result));
+    EXPECT_EQ(result, 0U);
+}
+
+TEST(MsgDrivenThread, Stop_LeavesQueuedMessagesUndelivered) {
+    BlockedRoad road;
+    road.startAndBlock();
+    ASSERT_EQ(road.thread.postMsg(FIRST), 1);
+    ASSERT_EQ(road.thread.postMsg(SECOND), 1);
+    EXPECT_EQ(road.thread.stop(0, 0), 0);
+    road.gate.open();
+    EXPECT_EQ(road.thread.waitTo(3, 0), 0);
+    EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER}));
+}
+
+TEST(MsgDrivenThread, AMessageOfExactlyTheMaximum_FitsAndOneByteMoreIsRefusedWithALine) {
+    LogCapture log;
+    BlockedRoad road(8, 4, "sizes");
+    road.startAndBlock();
+    EXPECT_EQ(road.thread.postMsg(BytesMsg(FIRST, 7)), 1);
+    EXPECT_EQ(road.thread.postMsg(BytesMsg(FIRST, 8)), 1);
+    EXPECT_TRUE(log.lines().empty());
+    std::string const line =
+        "<UTIL> ERR: MsgDrivenThread(sizes) Overflow MsgSize  MaxSize(include MsgId):12 MsgId:0x00000064";
+    EXPECT_EQ(road.thread.postMsg(BytesMsg(FIRST, 9)), 0);
+    EXPECT_EQ(log.count(line), 1U);
+    EXPECT_EQ(road.thread.sendMsgSync(BytesMsg(FIRST, 9)), 0);
+    EXPECT_EQ(log.count(line), 2U);
+    EXPECT_EQ(road.thread.sendMsgInterrupt(BytesMsg(FIRST, 9)), 0);
+    EXPECT_EQ(log.count(line), 3U);
+    EXPECT_EQ(log.lines().size(), 3U);
+    road.gate.open();
+    EXPECT_TRUE(road.collector.waitFor(3));
+}
+
+TEST(MsgDrivenThread, AFullDataQueue_IsAnErrorOnceAndADetailUntilAMessageWasDelivered) {
+    LogCapture log;
+    BlockedRoad road(8, 3, "full");
+    road.startAndBlock();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(road.thread.postMsg(NumberMsg(FIRST, i)), 1);
+    }
+    std::string const text = "MsgDrivenThread(full) Overflow MsgDataQueue  MaxCount:3 MsgId:0x00000065";
+    EXPECT_EQ(road.thread.postMsg(SECOND), 0);
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{"<UTIL> ERR: " + text}));
+    EXPECT_EQ(road.thread.postMsg(SECOND), 0);
+    EXPECT_EQ(road.thread.sendMsgSync(SECOND), 0);
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{"<UTIL> ERR: " + text, "<UTIL> DTL: " + text,
+                                                     "<UTIL> DTL: " + text}));
+
+    // The handler blocks again behind the next delivery, with one place free.
+    Gate again;
+    road.onOther = [&](int, int) { again.wait(); };
+    road.gate.open();
+    ASSERT_TRUE(road.collector.waitFor(2));
+    log.clear();
+    EXPECT_EQ(road.thread.postMsg(THIRD), 1);
+    EXPECT_EQ(road.thread.postMsg(SECOND), 0);
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{"<UTIL> ERR: " + text}));
+    again.open();
+    ASSERT_TRUE(road.collector.waitFor(5));
+}
+
+TEST(MsgDrivenThread, AFullDataQueue_StillTakesAStopAndAnInterrupt) {
+    BlockedRoad road(8, 1);
+    road.startAndBlock();
+    ASSERT_EQ(road.thread.postMsg(FIRST), 1);
+    LogCapture log;
+    ASSERT_EQ(road.thread.postMsg(FIRST), 0);
+    std::future<int> interrupt =
+        std::async(std::launch::async, [&] { return road.thread.sendMsgInterrupt(NumberMsg(SECOND)); });
+    road.gate.open();
+    EXPECT_EQ(interrupt.get(), 1);
+    EXPECT_EQ(road.thread.stop(1, 0), 0);
+}
+
+TEST(MsgDrivenThread, PostThreadCtlMsg_TheControlQueueHasTwoHundredFiftySixPlacesMoreThanFrames) {
+    LogCapture log;
+    ScopedMsgThread thread(8, 3, "ctl");
+    for (int i = 0; i < 259; ++i) {
+        ASSERT_EQ(thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1), 1);
+    }
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1), 0);
+    EXPECT_EQ(thread.sendMsgAsync(NumberMsg(FIRST)), 0);
+    EXPECT_EQ(
+        log.lines(),
+        (std::vector<std::string>{
+            "<UTIL> ERR: MsgDrivenThread(ctl) Overflow ThreadCtlMsgQueue  MaxCount:259 MsgId:0x80000004",
+            "<UTIL> ERR: MsgDrivenThread(ctl) Overflow ThreadCtlMsgQueue  MaxCount:259 MsgId:0x00000064"}));
+}
+
+TEST(MsgDrivenThread, PostThreadCtlMsg_AFailedWrite_IsLoggedAndTheFrameIsTakenBack) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(8, 1, "lost");
+    hooks::write.failFrom(1, 1, -1, EPIPE);
+    EXPECT_EQ(thread.sendMsgAsync(NumberMsg(FIRST, 1)), 0);
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{
+                  "<UTIL> ERR: MsgDrivenThread(lost)::postThreadCtlMsg() Error. write Ret:4294967295 errno:" +
+                  std::to_string(EPIPE)}));
+    // The one frame that fits is free again.
+    EXPECT_EQ(thread.sendMsgAsync(NumberMsg(FIRST, 2)), 1);
+    ASSERT_EQ(thread.start(&collector), 0);
+    ASSERT_TRUE(collector.waitFor(1));
+    EXPECT_EQ(collector.received()[0].number, 2);
+}
+
+TEST(MsgDrivenThread, PostThreadCtlMsg_AShortWrite_IsAFailure) {
+    HookScope const scope;
+    LogCapture log;
+    ScopedMsgThread thread(8, 1, "short");
+    hooks::write.failFrom(1, 1, 4, 0);
+    EXPECT_EQ(thread.postThreadCtlMsg(FIRST, -1), 0);
+    EXPECT_EQ(log.count("<UTIL> ERR: MsgDrivenThread(short)::postThreadCtlMsg() Error. write Ret:4 errno:0"),
+              1U);
+}
+
+TEST(MsgDrivenThread, Pipe_ThatCannotBeHad_IsLoggedAndTheLoopEndsAtOnce) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    hooks::pipe.failFrom(1, 1, -1, EMFILE);
+    ScopedMsgThread thread(8, 1, "nopipe");
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{"<UTIL> ERR: MsgDrivenThread(nopipe) pipe errno:" +
+                                                     std::to_string(EMFILE)}));
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.waitTo(3, 0), 0);
+    EXPECT_EQ(log.count("<UTIL> ERR: MsgDrivenThread(nopipe) Error. read Ret:4294967295 errno:" +
+                        std::to_string(EBADF) + " !!Break msg loop!!"),
+              1U);
+    unsigned int result = 0;
+    EXPECT_TRUE(thread.getResult(&result));
+    EXPECT_EQ(result, 0xFFFFFFFFU);
+}
+
+TEST(MsgDrivenThread, Read_Interrupted_IsLoggedAndRepeated) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(8, 1, "again");
+    hooks::read.failFrom(1, 3, -1, EINTR);
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(log.count("<UTIL> INF: MsgDrivenThread(again) Error. read Ret:4294967295 errno:" +
+                        std::to_string(EINTR) + "=EINTR Retry read"),
+              3U);
+}
+
+TEST(MsgDrivenThread, Read_ThatFails_IsLoggedAndEndsTheLoopWithMinusOne) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(8, 4, "broken");
+    ASSERT_EQ(thread.sendMsgAsync(NumberMsg(FIRST)), 1);
+    hooks::read.failFrom(1, 0, -1, EIO);
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.waitTo(3, 0), 0);
+    EXPECT_EQ(
+        log.lines(),
+        (std::vector<std::string>{"<UTIL> ERR: MsgDrivenThread(broken) Error. read Ret:4294967295 errno:" +
+                                  std::to_string(EIO) + " !!Break msg loop!!"}));
+    unsigned int result = 0;
+    EXPECT_TRUE(thread.getResult(&result));
+    EXPECT_EQ(result, 0xFFFFFFFFU);
+    EXPECT_TRUE(collector.received().empty());
+}
+
+// A stale EINTR in errno must not turn a closed pipe into an endless retry.
+TEST(MsgDrivenThread, Read_ThatGivesFewerBytes_EndsTheLoop) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(8, 4, "few");
+    hooks::read.replace(+[](int, void*, size_t) -> ssize_t { return 0; });
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.waitTo(3, 0), 0);
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{
+                  "<UTIL> ERR: MsgDrivenThread(few) Error. read Ret:0 errno:0 !!Break msg loop!!"}));
+}
+
+TEST(MsgDrivenThread, SendMsgSync_ReturnsAfterTheListenerHasReturned) {
+    BlockedRoad road;
+    std::atomic<bool> handled{false};
+    road.onOther = [&](int, int) { handled = true; };
+    road.startAndBlock();
+    std::future<int> sent =
+        std::async(std::launch::async, [&] { return road.thread.sendMsgSync(NumberMsg(FIRST, 5)); });
+    road.gate.open();
+    EXPECT_EQ(sent.get(), 1);
+    EXPECT_TRUE(handled);
+    EXPECT_EQ(road.collector.received().back().number, 5);
+}
+
+TEST(MsgDrivenThread, SendMsgSync_QueuesBehindEverythingSentBefore) {
+    BlockedRoad road;
+    road.startAndBlock();
+    ASSERT_EQ(road.thread.postMsg(FIRST), 1);
+    ASSERT_EQ(road.thread.postMsg(SECOND), 1);
+    std::future<int> sent = std::async(std::launch::async, [&] { return road.thread.sendMsgSync(THIRD); });
+    road.gate.open();
+    EXPECT_EQ(sent.get(), 1);
+    EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, FIRST, SECOND, THIRD}));
+}
+
+TEST(MsgDrivenThread, WaitingSends_OnTheThreadItself_ReturnZeroAndQueueNothing) {
+    Collector collector;
+    ScopedMsgThread thread;
+    int sync = 1;
+    int interrupt = 1;
+    collector.onMsg = [&](int id, int) {
+        if (id == FIRST) {
+            sync = thread.sendMsgSync(SECOND);
+            interrupt = thread.sendMsgInterrupt(SECOND);
+        }
+    };
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(thread.sendMsgSync(THIRD), 1);
+    EXPECT_EQ(sync, 0);
+    EXPECT_EQ(interrupt, 0);
+    EXPECT_EQ(collector.ids(), (std::vector<int>{FIRST, THIRD}));
+}
+
+TEST(MsgDrivenThread, WaitingSends_OnAThreadThatDoesNotRun_ReturnZero) {
+    Collector collector;
+    ScopedMsgThread thread;
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 0);
+    EXPECT_EQ(thread.sendMsgInterrupt(FIRST), 0);
+    ASSERT_EQ(thread.start(&collector), 0);
+    thread.stop(1, 0);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 0);
+    EXPECT_EQ(thread.sendMsgInterrupt(NumberMsg(FIRST)), 0);
+    EXPECT_TRUE(collector.received().empty());
+}
+
+TEST(MsgDrivenThread, WaitingSends_WhoseThreadStops_AreReleasedWithZero) {
+    BlockedRoad road;
+    road.startAndBlock();
+    // The blocked handler keeps the synchronous message queued until the stop has been requested.
+    hooks::write.reset();
+    std::future<int> sent = std::async(std::launch::async, [&] { return road.thread.sendMsgSync(FIRST); });
+    waitForTokens(1);
+    EXPECT_EQ(road.thread.stop(0, 0), 0);
+    road.gate.open();
+    EXPECT_EQ(sent.get(), 0);
+    EXPECT_EQ(road.thread.waitTo(3, 0), 0);
+    EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER}));
+}
+
+TEST(MsgDrivenThread, WaitingSends_WhoseLoopBreaks_AreReleasedWithZeroAndLaterOnesDoNotWait) {
+    for (int round = 0; round < 30; ++round) {
+        HookScope const scope;
+        LogCapture log;
+        Collector collector;
+        ScopedMsgThread thread(64, 64, "breaks");
+        ASSERT_EQ(thread.start(&collector), 0);
+        std::vector<std::future<int>> sends;
+        for (int sender = 0; sender < 4; ++sender) {
+            sends.push_back(std::async(std::launch::async, [&, sender] {
+                int last = 1;
+                while (last == 1) {
+                    last = sender % 2 == 0 ? thread.sendMsgSync(FIRST) : thread.sendMsgInterrupt(SECOND);
+                }
+                return last;
+            }));
+        }
+        ASSERT_TRUE(collector.waitFor(20));
+        hooks::read.failFrom(1, 0, -1, EIO);
+        for (std::future<int>& send : sends) {
+            EXPECT_EQ(send.get(), 0);
+        }
+        EXPECT_EQ(thread.waitTo(3, 0), 0);
+    }
+}
+
+TEST(MsgDrivenThread, SendMsgSync_ThatCouldNotBeAnnounced_LeavesItsFrameToBeDiscardedWithTheMismatchLine) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(8, 4, "stale");
+    ASSERT_EQ(thread.start(&collector), 0);
+    // 260 entries fill the control queue while the handler holds the loop.
+    Gate entered;
+    Gate gate;
+    collector.onMsg = [&](int id, int) {
+        if (id == BLOCKER) {
+            entered.open();
+            gate.wait();
+        }
+    };
+    ASSERT_EQ(thread.postMsg(BLOCKER), 1);
+    ASSERT_TRUE(entered.wait());
+    int wakes = 0;
+    while (thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1) == 1) {
+        ++wakes;
+    }
+    EXPECT_EQ(wakes, 260);
+    EXPECT_EQ(thread.sendMsgSync(NumberMsg(SECOND)), 0);
+    gate.open();
+    // The wake entries go without a request behind them; then the stale frame is met.
+    while (thread.postMsg(NumberMsg(FIRST, 6)) == 0) {
+        std::this_thread::yield();
+    }
+    ASSERT_TRUE(collector.waitFor(2));
+    EXPECT_EQ(
+        log.count("<UTIL> ERR: !!!!!!!! MsgDrivenThread(stale) MismatchedMsg... DataQueueMsgId:0x00000065 "
+                  "CtlMsgId:0x00000064 Erased Data !!!!!!!!"),
+        1U);
+    EXPECT_EQ(collector.received()[1].number, 6);
+}
+
+TEST(MsgDrivenThread, SendMsgInterrupt_OvertakesWhatIsQueued) {
+    BlockedRoad road;
+    road.startAndBlock();
+    ASSERT_EQ(road.thread.postMsg(FIRST), 1);
+    ASSERT_EQ(road.thread.postMsg(SECOND), 1);
+    hooks::write.reset();
+    std::future<int> sent =
+        std::async(std::launch::async, [&] { return road.thread.sendMsgInterrupt(NumberMsg(THIRD, 3)); });
+    waitForTokens(1);
+    road.gate.open();
+    EXPECT_EQ(sent.get(), 1);
+    ASSERT_TRUE(road.collector.waitFor(4));
+    EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, THIRD, FIRST, SECOND}));
+}
+
+TEST(MsgDrivenThread, SendMsgInterrupt_OnAnIdleThread_IsDeliveredByItsOwnToken) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_EQ(thread.sendMsgInterrupt(NumberMsg(FIRST, i)), 1);
+    }
+    EXPECT_EQ(collector.received().size(), 100U);
+    EXPECT_EQ(collector.received().back().number, 99);
+}
+
+TEST(MsgDrivenThread, SendMsgInterrupt_ThatCouldNotBeAnnounced_ReturnsZeroAndLaterMessagesGoOn) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(8, 4, "wakeless");
+    ASSERT_EQ(thread.start(&collector), 0);
+    hooks::write.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(thread.sendMsgInterrupt(NumberMsg(FIRST)), 0);
+    EXPECT_EQ(
+        log.count(
+            "<UTIL> ERR: MsgDrivenThread(wakeless)::postThreadCtlMsg() Error. write Ret:4294967295 errno:" +
+            std::to_string(EIO)),
+        1U);
+    // The wake entry that stayed behind stops nobody.
+    EXPECT_EQ(thread.sendMsgSync(SECOND), 1);
+    EXPECT_EQ(thread.sendMsgInterrupt(THIRD), 1);
+    EXPECT_EQ(collector.ids(), (std::vector<int>{SECOND, THIRD}));
+}
+
+TEST(MsgDrivenThread, ATokenThatDoesNotMatchTheHead_IsDroppedWithoutALine) {
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1), 1);
+        EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    }
+    EXPECT_EQ(collector.received().size(), 20U);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(MsgDrivenThread, AnEntryWithoutAFrame_GivesTheErrorLine_AndAStopIsObeyedAllTheSame) {
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(8, 4, "empty");
+    ASSERT_EQ(thread.start(&collector), 0);
+    ASSERT_EQ(thread.postThreadCtlMsg(FIRST, -1), 1);
+    ASSERT_TRUE(log.waitFor("MsgId:0x00000064"));
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{
+                  "<UTIL> ERR: !!!!!!!! MsgDrivenThread(empty) Error. MsgId:0x00000064 !!!!!!!!"}));
+    EXPECT_EQ(thread.stop(1, 0), 0);
+    unsigned int result = 1;
+    EXPECT_TRUE(thread.getResult(&result));
+    EXPECT_EQ(result, 0U);
+}
+
+TEST(MsgDrivenThread, Stop_WhoseTokenIsLost_StillEndsTheLoop) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(8, 4, "lost");
+    ASSERT_EQ(thread.start(&collector), 0);
+    ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
+    hooks::write.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(thread.stop(1, 0), 0);
+}
+
+TEST(MsgDrivenThread, Stop_WithAFullControlQueue_StillEndsTheLoop) {
+    LogCapture log;
+    BlockedRoad road(8, 1, "full");
+    road.startAndBlock();
+    while (road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1) == 1) {
+    }
+    EXPECT_EQ(road.thread.stop(0, 0), 0);
+    road.gate.open();
+    EXPECT_EQ(road.thread.waitTo(3, 0), 0);
+}
+
+TEST(MsgDrivenThread, PostMsg_FromOutsideDuringAWaitingStop_WaitsAndThenFails) {
+    BlockedRoad road;
+    road.startAndBlock();
+    std::future<int> stopped = std::async(std::launch::async, [&] { return road.thread.stop(1, 0); });
+    while (!road.thread.hasRequestedStop()) {
+        std::this_thread::yield();
+    }
+    std::future<int> posted = std::async(std::launch::async, [&] { return road.thread.postMsg(FIRST); });
+    road.gate.open();
+    EXPECT_EQ(stopped.get(), 0);
+    EXPECT_EQ(posted.get(), 0);
+}
+
+TEST(MsgDrivenThread, PostMsg_FromAHandlerDuringAWaitingStop_IsRefusedAndDoesNotDeadlock) {
+    BlockedRoad road;
+    int result = -1;
+    Collector& collector = road.collector;
+    collector.onMsg = [&](int, int) {
+        road.entered.open();
+        while (!road.thread.hasRequestedStop()) {
+            std::this_thread::yield();
+        }
+        result = road.thread.postMsg(FIRST);
+    };
+    road.startAndBlock();
+    EXPECT_EQ(road.thread.stop(1, 0), 0);
+    EXPECT_EQ(result, 0);
+}
+
+TEST(MsgDrivenThread, PostMsg_FromAHandler_IsDeliveredAfterwards) {
+    Collector collector;
+    ScopedMsgThread thread;
+    collector.onMsg = [&](int id, int number) {
+        if (id == FIRST && number < 10) {
+            EXPECT_EQ(thread.postMsg(NumberMsg(FIRST, number + 1)), 1);
+        }
+    };
+    ASSERT_EQ(thread.start(&collector), 0);
+    ASSERT_EQ(thread.postMsg(NumberMsg(FIRST, 0)), 1);
+    ASSERT_TRUE(collector.waitFor(11));
+    EXPECT_EQ(collector.received().back().number, 10);
+}
+
+TEST(MsgDrivenThread, IsDataMsgId_IsFalseForTheControlIdsAlone) {
+    int const offsets[] = {0x00, 0x01, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x13};
+    for (int offset = 0; offset <= 0x801; ++offset) {
+        bool const isControl = std::find(std::begin(offsets), std::end(offsets), offset) != std::end(offsets);
+        EXPECT_EQ(ScopedMsgThread::isDataMsgId(INT_MIN + offset), !isControl) << std::hex << offset;
+    }
+    EXPECT_TRUE(ScopedMsgThread::isDataMsgId(0));
+    EXPECT_TRUE(ScopedMsgThread::isDataMsgId(-1));
+    EXPECT_TRUE(ScopedMsgThread::isDataMsgId(INT_MAX));
+}
+
+TEST(MsgDrivenThread, ANameWithConversions_IsHarmlessInEveryLine) {
+    LogCapture log;
+    ScopedMsgThread thread(8, 1, "%n%s%%d");
+    EXPECT_EQ(thread.sendMsgAsync(BytesMsg(FIRST, 9)), 0);
+    EXPECT_EQ(log.lines().size(), 1U);
+    EXPECT_NE(log.lines()[0].find("MsgDrivenThread(%n%s%d) Overflow"), std::string::npos);
+}
+
+TEST(MsgDrivenThread, SendPaths_AllocateNothingAfterConstruction) {
+    Collector collector;
+    ScopedMsgThread thread;
+    std::atomic<int> handled{0};
+    struct Counting : utl::ThreadMsgListener {
+        std::atomic<int>& handled;
+        explicit Counting(std::atomic<int>& count) : handled(count) {}
+        void receiveMsg(int, utl::ThreadRawMsg&) override { ++handled; }
+    } listener(handled);
+    ASSERT_EQ(thread.start(&listener), 0);
+    NumberMsg const msg(FIRST, 1);
+    thread.sendMsgSync(msg);
+    unsigned int const before = gAllocations;
+    for (int i = 0; i < 100; ++i) {
+        thread.postMsg(msg);
+        thread.postMsg(FIRST);
+        thread.sendMsgAsync(msg);
+        thread.sendMsgSync(msg);
+        thread.sendMsgSync(FIRST);
+        thread.sendMsgInterrupt(msg);
+        thread.sendMsgInterrupt(FIRST);
+    }
+    EXPECT_EQ(gAllocations, before);
+    EXPECT_EQ(handled, 701);
+}
+
+TEST(MsgDrivenThread, AQueueLargerThanAPipe_FillsToTheLastPlaceWithoutBlocking) {
+    Collector collector;
+    constexpr unsigned int COUNT = 20000;
+    ScopedMsgThread thread(4, COUNT, "large");
+    for (unsigned int i = 0; i < COUNT; ++i) {
+        ASSERT_EQ(thread.sendMsgAsync(NumberMsg(FIRST, static_cast<int>(i))), 1);
+    }
+    for (int i = 0; i < 256; ++i) {
+        ASSERT_EQ(thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1), 1);
+    }
+    ASSERT_EQ(thread.start(&collector), 0);
+    ASSERT_TRUE(collector.waitFor(COUNT));
+    EXPECT_EQ(collector.received().back().number, static_cast<int>(COUNT) - 1);
+}
+
+TEST(MsgDrivenThread, AQueueBeyondTheSystemsPipeLimit_RefusesWhatThePipeDoesNotHold) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    constexpr unsigned int COUNT = 40000;
+    // The test's system allows no larger pipe than the default.
+    hooks::fcntl.replace(+[](int handle, int command, long argument) {
+        return command == F_SETPIPE_SZ ? -1 : hooks::fcntl.real(handle, command, argument);
+    });
+    ScopedMsgThread thread(4, COUNT, "limit");
+    unsigned int accepted = 0;
+    while (accepted < COUNT && thread.sendMsgAsync(NumberMsg(FIRST, 1)) == 1) {
+        ++accepted;
+    }
+    EXPECT_GE(accepted, 7000U);
+    EXPECT_LE(accepted, 8192U);
+    EXPECT_EQ(
+        log.count(
+            "<UTIL> ERR: MsgDrivenThread(limit) Overflow ThreadCtlMsgQueue  MaxCount:40256 MsgId:0x00000064"),
+        1U);
+    ASSERT_EQ(thread.start(&collector), 0);
+    ASSERT_TRUE(collector.waitFor(accepted));
+    EXPECT_EQ(thread.sendMsgSync(SECOND), 1);
+}
+
+TEST(MsgDrivenThread, Destructor_OfAThreadThatWasNotStopped_WaitsForItsLoop) {
+    LogCapture log;
+    int id = 0;
+    {
+        Collector collector;
+        utl::MsgDrivenThread thread(8, 4, "forgotten");
+        ASSERT_EQ(thread.start(&collector), 0);
+        ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
+        id = thread.getId();
+    }
+    EXPECT_FALSE(utl::ThreadManager::get()->isThreadActive(id));
+    EXPECT_EQ(
+        log.lines(),
+        (std::vector<std::string>{"<UTIL> ERR: MsgDrivenThread(forgotten) Error. read Ret:4294967295 errno:" +
+                                  std::to_string(EBADF) + " !!Break msg loop!!"}));
+    EXPECT_TRUE(utl::ThreadManager::get()->unregister(id));
+}
+
+TEST(MsgDrivenThread, Descriptors_AreClosedWithTheObject) {
+    auto const openHandles = [] {
+        int count = 0;
+        for (int handle = 0; handle < 256; ++handle) {
+            count += fcntl(handle, F_GETFD) >= 0 ? 1 : 0;
+        }
+        return count;
+    };
+    int const before = openHandles();
+    {
+        ScopedMsgThread thread;
+        EXPECT_EQ(openHandles(), before + 2);
+    }
+    EXPECT_EQ(openHandles(), before);
+}
+
+TEST(MsgDrivenThreadDeathTest, AProcessThatReturnsFromMainWithARunningThread_EndsCleanly) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            auto* const collector = new Collector;
+            auto* const thread = new utl::MsgDrivenThread(8, 64, "busy");
+            thread->start(collector);
+            collector->onMsg = [thread](int, int) { thread->postMsg(FIRST); };
+            thread->postMsg(FIRST);
+            collector->waitFor(100);
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
