@@ -60,7 +60,8 @@ inline constexpr unsigned int LOG_RAW_LENGTH_MAX = 255;
 /// output take the finished text for a format once more: "%%" comes out as "%" and "%m" as the text of the
 /// caller's `errno`; every other percent sign comes out as it stands. `errno` is kept.
 ///
-/// Takes no memory from the heap, but about 1 KiB of stack. Blocks while another thread is at a sink.
+/// Takes no memory from the heap, but about 1.2 KiB of stack beside what the C library needs. Blocks while
+/// another thread is at a sink. In a signal handler it is no safer than `printf`.
 UTL_API void applog(int type, int level, char const* format, ...) __attribute__((format(printf, 3, 4)));
 
 /// As `applog`, with the message alone: no stamp, name, prefix or line end. A text that is longer than

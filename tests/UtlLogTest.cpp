@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <set>
 #include <string>
 #include <thread>
@@ -19,6 +20,30 @@
 #include "TestHooks.h"
 #include "TestLog.h"
 #include "UtlLogStampCache.h"
+
+namespace {
+
+std::atomic<unsigned int> gAllocations{0};
+
+}  // namespace
+
+// Counts what the library takes from the heap as well.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    ++gAllocations;
+    void* const memory = std::malloc(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
 
 namespace {
 
@@ -63,6 +88,9 @@ class LogTest : public testing::Test {
     static void setMicroseconds(int microseconds) { theMicroseconds = microseconds; }
     static void setWords(char const* words) { theWords = words; }
     static void nextSecond() { ++theSeconds; }
+
+    /// The end of a capture opens the way to the real sinks.
+    static void openRealSinks() { utltest::LogCapture const shortest; }
 
     static std::string line(std::string const& text) { return STAMP + text + "\r\n"; }
 
@@ -163,9 +191,7 @@ TEST_F(LogLine, ReachesTheRealStandardOutputWithCarriageReturnAndLineFeed) {
     ASSERT_NE(file, nullptr);
     std::fflush(stdout);
     int const kept = dup(STDOUT_FILENO);
-    {
-        utltest::LogCapture reset;  // its end opens the way to the real sinks
-    }
+    openRealSinks();
     dup2(fileno(file), STDOUT_FILENO);
     applog(LIBRARY, 4, "real %s %%s", "%n");
     rawlog(LIBRARY, 4, "raw");
@@ -177,6 +203,16 @@ TEST_F(LogLine, ReachesTheRealStandardOutputWithCarriageReturnAndLineFeed) {
     std::size_t const length = std::fread(text, 1, sizeof(text), file);
     std::fclose(file);
     EXPECT_EQ(std::string(text, length), line("<UTIL> DTL: real %n %s") + "raw");
+}
+
+TEST_F(LogLine, TakesNothingFromTheHeap) {
+    openRealSinks();
+    unsigned int const before = gAllocations;
+    applog(LIBRARY, 1, "value %d of %s", 5, "name");
+    applog(12345, 4, "%s", "%s%n%%");
+    rawlog(LIBRARY, 1, "raw %d\n", 5);
+    applog(LIBRARY, 5, "dropped");
+    EXPECT_EQ(gAllocations, before);
 }
 
 TEST_F(LogLine, KeepsTheCallersErrno) {
@@ -413,7 +449,7 @@ TEST_F(LogLocalTime, IsShownInTheZoneOfTheMoment_EvenIfThatChangesWithinASecond)
 
 TEST_F(LogLocalTime, ATimeThatHasNoLocalForm_LeavesTheStampEmpty) {
     hooks::getTimeOfDay.replace([](timeval* now, void*) {
-        *now = {sizeof(time_t) == 8 ? static_cast<time_t>(0x7FFFFFFFFFFFFFFFLL) : 0, 0};
+        *now = {static_cast<time_t>(0x7FFFFFFFFFFFFFFFLL), 0};
         return 0;
     });
     applog(12345, 4, "x");

@@ -335,6 +335,8 @@ TYPED_TEST(Handles, OnManyThreads_TheResourceIsDestroyedOnceByTheLastOne) {
                 Handle assigned;
                 assigned = copy;
                 copy = copy.get() == TypeParam::none() ? assigned : mine;
+                Handle const& same = copy;
+                copy = same;
                 assigned.release();
             }
             mine.release();
