@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <syslog.h>
 
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdarg>
@@ -161,6 +162,7 @@ extern "C" void syslog(int priority, char const* format, ...) {
         }
     }
     va_end(arguments);
+    errno = EPIPE;  // as a real sink may
 }
 
 extern "C" void BinaryLogWrite(int channel, void const* text, unsigned int bytes) {

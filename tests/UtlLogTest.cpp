@@ -742,6 +742,16 @@ TEST_F(LogSecondPass, ShowsTheErrnoOfTheCall_WhateverHappenedSince) {
     EXPECT_EQ(mLog.binary(), Lines{" <UTIL> ERR: %m\r\n"});
 }
 
+TEST_F(LogSecondPass, ShowsTheErrnoOfTheCall_EvenIfTheFirstPassFailed) {
+    errno = ENOENT;
+    applog(LIBRARY, 1, "%%m%ls", L"\x110000");
+    rawlog(LIBRARY, 1, "%%m%ls", L"\x110000");
+    EXPECT_EQ(mLog.systemLog()[0].text, "<UTIL> ERR: No such file or directory...");
+    EXPECT_EQ(mLog.systemLog()[1].text, "No such file or directory...");
+    EXPECT_EQ(mLog.console(),
+              (Lines{line("<UTIL> ERR: No such file or directory..."), "No such file or directory..."}));
+}
+
 // Raw texts.
 
 TEST_F(RawLog, HandsTheSameBareTextToEverySink) {
