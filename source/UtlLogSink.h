@@ -4,8 +4,9 @@
 
 namespace utl {
 
-/// A sink of one call beside those that every line has. The log calls it between the system log and standard
-/// output, with no lock held, for every line that passes the filter, at every level.
+/// A sink of one call beside those that every line has; *one owner thread*, the one that logs. The log calls
+/// it between the system log and standard output, with no lock held, for every line that passes the filter,
+/// at every level.
 class LogSink {
   public:
     /// `text` is what standard output gets, before that takes it for a format. Valid during the call.
