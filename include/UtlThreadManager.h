@@ -37,6 +37,7 @@ class UTL_API ThreadManager {
     /// handle. A cell that holds 0 is left alone. *Immutable*, since it has no state.
     class UTL_API DetachThread {
       public:
+        /// Called with each cell, by its last copy.
         void operator()(unsigned long* handle) const;
     };
 
@@ -67,10 +68,10 @@ class UTL_API ThreadManager {
         /// Gives up this copy's share in the thread's handle.
         void detach();
 
-        BasicString<char> mName;
-        ThreadPriority mPriority;
-        SmartPointer<Event> mEndEvent;
-        CountingPointer<unsigned long, DetachThread> mThreadHandle;
+        BasicString<char> mName;                                     ///< the name it was registered with
+        ThreadPriority mPriority;                                    ///< the one last set
+        SmartPointer<Event> mEndEvent;                               ///< on from the end; empty if foreign
+        CountingPointer<unsigned long, DetachThread> mThreadHandle;  ///< empty if foreign
     };
 
     /// The names of threads by their ids.

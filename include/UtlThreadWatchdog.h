@@ -26,10 +26,10 @@ class UTL_API StatementInfo {
     StatementInfo(StatementInfo const&) = default;
     StatementInfo& operator=(StatementInfo const&) = default;
 
-    char const* file;
-    char const* function;
-    unsigned int line;
-    unsigned int sub;
+    char const* file;      ///< the source, as in "source/UtlThreadManager"; the library leaves its ending out
+    char const* function;  ///< never null after the construction
+    unsigned int line;     ///< counted from 1
+    unsigned int sub;      ///< position inside the statement
 
     /// No place: empty texts, line 0 and sub 0.
     static StatementInfo const& INVALID;
@@ -170,7 +170,7 @@ class UTL_API ThreadWatchdog {
     WatchdogInfo* findWatchdogInfo(int id);
 
   protected:
-    // The steps behind the operations of the same names; they take the lock.
+    /// The steps behind the operations of the same names; they take the lock.
     bool executeSetAliveTime(int id, unsigned int aliveTime);
     bool executeStart(int id);
     bool executeStop(int id);

@@ -163,7 +163,7 @@ void Thread::sleep(unsigned int ms) {
     int const count = static_cast<int>(ms);
     timespec left{};
     left.tv_sec = count / 1000;
-    left.tv_nsec = count % 1000 * 1000000;
+    left.tv_nsec = count % 1000 * 1000000L;
     while (nanosleep(&left, &left) == -1 && errno == EINTR) {
     }
 }
