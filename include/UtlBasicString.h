@@ -126,6 +126,7 @@ class UTL_API BasicString {
   private:
     T const* text() const { return mBuffer != nullptr ? mBuffer : &mEmptyChar; }
     unsigned int offsetOf(T const* part) const;
+    bool copyInside(T const* text, unsigned int count, int truncate);
     bool shareEmptyText();
     void makeEmpty();
     void deleteBuffer();

@@ -120,13 +120,13 @@ bool BasicString<T>::copy(T const* text, unsigned int length, int truncate) {
     if (text == nullptr) {
         return false;
     }
-    unsigned int count = *text != '\0' ? fullLength : length;
-    if (count == 0) {
-        return true;
-    }
-    if (mBuffer == nullptr) {
-        return false;
-    }
+    unsigned int const count = *text != '\0' ? fullLength : length;
+    return count == 0 || (mBuffer != nullptr && copyInside(text, count, truncate));
+}
+
+/// `copy` of `count` bytes, not 0, into the capacity as it is.
+template <typename T>
+bool BasicString<T>::copyInside(T const* text, unsigned int count, int truncate) {
     if (mMaxSize == 1) {
         bool const fits = *text == '\0' || truncate == 1;
         if (fits) {
@@ -136,11 +136,10 @@ bool BasicString<T>::copy(T const* text, unsigned int length, int truncate) {
     }
     if (truncate == 1) {
         count = getNearCharIndex(text, std::min(count, mMaxSize - 1), 1);
+        return count != INVALID_SIZE && t_strncpy<T>(mBuffer, mMaxSize, text, count) != INVALID_SIZE;
     }
-    // Only the lengths that stand for "all" and "failure" make the sum 0, and only here does one mean
-    // failure.
-    bool const fits = truncate == 1 ? count != INVALID_SIZE : mMaxSize >= count + 1;
-    return fits && t_strncpy<T>(mBuffer, mMaxSize, text, count) != INVALID_SIZE;
+    // With empty text "to the end" makes the sum 0, which fits.
+    return mMaxSize >= count + 1 && t_strncpy<T>(mBuffer, mMaxSize, text, count) != INVALID_SIZE;
 }
 
 template <typename T>

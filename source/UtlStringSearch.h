@@ -19,9 +19,7 @@ inline unsigned int findStr(char const* text, char const* sub, unsigned int star
         return INVALID_SIZE;
     }
     setIfGiven(next, INVALID_SIZE);
-    while (!isCharStart(text[start])) {
-        ++start;
-    }
+    // The rest of a character that `start` splits is stepped over like any malformed bytes.
     unsigned int const offset = t_strstr(text + start, sub);
     if (offset == INVALID_SIZE) {
         return INVALID_SIZE;

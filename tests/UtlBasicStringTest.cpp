@@ -286,6 +286,19 @@ TEST(BasicString, Assign_GivesTheObjectForAChain) {
     EXPECT_EQ(&(first = "x"), &first);
 }
 
+TEST(BasicString, Assign_OfTextAndThenOfEmptyTextToASharingString_MakesItEmptyAgain) {
+    int const allocations = gArrayAllocations;
+    int const deletions = gArrayDeletions;
+    {
+        String text;
+        text = "abc";
+        text = "";
+        EXPECT_STREQ(text.buffer(), "");
+        EXPECT_EQ(text.maxSize(), 4U);
+    }
+    EXPECT_EQ(gArrayDeletions - deletions, gArrayAllocations - allocations);
+}
+
 TEST(BasicString, Append_InsideTheCapacity_KeepsIt) {
     String text(4, 0);
     text += "ab";
@@ -713,10 +726,12 @@ TEST(BasicString, WritersWhereTheAllocatorGivesNull_DoNoHarm) {
 }
 
 TEST(BasicString, AppendOfItselfWhereTheAllocatorGivesNull_DoesNoHarm) {
-    String text("abc");
-    AllocatorScope const scope(Allocator::GIVES_NULL);
-    text += text.buffer();
-    EXPECT_EQ(text.buffer(), nullptr);
+    for (unsigned int offset : {0U, 1U}) {
+        String text("abc");
+        AllocatorScope const scope(Allocator::GIVES_NULL);
+        text += text.buffer() + offset;
+        EXPECT_EQ(text.buffer(), nullptr);
+    }
 }
 
 TEST(BasicString, WithoutBuffer_IsUsableAgainOnceItIsResized) {
@@ -787,19 +802,34 @@ TEST(BasicString, Equality_ComparesTextAndNotCapacity) {
     EXPECT_TRUE(String() == nullptr);
 }
 
+// Everything that a string which shares the empty text can be told without growing.
+void exerciseEmptyString() {
+    String text;
+    text = "";
+    text = nullptr;
+    text += "";
+    text = String();
+    text.copy("", INVALID_SIZE, 0);
+    text.copy("abc", INVALID_SIZE, 1);
+    text.replace("a", "b", 1);
+    text.replace("", "b", 1);
+    text.resizeMax(0);
+}
+
+TEST(BasicString, ThatSharesTheEmptyText_NeverWritesIt) {
+    String::EMPTY_STR.mNarrow = "";  // read-only memory: to write there ends the test
+    exerciseEmptyString();
+    String const text;
+    EXPECT_TRUE(isShared(text));
+    String::EMPTY_STR.mNarrow = &String::mEmptyChar;
+}
+
 TEST(BasicString, EmptyOnesOfSeveralThreads_ShareTheEmptyTextWithoutARace) {
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([] {
             for (int round = 0; round < 100; ++round) {
-                String text;
-                text = "";
-                text += "";
-                text = String();
-                text.copy("", INVALID_SIZE, 0);
-                text.copy("abc", INVALID_SIZE, 1);
-                text.replace("a", "b", 1);
-                text.resizeMax(0);
+                exerciseEmptyString();
             }
         });
     }
