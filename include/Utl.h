@@ -20,4 +20,5 @@
 #include "UtlThreadRawMsg.h"
 #include "UtlThreadWatchdog.h"
 #include "UtlTimeCounter.h"
+#include "UtlTimerInfo.h"
 #include "UtlWorkingBuffer.h"

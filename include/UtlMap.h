@@ -125,6 +125,9 @@ class UTL_API Map {
     /// Number of entries.
     unsigned int size() const { return mArray.size(); }
 
+    /// Number of entries that there is room for.
+    unsigned int maxSize() const { return mArray.maxSize(); }
+
     /// The entry that is number `index` in ascending order of the keys, null at and beyond `size()`. Its key
     /// must not be changed. Valid until an entry is inserted or erased.
     Pair<K, V>* getAt(unsigned int index) { return mArray.getAt(index); }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <signal.h>
+
 #include <atomic>
 
 #include "UtlEvent.h"
@@ -8,6 +10,7 @@
 #include "UtlSyncObject.h"
 #include "UtlThread.h"
 #include "UtlThreadRawMsg.h"
+#include "UtlTimerInfo.h"
 
 namespace utl {
 
@@ -43,10 +46,55 @@ class UTL_API ThreadMsgListener {
 /// in which they were accepted, from all senders together; `sendMsgInterrupt` alone overtakes. Messages still
 /// queued when the loop ends are not delivered.
 ///
+/// A timer of the thread reaches the listener as a `TimerMsg`, in the order of the queue. Its id is positive
+/// and is not used again for a long time. Expiries that come faster than the listener works are dropped: at
+/// most one timeout of a timer waits in the queue, or two with `autoRepeat`. A listener that needs to know
+/// how often looks at a clock.
+///
+/// | Timer | Entered by | `startTimer` | Expires | Left by |
+/// |---|---|---|---|---|
+/// | registered | `registerTimer` | runs | no | `startTimer`, `killTimer` |
+/// | running | `setTimer`, `startTimer` | no effect | yes | `killTimer`, its last expiry, the end of the loop |
+/// | gone | any of these | refused | no | |
+///
 /// Stop the thread before the object goes. The destructor does not ask the thread to stop: it takes the pipe
 /// away, so that the loop fails at its next read, and waits for that.
 class UTL_API MsgDrivenThread : public Thread {
   public:
+    /// Says yes or no to one queued message; *one owner thread*, because the message thread alone asks it. It
+    /// is asked under the queue lock: it must not wait for anything and must not change the queues.
+    class UTL_API MsgJudgementInterface {
+      public:
+        MsgJudgementInterface() = default;
+        MsgJudgementInterface(MsgJudgementInterface const&) = default;
+        MsgJudgementInterface& operator=(MsgJudgementInterface const&) = default;
+        virtual ~MsgJudgementInterface();
+
+        /// True if `msg` is meant.
+        virtual bool judge(ThreadRawMsg& msg) = 0;
+    };
+
+    /// Means the messages with one id, or all for `MSG_ID_ANY`; *immutable*.
+    class UTL_API JudgeMsgSpecifiedMsgId {
+      public:
+        explicit JudgeMsgSpecifiedMsgId(int msgId) : mMsgId(msgId) {}
+        bool operator()(ThreadRawMsg& msg) const;
+
+      private:
+        int mMsgId;
+    };
+
+    /// Makes a judgement of a predicate, which stays the caller's; *one owner thread*, as every judgement.
+    template <typename JUDGE>
+    class MsgJudgement : public MsgJudgementInterface {
+      public:
+        explicit MsgJudgement(JUDGE* judge) : mJudge(judge) {}
+        bool judge(ThreadRawMsg& msg) override { return (*mJudge)(msg); }
+
+      private:
+        JUDGE* mJudge;
+    };
+
     /// A control entry: what stands in the control queue, and what one token of the pipe carries.
     struct ThreadCtlMsg {
         int mMsgId = MSG_ID_NONE;
@@ -54,12 +102,15 @@ class UTL_API MsgDrivenThread : public Thread {
     };
 
     /// `maxMsgSize` is the largest message in bytes without its 4 bytes of id, `maxMsgCount` how many
-    /// messages can wait. A pipe that cannot be had is logged and leaves an object whose loop ends at once.
+    /// messages can wait, `maxTimerCount` how many timers there can be. A pipe that cannot be had is logged
+    /// and leaves an object whose loop ends at once.
     ///
-    /// The pipe is made large enough for `maxMsgCount` + 256 tokens of 8 bytes. Where the system allows less
-    /// (1 MiB by default for a process without privileges, that is about 130,000 tokens), the queues hold as
-    /// many messages as the pipe holds tokens, and the next one is refused as if the control queue were full.
-    MsgDrivenThread(unsigned int maxMsgSize, unsigned int maxMsgCount, char const* name);
+    /// The pipe is made large enough for `maxMsgCount` + 256 tokens of 8 bytes and those of the timers. Where
+    /// the system allows less (1 MiB by default for a process without privileges, that is about 130,000
+    /// tokens), the queues hold as many messages as the pipe holds tokens, and the next one is refused as if
+    /// the control queue were full.
+    MsgDrivenThread(unsigned int maxMsgSize, unsigned int maxMsgCount, char const* name,
+                    unsigned int maxTimerCount = 0);
 
     /// Waits for a loop that still runs; see above.
     ~MsgDrivenThread() override;
@@ -101,9 +152,95 @@ class UTL_API MsgDrivenThread : public Thread {
     /// stays.
     int postThreadCtlMsg(int msgId, int param);
 
+    /// Questions about the messages that are queued and not yet delivered, oldest first. A queued timeout
+    /// counts as a message of id `MSG_ID_TIMER`; the message that the listener has now, and an interrupt, are
+    /// not queued. `msgId` may be `MSG_ID_ANY`. Off the message thread they wait without limit until the
+    /// listener returns and the message thread has answered; one question of a kind at a time. False on a
+    /// thread that does not run.
+    ///@{
+
+    /// True if a message matches.
+    bool hasMsg(int msgId);
+
+    /// Copies the first message that matches to `*out`, which takes the size of a frame. False, with `*out`
+    /// untouched, if there is none or `out` is null.
+    bool peekMsg(int msgId, ThreadRawMsg* out);
+
+    /// Takes all that match out of the queue. True if the queue was looked through, whether or not a message
+    /// matched. A synchronous sender whose message is erased gets 0. An erased timeout counts as an expiry of
+    /// its timer.
+    bool eraseMsg(int msgId);
+
+    /// The id of the oldest message, or `MSG_ID_NONE`.
+    int getFirstMsgId();
+
+    /// The same by judgement, which stays the caller's; false for null.
+    bool hasMsgInternal(MsgJudgementInterface* judgement);
+    bool peekMsgInternal(MsgJudgementInterface* judgement, ThreadRawMsg* out);
+    bool eraseMsgInternal(MsgJudgementInterface* judgement);
+    ///@}
+
+    /// Removes the first control entry with this id; false if there is none.
+    bool eraseMsgFromCtlQueue(int msgId);
+
+    /// Removes a control entry and `dataSize` bytes at `dataOffset` of the data queue. False, with nothing
+    /// changed, unless both places are in use.
+    bool earseMsgQueue(unsigned int ctlIndex, unsigned int dataOffset, unsigned int dataSize);
+
+    /// Timers. `interval` is in milliseconds, and 0 never expires. `repeatCount` is the number of expiries
+    /// after which the timer is gone, 0 for no end. With `autoRepeat` 0 the next period begins when the
+    /// listener has returned from the timeout, otherwise the timer runs on meanwhile. `noWait` 0 waits
+    /// without limit, off the message thread, until the message thread has done it; any other value waits
+    /// only until the request is queued.
+    ///@{
+
+    /// Makes a timer that does not run yet. Its id, or -1 if the thread does not run, was asked to stop, or
+    /// has its `maxTimerCount` timers.
+    int registerTimer(unsigned int interval, unsigned int repeatCount = 0, int autoRepeat = 1);
+
+    /// Makes a timer and starts it. Its id, or -1 with nothing left behind as for `registerTimer`, or if it
+    /// could not be started, which is logged and can be told only with `noWait` 0 or on the message thread.
+    int setTimer(unsigned int interval, int noWait = 0, unsigned int repeatCount = 0, int autoRepeat = 1);
+
+    /// Starts a registered timer; one that runs goes on as it was. False if the thread does not run or was
+    /// asked to stop, for an unknown id, or if the start failed, as far as it was waited for. On the message
+    /// thread true for any id.
+    bool startTimer(int timerId, int noWait = 0);
+
+    /// Takes a timer away for good, with the timeouts of it that are queued. False for an unknown id or a
+    /// thread that does not run. With `noWait` 0, and on the message thread, the listener sees no timeout of
+    /// it any more when this returns.
+    bool killTimer(int timerId, int noWait = 0);
+
+    /// Takes all timers away. The loop does so at its end; not to be called while it runs, except by itself.
+    void eraseAllTimer();
+
+    /// How many more timers there can be.
+    unsigned int remTimerIdCount() const;
+
+    /// The record of a timer, or of one that is being killed; null for an unknown id. Valid while the caller
+    /// knows that no timer comes or goes.
+    TimerInfo* findTimer(int timerId);
+    TimerInfo* findTimerStopEntry(int timerId);
+
+    /// The id of the timer with this kernel number, or -1.
+    int toUserTimerId(int sysTimerNum);
+
+    /// Steps through the positive numbers past those that are the kernel's for a timer here. Kept for those
+    /// who number timers themselves.
+    int getNextSysTimerNumber();
+
+    /// What the signal of the timers runs, on whatever thread.
+    static void TimeoutSignalHandler(int signalNumber, siginfo_t* info, void* context);
+    ///@}
+
   protected:
     int execute() override;
     void requestStop() override;
+
+    /// Called after a timer has left the thread for good, with no lock of the thread held, on whichever
+    /// thread took it away: the caller of `killTimer`, or the message thread.
+    virtual void onEraseTimer(int userTimerId);
 
     /// True for the id of a control entry that has a frame in the data queue, `MSG_ID_CTL_SYNC` apart.
     static bool isDataMsgId(int msgId);
@@ -112,8 +249,28 @@ class UTL_API MsgDrivenThread : public Thread {
     int executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data, int msgId);
     int executeReceiveMsg(Queue<unsigned char>& data);
 
-    /// Removes the first control entry with this id; false if there is none.
-    bool eraseMsgFromCtlQueue(int msgId);
+    bool executeFindMsg(MsgJudgementInterface* judgement, ThreadRawMsg* out);
+    bool executeEraseMsg(MsgJudgementInterface* judgement);
+
+    /// Results of `executeStartTimer`.
+    enum StartResult { START_FAILED = 0, START_DONE = 1, START_UNKNOWN = 2, START_RUNNING = 3 };
+
+    /// Results of `TimeoutPostHandling`.
+    enum TimeoutResult {
+        TIMEOUT_RESTART_FAILED = 0,
+        TIMEOUT_GONE = 1,
+        TIMEOUT_GOES_ON = 2,
+        TIMEOUT_FINISHED = 3
+    };
+
+    int executeStartTimer(int timerId);
+    int executeStopTimer(int timerId);
+    int executeTimeout(int timerId);
+    void executeTimeoutSignal(int timerId);
+    int TimeoutPostHandling(int timerId);
+    bool startTimerByTimerInfo(TimerInfo* info);
+    bool eraseTimerByTimerInfo(TimerInfo* info);
+    void updateNextUserTimerIdValue();
 
   private:
     // What a synchronous send and an interrupt differ in.
@@ -133,6 +290,8 @@ class UTL_API MsgDrivenThread : public Thread {
     int sendAndWait(Msg const& msg, WaitingSend const& send);
     bool queueRequest(Msg const& msg, WaitingSend const& send);
     bool announceRequest(Event& event, int ctlId);
+    bool askLoop(Event& event);
+    bool find(MsgJudgementInterface* judgement, ThreadRawMsg* out);
 
     int runLoop();
     void leaveLoop();
@@ -140,32 +299,79 @@ class UTL_API MsgDrivenThread : public Thread {
     bool peekHead(ThreadCtlMsg* head);
     bool isPending(Event const& request) const;
     bool serveInterrupt();
+    bool serveErase();
+    void serveFind();
     int actOn(ThreadCtlMsg const& head);
     int deliverSync();
     int deliverPosted(int msgId);
     int removeHead();
+    int startTimerOfHead(int timerId);
+    int stopTimerOfHead(int timerId);
     void takeFrame(Queue<unsigned char>& data);
     bool takeFrameOf(int msgId, Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data);
     int handToListener();
+
+    struct EraseWalk;
+    enum class EraseStep { FAILED, GOES_ON, ENDED_TIMER };
+
+    static bool hasFrame(int msgId);
+    bool scanFrame(unsigned int offset);
+    bool scanTimer(int timerId);
+    bool scanForFind(ThreadCtlMsg const& entry, unsigned int offset);
+    EraseStep eraseMatches(MsgJudgementInterface& judgement, int* endedTimer);
+    EraseStep eraseIfMatching(ThreadCtlMsg entry, MsgJudgementInterface& judgement, EraseWalk& walk);
+    EraseStep eraseTimeoutIfMatching(int timerId, MsgJudgementInterface& judgement, EraseWalk& walk);
+    EraseStep eraseSyncIfMatching(MsgJudgementInterface& judgement, EraseWalk& walk);
+    EraseStep erasePostedIfMatching(int msgId, MsgJudgementInterface& judgement, EraseWalk& walk);
+
+    static void installTimeoutSignalHandler();
+    int insertTimer(TimerInfo info);
+    void dropTimer(int timerId);
+    int setOwnTimer(TimerInfo const& info);
+    int setTimerFromOutside(TimerInfo const& info, bool waits);
+    bool postStart(int timerId, bool waits);
+    bool awaitStart(int timerId, SmartPointer<Event> const& running);
+    void decideStart(TimerInfo& info, bool started);
+    bool killOwnTimer(int timerId);
+    bool killTimerFromOutside(int timerId, bool waits);
+    void disownCopy(int timerId);
+    void releaseSysTimer(TimerInfo& info);
+    void eraseTimeouts(int timerId);
+    int eraseLastTimer();
 
     ThreadMsgListener* mListener = nullptr;
     unsigned int mMaxMsgCount;
     Queue<ThreadCtlMsg> mCtlQueue;
     Queue<unsigned char> mDataQueue;
     std::atomic<bool> mDataOverflowLogged{false};
-    bool mLoopEnded = false;  // under mQueueLock: no request may wait for the loop any more
+    bool mLoopEnded = false;       // under mQueueLock: no request may wait for the loop any more
+    bool mStartSucceeded = false;  // under mQueueLock: how the start went that somebody waits for
     Queue<unsigned char> mInterruptQueue;
     ThreadRawMsg mSendMsg;
     ThreadRawMsg mReceiveMsg;
+    ThreadRawMsg mScanMsg;
+    ThreadRawMsg* mPeekTarget = nullptr;
     Event mInterruptEvent;
     Event mSyncEvent;
+    Event mEraseEvent;
+    Event mFindEvent;
     bool mSyncResult = false;
     bool mInterruptResult = false;
+    bool mEraseResult = false;
+    bool mFindResult = false;
+    Map<int, TimerInfo> mTimers;
+    Map<int, TimerInfo> mStopTimers;
+    int mNextUserTimerId = 1;
+    MsgJudgementInterface* mEraseJudgement = nullptr;
+    MsgJudgementInterface* mFindJudgement = nullptr;
+    int mNextSysTimerNumber = 1;
     std::atomic<int> mPipe[2];
     SyncObject mLifecycleLock;
     SyncObject mQueueLock;
     SyncObject mSyncLock;
     SyncObject mInterruptLock;
+    SyncObject mEraseLock;
+    SyncObject mFindLock;
 };
 
 }  // namespace utl

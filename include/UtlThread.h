@@ -146,6 +146,10 @@ class UTL_API Thread {
     /// `start` may wait for that.
     void waitForStart() const;
 
+    /// Waits without limit for the end of a thread that was started, also where the `ThreadManager` does not
+    /// know it any more. For destructors, on another thread.
+    void waitForEnd();
+
   private:
     static constexpr unsigned int MILESTONE_COUNT = 4;
 

@@ -15,4 +15,11 @@ inline int waitUntilOn(Event const& event, unsigned int timeout) {
     return result;
 }
 
+/// The same for `event.waitToOff(0)` of a two-way event that nobody sets on meanwhile.
+inline void waitUntilOff(Event const& event) {
+    while (event.isOn()) {
+        event.waitToOff(0);
+    }
+}
+
 }  // namespace utl

@@ -2,7 +2,9 @@
 
 #include <climits>
 
+#include "UtlEventWait.h"
 #include "UtlLog.h"
+#include "UtlSystemTimer.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
 #include "UtlTokenPipe.h"
@@ -30,7 +32,8 @@ unsigned int frameSize(unsigned int maxMsgSize) {
 
 ThreadMsgListener::~ThreadMsgListener() = default;
 
-MsgDrivenThread::MsgDrivenThread(unsigned int maxMsgSize, unsigned int maxMsgCount, char const* name)
+MsgDrivenThread::MsgDrivenThread(unsigned int maxMsgSize, unsigned int maxMsgCount, char const* name,
+                                 unsigned int maxTimerCount)
     : Thread(name, nullptr),
       mMaxMsgCount(maxMsgCount),
       mCtlQueue(clippedSize(1ULL * maxMsgCount + EXTRA_CTL_ENTRIES)),
@@ -38,21 +41,28 @@ MsgDrivenThread::MsgDrivenThread(unsigned int maxMsgSize, unsigned int maxMsgCou
       mInterruptQueue(frameSize(maxMsgSize)),
       mSendMsg(frameSize(maxMsgSize)),
       mReceiveMsg(frameSize(maxMsgSize)),
+      mScanMsg(frameSize(maxMsgSize)),
       mInterruptEvent(0, 1),
       mSyncEvent(0, 1),
+      mEraseEvent(0, 1),
+      mFindEvent(0, 1),
+      mTimers(maxTimerCount, 0),
+      mStopTimers(maxTimerCount, 0),
       mPipe{} {
-    int const error = openTokenPipe(mPipe, mCtlQueue.maxSize());
+    int const error =
+        openTokenPipe(mPipe, clippedSize(mCtlQueue.maxSize() + 1ULL * maxTimerCount * TIMER_TOKENS_MAX));
     if (error != 0) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "MsgDrivenThread(%s) pipe errno:%d", getName().buffer(),
                error);
     }
+    installTimeoutSignalHandler();
 }
 
 MsgDrivenThread::~MsgDrivenThread() {
     ClosingTokenPipe const pipe(mPipe);
     if (hasDone(STARTED) && !isOwnThread()) {
         pipe.wakeReader();
-        waitTo(FINISHED, 0);
+        waitForEnd();
     }
 }
 
@@ -149,9 +159,7 @@ int MsgDrivenThread::sendAndWait(Msg const& msg, WaitingSend const& send) {
     if (!queueRequest(msg, send)) {
         return 0;
     }
-    do {
-        send.mEvent.waitToOff(0);
-    } while (send.mEvent.isOn());  // a wake-up without a cause is no answer
+    waitUntilOff(send.mEvent);
     return send.mResult ? 1 : 0;
 }
 
@@ -250,6 +258,11 @@ int MsgDrivenThread::runLoop() {
     StatementInfo const place("source/UtlMsgDrivenThread", "execute", __LINE__, 0);
     PipeToken token;
     while (readToken("MsgDrivenThread", getName().buffer(), place, mPipe[0], &token)) {
+        if (token.mId == MSG_ID_TIMEOUT_SIGNAL) {
+            acknowledgeTimerToken(token.mParam);
+            executeTimeoutSignal(toUserTimerId(token.mParam));
+            continue;
+        }
         bool const acted = serveToken(token, place);
         // A stop is obeyed by its token alone: after a lost token something else may stand at the head for
         // good.
@@ -270,6 +283,10 @@ bool MsgDrivenThread::serveToken(PipeToken const& token, StatementInfo const& pl
     if (serveInterrupt() && !peekHead(&head)) {
         return false;
     }
+    if (serveErase() && !peekHead(&head)) {
+        return false;
+    }
+    serveFind();
     if (head.mMsgId == MSG_ID_CTL_WAKE || head.mMsgId != token.mId) {
         return false;
     }
@@ -288,7 +305,8 @@ bool MsgDrivenThread::serveToken(PipeToken const& token, StatementInfo const& pl
 bool MsgDrivenThread::peekHead(ThreadCtlMsg* head) {
     SyncGuard const guard(mQueueLock);
     ThreadCtlMsg const* first = mCtlQueue.elementAt(0);
-    while (first != nullptr && first->mMsgId == MSG_ID_CTL_WAKE && !mInterruptEvent.isOn()) {
+    while (first != nullptr && first->mMsgId == MSG_ID_CTL_WAKE && mInterruptEvent.isOff() &&
+           mEraseEvent.isOff() && mFindEvent.isOff()) {
         mCtlQueue.removeAt(0, 1);
         first = mCtlQueue.elementAt(0);
     }
@@ -317,10 +335,34 @@ bool MsgDrivenThread::serveInterrupt() {
     return true;
 }
 
+bool MsgDrivenThread::serveErase() {
+    if (!isPending(mEraseEvent)) {
+        return false;
+    }
+    mEraseResult = executeEraseMsg(mEraseJudgement);
+    eraseMsgFromCtlQueue(MSG_ID_CTL_WAKE);
+    mEraseEvent.setOff();
+    return true;
+}
+
+void MsgDrivenThread::serveFind() {
+    if (isPending(mFindEvent)) {
+        mFindResult = executeFindMsg(mFindJudgement, mPeekTarget);
+        eraseMsgFromCtlQueue(MSG_ID_CTL_WAKE);
+        mFindEvent.setOff();
+    }
+}
+
 int MsgDrivenThread::actOn(ThreadCtlMsg const& head) {
     switch (head.mMsgId) {
         case MSG_ID_CTL_SYNC:
             return deliverSync();
+        case MSG_ID_CTL_START_TIMER:
+            return startTimerOfHead(head.mParam);
+        case MSG_ID_CTL_STOP_TIMER:
+            return stopTimerOfHead(head.mParam);
+        case MSG_ID_CTL_TIMEOUT:
+            return executeTimeout(head.mParam);
         case MSG_ID_CTL_STOP:
             return removeHead();
         default:
@@ -349,6 +391,16 @@ int MsgDrivenThread::removeHead() {
     return mCtlQueue.removeAt(0, 1) ? 0 : -1;
 }
 
+int MsgDrivenThread::startTimerOfHead(int timerId) {
+    bool const started = executeStartTimer(timerId) != START_FAILED;
+    return removeHead() == 0 && started ? 0 : -1;
+}
+
+int MsgDrivenThread::stopTimerOfHead(int timerId) {
+    int const result = executeStopTimer(timerId);
+    return removeHead() == 0 ? result : -1;
+}
+
 // Requests that come later find the door closed; those that came before are released here. A sender tests the
 // flag under the lock, so it cannot fall between.
 void MsgDrivenThread::leaveLoop() {
@@ -356,8 +408,11 @@ void MsgDrivenThread::leaveLoop() {
         SyncGuard const guard(mQueueLock);
         mLoopEnded = true;
     }
+    eraseAllTimer();
     mInterruptEvent.setOff();
     mSyncEvent.setOff();
+    mEraseEvent.setOff();
+    mFindEvent.setOff();
 }
 
 void MsgDrivenThread::takeFrame(Queue<unsigned char>& data) {
@@ -419,16 +474,6 @@ bool MsgDrivenThread::takeFrameOf(int msgId, Queue<ThreadCtlMsg>& ctl, Queue<uns
                "!!!!!!!! MsgDrivenThread(%s) MismatchedMsg... DataQueueMsgId:0x%08x CtlMsgId:0x%08x Erased "
                "Data !!!!!!!!",
                getName().buffer(), static_cast<unsigned int>(frameId), static_cast<unsigned int>(msgId));
-    }
-    return false;
-}
-
-bool MsgDrivenThread::eraseMsgFromCtlQueue(int msgId) {
-    SyncGuard const guard(mQueueLock);
-    for (unsigned int i = 0; i < mCtlQueue.size(); ++i) {
-        if (mCtlQueue.elementAt(i)->mMsgId == msgId) {
-            return mCtlQueue.removeAt(i, 1);
-        }
     }
     return false;
 }

@@ -39,12 +39,9 @@ Command::~Command() = default;
 Thread::Thread(char const* name, Command* command)
     : mCommand(command), mId(0), mName(name, 0, 0), mMilestones{{0, 0}, {0, 0}, {0, 0}, {0, 0}}, mResult(0) {}
 
-// A manager that was created after the thread was started does not know it; the milestone does.
 Thread::~Thread() {
     stop(1, 0);
-    if (hasDone(STARTED)) {
-        waitUntilOn(mMilestones[FINISHED], 0);
-    }
+    waitForEnd();
 }
 
 int Thread::start(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener, int waitReady,
@@ -165,6 +162,14 @@ void Thread::sleep(unsigned int ms) {
     left.tv_sec = count / 1000;
     left.tv_nsec = count % 1000 * 1000000L;
     while (nanosleep(&left, &left) == -1 && errno == EINTR) {
+    }
+}
+
+// A manager that was created after the thread was started does not know it; the milestone does.
+void Thread::waitForEnd() {
+    if (hasDone(STARTED)) {
+        waitTo(FINISHED, 0);
+        waitUntilOn(mMilestones[FINISHED], 0);
     }
 }
 

@@ -73,6 +73,11 @@ Hook<int(pthread_cond_t*)> condDestroy("pthread_cond_destroy");
 Hook<int(pthread_cond_t*, pthread_mutex_t*)> condWait("pthread_cond_wait");
 Hook<int(pthread_cond_t*, pthread_mutex_t*, timespec const*)> condTimedWait(
     timeName("pthread_cond_timedwait", "__pthread_cond_timedwait64"));
+Hook<int(clockid_t, sigevent*, timer_t*)> timerCreate("timer_create");
+Hook<int(timer_t, int, itimerspec const*, itimerspec*)> timerSetTime(
+    timeName("timer_settime", "__timer_settime64"));
+Hook<int(timer_t)> timerDelete("timer_delete");
+Hook<int(int, struct sigaction const*, struct sigaction*)> sigAction("sigaction");
 }  // namespace hooks
 
 static void resetAllHooks() {
@@ -93,6 +98,10 @@ static void resetAllHooks() {
     hooks::condDestroy.reset();
     hooks::condWait.reset();
     hooks::condTimedWait.reset();
+    hooks::timerCreate.reset();
+    hooks::timerSetTime.reset();
+    hooks::timerDelete.reset();
+    hooks::sigAction.reset();
 }
 
 HookScope::HookScope() {
@@ -182,4 +191,20 @@ UTLTEST_HOOKED int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t*
 UTLTEST_HOOKED int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                           timespec const* end) {
     return utltest::hooks::condTimedWait.call(UTLTEST_CALLER, condition, mutex, end);
+}
+
+UTLTEST_HOOKED int timer_create(clockid_t clock, sigevent* event, timer_t* out) noexcept {
+    return utltest::hooks::timerCreate.call(UTLTEST_CALLER, clock, event, out);
+}
+
+UTLTEST_HOOKED int timer_settime(timer_t timer, int flags, itimerspec const* spec, itimerspec* old) noexcept {
+    return utltest::hooks::timerSetTime.call(UTLTEST_CALLER, timer, flags, spec, old);
+}
+
+UTLTEST_HOOKED int timer_delete(timer_t timer) noexcept {
+    return utltest::hooks::timerDelete.call(UTLTEST_CALLER, timer);
+}
+
+UTLTEST_HOOKED int sigaction(int number, struct sigaction const* action, struct sigaction* old) noexcept {
+    return utltest::hooks::sigAction.call(UTLTEST_CALLER, number, action, old);
 }

@@ -107,6 +107,10 @@ extern Hook<int(pthread_cond_t*, pthread_condattr_t const*)> condInit;
 extern Hook<int(pthread_cond_t*)> condDestroy;
 extern Hook<int(pthread_cond_t*, pthread_mutex_t*)> condWait;
 extern Hook<int(pthread_cond_t*, pthread_mutex_t*, timespec const*)> condTimedWait;
+extern Hook<int(clockid_t, sigevent*, timer_t*)> timerCreate;
+extern Hook<int(timer_t, int, itimerspec const*, itimerspec*)> timerSetTime;
+extern Hook<int(timer_t)> timerDelete;
+extern Hook<int(int, struct sigaction const*, struct sigaction*)> sigAction;
 }  // namespace hooks
 
 /// Begins with every hook as new, its calls counted from 0, and puts every hook back when the scope ends.

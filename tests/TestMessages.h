@@ -6,8 +6,13 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <thread>
+#include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "TestHooks.h"
 #include "UtlMsgDrivenThread.h"
 
 namespace utltest {
@@ -57,6 +62,32 @@ class BytesMsg : public utl::Msg {
     }
 };
 
+/// A function for each message, which may be exchanged while messages arrive.
+class MsgHandler {
+  public:
+    using Function = std::function<void(int id, int number)>;
+
+    MsgHandler& operator=(Function function) {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        mFunction = std::move(function);
+        return *this;
+    }
+    void operator()(int id, int number) const {
+        Function const function = get();
+        if (function) {
+            function(id, number);
+        }
+    }
+    Function get() const {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        return mFunction;
+    }
+
+  private:
+    mutable std::mutex mMutex;
+    Function mFunction;
+};
+
 /// Keeps ids and numbers of what it receives, and runs `onMsg` behind each.
 class Collector : public utl::ThreadMsgListener {
   public:
@@ -69,7 +100,7 @@ class Collector : public utl::ThreadMsgListener {
         }
     };
 
-    std::function<void(int id, int number)> onMsg;
+    MsgHandler onMsg;
 
     void receiveMsg(int threadId, utl::ThreadRawMsg& raw) override {
         NumberMsg msg(0);
@@ -79,9 +110,7 @@ class Collector : public utl::ThreadMsgListener {
             mReceived.push_back({threadId, msg.getMsgId(), msg.mNumber});
             mChanged.notify_all();
         }
-        if (onMsg) {
-            onMsg(msg.getMsgId(), msg.mNumber);
-        }
+        onMsg(msg.getMsgId(), msg.mNumber);
     }
 
     std::vector<Received> received() const {
@@ -113,8 +142,8 @@ class Collector : public utl::ThreadMsgListener {
 class ScopedMsgThread : public utl::MsgDrivenThread {
   public:
     explicit ScopedMsgThread(unsigned int maxMsgSize = 64, unsigned int maxMsgCount = 16,
-                             char const* name = "road")
-        : MsgDrivenThread(maxMsgSize, maxMsgCount, name) {}
+                             char const* name = "road", unsigned int maxTimerCount = 4)
+        : MsgDrivenThread(maxMsgSize, maxMsgCount, name, maxTimerCount) {}
     ~ScopedMsgThread() override { finish(); }
 
     void finish() {
@@ -122,6 +151,61 @@ class ScopedMsgThread : public utl::MsgDrivenThread {
         leaveManagement();
     }
     using MsgDrivenThread::isDataMsgId;
+    using MsgDrivenThread::TimeoutPostHandling;
+
+    /// The timers that have gone, in their order.
+    std::vector<int> erasedTimers() const {
+        std::lock_guard<std::mutex> const guard(mErasedMutex);
+        return mErased;
+    }
+
+  protected:
+    void onEraseTimer(int timerId) override {
+        std::lock_guard<std::mutex> const guard(mErasedMutex);
+        mErased.push_back(timerId);
+    }
+
+  private:
+    mutable std::mutex mErasedMutex;
+    std::vector<int> mErased;
 };
+
+constexpr int BLOCKER = 900;
+
+/// A thread whose handler holds at message BLOCKER until the gate opens, so that a test can fill the queues.
+struct BlockedRoad {
+    explicit BlockedRoad(unsigned int maxMsgSize = 64, unsigned int maxMsgCount = 16,
+                         char const* name = "road")
+        : thread(maxMsgSize, maxMsgCount, name) {
+        collector.onMsg = [this](int id, int number) {
+            if (id == BLOCKER) {
+                entered.open();
+                gate.wait();
+            } else {
+                onOther(id, number);
+            }
+        };
+    }
+    ~BlockedRoad() { gate.open(); }
+
+    void startAndBlock() {
+        ASSERT_EQ(thread.start(&collector), 0);
+        ASSERT_EQ(thread.postMsg(BLOCKER), 1);
+        ASSERT_TRUE(entered.wait());
+    }
+
+    Gate entered;
+    Gate gate;
+    MsgHandler onOther;
+    Collector collector;
+    ScopedMsgThread thread;
+};
+
+/// Waits until the library has written so many tokens since the hooks were reset.
+inline void waitForTokens(unsigned int count) {
+    while (hooks::write.calls() < count) {
+        std::this_thread::yield();
+    }
+}
 
 }  // namespace utltest

@@ -58,43 +58,6 @@ namespace {
 constexpr int FIRST = 100;
 constexpr int SECOND = 101;
 constexpr int THIRD = 102;
-constexpr int BLOCKER = 900;
-
-// A thread whose handler holds at message BLOCKER until the gate opens, so that a test can fill the queues.
-struct BlockedRoad {
-    explicit BlockedRoad(unsigned int maxMsgSize = 64, unsigned int maxMsgCount = 16,
-                         char const* name = "road")
-        : thread(maxMsgSize, maxMsgCount, name) {
-        collector.onMsg = [this](int id, int number) {
-            if (id == BLOCKER) {
-                entered.open();
-                gate.wait();
-            } else if (onOther) {
-                onOther(id, number);
-            }
-        };
-    }
-    ~BlockedRoad() { gate.open(); }
-
-    void startAndBlock() {
-        ASSERT_EQ(thread.start(&collector), 0);
-        ASSERT_EQ(thread.postMsg(BLOCKER), 1);
-        ASSERT_TRUE(entered.wait());
-    }
-
-    Gate entered;
-    Gate gate;
-    std::function<void(int, int)> onOther;
-    Collector collector;
-    ScopedMsgThread thread;
-};
-
-// Waits until the library has written so many tokens since the hooks were reset.
-void waitForTokens(unsigned int count) {
-    while (hooks::write.calls() < count) {
-        std::this_thread::yield();
-    }
-}
 
 TEST(MsgDrivenThread, PostMsg_IsDeliveredWithItsFieldsOnTheMessageThread) {
     Collector collector;

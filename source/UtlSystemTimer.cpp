@@ -1,0 +1,172 @@
+#include "UtlSystemTimer.h"
+
+#include <sched.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+#include "UtlMsg.h"
+#include "UtlProcessWide.h"
+#include "UtlSavedErrno.h"
+#include "UtlSyncObject.h"
+
+namespace utl {
+
+namespace {
+
+constexpr int NO_NUMBER = -1;
+
+// A live timer, as the signal handler sees it. Slots are never freed, so that a handler may look at one at
+// any time; a slot whose timer is gone serves the next one of its bucket.
+struct TimerSlot {
+    std::atomic<int> number{NO_NUMBER};
+    std::atomic<int> writeEnd{-1};
+    std::atomic<unsigned int> waiting{0};   // tokens in the pipe
+    std::atomic<unsigned int> handlers{0};  // handlers that are at work on this slot
+    std::atomic<TimerSlot*> next{nullptr};
+};
+
+// The kernel counts its numbers up, so the low bits spread them evenly.
+constexpr unsigned int BUCKET_COUNT = 256;
+TimerSlot gBuckets[BUCKET_COUNT];
+
+TimerSlot& bucketOf(int number) {
+    return gBuckets[static_cast<unsigned int>(number) % BUCKET_COUNT];
+}
+
+SyncObject& slotLock() {
+    static ProcessWide<SyncObject> lock;
+    return *lock;
+}
+
+TimerSlot* findSlot(int number) {
+    for (TimerSlot* slot = &bucketOf(number); slot != nullptr; slot = slot->next) {
+        if (slot->number == number) {
+            return slot;
+        }
+    }
+    return nullptr;
+}
+
+// A free slot of the bucket, a new one where all are taken.
+TimerSlot& freeSlot(int number) {
+    TimerSlot* slot = &bucketOf(number);
+    while (slot->number != NO_NUMBER) {
+        TimerSlot* next = slot->next;
+        if (next == nullptr) {
+            next = new TimerSlot;
+            slot->next = next;
+        }
+        slot = next;
+    }
+    return *slot;
+}
+
+void addTimer(int number, int writeEnd) {
+    SyncGuard const guard(slotLock());
+    TimerSlot& slot = freeSlot(number);
+    slot.writeEnd = writeEnd;
+    slot.waiting = 0;
+    slot.number = number;
+}
+
+// A handler enters first and looks then; so once the number is gone and nobody is inside, nobody will write.
+// A handler never waits: this ends.
+void removeTimer(int number) {
+    SyncGuard const guard(slotLock());
+    TimerSlot* const slot = findSlot(number);
+    if (slot == nullptr) {
+        return;
+    }
+    slot->number = NO_NUMBER;
+    while (slot->handlers != 0) {
+        sched_yield();
+    }
+}
+
+// A pipe without room for certain counts as full: the timer expires again, and a handler must not wait.
+bool writeTokenOf(TimerSlot& slot, int number, int writeEnd, TokenIo* io) {
+    if (slot.number != number || slot.writeEnd != writeEnd || slot.waiting >= TIMER_TOKENS_MAX ||
+        !hasRoomForToken(writeEnd)) {
+        return true;
+    }
+    ++slot.waiting;
+    *io = writeToken(writeEnd, {MSG_ID_TIMEOUT_SIGNAL, number});
+    if (!io->isWhole()) {
+        --slot.waiting;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int kernelTimerNumber(timer_t id) {
+    return static_cast<int>(reinterpret_cast<std::intptr_t>(id));
+}
+
+int createSystemTimer(int signalNumber, int writeEnd, timer_t* id, int* number) {
+    sigevent event;
+    std::memset(&event, 0, sizeof(event));
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = signalNumber;
+    event.sigev_value.sival_int = writeEnd;
+    timer_t created;
+    if (timer_create(CLOCK_MONOTONIC, &event, &created) != 0) {
+        return errno;
+    }
+    *id = created;
+    *number = kernelTimerNumber(created);
+    addTimer(*number, writeEnd);
+    return 0;
+}
+
+int armSystemTimer(timer_t id, unsigned int milliseconds) {
+    itimerspec spec;
+    spec.it_value.tv_sec = static_cast<time_t>(milliseconds / 1000);
+    spec.it_value.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000;
+    spec.it_interval = spec.it_value;
+    itimerspec old;
+    return timer_settime(id, 0, &spec, &old) == 0 ? 0 : errno;
+}
+
+int deleteSystemTimer(timer_t id, int number) {
+    if (timer_delete(id) != 0) {
+        return errno;
+    }
+    removeTimer(number);
+    return 0;
+}
+
+void acknowledgeTimerToken(int number) {
+    TimerSlot* const slot = findSlot(number);
+    if (slot != nullptr && slot->waiting != 0) {
+        --slot->waiting;
+    }
+}
+
+bool writeTimerToken(siginfo_t const& info, TokenIo* io) {
+    SavedErrno const errnoOfTheInterrupted;
+    int const number = info.si_timerid;
+    TimerSlot* const slot = findSlot(number);
+    bool isDone = true;
+    if (slot != nullptr) {
+        ++slot->handlers;
+        isDone = writeTokenOf(*slot, number, info.si_value.sival_int, io);
+        --slot->handlers;
+    }
+    errnoOfTheInterrupted.restore();
+    return isDone;
+}
+
+int installTimerHandler(int signalNumber, void (*handler)(int, siginfo_t*, void*)) {
+    struct sigaction action;
+    std::memset(&action, 0, sizeof(action));
+    action.sa_sigaction = handler;
+    action.sa_flags = SA_SIGINFO | SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    return sigaction(signalNumber, &action, nullptr) == 0 ? 0 : errno;
+}
+
+}  // namespace utl

@@ -1,0 +1,54 @@
+#include "UtlTimerInfo.h"
+
+namespace utl {
+
+template class Map<int, TimerInfo>;
+
+namespace {
+
+// Timeouts that wait for delivery at the most.
+constexpr unsigned int PENDING_MAX = 1;
+constexpr unsigned int PENDING_MAX_AUTO_REPEAT = 2;
+
+}  // namespace
+
+TimerListener::~TimerListener() = default;
+
+TimerInfo::TimerInfo(TimerListener* listener, unsigned int interval, unsigned int repeatCount, int autoRepeat)
+    : mListener(listener), mInterval(interval), mRepeatCount(repeatCount), mAutoRepeat(autoRepeat) {
+    mRunning.set(new Event(0, 1));
+    mSysParam = new int[2];
+    resetSysParam();
+}
+
+void TimerInfo::resetSysParam() {
+    if (mSysParam != nullptr) {
+        mSysParam[0] = -1;
+        mSysParam[1] = 0;
+    }
+}
+
+void TimerInfo::freeSysParam() {
+    delete[] mSysParam;
+    mSysParam = nullptr;
+}
+
+void TimerInfo::forgetSysTimer() {
+    mSysTimerId = timer_t();
+    mPendingCount = 0;
+    mSysTimerNum = NO_NUMBER;
+}
+
+bool TimerInfo::acceptsTimeout() const {
+    return mPendingCount < (mAutoRepeat != 0 ? PENDING_MAX_AUTO_REPEAT : PENDING_MAX) && isRunning();
+}
+
+bool TimerInfo::countTimeout() {
+    if (mPendingCount != 0) {
+        --mPendingCount;
+    }
+    ++mFireCount;
+    return mRepeatCount == 0 || mFireCount < mRepeatCount;
+}
+
+}  // namespace utl

@@ -1,0 +1,475 @@
+// Questions about queued messages, and their erasure.
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <string>
+
+#include "TestHooks.h"
+#include "TestLog.h"
+#include "TestMessages.h"
+
+using namespace utltest;
+
+namespace {
+
+constexpr int FIRST = 100;
+constexpr int SECOND = 101;
+constexpr int THIRD = 102;
+
+// What a handler on the message thread finds out, with messages FIRST, SECOND, FIRST, THIRD queued behind it.
+template <typename WORK>
+void onMessageThread(WORK work) {
+    BlockedRoad road;
+    road.onOther = [&](int id, int number) {
+        if (id == FIRST && number == -1) {
+            work(road.thread);
+        }
+    };
+    road.startAndBlock();
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, -1)), 1);
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, 1)), 1);
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(SECOND, 2)), 1);
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, 3)), 1);
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(THIRD, 4)), 1);
+    road.gate.open();
+    EXPECT_EQ(road.thread.sendMsgSync(BLOCKER), 1);
+}
+
+// Asks from outside: the question waits while the handler is blocked, and is answered before the queue goes
+// on.
+template <typename QUESTION>
+auto fromOutside(BlockedRoad& road, QUESTION question) {
+    hooks::write.reset();
+    auto answer = std::async(std::launch::async, [&road, question] { return question(road.thread); });
+    waitForTokens(1);
+    road.gate.open();
+    return answer.get();
+}
+
+TEST(MsgQueue, HasMsg_OnTheMessageThread_FindsWhatIsQueuedAndNotWhatIsBeingDelivered) {
+    onMessageThread([](ScopedMsgThread& thread) {
+        EXPECT_TRUE(thread.hasMsg(FIRST));
+        EXPECT_TRUE(thread.hasMsg(THIRD));
+        EXPECT_TRUE(thread.hasMsg(utl::MSG_ID_ANY));
+        EXPECT_FALSE(thread.hasMsg(BLOCKER + 1));
+        EXPECT_EQ(thread.getFirstMsgId(), FIRST);
+        EXPECT_TRUE(thread.eraseMsg(FIRST));
+        EXPECT_FALSE(thread.hasMsg(FIRST));
+        EXPECT_EQ(thread.getFirstMsgId(), SECOND);
+    });
+}
+
+TEST(MsgQueue, PeekMsg_GivesTheFirstMatchInAFullFrameAndLeavesItQueued) {
+    onMessageThread([](ScopedMsgThread& thread) {
+        utl::ThreadRawMsg raw(4);
+        NumberMsg msg(0);
+        for (int i = 0; i < 2; ++i) {
+            ASSERT_TRUE(thread.peekMsg(FIRST, &raw));
+            EXPECT_EQ(raw.maxSize(), 68U);
+            msg.restoreFrom(raw);
+            EXPECT_EQ(msg.mNumber, 1);
+        }
+        ASSERT_TRUE(thread.peekMsg(utl::MSG_ID_ANY, &raw));
+        msg.restoreFrom(raw);
+        EXPECT_EQ(msg.getMsgId(), FIRST);
+        utl::ThreadRawMsg untouched(4);
+        EXPECT_FALSE(thread.peekMsg(BLOCKER + 1, &untouched));
+        EXPECT_EQ(untouched.maxSize(), 4U);
+        EXPECT_FALSE(thread.peekMsg(FIRST, nullptr));
+    });
+}
+
+TEST(MsgQueue, EraseMsg_TakesEveryMatchOutAndKeepsTheOrderOfTheRest) {
+    BlockedRoad road;
+    road.startAndBlock();
+    for (int i = 0; i < 6; ++i) {
+        ASSERT_EQ(road.thread.postMsg(NumberMsg(i % 2 == 0 ? FIRST : SECOND, i)), 1);
+    }
+    LogCapture const log;
+    EXPECT_TRUE(fromOutside(road, [](ScopedMsgThread& thread) { return thread.eraseMsg(FIRST); }));
+    EXPECT_EQ(road.thread.sendMsgSync(THIRD), 1);
+    std::vector<Collector::Received> const received = road.collector.received();
+    ASSERT_EQ(received.size(), 5U);
+    EXPECT_EQ(received[1].number, 1);
+    EXPECT_EQ(received[2].number, 3);
+    EXPECT_EQ(received[3].number, 5);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(MsgQueue, EraseMsg_OfAnIdThatIsNotQueued_IsTrue) {
+    BlockedRoad road;
+    road.startAndBlock();
+    ASSERT_EQ(road.thread.postMsg(FIRST), 1);
+    EXPECT_TRUE(fromOutside(road, [](ScopedMsgThread& thread) { return thread.eraseMsg(SECOND); }));
+    EXPECT_EQ(road.thread.sendMsgSync(THIRD), 1);
+    EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, FIRST, THIRD}));
+    EXPECT_TRUE(road.thread.eraseMsg(utl::MSG_ID_ANY)) << "of an empty queue";
+}
+
+TEST(MsgQueue, EraseMsg_OfAnyId_EmptiesTheQueue) {
+    BlockedRoad road;
+    road.startAndBlock();
+    for (int i = 0; i < 16; ++i) {
+        ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST + i, i)), 1);
+    }
+    EXPECT_TRUE(fromOutside(road, [](ScopedMsgThread& thread) { return thread.eraseMsg(utl::MSG_ID_ANY); }));
+    EXPECT_EQ(road.thread.getFirstMsgId(), utl::MSG_ID_NONE);
+    EXPECT_EQ(road.thread.sendMsgSync(THIRD), 1);
+    EXPECT_EQ(road.collector.received().size(), 2U);
+}
+
+TEST(MsgQueue, Questions_FromOutside_AreAnsweredBeforeTheQueueGoesOn) {
+    BlockedRoad road;
+    road.startAndBlock();
+    ASSERT_EQ(road.thread.postMsg(FIRST), 1);
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(SECOND, 7)), 1);
+    utl::ThreadRawMsg raw(4);
+    EXPECT_TRUE(fromOutside(road, [&raw](ScopedMsgThread& thread) { return thread.peekMsg(SECOND, &raw); }));
+    NumberMsg msg(0);
+    msg.restoreFrom(raw);
+    EXPECT_EQ(msg.mNumber, 7);
+    ASSERT_TRUE(road.collector.waitFor(3));
+}
+
+TEST(MsgQueue, HasMsg_FromOutside_SeesAQueuedSynchronousMessage) {
+    BlockedRoad road;
+    road.startAndBlock();
+    hooks::write.reset();
+    std::future<int> sync = std::async(std::launch::async, [&] { return road.thread.sendMsgSync(FIRST); });
+    waitForTokens(1);
+    EXPECT_TRUE(fromOutside(road, [](ScopedMsgThread& thread) { return thread.hasMsg(FIRST); }));
+    EXPECT_EQ(sync.get(), 1);
+}
+
+TEST(MsgQueue, EraseMsg_OfAQueuedSynchronousMessage_FreesItsSenderWithZero) {
+    BlockedRoad road;
+    road.startAndBlock();
+    ASSERT_EQ(road.thread.postMsg(SECOND), 1);
+    hooks::write.reset();
+    std::future<int> sync = std::async(std::launch::async, [&] { return road.thread.sendMsgSync(FIRST); });
+    waitForTokens(1);
+    ASSERT_EQ(road.thread.sendMsgAsync(NumberMsg(THIRD)), 1);
+    EXPECT_TRUE(fromOutside(road, [](ScopedMsgThread& thread) { return thread.eraseMsg(FIRST); }));
+    EXPECT_EQ(sync.get(), 0);
+    EXPECT_EQ(road.thread.sendMsgSync(BLOCKER + 1), 1);
+    EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, SECOND, THIRD, BLOCKER + 1}));
+}
+
+TEST(MsgQueue, AnInterrupt_IsNoQueuedMessage) {
+    BlockedRoad road;
+    bool found = true;
+    road.onOther = [&](int id, int) {
+        if (id == FIRST) {
+            found = road.thread.hasMsg(utl::MSG_ID_ANY);
+        }
+    };
+    road.startAndBlock();
+    hooks::write.reset();
+    std::future<int> interrupt =
+        std::async(std::launch::async, [&] { return road.thread.sendMsgInterrupt(NumberMsg(FIRST)); });
+    waitForTokens(1);
+    road.gate.open();
+    EXPECT_EQ(interrupt.get(), 1);
+    EXPECT_FALSE(found);
+}
+
+TEST(MsgQueue, AMessageThatAnInterruptsHandlerErases_IsNotDeliveredAndNoMismatchIsLogged) {
+    LogCapture const log;
+    BlockedRoad road;
+    road.onOther = [&](int id, int) {
+        if (id == THIRD) {
+            EXPECT_TRUE(road.thread.eraseMsg(FIRST));
+        }
+    };
+    road.startAndBlock();
+    // FIRST stands at the head, and once more behind a message that stays.
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, 1)), 1);
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(SECOND, 2)), 1);
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, 3)), 1);
+    hooks::write.reset();
+    std::future<int> interrupt =
+        std::async(std::launch::async, [&] { return road.thread.sendMsgInterrupt(NumberMsg(THIRD)); });
+    waitForTokens(1);
+    road.gate.open();
+    EXPECT_EQ(interrupt.get(), 1);
+    EXPECT_EQ(road.thread.sendMsgSync(BLOCKER + 1), 1);
+    EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, THIRD, SECOND, BLOCKER + 1}));
+    EXPECT_TRUE(log.lines().empty());
+}
+
+// The handler erases the head while another message of the same id waits further behind.
+TEST(MsgQueue, AnInterruptsHandlerThatErasesOnlyTheHead_LosesNoOtherMessage) {
+    struct JudgeNumber {
+        int number;
+        bool operator()(utl::ThreadRawMsg& raw) const {
+            NumberMsg msg(0);
+            return msg.restoreFrom(raw) != 0 && msg.mNumber == number;
+        }
+    };
+    LogCapture const log;
+    BlockedRoad road;
+    road.onOther = [&](int id, int) {
+        if (id == THIRD) {
+            JudgeNumber judge{1};
+            utl::MsgDrivenThread::MsgJudgement<JudgeNumber> judgement(&judge);
+            EXPECT_TRUE(road.thread.eraseMsgInternal(&judgement));
+        }
+    };
+    road.startAndBlock();
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, 1)), 1);
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(SECOND, 2)), 1);
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, 3)), 1);
+    hooks::write.reset();
+    std::future<int> interrupt =
+        std::async(std::launch::async, [&] { return road.thread.sendMsgInterrupt(NumberMsg(THIRD)); });
+    waitForTokens(1);
+    road.gate.open();
+    EXPECT_EQ(interrupt.get(), 1);
+    EXPECT_EQ(road.thread.sendMsgSync(BLOCKER + 1), 1);
+    EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, THIRD, SECOND, FIRST, BLOCKER + 1}));
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(MsgQueue, Questions_OnAThreadThatDoesNotRun_AreFalse) {
+    ScopedMsgThread thread;
+    utl::ThreadRawMsg raw(4);
+    ASSERT_EQ(thread.sendMsgAsync(NumberMsg(FIRST)), 1);
+    EXPECT_FALSE(thread.hasMsg(FIRST));
+    EXPECT_FALSE(thread.peekMsg(FIRST, &raw));
+    EXPECT_FALSE(thread.eraseMsg(FIRST));
+    EXPECT_EQ(thread.getFirstMsgId(), utl::MSG_ID_NONE);
+}
+
+TEST(MsgQueue, Questions_WithANullJudgement_AreFalse) {
+    onMessageThread([](ScopedMsgThread& thread) {
+        utl::ThreadRawMsg raw(4);
+        EXPECT_FALSE(thread.hasMsgInternal(nullptr));
+        EXPECT_FALSE(thread.peekMsgInternal(nullptr, &raw));
+        EXPECT_FALSE(thread.eraseMsgInternal(nullptr));
+    });
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_FALSE(thread.hasMsgInternal(nullptr));
+    EXPECT_FALSE(thread.eraseMsgInternal(nullptr));
+}
+
+TEST(MsgQueue, Questions_WhoseLoopEndsFirst_AreReleasedAndAnErasureCountsAsDone) {
+    BlockedRoad road;
+    road.startAndBlock();
+    ASSERT_EQ(road.thread.postMsg(FIRST), 1);
+    hooks::write.reset();
+    // The loop is made to fail at its next read, behind the blocked handler.
+    auto find = std::async(std::launch::async, [&] { return road.thread.hasMsg(FIRST); });
+    auto erase = std::async(std::launch::async, [&] { return road.thread.eraseMsg(FIRST); });
+    waitForTokens(2);
+    LogCapture const log;
+    HookScope const scope;
+    hooks::read.failFrom(1, 0, -1, EIO);
+    road.gate.open();
+    EXPECT_FALSE(find.get());
+    EXPECT_TRUE(erase.get());
+    EXPECT_EQ(road.thread.waitTo(3, 0), 0);
+}
+
+TEST(MsgQueue, Questions_ThatCannotBeAnnounced_AreFalseAndLeaveNothingBehind) {
+    HookScope const scope;
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    utl::ThreadRawMsg raw(4);
+    hooks::write.failFrom(1, 3, -1, EIO);
+    EXPECT_FALSE(thread.hasMsg(FIRST));
+    EXPECT_FALSE(thread.peekMsg(FIRST, &raw));
+    EXPECT_FALSE(thread.eraseMsg(FIRST));
+    EXPECT_EQ(log.lines().size(), 3U);
+    EXPECT_EQ(thread.sendMsgSync(SECOND), 1);
+    EXPECT_TRUE(thread.eraseMsg(FIRST));
+}
+
+TEST(MsgQueue, ManyQuestionsOfAllKindsAtOnce_AllReturn) {
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread(64, 64);
+    ASSERT_EQ(thread.start(&collector), 0);
+    std::vector<std::future<void>> askers;
+    for (int asker = 0; asker < 4; ++asker) {
+        askers.push_back(std::async(std::launch::async, [&, asker] {
+            utl::ThreadRawMsg raw(4);
+            for (int i = 0; i < 200; ++i) {
+                thread.postMsg(NumberMsg(asker, i));
+                thread.hasMsg(asker);
+                thread.peekMsg(utl::MSG_ID_ANY, &raw);
+                thread.eraseMsg(asker);
+                thread.sendMsgInterrupt(NumberMsg(FIRST, i));
+                thread.sendMsgSync(NumberMsg(SECOND, i));
+            }
+        }));
+    }
+    for (auto& asker : askers) {
+        asker.get();
+    }
+    EXPECT_EQ(thread.sendMsgSync(THIRD), 1);
+    EXPECT_EQ(thread.getFirstMsgId(), utl::MSG_ID_NONE);
+    EXPECT_EQ(log.count("mismatch"), 0U);
+}
+
+TEST(MsgQueue, EarseMsgQueue_NeedsBothPlacesInUse) {
+    ScopedMsgThread thread(8, 4);
+    EXPECT_FALSE(thread.earseMsgQueue(0, 0, 12));
+    ASSERT_EQ(thread.sendMsgAsync(NumberMsg(FIRST)), 1);
+    ASSERT_EQ(thread.sendMsgAsync(NumberMsg(SECOND)), 1);
+    EXPECT_FALSE(thread.earseMsgQueue(2, 0, 12));
+    EXPECT_FALSE(thread.earseMsgQueue(0, 24, 12));
+    EXPECT_TRUE(thread.earseMsgQueue(1, 23, 0)) << "the entry alone";
+    EXPECT_FALSE(thread.earseMsgQueue(1, 0, 12));
+    EXPECT_TRUE(thread.earseMsgQueue(0, 0, 12));
+    EXPECT_FALSE(thread.earseMsgQueue(0, 0, 12));
+}
+
+TEST(MsgQueue, EraseMsgFromCtlQueue_RemovesTheFirstEntryWithTheId) {
+    ScopedMsgThread thread;
+    EXPECT_FALSE(thread.eraseMsgFromCtlQueue(FIRST));
+    ASSERT_EQ(thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1), 1);
+    EXPECT_FALSE(thread.eraseMsgFromCtlQueue(FIRST));
+    EXPECT_TRUE(thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_WAKE));
+    EXPECT_FALSE(thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_WAKE));
+}
+
+// Entries without frames and frames without entries: only a misuse of the control queue brings them about.
+
+std::string linePrefix(char const* operation, char const* what) {
+    return std::string("<UTIL> ERR: MsgDrivenThread::") + operation + "(): " + what + " Line=";
+}
+
+bool hasLine(LogCapture const& log, std::string const& prefix, std::string const& suffix) {
+    for (std::string const& line : log.lines()) {
+        if (line.compare(0, prefix.size(), prefix) == 0 && line.size() >= suffix.size() &&
+            line.compare(line.size() - suffix.size(), suffix.size(), suffix) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+TEST(MsgQueue, HasMsg_MeetsAnEntryWithoutAFrame_LogsItAndGoesOn) {
+    LogCapture const log;
+    onMessageThread([&](ScopedMsgThread& thread) {
+        ASSERT_EQ(thread.postThreadCtlMsg(THIRD + 5, -1), 1);
+        EXPECT_FALSE(thread.hasMsg(THIRD + 5));
+        EXPECT_TRUE(hasLine(log, linePrefix("executeFindMsg", "Peek Data Queue fail."), " MsgId=107"));
+        EXPECT_TRUE(thread.eraseMsgFromCtlQueue(THIRD + 5));
+    });
+}
+
+TEST(MsgQueue, EraseMsg_MeetsAnEntryWithoutAFrame_LogsItAndFails) {
+    LogCapture const log;
+    onMessageThread([&](ScopedMsgThread& thread) {
+        ASSERT_EQ(thread.postThreadCtlMsg(THIRD + 5, -1), 1);
+        // Behind the frames of FIRST, SECOND, FIRST, THIRD and the blocked synchronous message there is none.
+        EXPECT_FALSE(thread.eraseMsg(BLOCKER + 1));
+        EXPECT_TRUE(hasLine(log, linePrefix("executeEraseMsg", "Peek Data Queue fail."), " MsgId=107"));
+        EXPECT_TRUE(thread.eraseMsgFromCtlQueue(THIRD + 5));
+    });
+}
+
+TEST(MsgQueue, EraseMsg_MeetsASyncEntryWithoutAFrame_LogsItAndFails) {
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread(8, 4);
+    collector.onMsg = [&](int id, int) {
+        if (id == FIRST) {
+            ASSERT_EQ(thread.postThreadCtlMsg(utl::MSG_ID_CTL_SYNC, -1), 1);
+            EXPECT_FALSE(thread.eraseMsg(FIRST));
+            EXPECT_TRUE(thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_SYNC));
+        }
+    };
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(log.lines().size(), 1U);
+    EXPECT_EQ(log.lines()[0].rfind(linePrefix("executeEraseMsg", "Peek Data Queue fail."), 0), 0U);
+}
+
+TEST(MsgQueue, EraseMsg_MeetsAFrameOfAnotherMessage_LogsBothIdsAndFails) {
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread(8, 4);
+    collector.onMsg = [&](int id, int) {
+        if (id == FIRST) {
+            ASSERT_EQ(thread.postMsg(SECOND), 1);
+            ASSERT_EQ(thread.postMsg(THIRD), 1);
+            // The entry of SECOND goes, its frame stays.
+            EXPECT_TRUE(thread.eraseMsgFromCtlQueue(SECOND));
+            EXPECT_FALSE(thread.eraseMsg(THIRD));
+        }
+    };
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_TRUE(hasLine(log, linePrefix("executeEraseMsg", "Data Queue is different from Ctl Queue ."),
+                        " MsgId(Ctl)=102 MsgId(Data)=101 "));
+    ASSERT_TRUE(collector.waitFor(2));
+}
+
+// A judgement must not change the queues; one that does is found out.
+TEST(MsgQueue, EraseMsg_WhoseJudgementTookTheMessageAway_LogsItAndFails) {
+    struct Judge {
+        ScopedMsgThread* thread;
+        int id;
+        bool operator()(utl::ThreadRawMsg&) const {
+            while (thread->earseMsgQueue(0, 0, 12)) {
+            }
+            while (thread->eraseMsgFromCtlQueue(id)) {
+            }
+            return true;
+        }
+    };
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread(8, 4);
+    collector.onMsg = [&](int id, int) {
+        if (id == FIRST) {
+            ASSERT_EQ(thread.postMsg(SECOND), 1);
+            Judge judge{&thread, SECOND};
+            utl::MsgDrivenThread::MsgJudgement<Judge> judgement(&judge);
+            EXPECT_FALSE(thread.eraseMsgInternal(&judgement));
+            ASSERT_EQ(thread.sendMsgAsync(NumberMsg(SECOND)), 1);
+            ASSERT_TRUE(thread.eraseMsgFromCtlQueue(SECOND));
+            ASSERT_EQ(thread.postThreadCtlMsg(utl::MSG_ID_CTL_SYNC, -1), 1);
+            judge.id = utl::MSG_ID_CTL_SYNC;
+            EXPECT_FALSE(thread.eraseMsgInternal(&judgement));
+            ASSERT_EQ(thread.postThreadCtlMsg(utl::MSG_ID_CTL_TIMEOUT, 77), 1);
+            judge.id = utl::MSG_ID_CTL_TIMEOUT;
+            EXPECT_FALSE(thread.eraseMsgInternal(&judgement));
+        }
+    };
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    ASSERT_EQ(log.lines().size(), 3U);
+    EXPECT_EQ(log.lines()[0].rfind(linePrefix("executeEraseMsg", "erase Data Queue fail."), 0), 0U);
+    EXPECT_EQ(log.lines()[1].rfind(linePrefix("executeEraseMsg", "Erase Queue fail."), 0), 0U);
+    EXPECT_EQ(log.lines()[2].rfind(linePrefix("executeEraseMsg", "Erase Ctl Queue fail."), 0), 0U);
+}
+
+// A frame of 4 bytes has no room for a timer's id.
+TEST(MsgQueue, AQueuedTimeoutThatDoesNotFitAFrame_IsLoggedByBothScans) {
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread(0, 4);
+    collector.onMsg = [&](int id, int) {
+        if (id == FIRST) {
+            ASSERT_EQ(thread.postThreadCtlMsg(utl::MSG_ID_CTL_TIMEOUT, 77), 1);
+            EXPECT_FALSE(thread.hasMsg(utl::MSG_ID_TIMER));
+            EXPECT_FALSE(thread.eraseMsg(utl::MSG_ID_TIMER));
+            EXPECT_TRUE(thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_TIMEOUT));
+        }
+    };
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    ASSERT_EQ(log.lines().size(), 2U);
+    EXPECT_EQ(log.lines()[0].rfind(linePrefix("executeFindMsg", "Can't store message."), 0), 0U);
+    EXPECT_EQ(log.lines()[1].rfind(linePrefix("executeEraseMsg", "Can't store message."), 0), 0U);
+}
+
+}  // namespace

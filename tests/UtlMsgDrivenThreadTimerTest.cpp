@@ -1,0 +1,821 @@
+// Timers of message threads.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <atomic>
+#include <climits>
+#include <cstdlib>
+#include <future>
+#include <set>
+#include <string>
+
+#include "TestHooks.h"
+#include "TestLog.h"
+#include "TestMessages.h"
+#include "UtlSystemTimer.h"
+#include "UtlThreadManager.h"
+#include "UtlTimeCounter.h"
+#include "UtlTimerSteps.h"
+
+using namespace utltest;
+
+namespace {
+
+constexpr int FIRST = 100;
+
+int timerSignal() {
+    return SIGRTMIN + 2;
+}
+
+// Works on the message thread of `thread`, whose listener `collector` is.
+template <typename WORK>
+void runOn(ScopedMsgThread& thread, Collector& collector, WORK work) {
+    collector.onMsg = [&](int id, int) {
+        if (id == FIRST) {
+            work();
+        }
+    };
+    ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
+    ASSERT_EQ(thread.sendMsgSync(FIRST + 1), 1);
+    collector.onMsg = MsgHandler::Function();
+}
+
+std::string stamped(std::string const& text, int error) {
+    return "<UTIL> ERR: " + text + std::to_string(error);
+}
+
+TEST(MsgTimer, SetTimer_AOneShot_FiresOnceAsATimerMsgAndIsGone) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    utl::TimeCounter elapsed;
+    elapsed.start();
+    int const timer = thread.setTimer(20, 0, 1, 0);
+    EXPECT_EQ(timer, 1);
+    ASSERT_TRUE(collector.waitFor(1));
+    EXPECT_GE(elapsed.watch(), 19U);
+    EXPECT_EQ(collector.received()[0], (Collector::Received{thread.getId(), utl::MSG_ID_TIMER, timer}));
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(thread.erasedTimers(), std::vector<int>{timer});
+    EXPECT_EQ(thread.findTimer(timer), nullptr);
+    EXPECT_FALSE(thread.startTimer(timer));
+    EXPECT_FALSE(thread.killTimer(timer));
+}
+
+TEST(MsgTimer, SetTimer_WithARepeatCountOfThree_GivesThreeMessagesAndThenTheHook) {
+    for (int const autoRepeat : {0, 1}) {
+        Collector collector;
+        ScopedMsgThread thread;
+        size_t erasedAtLast = 99;
+        collector.onMsg = [&](int, int) { erasedAtLast = thread.erasedTimers().size(); };
+        ASSERT_EQ(thread.start(&collector), 0);
+        int const timer = thread.setTimer(2, 0, 3, autoRepeat);
+        ASSERT_GT(timer, 0);
+        ASSERT_TRUE(collector.waitFor(3));
+        EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+        EXPECT_EQ(collector.received().size(), 4U);
+        EXPECT_EQ(thread.erasedTimers(), std::vector<int>{timer});
+    }
+}
+
+TEST(MsgTimer, SetTimer_WithoutARepeatCount_FiresUntilItIsKilled) {
+    for (int const autoRepeat : {0, 1}) {
+        Collector collector;
+        ScopedMsgThread thread;
+        ASSERT_EQ(thread.start(&collector), 0);
+        int const timer = thread.setTimer(1, 0, 0, autoRepeat);
+        ASSERT_TRUE(collector.waitFor(20));
+        EXPECT_TRUE(thread.killTimer(timer));
+        size_t const atKill = collector.received().size();
+        EXPECT_EQ(thread.erasedTimers(), std::vector<int>{timer});
+        utl::Thread::sleep(20);
+        EXPECT_EQ(collector.received().size(), atKill);
+    }
+}
+
+TEST(MsgTimer, SetTimer_OnTheMessageThread_RunsAtOnce) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    int timer = 0;
+    runOn(thread, collector, [&] {
+        timer = thread.setTimer(1, 0, 2, 1);
+        EXPECT_TRUE(thread.findTimer(timer)->mRunning->isOn());
+    });
+    ASSERT_GT(timer, 0);
+    ASSERT_TRUE(collector.waitFor(4));
+}
+
+TEST(MsgTimer, SetTimer_WithoutWaiting_ReturnsWhileTheThreadIsBusy) {
+    BlockedRoad road;
+    road.startAndBlock();
+    int const timer = road.thread.setTimer(1, 1, 1, 0);
+    EXPECT_EQ(timer, 1);
+    EXPECT_TRUE(road.thread.findTimer(timer)->mRunning->isOff());
+    road.gate.open();
+    ASSERT_TRUE(road.collector.waitFor(2));
+}
+
+TEST(MsgTimer, ATimerThatEndsBeforeItsStarterLooks_CountsAsStarted) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    for (int i = 1; i <= 200; ++i) {
+        ASSERT_EQ(thread.setTimer(1, 0, 1, i % 2), i);
+        ASSERT_TRUE(collector.waitFor(static_cast<size_t>(i)));
+    }
+}
+
+TEST(MsgTimer, RegisterTimer_MakesATimerThatDoesNotRun) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    int const timer = thread.registerTimer(1, 1, 0);
+    EXPECT_EQ(timer, 1);
+    EXPECT_EQ(thread.findTimer(timer)->mSysTimerNum, -1);
+    EXPECT_TRUE(thread.findTimer(timer)->mRunning->isOff());
+    EXPECT_TRUE(thread.startTimer(timer));
+    ASSERT_TRUE(collector.waitFor(1));
+}
+
+TEST(MsgTimer, RegisterTimer_BeforeTheStartAndAfterTheStop_IsRefused) {
+    Collector collector;
+    ScopedMsgThread thread;
+    EXPECT_EQ(thread.registerTimer(1, 0, 0), -1);
+    EXPECT_EQ(thread.setTimer(1, 0, 0, 0), -1);
+    ASSERT_EQ(thread.start(&collector), 0);
+    int const timer = thread.registerTimer(1, 0, 0);
+    thread.stop(1, 0);
+    EXPECT_EQ(thread.registerTimer(1, 0, 0), -1);
+    EXPECT_EQ(thread.setTimer(1, 0, 0, 0), -1);
+    EXPECT_FALSE(thread.startTimer(timer));
+    EXPECT_FALSE(thread.killTimer(timer));
+}
+
+TEST(MsgTimer, ATimerCountAtItsMaximum_RefusesTheNext) {
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "full", 3);
+    ASSERT_EQ(thread.start(&collector), 0);
+    for (unsigned int left = 3; left > 0; --left) {
+        EXPECT_EQ(thread.remTimerIdCount(), left);
+        EXPECT_GT(thread.registerTimer(1000, 0, 0), 0);
+    }
+    EXPECT_EQ(thread.remTimerIdCount(), 0U);
+    EXPECT_EQ(thread.registerTimer(1000, 0, 0), -1);
+    EXPECT_EQ(thread.setTimer(1000, 0, 0, 0), -1);
+    runOn(thread, collector, [&] { EXPECT_EQ(thread.setTimer(1000, 0, 0, 0), -1); });
+    EXPECT_TRUE(thread.killTimer(2));
+    EXPECT_EQ(thread.setTimer(1000, 0, 0, 0), 4);
+}
+
+TEST(MsgTimer, AThreadWithoutRoomForTimers_HasNone) {
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "none", 0);
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.remTimerIdCount(), 0U);
+    EXPECT_EQ(thread.registerTimer(1, 0, 0), -1);
+}
+
+TEST(MsgTimer, StartTimer_OfARunningTimer_LeavesItAsItIs) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    int const timer = thread.setTimer(1, 0, 0, 1);
+    ASSERT_TRUE(collector.waitFor(5));
+    EXPECT_TRUE(thread.startTimer(timer, 0));
+    runOn(thread, collector, [&] {
+        unsigned int const fired = thread.findTimer(timer)->mFireCount;
+        EXPECT_GE(fired, 4U);
+        EXPECT_TRUE(thread.startTimer(timer, 0));
+        EXPECT_EQ(thread.findTimer(timer)->mFireCount, fired);
+        EXPECT_TRUE(thread.findTimer(timer)->mRunning->isOn());
+    });
+}
+
+TEST(MsgTimer, StartTimer_OfAnUnknownId_IsFalseFromOutsideAndTrueOnTheMessageThread) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_FALSE(thread.startTimer(7, 0));
+    EXPECT_FALSE(thread.startTimer(7, 1));
+    runOn(thread, collector, [&] { EXPECT_TRUE(thread.startTimer(7, 0)); });
+}
+
+TEST(MsgTimer, KillTimer_OfAnUnknownId_IsFalse) {
+    Collector collector;
+    ScopedMsgThread thread;
+    EXPECT_FALSE(thread.killTimer(1));
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_FALSE(thread.killTimer(1));
+    EXPECT_FALSE(thread.killTimer(-1));
+    runOn(thread, collector, [&] { EXPECT_FALSE(thread.killTimer(1)); });
+    EXPECT_TRUE(thread.erasedTimers().empty());
+}
+
+TEST(MsgTimer, KillTimer_FromTheHandlerOfTheSameTimer_EndsIt) {
+    Collector collector;
+    ScopedMsgThread thread;
+    std::atomic<int> kills{0};
+    collector.onMsg = [&](int id, int timer) {
+        if (id == utl::MSG_ID_TIMER) {
+            kills += thread.killTimer(timer, 0) ? 1 : 0;
+            EXPECT_EQ(thread.TimeoutPostHandling(timer), 1);
+        }
+    };
+    ASSERT_EQ(thread.start(&collector), 0);
+    int const timer = thread.setTimer(1, 0, 0, 1);
+    ASSERT_TRUE(collector.waitFor(1));
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(kills, 1);
+    EXPECT_EQ(thread.erasedTimers(), std::vector<int>{timer});
+}
+
+TEST(MsgTimer, KillTimer_FromOutsideWithTimeoutsQueued_DeliversNoneOfThem) {
+    for (int const noWait : {0, 1}) {
+        BlockedRoad road;
+        ASSERT_EQ(road.thread.start(&road.collector), 0);
+        int const timer = road.thread.setTimer(1, 0, 0, 1);
+        ASSERT_TRUE(road.collector.waitFor(3));
+        Gate entered;
+        Gate go;
+        road.onOther = [&](int, int) {
+            entered.open();
+            go.wait();
+        };
+        ASSERT_TRUE(entered.wait());
+        auto killed = std::async(std::launch::async, [&] { return road.thread.killTimer(timer, noWait); });
+        if (noWait != 0) {
+            EXPECT_TRUE(killed.get());
+        } else {
+            while (road.thread.findTimer(timer) != nullptr) {
+                std::this_thread::yield();
+            }
+        }
+        size_t const before = road.collector.received().size();
+        go.open();
+        EXPECT_EQ(road.thread.sendMsgSync(BLOCKER + 1), 1);
+        EXPECT_EQ(road.collector.received().size(), before + 1);
+        if (noWait == 0) {
+            EXPECT_TRUE(killed.get());
+        }
+    }
+}
+
+// While the handler of one timeout is busy, the timer expires many times.
+TEST(MsgTimer, Expiries_WhileTheListenerIsBusy_AreCoalescedToOneOrTwo) {
+    for (int const autoRepeat : {0, 1}) {
+        Collector collector;
+        Gate entered;
+        Gate go;
+        ScopedMsgThread thread;
+        ASSERT_EQ(thread.start(&collector), 0);
+        collector.onMsg = [&](int id, int) {
+            if (id == FIRST) {
+                entered.open();
+                go.wait();
+            }
+        };
+        ASSERT_EQ(thread.postMsg(FIRST), 1);
+        ASSERT_TRUE(entered.wait());
+        hooks::write.reset();
+        int const timer = thread.setTimer(1, 1, 0, autoRepeat);
+        ASSERT_GT(timer, 0);
+        go.open();
+        ASSERT_TRUE(collector.waitFor(2));
+        unsigned int pending = 0;
+        runOn(thread, collector, [&] {
+            utl::Thread::sleep(30);
+            pending = thread.findTimer(timer)->mPendingCount;
+        });
+        EXPECT_LE(pending, autoRepeat != 0 ? 2U : 1U);
+        EXPECT_TRUE(thread.killTimer(timer));
+    }
+}
+
+TEST(MsgTimer, WithoutAutoRepeat_TheSystemTimerIsMadeAnewBehindEachHandler) {
+    HookScope const scope;
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    ASSERT_GT(thread.setTimer(1, 0, 4, 0), 0);
+    ASSERT_TRUE(collector.waitFor(4));
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(hooks::timerCreate.calls(), 4U);
+    EXPECT_EQ(hooks::timerDelete.calls(), 4U);
+}
+
+TEST(MsgTimer, WithAutoRepeat_TheSystemTimerRunsOn) {
+    HookScope const scope;
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    ASSERT_GT(thread.setTimer(1, 0, 4, 1), 0);
+    ASSERT_TRUE(collector.waitFor(4));
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(hooks::timerCreate.calls(), 1U);
+    EXPECT_EQ(hooks::timerDelete.calls(), 1U);
+}
+
+std::atomic<long> gSeconds{-1};
+std::atomic<long> gNanoseconds{-1};
+
+TEST(MsgTimer, AnIntervalOf1500_IsOneSecondAndAHalfForValueAndPeriod) {
+    HookScope const scope;
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    hooks::timerSetTime.replace(+[](timer_t timer, int flags, itimerspec const* spec, itimerspec* old) {
+        bool const isPeriodic = flags == 0 && spec->it_value.tv_sec == spec->it_interval.tv_sec &&
+                                spec->it_value.tv_nsec == spec->it_interval.tv_nsec;
+        gSeconds = isPeriodic ? static_cast<long>(spec->it_value.tv_sec) : -2;
+        gNanoseconds = spec->it_value.tv_nsec;
+        return hooks::timerSetTime.real(timer, flags, spec, old);
+    });
+    ASSERT_GT(thread.setTimer(1500, 0, 0, 0), 0);
+    EXPECT_EQ(gSeconds, 1);
+    EXPECT_EQ(gNanoseconds, 500000000);
+    ASSERT_GT(thread.setTimer(UINT_MAX, 0, 0, 0), 0);
+    EXPECT_EQ(gSeconds, 4294967);
+    EXPECT_EQ(gNanoseconds, 295000000);
+}
+
+TEST(MsgTimer, AnIntervalOfZero_RunsAndNeverFires) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    int const timer = thread.setTimer(0, 0, 1, 0);
+    ASSERT_GT(timer, 0);
+    utl::Thread::sleep(20);
+    EXPECT_TRUE(thread.findTimer(timer)->mRunning->isOn());
+    EXPECT_TRUE(collector.received().empty());
+    EXPECT_TRUE(thread.killTimer(timer));
+}
+
+TEST(MsgTimer, TimerCreate_ThatFails_IsLoggedAndTheTimerIsNotThere) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "create", 2);
+    ASSERT_EQ(thread.start(&collector), 0);
+    std::string const line =
+        stamped("MsgDrivenThread(create) timer_create SysTimerId:0x00000000 errno:", EAGAIN);
+    hooks::timerCreate.failFrom(1, 2, -1, EAGAIN);
+    EXPECT_EQ(thread.setTimer(1, 0, 0, 0), -1);
+    EXPECT_EQ(log.count(line), 1U);
+    EXPECT_TRUE(log.waitFor("<UTIL> ERR: !!!!!!!! MsgDrivenThread(create) Error. MsgId:0x80000006 !!!!!!!!"));
+    EXPECT_EQ(thread.remTimerIdCount(), 2U);
+    runOn(thread, collector, [&] { EXPECT_EQ(thread.setTimer(1, 0, 0, 0), -1); });
+    EXPECT_EQ(log.count(line), 2U);
+    EXPECT_EQ(thread.remTimerIdCount(), 2U);
+    EXPECT_EQ(thread.setTimer(1, 0, 1, 0), 2);
+}
+
+// The text ends in a line feed of its own; callers who read the log know it.
+TEST(MsgTimer, TheLineOfAFailedTimerCreate_EndsInALineFeedOfItsOwn) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    hooks::timerCreate.failFrom(1, 1, -1, EAGAIN);
+    EXPECT_EQ(thread.setTimer(1, 0, 0, 0), -1);
+    std::string const line = log.console()[0];
+    EXPECT_EQ(line.substr(line.size() - 3), "\n\r\n");
+}
+
+TEST(MsgTimer, TimerSetTime_ThatFails_IsLoggedAndTheSystemTimerIsDeleted) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "settime", 2);
+    ASSERT_EQ(thread.start(&collector), 0);
+    int const timer = thread.registerTimer(1, 1, 0);
+    hooks::timerSetTime.failFrom(1, 1, -1, EINVAL);
+    EXPECT_FALSE(thread.startTimer(timer, 0));
+    ASSERT_FALSE(log.lines().empty());
+    EXPECT_EQ(log.lines()[0].rfind("<UTIL> ERR: MsgDrivenThread(settime) timer_settime SysTimerId:0x", 0),
+              0U);
+    EXPECT_NE(log.lines()[0].find(" errno:" + std::to_string(EINVAL)), std::string::npos);
+    EXPECT_EQ(hooks::timerDelete.calls(), 1U);
+    EXPECT_EQ(thread.findTimer(timer)->mSysTimerNum, -1);
+    EXPECT_TRUE(thread.findTimer(timer)->mRunning->isOff());
+    EXPECT_TRUE(thread.startTimer(timer, 0)) << "it is still registered";
+    ASSERT_TRUE(collector.waitFor(1));
+}
+
+TEST(MsgTimer, TimerDelete_ThatFails_IsLoggedAndTheTimerStaysOnItsOwnThread) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "delete", 2);
+    ASSERT_EQ(thread.start(&collector), 0);
+    int const timer = thread.setTimer(60000, 0, 0, 0);
+    char number[16];
+    snprintf(number, sizeof(number), "0x%08x",
+             static_cast<unsigned int>(thread.findTimer(timer)->mSysTimerNum));
+    std::string const line = stamped(
+        std::string("MsgDrivenThread(delete) timer_delete SysTimerNum:") + number + " errno:", EINVAL);
+    hooks::timerDelete.failFrom(1, 2, -1, EINVAL);
+    runOn(thread, collector, [&] { EXPECT_FALSE(thread.killTimer(timer, 0)); });
+    EXPECT_EQ(log.count(line), 1U);
+    EXPECT_NE(thread.findTimer(timer), nullptr);
+    // From outside the timer is given up all the same, and the loop says so.
+    EXPECT_TRUE(thread.killTimer(timer, 0));
+    EXPECT_EQ(log.count(line), 2U);
+    EXPECT_TRUE(log.waitFor("MsgDrivenThread(delete) Error. MsgId:0x80000007"));
+    EXPECT_EQ(thread.findTimer(timer), nullptr);
+}
+
+TEST(MsgTimer, ARestartThatFails_IsLoggedAndTheTimerStandsStill) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "restart", 2);
+    ASSERT_EQ(thread.start(&collector), 0);
+    hooks::timerCreate.failFrom(2, 1, -1, EAGAIN);
+    int const timer = thread.setTimer(1, 0, 0, 0);
+    ASSERT_TRUE(log.waitFor("Error. MsgId:0x80000008"));
+    EXPECT_EQ(log.count("<UTIL> ERR: !!!!!!!! MsgDrivenThread(restart) Error. MsgId:0x80000008 !!!!!!!!"),
+              1U);
+    EXPECT_EQ(collector.received().size(), 1U);
+    EXPECT_TRUE(thread.findTimer(timer)->mRunning->isOn());
+    EXPECT_EQ(thread.findTimer(timer)->mSysTimerNum, -1);
+    EXPECT_TRUE(thread.killTimer(timer, 0));
+}
+
+TEST(MsgTimer, ATimeoutThatDoesNotFitAFrame_GivesTheErrorLine) {
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(3, 16, "small", 2);
+    ASSERT_EQ(thread.start(&collector), 0);
+    ASSERT_GT(thread.setTimer(1, 0, 1, 1), 0);
+    ASSERT_TRUE(log.waitFor("MsgDrivenThread(small) Error. MsgId:0x80000008"));
+    EXPECT_TRUE(collector.received().empty());
+}
+
+TEST(MsgTimer, SigAction_ThatFails_IsLoggedAndTheNextConstructorTriesAgain) {
+    HookScope const scope;
+    LogCapture log;
+    hooks::sigAction.failFrom(1, 1, -1, EINVAL);
+    {
+        ScopedMsgThread const thread;
+        EXPECT_EQ(log.lines(),
+                  (std::vector<std::string>{stamped("MsgDrivenThread sigaction  errno:", EINVAL)}));
+    }
+    ScopedMsgThread const second;
+    EXPECT_EQ(hooks::sigAction.calls(), 2U);
+    ScopedMsgThread const third;
+    EXPECT_EQ(hooks::sigAction.calls(), 2U);
+    struct sigaction action;
+    ASSERT_EQ(hooks::sigAction.real(timerSignal(), nullptr, &action), 0);
+    EXPECT_EQ(action.sa_sigaction, &utl::MsgDrivenThread::TimeoutSignalHandler);
+    EXPECT_EQ(action.sa_flags & (SA_SIGINFO | SA_RESTART), SA_SIGINFO | SA_RESTART);
+}
+
+TEST(MsgTimer, SetTimer_ThatCannotBeAnnounced_LeavesNothingBehind) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    hooks::write.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(thread.setTimer(1, 0, 0, 0), -1);
+    EXPECT_EQ(thread.remTimerIdCount(), 4U);
+    EXPECT_TRUE(thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_START_TIMER))
+        << "the entry stays, as told by the line";
+    EXPECT_EQ(thread.setTimer(1, 0, 1, 0), 1);
+    ASSERT_TRUE(collector.waitFor(1));
+}
+
+TEST(MsgTimer, KillTimer_ThatCannotBeAnnounced_LeavesTheTimerRunning) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    int const timer = thread.setTimer(5, 0, 0, 1);
+    ASSERT_GT(timer, 0);
+    // The handler's tokens are written by the same call; the next kill of many meets the failing one.
+    hooks::write.replace(+[](int handle, void const* token, size_t bytes) -> ssize_t {
+        int id = 0;
+        std::memcpy(&id, token, sizeof(id));
+        if (id == utl::MSG_ID_CTL_STOP_TIMER) {
+            errno = EIO;
+            return -1;
+        }
+        return hooks::write.real(handle, token, bytes);
+    });
+    EXPECT_FALSE(thread.killTimer(timer, 0));
+    EXPECT_TRUE(thread.erasedTimers().empty());
+    EXPECT_EQ(thread.findTimerStopEntry(timer)->mSysParam, nullptr);
+    EXPECT_EQ(thread.findTimerStopEntry(timer)->mSysTimerNum, -1);
+    hooks::write.replace(nullptr);
+    ASSERT_TRUE(thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_STOP_TIMER));
+    size_t const now = collector.received().size();
+    ASSERT_TRUE(collector.waitFor(now + 3)) << "it still fires";
+    EXPECT_TRUE(thread.killTimer(timer, 0));
+    EXPECT_EQ(thread.findTimerStopEntry(timer), nullptr);
+}
+
+TEST(MsgTimer, KillTimer_WhoseCopyIsRefused_EndsTheTimerAtOnce) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "one", 1);
+    ASSERT_EQ(thread.start(&collector), 0);
+    // A kill that could not be announced leaves its copy, which takes the only place.
+    int const first = thread.registerTimer(1, 1, 0);
+    hooks::write.failFrom(1, 1, -1, EIO);
+    EXPECT_FALSE(thread.killTimer(first, 0));
+    ASSERT_TRUE(thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_STOP_TIMER));
+    ASSERT_TRUE(thread.startTimer(first, 0));
+    ASSERT_TRUE(collector.waitFor(1));
+    ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
+    int const second = thread.setTimer(60000, 0, 0, 1);
+    ASSERT_EQ(second, 2);
+    hooks::timerDelete.reset();
+    EXPECT_TRUE(thread.killTimer(second, 0));
+    EXPECT_EQ(hooks::timerDelete.calls(), 1U);
+    EXPECT_EQ(thread.remTimerIdCount(), 1U);
+    EXPECT_EQ(thread.erasedTimers(), (std::vector<int>{first, second}));
+}
+
+TEST(MsgTimer, TheEndOfTheLoop_TakesEveryTimerAway) {
+    HookScope const scope;
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "end", 4);
+    ASSERT_EQ(thread.start(&collector), 0);
+    ASSERT_EQ(thread.setTimer(60000, 0, 0, 1), 1);
+    ASSERT_EQ(thread.registerTimer(1, 0, 1), 2);
+    ASSERT_EQ(thread.setTimer(60000, 0, 0, 0), 3);
+    thread.stop(1, 0);
+    EXPECT_EQ(thread.erasedTimers(), (std::vector<int>{3, 2, 1}));
+    EXPECT_EQ(thread.remTimerIdCount(), 4U);
+    EXPECT_EQ(hooks::timerDelete.calls(), 2U);
+}
+
+TEST(MsgTimer, StartsAndKillsThatWait_WhoseLoopEndsFirst_AreReleased) {
+    for (int round = 0; round < 20; ++round) {
+        HookScope const scope;
+        LogCapture const log;
+        BlockedRoad road;
+        road.startAndBlock();
+        int const timer = road.thread.registerTimer(60000, 0, 0);
+        hooks::write.reset();
+        std::future<bool> other;
+        std::future<int> set;
+        if (round % 2 == 0) {
+            set = std::async(std::launch::async, [&] { return road.thread.setTimer(1, 0, 0, 0); });
+        } else {
+            other = std::async(std::launch::async, [&] { return road.thread.startTimer(timer, 0); });
+        }
+        waitForTokens(1);
+        hooks::read.failFrom(1, 0, -1, EIO);
+        road.gate.open();
+        if (round % 2 == 0) {
+            EXPECT_EQ(set.get(), -1);
+        } else {
+            EXPECT_FALSE(other.get());
+        }
+        EXPECT_EQ(road.thread.waitTo(3, 0), 0);
+    }
+}
+
+TEST(MsgTimer, TimerIds_RiseAndAreNotUsedAgain) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    for (int i = 1; i < 50; ++i) {
+        ASSERT_EQ(thread.setTimer(60000, 0, 0, 0), i);
+        ASSERT_TRUE(thread.killTimer(i, i % 2));
+    }
+}
+
+TEST(MsgTimer, TheIdBehindTheLargest_IsOne) {
+    EXPECT_EQ(utl::nextTimerId(1), 2);
+    EXPECT_EQ(utl::nextTimerId(INT_MAX - 1), INT_MAX);
+    EXPECT_EQ(utl::nextTimerId(INT_MAX), 1);
+    EXPECT_EQ(utl::nextTimerId(-1), 1);
+    EXPECT_EQ(utl::nextTimerId(0), 1);
+}
+
+TEST(MsgTimer, GetNextSysTimerNumber_StepsOn) {
+    Collector collector;
+    ScopedMsgThread thread;
+    EXPECT_EQ(thread.getNextSysTimerNumber(), 2);
+    EXPECT_EQ(thread.getNextSysTimerNumber(), 3);
+}
+
+TEST(MsgTimer, ToUserTimerId_OfNoNumber_IsMinusOne) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.toUserTimerId(-1), -1);
+    EXPECT_EQ(thread.toUserTimerId(12345678), -1);
+    int const timer = thread.setTimer(60000, 0, 0, 0);
+    EXPECT_EQ(thread.toUserTimerId(thread.findTimer(timer)->mSysTimerNum), timer);
+    ASSERT_EQ(thread.registerTimer(1, 0, 0), 2);
+    EXPECT_EQ(thread.toUserTimerId(-1), -1) << "also while a timer without a number is there";
+}
+
+TEST(MsgTimer, ASignalOfATimerThatIsGone_IsDropped) {
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    hooks::write.reset();
+    siginfo_t info = {};
+    info.si_timerid = 4711;
+    info.si_value.sival_int = 1;
+    utl::MsgDrivenThread::TimeoutSignalHandler(timerSignal(), &info, nullptr);
+    EXPECT_EQ(hooks::write.calls(), 0U);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(MsgTimer, TheHandler_ReportsAShortWriteAndKeepsErrno) {
+    HookScope const scope;
+    LogCapture const log;
+    Collector collector;
+    static std::atomic<int> pipeEnd{-1};
+    hooks::pipe.replace(+[](int* ends) {
+        int const result = hooks::pipe.real(ends);
+        pipeEnd = ends[1];
+        return result;
+    });
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    int const timer = thread.setTimer(60000, 0, 0, 1);
+    siginfo_t info = {};
+    info.si_timerid = thread.findTimer(timer)->mSysTimerNum;
+    info.si_value.sival_int = pipeEnd;
+    hooks::write.failFrom(1, 1, -1, EIO);
+    errno = ENOTTY;
+    utl::MsgDrivenThread::TimeoutSignalHandler(timerSignal(), &info, nullptr);
+    EXPECT_EQ(errno, ENOTTY);
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{
+                  "<UTIL> ERR: MsgDrivenThread::TimeoutSignalHandler() Error. write Ret:4294967295 errno:" +
+                  std::to_string(EIO) + " SysTimerNum=" + std::to_string(info.si_timerid) +
+                  " PIPE=" + std::to_string(pipeEnd)}));
+    // The token that did not get through does not count.
+    utl::MsgDrivenThread::TimeoutSignalHandler(timerSignal(), &info, nullptr);
+    ASSERT_TRUE(collector.waitFor(1));
+    EXPECT_EQ(collector.received()[0].number, timer);
+}
+
+TEST(MsgTimer, TheKernelsNumber_IsTheOneOfTheSignal_AlsoZeroAndForManyTimersAtOnce) {
+    Collector collector;
+    ScopedMsgThread thread(64, 512, "numbers", 300);
+    ASSERT_EQ(thread.start(&collector), 0);
+    std::set<int> numbers;
+    std::set<int> timers;
+    for (int i = 0; i < 300; ++i) {
+        int const timer = thread.setTimer(50, 0, 1, 1);
+        ASSERT_GT(timer, 0);
+        timers.insert(timer);
+        utl::TimerInfo const* const info = thread.findTimer(timer);
+        if (info != nullptr) {
+            numbers.insert(info->mSysTimerNum);
+        }
+    }
+    EXPECT_EQ(numbers.count(0), 1U) << "the process's first timer";
+    ASSERT_TRUE(collector.waitFor(300));
+    for (Collector::Received const& one : collector.received()) {
+        EXPECT_EQ(timers.erase(one.number), 1U);
+    }
+    EXPECT_TRUE(timers.empty());
+}
+
+TEST(MsgTimer, ABusyListenerUnderAFastTimer_FillsNoPipeAndCatchesUp) {
+    BlockedRoad road;
+    road.startAndBlock();
+    int const timer = road.thread.setTimer(1, 1, 0, 1);
+    road.gate.open();
+    ASSERT_TRUE(road.collector.waitFor(3));
+    Gate entered;
+    Gate go;
+    road.onOther = [&](int, int) {
+        entered.open();
+        go.wait();
+    };
+    ASSERT_TRUE(entered.wait());
+    hooks::write.reset();
+    utl::Thread::sleep(100);
+    EXPECT_LE(hooks::write.calls(), utl::TIMER_TOKENS_MAX);
+    std::promise<void> alive;
+    std::thread([&] { alive.set_value(); }).join();
+    size_t const before = road.collector.received().size();
+    road.onOther = MsgHandler::Function();
+    go.open();
+    ASSERT_TRUE(road.collector.waitFor(before + 10));
+    EXPECT_TRUE(road.thread.killTimer(timer));
+}
+
+TEST(MsgTimer, AnExpiryThatComesAfterItsThreadIsGone_ReachesNoForeignFile) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, timerSignal());
+    ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &signals, nullptr), 0);
+    static std::atomic<int> pipeEnd{-1};
+    HookScope const scope;
+    hooks::pipe.replace(+[](int* ends) {
+        int const result = hooks::pipe.real(ends);
+        pipeEnd = ends[1];
+        return result;
+    });
+    {
+        Collector collector;
+        ScopedMsgThread thread;
+        ASSERT_EQ(thread.start(&collector), 0);
+        int const timer = thread.setTimer(1, 0, 0, 1);
+        sigset_t pending;
+        do {
+            sigpending(&pending);
+        } while (sigismember(&pending, timerSignal()) == 0);
+        EXPECT_TRUE(thread.killTimer(timer, 0));
+    }
+    char path[] = "UtlTimerTestXXXXXX";
+    int const file = mkstemp(path);
+    ASSERT_GE(file, 0);
+    unlink(path);
+    int const sameNumber = file == pipeEnd ? file : dup2(file, pipeEnd);
+    ASSERT_EQ(sameNumber, pipeEnd);
+    // A handler that is called for the old timer, whether or not the kernel still sends its signal.
+    siginfo_t info = {};
+    info.si_timerid = 0;
+    info.si_value.sival_int = pipeEnd;
+    utl::MsgDrivenThread::TimeoutSignalHandler(timerSignal(), &info, nullptr);
+    ASSERT_EQ(pthread_sigmask(SIG_UNBLOCK, &signals, nullptr), 0);
+    EXPECT_EQ(lseek(pipeEnd, 0, SEEK_END), 0);
+}
+
+TEST(MsgTimer, EraseMsg_OfAPendingOneShot_EndsTheTimerAndCallsTheHook) {
+    BlockedRoad road;
+    bool erased = false;
+    bool found = false;
+    std::vector<int> gone;
+    int timer = 0;
+    road.onOther = [&](int id, int) {
+        if (id != FIRST) {
+            return;
+        }
+        // The expiry's token was read in front of this message, and its timeout stands behind it.
+        found = road.thread.hasMsg(utl::MSG_ID_TIMER);
+        utl::ThreadRawMsg raw(4);
+        road.thread.peekMsg(utl::MSG_ID_TIMER, &raw);
+        utl::TimerMsg msg;
+        msg.restoreFrom(raw);
+        EXPECT_EQ(msg.mTimerId, timer);
+        erased = road.thread.eraseMsg(utl::MSG_ID_TIMER);
+        gone = road.thread.erasedTimers();
+    };
+    road.startAndBlock();
+    road.gate.open();
+    hooks::write.reset();
+    ASSERT_EQ(road.thread.sendMsgSync(BLOCKER + 1), 1);
+    // A blocked handler lets the signal's token in; FIRST comes behind it.
+    Gate entered;
+    Gate go;
+    auto const previous = road.onOther.get();
+    road.onOther = [&](int id, int number) {
+        if (id == BLOCKER + 2) {
+            timer = road.thread.setTimer(1, 0, 1, 0);
+            entered.open();
+            go.wait();
+        } else {
+            previous(id, number);
+        }
+    };
+    ASSERT_EQ(road.thread.postMsg(BLOCKER + 2), 1);
+    ASSERT_TRUE(entered.wait());
+    waitForTokens(3);
+    ASSERT_EQ(road.thread.postMsg(FIRST), 1);
+    go.open();
+    EXPECT_EQ(road.thread.sendMsgSync(BLOCKER + 3), 1);
+    EXPECT_TRUE(found);
+    EXPECT_TRUE(erased);
+    EXPECT_EQ(gone, std::vector<int>{timer});
+    for (int const id : road.collector.ids()) {
+        EXPECT_NE(id, utl::MSG_ID_TIMER);
+    }
+}
+
+TEST(MsgTimerDeathTest, AProcessThatReturnsFromMainWithTimersRunning_EndsCleanly) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            auto* const collector = new Collector;
+            auto* const thread = new utl::MsgDrivenThread(8, 64, "ticking", 8);
+            thread->start(collector);
+            for (int i = 0; i < 8; ++i) {
+                thread->setTimer(1, 0, 0, i % 2);
+            }
+            collector->waitFor(50);
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
