@@ -7,6 +7,7 @@
 #include "UtlBasicString.h"
 #include "UtlEvent.h"
 #include "UtlMap.h"
+#include "UtlMsgDrivenThread.h"
 #include "UtlRingArray.h"
 #include "UtlSmartPointer.h"
 #include "UtlSyncObject.h"
@@ -73,6 +74,18 @@ static_assert(hasTargetSize<utl::Range<char>>(8));
 static_assert(hasTargetSize<utl::BasicString<char>>(20));
 static_assert(hasTargetSize<utl::StaticBuffer>(sizeof(utl::SyncObject) + 3 * 10240 + 4));
 static_assert(hasTargetSize<utl::WorkingBuffer<char>>(12));
+
+static_assert(hasTargetSize<utl::TimerInfo>(52));
+static_assert(hasTargetSize<utl::ThreadMsgListener>(4));
+static_assert(hasTargetSize<utl::MsgDrivenThread::ThreadCtlMsg>(8));
+static_assert(hasTargetSize<utl::MsgDrivenThread::JudgeMsgSpecifiedMsgId>(4));
+static_assert(
+    hasTargetSize<utl::MsgDrivenThread::MsgJudgement<utl::MsgDrivenThread::JudgeMsgSpecifiedMsgId>>(8));
+static_assert(hasTargetSize<utl::Queue<utl::MsgDrivenThread::ThreadCtlMsg>>(24));
+static_assert(hasTargetSize<utl::MsgDrivenThread>(
+    sizeof(utl::Thread) + 2 * 4 + 2 * sizeof(utl::Queue<unsigned char>) + 4 +
+    sizeof(utl::Queue<unsigned char>) + 3 * sizeof(utl::ThreadRawMsg) + 4 + 4 * sizeof(utl::Event) + 4 +
+    2 * sizeof(utl::Map<int, utl::TimerInfo>) + 4 * 4 + 2 * 4 + 6 * sizeof(utl::SyncObject)));
 
 TEST(Layout, TheTargetSizesWereComparedWhenThisFileWasCompiled) {
     EXPECT_EQ(IS_TARGET, sizeof(long) == 4);
