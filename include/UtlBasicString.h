@@ -41,7 +41,8 @@ class UTL_API Range {
 /// UTF-8 text that owns its buffer; *external lock needed*, because a string holds none.
 ///
 /// The capacity is explicit and never shrinks by itself. `operator=` and `operator+=` always enlarge it to
-/// fit. `copy` and `replace` do so with `autoResize` 1 only, and work inside it with any other value.
+/// fit, since they could not report that text was lost. `copy` and `replace` can: they enlarge it with
+/// `autoResize` 1 only, and work inside it with any other value.
 ///
 /// | State         | Entered by                                       | Buffer                  |
 /// |---------------|--------------------------------------------------|-------------------------|

@@ -4,7 +4,9 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,6 +15,31 @@
 #include "UtlPlatform.h"
 #include "UtlStringSearch.h"
 #include "UtlWorkingBuffer.h"
+
+namespace {
+
+std::atomic<unsigned int> gAllocations{0};
+
+}  // namespace
+
+// Every allocation of the program comes here, those of arrays as well.
+void* operator new(std::size_t bytes) {
+    ++gAllocations;
+    void* const address = std::malloc(bytes);
+    if (address == nullptr) {
+        throw std::bad_alloc();
+    }
+    return address;
+}
+
+// Not inlined, or the compiler sees that blocks of `new` end in `free`.
+[[gnu::noinline]] void operator delete(void* address) noexcept {
+    std::free(address);
+}
+
+[[gnu::noinline]] void operator delete(void* address, std::size_t) noexcept {
+    std::free(address);
+}
 
 namespace {
 
@@ -1181,6 +1208,22 @@ bool allWithoutScratchSucceed() {
                           utl::t_strcspn("abc", "b") == 1 && utl::getNearCharIndex("abc", 2, 1) == 2 &&
                           utl::t_charlen("abc") == 1 && utl::strCharBytesBase("abc") == 1;
     return areCopied && areFound;
+}
+
+// One call of each function that works in scratch space; true if all succeed.
+bool allWithScratchSucceed() {
+    char text[20] = "abc ";
+    return utl::findReverseStr("abc", "b", INVALID_SIZE) == 1 &&
+           utl::findReverseChar("abc", "b", INVALID_SIZE) == 1 && utl::eraseStrSpan(text, 0, 1) == 4 &&
+           utl::insertStr(text, 20, 0, "x", 1, 0) == 5 && utl::trimStrRight<char>(text, nullptr) == 4;
+}
+
+TEST(Primitives, DoNotAllocate) {
+    unsigned int const before = gAllocations;
+    bool const succeeded = allWithoutScratchSucceed() && allWithScratchSucceed();
+    unsigned int const after = gAllocations;
+    EXPECT_TRUE(succeeded);
+    EXPECT_EQ(after, before);
 }
 
 TEST(Primitives, ThatNeedNoScratch_DoNotWaitForItsHolder) {
