@@ -32,6 +32,15 @@ struct ThreadWatchdogTestAccess {
 };
 
 struct ThreadManagerTestAccess {
+    /// Holds the lock of the manager's table for its scope.
+    class HeldTable {
+      public:
+        HeldTable() : mGuard(ThreadManager::get()->mEntriesSyncObject) {}
+
+      private:
+        SyncGuard const mGuard;
+    };
+
     static ThreadWatchdog& watchdog() { return *ThreadManager::get()->mWatchdog.load(); }
 
     /// Takes the watchdog away, as it is while the manager is deleted; gives what was there.
