@@ -55,6 +55,19 @@ bool refuseNoAliveTime(int id) {
     return false;
 }
 
+// The record of thread `id`, null if there is none. A thread that reports again finds its record where it was
+// the last time, unless the table has changed.
+WatchdogInfo* findReporter(WatchdogInfos& infos, int id) {
+    thread_local unsigned int tIndex = 0;
+    auto* const last = infos.getAt(tIndex);
+    if (last != nullptr && last->mKey == id) {
+        return &last->mValue;
+    }
+    tIndex = searchPosition(id, infos.getAt(0), infos.size(), CompareLessPairKey<int, WatchdogInfo>());
+    auto* const found = infos.getAt(tIndex);
+    return found != nullptr && found->mKey == id ? &found->mValue : nullptr;
+}
+
 /// Says that a sign of life is being processed as long as the scope lasts.
 class [[nodiscard]] InKeepAlive {
   public:
@@ -223,7 +236,7 @@ bool ThreadWatchdog::executeKeepAlive(int id, StatementInfo const& info) {
         return false;
     }
     InKeepAlive const inKeepAlive(mInKeepAlive);
-    WatchdogInfo* const found = mInfos.find(id);
+    WatchdogInfo* const found = findReporter(mInfos, id);
     if (found == nullptr) {
         return false;
     }

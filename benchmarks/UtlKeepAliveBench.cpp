@@ -1,0 +1,82 @@
+#include <time.h>
+
+#include "BenchRatio.h"
+#include "UtlSyncObject.h"
+#include "UtlThreadManager.h"
+#include "UtlThreadWatchdog.h"
+
+// A sign of life stands around every call of the library that may block. It is told to take a lock, a search,
+// a copy and a clock read, and finding the manager takes another lock.
+
+namespace utl {
+
+// The watchdog's operations work although its own thread is not there.
+struct ThreadWatchdogTestAccess {
+    static void initialize(ThreadWatchdog& watchdog) { watchdog.mInitialized = true; }
+};
+
+struct ThreadManagerTestAccess {
+    static ThreadWatchdog& watchdog() { return *ThreadManager::get()->mWatchdog.load(); }
+};
+
+}  // namespace utl
+
+namespace {
+
+using utl::ThreadManager;
+
+// As many other threads as a large application has.
+bool fillTheTable() {
+    utl::ThreadWatchdog& watchdog = utl::ThreadManagerTestAccess::watchdog();
+    utl::ThreadWatchdogTestAccess::initialize(watchdog);
+    bool filled = true;
+    for (int id = 1; id < 64; ++id) {
+        filled = watchdog.entry(id, 1000, nullptr, "another thread") && watchdog.start(id) && filled;
+    }
+    return filled;
+}
+
+bool watchCaller() {
+    return ThreadManager::get()->entryWatchdog(1000, nullptr) && ThreadManager::get()->startWatchdog();
+}
+
+void keepAlive() {
+    ThreadManager::get()->keepAliveWatchdog(utl::StatementInfo("benchmarks/File", "function", 1, 1));
+}
+
+utl::SyncObject gFirst;
+utl::SyncObject gSecond;
+
+void lockTwiceAndReadTheClock() {
+    { utl::SyncGuard const guard(gFirst); }
+    utl::SyncGuard const guard(gSecond);
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    utlbench::keep(now.tv_nsec);
+}
+
+// The figures are taken in this order, each to its end.
+
+UTL_RATIO(
+    "sign of life before the watchdog is initialized, to two locks and a clock read", [] { keepAlive(); },
+    lockTwiceAndReadTheClock, 2.0);
+
+UTL_RATIO(
+    "sign of life of an unwatched thread, to two locks and a clock read",
+    [] {
+        static bool const filled = fillTheTable();
+        utlbench::keep(filled);
+        keepAlive();
+    },
+    lockTwiceAndReadTheClock, 2.0);
+
+UTL_RATIO(
+    "sign of life of a watched thread, to two locks and a clock read",
+    [] {
+        static bool const watched = watchCaller();
+        utlbench::keep(watched);
+        keepAlive();
+    },
+    lockTwiceAndReadTheClock, 2.0);
+
+}  // namespace
