@@ -98,6 +98,7 @@ class UTL_API Thread {
     /// `ThreadManager::getCallerId` gives it.
     int getId() const { return mId; }
 
+    /// The name given to the constructor.
     BasicString<char> const& getName() const { return mName; }
 
     /// `ThreadManager::setPriority`: only the thread itself can.
