@@ -6,8 +6,8 @@
 
 namespace utl {
 
-/// Interface of a lock, for `SyncGuard`. The operations are `const`, so that a lock can guard a `const`
-/// member function.
+/// What `SyncGuard` needs of a lock. Taking a lock is no change of the object that it protects: `const`
+/// objects can be locked as well.
 class UTL_API SyncObjectBase {
   public:
     SyncObjectBase() = default;
@@ -27,7 +27,7 @@ class UTL_API SyncObjectBase {
 
 /// Recursive mutex; *internally locked*, since it is the lock. The thread that holds it may take it again and
 /// gives it back as many times. Destroying a held lock is the caller's mistake and goes unnoticed.
-class UTL_API SyncObject final : public SyncObjectBase {
+class UTL_API SyncObject : public SyncObjectBase {
   public:
     SyncObject();
     ~SyncObject() override;

@@ -4,6 +4,7 @@
 
 #include "UtlLog.h"
 #include "UtlMonotonicTime.h"
+#include "UtlRecursiveMutex.h"
 #include "UtlTimeCounter.h"
 
 namespace utl {
@@ -23,14 +24,6 @@ class [[nodiscard]] MutexHold {
   private:
     pthread_mutex_t& mMutex;
 };
-
-void initializeMutex(pthread_mutex_t& mutex) {
-    pthread_mutexattr_t attributes;
-    pthread_mutexattr_init(&attributes);
-    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-    pthread_mutex_init(&mutex, &attributes);
-    pthread_mutexattr_destroy(&attributes);
-}
 
 void initializeCondition(pthread_cond_t& condition) {
     pthread_condattr_t attributes;
@@ -73,7 +66,7 @@ struct Event::Side {
 
 Event::Event(int initialOn, int twoWay)
     : mOn(initialOn != 0), mOff(initialOn == 0), mOnWaiters(0), mOffWaiters(0), mTwoWay(twoWay) {
-    initializeMutex(mMutex);
+    initializeRecursiveMutex(mMutex);
     initializeCondition(mOnCondition);
     if (mTwoWay == 1) {
         initializeCondition(mOffCondition);
