@@ -3,6 +3,7 @@
 #include <sys/time.h>
 #include <time.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "UtlLogStampCache.h"
@@ -38,7 +39,8 @@ struct StampEntry {
 
 LogStampCache<StampEntry> gLastEntry;
 
-// Local time in the fixed form of `ctime_r`; `text` stays as it is if that fails.
+// Local time in the fixed form of `ctime_r`. Where that fails, `text` holds what it left behind: nothing, or
+// beyond the year 9999 a text whose end is cut off, which still gives a good stamp.
 template <std::size_t SIZE>
 void wordSecond(time_t seconds, char (&text)[SIZE]) {
     static_assert(SIZE >= sizeof(StampEntry::text));
@@ -58,14 +60,13 @@ void wordSecond(time_t seconds, char (&text)[SIZE]) {
     }
 }
 
-// Writes ".123" over the text from `place` on.
+// Writes ".123" over the text from `place` on, as far as there is room in front of the terminator at `end`.
 void putMilliseconds(char* place, char const* end, unsigned int milliseconds) {
     char const decimals[] = {'.', static_cast<char>('0' + milliseconds / 100 % 10),
                              static_cast<char>('0' + milliseconds / 10 % 10),
                              static_cast<char>('0' + milliseconds % 10), '\0'};
-    if (static_cast<std::size_t>(end - place) >= sizeof(decimals)) {
-        std::memcpy(place, decimals, sizeof(decimals));
-    }
+    std::size_t const room = static_cast<std::size_t>(end - place);
+    std::memcpy(place, decimals, std::min(room, sizeof(decimals)));
 }
 
 }  // namespace
@@ -81,7 +82,7 @@ LogStamp::LogStamp() {
     if (lastBlank == nullptr) {
         return;
     }
-    putMilliseconds(lastBlank, mText + sizeof(mText), static_cast<unsigned int>(now.tv_usec / 1000));
+    putMilliseconds(lastBlank, mText + LENGTH_MAX, static_cast<unsigned int>(now.tv_usec / 1000));
     char const* const firstBlank = std::strchr(mText, ' ');
     mBegin = firstBlank != nullptr ? static_cast<std::size_t>(firstBlank + 1 - mText) : 0;
 }

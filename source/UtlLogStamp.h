@@ -8,12 +8,12 @@ namespace utl {
 /// on.
 class LogStamp {
   public:
-    /// Longest stamp, which a time that `ctime_r` words in its fixed form never reaches.
+    /// Longest stamp. `ctime_r` writes 25 bytes at most.
     static constexpr std::size_t LENGTH_MAX = 63;
 
     LogStamp();
 
-    /// Terminated; empty if the time could not be had.
+    /// Terminated; empty if the time could not be had, or if `ctime_r` left nothing.
     char const* text() const { return mText + mBegin; }
 
   private:
