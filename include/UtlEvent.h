@@ -9,14 +9,17 @@ namespace utl {
 
 /// Two-state event, the hand-over between threads; *internally locked*, because one mutex guards every field.
 ///
-/// An event is on or off and may change any number of times. A wait takes nothing away: every later wait for
-/// the same state returns at once until the state changes. A two-way event can be awaited in both states, a
-/// one-way event only while it goes on. All time-outs run on the monotonic clock.
+/// The state stays until somebody sets the other one; a wait takes nothing away, and who comes late does not
+/// block. A two-way event can be awaited in both states, a one-way event only while it goes on. All time-outs
+/// run on the monotonic clock.
 ///
-/// | State | `setOn`       | `setOff`       | `waitToOn`      | `waitToOff`, two-way | `waitToOff`, one-way |
-/// |-------|---------------|----------------|-----------------|----------------------|----------------------|
-/// | off   | on, wakes all | off            | blocks          | returns at once      | fails at once        |
-/// | on    | on            | off, wakes all | returns at once | blocks               | fails at once        |
+/// | Call                 | while off       | while on        |
+/// |----------------------|-----------------|-----------------|
+/// | `setOn`              | on, wakes all   | on              |
+/// | `setOff`             | off             | off, wakes all  |
+/// | `waitToOn`           | blocks          | returns at once |
+/// | `waitToOff`, two-way | returns at once | blocks          |
+/// | `waitToOff`, one-way | fails at once   | fails at once   |
 class UTL_API Event {
   public:
     /// Results of a wait.

@@ -2,8 +2,8 @@
 
 #include "UtlPlatform.h"
 
-// The process-wide log; *internally locked*, because any thread may log at any time, under its own locks, in
-// a static initialiser and while the process ends. Its two locks are the innermost of the library.
+// The process-wide log; *internally locked*, because all threads share it: it can be called under any lock,
+// in a static initialiser and while the process ends. Its two locks are the innermost of the library.
 //
 // A line passes if the filter level of its type is at least its own level. A type that is not registered
 // passes by the entry of `utl::LOG_TYPE_DEFAULT` and has no name. What passes goes to these sinks, in this

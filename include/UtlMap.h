@@ -73,7 +73,7 @@ unsigned int searchPosition(K const& key, T const* elements, unsigned int count,
 }
 
 /// The first element whose key equals `key`, that is, neither is less; null if there is none or the elements
-/// cannot be searched. What is told for `searchPosition` holds.
+/// cannot be searched. Asks of its arguments what `searchPosition` does.
 template <typename K, typename T, typename COMPARE>
 T const* searchBinary(K const& key, T const* elements, unsigned int count, COMPARE compare) {
     if (count == 0) {

@@ -4,12 +4,13 @@
 
 namespace utl {
 
-/// Measures elapsed milliseconds on the monotonic clock: as an object, or under an id where start and stop
-/// stand in different places. An object has *one owner thread*, because its fields have no lock; what is
-/// static is *internally locked*, because ids are shared by the whole process.
+/// A stopwatch in milliseconds that no step of the wall clock disturbs: as an object, or under an id where
+/// start and stop have no object in common. An object has *one owner thread*, because its fields have no
+/// lock; what is static is *internally locked*, because ids are shared by the whole process.
 ///
 /// Elapsed times are differences modulo 2^32: right across a wrap of the tick, wrong from 49.7 days on. Every
-/// failure gives `INVALID_TIME` or false and one log line of level 1.
+/// failure gives `INVALID_TIME` or false and a log line of level 1 about the operation. A clock that cannot
+/// be read has a line of its own in front of that.
 ///
 /// | State   | `start`                    | `watch`                       | `stop`           |
 /// |---------|----------------------------|-------------------------------|------------------|

@@ -48,8 +48,8 @@ inline LogState& logState() {
 // Built at load at the latest: a signal handler must never be the first to log.
 [[maybe_unused]] LogState& gBuiltAtLoad = logState();
 
-// Tells whether a line passes; only then is the name of its type copied, so that it stays the same while the
-// line is built outside the lock. The filter is all that most lines ever see, hence in line.
+// Tells whether a line passes; only then is `name` filled in. A copy, because another thread may register the
+// type anew while this line is put together. The filter is all that most lines ever see, hence in line.
 inline bool passesFilter(int type, int level, char (&name)[NAME_SIZE]) {
     LogState& state = logState();
     SyncGuard const guard(state.tableLock);

@@ -77,10 +77,10 @@ bool TimeCounter::start(unsigned int counterId) {
         return false;
     }
     unsigned int* const startTime = ids.mCounterIdsMap.find(counterId);
-    if (startTime == nullptr) {  // only if the map is damaged: the id was stored under the same lock
+    // Only if the map is damaged: the id was stored under the same lock. Nothing stands under it to take out.
+    if (startTime == nullptr) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "TimeCounter::start(ID) Failed. Specified Key's Position Notfound. CounterId:[%u]", counterId);
-        ids.mCounterIdsMap.erase(counterId);
         return false;
     }
     // The tick comes last, so that the work on the map is not measured.
@@ -95,7 +95,7 @@ bool TimeCounter::start(unsigned int counterId) {
 }
 
 unsigned int TimeCounter::watch(unsigned int counterId) {
-    // The tick comes first, so that the wait for the lock is not measured.
+    // Before the lock: who has to wait for it must not see that as elapsed time.
     unsigned int const tick = getTickTime();
     CounterIds& ids = counterIds();
     SyncGuard const guard(ids.mAccessCounterIdsSyncObject);

@@ -1,5 +1,5 @@
-// Sizes on the target: the order and the width of every field can be read off them. On another ABI nothing is
-// compared.
+// Sizes on the target; on another ABI nothing is compared. A size does not show the order of the fields:
+// where that matters, the test of the class looks at it.
 
 #include <gtest/gtest.h>
 
