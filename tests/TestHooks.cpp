@@ -70,12 +70,14 @@ Hook<int(pthread_t)> threadDetach("pthread_detach");
 Hook<int(int, unsigned int, int)> setPriority("setpriority");
 Hook<int(pthread_cond_t*, pthread_condattr_t const*)> condInit("pthread_cond_init");
 Hook<int(pthread_cond_t*)> condDestroy("pthread_cond_destroy");
+Hook<int(pthread_cond_t*)> condBroadcast("pthread_cond_broadcast");
 Hook<int(pthread_cond_t*, pthread_mutex_t*)> condWait("pthread_cond_wait");
 Hook<int(pthread_cond_t*, pthread_mutex_t*, timespec const*)> condTimedWait(
     timeName("pthread_cond_timedwait", "__pthread_cond_timedwait64"));
+Hook<int(pthread_mutex_t*)> mutexDestroy("pthread_mutex_destroy");
 Hook<int(clockid_t, sigevent*, timer_t*)> timerCreate("timer_create");
-Hook<int(timer_t, int, itimerspec const*, itimerspec*)> timerSetTime(
-    timeName("timer_settime", "__timer_settime64"));
+Hook<int(timer_t, int, itimerspec const*, itimerspec*)> timerSetTime(timeName("timer_settime",
+                                                                              "__timer_settime64"));
 Hook<int(timer_t)> timerDelete("timer_delete");
 Hook<int(int, struct sigaction const*, struct sigaction*)> sigAction("sigaction");
 }  // namespace hooks
@@ -96,8 +98,10 @@ static void resetAllHooks() {
     hooks::setPriority.reset();
     hooks::condInit.reset();
     hooks::condDestroy.reset();
+    hooks::condBroadcast.reset();
     hooks::condWait.reset();
     hooks::condTimedWait.reset();
+    hooks::mutexDestroy.reset();
     hooks::timerCreate.reset();
     hooks::timerSetTime.reset();
     hooks::timerDelete.reset();
@@ -182,6 +186,14 @@ UTLTEST_HOOKED int pthread_cond_init(pthread_cond_t* condition,
 
 UTLTEST_HOOKED int pthread_cond_destroy(pthread_cond_t* condition) noexcept {
     return utltest::hooks::condDestroy.call(UTLTEST_CALLER, condition);
+}
+
+UTLTEST_HOOKED int pthread_cond_broadcast(pthread_cond_t* condition) noexcept {
+    return utltest::hooks::condBroadcast.call(UTLTEST_CALLER, condition);
+}
+
+UTLTEST_HOOKED int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
+    return utltest::hooks::mutexDestroy.call(UTLTEST_CALLER, mutex);
 }
 
 UTLTEST_HOOKED int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {

@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <syslog.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -32,6 +33,18 @@ struct Record {
         sinkOrder.clear();
     }
 };
+
+std::atomic<void (*)(char)> gVisit{nullptr};
+std::atomic<bool> gIsSystemLogOpen{false};
+
+void visitSink(char sink) {
+    auto const visit = gVisit.load();
+    if (visit != nullptr) {
+        int const error = errno;
+        visit(sink);
+        errno = error;
+    }
+}
 
 Record& record() {
     static auto* const theRecord = new Record;  // never destroyed: the library may log until the process ends
@@ -65,6 +78,7 @@ LogCapture::LogCapture() {
 }
 
 LogCapture::~LogCapture() {
+    gVisit = nullptr;
     Record& r = record();
     std::lock_guard<std::mutex> const guard(r.mutex);
     r.active = false;
@@ -125,6 +139,15 @@ void LogCapture::clear() {
     r.clear();
 }
 
+void LogCapture::atEachSink(void (*visit)(char)) {
+    gVisit = visit;
+}
+
+void openSystemLog(char const* name) {
+    openlog(name, LOG_PERROR, LOG_USER);
+    gIsSystemLogOpen = true;
+}
+
 }  // namespace utltest
 
 using utltest::record;
@@ -134,6 +157,9 @@ extern "C" int printf(char const* format, ...) {
     va_list arguments;
     va_start(arguments, format);
     int result = 0;
+    if (utltest::isLibraryCode(caller)) {
+        utltest::visitSink('c');
+    }
     auto& r = record();
     std::unique_lock<std::mutex> lock(r.mutex);
     if (r.active && utltest::isLibraryCode(caller)) {
@@ -149,8 +175,9 @@ extern "C" int printf(char const* format, ...) {
     return result;
 }
 
-// The system's log is never written by a test.
+// The system's log is written by no test that did not open it.
 extern "C" void syslog(int priority, char const* format, ...) {
+    utltest::visitSink('s');
     va_list arguments;
     va_start(arguments, format);
     auto& r = record();
@@ -159,6 +186,8 @@ extern "C" void syslog(int priority, char const* format, ...) {
         if (r.active) {
             r.systemLog.push_back({priority, utltest::formatted(format, arguments)});
             r.sinkOrder += 's';
+        } else if (utltest::gIsSystemLogOpen) {
+            vsyslog(priority, format, arguments);
         }
     }
     va_end(arguments);
@@ -166,6 +195,7 @@ extern "C" void syslog(int priority, char const* format, ...) {
 }
 
 extern "C" void BinaryLogWrite(int channel, void const* text, unsigned int bytes) {
+    utltest::visitSink('b');
     auto& r = record();
     std::lock_guard<std::mutex> const guard(r.mutex);
     if (r.active) {

@@ -38,6 +38,14 @@ class [[nodiscard]] LogCapture {
     bool waitFor(std::string const& text) const;
 
     void clear();
+
+    /// Calls `visit` with 's', 'c' or 'b' inside each sink, in front of the record and without the capture's
+    /// own lock. Null and the end of the capture take it away.
+    void atEachSink(void (*visit)(char sink));
 };
+
+/// While no capture lives, texts for `syslog` go to the system's own, under `name`, and to the standard error
+/// as well. For a process that ends soon: nothing takes it back.
+void openSystemLog(char const* name);
 
 }  // namespace utltest

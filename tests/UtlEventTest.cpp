@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -22,6 +23,23 @@ struct EventTestAccess {
 
     static unsigned int onWaiters(Event const& event) { return locked(event, event.mOnWaiters); }
     static unsigned int offWaiters(Event const& event) { return locked(event, event.mOffWaiters); }
+
+    static pthread_cond_t const* onCondition(Event const& event) { return &event.mOnCondition; }
+    static pthread_cond_t const* offCondition(Event const& event) { return &event.mOffCondition; }
+    static pthread_mutex_t const* mutex(Event const& event) { return &event.mMutex; }
+
+    /// The fields as they are listed, by their places in the object.
+    static std::vector<void const*> fields(Event const& event) {
+        return {&event,
+                &event.mOn,
+                &event.mOff,
+                &event.mOnWaiters,
+                &event.mOffWaiters,
+                &event.mOnCondition,
+                &event.mOffCondition,
+                &event.mMutex,
+                &event.mTwoWay};
+    }
 
     static void wakeOnWaiters(Event const& event) { wake(event, event.mOnCondition); }
     static void wakeOffWaiters(Event const& event) { wake(event, event.mOffCondition); }
@@ -228,6 +246,18 @@ TEST(Event, SetOff_EndsABoundedWait) {
     awaitOffWaiters(event, 1);
     event.setOff();
     EXPECT_EQ(waiter.result(), 0);
+}
+
+TEST(Event, SetOff_WakesEveryWaiterOfBothKinds) {
+    Event event(1, 1);
+    WaitingThread first([&] { return event.waitToOff(0); });
+    WaitingThread second([&] { return event.waitToOff(600000); });
+    WaitingThread third([&] { return event.waitToOff(0); });
+    awaitOffWaiters(event, 3);
+    event.setOff();
+    EXPECT_EQ(first.result(), 0);
+    EXPECT_EQ(second.result(), 0);
+    EXPECT_EQ(third.result(), 0);
 }
 
 TEST(Event, SetOn_WakesEveryWaiterOfBothKinds) {
@@ -601,6 +631,61 @@ TEST_F(EventConditions, AreRenewedForTheOffStateToo) {
     event.setOff();
     EXPECT_EQ(waiter.result(), 0);
     EXPECT_EQ(made(), 1U);
+}
+
+std::vector<void const*> gTouched;
+
+TEST_F(EventConditions, AreDestroyedOnBeforeOff_AndTheMutexLast) {
+    hooks::condDestroy.replace([](pthread_cond_t* condition) {
+        gTouched.push_back(condition);
+        return hooks::condDestroy.real(condition);
+    });
+    hooks::mutexDestroy.replace([](pthread_mutex_t* mutex) {
+        gTouched.push_back(mutex);
+        return hooks::mutexDestroy.real(mutex);
+    });
+    for (int twoWay : {0, 1}) {
+        auto event = std::make_unique<Event>(0, twoWay);
+        std::vector<void const*> expected{EventTestAccess::onCondition(*event)};
+        if (twoWay == 1) {
+            expected.push_back(EventTestAccess::offCondition(*event));
+        }
+        expected.push_back(EventTestAccess::mutex(*event));
+        gTouched.clear();
+        event.reset();
+        EXPECT_EQ(gTouched, expected) << twoWay;
+    }
+}
+
+TEST_F(EventConditions, AreBroadcastByEverySet_ButNeverByTheSetOffOfAOneWayEvent) {
+    hooks::condBroadcast.replace([](pthread_cond_t* condition) {
+        gTouched.push_back(condition);
+        return hooks::condBroadcast.real(condition);
+    });
+    for (int twoWay : {0, 1, 2}) {
+        Event event(1, twoWay);
+        void const* const on = EventTestAccess::onCondition(event);
+        void const* const off = EventTestAccess::offCondition(event);
+        gTouched.clear();
+        event.setOn();
+        event.setOn();
+        EXPECT_EQ(gTouched, (std::vector<void const*>{on, on})) << twoWay;
+        gTouched.clear();
+        event.setOff();
+        event.setOff();
+        std::vector<void const*> const expected(twoWay == 1 ? 2 : 0, off);
+        EXPECT_EQ(gTouched, expected) << twoWay;
+    }
+}
+
+// The layout.
+
+TEST(Event, HasItsFieldsInTheOrderThatItsUsersWereBuiltWith) {
+    Event const event(0, 0);
+    std::vector<void const*> const fields = EventTestAccess::fields(event);
+    for (std::size_t i = 1; i < fields.size(); ++i) {
+        EXPECT_TRUE(std::less<>()(fields[i - 1], fields[i])) << i;
+    }
 }
 
 // Shared events.

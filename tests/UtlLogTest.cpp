@@ -321,12 +321,15 @@ TEST_F(LogFilter, MayBeChangedWhileOthersLog) {
             setFilterLevel(LIBRARY, i % 6);
             registerLogType(22, i % 2 == 0 ? "even " : "odd ", 4);
             setAllFilterLevel(i % 6);
-            getFilterLevel(22);
+            setLogTag(i % 2 == 0 ? "even" : "odd");
         }
         isOver = true;
     });
     do {
         applog(22, 1, "x");
+        int const level = getFilterLevel(22);
+        EXPECT_TRUE(level >= 0 && level <= 6) << level;
+        setLogTag("logging");
     } while (!isOver);
     changer.join();
     for (std::string const& text : mLog.lines()) {
@@ -386,6 +389,31 @@ TEST_F(LogStampTest, OfTimeThatCannotBeHad_IsEmpty) {
     applog(LIBRARY, 1, "x");
     EXPECT_EQ(mLog.console(), Lines{" <UTIL> ERR: x\r\n"});
     EXPECT_EQ(mLog.systemLog()[0].text, "<UTIL> ERR: x");
+}
+
+TEST_F(LogStampTest, OfWordsThatWereCutOffByAFailure_IsStillThatOfTheTime) {
+    hooks::ctimeR.replace([](time_t const*, char* out) -> char* {
+        std::strcpy(out,
+                    "Fri Nov 20 23:25:41 12025");  // a year of five digits leaves no room for the line feed
+        return nullptr;
+    });
+    applog(12345, 4, "x");
+    applog(12345, 4, "x");
+    EXPECT_EQ(mLog.console(), (Lines{"Nov 20 23:25:41.123 DTL: x\r\n", "Nov 20 23:25:41.123 DTL: x\r\n"}));
+}
+
+TEST_F(LogStampTest, OfWordsThatLeaveNoRoomForTheMilliseconds_HasAsManyOfThemAsFit) {
+    constexpr std::size_t LONGEST = 63;
+    for (std::size_t blank = 57; blank < LONGEST; ++blank) {
+        nextSecond();
+        mLog.clear();
+        std::string const time(blank - 4, 't');
+        std::string const words = "Thu " + time + " " + std::string(LONGEST - blank - 1, 'y');
+        setWords(words.c_str());
+        applog(12345, 4, "x");
+        std::string const decimals = std::string(".123").substr(0, LONGEST - blank);
+        EXPECT_EQ(mLog.console(), Lines{time + decimals + " DTL: x\r\n"}) << blank;
+    }
 }
 
 TEST_F(LogStampTest, OfOneSecond_IsWordedOnce) {
@@ -718,6 +746,50 @@ TEST_F(LogSecondPass, OfANameWithPercentSigns_IsAsHarmless) {
     EXPECT_EQ(mLog.binary(), Lines{line("%n%s%% ERR: x")});
 }
 
+TEST_F(LogSecondPass, OfANameThatEndsInAPercentSign_DoesNotMakeAFormatWithThePrefix) {
+    struct {
+        char const* name;
+        char const* shown;
+    } const cases[] = {{"50%", "50%ERR: x"}, {"50%%", "50%ERR: x"}, {"50%%%", "50%%ERR: x"}};
+    for (auto const& one : cases) {
+        mLog.clear();
+        registerLogType(24, one.name, 4);
+        applog(24, 1, "x");
+        EXPECT_EQ(mLog.systemLog()[0].text, one.shown);
+        EXPECT_EQ(mLog.console(), Lines{line(one.shown)});
+        EXPECT_EQ(mLog.binary(), Lines{line(std::string(one.name) + "ERR: x")});
+    }
+}
+
+TEST_F(LogSecondPass, OfATextWhoseCutSplitsAPairOfPercentSigns_ShowsTheOneThatIsLeft) {
+    std::string const begin(251, 'r');
+    rawlog(LIBRARY, 1, "%s", (begin + "%%r%%").c_str());
+    EXPECT_EQ(mLog.systemLog()[0].text, begin + "%...");
+    EXPECT_EQ(mLog.console(), Lines{begin + "%..."});
+    EXPECT_EQ(mLog.binary(), Lines{begin + "%..."});
+}
+
+TEST_F(LogSecondPass, OfALineWhoseCutSplitsAPairOfPercentSigns_ShowsTheOneThatIsLeft) {
+    std::string const begin = "<UTIL> ERR: " + std::string(217, 'm');
+    applog(LIBRARY, 1, "%s", (std::string(217, 'm') + "%%mmm").c_str());
+    EXPECT_EQ(mLog.systemLog()[0].text, begin + "%...");
+    EXPECT_EQ(mLog.console(), Lines{line(begin + "%...")});
+}
+
+TEST_F(LogSecondPass, OfTheRealSystemLog_ShowsTheSame) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            openRealSinks();
+            utltest::openSystemLog("utl-test");
+            errno = ENOENT;
+            applog(LIBRARY, 1, "%s", "100% sure, %n%s%d %% <%m> %");
+            std::exit(3);
+        },
+        testing::ExitedWithCode(3),
+        "utl-test: <UTIL> ERR: 100% sure, %n%s%d % <No such file or directory> %\n");
+}
+
 TEST_F(LogSecondPass, OfTheLongestTexts_HasRoomForEveryPercentSign) {
     std::string text;
     while (text.size() < 254) {
@@ -810,7 +882,7 @@ TEST_F(RawLog, DoesNotAskForTheTime) {
 
 // Types and levels.
 
-TEST_F(LogTypes, BuiltIn_HaveTheConstantsThatWereTold) {
+TEST_F(LogTypes, BuiltIn_AreMinusOneAndMinusTwoAtLevelFour) {
     EXPECT_EQ(utl::LOG_TYPE_LIBRARY, -2);
     EXPECT_EQ(utl::LOG_TYPE_DEFAULT, -1);
     EXPECT_EQ(getFilterLevel(-2), 4);

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <new>
 #include <string>
 #include <thread>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "TestHooks.h"
+#include "TestLayout.h"
 #include "TestLog.h"
 
 namespace {
@@ -56,29 +58,22 @@ struct NoMemoryScope {
     ~NoMemoryScope() { gNoMemory = false; }
 };
 
-// What the destructing objects were given, and how the handle looked meanwhile.
+// What the destructing objects were given, and what a test does meanwhile.
 std::vector<int*> gDestroyedPointers;
 std::vector<int> gDestroyedValues;
-utl::GetRefCounterInterface const* gWatchedHandle = nullptr;
-int gCountMeanwhile = 99;
-
-void watchHandle() {
-    if (gWatchedHandle != nullptr && gWatchedHandle->actGetRefCounter() != nullptr) {
-        gCountMeanwhile = gWatchedHandle->actGetRefCounter()->getCount();
-    }
-}
+std::function<void()> gMeanwhile;
 
 struct RecordPointer {
     void operator()(int* resource) const {
         gDestroyedPointers.push_back(resource);
-        watchHandle();
+        gMeanwhile();
     }
 };
 
 struct RecordValue {
     void operator()(int handle) const {
         gDestroyedValues.push_back(handle);
-        watchHandle();
+        gMeanwhile();
     }
 };
 
@@ -110,8 +105,7 @@ class Handles : public testing::Test {
 
     Handles() {
         KIND::destroyed().clear();
-        gWatchedHandle = nullptr;
-        gCountMeanwhile = 99;
+        gMeanwhile = [] {};
     }
 
     static int count(AnyHandle const& handle) { return handle.actGetRefCounter()->getCount(); }
@@ -295,12 +289,27 @@ TYPED_TEST(Handles, AssignmentFromAHandleThatSharesTheSame_KeepsTheCount) {
     this->expectDestroyed({});
 }
 
-TYPED_TEST(Handles, WhileTheResourceIsDestroyed_TheHandleStillShowsACounterThatReadsZero) {
+TYPED_TEST(Handles, WhileTheResourceIsDestroyed_TheHandleStillShowsItWithACounterThatReadsZero) {
     using Handle = typename TypeParam::Handle;
-    Handle handle(this->mFirst);
-    gWatchedHandle = &handle;
-    handle.release();
-    EXPECT_EQ(gCountMeanwhile, 0);
+    Handle const second(this->mSecond);
+    std::function<void(Handle&)> const ways[] = {
+        [](Handle& handle) { handle.release(); }, [this](Handle& handle) { handle.set(this->mNone); },
+        [this](Handle& handle) { handle.set(this->mSecond); }, [&](Handle& handle) { handle = second; },
+        [](Handle& handle) { handle = Handle(); }};
+    for (auto const& giveUp : ways) {
+        Handle handle(this->mFirst);
+        utl::RefCounter* const counter = handle.actGetRefCounter();
+        int looks = 0;
+        gMeanwhile = [&] {
+            ++looks;
+            EXPECT_EQ(handle.get(), this->mFirst);
+            EXPECT_EQ(handle.actGetRefCounter(), counter);
+            EXPECT_EQ(counter->getCount(), 0);
+        };
+        giveUp(handle);
+        gMeanwhile = [] {};
+        EXPECT_EQ(looks, 1);
+    }
 }
 
 TYPED_TEST(Handles, ACountBelowZero_IsLoggedAndTheResourceIsLeftAlone) {
@@ -360,7 +369,27 @@ TEST(RefCounter, BeginsWithZeroAndGivesTheNewCount) {
     EXPECT_EQ(counter.getCount(), 1);
 }
 
+TEST(GetRefCounterInterface, HasItsOperationBehindTheTwoSlotsOfItsDestructor) {
+    EXPECT_EQ(utltest::slotOf(&utl::GetRefCounterInterface::actGetRefCounter), 2U);
+}
+
 // Shared objects.
+
+struct Link {
+    int mNumber = 0;
+    utl::SmartPointer<Link> mNext;
+};
+
+TEST(SmartPointer, AssignmentFromAHandleInsideTheReleasedObject_SharesWhatThatHeld) {
+    utl::SmartPointer<Link> head(new Link);
+    head->mNext.set(new Link);
+    head->mNext->mNumber = 2;
+    Link* const second = head->mNext.get();
+    head = head->mNext;
+    ASSERT_EQ(head.get(), second);
+    EXPECT_EQ(head->mNumber, 2);
+    EXPECT_EQ(head.actGetRefCounter()->getCount(), 1);
+}
 
 struct Parent {
     virtual ~Parent() = default;

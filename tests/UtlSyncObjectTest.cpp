@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <string>
 #include <thread>
+
+#include "TestHooks.h"
+#include "TestLayout.h"
 
 namespace {
 
@@ -41,6 +45,32 @@ TEST(SyncObject, LockAndUnlock_PassOnWhatPosixGave) {
 #ifndef __SANITIZE_THREAD__  // which ends a program that gives back a lock it does not hold
     EXPECT_EQ(lock.unlock(), EPERM);
 #endif
+}
+
+TEST(SyncObject, AtItsEnd_DestroysItsMutex) {
+    utltest::HookScope const hooks;
+    { utl::SyncObject const lock; }
+    EXPECT_EQ(utltest::hooks::mutexDestroy.calls(), 1U);
+}
+
+TEST(SyncObject, ADerivedLock_IsTakenByAGuardAsItLocks) {
+    struct Logged : utl::SyncObject {
+        mutable std::string calls;
+        int lock() const override { return calls += '+', utl::SyncObject::lock(); }
+        int unlock() const override { return calls += '-', utl::SyncObject::unlock(); }
+    } lock;
+    {
+        utl::SyncGuard const guard(lock);
+        EXPECT_FALSE(tryLockOnOtherThread(lock));
+    }
+    EXPECT_EQ(lock.calls, "+-");
+}
+
+TEST(SyncObjectBase, HasItsOperationsBehindTheTwoSlotsOfItsDestructor) {
+    using utl::SyncObjectBase;
+    EXPECT_EQ(utltest::slotOf(&SyncObjectBase::lock), 2U);
+    EXPECT_EQ(utltest::slotOf(&SyncObjectBase::tryLock), 3U);
+    EXPECT_EQ(utltest::slotOf(&SyncObjectBase::unlock), 4U);
 }
 
 TEST(SyncGuard, HoldsTheLockForItsScopeThroughTheInterface) {

@@ -1,9 +1,12 @@
 #include "UtlTimeCounter.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
@@ -180,6 +183,17 @@ TEST_F(Counter, Start_AtTheTickOfTheInvalidValue_FailsWithoutTheCaution) {
     EXPECT_EQ(mLog.lines(), Lines{"<UTIL> ERR: TimeCounter::start() Failed."});
 }
 
+TEST_F(Counter, WatchAndStop_AtTheTickOfTheInvalidValue_FailWithoutTheCaution) {
+    TimeCounter counter;
+    counter.start();
+    setNow(0xFFFFFFFFULL);
+    std::string const line =
+        "<UTIL> ERR: TimeCounter::watch()/stop() Failed. HasStarted:[On], TickTime:[4294967295]";
+    EXPECT_EQ(counter.watch(), INVALID);
+    EXPECT_EQ(counter.stop(), INVALID);
+    EXPECT_EQ(mLog.lines(), (Lines{line, line}));
+}
+
 TEST_F(Counter, Stop_BeyondTheWrap_GivesTheTimeAcrossIt) {
     TimeCounter counter;
     setNow(0xFFFFFFF0ULL);
@@ -329,6 +343,56 @@ TEST_F(CounterId, Stop_OnAClockThatFails_TakesTheIdOutAllTheSame) {
     EXPECT_EQ(mLog.lines(), Lines{"<UTIL> ERR: TimeCounter::Failed. Key Not Applicable. CounterId:[7]"});
 }
 
+TEST_F(CounterId, Start_AtTheTickOfTheInvalidValue_FailsWithoutTheCaution) {
+    setNow(0xFFFFFFFFULL);
+    EXPECT_FALSE(TimeCounter::start(7));
+    EXPECT_EQ(mLog.lines(),
+              Lines{"<UTIL> ERR: TimeCounter::start(ID) Failed. TickTime is Invalid. CounterId:[7]"});
+}
+
+TEST_F(CounterId, WatchAndStop_AtTheTickOfTheInvalidValue_FailWithoutTheCaution) {
+    TimeCounter::start(7);
+    setNow(0xFFFFFFFFULL);
+    std::string const line =
+        "<UTIL> ERR: TimeCounter::watch(ID)/stop(ID) Failed. StartTime:[1000], TickTime:[4294967295]";
+    EXPECT_EQ(TimeCounter::watch(7), INVALID);
+    EXPECT_EQ(TimeCounter::stop(7), INVALID);
+    EXPECT_EQ(mLog.lines(), (Lines{line, line}));
+}
+
+// The first reading of the clock is that of a start, which holds the lock by then. It lasts until the clock
+// is read a second time.
+std::atomic<unsigned int> gReadings{0};
+
+void awaitReadings(unsigned int count) {
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (gReadings < count && std::chrono::steady_clock::now() < end) {
+        std::this_thread::yield();
+    }
+}
+
+TEST_F(CounterId, Watch_ReadsTheClockBeforeItWaitsForTheLock) {
+    TimeCounter::start(7);
+    gReadings = 0;
+    static std::atomic<unsigned int> readingsAtTheEndOfTheFirst;
+    clockGetTime.replace([](clockid_t, timespec* now) {
+        unsigned int const number = ++gReadings;
+        *now = {number == 1 ? 9 : 3, 0};
+        if (number == 1) {
+            awaitReadings(2);
+            readingsAtTheEndOfTheFirst = gReadings.load();
+        }
+        return 0;
+    });
+    std::thread holder([] { TimeCounter::start(6); });
+    awaitReadings(1);
+    EXPECT_EQ(TimeCounter::watch(7), 2000U);
+    holder.join();
+    EXPECT_EQ(readingsAtTheEndOfTheFirst, 2U);
+    TimeCounter::stop(6);
+    TimeCounter::stop(7);
+}
+
 TEST_F(CounterId, OperationsOnDifferentThreads_DoNotDisturbEachOther) {
     std::vector<std::thread> threads;
     std::atomic<unsigned int> failures{0};
@@ -346,6 +410,61 @@ TEST_F(CounterId, OperationsOnDifferentThreads_DoNotDisturbEachOther) {
     }
     EXPECT_EQ(failures, 0U);
     EXPECT_EQ(mLog.lines(), Lines{});
+}
+
+// The beginning and the end of the process.
+
+struct CountsBeforeMain {
+    bool isStarted = TimeCounter::start(4711);
+    unsigned int elapsed = TimeCounter::stop(4711);
+} const gBeforeMain;
+
+TEST(CounterIds, CanBeUsedBeforeMain) {
+    EXPECT_TRUE(gBeforeMain.isStarted);
+    EXPECT_NE(gBeforeMain.elapsed, INVALID);
+}
+
+void useId(unsigned int id) {
+    if (!TimeCounter::start(id) || TimeCounter::watch(id) == INVALID || TimeCounter::stop(id) == INVALID) {
+        _exit(1);
+    }
+}
+
+struct CountsAtItsEnd {
+    ~CountsAtItsEnd() { useId(1); }
+    std::string mText = "destroyed while the process ends";
+};
+
+TEST(CounterIds, CanBeUsedByAStaticObjectAndAnExitHandler) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            static CountsAtItsEnd const object;
+            std::atexit([] { useId(2); });
+            std::exit(3);
+        },
+        testing::ExitedWithCode(3), "");
+}
+
+TEST(CounterIds, CanBeUsedByThreadsWhileTheProcessEnds) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            static std::atomic<int> rounds{0};
+            for (unsigned int id = 1; id <= 3; ++id) {
+                std::thread([id] {
+                    for (;;) {
+                        useId(id);
+                        ++rounds;
+                    }
+                }).detach();
+            }
+            while (rounds < 100) {
+                std::this_thread::yield();
+            }
+            std::exit(3);
+        },
+        testing::ExitedWithCode(3), "");
 }
 
 TEST(TimeCounter, OnTheRealClock_CountsAtLeastTheTimeSlept) {

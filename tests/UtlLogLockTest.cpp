@@ -1,0 +1,199 @@
+// The two locks of the log: which call takes which of them, and for how long.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TestHooks.h"
+#include "TestLog.h"
+#include "UtlLog.h"
+
+namespace {
+
+constexpr int LIBRARY = -2;
+
+/// What the library does on the calling thread while the object lives: "+1" and "-1" for taking and giving
+/// back the first mutex that it touched, "+2" and "-2" for the next one, a letter for each sink, 't' for the
+/// clock.
+class LockTrace {
+  public:
+    LockTrace() { tCurrent = this; }
+    ~LockTrace() { tCurrent = nullptr; }
+    LockTrace(LockTrace const&) = delete;
+    LockTrace& operator=(LockTrace const&) = delete;
+
+    std::string const& text() const { return mText; }
+
+    static void note(char letter) {
+        if (tCurrent != nullptr) {
+            tCurrent->mText += letter;
+        }
+    }
+
+    static void noteLock(void const* caller, void const* mutex) {
+        if (tCurrent != nullptr && utltest::isLibraryCode(caller)) {
+            if (!tCurrent->takenBefore(mutex)) {
+                tCurrent->mMutexes.push_back(mutex);
+            }
+            tCurrent->add('+', mutex);
+        }
+    }
+
+    // A sink's mutex that is given back by the last call of the sink seems to be the library's; that was not
+    // seen to be taken.
+    static void noteUnlock(void const* caller, void const* mutex) {
+        if (tCurrent != nullptr && utltest::isLibraryCode(caller) && tCurrent->takenBefore(mutex)) {
+            tCurrent->add('-', mutex);
+        }
+    }
+
+  private:
+    bool takenBefore(void const* mutex) const {
+        return std::find(mMutexes.begin(), mMutexes.end(), mutex) != mMutexes.end();
+    }
+
+    void add(char sign, void const* mutex) {
+        auto const place = std::find(mMutexes.begin(), mMutexes.end(), mutex);
+        mText += sign + std::to_string(place - mMutexes.begin() + 1);
+    }
+
+    static thread_local LockTrace* tCurrent;
+
+    std::string mText;
+    std::vector<void const*> mMutexes;
+};
+
+thread_local LockTrace* LockTrace::tCurrent = nullptr;
+
+using MutexFunction = int (*)(pthread_mutex_t*);
+
+int callSystem(std::atomic<MutexFunction>& system, char const* name, pthread_mutex_t* mutex) {
+    MutexFunction function = system.load(std::memory_order_relaxed);
+    if (function == nullptr) {
+        function = reinterpret_cast<MutexFunction>(dlsym(RTLD_NEXT, name));
+        system.store(function, std::memory_order_relaxed);
+    }
+    return function(mutex);
+}
+
+std::atomic<MutexFunction> gSystemLock{nullptr};
+std::atomic<MutexFunction> gSystemUnlock{nullptr};
+
+}  // namespace
+
+// Defined here, so that the library calls them.
+#define UTLTEST_MUTEX extern "C" __attribute__((no_sanitize("address", "thread", "undefined")))
+
+UTLTEST_MUTEX int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+    LockTrace::noteLock(__builtin_return_address(0), mutex);
+    return callSystem(gSystemLock, "pthread_mutex_lock", mutex);
+}
+
+UTLTEST_MUTEX int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
+    LockTrace::noteUnlock(__builtin_return_address(0), mutex);
+    return callSystem(gSystemUnlock, "pthread_mutex_unlock", mutex);
+}
+
+namespace {
+
+class LogLocks : public testing::Test {
+  protected:
+    LogLocks() {
+        mLog.atEachSink(LockTrace::note);
+        utltest::hooks::getTimeOfDay.replace([](timeval* now, void* zone) {
+            LockTrace::note('t');
+            return utltest::hooks::getTimeOfDay.real(now, zone);
+        });
+    }
+
+    /// The trace of `work`, in which 1 is the lock of the table and 2 that of the output.
+    template <typename WORK>
+    static std::string traceOf(WORK work) {
+        LockTrace const trace;
+        applog(LIBRARY, 4, "first");
+        std::string const first = "+1-1t+2c-2";
+        EXPECT_EQ(trace.text(), first);
+        work();
+        return trace.text().substr(first.size());
+    }
+
+    utltest::LogCapture mLog;
+
+  private:
+    utltest::HookScope mHooks;
+};
+
+TEST_F(LogLocks, OfALine_AreTakenOneByOne_ThatOfTheOutputForEachSinkAnew) {
+    EXPECT_EQ(traceOf([] { applog(LIBRARY, 1, "x"); }), "+1-1t+2s-2+2c-2+2b-2");
+    EXPECT_EQ(traceOf([] { rawlog(LIBRARY, 1, "x"); }), "+1-1+2s-2+2c-2+2b-2");
+}
+
+TEST_F(LogLocks, OfALineThatIsFilteredOut_AreThatOfTheTableOnce) {
+    EXPECT_EQ(traceOf([] { applog(LIBRARY, 5, "x"); }), "+1-1");
+    EXPECT_EQ(traceOf([] { applog(12345, 5, "x"); }), "+1-1");
+}
+
+TEST_F(LogLocks, OfEveryCallOnTypes_AreThatOfTheTable) {
+    EXPECT_EQ(traceOf([] { registerLogType(31, "x", 4); }), "+1-1");
+    EXPECT_EQ(traceOf([] { setFilterLevel(31, 4); }), "+1-1");
+    EXPECT_EQ(traceOf([] { setAllFilterLevel(4); }), "+1-1");
+    EXPECT_EQ(traceOf([] { getFilterLevel(31); }), "+1-1");
+}
+
+TEST_F(LogLocks, OfTheTag_IsThatOfTheOutput) {
+    EXPECT_EQ(traceOf([] { setLogTag("tag"); }), "+2-2");
+}
+
+// How many threads are inside a sink at the moment, and how often one met another there.
+std::atomic<unsigned int> gInside{0};
+std::atomic<unsigned int> gMeetings{0};
+
+TEST_F(LogLocks, LetOneThreadIntoTheSinksAtATime) {
+    mLog.atEachSink([](char) {
+        gMeetings += ++gInside > 1 ? 1U : 0U;
+        for (int i = 0; i < 20; ++i) {
+            std::this_thread::yield();
+        }
+        --gInside;
+    });
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 4; ++number) {
+        threads.emplace_back([] {
+            for (int i = 0; i < 50; ++i) {
+                applog(LIBRARY, 1, "x");
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(gMeetings, 0U);
+}
+
+TEST_F(LogLocks, LetASinkLogItself) {
+    struct {
+        char sink;
+        char const* order;
+    } const cases[] = {{'s', "scbscb"}, {'c', "sscbcb"}, {'b', "scscbb"}};
+    for (auto const& one : cases) {
+        static char theSink;
+        theSink = one.sink;
+        mLog.clear();
+        mLog.atEachSink([](char sink) {
+            if (sink == theSink) {
+                theSink = '\0';
+                applog(LIBRARY, 1, "inside");
+            }
+        });
+        applog(LIBRARY, 1, "outside");
+        EXPECT_EQ(mLog.sinkOrder(), one.order);
+    }
+}
+
+}  // namespace
