@@ -7,6 +7,7 @@
 #include "UtlEvent.h"
 #include "UtlLog.h"
 #include "UtlMap.h"
+#include "UtlMemoryPool.h"
 #include "UtlMsg.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlPlatform.h"

@@ -7,6 +7,7 @@
 #include "UtlBasicString.h"
 #include "UtlEvent.h"
 #include "UtlMap.h"
+#include "UtlMemoryPool.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlRingArray.h"
 #include "UtlSmartPointer.h"
@@ -86,6 +87,9 @@ static_assert(hasTargetSize<utl::MsgDrivenThread>(
     sizeof(utl::Thread) + 2 * 4 + 2 * sizeof(utl::Queue<unsigned char>) + 4 +
     sizeof(utl::Queue<unsigned char>) + 3 * sizeof(utl::ThreadRawMsg) + 4 + 4 * sizeof(utl::Event) + 4 +
     2 * sizeof(utl::Map<int, utl::TimerInfo>) + 4 * 4 + 2 * 4 + 6 * sizeof(utl::SyncObject)));
+
+static_assert(hasTargetSize<utl::MemoryPool>(4 + sizeof(utl::BasicString<char>) + 4 * 4 +
+                                             sizeof(utl::SyncObject)));
 
 TEST(Layout, TheTargetSizesWereComparedWhenThisFileWasCompiled) {
     EXPECT_EQ(IS_TARGET, sizeof(long) == 4);

@@ -1,0 +1,86 @@
+// Taking and giving back blocks, against a recursive lock and the same reports of a sign of life.
+
+#include "UtlMemoryPool.h"
+
+#include <pthread.h>
+
+#include <random>
+#include <vector>
+
+#include "BenchRatio.h"
+#include "UtlThreadManager.h"
+#include "UtlThreadWatchdog.h"
+
+namespace {
+
+constexpr unsigned int BLOCK_BYTES = 64;
+
+pthread_mutex_t gBareLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+
+void bareCall(char const* function, unsigned int line) {
+    utl::ThreadManager::get()->keepAliveWatchdog(utl::StatementInfo("bench", function, line, 1));
+    pthread_mutex_lock(&gBareLock);
+    utl::ThreadManager::get()->keepAliveWatchdog(utl::StatementInfo("bench", function, line, 2));
+    pthread_mutex_unlock(&gBareLock);
+}
+
+void bareCreateAndRelease() {
+    bareCall("create", 1);
+    bareCall("release", 2);
+}
+
+// A pool that is full but for one block, given back and taken in an order drawn by lot.
+class BusyPool {
+  public:
+    explicit BusyPool(unsigned int count) : mPool(BLOCK_BYTES, count, "bench"), mBlocks(count) {
+        for (void*& block : mBlocks) {
+            block = mPool.create();
+        }
+        std::mt19937 random(count);
+        for (unsigned int i = 0; i < ORDER_LENGTH; ++i) {
+            mOrder[i] = static_cast<unsigned int>(random() % count);
+        }
+    }
+
+    void lastInFirstOut() {
+        mPool.release(mBlocks.back());
+        mBlocks.back() = mPool.create();
+    }
+
+    void random() {
+        void*& block = mBlocks[mOrder[mNext++ % ORDER_LENGTH]];
+        mPool.release(block);
+        block = mPool.create();
+    }
+
+  private:
+    static constexpr unsigned int ORDER_LENGTH = 1024;
+
+    utl::MemoryPool mPool;
+    std::vector<void*> mBlocks;
+    unsigned int mOrder[ORDER_LENGTH];
+    unsigned int mNext = 0;
+};
+
+template <unsigned int COUNT>
+BusyPool& pool() {
+    static auto* const thePool = new BusyPool(COUNT);
+    return *thePool;
+}
+
+constexpr double GOAL = 1.2;
+
+UTL_RATIO(
+    "pool of 16: release and create, last in first out", [] { pool<16>().lastInFirstOut(); },
+    bareCreateAndRelease, GOAL);
+UTL_RATIO(
+    "pool of 16: release and create, random", [] { pool<16>().random(); }, bareCreateAndRelease, GOAL);
+UTL_RATIO(
+    "pool of 1,024: release and create, random", [] { pool<1024>().random(); }, bareCreateAndRelease, GOAL);
+UTL_RATIO(
+    "pool of 16,384: release and create, last in first out", [] { pool<16384>().lastInFirstOut(); },
+    bareCreateAndRelease, GOAL);
+UTL_RATIO(
+    "pool of 16,384: release and create, random", [] { pool<16384>().random(); }, bareCreateAndRelease, GOAL);
+
+}  // namespace

@@ -1,0 +1,194 @@
+#include "UtlMemoryPool.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+
+#include "UtlKeepAlive.h"
+#include "UtlLog.h"
+
+namespace utl {
+
+namespace {
+
+constexpr unsigned int BITS = 32;
+constexpr unsigned int LEVELS_MAX = 7;  // 32 bits at each: enough for any count
+
+// Finds the lowest free block in a few steps. One bit for each block says that it is free; each level above
+// has one bit for each word below that is not 0, up to a level of one word.
+class FreeTree {
+  public:
+    // `words` is the room behind the flags, of the size that `wordCount` gives.
+    FreeTree(unsigned int* words, unsigned int blockCount) : mLevelCount(0) {
+        unsigned int bits = blockCount;
+        unsigned int size = 0;
+        do {
+            size = wordsFor(bits);
+            mLevels[mLevelCount++] = words;
+            words += size;
+            bits = size;
+        } while (size > 1);
+    }
+
+    static unsigned long long wordCount(unsigned int blockCount) {
+        unsigned long long count = 0;
+        unsigned int size = blockCount;
+        do {
+            size = wordsFor(size);
+            count += size;
+        } while (size > 1);
+        return count;
+    }
+
+    bool isEmpty() const { return *mLevels[mLevelCount - 1] == 0; }
+
+    unsigned int lowest() const {
+        unsigned int index = 0;
+        for (unsigned int level = mLevelCount; level-- > 0;) {
+            index = index * BITS + static_cast<unsigned int>(__builtin_ctz(mLevels[level][index]));
+        }
+        return index;
+    }
+
+    void insert(unsigned int index) {
+        for (unsigned int level = 0; level < mLevelCount; ++level) {
+            mLevels[level][index / BITS] |= 1U << (index % BITS);
+            index /= BITS;
+        }
+    }
+
+    void remove(unsigned int index) {
+        for (unsigned int level = 0; level < mLevelCount; ++level) {
+            unsigned int& word = mLevels[level][index / BITS];
+            word &= ~(1U << (index % BITS));
+            if (word != 0) {
+                return;
+            }
+            index /= BITS;
+        }
+    }
+
+  private:
+    static unsigned int wordsFor(unsigned int bits) { return bits / BITS + (bits % BITS != 0 ? 1 : 0); }
+
+    unsigned int* mLevels[LEVELS_MAX];
+    unsigned int mLevelCount;
+};
+
+// A size that cannot be had at all becomes one that the allocator refuses.
+size_t allocatable(unsigned long long count) {
+    return count <= PTRDIFF_MAX ? static_cast<size_t>(count) : static_cast<size_t>(PTRDIFF_MAX);
+}
+
+// Takes the pool's lock; a thread that waits for it shows in the watchdog's report.
+class [[nodiscard]] PoolGuard {
+  public:
+    PoolGuard(SyncObject const& lock, char const* function, unsigned int line) : mLock(lock) {
+        keepAliveAround("source/UtlMemoryPool", function, line, [&lock] { return lock.lock(); });
+    }
+    ~PoolGuard() { mLock.unlock(); }
+    PoolGuard(PoolGuard const&) = delete;
+    PoolGuard& operator=(PoolGuard const&) = delete;
+
+  private:
+    SyncObject const& mLock;
+};
+
+}  // namespace
+
+// The sizes are stored last: without them the pool stays harmless.
+MemoryPool::MemoryPool(unsigned int blockSize, unsigned int blockCount, char const* name)
+    : mName(name, 0, 0), mBlockSize(0), mBlockCount(0), mActive(nullptr), mMemory(nullptr) {
+    if (blockCount == 0) {
+        logError("utl::MemoryPool::MemoryPool(): Number of memory is 0!! (%s)");
+        return;
+    }
+    if (blockSize == 0) {
+        logError("utl::MemoryPool::MemoryPool(): Memory size is 0!! (%s)");
+        return;
+    }
+    size_t const flagCount = allocatable(blockCount + FreeTree::wordCount(blockCount));
+    size_t const bytes = allocatable(1ULL * blockSize * blockCount);
+    std::unique_ptr<unsigned char[]> memory(new unsigned char[bytes]());
+    mActive = new unsigned int[flagCount]();
+    mMemory = memory.release();
+    FreeTree free(mActive + blockCount, blockCount);
+    for (unsigned int i = 0; i < blockCount; ++i) {
+        free.insert(i);
+    }
+    mBlockSize = blockSize;
+    mBlockCount = blockCount;
+}
+
+MemoryPool::~MemoryPool() {
+    for (unsigned int i = 0; i < mBlockCount; ++i) {
+        if (mActive[i] == 1) {
+            applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+                   "utl::MemoryPool::~MemoryPool(): Memory leak!! (%s) Slot=%lu", mName.buffer(),
+                   static_cast<unsigned long>(i));
+        }
+    }
+    delete[] mActive;
+    delete[] mMemory;
+}
+
+void* MemoryPool::create() {
+    if (mBlockSize == 0) {
+        return nullptr;
+    }
+    PoolGuard const guard(mSyncObject, "create", 76);
+    FreeTree free(mActive + mBlockCount, mBlockCount);
+    if (free.isEmpty()) {
+        return nullptr;
+    }
+    unsigned int const index = free.lowest();
+    free.remove(index);
+    mActive[index] = 1;
+    return mMemory + static_cast<size_t>(index) * mBlockSize;
+}
+
+void MemoryPool::release(void* block) {
+    unsigned int index = 0;
+    if (block == nullptr || mBlockSize == 0 || !isBlock(block, &index)) {
+        return;
+    }
+    PoolGuard const guard(mSyncObject, "release", 138);
+    if (mActive[index] != 1) {
+        logError("utl::MemoryPool::release(): Memory is not active!! (%s)");
+        return;
+    }
+    mActive[index] = 0;
+    FreeTree(mActive + mBlockCount, mBlockCount).insert(index);
+}
+
+// Looks at constants alone, so it needs no lock.
+bool MemoryPool::isBlock(void const* block, unsigned int* index) const {
+    auto const offset = static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(block) -
+                                                    reinterpret_cast<std::uintptr_t>(mMemory));
+    if (offset < 0) {
+        logError("utl::MemoryPool::release(): Memory is management outside (under)!! (%s)");
+        return false;
+    }
+    auto const distance = static_cast<size_t>(offset);
+    size_t const number = distance / mBlockSize;
+    if (number * mBlockSize != distance) {
+        logError("utl::MemoryPool::release(): alignment error!! (%s)");
+        return false;
+    }
+    if (number >= mBlockCount) {
+        logError("utl::MemoryPool::release(): Memory is management outside (over)!! (%s)");
+        return false;
+    }
+    *index = static_cast<unsigned int>(number);
+    return true;
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+void MemoryPool::logError(char const* format) const {
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, format, mName.buffer());
+}
+#pragma GCC diagnostic pop
+
+}  // namespace utl
