@@ -5,8 +5,8 @@
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
 
-// A sign of life stands around every call of the library that may block. It is told to take a lock, a search,
-// a copy and a clock read, and finding the manager takes another lock.
+// A sign of life stands around every call of the library that may block. Finding the manager costs one lock,
+// the watchdog's table another one; a watched thread's record gets the time as well.
 
 namespace utl {
 

@@ -92,7 +92,7 @@ class UTL_API ThreadManager {
 
     /// Deletes the instance. Registered threads run on; what they call later goes to a new instance, which
     /// does not know them. No thread may be inside an operation of the old instance, and a thread that waits
-    /// for the end of another one is.
+    /// for the end of another one is. Threads that are just about to end do no harm.
     static void destroy();
 
     /// The calling thread's kernel id.
@@ -106,10 +106,11 @@ class UTL_API ThreadManager {
     /// with `aliveTime` in milliseconds and `listener`, which may be null. `reserved` has no effect.
     ///
     /// Gives the thread's id, or 0: without a log line for a null `function` or `name` and when the table is
-    /// full; with a line of level 1 when the system refuses the thread, and when the entry cannot be made
-    /// because the last place went to another thread meanwhile or an ended thread of the same id was never
-    /// unregistered. In these two cases the thread runs all the same, unregistered. A priority that the
-    /// system refuses costs a line of level 1, and the thread keeps that of its creator.
+    /// full, and with a line of level 1 when the system refuses the thread. Also 0, with a line of level 1,
+    /// when the entry of the new thread cannot be made, because the last place went to another one meanwhile
+    /// or an ended thread of the same id was never unregistered: the thread runs all the same, unregistered.
+    ///
+    /// A priority that the system refuses costs a line of level 1; the thread keeps that of its creator.
     int entry(void (*function)(void*), void* argument, int watchdog, unsigned int aliveTime,
               WatchdogTimerListener* listener, char const* name,
               ThreadPriority const& priority = ThreadPriority(), unsigned int reserved = 0);
