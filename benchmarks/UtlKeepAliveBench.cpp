@@ -1,6 +1,7 @@
 #include <time.h>
 
 #include "BenchRatio.h"
+#include "UtlLog.h"
 #include "UtlSyncObject.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
@@ -27,6 +28,7 @@ using utl::ThreadManager;
 
 // As many other threads as a large application has.
 bool fillTheTable() {
+    setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_NONE);
     utl::ThreadWatchdog& watchdog = utl::ThreadManagerTestAccess::watchdog();
     utl::ThreadWatchdogTestAccess::initialize(watchdog);
     bool filled = true;
