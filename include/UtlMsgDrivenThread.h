@@ -42,7 +42,7 @@ class UTL_API ThreadMsgListener {
 /// | ended | the loop, at the next token | refused | queued, never delivered |
 ///
 /// A message is copied into a frame of `maxMsgSize` + 4 bytes in the data queue, and an entry in the control
-/// queue says that it is there. Nothing is allocated after construction. Messages are delivered in the order
+/// queue says that it is there. No send allocates. Messages are delivered in the order
 /// in which they were accepted, from all senders together; `sendMsgInterrupt` alone overtakes. Messages still
 /// queued when the loop ends are not delivered.
 ///
@@ -300,7 +300,7 @@ class UTL_API MsgDrivenThread : public Thread {
     bool isPending(Event const& request) const;
     bool serveInterrupt();
     bool serveErase();
-    void serveFind();
+    bool serveFind();
     int actOn(ThreadCtlMsg const& head);
     int deliverSync();
     int deliverPosted(int msgId);
@@ -324,7 +324,7 @@ class UTL_API MsgDrivenThread : public Thread {
     EraseStep eraseSyncIfMatching(MsgJudgementInterface& judgement, EraseWalk& walk);
     EraseStep erasePostedIfMatching(int msgId, MsgJudgementInterface& judgement, EraseWalk& walk);
 
-    static void installTimeoutSignalHandler();
+    static bool installTimeoutSignalHandler();
     int insertTimer(TimerInfo info);
     void dropTimer(int timerId);
     int setOwnTimer(TimerInfo const& info);

@@ -142,12 +142,18 @@ class UTL_API Thread {
     /// Called by `stop`, on its caller, to make `execute` return.
     virtual void requestStop() {}
 
+    /// `start` that also sets `*created` to true as soon as the thread exists, which it then does also where
+    /// `start` fails because it could not be registered.
+    int startTelling(bool* created, int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
+                     int waitReady, unsigned int waitTimeout, ThreadPriority const& priority,
+                     unsigned int reserved);
+
     /// Waits until a `start` in progress has returned. A thread runs before its creator has stored its id; a
     /// derived class whose `execute` hands the id to others calls this first. Not before the thread is ready:
     /// `start` may wait for that.
     void waitForStart() const;
 
-    /// Waits without limit for the end of a thread that was started, also where the `ThreadManager` does not
+    /// Waits without limit for the end of a thread that exists, also where the `ThreadManager` does not
     /// know it any more. For destructors, on another thread.
     void waitForEnd();
 

@@ -19,13 +19,18 @@ constexpr unsigned int EXTRA_CTL_ENTRIES = 256;
 
 constexpr unsigned int ID_BYTES = 4;
 
-// A size that does not fit becomes the largest there is, which no allocator gives.
+// A count that does not fit becomes the largest there is.
 unsigned int clippedSize(unsigned long long size) {
     return size < UINT_MAX ? static_cast<unsigned int>(size) : UINT_MAX;
 }
 
 unsigned int frameSize(unsigned int maxMsgSize) {
     return clippedSize(1ULL * maxMsgSize + ID_BYTES);
+}
+
+// All frames, with what the allocator throws where they are too many.
+unsigned int frameBytes(unsigned int size, unsigned int count) {
+    return size * detail::checkedRingCount(count, size);
 }
 
 }  // namespace
@@ -37,7 +42,7 @@ MsgDrivenThread::MsgDrivenThread(unsigned int maxMsgSize, unsigned int maxMsgCou
     : Thread(name, nullptr),
       mMaxMsgCount(maxMsgCount),
       mCtlQueue(clippedSize(1ULL * maxMsgCount + EXTRA_CTL_ENTRIES)),
-      mDataQueue(clippedSize(1ULL * frameSize(maxMsgSize) * maxMsgCount)),
+      mDataQueue(frameBytes(frameSize(maxMsgSize), maxMsgCount)),
       mInterruptQueue(frameSize(maxMsgSize)),
       mSendMsg(frameSize(maxMsgSize)),
       mReceiveMsg(frameSize(maxMsgSize)),
@@ -81,7 +86,13 @@ int MsgDrivenThread::start(ThreadMsgListener* listener, int watchdog, unsigned i
         return -1;
     }
     mListener = listener;
-    return Thread::start(watchdog, aliveTime, watchdogListener, waitReady, waitTimeout, priority, reserved);
+    bool created = false;
+    int const result = startTelling(&created, watchdog, aliveTime, watchdogListener, waitReady, waitTimeout,
+                                    priority, reserved);
+    if (created && !hasDone(STARTED)) {
+        waitForEnd();  // of the unregistered thread, which ends at once
+    }
+    return result;
 }
 
 int MsgDrivenThread::stop(int wait, unsigned int timeout) {
@@ -211,7 +222,7 @@ int MsgDrivenThread::postThreadCtlMsg(int msgId, int param) {
     ThreadCtlMsg entry;
     entry.mMsgId = msgId;
     entry.mParam = param;
-    if (isTokenPipeFull(writeEnd, mCtlQueue.size()) || !mCtlQueue.pushBack(entry)) {
+    if (!hasRoomForToken(writeEnd) || !mCtlQueue.pushBack(entry)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread(%s) Overflow ThreadCtlMsgQueue  MaxCount:%d MsgId:0x%08x", getName().buffer(),
                static_cast<int>(mCtlQueue.maxSize()), static_cast<unsigned int>(msgId));
@@ -249,7 +260,8 @@ bool MsgDrivenThread::isDataMsgId(int msgId) {
 // The start that made this thread may not have stored the thread's id yet; a handler may ask for it.
 int MsgDrivenThread::execute() {
     waitForStart();
-    int const result = runLoop();
+    // A thread that could not be registered has no id, and nobody could stop it.
+    int const result = getId() != 0 ? runLoop() : -1;
     leaveLoop();
     return result;
 }
@@ -286,7 +298,9 @@ bool MsgDrivenThread::serveToken(PipeToken const& token, StatementInfo const& pl
     if (serveErase() && !peekHead(&head)) {
         return false;
     }
-    serveFind();
+    if (serveFind() && !peekHead(&head)) {
+        return false;
+    }
     if (head.mMsgId == MSG_ID_CTL_WAKE || head.mMsgId != token.mId) {
         return false;
     }
@@ -345,12 +359,14 @@ bool MsgDrivenThread::serveErase() {
     return true;
 }
 
-void MsgDrivenThread::serveFind() {
-    if (isPending(mFindEvent)) {
-        mFindResult = executeFindMsg(mFindJudgement, mPeekTarget);
-        eraseMsgFromCtlQueue(MSG_ID_CTL_WAKE);
-        mFindEvent.setOff();
+bool MsgDrivenThread::serveFind() {
+    if (!isPending(mFindEvent)) {
+        return false;
     }
+    mFindResult = executeFindMsg(mFindJudgement, mPeekTarget);
+    eraseMsgFromCtlQueue(MSG_ID_CTL_WAKE);
+    mFindEvent.setOff();
+    return true;
 }
 
 int MsgDrivenThread::actOn(ThreadCtlMsg const& head) {

@@ -18,14 +18,16 @@ int const mTimerSignal = __libc_current_sigrtmin() + 2;
 
 }  // namespace
 
-void MsgDrivenThread::installTimeoutSignalHandler() {
+bool MsgDrivenThread::installTimeoutSignalHandler() {
     static ProcessWide<TimerHandlerInstallation> installation;
     int error = 0;
     auto const result =
         installation->once(&error, [] { return installTimerHandler(mTimerSignal, TimeoutSignalHandler); });
-    if (result == TimerHandlerInstallation::Result::FAILED) {
-        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "MsgDrivenThread sigaction  errno:%d", error);
+    if (result != TimerHandlerInstallation::Result::FAILED) {
+        return true;
     }
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "MsgDrivenThread sigaction  errno:%d", error);
+    return false;
 }
 
 void MsgDrivenThread::TimeoutSignalHandler(int /*signo*/, siginfo_t* info, void* /*context*/) {
@@ -239,6 +241,7 @@ void MsgDrivenThread::disownCopy(int timerId) {
     if (copy != nullptr) {
         copy->forgetSysTimer();
         copy->mSysParam = nullptr;
+        copy->mRunning.set(new Event(0, 1));
     }
 }
 
@@ -290,7 +293,8 @@ int MsgDrivenThread::getNextSysTimerNumber() {
 // The system timer.
 
 bool MsgDrivenThread::startTimerByTimerInfo(TimerInfo* info) {
-    if (info == nullptr) {
+    // Without the handler the first expiry would end the process.
+    if (info == nullptr || !installTimeoutSignalHandler()) {
         return false;
     }
     timer_t id = timer_t();

@@ -1,10 +1,12 @@
 #include "UtlSystemTimer.h"
 
+#include <pthread.h>
 #include <sched.h>
 
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <new>
 
 #include "UtlMsg.h"
 #include "UtlProcessWide.h"
@@ -49,32 +51,37 @@ TimerSlot* findSlot(int number) {
     return nullptr;
 }
 
-// A free slot of the bucket, a new one where all are taken.
-TimerSlot& freeSlot(int number) {
+// A free slot of the bucket, a new one where all are taken; null if there is no memory for it.
+TimerSlot* freeSlot(int number) {
     TimerSlot* slot = &bucketOf(number);
     while (slot->number != NO_NUMBER) {
         TimerSlot* next = slot->next;
         if (next == nullptr) {
-            next = new TimerSlot;
+            next = new (std::nothrow) TimerSlot;
             slot->next = next;
+        }
+        if (next == nullptr) {
+            return nullptr;
         }
         slot = next;
     }
-    return *slot;
+    return slot;
 }
 
-void addTimer(int number, int writeEnd) {
-    SyncGuard const guard(slotLock());
-    TimerSlot& slot = freeSlot(number);
-    slot.writeEnd = writeEnd;
-    slot.waiting = 0;
-    slot.number = number;
+bool addTimer(int number, int writeEnd) {
+    TimerSlot* const slot = freeSlot(number);
+    if (slot == nullptr) {
+        return false;
+    }
+    slot->writeEnd = writeEnd;
+    slot->waiting = 0;
+    slot->number = number;
+    return true;
 }
 
 // A handler enters first and looks then; so once the number is gone and nobody is inside, nobody will write.
 // A handler never waits: this ends.
 void removeTimer(int number) {
-    SyncGuard const guard(slotLock());
     TimerSlot* const slot = findSlot(number);
     if (slot == nullptr) {
         return;
@@ -85,20 +92,39 @@ void removeTimer(int number) {
     }
 }
 
-// A pipe without room for certain counts as full: the timer expires again, and a handler must not wait.
+// The slot may have passed to another timer meanwhile, whose count starts anew.
+void takeOne(std::atomic<unsigned int>& count) {
+    unsigned int before = count;
+    while (before != 0 && !count.compare_exchange_weak(before, before - 1)) {
+    }
+}
+
+// Only so many tokens of one timer wait at a time; see TIMER_TOKENS_MAX.
 bool writeTokenOf(TimerSlot& slot, int number, int writeEnd, TokenIo* io) {
-    if (slot.number != number || slot.writeEnd != writeEnd || slot.waiting >= TIMER_TOKENS_MAX ||
-        !hasRoomForToken(writeEnd)) {
+    if (slot.number != number || slot.writeEnd != writeEnd || slot.waiting >= TIMER_TOKENS_MAX) {
         return true;
     }
     ++slot.waiting;
-    *io = writeToken(writeEnd, {MSG_ID_TIMEOUT_SIGNAL, number});
-    if (!io->isWhole()) {
-        --slot.waiting;
-        return false;
+    bool written = false;
+    bool const isDone = writeTokenFromHandler(writeEnd, {MSG_ID_TIMEOUT_SIGNAL, number}, io, &written);
+    if (!written) {
+        takeOne(slot.waiting);
     }
-    return true;
+    return isDone;
 }
+
+// A child process has none of its parent's timers, and its own begin with the same numbers.
+void forgetTimersInChild() {
+    for (TimerSlot& bucket : gBuckets) {
+        for (TimerSlot* slot = &bucket; slot != nullptr; slot = slot->next) {
+            slot->number = NO_NUMBER;
+            slot->handlers = 0;
+        }
+    }
+    new (&slotLock()) SyncObject;
+}
+
+[[maybe_unused]] int const gForkIsSeen = pthread_atfork(nullptr, nullptr, forgetTimersInChild);
 
 }  // namespace
 
@@ -112,13 +138,18 @@ int createSystemTimer(int signalNumber, int writeEnd, timer_t* id, int* number) 
     event.sigev_notify = SIGEV_SIGNAL;
     event.sigev_signo = signalNumber;
     event.sigev_value.sival_int = writeEnd;
+    // The kernel may give the number of a timer that is just being deleted.
+    SyncGuard const guard(slotLock());
     timer_t created;
     if (timer_create(CLOCK_MONOTONIC, &event, &created) != 0) {
         return errno;
     }
+    if (!addTimer(kernelTimerNumber(created), writeEnd)) {
+        timer_delete(created);
+        return ENOMEM;
+    }
     *id = created;
     *number = kernelTimerNumber(created);
-    addTimer(*number, writeEnd);
     return 0;
 }
 
@@ -132,6 +163,7 @@ int armSystemTimer(timer_t id, unsigned int milliseconds) {
 }
 
 int deleteSystemTimer(timer_t id, int number) {
+    SyncGuard const guard(slotLock());
     if (timer_delete(id) != 0) {
         return errno;
     }
@@ -141,8 +173,8 @@ int deleteSystemTimer(timer_t id, int number) {
 
 void acknowledgeTimerToken(int number) {
     TimerSlot* const slot = findSlot(number);
-    if (slot != nullptr && slot->waiting != 0) {
-        --slot->waiting;
+    if (slot != nullptr) {
+        takeOne(slot->waiting);
     }
 }
 

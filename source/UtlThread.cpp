@@ -41,11 +41,20 @@ Thread::Thread(char const* name, Command* command)
 
 Thread::~Thread() {
     stop(1, 0);
-    waitForEnd();
+    if (hasDone(STARTED)) {
+        waitForEnd();
+    }
 }
 
 int Thread::start(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener, int waitReady,
-                  unsigned int waitTimeout, ThreadPriority const& priority, unsigned int /*reserved*/) {
+                  unsigned int waitTimeout, ThreadPriority const& priority, unsigned int reserved) {
+    bool created = false;
+    return startTelling(&created, watchdog, aliveTime, listener, waitReady, waitTimeout, priority, reserved);
+}
+
+int Thread::startTelling(bool* created, int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
+                         int waitReady, unsigned int waitTimeout, ThreadPriority const& priority,
+                         unsigned int /*reserved*/) {
     SyncGuard const guard(mSyncObject);
     if (hasDone(STARTED)) {
         return -1;
@@ -53,6 +62,7 @@ int Thread::start(int watchdog, unsigned int aliveTime, WatchdogTimerListener* l
     StartCell cell(this);
     mId = ThreadManager::get()->entryTelling(cell.taken(), startImpl, cell.get(), watchdog, aliveTime,
                                              listener, mName.buffer(), priority);
+    *created = *cell.taken();
     if (mId == 0) {
         return -1;
     }
@@ -169,8 +179,8 @@ void Thread::sleep(unsigned int ms) {
 void Thread::waitForEnd() {
     if (hasDone(STARTED)) {
         waitTo(FINISHED, 0);
-        waitUntilOn(mMilestones[FINISHED], 0);
     }
+    waitUntilOn(mMilestones[FINISHED], 0);
 }
 
 void Thread::waitForStart() const {

@@ -1,8 +1,8 @@
 #include "UtlTokenPipe.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/ioctl.h>
+#include <pthread.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -17,41 +17,137 @@ static_assert(sizeof(PipeToken) == 8, "a token is 8 bytes");
 
 namespace {
 
-// What a pipe of the default size holds for certain. It is kept in pages, and a page whose front has been
-// read is still taken, so one page less than all of them.
-constexpr unsigned int SAFE_TOKENS = 15 * 4096 / sizeof(PipeToken);
+constexpr unsigned int TOKEN_BYTES = sizeof(PipeToken);
 
-// The same margin, in bytes, for a pipe of any size.
-unsigned long long pipeBytesFor(unsigned int tokens) {
-    return 1ULL * tokens * sizeof(PipeToken) + getpagesize();
+// What is known of an open pipe, under the number of either end. Signal handlers look here, so it is never
+// freed, and a place serves one pipe after the other.
+struct PipeState {
+    std::atomic<bool> isOpen{false};
+    std::atomic<int> writeEnd{-1};
+    std::atomic<unsigned int> capacity{0};  // tokens, for certain
+    std::atomic<unsigned int> tokens{0};    // in the pipe, or about to be
+    std::atomic<unsigned int> handlers{0};  // signal handlers that are writing
+};
+
+constexpr unsigned int CHUNK_SIZE = 1024;
+constexpr unsigned int CHUNK_COUNT = 1024;
+
+PipeState gFirstChunk[CHUNK_SIZE];
+std::atomic<PipeState*> gChunks[CHUNK_COUNT] = {gFirstChunk};
+
+PipeState* stateOf(int handle) {
+    unsigned int const number = static_cast<unsigned int>(handle);
+    if (number / CHUNK_SIZE >= CHUNK_COUNT) {
+        return nullptr;
+    }
+    PipeState* const chunk = gChunks[number / CHUNK_SIZE];
+    return chunk != nullptr ? chunk + number % CHUNK_SIZE : nullptr;
+}
+
+// False for a number beyond those that a process can have.
+bool makeRoomForState(int handle) {
+    unsigned int const chunk = static_cast<unsigned int>(handle) / CHUNK_SIZE;
+    if (chunk >= CHUNK_COUNT) {
+        return false;
+    }
+    if (gChunks[chunk] == nullptr) {
+        auto* const made = new PipeState[CHUNK_SIZE];
+        PipeState* none = nullptr;
+        if (!gChunks[chunk].compare_exchange_strong(none, made)) {
+            delete[] made;
+        }
+    }
+    return true;
+}
+
+PipeState* openStateOf(int handle) {
+    PipeState* const state = stateOf(handle);
+    return state != nullptr && state->isOpen ? state : nullptr;
+}
+
+// A pipe is kept in pages, and a page whose front has been read is still taken: one page is never certain.
+unsigned int certainTokens(int handle) {
+    int const bytes = fcntl(handle, F_GETPIPE_SZ);
+    int const certain = bytes - getpagesize();
+    return certain > 0 ? static_cast<unsigned int>(certain) / TOKEN_BYTES : 0;
 }
 
 // A pipe that the system does not allow at that size gets the largest that it allows.
 void enlarge(int handle, unsigned int tokens) {
     constexpr unsigned long long LARGEST = 1U << 30;
-    unsigned long long bytes = pipeBytesFor(tokens);
+    unsigned long long bytes = 1ULL * tokens * TOKEN_BYTES + static_cast<unsigned int>(getpagesize());
     bytes = bytes < LARGEST ? bytes : LARGEST;
-    while (fcntl(handle, F_SETPIPE_SZ, static_cast<int>(bytes)) < 0 &&
-           bytes > SAFE_TOKENS * sizeof(PipeToken)) {
+    while (certainTokens(handle) < tokens && bytes > static_cast<unsigned int>(getpagesize())) {
+        fcntl(handle, F_SETPIPE_SZ, static_cast<int>(bytes));
         bytes /= 2;
+    }
+}
+
+void openState(int handle, int writeEnd, unsigned int capacity) {
+    PipeState& state = *stateOf(handle);
+    state.writeEnd = writeEnd;
+    state.capacity = capacity;
+    state.tokens = 0;
+    state.isOpen = true;
+}
+
+// When this returns, no handler writes to the pipe and none will. A handler enters first and looks then; none
+// of them waits for anything.
+void closeState(int handle) {
+    PipeState* const state = stateOf(handle);
+    if (state != nullptr) {
+        state->isOpen = false;
+        while (state->handlers != 0) {
+            sched_yield();
+        }
+    }
+}
+
+// A handler of another thread is not there to finish in a child process.
+void forgetHandlersInChild() {
+    for (std::atomic<PipeState*>& chunk : gChunks) {
+        PipeState* const states = chunk;
+        for (unsigned int i = 0; states != nullptr && i < CHUNK_SIZE; ++i) {
+            states[i].handlers = 0;
+        }
+    }
+}
+
+[[maybe_unused]] int const gForkIsSeen = pthread_atfork(nullptr, nullptr, forgetHandlersInChild);
+
+TokenIo writeCounted(PipeState& state, int writeEnd, PipeToken const& token) {
+    ssize_t const ret = write(writeEnd, &token, TOKEN_BYTES);
+    TokenIo const io = {static_cast<unsigned int>(ret), errno};
+    if (!io.isWhole()) {
+        --state.tokens;
+    }
+    return io;
+}
+
+// A token that was read out of the pipe.
+void countRead(int readEnd) {
+    PipeState const* const reader = openStateOf(readEnd);
+    PipeState* const state = reader != nullptr ? openStateOf(reader->writeEnd) : nullptr;
+    if (state != nullptr) {
+        --state->tokens;
     }
 }
 
 // Waits in `read` with the thread off the watchdog's list. `errno` belongs to the read, whatever the reports
 // do.
 TokenIo readUnwatched(StatementInfo const& place, int handle, PipeToken* token) {
-    ThreadManager* const manager = ThreadManager::get();
-    bool const watched = manager->isRegisteredWatchdog(0);
+    bool const watched = ThreadManager::get()->isRegisteredWatchdog(0);
     if (watched) {
-        manager->keepAliveWatchdog(place);
-        manager->stopWatchdog(0);
+        ThreadManager::get()->keepAliveWatchdog(place);
+        ThreadManager::get()->stopWatchdog(0);
     }
     errno = 0;
     ssize_t const ret = read(handle, token, sizeof(*token));
     TokenIo const io = {static_cast<unsigned int>(ret), errno};
     if (watched) {
-        manager->startWatchdog(0);
-        manager->keepAliveWatchdog(place);
+        // The manager of before may be gone.
+        ThreadManager::get()->startWatchdog(0);
+        ThreadManager::get()->keepAliveWatchdog(place);
     }
     return io;
 }
@@ -60,17 +156,23 @@ TokenIo readUnwatched(StatementInfo const& place, int handle, PipeToken* token) 
 
 int openTokenPipe(TokenPipe& ends, unsigned int tokens) {
     int handles[2] = {-1, -1};
+    ends[0] = -1;
+    ends[1] = -1;
     if (pipe(handles) != 0) {
-        int const error = errno;
-        ends[0] = -1;
-        ends[1] = -1;
-        return error;
+        return errno;
     }
     for (int const handle : handles) {
         fcntl(handle, F_SETFD, FD_CLOEXEC);
+        if (!makeRoomForState(handle)) {
+            close(handles[0]);
+            close(handles[1]);
+            return EMFILE;
+        }
     }
-    if (tokens > SAFE_TOKENS) {
-        enlarge(handles[1], tokens);
+    enlarge(handles[1], tokens);
+    unsigned int const capacity = certainTokens(handles[1]);
+    for (int const handle : handles) {
+        openState(handle, handles[1], capacity);
     }
     ends[0] = handles[0];
     ends[1] = handles[1];
@@ -81,39 +183,52 @@ ClosingTokenPipe::ClosingTokenPipe(TokenPipe& ends)
     : mReadEnd(ends[0].exchange(-1)), mWriteEnd(ends[1].exchange(-1)) {}
 
 ClosingTokenPipe::~ClosingTokenPipe() {
-    for (int const handle : {mReadEnd, mWriteEnd}) {
+    for (int const handle : {mWriteEnd, mReadEnd}) {
         if (handle != -1) {
+            closeState(handle);
             close(handle);
         }
     }
 }
 
 void ClosingTokenPipe::wakeReader() const {
-    if (hasRoomForToken(mWriteEnd)) {
+    if (mWriteEnd != -1 && hasRoomForToken(mWriteEnd)) {
         writeToken(mWriteEnd, PipeToken());
     }
 }
 
 bool hasRoomForToken(int writeEnd) {
-    pollfd end = {writeEnd, POLLOUT, 0};
-    return poll(&end, 1, 0) == 1 && (end.revents & POLLOUT) != 0;
-}
-
-bool isTokenPipeFull(int writeEnd, unsigned int waiting) {
-    if (waiting < SAFE_TOKENS) {
-        return false;
-    }
-    int used = 0;
-    int const size = fcntl(writeEnd, F_GETPIPE_SZ);
-    if (size < 0 || ioctl(writeEnd, FIONREAD, &used) != 0) {
-        return false;
-    }
-    return used + static_cast<int>(sizeof(PipeToken)) + getpagesize() > size;
+    PipeState const* const state = openStateOf(writeEnd);
+    return state == nullptr || state->tokens < state->capacity;
 }
 
 TokenIo writeToken(int writeEnd, PipeToken const& token) {
-    ssize_t const ret = write(writeEnd, &token, sizeof(token));
-    return {static_cast<unsigned int>(ret), errno};
+    PipeState* const state = openStateOf(writeEnd);
+    if (state == nullptr) {
+        return {static_cast<unsigned int>(-1), EBADF};
+    }
+    ++state->tokens;
+    return writeCounted(*state, writeEnd, token);
+}
+
+bool writeTokenFromHandler(int writeEnd, PipeToken const& token, TokenIo* io, bool* written) {
+    *written = false;
+    PipeState* const state = stateOf(writeEnd);
+    if (state == nullptr) {
+        return true;
+    }
+    ++state->handlers;
+    bool isDone = true;
+    if (state->isOpen) {
+        if (++state->tokens > state->capacity) {
+            --state->tokens;
+        } else {
+            *io = writeCounted(*state, writeEnd, token);
+            *written = isDone = io->isWhole();
+        }
+    }
+    --state->handlers;
+    return isDone;
 }
 
 bool readToken(char const* owner, char const* name, StatementInfo const& place,
@@ -122,6 +237,7 @@ bool readToken(char const* owner, char const* name, StatementInfo const& place,
         *token = PipeToken();
         TokenIo const io = readUnwatched(place, readEnd, token);
         if (io.isWhole()) {
+            countRead(readEnd);
             return true;
         }
         if (io.mErrno != EINTR) {

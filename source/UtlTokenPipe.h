@@ -49,15 +49,18 @@ class [[nodiscard]] ClosingTokenPipe {
     int const mWriteEnd;
 };
 
-/// True when a token can be written without waiting, for certain.
+/// False when one more token could block its writer. Tokens are counted from `write` to `read`, whoever
+/// writes them: those of entries that were erased and of timers that are gone stay in the pipe until they are
+/// read.
 bool hasRoomForToken(int writeEnd);
 
-/// True when the pipe may not take one more token without blocking. Worth asking only where `waiting` tokens,
-/// the number that the caller knows of, come near to what a pipe holds by default.
-bool isTokenPipeFull(int writeEnd, unsigned int waiting);
-
-/// Writes one token. Safe in a signal handler.
+/// Writes one token; blocks where there is no room for it.
 TokenIo writeToken(int writeEnd, PipeToken const& token);
+
+/// Writes one token from a signal handler, which must not block: without room for it, or where the pipe is
+/// gone and its descriptor may mean another file by now, nothing is written and true is given. False, with
+/// the outcome in `*io`, when a write failed.
+bool writeTokenFromHandler(int writeEnd, PipeToken const& token, TokenIo* io, bool* written);
 
 /// Reads one token; waits for it. A thread under the watchdog is not watched meanwhile and reports `place`
 /// before and after. An interrupted read is logged and repeated. False when the pipe gave anything but a
