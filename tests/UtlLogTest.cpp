@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "TestExit.h"
 #include "TestHooks.h"
 #include "TestLog.h"
 #include "UtlLogStampCache.h"
@@ -1036,6 +1037,19 @@ TEST(LogAtExit, AStaticObjectAndAnExitHandler_MayStillLog) {
             static LogsAtItsEnd const object;
             std::atexit([] { applog(LIBRARY, 1, "exit handler"); });
             std::exit(3);
+        },
+        testing::ExitedWithCode(3), "");
+}
+
+TEST(LogAtExit, ItsTableAndLocksAreNeverDestroyed) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            silenceStandardOutput();
+            utltest::exitAndCheckLast([] {
+                applog(LIBRARY, 1, "the very last");
+                return registerLogType(32, "late ", 3) == 1 && getFilterLevel(32) == 3;
+            });
         },
         testing::ExitedWithCode(3), "");
 }

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "TestExit.h"
 #include "TestHooks.h"
 #include "TestLog.h"
 
@@ -424,8 +425,12 @@ TEST(CounterIds, CanBeUsedBeforeMain) {
     EXPECT_NE(gBeforeMain.elapsed, INVALID);
 }
 
+bool canUseId(unsigned int id) {
+    return TimeCounter::start(id) && TimeCounter::watch(id) != INVALID && TimeCounter::stop(id) != INVALID;
+}
+
 void useId(unsigned int id) {
-    if (!TimeCounter::start(id) || TimeCounter::watch(id) == INVALID || TimeCounter::stop(id) == INVALID) {
+    if (!canUseId(id)) {
         _exit(1);
     }
 }
@@ -444,6 +449,11 @@ TEST(CounterIds, CanBeUsedByAStaticObjectAndAnExitHandler) {
             std::exit(3);
         },
         testing::ExitedWithCode(3), "");
+}
+
+TEST(CounterIds, AreNeverDestroyed) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(utltest::exitAndCheckLast([] { return canUseId(1); }), testing::ExitedWithCode(3), "");
 }
 
 TEST(CounterIds, CanBeUsedByThreadsWhileTheProcessEnds) {

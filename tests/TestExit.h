@@ -1,0 +1,27 @@
+#pragma once
+
+#include <stdio.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "TestHooks.h"
+
+namespace utltest {
+
+/// Exits with 3 if `work`, which comes behind every exit handler and every destructor, could still use the
+/// library, and the library had destroyed no mutex by then; with 1 otherwise. The last that a process does is
+/// to flush its streams: `work` is called by one of them.
+[[noreturn]] inline void exitAndCheckLast(bool (*work)()) {
+    static bool (*theWork)();
+    theWork = work;
+    hooks::mutexDestroy.reset();
+    cookie_io_functions_t functions = {};
+    functions.write = [](void*, char const*, size_t) -> ssize_t {
+        _exit(theWork() && hooks::mutexDestroy.calls() == 0 ? 3 : 1);
+    };
+    std::fputc('x', fopencookie(nullptr, "w", functions));
+    std::exit(2);
+}
+
+}  // namespace utltest
