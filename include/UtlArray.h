@@ -11,10 +11,10 @@ namespace utl {
 /// Sequence in one block of storage that grows by exactly what is needed, or not at all; *external lock
 /// needed*, because it holds none.
 ///
-/// All `maxSize()` slots hold default-constructed objects at all times. Storing is copy assignment onto a
-/// slot; removing destroys nothing, so a slot beyond `size()` keeps what it last held until it is assigned
-/// again or the storage is given back. `T` needs a default constructor and a copy assignment. What a pointer
-/// element refers to stays the caller's.
+/// Slots are made and destroyed with the storage, all `maxSize()` together, and only assigned in between. So
+/// `T` needs a default constructor and a copy assignment, and an element that was removed lives on in its
+/// slot, with all that it owns, until another is put there or the storage goes. What a pointer element
+/// refers to stays the caller's.
 ///
 /// A failed allocation that throws leaves through every operation that allocates. An element type whose own
 /// `operator new[]` gives null instead makes that operation give false.

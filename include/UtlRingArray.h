@@ -26,9 +26,9 @@ UTL_API unsigned int checkedRingCount(unsigned int count, unsigned int elementBy
 /// Circular sequence in one block of storage that never grows and never overwrites; *external lock needed*,
 /// because it holds none. No operation allocates after the construction.
 ///
-/// All `maxSize()` slots hold default-constructed objects at all times; elements of plain types start with
-/// no particular value. Storing is copy assignment onto a slot, and removing destroys nothing. `T` needs a
-/// default constructor and a copy assignment.
+/// Slots are made and destroyed with the storage, all `maxSize()` together, and only assigned in between; in
+/// plain types they start with no particular value. So `T` needs a default constructor and a copy
+/// assignment, and an element that was removed lives on in its slot until another is put there.
 template <typename T, typename ARG = T const&>
 class UTL_API RingArray {
   public:

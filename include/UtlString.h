@@ -15,6 +15,9 @@ namespace utl {
 // - A destination size of 0 asks for the size that would be needed; the destination may then be null.
 // - `truncate` 1 cuts text that does not fit behind the last character that does; any other value refuses
 //   such text with `INVALID_SIZE` and leaves the destination alone.
+// - Malformed bytes give `INVALID_SIZE` with `truncate` 1 wherever the walk to the cut, or to the end of text
+//   that fits, meets them; otherwise only where the copy would have to end inside them and nothing in front
+//   of that place can start a character.
 // - A length of `INVALID_SIZE` means to the end; lengths, positions and sizes count bytes.
 // - Source and destination may overlap in `copyStrBase`, `t_strncpy` and `copyGeneral`, and nowhere else.
 //
@@ -40,9 +43,8 @@ template <typename T>
 UTL_API unsigned int getNearCharIndex(T const* text, unsigned int index, unsigned int direction);
 
 /// Copies at most `length` bytes of `src`, less those of a character that `length` would split. A `length` of
-/// 0 gives 0 and leaves even the terminator of `dst` alone. `INVALID_SIZE` for null, for text that does not
-/// fit, and for malformed bytes: with `truncate` 1 wherever the walk to the cut meets them, otherwise only
-/// when nothing before the cut can start a character.
+/// 0 gives 0 and leaves even the terminator of `dst` alone. `INVALID_SIZE` for null and for text that does
+/// not fit.
 template <typename T>
 UTL_API unsigned int copyStrBase(T* dst, unsigned int dstSize, T const* src, unsigned int length,
                                  int truncate);
@@ -78,11 +80,12 @@ UTL_API unsigned int formatStr<char>(char* dst, unsigned int dstSize, char const
 template <typename T>
 UTL_API unsigned int t_strstr(T const* text, T const* sub);
 
-/// Offset of the last byte of the last `sub` that ends at the byte `start` or before; a `start` at or beyond
-/// the last byte means anywhere. `*next` becomes the offset of the byte in front of the match, to go on from.
-/// It is `INVALID_SIZE` for a match at the very beginning and for none, which has to end a loop: as a `start`
-/// it would mean anywhere again. An empty `sub` gives the length of `text` and a `*next` one less. Null,
-/// malformed and too long text gives `INVALID_SIZE` and leaves `*next` alone.
+/// Searches backwards from the byte `start`, which is the last that a match may cover; a `start` at or beyond
+/// the end means anywhere. Gives where the match ends: its last byte, not the one behind. `*next` becomes the
+/// offset of the byte in front of the match, to go on from. It is `INVALID_SIZE` for a match at the very
+/// beginning and for none, which has to end a loop: as a `start` it would mean anywhere again. An empty `sub`
+/// gives the length of `text` and a `*next` one less. Null, malformed and too long text gives `INVALID_SIZE`
+/// and leaves `*next` alone.
 template <typename T>
 UTL_API unsigned int findReverseStr(T const* text, T const* sub, unsigned int start,
                                     unsigned int* next = nullptr);
@@ -99,8 +102,9 @@ UTL_API unsigned int findReverseChar(T const* text, T const* chars, unsigned int
 template <typename T>
 UTL_API unsigned int t_strspn(T const* text, T const* set);
 
-/// Offset of the first character of `text` that is in `set`, or the length of `text`, 0 for null. Malformed
-/// bytes of `text` are stepped over; the set ends in front of the character that a malformed byte follows.
+/// How many bytes of `text` lie in front of the first member of `set`; all of them if there is none, 0 for
+/// null. Malformed bytes of `text` count and are no members. A malformed byte in `set` ends it, and the
+/// character right before that byte is no member either.
 template <typename T>
 UTL_API unsigned int t_strcspn(T const* text, T const* set);
 
@@ -121,7 +125,8 @@ template <typename T>
 UTL_API unsigned int truncateStr(T* text, unsigned int length);
 
 /// Takes `length` bytes out of `text` at `pos`. A `pos` inside a character keeps none of it before the gap.
-/// `INVALID_SIZE` for null, a `pos` beyond the end, and a gap with nothing but malformed bytes before it.
+/// `INVALID_SIZE` for null, a `pos` beyond the end, and one from which stepping back, down to the start of
+/// the text, finds no byte that can start a character; a `pos` of 0 is not stepped back from.
 template <typename T>
 UTL_API unsigned int eraseStrSpan(T* text, unsigned int pos, unsigned int length);
 
