@@ -59,9 +59,9 @@ class UTL_API BasicString {
     static T mEmptyChar;
     static wchar_t mEmptyWChar;
 
-    /// The empty text that strings share. It is filled before any code runs; users still take a null
-    /// `mNarrow` for "not available yet", so that a table that is built first does no harm.
-    static DualType<char const*, wchar_t const*> EMPTY_STR;
+    /// The empty text that strings share. It is filled before any code runs and never destroyed; users still
+    /// take a null `mNarrow` for "not available yet", so that a table that is built first does no harm.
+    static DualType<char const*, wchar_t const*>& EMPTY_STR;
 
     /// An empty string of capacity 1; allocates nothing.
     BasicString();
@@ -90,21 +90,25 @@ class UTL_API BasicString {
 
     /// Makes this at most the first `length` bytes of `text`, all with `INVALID_SIZE`. With `truncate` 1 what
     /// does not fit is cut off behind the last character that does. False, with the old text kept, for null,
-    /// for text that does not fit with any other `truncate`, and for malformed text that has no place for the
-    /// cut. A `length` of 0 gives true and keeps the old text: callers that build a text piece by piece rely
-    /// on an empty piece doing no harm. An empty `text` makes the string empty, but is refused without
+    /// for text that does not fit with any other `truncate`, and for malformed bytes: with `truncate` 1
+    /// wherever the walk to the cut meets them, otherwise only when nothing before the cut can start a
+    /// character. A `length` of 0 gives true and keeps the old text: callers that build a text piece by piece
+    /// rely on an empty piece doing no harm. An empty `text` makes the string empty, but is refused without
     /// `truncate` where `length` is neither `INVALID_SIZE` nor below the capacity.
     bool copy(T const* text, unsigned int length, int truncate);
 
     /// Replaces each `from` by `to` with the rules of `replaceStr`: an empty `to` drops everything from the
     /// first match on. Works on up to 10239 bytes of text. False for null, which changes nothing, for longer
-    /// text, and for a result that does not fit, after which the string holds a part of it. `from` and `to`
+    /// text, for a result that does not fit, and with `truncate` 1 for malformed bytes in front of the
+    /// cut or the end; after these two the string holds a part of the result. `from` and `to`
     /// must not be parts of this string. Waits for other users of the `WorkingBuffer`.
     bool replace(T const* from, T const* to, int truncate);
 
     /// Makes the capacity `maxSize` and keeps the characters that fit. 0 and 1 empty the string and give its
-    /// buffer back. False if no text could be kept although there was one (malformed bytes alone), or if
-    /// there is no buffer.
+    /// buffer back; while there is no `EMPTY_STR` they give false and the buffer stays, with a capacity of 1.
+    /// False if no text could be kept although there was one (malformed bytes alone). False also if the
+    /// allocator gave null: `maxSize()` then tells the new capacity, but there is no buffer until `resizeMax`
+    /// with another capacity succeeds; with the same one it gives true and does nothing.
     bool resizeMax(unsigned int maxSize);
 
     /// The text, valid until the string changes; null if there is no buffer.

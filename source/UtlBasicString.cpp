@@ -35,6 +35,19 @@ unsigned int countMatches(char const* text, char const* from) {
     return count;
 }
 
+using EmptyTexts = DualType<char const*, wchar_t const*>;
+
+/// Holds the empty texts from the first moment on, and for ever: threads may still make strings while the
+/// process runs its exit handlers, and a union's member is destroyed by nobody.
+union UndestroyedEmptyTexts {
+    constexpr UndestroyedEmptyTexts(char const* narrow, wchar_t const* wide) : texts(narrow, wide) {}
+    ~UndestroyedEmptyTexts() {}
+
+    EmptyTexts texts;
+};
+
+UndestroyedEmptyTexts gEmptyTexts(&BasicString<char>::mEmptyChar, &BasicString<char>::mEmptyWChar);
+
 }  // namespace
 
 template <typename T>
@@ -44,8 +57,7 @@ template <typename T>
 wchar_t BasicString<T>::mEmptyWChar = 0;
 
 template <typename T>
-DualType<char const*, wchar_t const*> BasicString<T>::EMPTY_STR(&BasicString<T>::mEmptyChar,
-                                                                &BasicString<T>::mEmptyWChar);
+DualType<char const*, wchar_t const*>& BasicString<T>::EMPTY_STR = gEmptyTexts.texts;
 
 template <typename T>
 BasicString<T>::BasicString() : mBuffer(nullptr), mMaxSize(1), mAutoResize(0), mShared(false) {

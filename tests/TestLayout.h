@@ -15,4 +15,25 @@ std::size_t slotOf(MEMBER member) {
     return distance / sizeof(void*);
 }
 
+/// Where `part`, a field of `object` or a field of its field, begins in it.
+template <typename OBJECT, typename PART>
+std::size_t offsetIn(OBJECT const& object, PART const& part) {
+    return static_cast<std::size_t>(reinterpret_cast<char const*>(&part) -
+                                    reinterpret_cast<char const*>(&object));
+}
+
+/// What stands at `offset` of `object`, as a field of type `FIELD`; for fields that only their class reaches.
+template <typename FIELD, typename OBJECT>
+FIELD fieldAt(OBJECT const& object, std::size_t offset) {
+    FIELD field;
+    std::memcpy(&field, reinterpret_cast<char const*>(&object) + offset, sizeof(field));
+    return field;
+}
+
+/// Where the fields of a class begin that has virtual operations and no base class.
+constexpr std::size_t FIRST_FIELD = sizeof(void*);
+
+/// Where the fields behind a leading pointer begin.
+constexpr std::size_t BEHIND_POINTER = FIRST_FIELD + sizeof(void*);
+
 }  // namespace utltest

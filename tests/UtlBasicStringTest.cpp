@@ -9,6 +9,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "TestLayout.h"
+#include "TestScratch.h"
 #include "UtlPlatform.h"
 
 namespace {
@@ -77,6 +79,9 @@ bool isShared(String const& text) {
     return text.buffer() == String::EMPTY_STR.mNarrow;
 }
 
+// An object of this type would be destroyed while threads still make strings.
+static_assert(std::is_reference_v<decltype(String::EMPTY_STR)>);
+
 TEST(EmptyStr, PointsAtTheZeroCharacters) {
     EXPECT_EQ(String::EMPTY_STR.mNarrow, &String::mEmptyChar);
     EXPECT_EQ(String::EMPTY_STR.mWide, &String::mEmptyWChar);
@@ -100,6 +105,12 @@ TEST(DualType, DefaultConstructed_IsNullInBothForms) {
     EXPECT_EQ(slot.mWide, nullptr);
 }
 
+TEST(DualType, Fields_StandInTheOrderNarrowWide) {
+    utl::DualType<char const*, wchar_t const*> const slot;
+    EXPECT_EQ(utltest::offsetIn(slot, slot.mNarrow), utltest::FIRST_FIELD);
+    EXPECT_EQ(utltest::offsetIn(slot, slot.mWide), utltest::BEHIND_POINTER);
+}
+
 TEST(DualType, HasAVirtualDestructor) {
     EXPECT_TRUE((std::has_virtual_destructor_v<utl::DualType<char const*, wchar_t const*>>));
 }
@@ -114,6 +125,24 @@ TEST(Range, DefaultConstructed_IsTheZeroCharacterAlone) {
     utl::Range<char> const range;
     EXPECT_EQ(range.mLow, '\0');
     EXPECT_EQ(range.mHigh, '\0');
+}
+
+TEST(Range, Fields_StandInTheOrderLowHigh) {
+    utl::Range<char> const range;
+    EXPECT_EQ(utltest::offsetIn(range, range.mLow), utltest::FIRST_FIELD);
+    EXPECT_EQ(utltest::offsetIn(range, range.mHigh), utltest::FIRST_FIELD + 1);
+}
+
+static_assert(std::has_virtual_destructor_v<utl::Range<char>>);
+
+TEST(BasicString, Fields_StandInTheOrderBufferCapacityPolicySharing) {
+    String const owning("abc", 10, 5);
+    EXPECT_EQ(utltest::fieldAt<char const*>(owning, utltest::FIRST_FIELD), owning.buffer());
+    EXPECT_EQ(utltest::fieldAt<unsigned int>(owning, utltest::BEHIND_POINTER), 10U);
+    EXPECT_EQ(utltest::fieldAt<int>(owning, utltest::BEHIND_POINTER + 4), 5);
+    EXPECT_EQ(utltest::fieldAt<unsigned char>(owning, utltest::BEHIND_POINTER + 8), 0U);
+    String const sharing;
+    EXPECT_EQ(utltest::fieldAt<unsigned char>(sharing, utltest::BEHIND_POINTER + 8), 1U);
 }
 
 TEST(BasicString, DefaultConstructed_IsEmptyOfCapacityOneAndCostsNoAllocation) {
@@ -523,12 +552,44 @@ TEST(BasicString, Replace_WithAutoResizeAndAShorterText_KeepsTheCapacity) {
 }
 
 TEST(BasicString, Replace_BeyondAFixedCapacity_FailsOrCutsAsTruncateSays) {
-    String text("aXbX", 0, 0);
-    EXPECT_FALSE(text.replace("X", "--", 0));
-    text = "aXbX";
-    EXPECT_TRUE(text.replace("X", "--", 1));
-    EXPECT_STREQ(text.buffer(), "a--b");
-    EXPECT_EQ(text.maxSize(), 5U);
+    for (int autoResize : {0, 2, -1}) {
+        String text("aXbX", 0, autoResize);
+        for (int truncate : {0, 2, -1}) {
+            text = "aXbX";
+            EXPECT_FALSE(text.replace("X", "--", truncate)) << autoResize;
+            EXPECT_EQ(text.maxSize(), 5U);
+        }
+        text = "aXbX";
+        EXPECT_TRUE(text.replace("X", "--", 1));
+        EXPECT_STREQ(text.buffer(), "a--b");
+        EXPECT_EQ(text.maxSize(), 5U);
+    }
+}
+
+TEST(BasicString, Replace_WithAutoResizeAndTruncate_GrowsAndCutsNothing) {
+    String text("aXbX", 0, 1);
+    EXPECT_TRUE(text.replace("X", "---", 1));
+    EXPECT_STREQ(text.buffer(), "a---b---");
+    EXPECT_EQ(text.maxSize(), 9U);
+}
+
+TEST(BasicString, Replace_InMalformedText_FailsOnlyWhereTheWalkToTheCutMeetsIt) {
+    for (char const* malformed : {"aXb\x80", "aX\xE3\x81"}) {
+        String text(malformed, 20, 0);
+        EXPECT_FALSE(text.replace("X", "Y", 1)) << malformed;
+        text = malformed;
+        EXPECT_TRUE(text.replace("X", "Y", 0)) << malformed;
+        EXPECT_EQ(text.length(), std::string(malformed).size());
+    }
+    String cut("aXbc\x80");
+    EXPECT_TRUE(cut.replace("X", "---", 1));
+    EXPECT_STREQ(cut.buffer(), "a---b");
+}
+
+TEST(BasicString, Replace_WaitsForTheHolderOfScratch) {
+    String text("aXb");
+    EXPECT_TRUE(utltest::waitsForScratch([&] { text.replace("X", "Y", 0); }));
+    EXPECT_STREQ(text.buffer(), "aYb");
 }
 
 TEST(BasicString, Replace_ThatFails_LeavesWhatWasWrittenSoFar) {
@@ -637,11 +698,21 @@ TEST(BasicString, ResizeMax_ToZeroOfASharingString_KeepsItSharing) {
     EXPECT_EQ(gArrayDeletions, deletions);
 }
 
-TEST(BasicString, ResizeMax_ToOneBeforeTheEmptyTextIsThere_IsFalse) {
+TEST(BasicString, ResizeMax_ToZeroOrOneBeforeTheEmptyTextIsThere_IsFalseAndKeepsTheBuffer) {
     NoEmptyTextScope const scope;
-    String text("abc");
-    EXPECT_FALSE(text.resizeMax(1));
-    EXPECT_EQ(text.maxSize(), 1U);
+    for (unsigned int maxSize : {0U, 1U}) {
+        int deletions = 0;
+        {
+            String text("abc");
+            char const* const buffer = text.buffer();
+            deletions = gArrayDeletions;
+            EXPECT_FALSE(text.resizeMax(maxSize));
+            EXPECT_EQ(gArrayDeletions, deletions);
+            EXPECT_EQ(text.buffer(), buffer);
+            EXPECT_EQ(text.maxSize(), 1U);
+        }
+        EXPECT_EQ(gArrayDeletions, deletions + 1);
+    }
 }
 
 TEST(BasicString, ResizeMax_ThatGrows_KeepsTheText) {
@@ -695,6 +766,21 @@ TEST(BasicString, ResizeMax_WhereTheAllocatorGivesNull_IsFalseAndLeavesAStringWi
     EXPECT_EQ(text.buffer(), nullptr);
     EXPECT_EQ(text.maxSize(), 100U);
     EXPECT_EQ(text.length(), 0U);
+}
+
+TEST(BasicString, ResizeMax_AfterTheAllocatorGaveNull_NeedsAnotherCapacityToGetABuffer) {
+    for (unsigned int maxSize : {0U, 99U, 101U}) {
+        String text("abc");
+        {
+            AllocatorScope const scope(Allocator::GIVES_NULL);
+            EXPECT_FALSE(text.resizeMax(100));
+        }
+        EXPECT_TRUE(text.resizeMax(100));
+        EXPECT_EQ(text.buffer(), nullptr);
+        EXPECT_TRUE(text.resizeMax(maxSize));
+        EXPECT_STREQ(text.buffer(), "");
+        EXPECT_EQ(text.maxSize(), maxSize == 0 ? 1U : maxSize);
+    }
 }
 
 TEST(BasicString, ConstructedWhereTheAllocatorGivesNull_HasNoBufferAndCountsAsEmpty) {

@@ -2,15 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "TestAllocations.h"
+#include "TestScratch.h"
 #include "TestText.h"
 #include "UtlPlatform.h"
 #include "UtlStringSearch.h"
@@ -18,34 +17,10 @@
 
 namespace {
 
-std::atomic<unsigned int> gAllocations{0};
-
-}  // namespace
-
-// Every allocation of the program comes here, those of arrays as well.
-void* operator new(std::size_t bytes) {
-    ++gAllocations;
-    void* const address = std::malloc(bytes);
-    if (address == nullptr) {
-        throw std::bad_alloc();
-    }
-    return address;
-}
-
-// Not inlined, or the compiler sees that blocks of `new` end in `free`.
-[[gnu::noinline]] void operator delete(void* address) noexcept {
-    std::free(address);
-}
-
-[[gnu::noinline]] void operator delete(void* address, std::size_t) noexcept {
-    std::free(address);
-}
-
-namespace {
-
 using utl::INVALID_SIZE;
 using utltest::exactly;
 using utltest::GuardedBytes;
+using utltest::waitsForScratch;
 
 constexpr char E_ACUTE[] = "\xC3\xA9";
 constexpr char HIRAGANA_A[] = "\xE3\x81\x82";
@@ -303,8 +278,10 @@ TEST(CopyStrBase, OfALengthInsideACharacter_StepsBackToItsStart) {
 
 TEST(CopyStrBase, IntoSizeOne_TakesEmptyTextOrCutsToNothing) {
     auto dst = room(1);
-    EXPECT_EQ(utl::copyStrBase(dst.data(), 1, "abc", INVALID_SIZE, 0), INVALID_SIZE);
-    EXPECT_EQ(held(dst), "#");
+    for (int truncate : {0, 2, -1}) {
+        EXPECT_EQ(utl::copyStrBase(dst.data(), 1, "abc", INVALID_SIZE, truncate), INVALID_SIZE);
+        EXPECT_EQ(held(dst), "#");
+    }
     EXPECT_EQ(utl::copyStrBase(dst.data(), 1, "", INVALID_SIZE, 0), 1U);
     EXPECT_EQ(dst[0], '\0');
     dst = room(1);
@@ -422,8 +399,10 @@ TEST(CopyGeneral, IntoSizeZero_GivesTheSizeThatIsNeeded) {
 
 TEST(CopyGeneral, AtTheLastByte_TakesATerminatorAlone) {
     auto dst = room(3);
-    EXPECT_EQ(utl::copyGeneral(dst.data(), 3, 2, "x", 0, INVALID_SIZE, 0), INVALID_SIZE);
-    EXPECT_EQ(held(dst), "###");
+    for (int truncate : {0, 2, -1}) {
+        EXPECT_EQ(utl::copyGeneral(dst.data(), 3, 2, "x", 0, INVALID_SIZE, truncate), INVALID_SIZE);
+        EXPECT_EQ(held(dst), "###");
+    }
     EXPECT_EQ(utl::copyGeneral(dst.data(), 3, 2, "x", 1, INVALID_SIZE, 0), 3U);
     EXPECT_EQ(held(dst), std::string("##\0", 3));
     dst = room(3);
@@ -1160,32 +1139,6 @@ TEST(Memory, WithNull_NothingHappensAndNothingIsTheSame) {
 
 // --- threads
 
-// Runs `function` on another thread while this one has a loan, and tells whether it came through meanwhile.
-template <typename FUNCTION>
-bool waitsForScratch(FUNCTION function) {
-    std::atomic<bool> isStarted{false};
-    std::atomic<bool> isReleased{false};
-    bool waited = false;
-    std::thread other;
-    {
-        utl::WorkingBuffer<char> const mine;
-        other = std::thread([&] {
-            isStarted = true;
-            function();
-            waited = isReleased;
-        });
-        while (!isStarted) {
-            std::this_thread::yield();
-        }
-        for (int i = 0; i < 200; ++i) {
-            std::this_thread::yield();
-        }
-        isReleased = true;
-    }
-    other.join();
-    return waited;
-}
-
 TEST(Primitives, ThatNeedScratch_WaitForItsHolder) {
     EXPECT_TRUE(waitsForScratch([] { utl::findReverseStr("abc", "b", INVALID_SIZE); }));
     EXPECT_TRUE(waitsForScratch([] { utl::findReverseChar("abc", "b", INVALID_SIZE); }));
@@ -1219,9 +1172,9 @@ bool allWithScratchSucceed() {
 }
 
 TEST(Primitives, DoNotAllocate) {
-    unsigned int const before = gAllocations;
+    unsigned int const before = utltest::allocations();
     bool const succeeded = allWithoutScratchSucceed() && allWithScratchSucceed();
-    unsigned int const after = gAllocations;
+    unsigned int const after = utltest::allocations();
     EXPECT_TRUE(succeeded);
     EXPECT_EQ(after, before);
 }
