@@ -10,15 +10,19 @@
 #include <vector>
 
 #include "TestElements.h"
+#include "TestLayout.h"
 
 namespace {
 
 using utl::Array;
 using utl::INVALID_SIZE;
+using utltest::BEHIND_POINTER;
 using utltest::Counted;
 using utltest::CountedOrNull;
 using utltest::ElementScope;
 using utltest::failAllocation;
+using utltest::fieldAt;
+using utltest::FIRST_FIELD;
 using utltest::throwAtAssignment;
 
 static_assert(std::has_virtual_destructor_v<Array<int>>);
@@ -50,6 +54,15 @@ std::vector<long> assignedSlots(Array<Counted> const& array) {
         }
     }
     return slots;
+}
+
+TEST(Array, Fields_StandInTheOrderStorageSizeCapacityPolicy) {
+    Array<int> array(3, 1);
+    fill(array, {1, 2});
+    EXPECT_EQ(fieldAt<int*>(array, FIRST_FIELD), array.elements());
+    EXPECT_EQ(fieldAt<unsigned int>(array, BEHIND_POINTER), 2U);
+    EXPECT_EQ(fieldAt<unsigned int>(array, BEHIND_POINTER + 4), 3U);
+    EXPECT_EQ(fieldAt<int>(array, BEHIND_POINTER + 8), 1);
 }
 
 TEST(Array, Construction_WithNoSlots_AllocatesNothing) {
@@ -341,13 +354,16 @@ TEST(Array, Copy_TakesTheFirstElementsOfTheSource) {
 TEST(Array, Copy_OfMoreThanAFixedCapacity_IsFalseAndKeepsTheContent) {
     Array<int> source(3, 0);
     fill(source, {1, 2, 3});
-    Array<int> target(2, 0);
-    fill(target, {7, 8});
-    EXPECT_FALSE(target.copy(source, INVALID_SIZE));
-    EXPECT_FALSE(target.copy(source, 3));
-    EXPECT_EQ(content(target), (std::vector<int>{7, 8}));
-    EXPECT_TRUE(target.copy(source, 2));
-    EXPECT_EQ(content(target), (std::vector<int>{1, 2}));
+    for (int autoResize : {0, 2, -1}) {
+        Array<int> target(2, autoResize);
+        fill(target, {7, 8});
+        EXPECT_FALSE(target.copy(source, INVALID_SIZE)) << autoResize;
+        EXPECT_FALSE(target.copy(source, 3)) << autoResize;
+        EXPECT_EQ(content(target), (std::vector<int>{7, 8}));
+        EXPECT_EQ(target.maxSize(), 2U);
+        EXPECT_TRUE(target.copy(source, 2));
+        EXPECT_EQ(content(target), (std::vector<int>{1, 2}));
+    }
 }
 
 TEST(Array, Copy_IntoAnArrayThatGrows_MakesExactlyTheSlotsNeeded) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "TestElements.h"
+#include "TestLayout.h"
 
 namespace {
 
@@ -202,6 +203,26 @@ std::vector<int> keysOf(MAP const& map) {
         keys.push_back(map.getAt(i)->mKey);
     }
     return keys;
+}
+
+TEST(Pair, Fields_StandInTheOrderKeyValue) {
+    Pair<int, int> const pair;
+    EXPECT_EQ(utltest::offsetIn(pair, pair.mKey), utltest::FIRST_FIELD);
+    EXPECT_EQ(utltest::offsetIn(pair, pair.mValue), utltest::FIRST_FIELD + sizeof(int));
+}
+
+TEST(Map, Fields_StandInTheOrderArrayComparator) {
+    struct LessWithMark {
+        bool operator()(int left, int right) const { return left < right; }
+        int mark = 4711;
+    };
+    Map<int, int, int const&, int const&, LessWithMark> map(3, 1);
+    ASSERT_TRUE(map.insert(1, 2));
+    using Entries = utl::Array<Pair<int, int>, Pair<int, int> const&>;
+    std::size_t const array = utltest::FIRST_FIELD;
+    EXPECT_EQ((utltest::fieldAt<Pair<int, int>*>(map, array + utltest::FIRST_FIELD)), map.getAt(0));
+    EXPECT_EQ(utltest::fieldAt<unsigned int>(map, array + utltest::BEHIND_POINTER), 1U);
+    EXPECT_EQ(utltest::fieldAt<int>(map, array + sizeof(Entries)), 4711);
 }
 
 TEST(Map, Insert_KeepsTheEntriesInAscendingOrderOfTheKeys) {

@@ -12,7 +12,9 @@
 #include <type_traits>
 #include <vector>
 
+#include "TestAllocations.h"
 #include "TestElements.h"
+#include "TestLayout.h"
 #include "UtlPlatform.h"
 
 namespace {
@@ -78,6 +80,29 @@ TEST(RingIndex, OfSumsAndCapacitiesAboveTheSignedRange_IsInOrder) {
     EXPECT_EQ(ringIndex(0, 0x80000000U, 0x90000000U), 0x80000000U);
     EXPECT_EQ(ringIndex(static_cast<int>(0x80000000U), 0x10000000U, 0x90000000U), 0U);
     EXPECT_EQ(ringIndex(static_cast<int>(0xFFFFFFFEU), 0xFFFFFFFEU, 0xFFFFFFFFU), 0xFFFFFFFDU);
+}
+
+// `ring` has taken in 3 entries that left it again, and 4 that stay.
+template <typename RING>
+void expectFieldsInOrder(RING const& ring, std::size_t offset) {
+    using utltest::BEHIND_POINTER;
+    EXPECT_EQ(utltest::fieldAt<int*>(ring, offset + utltest::FIRST_FIELD), ring.elementAt(0) - 3);
+    EXPECT_EQ(utltest::fieldAt<unsigned int>(ring, offset + BEHIND_POINTER), 4U);
+    EXPECT_EQ(utltest::fieldAt<unsigned int>(ring, offset + BEHIND_POINTER + 4), 5U);
+    EXPECT_EQ(utltest::fieldAt<int>(ring, offset + BEHIND_POINTER + 8), 3);
+}
+
+TEST(RingArray, Fields_StandInTheOrderStorageSizeCapacityHead) {
+    RingArray<int> ring(5);
+    fillAcrossTheEnd(ring);
+    expectFieldsInOrder(ring, 0);
+}
+
+TEST(Queue, HasTheRingForItsOneField) {
+    Queue<int> queue(5);
+    fillAcrossTheEnd(queue);
+    expectFieldsInOrder(queue, utltest::FIRST_FIELD);
+    EXPECT_EQ(sizeof(queue), utltest::FIRST_FIELD + sizeof(RingArray<int>));
 }
 
 TEST(RingArray, Construction_WithNoSlots_AllocatesNothingAndTheRingRefuses) {
@@ -162,18 +187,61 @@ TEST(RingArray, Construction_WhoseAllocationGivesNull_LeavesARingWithoutSlots) {
     EXPECT_EQ(ring.elementAt(0), nullptr);
 }
 
-TEST(RingArray, NoOperation_AllocatesAfterTheConstruction) {
-    ElementScope const scope;
-    RingArray<Counted> ring(5);
-    Counted out[5];
-    fillAcrossTheEnd(ring);
-    EXPECT_TRUE(ring.pushBack(out, 1));
-    EXPECT_TRUE(ring.copyOut(0, out, 5));
-    EXPECT_TRUE(ring.removeAt(1, 2));
-    EXPECT_TRUE(ring.popFrontInto(out, 1));
+// Goes through every operation of a ring of 5 slots, across the end of the storage.
+template <typename RING, typename T>
+bool allOperationsSucceed(RING& ring, T const& value) {
+    T entries[5] = {};
+    bool succeeded = ring.pushBack(value) && ring.pushBack(entries, 3);
+    ring.popFront();
+    succeeded = succeeded && ring.popFrontInto(nullptr, 1) && ring.pushBack(entries, 3);
+    succeeded = succeeded && ring.elementAt(4) != nullptr && !ring.pushBack(value) && ring.size() == 5;
+    succeeded = succeeded && ring.copyOut(0, entries, 5) && ring.removeAt(1, 2);
+    succeeded = succeeded && ring.popFrontInto(entries, 2) && ring.maxSize() == 5;
     ring.removeLast(1);
     ring.clear();
-    EXPECT_EQ(Counted::record.allocations, 1U);
+    return succeeded;
+}
+
+template <typename RING, typename T>
+void expectOneAllocationAtTheConstructionAlone(T const& value) {
+    unsigned int const before = utltest::allocations();
+    RING ring(5);
+    unsigned int const constructed = utltest::allocations();
+    bool const succeeded = allOperationsSucceed(ring, value);
+    unsigned int const after = utltest::allocations();
+    EXPECT_TRUE(succeeded);
+    EXPECT_EQ(constructed, before + 1);
+    EXPECT_EQ(after, constructed);
+}
+
+// Not plain, so that entries are assigned one by one; takes nothing from the heap itself.
+struct Grown {
+    Grown() = default;
+    explicit Grown(unsigned int v) : value(v) {}
+    Grown(Grown const&) = default;
+    Grown& operator=(Grown const& other) {
+        value = other.value;
+        return *this;
+    }
+    ~Grown() = default;
+    Grown operator+(Grown const& other) const { return Grown(value + other.value); }
+    bool operator==(Grown const& other) const { return value == other.value; }
+    unsigned int value = 0;
+};
+static_assert(!std::is_trivially_copyable_v<Grown>);
+
+TEST(RingArray, NoOperation_OnPlainElements_AllocatesAfterTheConstruction) {
+    expectOneAllocationAtTheConstructionAlone<RingArray<int>>(1);
+    expectOneAllocationAtTheConstructionAlone<RingArray<unsigned char>>(static_cast<unsigned char>(1));
+}
+
+TEST(RingArray, NoOperation_OnElementsOfAClass_AllocatesAfterTheConstruction) {
+    expectOneAllocationAtTheConstructionAlone<RingArray<Grown>>(Grown(1));
+}
+
+TEST(Queue, NoOperation_AllocatesAfterTheConstruction) {
+    expectOneAllocationAtTheConstructionAlone<Queue<unsigned char>>(static_cast<unsigned char>(1));
+    expectOneAllocationAtTheConstructionAlone<Queue<Grown>>(Grown(1));
 }
 
 TEST(RingArray, PushBack_OntoAFullRing_IsFalseAndKeepsEveryEntry) {
@@ -567,22 +635,6 @@ class Comparison {
     std::deque<T> mModel;
     unsigned int mMaxSize;
 };
-
-// Not plain, so that entries are assigned one by one.
-struct Grown {
-    Grown() = default;
-    explicit Grown(unsigned int v) : value(v) {}
-    Grown(Grown const&) = default;
-    Grown& operator=(Grown const& other) {
-        value = other.value;
-        return *this;
-    }
-    ~Grown() = default;
-    Grown operator+(Grown const& other) const { return Grown(value + other.value); }
-    bool operator==(Grown const& other) const { return value == other.value; }
-    unsigned int value = 0;
-};
-static_assert(!std::is_trivially_copyable_v<Grown>);
 
 template <typename RING, typename T>
 void expectWhatAStandardQueueGives() {

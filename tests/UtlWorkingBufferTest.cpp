@@ -9,12 +9,20 @@
 #include <memory>
 #include <new>
 #include <set>
+#include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
+
+#include "TestLayout.h"
+#include "UtlSyncObject.h"
 
 namespace {
 
 using Scratch = utl::WorkingBuffer<char>;
+
+static_assert(std::has_virtual_destructor_v<Scratch>);
+static_assert(!std::is_polymorphic_v<utl::StaticBuffer>);
 
 // A store of its own, so that its state can be brought where the process's one never gets.
 struct OwnStore : utl::StaticBuffer {
@@ -141,6 +149,23 @@ TEST(StaticBuffer, Construction_ZeroesAllSlots) {
         EXPECT_EQ(std::count(slot, slot + utl::StaticBuffer::SLOT_SIZE, '\0'), 10240);
     }
     store->~OwnStore();
+}
+
+TEST(StaticBuffer, Fields_StandInTheOrderLockSlotsDepth) {
+    auto const store = std::make_unique<OwnStore>();
+    utl::SyncObject const lock;
+    EXPECT_EQ(utltest::fieldAt<void*>(*store, 0), utltest::fieldAt<void*>(lock, 0));
+    for (std::size_t i = 0; i < 3; ++i) {
+        char const* const slot = store->takeSlot();
+        EXPECT_EQ(utltest::offsetIn(*store, *slot), sizeof(lock) + i * 10240);
+    }
+    EXPECT_EQ(utltest::fieldAt<int>(*store, sizeof(lock) + std::size_t{3} * 10240), 3);
+}
+
+TEST(WorkingBuffer, Fields_StandInTheOrderStoreSlot) {
+    Scratch const scratch;
+    EXPECT_EQ(utltest::fieldAt<utl::StaticBuffer*>(scratch, utltest::FIRST_FIELD), &utl::StaticBuffer::get());
+    EXPECT_EQ(utltest::fieldAt<char*>(scratch, utltest::BEHIND_POINTER), scratch.get());
 }
 
 TEST(StaticBuffer, TakeSlot_BelowDepthZero_GivesTheFirstSlot) {
