@@ -1,0 +1,48 @@
+// A program that links the static form of the library and brings two of the three platform functions. The
+// third is the built-in one: that both may be had from one archive is what the weak definitions are for.
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "UtlLog.h"
+#include "UtlPlatform.h"
+
+namespace {
+
+std::string gWritten;
+int gChannel = 0;
+
+}  // namespace
+
+void BinaryLogWrite(int channel, void const* text, unsigned int bytes) {
+    gChannel = channel;
+    gWritten.append(static_cast<char const*>(text), bytes);
+}
+
+int jk_mbtowc(wchar_t*, unsigned int, char const*, unsigned int, EN_KCP) {
+    return 4711;
+}
+
+// The tests' lines are none of the system's business.
+extern "C" void syslog(int, char const*, ...) {}
+
+namespace {
+
+TEST(StaticLibrary, CallsTheFunctionThatTheProgramDefines) {
+    applog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_ERROR, "hello %d", 1);
+    EXPECT_EQ(gChannel, 3);
+    EXPECT_NE(gWritten.find("hello 1"), std::string::npos) << gWritten;
+}
+
+TEST(StaticLibrary, HasNoSecondDefinitionInTheProgramsWay) {
+    EXPECT_EQ(jk_mbtowc(nullptr, 0, nullptr, 0, EN_KCP_UTF8), 4711);
+}
+
+TEST(StaticLibrary, KeepsTheBuiltInFunctionThatTheProgramLeavesOut) {
+    char text[4] = "";
+    EXPECT_EQ(jk_wctomb(text, 3, L"\x3042", 1, EN_KCP_UTF8), 3);
+    EXPECT_STREQ(text, "\xE3\x81\x82");
+}
+
+}  // namespace
