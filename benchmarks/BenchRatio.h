@@ -18,6 +18,10 @@
 //               1.1);
 //
 // says: one call of the first may take up to 1.1 times as long as one call of the second.
+//
+// UTL_RATIO_CPU says the same of processor time, of which the calling thread's alone counts: a busy machine
+// that takes the processor away in the middle of a turn does not show. It is for work that this thread does
+// by itself; where threads hand over to each other, only UTL_RATIO sees what it costs.
 
 namespace utlbench {
 
@@ -27,12 +31,29 @@ inline void keep(T const& value) {
     asm volatile("" : : "r,m"(value) : "memory");
 }
 
+/// Nanoseconds on a clock that never steps back.
+using Clock = double (*)();
+
+template <clockid_t ID>
+inline double nanosecondsOf() {
+    std::timespec now{};
+    clock_gettime(ID, &now);
+    return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
+}
+
+/// The time that passes, whoever has the processor.
+constexpr Clock WALL_TIME = nanosecondsOf<CLOCK_MONOTONIC>;
+
+/// The time that the calling thread has the processor, in the program and in the kernel.
+constexpr Clock THREAD_TIME = nanosecondsOf<CLOCK_THREAD_CPUTIME_ID>;
+
 /// A comparison as a benchmark file declares it.
 struct RatioFigure {
     std::string name;
     std::function<void(std::size_t)> subject;   ///< calls the subject so many times
     std::function<void(std::size_t)> baseline;  ///< calls the baseline so many times
     double goal;                                ///< the largest ratio that is good enough
+    Clock clock;                                ///< what both are measured by
 };
 
 struct RatioResult {
@@ -41,28 +62,21 @@ struct RatioResult {
     double ratio;                ///< subject to baseline, median over the rounds' own ratios
 };
 
-/// Nanoseconds on a clock that never steps back.
-using Clock = double (*)();
-
-inline double monotonicNanoseconds() {
-    std::timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
-}
-
 /// The comparisons of this program, in the order of their declaration.
 inline std::vector<RatioFigure>& ratioFigures() {
     static std::vector<RatioFigure> theFigures;
     return theFigures;
 }
 
-/// Declares a comparison while it is constructed; `UTL_RATIO` makes one at namespace scope.
+/// Declares a comparison while it is constructed; `UTL_RATIO` and `UTL_RATIO_CPU` make one at namespace
+/// scope.
 class RatioDeclaration {
   public:
     /// `subject` and `baseline` are called without arguments, one operation for each call.
     template <typename SUBJECT, typename BASELINE>
-    RatioDeclaration(char const* name, SUBJECT subject, BASELINE baseline, double goal) {
-        ratioFigures().push_back({name, repeated(std::move(subject)), repeated(std::move(baseline)), goal});
+    RatioDeclaration(Clock clock, char const* name, SUBJECT subject, BASELINE baseline, double goal) {
+        ratioFigures().push_back(
+            {name, repeated(std::move(subject)), repeated(std::move(baseline)), goal, clock});
     }
 
   private:
@@ -102,8 +116,8 @@ inline std::size_t callsForOneTurn(std::function<void(std::size_t)> const& work,
     return calls;
 }
 
-inline RatioResult measure(RatioFigure const& figure, unsigned int rounds = RATIO_ROUNDS,
-                           Clock now = monotonicNanoseconds) {
+inline RatioResult measure(RatioFigure const& figure, unsigned int rounds = RATIO_ROUNDS) {
+    Clock const now = figure.clock;
     std::size_t const subjectCalls = callsForOneTurn(figure.subject, now);
     std::size_t const baselineCalls = callsForOneTurn(figure.baseline, now);
     auto const subjectTurn = [&] {
@@ -136,6 +150,11 @@ inline bool reached(RatioFigure const& figure, RatioResult const& result) {
 #define UTL_BENCH_JOINED(a, b) a##b
 #define UTL_BENCH_NAME(a, b) UTL_BENCH_JOINED(a, b)
 
+#define UTL_BENCH_DECLARATION \
+    static utlbench::RatioDeclaration const UTL_BENCH_NAME(gRatioDeclaration, __COUNTER__)
+
 /// UTL_RATIO(name, subject, baseline, goal): see the head of this file. Declares at namespace scope.
-#define UTL_RATIO(...) \
-    static utlbench::RatioDeclaration const UTL_BENCH_NAME(gRatioDeclaration, __COUNTER__)(__VA_ARGS__)
+#define UTL_RATIO(...) UTL_BENCH_DECLARATION(utlbench::WALL_TIME, __VA_ARGS__)
+
+/// The same, measured by the processor time of the calling thread.
+#define UTL_RATIO_CPU(...) UTL_BENCH_DECLARATION(utlbench::THREAD_TIME, __VA_ARGS__)

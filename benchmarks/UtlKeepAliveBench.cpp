@@ -59,11 +59,11 @@ void lockTwiceAndReadTheClock() {
 
 // The figures are taken in this order, each to its end.
 
-UTL_RATIO(
+UTL_RATIO_CPU(
     "sign of life before the watchdog is initialized, to two locks and a clock read", [] { keepAlive(); },
     lockTwiceAndReadTheClock, 2.0);
 
-UTL_RATIO(
+UTL_RATIO_CPU(
     "sign of life of an unwatched thread, to two locks and a clock read",
     [] {
         static bool const filled = fillTheTable();
@@ -72,7 +72,7 @@ UTL_RATIO(
     },
     lockTwiceAndReadTheClock, 2.0);
 
-UTL_RATIO(
+UTL_RATIO_CPU(
     "sign of life of a watched thread, to two locks and a clock read",
     [] {
         static bool const watched = watchCaller();

@@ -21,7 +21,7 @@ struct FullTable {
 
 // Lock and unlock is what a line costs at least that is filtered out.
 std::recursive_mutex gStandardLock;
-UTL_RATIO(
+UTL_RATIO_CPU(
     "a line that is filtered out, to lock and unlock of std::recursive_mutex",
     [] { applog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DEBUG, "value %d of %s", 5, "name"); },
     [] { std::lock_guard<std::recursive_mutex> const guard(gStandardLock); }, 1.5);
@@ -76,7 +76,7 @@ struct LineDeclaration {
         std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);  // as for a file, whatever it is outside of the turns
         utlbench::ratioFigures().push_back(
             {"a line to standard output, to clock_gettime, localtime_r, strftime and printf of the same line",
-             turn<logByLibrary>, turn<logByHand>, 1.3});
+             turn<logByLibrary>, turn<logByHand>, 1.3, utlbench::THREAD_TIME});
     }
 } const gLineDeclaration;
 

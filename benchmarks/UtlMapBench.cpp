@@ -62,7 +62,7 @@ class StandardFind {
     std::size_t mNumber = 0;
 };
 
-UTL_RATIO("find among 128, to std::map", Find(FEW), StandardFind(FEW), 0.5);
-UTL_RATIO("find among 4096, to std::map", Find(MANY), StandardFind(MANY), 0.5);
+UTL_RATIO_CPU("find among 128, to std::map", Find(FEW), StandardFind(FEW), 0.5);
+UTL_RATIO_CPU("find among 4096, to std::map", Find(MANY), StandardFind(MANY), 0.5);
 
 }  // namespace

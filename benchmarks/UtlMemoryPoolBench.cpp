@@ -70,17 +70,17 @@ BusyPool& pool() {
 
 constexpr double GOAL = 1.2;
 
-UTL_RATIO(
+UTL_RATIO_CPU(
     "pool of 16: release and create, last in first out", [] { pool<16>().lastInFirstOut(); },
     bareCreateAndRelease, GOAL);
-UTL_RATIO(
+UTL_RATIO_CPU(
     "pool of 16: release and create, random", [] { pool<16>().random(); }, bareCreateAndRelease, GOAL);
-UTL_RATIO(
+UTL_RATIO_CPU(
     "pool of 1,024: release and create, random", [] { pool<1024>().random(); }, bareCreateAndRelease, GOAL);
-UTL_RATIO(
+UTL_RATIO_CPU(
     "pool of 16,384: release and create, last in first out", [] { pool<16384>().lastInFirstOut(); },
     bareCreateAndRelease, GOAL);
-UTL_RATIO(
+UTL_RATIO_CPU(
     "pool of 16,384: release and create, random", [] { pool<16384>().random(); }, bareCreateAndRelease, GOAL);
 
 }  // namespace

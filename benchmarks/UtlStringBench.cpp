@@ -48,7 +48,7 @@ auto on(unsigned int bytes, CALL call) {
 
 template <typename CALL>
 utlbench::RatioDeclaration doubled(char const* name, CALL call) {
-    return {name, on(2 * BYTES, call), on(BYTES, call), TWICE};
+    return {utlbench::THREAD_TIME, name, on(2 * BYTES, call), on(BYTES, call), TWICE};
 }
 
 utlbench::RatioDeclaration const FIGURES[] = {

@@ -9,7 +9,7 @@ namespace {
 utl::SyncObject gLock;
 std::recursive_mutex gStandardLock;
 
-UTL_RATIO(
+UTL_RATIO_CPU(
     "lock for a scope and unlock, to std::recursive_mutex", [] { utl::SyncGuard const guard(gLock); },
     [] { std::lock_guard<std::recursive_mutex> const guard(gStandardLock); }, 1.2);
 

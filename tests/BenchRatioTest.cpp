@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <string>
 
 namespace {
@@ -15,14 +16,46 @@ double fakeClock() {
 UTL_RATIO(
     "declared in this file", [] { gNow += 1000; }, [] { gNow += 4000; }, 0.25);
 
+UTL_RATIO_CPU(
+    "declared for processor time", [] { gNow += 2000; }, [] { gNow += 3000; }, 0.75);
+
 utlbench::RatioFigure const& declared() {
     return utlbench::ratioFigures().at(0);
 }
 
-TEST(BenchRatio, ADeclaration_IsKeptWithItsNameAndGoal) {
-    ASSERT_EQ(utlbench::ratioFigures().size(), 1U);
+// The figure by the clock above.
+utlbench::RatioFigure byFakeClock(utlbench::RatioFigure figure) {
+    figure.clock = fakeClock;
+    return figure;
+}
+
+TEST(BenchRatio, ADeclaration_IsKeptWithItsNameGoalAndClock) {
+    ASSERT_EQ(utlbench::ratioFigures().size(), 2U);
     EXPECT_EQ(declared().name, "declared in this file");
     EXPECT_EQ(declared().goal, 0.25);
+    EXPECT_EQ(declared().clock, utlbench::WALL_TIME);
+    utlbench::RatioFigure const& second = utlbench::ratioFigures().at(1);
+    EXPECT_EQ(second.name, "declared for processor time");
+    EXPECT_EQ(second.goal, 0.75);
+    EXPECT_EQ(second.clock, utlbench::THREAD_TIME);
+}
+
+TEST(BenchRatio, ThreadTime_StandsStillWhileTheThreadSleeps) {
+    double const start = utlbench::THREAD_TIME();
+    double const wallStart = utlbench::WALL_TIME();
+    std::timespec const nap{0, 100000000};
+    nanosleep(&nap, nullptr);
+    EXPECT_GE(utlbench::WALL_TIME() - wallStart, 1e8);
+    EXPECT_LT(utlbench::THREAD_TIME() - start, 1e8);
+}
+
+TEST(BenchRatio, ThreadTime_PassesWhileTheThreadWorks) {
+    double const start = utlbench::THREAD_TIME();
+    unsigned int looks = 0;
+    while (utlbench::THREAD_TIME() - start < 1e6) {
+        ++looks;
+    }
+    EXPECT_GT(looks, 0U);
 }
 
 TEST(BenchRatio, ADeclaredCallable_IsCalledAsOftenAsAskedFor) {
@@ -34,7 +67,7 @@ TEST(BenchRatio, ADeclaredCallable_IsCalledAsOftenAsAskedFor) {
 }
 
 TEST(BenchRatio, Measure_GivesTheTimesOfOneCallAndTheirRatio) {
-    utlbench::RatioResult const result = utlbench::measure(declared(), 5, fakeClock);
+    utlbench::RatioResult const result = utlbench::measure(byFakeClock(declared()), 5);
     EXPECT_DOUBLE_EQ(result.subjectNanoseconds, 1000);
     EXPECT_DOUBLE_EQ(result.baselineNanoseconds, 4000);
     EXPECT_DOUBLE_EQ(result.ratio, 0.25);
@@ -50,8 +83,8 @@ TEST(BenchRatio, Measure_OfAMachineThatSlowsDownInSomeRounds_IsTheMedian) {
             gNow += nanoseconds * static_cast<double>(calls) * (++gTurns % 5 == 0 ? 10 : 1);
         };
     };
-    utlbench::RatioFigure const figure{"uneven", work(4e6), work(2e6), 2.0};
-    utlbench::RatioResult const result = utlbench::measure(figure, 51, fakeClock);
+    utlbench::RatioFigure const figure{"uneven", work(4e6), work(2e6), 2.0, fakeClock};
+    utlbench::RatioResult const result = utlbench::measure(figure, 51);
     EXPECT_DOUBLE_EQ(result.subjectNanoseconds, 4e6);
     EXPECT_DOUBLE_EQ(result.baselineNanoseconds, 2e6);
     EXPECT_DOUBLE_EQ(result.ratio, 2.0);
@@ -69,8 +102,8 @@ TEST(BenchRatio, Measure_LetsEachSideGoFirstInSomeRounds) {
                                            gOrder += 'b';
                                            gNow += 4e6;
                                        },
-                                       1.0};
-    utlbench::measure(figure, 20, fakeClock);
+                                       1.0, fakeClock};
+    utlbench::measure(figure, 20);
     ASSERT_EQ(gOrder.size(), 42U);
     std::string const turns = gOrder.substr(2);
     unsigned int subjectFirst = 0;
@@ -83,7 +116,7 @@ TEST(BenchRatio, Measure_LetsEachSideGoFirstInSomeRounds) {
 }
 
 TEST(BenchRatio, Reached_IsTrueUpToTheGoal) {
-    utlbench::RatioFigure const figure{"goal", nullptr, nullptr, 1.5};
+    utlbench::RatioFigure const figure{"goal", nullptr, nullptr, 1.5, fakeClock};
     EXPECT_TRUE(utlbench::reached(figure, {1, 1, 1.4999}));
     EXPECT_TRUE(utlbench::reached(figure, {1, 1, 1.5}));
     EXPECT_FALSE(utlbench::reached(figure, {1, 1, 1.5001}));
