@@ -7,7 +7,8 @@
 namespace utl {
 
 /// Hands out blocks of one size from one area; *internally locked*, because any thread may take and give
-/// back. No heap is used after construction, and a call takes the same time whatever the number of blocks.
+/// back. The pool uses no heap after its construction, and a call takes the same time whatever the number of
+/// blocks.
 ///
 /// Blocks lie one behind the other without headers or gaps, so their alignment is what the block size gives:
 /// with a multiple of 16 every block suits every type. The lowest free block is handed out first.

@@ -60,9 +60,12 @@ class UTL_API Thread {
     /// gives, while the thread runs in any case. `reserved` has no effect.
     ///
     /// 0 on success; -1 if the thread was started before, or if it could not be started, which the
-    /// `ThreadManager` logs. After -1 of the second kind `start` may be tried again. If the thread exists but
-    /// could not be registered (`ThreadManager::entry`), it runs to its end all the same, and the object must
-    /// outlive it, which nobody waits for.
+    /// `ThreadManager` logs. Where no thread could be made, `start` may be tried again. If the thread exists
+    /// but could not be registered (`ThreadManager::entry`), it runs to its end all the same: the object must
+    /// outlive it, which nobody waits for, and must not be started again.
+    ///
+    /// A watched thread that ends by itself, without a `stop`, calls `ThreadManager::unregisterWatchdog`
+    /// first: else the watchdog reports it and keeps its place.
     ///
     /// A second caller, and `stop`, wait until a `start` has returned.
     int start(int watchdog = 0, unsigned int aliveTime = 0, WatchdogTimerListener* listener = nullptr,

@@ -78,7 +78,7 @@ class FreeTree {
 
 // A size that cannot be had at all becomes one that the allocator refuses.
 size_t allocatable(unsigned long long count) {
-    return count <= PTRDIFF_MAX ? static_cast<size_t>(count) : static_cast<size_t>(PTRDIFF_MAX);
+    return count <= PTRDIFF_MAX ? static_cast<size_t>(count) : SIZE_MAX;
 }
 
 // Takes the pool's lock; a thread that waits for it shows in the watchdog's report.

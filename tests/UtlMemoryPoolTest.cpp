@@ -172,6 +172,10 @@ TEST(MemoryPool, Destructor_TellsEachBlockThatIsStillInUse) {
 
 TEST(MemoryPool, AnAreaThatNoAllocatorGives_Throws) {
     EXPECT_THROW(utl::MemoryPool(UINT_MAX, UINT_MAX, "huge"), std::bad_alloc);
+    if (sizeof(void*) == 4) {
+        EXPECT_THROW(utl::MemoryPool(65536, 65536, "wraps"), std::bad_alloc);
+        EXPECT_THROW(utl::MemoryPool(65536, 32768, "half"), std::bad_alloc);
+    }
 }
 
 // Counts around the sizes at which the search gets one more level.
