@@ -1,6 +1,7 @@
 #include "UtlMsgDrivenThread.h"
 
 #include <climits>
+#include <new>
 
 #include "UtlEventWait.h"
 #include "UtlLog.h"
@@ -24,8 +25,12 @@ unsigned int clippedSize(unsigned long long size) {
     return size < UINT_MAX ? static_cast<unsigned int>(size) : UINT_MAX;
 }
 
+// A frame, with what the allocator throws where it is too large.
 unsigned int frameSize(unsigned int maxMsgSize) {
-    return clippedSize(1ULL * maxMsgSize + ID_BYTES);
+    if (maxMsgSize > UINT_MAX - ID_BYTES) {
+        throw std::bad_alloc();
+    }
+    return maxMsgSize + ID_BYTES;
 }
 
 // All frames, with what the allocator throws where they are too many.

@@ -72,13 +72,18 @@ unsigned int certainTokens(int handle) {
     return certain > 0 ? static_cast<unsigned int>(certain) / TOKEN_BYTES : 0;
 }
 
-// A pipe that the system does not allow at that size gets the largest that it allows.
+// A pipe that the system does not allow at that size gets the largest that it allows; it never gets smaller.
 void enlarge(int handle, unsigned int tokens) {
     constexpr unsigned long long LARGEST = 1U << 30;
-    unsigned long long bytes = 1ULL * tokens * TOKEN_BYTES + static_cast<unsigned int>(getpagesize());
+    unsigned int const room = certainTokens(handle);
+    if (room >= tokens) {
+        return;
+    }
+    unsigned long long const page = static_cast<unsigned int>(getpagesize());
+    unsigned long long bytes = 1ULL * tokens * TOKEN_BYTES + page;
     bytes = bytes < LARGEST ? bytes : LARGEST;
-    while (certainTokens(handle) < tokens && bytes > static_cast<unsigned int>(getpagesize())) {
-        fcntl(handle, F_SETPIPE_SZ, static_cast<int>(bytes));
+    while (bytes > 1ULL * room * TOKEN_BYTES + page &&
+           fcntl(handle, F_SETPIPE_SZ, static_cast<int>(bytes)) < 0) {
         bytes /= 2;
     }
 }

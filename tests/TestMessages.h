@@ -2,6 +2,8 @@
 
 // Messages and listeners for the tests of message threads.
 
+#include <signal.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -14,8 +16,25 @@
 
 #include "TestHooks.h"
 #include "UtlMsgDrivenThread.h"
+#include "UtlThreadManager.h"
+
+namespace utl {
+
+/// A way to the state of a message thread that no operation shows.
+struct MsgDrivenThreadTestAccess {
+    static void setNextTimerId(MsgDrivenThread& thread, int id) {
+        SyncGuard const guard(thread.mQueueLock);
+        thread.mNextUserTimerId = id;
+    }
+    static int readEnd(MsgDrivenThread const& thread) { return thread.mPipe[0]; }
+    static int writeEnd(MsgDrivenThread const& thread) { return thread.mPipe[1]; }
+};
+
+}  // namespace utl
 
 namespace utltest {
+
+using ThreadAccess = utl::MsgDrivenThreadTestAccess;
 
 /// Opens once, for everybody; waiting ends with a failure after half a minute.
 class Gate {
@@ -159,15 +178,29 @@ class ScopedMsgThread : public utl::MsgDrivenThread {
         return mErased;
     }
 
+    /// The threads that the hook ran on, in the same order.
+    std::vector<int> erasingThreads() const {
+        std::lock_guard<std::mutex> const guard(mErasedMutex);
+        return mErasingThreads;
+    }
+
+    /// Runs in the hook, with the timer's id as the number.
+    MsgHandler onErase;
+
   protected:
     void onEraseTimer(int timerId) override {
-        std::lock_guard<std::mutex> const guard(mErasedMutex);
-        mErased.push_back(timerId);
+        {
+            std::lock_guard<std::mutex> const guard(mErasedMutex);
+            mErased.push_back(timerId);
+            mErasingThreads.push_back(utl::ThreadManager::getCallerId());
+        }
+        onErase(utl::MSG_ID_TIMER, timerId);
     }
 
   private:
     mutable std::mutex mErasedMutex;
     std::vector<int> mErased;
+    std::vector<int> mErasingThreads;
 };
 
 constexpr int BLOCKER = 900;
@@ -206,6 +239,14 @@ inline void waitForTokens(unsigned int count) {
     while (hooks::write.calls() < count) {
         std::this_thread::yield();
     }
+}
+
+/// Calls the timer's handler, as the system does when the timer expires.
+inline void expire(ScopedMsgThread& thread, int timerId) {
+    siginfo_t info = {};
+    info.si_timerid = thread.findTimer(timerId)->mSysTimerNum;
+    info.si_value.sival_int = ThreadAccess::writeEnd(thread);
+    utl::MsgDrivenThread::TimeoutSignalHandler(SIGRTMIN + 2, &info, nullptr);
 }
 
 }  // namespace utltest

@@ -2,8 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <climits>
 #include <future>
 #include <string>
+#include <thread>
 
 #include "TestHooks.h"
 #include "TestLog.h"
@@ -313,7 +318,107 @@ TEST(MsgQueue, ManyQuestionsOfAllKindsAtOnce_AllReturn) {
     }
     EXPECT_EQ(thread.sendMsgSync(THIRD), 1);
     EXPECT_EQ(thread.getFirstMsgId(), utl::MSG_ID_NONE);
-    EXPECT_EQ(log.count("mismatch"), 0U);
+    for (std::string const& line : log.lines()) {
+        EXPECT_EQ(line.find("Mismatch"), std::string::npos) << line;
+        EXPECT_EQ(line.find("is different"), std::string::npos) << line;
+    }
+}
+
+// Erased messages leave their tokens in the pipe until they are read.
+
+std::string ctlOverflow(char const* name, char const* rest) {
+    return std::string("<UTIL> ERR: MsgDrivenThread(") + name +
+           ") Overflow ThreadCtlMsgQueue  MaxCount:" + rest;
+}
+
+TEST(MsgQueue, AHandlerThatPostsAndErasesForLong_IsRefusedWhenThePipeIsFullAndNeverBlocks) {
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread(64, 64, "spinner");
+    std::vector<int> results;
+    collector.onMsg = [&](int id, int) {
+        for (int i = 0; id == FIRST && i < 9000; ++i) {
+            results.push_back(thread.postMsg(SECOND));
+            EXPECT_TRUE(thread.eraseMsg(SECOND));
+        }
+    };
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    auto const firstRefused = std::find(results.begin(), results.end(), 0);
+    auto const refused = static_cast<unsigned int>(results.end() - firstRefused);
+    EXPECT_EQ(results.size(), 9000U);
+    EXPECT_GT(firstRefused - results.begin(), 320) << "more than the queue's own places";
+    EXPECT_GT(refused, 0U);
+    EXPECT_EQ(static_cast<unsigned int>(std::count(firstRefused, results.end(), 0)), refused);
+    EXPECT_EQ(log.count(ctlOverflow("spinner", "320 MsgId:0x00000065")), refused);
+    EXPECT_EQ(log.lines().size(), refused);
+    while (thread.postMsg(THIRD) == 0) {
+        std::this_thread::yield();
+    }
+    ASSERT_TRUE(collector.waitFor(2));
+    EXPECT_EQ(thread.sendMsgSync(FIRST + 50), 1);
+    EXPECT_EQ(collector.ids(), (std::vector<int>{FIRST, THIRD, FIRST + 50}));
+    EXPECT_EQ(thread.stop(1, 0), 0);
+}
+
+std::atomic<int> gReadsAllowed{0};
+
+ssize_t readWhenAllowed(int handle, void* out, size_t bytes) {
+    while (gReadsAllowed == 0) {
+        std::this_thread::yield();
+    }
+    --gReadsAllowed;
+    return hooks::read.real(handle, out, bytes);
+}
+
+TEST(MsgQueue, ErasuresOfAFullQueueAgainAndAgainFromOutside_NeverBlock) {
+    HookScope const scope;
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread(4, 7000, "eraser");
+    hooks::read.replace(readWhenAllowed);
+    ASSERT_EQ(thread.start(&collector), 0);
+    unsigned int refused = 0;
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 6900; ++i) {
+            refused += thread.postMsg(SECOND) == 0 ? 1 : 0;
+        }
+        // The loop comes to the erasure with its next token, and to few of the tokens that it leaves.
+        auto erased = std::async(std::launch::async, [&] { return thread.eraseMsg(SECOND); });
+        while (erased.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
+            gReadsAllowed = 1;
+        }
+        EXPECT_TRUE(erased.get() || refused != 0);
+    }
+    EXPECT_GT(refused, 0U);
+    EXPECT_EQ(log.count(ctlOverflow("eraser", "7256 MsgId:0x00000065")), refused);
+    gReadsAllowed = INT_MAX;
+    while (thread.postMsg(THIRD) == 0) {
+        std::this_thread::yield();
+    }
+    while (thread.sendMsgSync(FIRST) == 0) {
+        std::this_thread::yield();
+    }
+    std::vector<int> const ids = collector.ids();
+    EXPECT_EQ(std::count(ids.begin(), ids.end(), THIRD), 1);
+    EXPECT_EQ(thread.stop(1, 0), 0);
+}
+
+TEST(MsgQueue, AWakeEntryWhoseTokenWasLost_DoesNotStopThoseBehindIt) {
+    HookScope const scope;
+    LogCapture const log;
+    BlockedRoad road;
+    road.startAndBlock();
+    hooks::write.failFrom(1, 1, -1, EIO);
+    EXPECT_FALSE(road.thread.hasMsg(FIRST));
+    hooks::write.reset();
+    ASSERT_EQ(road.thread.postMsg(5), 1);
+    auto found = std::async(std::launch::async, [&] { return road.thread.hasMsg(9); });
+    waitForTokens(2);
+    road.gate.open();
+    EXPECT_FALSE(found.get());
+    EXPECT_EQ(road.thread.sendMsgSync(6), 1);
+    EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, 5, 6}));
 }
 
 TEST(MsgQueue, EarseMsgQueue_NeedsBothPlacesInUse) {

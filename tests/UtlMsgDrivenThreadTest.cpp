@@ -2,12 +2,14 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <climits>
 #include <cstdlib>
 #include <future>
+#include <memory>
 #include <new>
 #include <string>
 #include <thread>
@@ -15,6 +17,7 @@
 #include "TestHooks.h"
 #include "TestLog.h"
 #include "TestMessages.h"
+#include "ThreadTestSupport.h"
 #include "UtlThreadManager.h"
 
 using namespace utltest;
@@ -770,6 +773,199 @@ TEST(MsgDrivenThread, Destructor_OfAThreadThatWasNotStopped_WaitsForItsLoop) {
         (std::vector<std::string>{"<UTIL> ERR: MsgDrivenThread(forgotten) Error. read Ret:4294967295 errno:" +
                                   std::to_string(EBADF) + " !!Break msg loop!!"}));
     EXPECT_TRUE(utl::ThreadManager::get()->unregister(id));
+}
+
+// Pipes of a system that gives little.
+
+int makeSmallPipe(int* ends) {
+    int const result = hooks::pipe.real(ends);
+    EXPECT_EQ(hooks::fcntl.real(ends[1], F_SETPIPE_SZ, 2L * getpagesize()), 2 * getpagesize());
+    return result;
+}
+
+TEST(MsgDrivenThread, ASystemThatGivesSmallPipes_GetsMessagesRefusedBeyondWhatCertainlyFits) {
+    HookScope const scope;
+    LogCapture const log;
+    Collector collector;
+    hooks::pipe.replace(makeSmallPipe);
+    hooks::fcntl.replace(+[](int handle, int command, long argument) {
+        return command == F_SETPIPE_SZ ? -1 : hooks::fcntl.real(handle, command, argument);
+    });
+    ScopedMsgThread thread(4, 2000, "small");
+    int const certain = getpagesize() / 8;
+    for (int i = 0; i < certain; ++i) {
+        ASSERT_EQ(thread.sendMsgAsync(NumberMsg(FIRST, i)), 1);
+    }
+    for (int i = certain; i < 2000; ++i) {
+        ASSERT_EQ(thread.sendMsgAsync(NumberMsg(SECOND, i)), 0);
+    }
+    EXPECT_EQ(
+        log.count(
+            "<UTIL> ERR: MsgDrivenThread(small) Overflow ThreadCtlMsgQueue  MaxCount:2256 MsgId:0x00000065"),
+        2000U - static_cast<unsigned int>(certain));
+    ASSERT_EQ(thread.start(&collector), 0);
+    ASSERT_TRUE(collector.waitFor(static_cast<size_t>(certain)));
+    EXPECT_EQ(collector.received().back().number, certain - 1);
+    EXPECT_EQ(thread.sendMsgSync(SECOND), 1);
+}
+
+TEST(MsgDrivenThread, APipeThatMayNotBeAsLargeAsAsked_IsTheLargestThatIsAllowed) {
+    HookScope const scope;
+    LogCapture const log;
+    static long allowed;
+    allowed = 64L * getpagesize();
+    hooks::fcntl.replace(+[](int handle, int command, long argument) {
+        if (command == F_SETPIPE_SZ && argument > allowed) {
+            errno = EPERM;
+            return -1;
+        }
+        return hooks::fcntl.real(handle, command, argument);
+    });
+    unsigned int const certain = static_cast<unsigned int>(allowed - getpagesize()) / 8;
+    for (unsigned int const asked : {certain + certain / 4, 2 * certain, 20 * certain}) {
+        ScopedMsgThread thread(4, asked, "allowed");
+        unsigned int accepted = 0;
+        while (accepted < asked && thread.sendMsgAsync(NumberMsg(FIRST)) == 1) {
+            ++accepted;
+        }
+        EXPECT_EQ(accepted, certain) << asked;
+    }
+}
+
+// Starts whose thread exists and cannot be registered.
+
+int createWhileThePlaceGoes(pthread_t* thread, pthread_attr_t const* attributes, void* (*entry)(void*),
+                            void* argument) {
+    utl::ThreadManagerTestAccess::storeEntry(NO_THREAD, foreignEntry("the faster one"));
+    return hooks::threadCreate.real(thread, attributes, entry, argument);
+}
+
+TEST(MsgDrivenThread, Start_WhoseRegistrationFails_LeavesNoThreadBehindThatUsesTheObject) {
+    utl::ThreadManager::destroy();
+    ASSERT_TRUE(utl::ThreadManager::initializeEntryMax(1));
+    for (int round = 0; round < 50; ++round) {
+        HookScope const scope;
+        LogCapture const log;
+        Collector collector;
+        hooks::threadCreate.replace(createWhileThePlaceGoes);
+        {
+            utl::MsgDrivenThread thread(8, 4, "late");
+            ASSERT_EQ(thread.sendMsgAsync(NumberMsg(FIRST)), 1);
+            EXPECT_EQ(thread.start(&collector), -1);
+            EXPECT_EQ(hooks::threadCreate.calls(), 1U);
+            EXPECT_TRUE(thread.hasDone(3)) << "it has run to its end";
+            EXPECT_EQ(thread.getId(), 0);
+            EXPECT_EQ(thread.start(&collector), -1);
+        }
+        EXPECT_TRUE(collector.received().empty());
+        EXPECT_EQ(log.lines().size(), 1U);
+        utl::ThreadManagerTestAccess::eraseEntry(NO_THREAD);
+    }
+}
+
+// Waits for one message without taking memory.
+struct PlainListener : utl::ThreadMsgListener {
+    Gate entered;
+    Gate gate;
+    std::atomic<int> handled{0};
+
+    void receiveMsg(int, utl::ThreadRawMsg& raw) override {
+        ++handled;
+        int id = 0;
+        raw.getMsgId(&id);
+        if (id == BLOCKER) {
+            entered.open();
+            gate.wait();
+        }
+    }
+};
+
+TEST(MsgDrivenThread, SendPaths_ThatAreRefused_AllocateNothingEither) {
+    PlainListener listener;
+    ScopedMsgThread thread(8, 2, "refused");
+    NumberMsg const msg(FIRST, 1);
+    BytesMsg const tooLarge(FIRST, 9);
+    int refused = 0;
+    utl::ThreadManager::get();  // made once for the process
+    unsigned int before = gAllocations;
+    refused += thread.postMsg(msg) + thread.sendMsgSync(msg) + thread.sendMsgInterrupt(msg);
+    EXPECT_EQ(gAllocations, before) << "not started";
+    ASSERT_EQ(thread.start(&listener), 0);
+    ASSERT_EQ(thread.postMsg(BLOCKER), 1);
+    ASSERT_TRUE(listener.entered.wait());
+    before = gAllocations;
+    refused += thread.postMsg(tooLarge) + thread.sendMsgAsync(tooLarge) + thread.sendMsgSync(tooLarge) +
+               thread.sendMsgInterrupt(tooLarge);
+    EXPECT_EQ(gAllocations, before) << "too large";
+    int const accepted = thread.postMsg(msg) + thread.postMsg(FIRST);
+    for (int i = 0; i < 3; ++i) {
+        refused += thread.postMsg(msg) + thread.postMsg(FIRST) + thread.sendMsgAsync(msg) +
+                   thread.sendMsgSync(msg) + thread.sendMsgSync(FIRST);
+    }
+    EXPECT_EQ(gAllocations, before) << "no room for the data";
+    int entries = 0;
+    while (thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1) == 1) {
+        ++entries;
+    }
+    refused += thread.sendMsgInterrupt(msg);
+    EXPECT_EQ(gAllocations, before) << "control entries, to the last and beyond";
+    EXPECT_EQ(accepted, 2);
+    EXPECT_EQ(entries, 256);
+    EXPECT_EQ(refused, 0);
+    thread.stop(0, 0);
+    before = gAllocations;
+    refused += thread.postMsg(msg) + thread.sendMsgSync(msg) + thread.sendMsgInterrupt(msg);
+    EXPECT_EQ(gAllocations, before) << "asked to stop";
+    EXPECT_EQ(refused, 0);
+    listener.gate.open();
+    EXPECT_EQ(thread.waitTo(3, 0), 0);
+}
+
+TEST(MsgDrivenThread, Destructor_OfARunningThreadWhosePipeIsFull_WaitsForItsLoop) {
+    LogCapture log;
+    Gate full;
+    Collector collector;
+    auto thread = std::make_unique<utl::MsgDrivenThread>(8, 64, "crammed");
+    utl::MsgDrivenThread* const road = thread.get();
+    collector.onMsg = [&full, road](int id, int) {
+        if (id != BLOCKER) {
+            return;
+        }
+        while (road->postMsg(FIRST) == 1) {
+            road->eraseMsg(FIRST);
+        }
+        full.open();
+        while (ThreadAccess::writeEnd(*road) != -1) {
+            std::this_thread::yield();
+        }
+    };
+    ASSERT_EQ(thread->start(&collector), 0);
+    int const id = thread->getId();
+    ASSERT_EQ(thread->postMsg(BLOCKER), 1);
+    ASSERT_TRUE(full.wait());
+    thread.reset();
+    EXPECT_FALSE(utl::ThreadManager::get()->isThreadActive(id));
+    EXPECT_EQ(collector.ids(), (std::vector<int>{BLOCKER}));
+    EXPECT_EQ(
+        log.lines(),
+        (std::vector<std::string>{
+            "<UTIL> ERR: MsgDrivenThread(crammed) Overflow ThreadCtlMsgQueue  MaxCount:320 MsgId:0x00000064",
+            "<UTIL> ERR: MsgDrivenThread(crammed) Error. read Ret:4294967295 errno:" + std::to_string(EBADF) +
+                " !!Break msg loop!!"}));
+    EXPECT_TRUE(utl::ThreadManager::get()->unregister(id));
+}
+
+TEST(MsgDrivenThread, FramesBeyondThirtyTwoBits_AreNotAllocatedOnAnyAbi) {
+    auto const make = [](unsigned int size, unsigned int count) {
+        utl::MsgDrivenThread(size, count, "huge");
+    };
+    EXPECT_THROW(make(0xFFFC, 0x10000), std::bad_alloc) << "2 to the 32 bytes";
+    EXPECT_THROW(make(0x10000, 0x10000), std::bad_alloc) << "wraps to a small number";
+    EXPECT_THROW(make(8, UINT_MAX), std::bad_alloc);
+    EXPECT_THROW(make(UINT_MAX - 4, 2), std::bad_alloc);
+    EXPECT_THROW(make(UINT_MAX - 3, 1), std::bad_alloc) << "one frame alone";
+    EXPECT_THROW(make(UINT_MAX, 1), std::bad_alloc);
+    EXPECT_THROW(make(UINT_MAX, 0), std::bad_alloc);
 }
 
 TEST(MsgDrivenThread, Descriptors_AreClosedWithTheObject) {

@@ -3,7 +3,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <cstdlib>
@@ -40,6 +44,18 @@ void runOn(ScopedMsgThread& thread, Collector& collector, WORK work) {
     ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
     ASSERT_EQ(thread.sendMsgSync(FIRST + 1), 1);
     collector.onMsg = MsgHandler::Function();
+}
+
+// A blocker's handler that does `work` before it blocks.
+template <typename WORK>
+void beforeBlocking(BlockedRoad& road, WORK work) {
+    auto const block = road.collector.onMsg.get();
+    road.collector.onMsg = [block, work](int id, int number) {
+        if (id == BLOCKER) {
+            work();
+        }
+        block(id, number);
+    };
 }
 
 std::string stamped(std::string const& text, int error) {
@@ -704,8 +720,12 @@ TEST(MsgTimer, ABusyListenerUnderAFastTimer_FillsNoPipeAndCatchesUp) {
     hooks::write.reset();
     utl::Thread::sleep(100);
     EXPECT_LE(hooks::write.calls(), utl::TIMER_TOKENS_MAX);
-    std::promise<void> alive;
-    std::thread([&] { alive.set_value(); }).join();
+    // Of an expiry during the handler at least one token waits, whoever wrote it before the count began.
+    int waiting = 0;
+    while (waiting == 0) {
+        ASSERT_EQ(ioctl(ThreadAccess::readEnd(road.thread), FIONREAD, &waiting), 0);
+    }
+    EXPECT_EQ(waiting % 8, 0);
     size_t const before = road.collector.received().size();
     road.onOther = MsgHandler::Function();
     go.open();
@@ -749,6 +769,449 @@ TEST(MsgTimer, AnExpiryThatComesAfterItsThreadIsGone_ReachesNoForeignFile) {
     utl::MsgDrivenThread::TimeoutSignalHandler(timerSignal(), &info, nullptr);
     ASSERT_EQ(pthread_sigmask(SIG_UNBLOCK, &signals, nullptr), 0);
     EXPECT_EQ(lseek(pipeEnd, 0, SEEK_END), 0);
+}
+
+// Tokens of timers in a pipe that is nearly full.
+
+TEST(MsgTimer, AHandlerThatSetsAndKillsTimersForLong_FillsNoPipe) {
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "swarm", 8);
+    int posted = -1;
+    collector.onMsg = [&](int id, int) {
+        for (int round = 0; id == FIRST && round < 300; ++round) {
+            std::vector<int> timers;
+            for (int i = 0; i < 8; ++i) {
+                timers.push_back(thread.setTimer(1, 0, 0, 1));
+                for (unsigned int expiry = 0; expiry < utl::TIMER_TOKENS_MAX; ++expiry) {
+                    expire(thread, timers.back());
+                }
+            }
+            for (int const timer : timers) {
+                EXPECT_TRUE(thread.killTimer(timer));
+            }
+        }
+        posted = id == FIRST ? thread.postMsg(FIRST + 1) : posted;
+    };
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(posted, 0) << "9600 tokens of timers that are gone are more than fit";
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{"<UTIL> ERR: MsgDrivenThread(swarm) Overflow ThreadCtlMsgQueue  "
+                                        "MaxCount:272 MsgId:0x00000065"}));
+    while (thread.postMsg(FIRST + 2) == 0) {
+        std::this_thread::yield();
+    }
+    ASSERT_TRUE(collector.waitFor(2));
+    ASSERT_GT(thread.setTimer(1, 0, 1, 0), 0);
+    ASSERT_TRUE(collector.waitFor(3));
+}
+
+// 7400 messages wait, and the front of the pipe is a page of which one token is left: the system would call
+// such a pipe full although it is not.
+TEST(MsgTimer, AnExpiryWhileManyMessagesWait_GetsItsTokenAtOnce) {
+    constexpr int WAITING = 7400;
+    int const inFront = getpagesize() / 8 - 1;
+    ASSERT_LT(inFront, WAITING);
+    BlockedRoad road(4, WAITING);
+    int timer = -1;
+    beforeBlocking(road, [&] { timer = road.thread.setTimer(60000, 0, 1, 0); });
+    for (int i = 1; i < inFront; ++i) {
+        ASSERT_EQ(road.thread.sendMsgAsync(NumberMsg(FIRST, i)), 1);
+    }
+    ASSERT_EQ(road.thread.sendMsgAsync(NumberMsg(BLOCKER)), 1);
+    ASSERT_EQ(road.thread.sendMsgAsync(NumberMsg(FIRST, 0)), 1);
+    ASSERT_EQ(road.thread.start(&road.collector), 0);
+    ASSERT_TRUE(road.entered.wait());
+    ASSERT_GT(timer, 0);
+    for (int i = 1; i < WAITING; ++i) {
+        ASSERT_EQ(road.thread.sendMsgAsync(NumberMsg(FIRST, i)), 1);
+    }
+    hooks::write.reset();
+    expire(road.thread, timer);
+    EXPECT_EQ(hooks::write.calls(), 1U);
+    road.gate.open();
+    ASSERT_TRUE(road.collector.waitFor(static_cast<size_t>(inFront + WAITING + 1)));
+    EXPECT_EQ(road.collector.received().back().id, utl::MSG_ID_TIMER);
+}
+
+TEST(MsgTimer, ATimerThatCouldNotBeDeleted_WritesIntoNoForeignFileWhenItsThreadIsGone) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, timerSignal());
+    ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &signals, nullptr), 0);
+    HookScope const scope;
+    LogCapture const log;
+    timer_t sysTimer = timer_t();
+    siginfo_t lastExpiry = {};
+    {
+        Collector collector;
+        ScopedMsgThread thread;
+        ASSERT_EQ(thread.start(&collector), 0);
+        int const timer = thread.setTimer(1, 0, 0, 1);
+        ASSERT_GT(timer, 0);
+        sysTimer = thread.findTimer(timer)->mSysTimerId;
+        lastExpiry.si_timerid = thread.findTimer(timer)->mSysTimerNum;
+        lastExpiry.si_value.sival_int = ThreadAccess::writeEnd(thread);
+        hooks::timerDelete.failFrom(1, 0, -1, EINVAL);
+    }
+    int const pipeEnd = lastExpiry.si_value.sival_int;
+    char path[] = "UtlTimerTestXXXXXX";
+    int file = mkstemp(path);
+    ASSERT_GE(file, 0);
+    std::vector<int> others;
+    while (file != pipeEnd && file < pipeEnd) {
+        others.push_back(file);
+        file = open(path, O_RDWR);
+    }
+    unlink(path);
+    ASSERT_EQ(file, pipeEnd);
+    hooks::write.reset();
+    for (int i = 0; i < 3; ++i) {
+        sigset_t pending;
+        do {
+            sigpending(&pending);
+        } while (sigismember(&pending, timerSignal()) == 0);
+        ASSERT_EQ(pthread_sigmask(SIG_UNBLOCK, &signals, nullptr), 0);
+        ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &signals, nullptr), 0);
+        utl::MsgDrivenThread::TimeoutSignalHandler(timerSignal(), &lastExpiry, nullptr);
+    }
+    EXPECT_EQ(hooks::timerDelete.real(sysTimer), 0);
+    ASSERT_EQ(pthread_sigmask(SIG_UNBLOCK, &signals, nullptr), 0);
+    EXPECT_EQ(hooks::write.calls(), 0U);
+    EXPECT_EQ(lseek(pipeEnd, 0, SEEK_END), 0);
+    for (int const other : others) {
+        close(other);
+    }
+    close(pipeEnd);
+}
+
+#ifndef __SANITIZE_THREAD__  // which ends a process that starts threads behind a fork of several threads
+enum ChildResult { CHILD_FIRED, CHILD_COULD_NOT_START, CHILD_HAS_OTHER_NUMBERS, CHILD_HEARD_NOTHING };
+
+// What a child does; it has none of its parent's threads.
+ChildResult runTimersInChild(std::vector<int> const& parentNumbers) {
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "child");
+    if (thread.start(&collector) != 0) {
+        return CHILD_COULD_NOT_START;
+    }
+    std::vector<int> numbers;
+    for (size_t i = 0; i < parentNumbers.size(); ++i) {
+        int const timer = thread.setTimer(50, 0, 0, 1);
+        if (timer < 0) {
+            return CHILD_COULD_NOT_START;
+        }
+        numbers.push_back(thread.findTimer(timer)->mSysTimerNum);
+    }
+    if (numbers != parentNumbers) {
+        return CHILD_HAS_OTHER_NUMBERS;
+    }
+    std::set<int> heard;
+    for (size_t count = 1; heard.size() < numbers.size(); ++count) {
+        if (!collector.waitFor(count)) {
+            return CHILD_HEARD_NOTHING;
+        }
+        heard.insert(collector.received()[count - 1].number);
+    }
+    return CHILD_FIRED;
+}
+
+TEST(MsgTimer, TimersOfAChildProcess_Fire_AlthoughItsParentHasTimersWithTheSameNumbers) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    std::vector<int> numbers;
+    for (int i = 0; i < 3; ++i) {
+        int const timer = thread.setTimer(60000, 0, 0, 1);
+        ASSERT_GT(timer, 0);
+        numbers.push_back(thread.findTimer(timer)->mSysTimerNum);
+    }
+    ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
+    pid_t const child = fork();
+    if (child == 0) {
+        _exit(runTimersInChild(numbers));
+    }
+    ASSERT_GT(child, 0);
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), CHILD_FIRED);
+    expire(thread, 1);
+    EXPECT_TRUE(collector.waitFor(2)) << "the parent's go on";
+}
+#endif
+
+TEST(MsgTimer, KillTimer_ThatCannotBeAnnounced_LeavesTheTimerOnAlsoWhenItsStopEntryWasServed) {
+    HookScope const scope;
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    int const timer = thread.setTimer(60000, 0, 0, 1);
+    ASSERT_GT(timer, 0);
+    hooks::write.failFrom(1, 1, -1, EIO);
+    EXPECT_FALSE(thread.killTimer(timer, 0));
+    EXPECT_TRUE(thread.findTimer(timer)->isRunning());
+    ASSERT_NE(thread.findTimerStopEntry(timer), nullptr);
+    // The token of another entry of the kind lets the loop serve the one that was left over.
+    ASSERT_EQ(thread.postThreadCtlMsg(utl::MSG_ID_CTL_STOP_TIMER, 999), 1);
+    while (thread.findTimerStopEntry(timer) != nullptr) {
+        std::this_thread::yield();
+    }
+    thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_STOP_TIMER);
+    EXPECT_TRUE(thread.findTimer(timer)->isRunning());
+    for (unsigned int count = 1; count <= 3; ++count) {
+        expire(thread, timer);
+        ASSERT_TRUE(collector.waitFor(count)) << "it still fires";
+    }
+    EXPECT_TRUE(thread.killTimer(timer, 0));
+    EXPECT_EQ(thread.erasedTimers(), std::vector<int>{timer});
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+}
+
+TEST(MsgTimer, AKillThatWaits_WhoseLoopEndsFirst_IsReleasedAndTheTimerIsGoneOnce) {
+    for (int round = 0; round < 20; ++round) {
+        HookScope const scope;
+        LogCapture const log;
+        BlockedRoad road;
+        ASSERT_EQ(road.thread.start(&road.collector), 0);
+        int const timer = road.thread.setTimer(60000, 0, 0, round % 2);
+        ASSERT_GT(timer, 0);
+        ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
+        ASSERT_TRUE(road.entered.wait());
+        hooks::write.reset();
+        auto killed = std::async(std::launch::async, [&] { return road.thread.killTimer(timer, 0); });
+        waitForTokens(1);
+        EXPECT_EQ(killed.wait_for(std::chrono::milliseconds(1)), std::future_status::timeout);
+        hooks::read.failFrom(1, 0, -1, EIO);
+        road.gate.open();
+        EXPECT_TRUE(killed.get());
+        EXPECT_EQ(road.thread.waitTo(3, 0), 0);
+        EXPECT_EQ(road.thread.erasedTimers(), std::vector<int>{timer});
+        EXPECT_EQ(hooks::timerDelete.calls(), 1U);
+        EXPECT_EQ(road.thread.findTimerStopEntry(timer), nullptr);
+    }
+}
+
+TEST(MsgTimer, ExpiriesDuringOneLongHandler_GiveExactlyOneTimeoutOrTwo) {
+    for (int const autoRepeat : {0, 1}) {
+        Collector collector;
+        ScopedMsgThread thread;
+        ASSERT_EQ(thread.start(&collector), 0);
+        int timer = -1;
+        runOn(thread, collector, [&] {
+            timer = thread.setTimer(60000, 0, 0, autoRepeat);
+            for (int expiry = 0; expiry < 10; ++expiry) {
+                expire(thread, timer);
+            }
+        });
+        // Behind the last expiry's token; and then behind the timeouts.
+        EXPECT_EQ(thread.sendMsgSync(FIRST + 2), 1);
+        EXPECT_EQ(thread.sendMsgSync(FIRST + 3), 1);
+        std::vector<int> const ids = collector.ids();
+        EXPECT_EQ(std::count(ids.begin(), ids.end(), utl::MSG_ID_TIMER), autoRepeat != 0 ? 2 : 1);
+        EXPECT_TRUE(thread.killTimer(timer));
+    }
+}
+
+// The hook behind a timer that is gone.
+
+TEST(MsgTimer, OnEraseTimer_OfAKillFromOutside_RunsOnTheKillersThread) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    for (int const noWait : {0, 1}) {
+        ASSERT_TRUE(thread.killTimer(thread.setTimer(60000, 0, 0, 1), noWait));
+    }
+    EXPECT_EQ(thread.erasingThreads(), std::vector<int>(2, utl::ThreadManager::getCallerId()));
+}
+
+TEST(MsgTimer, OnEraseTimer_OfEveryOtherEnd_RunsOnTheMessageThread) {
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    int killed = 0;
+    runOn(thread, collector, [&] {
+        killed = thread.setTimer(60000, 0, 0, 1);
+        EXPECT_TRUE(thread.killTimer(killed, 0));
+    });
+    int const expired = thread.setTimer(60000, 0, 1, 0);
+    expire(thread, expired);
+    EXPECT_EQ(thread.sendMsgSync(FIRST + 2), 1);
+    EXPECT_EQ(thread.sendMsgSync(FIRST + 3), 1);
+    int const left = thread.setTimer(60000, 0, 0, 0);
+    EXPECT_EQ(thread.stop(1, 0), 0);
+    EXPECT_EQ(thread.erasedTimers(), (std::vector<int>{killed, expired, left}));
+    EXPECT_EQ(thread.erasingThreads(), std::vector<int>(3, thread.getId()));
+}
+
+TEST(MsgTimer, OnEraseTimer_OfAnErasedTimeout_RunsOnTheMessageThread) {
+    BlockedRoad road;
+    ASSERT_EQ(road.thread.start(&road.collector), 0);
+    int timer = -1;
+    road.onOther = [&](int id, int) {
+        if (id == FIRST) {
+            timer = road.thread.setTimer(60000, 0, 1, 0);
+            expire(road.thread, timer);
+        }
+    };
+    ASSERT_EQ(road.thread.sendMsgSync(FIRST), 1);
+    // The expiry's token stands in front of the blocker's, and its timeout may stand on either side.
+    ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
+    ASSERT_TRUE(road.entered.wait());
+    road.onOther = MsgHandler::Function();
+    hooks::write.reset();
+    auto erased = std::async(std::launch::async, [&] { return road.thread.eraseMsg(utl::MSG_ID_TIMER); });
+    waitForTokens(1);
+    road.gate.open();
+    EXPECT_TRUE(erased.get());
+    EXPECT_EQ(road.thread.erasedTimers(), std::vector<int>{timer});
+    EXPECT_EQ(road.thread.erasingThreads(), std::vector<int>{road.thread.getId()});
+}
+
+TEST(MsgTimer, OnEraseTimer_OfAKillThatDoesNotWait_ComesBeforeTheSystemTimerIsDeleted) {
+    HookScope const scope;
+    BlockedRoad road;
+    ASSERT_EQ(road.thread.start(&road.collector), 0);
+    int const timer = road.thread.setTimer(60000, 0, 0, 1);
+    ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
+    ASSERT_TRUE(road.entered.wait());
+    unsigned int deletedInHook = 99;
+    bool foundInHook = true;
+    road.thread.onErase = [&](int, int erased) {
+        deletedInHook = hooks::timerDelete.calls();
+        foundInHook = road.thread.findTimer(erased) != nullptr;
+    };
+    EXPECT_TRUE(road.thread.killTimer(timer, 1));
+    EXPECT_EQ(road.thread.erasedTimers(), std::vector<int>{timer});
+    EXPECT_EQ(deletedInHook, 0U);
+    EXPECT_FALSE(foundInHook);
+    EXPECT_NE(road.thread.findTimerStopEntry(timer), nullptr);
+    road.gate.open();
+    EXPECT_EQ(road.thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(hooks::timerDelete.calls(), 1U);
+    EXPECT_EQ(road.thread.findTimerStopEntry(timer), nullptr);
+}
+
+TEST(MsgTimer, KillTimer_WhileAStopIsRequested_WorksAsLongAsTheLoopRuns) {
+    HookScope const scope;
+    BlockedRoad road;
+    int own = -1;
+    ASSERT_EQ(road.thread.start(&road.collector), 0);
+    int const timer = road.thread.setTimer(60000, 0, 0, 1);
+    ASSERT_GT(timer, 0);
+    bool ownKilled = false;
+    bool refusedNew = false;
+    road.collector.onMsg = [&](int id, int) {
+        if (id == BLOCKER) {
+            own = road.thread.setTimer(60000, 0, 0, 1);
+            road.entered.open();
+            road.gate.wait();
+            refusedNew = road.thread.setTimer(1, 0, 0, 1) == -1 && road.thread.registerTimer(1, 0, 1) == -1;
+            ownKilled = road.thread.killTimer(own, 0);
+        }
+    };
+    ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
+    ASSERT_TRUE(road.entered.wait());
+    EXPECT_EQ(road.thread.stop(0, 0), 0);
+    EXPECT_FALSE(road.thread.startTimer(timer, 0));
+    EXPECT_TRUE(road.thread.killTimer(timer, 1));
+    EXPECT_EQ(road.thread.findTimer(timer), nullptr);
+    road.gate.open();
+    EXPECT_EQ(road.thread.waitTo(3, 0), 0);
+    EXPECT_TRUE(refusedNew);
+    EXPECT_TRUE(ownKilled);
+    EXPECT_EQ(road.thread.erasedTimers(), (std::vector<int>{timer, own}));
+    EXPECT_EQ(hooks::timerDelete.calls(), 2U);
+}
+
+TEST(MsgTimer, TimerIds_WrapBehindTheLargestAndSkipThoseOfLiveTimers) {
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "wrap", 8);
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.registerTimer(1, 0, 0), 1);
+    EXPECT_EQ(thread.setTimer(60000, 0, 0, 0), 2);
+    EXPECT_EQ(thread.registerTimer(1, 0, 0), 3);
+    EXPECT_TRUE(thread.killTimer(2, 0));
+    ThreadAccess::setNextTimerId(thread, INT_MAX - 1);
+    EXPECT_EQ(thread.registerTimer(1, 0, 0), INT_MAX - 1);
+    EXPECT_EQ(thread.setTimer(60000, 0, 0, 0), INT_MAX);
+    runOn(thread, collector, [&] { EXPECT_EQ(thread.setTimer(60000, 0, 0, 0), 2); });
+    EXPECT_EQ(thread.registerTimer(1, 0, 0), 4);
+    EXPECT_TRUE(thread.killTimer(INT_MAX, 0));
+}
+
+TEST(MsgTimer, TimerIds_SkipThoseOfTimersThatAreBeingStopped) {
+    BlockedRoad road;
+    ASSERT_EQ(road.thread.start(&road.collector), 0);
+    ASSERT_EQ(road.thread.setTimer(60000, 0, 0, 0), 1);
+    ASSERT_EQ(road.thread.setTimer(60000, 0, 0, 0), 2);
+    ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
+    ASSERT_TRUE(road.entered.wait());
+    ASSERT_TRUE(road.thread.killTimer(1, 1));
+    ThreadAccess::setNextTimerId(road.thread, INT_MAX);
+    EXPECT_EQ(road.thread.registerTimer(1, 0, 0), INT_MAX);
+    EXPECT_EQ(road.thread.registerTimer(1, 0, 0), 3);
+    road.gate.open();
+    ASSERT_EQ(road.thread.sendMsgSync(FIRST), 1);
+    ThreadAccess::setNextTimerId(road.thread, INT_MAX - 1);
+    EXPECT_EQ(road.thread.registerTimer(1, 0, 0), INT_MAX - 1);
+    EXPECT_TRUE(road.thread.killTimer(INT_MAX - 1, 0));
+    EXPECT_EQ(road.thread.registerTimer(1, 0, 0), 1) << "it is free again";
+}
+
+TEST(MsgTimer, AStartThatIsNotWaitedForAndFails_IsLoggedAndTheTimerStaysRegistered) {
+    HookScope const scope;
+    LogCapture log;
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "unwaited", 2);
+    ASSERT_EQ(thread.start(&collector), 0);
+    std::vector<std::string> const lines = {
+        stamped("MsgDrivenThread(unwaited) timer_create SysTimerId:0x00000000 errno:", EAGAIN),
+        "<UTIL> ERR: !!!!!!!! MsgDrivenThread(unwaited) Error. MsgId:0x80000006 !!!!!!!!"};
+    hooks::timerCreate.failFrom(1, 2, -1, EAGAIN);
+    int const timer = thread.setTimer(1, 1, 1, 0);
+    EXPECT_EQ(timer, 1);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(log.lines(), lines);
+    ASSERT_NE(thread.findTimer(timer), nullptr);
+    EXPECT_FALSE(thread.findTimer(timer)->isRunning());
+    EXPECT_EQ(thread.remTimerIdCount(), 1U);
+    log.clear();
+    EXPECT_TRUE(thread.startTimer(timer, 1));
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(log.lines(), lines);
+    ASSERT_NE(thread.findTimer(timer), nullptr);
+    EXPECT_FALSE(thread.findTimer(timer)->isRunning());
+    EXPECT_TRUE(thread.startTimer(timer, 1));
+    ASSERT_TRUE(collector.waitFor(3)) << "the third start succeeds";
+    EXPECT_TRUE(thread.erasedTimers().empty() || thread.erasedTimers() == std::vector<int>{timer});
+}
+
+// Without the handler the first expiry would end the process.
+TEST(MsgTimer, SigAction_ThatKeepsFailing_RefusesTheStartOfATimer) {
+    HookScope const scope;
+    LogCapture log;
+    hooks::sigAction.failFrom(1, 0, -1, EINVAL);
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "handlerless");
+    ASSERT_EQ(thread.start(&collector), 0);
+    std::string const line = stamped("MsgDrivenThread sigaction  errno:", EINVAL);
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{line}));
+    EXPECT_EQ(thread.setTimer(1, 0, 0, 1), -1);
+    ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{line, line,
+                                        "<UTIL> ERR: !!!!!!!! MsgDrivenThread(handlerless) Error. "
+                                        "MsgId:0x80000006 !!!!!!!!"}));
+    int const timer = thread.registerTimer(1, 1, 0);
+    EXPECT_FALSE(thread.startTimer(timer, 0));
+    EXPECT_EQ(log.count(line), 3U);
+    EXPECT_EQ(hooks::timerCreate.calls(), 0U);
+    hooks::sigAction.reset();
+    EXPECT_TRUE(thread.startTimer(timer, 0));
+    ASSERT_TRUE(collector.waitFor(2));
 }
 
 TEST(MsgTimer, EraseMsg_OfAPendingOneShot_EndsTheTimerAndCallsTheHook) {
