@@ -80,7 +80,8 @@ class UTL_API ThreadManager {
     /// Threads that a manager has room for when nobody asked for another number.
     static constexpr unsigned int DEFAULT_ENTRY_MAX = 128;
 
-    /// The instance, which the first call creates with room for `DEFAULT_ENTRY_MAX` threads.
+    /// The instance, which the first call creates with room for `DEFAULT_ENTRY_MAX` threads. The first call
+    /// also starts the watchdog, whose thread takes one of the places.
     static ThreadManager* get();
 
     /// The instance, null if there is none.
@@ -90,9 +91,10 @@ class UTL_API ThreadManager {
     /// call it before any thread is started.
     static bool initializeEntryMax(unsigned int entryMax);
 
-    /// Deletes the instance. Registered threads run on; what they call later goes to a new instance, which
-    /// does not know them. No thread may be inside an operation of the old instance, and a thread that waits
-    /// for the end of another one is. Threads that are just about to end do no harm.
+    /// Ends the watchdog's thread, waits for that, and deletes the instance. Not on the watchdog's thread,
+    /// that is, not from a `WatchdogTimerListener`. Registered threads run on; what they call later goes to a
+    /// new instance, which does not know them. No thread may be inside an operation of the old instance, and
+    /// a thread that waits for the end of another one is. Threads that are just about to end do no harm.
     static void destroy();
 
     /// The calling thread's kernel id.
@@ -178,6 +180,10 @@ class UTL_API ThreadManager {
     bool setWatchdogAliveTime(unsigned int aliveTime, int id = 0);
     ///@}
 
+    /// Has the watchdog look at its threads every `interval` milliseconds from now on;
+    /// `WatchdogInfo::DEFAULT_WATCH_INTERVAL` at first. Results as of `ThreadWatchdog::setWatchInterval`.
+    bool setWatchdogWatchInterval(unsigned int interval);
+
     /// A sign of life of the calling thread, given at the place `info`. Harmless at any time, also while the
     /// manager is created or deleted by the calling thread. Does not lock the table.
     void keepAliveWatchdog(StatementInfo const& info);
@@ -194,6 +200,8 @@ class UTL_API ThreadManager {
     explicit ThreadManager(unsigned int entryMax);
 
     static SyncObject const& instantiationSyncObject();
+    static ThreadManager* getOrCreate(bool* isFirst);
+    static ThreadManager* forbidWatchdog();
     static void* startThread(void* parameter);
     static void signalStarted();
     static void signalEnded(int id);
@@ -215,6 +223,7 @@ class UTL_API ThreadManager {
     void eraseEntry(int id);
 
     static ThreadManager* mpTheObject;
+    static std::atomic<bool> mHasInitializedWatchdog;
     static std::atomic<unsigned int> mFreePlaces;  // of mEntries; read without its lock
 
     SyncObject mEntriesSyncObject;

@@ -4,6 +4,7 @@
 
 #include "UtlBasicString.h"
 #include "UtlMap.h"
+#include "UtlMsgDrivenThread.h"
 #include "UtlPlatform.h"
 #include "UtlSyncObject.h"
 
@@ -116,10 +117,21 @@ class UTL_API WatchdogTimerListener {
 /// | yes, unknown or alive | `keepAlive` | yes, alive | none |
 /// | yes, timed out | `keepAlive` | yes, alive | "ThreadWatchdog Timeout->Alive ..." |
 /// | yes | `stop` | no, state kept | none |
+/// | yes, unknown or alive | silent for `aliveTime` | yes, timed out | "!!!!!!!! ThreadWatchdog Timeout ..." |
 /// | any | `unregister` | absent | none |
 ///
+/// A thread of the watchdog's own, "Watchdog Thread", looks at the table at every interval. It declares each
+/// overdue thread timed out once for each silence and tells its listener, outside the lock and on a copy of
+/// the table: a listener may call back, and a slow one delays the next look and nothing else.
+///
+/// | State | Entered by | Operations |
+/// |---|---|---|
+/// | constructed | the constructor | false |
+/// | initialized | `initialize` | as described |
+/// | shut down | `shutdown` | false, for good |
+///
 /// Until the watchdog is initialized its operations give false and do nothing, unless they say otherwise.
-class UTL_API ThreadWatchdog {
+class UTL_API ThreadWatchdog : public ThreadMsgListener {
   public:
     /// Stands in for a listener that was not given: prints the table at level 3.
     class UTL_API DefaultTimerListener : public WatchdogTimerListener {
@@ -129,13 +141,33 @@ class UTL_API ThreadWatchdog {
 
     /// Room for `entryMax` threads, for good.
     explicit ThreadWatchdog(unsigned int entryMax);
-    virtual ~ThreadWatchdog();
+    ~ThreadWatchdog() override;
     ThreadWatchdog(ThreadWatchdog const&) = delete;
     ThreadWatchdog& operator=(ThreadWatchdog const&) = delete;
 
+    /// Starts the watchdog's thread and has it look at the table every `interval` milliseconds; never for 0.
+    /// False if it was initialized before, also if it was shut down since, or if the thread or its timer
+    /// cannot be had. It is not tried again then; a thread without a timer stays until `shutdown`.
+    bool initialize(unsigned int interval);
+
+    /// Ends the watchdog's thread and waits until a listener that runs has returned and the thread has ended.
+    /// Not on the watchdog's thread.
+    void shutdown();
+
+    /// Has the thread look at the table every `interval` milliseconds from now on; never for 0. False if
+    /// there is no thread or the timer cannot be had: nobody looks at the table any more then, until another
+    /// call succeeds. One caller at a time, which may be a listener.
+    bool setWatchInterval(unsigned int interval);
+
+    /// Called on the watchdog's thread: looks at the table when the message is from its own timer. Ignores
+    /// every other one.
+    void receiveMsg(int threadId, ThreadRawMsg& msg) override;
+
     /// Registers thread `id`, not yet watched. False, with a log line of level 1, for an `aliveTime` of 0,
     /// even before the watchdog is initialized, and for an id that is registered or a full table, which stays
-    /// as it is. False for a null `name`. `listener` may be null and must outlive the registration.
+    /// as it is. False for a null `name`. `listener` may be null; a
+    /// time-out that was found before `unregister` may reach it behind that, so it must live until
+    /// `shutdown`.
     bool entry(int id, unsigned int aliveTime, WatchdogTimerListener* listener, char const* name);
 
     /// Removes thread `id`; false if it is not registered.
@@ -176,9 +208,19 @@ class UTL_API ThreadWatchdog {
     bool executeStop(int id);
     bool executeKeepAlive(int id, StatementInfo const& info);
 
+    // The steps of a look at the table, on the watchdog's thread.
+    void executeWatchThreads();
+    void executeWatchdogTimeout(int id);
+
   private:
     friend struct ThreadWatchdogTestAccess;
 
+    bool setTimer(unsigned int interval);
+    int findOverdue(unsigned int now);
+    bool declareTimeout(int id, WatchdogTimerListener** listener, WatchdogInfos* copy);
+
+    MsgDrivenThread* mThread;
+    std::atomic<int> mTimerId;
     std::atomic<bool> mInitialized;
     bool mInKeepAlive;
     SyncObject mInfosSyncObject;

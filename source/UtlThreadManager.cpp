@@ -30,6 +30,10 @@ constexpr char SOURCE_FILE[] = "source/UtlThreadManager";
 std::shared_mutex gDeletion;
 static_assert(std::is_trivially_destructible_v<std::shared_mutex>, "threads may outlive the exit handlers");
 
+// Lets one deletion of the instance happen at a time, from the end of its watchdog's thread on.
+std::mutex gDestruction;
+static_assert(std::is_trivially_destructible_v<std::mutex>, "threads may outlive the exit handlers");
+
 // Applies to the calling thread alone, other than POSIX has it.
 int setCallersPriority(char const* function, unsigned int line, int osValue) {
     return keepAliveAround(SOURCE_FILE, function, line,
@@ -124,6 +128,7 @@ struct ThreadManager::StartParameter {
 };
 
 ThreadManager* ThreadManager::mpTheObject = nullptr;
+std::atomic<bool> ThreadManager::mHasInitializedWatchdog{false};
 std::atomic<unsigned int> ThreadManager::mFreePlaces{0};
 
 SyncObject const& ThreadManager::instantiationSyncObject() {
@@ -131,10 +136,26 @@ SyncObject const& ThreadManager::instantiationSyncObject() {
     return *mInstantiationSyncObject;
 }
 
+// The watchdog starts outside the lock, and behind its flag: its thread comes back here while it starts.
 ThreadManager* ThreadManager::get() {
+    bool isFirst = false;
+    ThreadManager* const manager = getOrCreate(&isFirst);
+    if (isFirst) {
+        manager->mWatchdog.load()->initialize(WatchdogInfo::DEFAULT_WATCH_INTERVAL);
+    }
+    return manager;
+}
+
+// Instance and flag belong together: whoever gets a new instance sees a cleared flag, and one of them sets
+// it.
+ThreadManager* ThreadManager::getOrCreate(bool* isFirst) {
     SyncGuard const guard(instantiationSyncObject());
     if (mpTheObject == nullptr) {
         mpTheObject = new ThreadManager(DEFAULT_ENTRY_MAX);
+    }
+    *isFirst = !mHasInitializedWatchdog;
+    if (*isFirst) {
+        mHasInitializedWatchdog = true;
     }
     return mpTheObject;
 }
@@ -153,12 +174,34 @@ bool ThreadManager::initializeEntryMax(unsigned int entryMax) {
     return true;
 }
 
-// The instance stands until it is gone, for the sake of what reports a sign of life while it is deleted.
+// The watchdog's thread comes back into `get` while it ends, so it ends while no lock is held that `get`
+// takes. The instance stands until it is gone, for the sake of what reports a sign of life while it is
+// deleted.
 void ThreadManager::destroy() {
+    std::lock_guard<std::mutex> const onlyOne(gDestruction);
+    ThreadManager* const watching = forbidWatchdog();
+    if (watching != nullptr) {
+        watching->mWatchdog.load()->shutdown();
+    }
     std::unique_lock<std::shared_mutex> const alone(gDeletion);
+    ThreadManager* const manager = getIfCreated();
+    if (manager != nullptr) {
+        // Its thread's object asks the manager while it goes: not under the lock below.
+        delete manager->mWatchdog.exchange(nullptr);
+    }
     SyncGuard const guard(instantiationSyncObject());
     delete mpTheObject;
     mpTheObject = nullptr;
+    mHasInitializedWatchdog = false;
+}
+
+// Nobody starts a watchdog any more until the flag is cleared. A thread that ended into a new instance may
+// have been about to: it has done so by now. Gives the instance whose watchdog was started, null if there is
+// none.
+ThreadManager* ThreadManager::forbidWatchdog() {
+    std::unique_lock<std::shared_mutex> const alone(gDeletion);
+    SyncGuard const guard(instantiationSyncObject());
+    return mHasInitializedWatchdog.exchange(true) ? mpTheObject : nullptr;
 }
 
 int ThreadManager::getCallerId() {
@@ -453,31 +496,43 @@ bool ThreadManager::entryWatchdog(unsigned int aliveTime, WatchdogTimerListener*
         SyncGuard const guard(mEntriesSyncObject);
         name = getName(watched);
     }
-    return mWatchdog.load()->entry(watched, aliveTime, listener, orEmpty(name.buffer()));
+    ThreadWatchdog* const watchdog = mWatchdog;
+    return watchdog != nullptr && watchdog->entry(watched, aliveTime, listener, orEmpty(name.buffer()));
 }
 
 bool ThreadManager::unregisterWatchdog(int id) {
-    return mWatchdog.load()->unregister(orCaller(id));
+    ThreadWatchdog* const watchdog = mWatchdog;
+    return watchdog != nullptr && watchdog->unregister(orCaller(id));
 }
 
 bool ThreadManager::isRegisteredWatchdog(int id) {
-    return mWatchdog.load()->isRegistered(orCaller(id));
+    ThreadWatchdog* const watchdog = mWatchdog;
+    return watchdog != nullptr && watchdog->isRegistered(orCaller(id));
 }
 
 bool ThreadManager::isWatchingWatchdog(int id) {
-    return mWatchdog.load()->isWatching(orCaller(id));
+    ThreadWatchdog* const watchdog = mWatchdog;
+    return watchdog != nullptr && watchdog->isWatching(orCaller(id));
 }
 
 bool ThreadManager::startWatchdog(int id) {
-    return mWatchdog.load()->start(orCaller(id));
+    ThreadWatchdog* const watchdog = mWatchdog;
+    return watchdog != nullptr && watchdog->start(orCaller(id));
 }
 
 bool ThreadManager::stopWatchdog(int id) {
-    return mWatchdog.load()->stop(orCaller(id));
+    ThreadWatchdog* const watchdog = mWatchdog;
+    return watchdog != nullptr && watchdog->stop(orCaller(id));
 }
 
 bool ThreadManager::setWatchdogAliveTime(unsigned int aliveTime, int id) {
-    return mWatchdog.load()->setAliveTime(orCaller(id), aliveTime);
+    ThreadWatchdog* const watchdog = mWatchdog;
+    return watchdog != nullptr && watchdog->setAliveTime(orCaller(id), aliveTime);
+}
+
+bool ThreadManager::setWatchdogWatchInterval(unsigned int interval) {
+    ThreadWatchdog* const watchdog = mWatchdog;
+    return watchdog != nullptr && watchdog->setWatchInterval(interval);
 }
 
 void ThreadManager::keepAliveWatchdog(StatementInfo const& info) {

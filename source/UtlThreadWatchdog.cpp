@@ -12,6 +12,11 @@ namespace utl {
 
 namespace {
 
+// Of the watchdog's own thread, which gets nothing but the messages of its timer.
+constexpr unsigned int TIMER_MSG_BYTES = 4;
+constexpr unsigned int MSG_COUNT = 64;
+constexpr int NO_TIMER = -1;
+
 ProcessWide<StatementInfo> gInvalidStatement("", "", 0U, 0U);
 ProcessWide<WatchdogInfo> gInvalidInfo;
 
@@ -116,9 +121,102 @@ void ThreadWatchdog::DefaultTimerListener::onTime(int, WatchdogInfos const& info
 }
 
 ThreadWatchdog::ThreadWatchdog(unsigned int entryMax)
-    : mInitialized(false), mInKeepAlive(false), mInfos(entryMax, 0) {}
+    : mThread(nullptr), mTimerId(NO_TIMER), mInitialized(false), mInKeepAlive(false), mInfos(entryMax, 0) {
+    mThread = new MsgDrivenThread(TIMER_MSG_BYTES, MSG_COUNT, "Watchdog Thread", entryMax);
+}
 
-ThreadWatchdog::~ThreadWatchdog() = default;
+ThreadWatchdog::~ThreadWatchdog() {
+    delete mThread;
+}
+
+bool ThreadWatchdog::initialize(unsigned int interval) {
+    if (mInitialized || mThread->start(this) != 0 || !setTimer(interval)) {
+        return false;
+    }
+    mInitialized = true;
+    return true;
+}
+
+// The timer ends with the thread.
+void ThreadWatchdog::shutdown() {
+    mTimerId = NO_TIMER;
+    mThread->stop(1, 0);
+    mThread->leaveManagement();
+    mInitialized = false;
+}
+
+bool ThreadWatchdog::setWatchInterval(unsigned int interval) {
+    mThread->killTimer(mTimerId, 0);
+    return setTimer(interval);
+}
+
+// Without autoRepeat: the next period begins behind a pass, so that a slow listener lets none pile up.
+bool ThreadWatchdog::setTimer(unsigned int interval) {
+    mTimerId = mThread->setTimer(interval, 0, 0, 0);
+    return mTimerId != NO_TIMER;
+}
+
+void ThreadWatchdog::receiveMsg(int /*threadId*/, ThreadRawMsg& msg) {
+    int id = MSG_ID_NONE;
+    if (msg.getMsgId(&id) == 0 || id != MSG_ID_TIMER) {
+        return;
+    }
+    TimerMsg timer;
+    if (timer.restoreFrom(msg) != 0 && timer.mTimerId == mTimerId) {
+        executeWatchThreads();
+    }
+}
+
+// One look at the clock serves the whole pass. An entry that was handled does not qualify again, and the
+// table may have changed while its listener ran, so each search starts from the beginning.
+void ThreadWatchdog::executeWatchThreads() {
+    unsigned int const now = TimeCounter::getTickTime();
+    if (now == WatchdogInfo::NO_TICK) {
+        return;  // no time to compare with
+    }
+    for (int id = findOverdue(now); id != 0; id = findOverdue(now)) {
+        executeWatchdogTimeout(id);
+    }
+}
+
+// The first thread that kept silent too long, 0 for none. A tick that lies ahead, as after the counter
+// wrapped, is not overdue, and neither is a thread that gave no sign of life yet.
+int ThreadWatchdog::findOverdue(unsigned int now) {
+    SyncGuard const guard(mInfosSyncObject);
+    for (unsigned int i = 0; i < mInfos.size(); ++i) {
+        WatchdogInfo const& info = mInfos.getAt(i)->mValue;
+        if (info.watchStatus == WatchdogInfo::WATCHING && info.aliveStatus != WatchdogInfo::TIMED_OUT &&
+            now >= info.lastAliveTick && now - info.lastAliveTick >= info.aliveTime) {
+            return info.id;
+        }
+    }
+    return 0;
+}
+
+void ThreadWatchdog::executeWatchdogTimeout(int id) {
+    WatchdogTimerListener* listener = nullptr;
+    WatchdogInfos copy(1, 1);
+    if (declareTimeout(id, &listener, &copy)) {
+        DefaultTimerListener standIn;
+        (listener != nullptr ? listener : &standIn)->onTime(id, copy);
+    }
+}
+
+bool ThreadWatchdog::declareTimeout(int id, WatchdogTimerListener** listener, WatchdogInfos* copy) {
+    SyncGuard const guard(mInfosSyncObject);
+    WatchdogInfo* const info = mInfos.find(id);
+    if (info == nullptr || info->watchStatus == WatchdogInfo::NOT_WATCHING ||
+        info->aliveStatus == WatchdogInfo::TIMED_OUT) {
+        return false;
+    }
+    info->aliveStatus = WatchdogInfo::TIMED_OUT;
+    ++info->timeoutCount;
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "!!!!!!!! ThreadWatchdog Timeout ID:%d Name:%s !!!!!!!!", id,
+           orEmpty(info->name.buffer()));
+    copy->copy(mInfos);
+    *listener = info->listener;
+    return true;
+}
 
 bool ThreadWatchdog::entry(int id, unsigned int aliveTime, WatchdogTimerListener* listener,
                            char const* name) {

@@ -4,6 +4,7 @@
 
 #include <signal.h>
 
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -15,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHooks.h"
+#include "TestLog.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlThreadManager.h"
 
@@ -53,6 +55,23 @@ class Gate {
     std::mutex mMutex;
     std::condition_variable mChanged;
     bool mOpen = false;
+};
+
+/// The watchdog got no thread: calls of the library that a test counts or replaces are those of its own
+/// threads.
+class WithoutWatchdogThread : public ::testing::Test {
+  protected:
+    WithoutWatchdogThread() { renewManager(utl::ThreadManager::DEFAULT_ENTRY_MAX); }
+
+    static void renewManager(unsigned int entryMax) {
+        utl::ThreadManager::destroy();
+        EXPECT_TRUE(utl::ThreadManager::initializeEntryMax(entryMax));
+        HookScope const scope;
+        LogCapture const log;
+        hooks::threadCreate.failFrom(1, 1, EAGAIN, 0);
+        utl::ThreadManager::get();
+        EXPECT_EQ(hooks::threadCreate.calls(), 1U);
+    }
 };
 
 /// A message with one number.

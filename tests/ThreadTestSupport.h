@@ -29,6 +29,15 @@ struct ThreadWatchdogTestAccess {
         return watchdog.mInKeepAlive;
     }
     static WatchdogInfos& infos(ThreadWatchdog& watchdog) { return watchdog.mInfos; }
+    static MsgDrivenThread& thread(ThreadWatchdog& watchdog) { return *watchdog.mThread; }
+    static void setTimerId(ThreadWatchdog& watchdog, int timerId) { watchdog.mTimerId = timerId; }
+
+    /// A copy of the record of a registered thread, which the watchdog's thread may be about to change.
+    static WatchdogInfo copyInfo(ThreadWatchdog& watchdog, int id) {
+        SyncGuard const guard(watchdog.mInfosSyncObject);
+        WatchdogInfo const* const info = watchdog.mInfos.find(id);
+        return info != nullptr ? *info : WatchdogInfo();
+    }
 };
 
 struct ThreadManagerTestAccess {
@@ -95,16 +104,21 @@ class WithManager : public ::testing::Test {
 
     static utl::ThreadManager& manager() { return *utl::ThreadManager::get(); }
 
-    /// Makes the watchdog's operations work, whose own thread is not there.
-    static utl::ThreadWatchdog& initializedWatchdog() {
-        utl::ThreadWatchdog& watchdog = utl::ThreadManagerTestAccess::watchdog();
-        utl::ThreadWatchdogTestAccess::setInitialized(watchdog, true);
-        return watchdog;
+    /// The watchdog, which does not look at its table any more: what a test finds there it has done itself.
+    static utl::ThreadWatchdog& restingWatchdog() {
+        EXPECT_TRUE(manager().setWatchdogWatchInterval(0));
+        return utl::ThreadManagerTestAccess::watchdog();
     }
 
-    /// Fills the table with foreign threads until only `places` are free.
+    /// The kernel id of the watchdog's own thread.
+    static int watchdogId() {
+        return utl::ThreadWatchdogTestAccess::thread(utl::ThreadManagerTestAccess::watchdog()).getId();
+    }
+
+    /// Fills a table of `entryMax` places, one of which the watchdog's thread has, with foreign threads until
+    /// only `places` are free.
     static void fillTable(unsigned int entryMax, unsigned int places) {
-        for (unsigned int i = 0; i + places < entryMax; ++i) {
+        for (unsigned int i = 0; i + places + 1 < entryMax; ++i) {
             ASSERT_TRUE(utl::ThreadManagerTestAccess::storeEntry(NO_THREAD + static_cast<int>(i),
                                                                  foreignEntry("filler")));
         }

@@ -21,7 +21,7 @@ namespace hooks = utltest::hooks;
 class KeepAliveBracket : public utltest::WithManager {
   protected:
     KeepAliveBracket() {
-        initializedWatchdog();
+        restingWatchdog();
         EXPECT_TRUE(manager().entryWatchdog(60000, nullptr));
         EXPECT_TRUE(manager().startWatchdog());
     }

@@ -59,7 +59,7 @@ static_assert(hasTargetSize<utl::ThreadManager>(4 + sizeof(utl::SyncObject) +
 static_assert(hasTargetSize<utl::StatementInfo>(20));
 static_assert(hasTargetSize<utl::WatchdogInfo>(4 + 7 * 4 + 20 + sizeof(utl::BasicString<char>)));
 static_assert(hasTargetSize<utl::WatchdogTimerListener>(4));
-static_assert(hasTargetSize<utl::ThreadWatchdog>(4 + 4 + sizeof(utl::SyncObject) +
+static_assert(hasTargetSize<utl::ThreadWatchdog>(4 + 4 + 4 + 4 + sizeof(utl::SyncObject) +
                                                  sizeof(utl::WatchdogInfos)));
 
 static_assert(hasTargetSize<utl::RefCounter>(8 + sizeof(utl::SyncObject)));

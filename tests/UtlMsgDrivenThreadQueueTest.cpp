@@ -52,7 +52,9 @@ auto fromOutside(BlockedRoad& road, QUESTION question) {
     return answer.get();
 }
 
-TEST(MsgQueue, HasMsg_OnTheMessageThread_FindsWhatIsQueuedAndNotWhatIsBeingDelivered) {
+using MsgQueue = WithoutWatchdogThread;
+
+TEST_F(MsgQueue, HasMsg_OnTheMessageThread_FindsWhatIsQueuedAndNotWhatIsBeingDelivered) {
     onMessageThread([](ScopedMsgThread& thread) {
         EXPECT_TRUE(thread.hasMsg(FIRST));
         EXPECT_TRUE(thread.hasMsg(THIRD));
@@ -65,7 +67,7 @@ TEST(MsgQueue, HasMsg_OnTheMessageThread_FindsWhatIsQueuedAndNotWhatIsBeingDeliv
     });
 }
 
-TEST(MsgQueue, PeekMsg_GivesTheFirstMatchInAFullFrameAndLeavesItQueued) {
+TEST_F(MsgQueue, PeekMsg_GivesTheFirstMatchInAFullFrameAndLeavesItQueued) {
     onMessageThread([](ScopedMsgThread& thread) {
         utl::ThreadRawMsg raw(4);
         NumberMsg msg(0);
@@ -85,7 +87,7 @@ TEST(MsgQueue, PeekMsg_GivesTheFirstMatchInAFullFrameAndLeavesItQueued) {
     });
 }
 
-TEST(MsgQueue, EraseMsg_TakesEveryMatchOutAndKeepsTheOrderOfTheRest) {
+TEST_F(MsgQueue, EraseMsg_TakesEveryMatchOutAndKeepsTheOrderOfTheRest) {
     BlockedRoad road;
     road.startAndBlock();
     for (int i = 0; i < 6; ++i) {
@@ -102,7 +104,7 @@ TEST(MsgQueue, EraseMsg_TakesEveryMatchOutAndKeepsTheOrderOfTheRest) {
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(MsgQueue, EraseMsg_OfAnIdThatIsNotQueued_IsTrue) {
+TEST_F(MsgQueue, EraseMsg_OfAnIdThatIsNotQueued_IsTrue) {
     BlockedRoad road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
@@ -112,7 +114,7 @@ TEST(MsgQueue, EraseMsg_OfAnIdThatIsNotQueued_IsTrue) {
     EXPECT_TRUE(road.thread.eraseMsg(utl::MSG_ID_ANY)) << "of an empty queue";
 }
 
-TEST(MsgQueue, EraseMsg_OfAnyId_EmptiesTheQueue) {
+TEST_F(MsgQueue, EraseMsg_OfAnyId_EmptiesTheQueue) {
     BlockedRoad road;
     road.startAndBlock();
     for (int i = 0; i < 16; ++i) {
@@ -124,7 +126,7 @@ TEST(MsgQueue, EraseMsg_OfAnyId_EmptiesTheQueue) {
     EXPECT_EQ(road.collector.received().size(), 2U);
 }
 
-TEST(MsgQueue, Questions_FromOutside_AreAnsweredBeforeTheQueueGoesOn) {
+TEST_F(MsgQueue, Questions_FromOutside_AreAnsweredBeforeTheQueueGoesOn) {
     BlockedRoad road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
@@ -137,7 +139,7 @@ TEST(MsgQueue, Questions_FromOutside_AreAnsweredBeforeTheQueueGoesOn) {
     ASSERT_TRUE(road.collector.waitFor(3));
 }
 
-TEST(MsgQueue, HasMsg_FromOutside_SeesAQueuedSynchronousMessage) {
+TEST_F(MsgQueue, HasMsg_FromOutside_SeesAQueuedSynchronousMessage) {
     BlockedRoad road;
     road.startAndBlock();
     hooks::write.reset();
@@ -147,7 +149,7 @@ TEST(MsgQueue, HasMsg_FromOutside_SeesAQueuedSynchronousMessage) {
     EXPECT_EQ(sync.get(), 1);
 }
 
-TEST(MsgQueue, EraseMsg_OfAQueuedSynchronousMessage_FreesItsSenderWithZero) {
+TEST_F(MsgQueue, EraseMsg_OfAQueuedSynchronousMessage_FreesItsSenderWithZero) {
     BlockedRoad road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(SECOND), 1);
@@ -161,7 +163,7 @@ TEST(MsgQueue, EraseMsg_OfAQueuedSynchronousMessage_FreesItsSenderWithZero) {
     EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, SECOND, THIRD, BLOCKER + 1}));
 }
 
-TEST(MsgQueue, AnInterrupt_IsNoQueuedMessage) {
+TEST_F(MsgQueue, AnInterrupt_IsNoQueuedMessage) {
     BlockedRoad road;
     bool found = true;
     road.onOther = [&](int id, int) {
@@ -179,7 +181,7 @@ TEST(MsgQueue, AnInterrupt_IsNoQueuedMessage) {
     EXPECT_FALSE(found);
 }
 
-TEST(MsgQueue, AMessageThatAnInterruptsHandlerErases_IsNotDeliveredAndNoMismatchIsLogged) {
+TEST_F(MsgQueue, AMessageThatAnInterruptsHandlerErases_IsNotDeliveredAndNoMismatchIsLogged) {
     LogCapture const log;
     BlockedRoad road;
     road.onOther = [&](int id, int) {
@@ -204,7 +206,7 @@ TEST(MsgQueue, AMessageThatAnInterruptsHandlerErases_IsNotDeliveredAndNoMismatch
 }
 
 // The handler erases the head while another message of the same id waits further behind.
-TEST(MsgQueue, AnInterruptsHandlerThatErasesOnlyTheHead_LosesNoOtherMessage) {
+TEST_F(MsgQueue, AnInterruptsHandlerThatErasesOnlyTheHead_LosesNoOtherMessage) {
     struct JudgeNumber {
         int number;
         bool operator()(utl::ThreadRawMsg& raw) const {
@@ -236,7 +238,7 @@ TEST(MsgQueue, AnInterruptsHandlerThatErasesOnlyTheHead_LosesNoOtherMessage) {
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(MsgQueue, Questions_OnAThreadThatDoesNotRun_AreFalse) {
+TEST_F(MsgQueue, Questions_OnAThreadThatDoesNotRun_AreFalse) {
     ScopedMsgThread thread;
     utl::ThreadRawMsg raw(4);
     ASSERT_EQ(thread.sendMsgAsync(NumberMsg(FIRST)), 1);
@@ -246,7 +248,7 @@ TEST(MsgQueue, Questions_OnAThreadThatDoesNotRun_AreFalse) {
     EXPECT_EQ(thread.getFirstMsgId(), utl::MSG_ID_NONE);
 }
 
-TEST(MsgQueue, Questions_WithANullJudgement_AreFalse) {
+TEST_F(MsgQueue, Questions_WithANullJudgement_AreFalse) {
     onMessageThread([](ScopedMsgThread& thread) {
         utl::ThreadRawMsg raw(4);
         EXPECT_FALSE(thread.hasMsgInternal(nullptr));
@@ -260,7 +262,7 @@ TEST(MsgQueue, Questions_WithANullJudgement_AreFalse) {
     EXPECT_FALSE(thread.eraseMsgInternal(nullptr));
 }
 
-TEST(MsgQueue, Questions_WhoseLoopEndsFirst_AreReleasedAndAnErasureCountsAsDone) {
+TEST_F(MsgQueue, Questions_WhoseLoopEndsFirst_AreReleasedAndAnErasureCountsAsDone) {
     BlockedRoad road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
@@ -278,7 +280,7 @@ TEST(MsgQueue, Questions_WhoseLoopEndsFirst_AreReleasedAndAnErasureCountsAsDone)
     EXPECT_EQ(road.thread.waitTo(3, 0), 0);
 }
 
-TEST(MsgQueue, Questions_ThatCannotBeAnnounced_AreFalseAndLeaveNothingBehind) {
+TEST_F(MsgQueue, Questions_ThatCannotBeAnnounced_AreFalseAndLeaveNothingBehind) {
     HookScope const scope;
     LogCapture const log;
     Collector collector;
@@ -294,7 +296,7 @@ TEST(MsgQueue, Questions_ThatCannotBeAnnounced_AreFalseAndLeaveNothingBehind) {
     EXPECT_TRUE(thread.eraseMsg(FIRST));
 }
 
-TEST(MsgQueue, ManyQuestionsOfAllKindsAtOnce_AllReturn) {
+TEST_F(MsgQueue, ManyQuestionsOfAllKindsAtOnce_AllReturn) {
     LogCapture const log;
     Collector collector;
     ScopedMsgThread thread(64, 64);
@@ -331,7 +333,7 @@ std::string ctlOverflow(char const* name, char const* rest) {
            ") Overflow ThreadCtlMsgQueue  MaxCount:" + rest;
 }
 
-TEST(MsgQueue, AHandlerThatPostsAndErasesForLong_IsRefusedWhenThePipeIsFullAndNeverBlocks) {
+TEST_F(MsgQueue, AHandlerThatPostsAndErasesForLong_IsRefusedWhenThePipeIsFullAndNeverBlocks) {
     LogCapture const log;
     Collector collector;
     ScopedMsgThread thread(64, 64, "spinner");
@@ -371,7 +373,7 @@ ssize_t readWhenAllowed(int handle, void* out, size_t bytes) {
     return hooks::read.real(handle, out, bytes);
 }
 
-TEST(MsgQueue, ErasuresOfAFullQueueAgainAndAgainFromOutside_NeverBlock) {
+TEST_F(MsgQueue, ErasuresOfAFullQueueAgainAndAgainFromOutside_NeverBlock) {
     HookScope const scope;
     LogCapture const log;
     Collector collector;
@@ -404,7 +406,7 @@ TEST(MsgQueue, ErasuresOfAFullQueueAgainAndAgainFromOutside_NeverBlock) {
     EXPECT_EQ(thread.stop(1, 0), 0);
 }
 
-TEST(MsgQueue, AWakeEntryWhoseTokenWasLost_DoesNotStopThoseBehindIt) {
+TEST_F(MsgQueue, AWakeEntryWhoseTokenWasLost_DoesNotStopThoseBehindIt) {
     HookScope const scope;
     LogCapture const log;
     BlockedRoad road;
@@ -421,7 +423,7 @@ TEST(MsgQueue, AWakeEntryWhoseTokenWasLost_DoesNotStopThoseBehindIt) {
     EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, 5, 6}));
 }
 
-TEST(MsgQueue, EarseMsgQueue_NeedsBothPlacesInUse) {
+TEST_F(MsgQueue, EarseMsgQueue_NeedsBothPlacesInUse) {
     ScopedMsgThread thread(8, 4);
     EXPECT_FALSE(thread.earseMsgQueue(0, 0, 12));
     ASSERT_EQ(thread.sendMsgAsync(NumberMsg(FIRST)), 1);
@@ -434,7 +436,7 @@ TEST(MsgQueue, EarseMsgQueue_NeedsBothPlacesInUse) {
     EXPECT_FALSE(thread.earseMsgQueue(0, 0, 12));
 }
 
-TEST(MsgQueue, EraseMsgFromCtlQueue_RemovesTheFirstEntryWithTheId) {
+TEST_F(MsgQueue, EraseMsgFromCtlQueue_RemovesTheFirstEntryWithTheId) {
     ScopedMsgThread thread;
     EXPECT_FALSE(thread.eraseMsgFromCtlQueue(FIRST));
     ASSERT_EQ(thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1), 1);
@@ -459,7 +461,7 @@ bool hasLine(LogCapture const& log, std::string const& prefix, std::string const
     return false;
 }
 
-TEST(MsgQueue, HasMsg_MeetsAnEntryWithoutAFrame_LogsItAndGoesOn) {
+TEST_F(MsgQueue, HasMsg_MeetsAnEntryWithoutAFrame_LogsItAndGoesOn) {
     LogCapture const log;
     onMessageThread([&](ScopedMsgThread& thread) {
         ASSERT_EQ(thread.postThreadCtlMsg(THIRD + 5, -1), 1);
@@ -469,7 +471,7 @@ TEST(MsgQueue, HasMsg_MeetsAnEntryWithoutAFrame_LogsItAndGoesOn) {
     });
 }
 
-TEST(MsgQueue, EraseMsg_MeetsAnEntryWithoutAFrame_LogsItAndFails) {
+TEST_F(MsgQueue, EraseMsg_MeetsAnEntryWithoutAFrame_LogsItAndFails) {
     LogCapture const log;
     onMessageThread([&](ScopedMsgThread& thread) {
         ASSERT_EQ(thread.postThreadCtlMsg(THIRD + 5, -1), 1);
@@ -480,7 +482,7 @@ TEST(MsgQueue, EraseMsg_MeetsAnEntryWithoutAFrame_LogsItAndFails) {
     });
 }
 
-TEST(MsgQueue, EraseMsg_MeetsASyncEntryWithoutAFrame_LogsItAndFails) {
+TEST_F(MsgQueue, EraseMsg_MeetsASyncEntryWithoutAFrame_LogsItAndFails) {
     LogCapture const log;
     Collector collector;
     ScopedMsgThread thread(8, 4);
@@ -497,7 +499,7 @@ TEST(MsgQueue, EraseMsg_MeetsASyncEntryWithoutAFrame_LogsItAndFails) {
     EXPECT_EQ(log.lines()[0].rfind(linePrefix("executeEraseMsg", "Peek Data Queue fail."), 0), 0U);
 }
 
-TEST(MsgQueue, EraseMsg_MeetsAFrameOfAnotherMessage_LogsBothIdsAndFails) {
+TEST_F(MsgQueue, EraseMsg_MeetsAFrameOfAnotherMessage_LogsBothIdsAndFails) {
     LogCapture const log;
     Collector collector;
     ScopedMsgThread thread(8, 4);
@@ -518,7 +520,7 @@ TEST(MsgQueue, EraseMsg_MeetsAFrameOfAnotherMessage_LogsBothIdsAndFails) {
 }
 
 // A judgement must not change the queues; one that does is found out.
-TEST(MsgQueue, EraseMsg_WhoseJudgementTookTheMessageAway_LogsItAndFails) {
+TEST_F(MsgQueue, EraseMsg_WhoseJudgementTookTheMessageAway_LogsItAndFails) {
     struct Judge {
         ScopedMsgThread* thread;
         int id;
@@ -558,7 +560,7 @@ TEST(MsgQueue, EraseMsg_WhoseJudgementTookTheMessageAway_LogsItAndFails) {
 }
 
 // A frame of 4 bytes has no room for a timer's id.
-TEST(MsgQueue, AQueuedTimeoutThatDoesNotFitAFrame_IsLoggedByBothScans) {
+TEST_F(MsgQueue, AQueuedTimeoutThatDoesNotFitAFrame_IsLoggedByBothScans) {
     LogCapture const log;
     Collector collector;
     ScopedMsgThread thread(0, 4);

@@ -62,7 +62,9 @@ constexpr int FIRST = 100;
 constexpr int SECOND = 101;
 constexpr int THIRD = 102;
 
-TEST(MsgDrivenThread, PostMsg_IsDeliveredWithItsFieldsOnTheMessageThread) {
+using MsgDrivenThread = WithoutWatchdogThread;
+
+TEST_F(MsgDrivenThread, PostMsg_IsDeliveredWithItsFieldsOnTheMessageThread) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -75,7 +77,7 @@ TEST(MsgDrivenThread, PostMsg_IsDeliveredWithItsFieldsOnTheMessageThread) {
     EXPECT_NE(handlerThread, utl::ThreadManager::getCallerId());
 }
 
-TEST(MsgDrivenThread, PostMsg_ManyMessages_ArriveInTheOrderOfTheirPosts) {
+TEST_F(MsgDrivenThread, PostMsg_ManyMessages_ArriveInTheOrderOfTheirPosts) {
     BlockedRoad road(64, 300);
     road.startAndBlock();
     for (int i = 0; i < 300; ++i) {
@@ -89,7 +91,7 @@ TEST(MsgDrivenThread, PostMsg_ManyMessages_ArriveInTheOrderOfTheirPosts) {
     }
 }
 
-TEST(MsgDrivenThread, PostMsg_FromManyThreads_EachAcceptedMessageArrivesOnce) {
+TEST_F(MsgDrivenThread, PostMsg_FromManyThreads_EachAcceptedMessageArrivesOnce) {
     LogCapture const log;
     Collector collector;
     ScopedMsgThread thread(64, 32);
@@ -119,7 +121,7 @@ TEST(MsgDrivenThread, PostMsg_FromManyThreads_EachAcceptedMessageArrivesOnce) {
     }
 }
 
-TEST(MsgDrivenThread, PostMsg_ById_CarriesTheIdAlone) {
+TEST_F(MsgDrivenThread, PostMsg_ById_CarriesTheIdAlone) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -130,7 +132,7 @@ TEST(MsgDrivenThread, PostMsg_ById_CarriesTheIdAlone) {
     EXPECT_EQ(collector.ids(), (std::vector<int>{-1, INT_MAX, utl::MSG_ID_CLIENT_FIRST}));
 }
 
-TEST(MsgDrivenThread, PostMsg_BeforeTheStartAndAfterTheEnd_IsRefused) {
+TEST_F(MsgDrivenThread, PostMsg_BeforeTheStartAndAfterTheEnd_IsRefused) {
     Collector collector;
     ScopedMsgThread thread;
     EXPECT_EQ(thread.postMsg(FIRST), 0);
@@ -141,7 +143,7 @@ TEST(MsgDrivenThread, PostMsg_BeforeTheStartAndAfterTheEnd_IsRefused) {
     EXPECT_TRUE(collector.received().empty());
 }
 
-TEST(MsgDrivenThread, SendMsgAsync_BeforeTheStart_WaitsForTheThread) {
+TEST_F(MsgDrivenThread, SendMsgAsync_BeforeTheStart_WaitsForTheThread) {
     Collector collector;
     ScopedMsgThread thread;
     EXPECT_EQ(thread.sendMsgAsync(NumberMsg(FIRST, 1)), 1);
@@ -151,7 +153,7 @@ TEST(MsgDrivenThread, SendMsgAsync_BeforeTheStart_WaitsForTheThread) {
     EXPECT_EQ(collector.ids(), (std::vector<int>{FIRST, SECOND}));
 }
 
-TEST(MsgDrivenThread, TheFirstHandlerOfAThreadThatWasPostedToBeforeItsStart_KnowsItsId) {
+TEST_F(MsgDrivenThread, TheFirstHandlerOfAThreadThatWasPostedToBeforeItsStart_KnowsItsId) {
     for (int round = 0; round < 50; ++round) {
         Collector collector;
         ScopedMsgThread thread;
@@ -166,7 +168,7 @@ TEST(MsgDrivenThread, TheFirstHandlerOfAThreadThatWasPostedToBeforeItsStart_Know
     }
 }
 
-TEST(MsgDrivenThread, Start_ASecondTime_ReturnsMinusOne) {
+TEST_F(MsgDrivenThread, Start_ASecondTime_ReturnsMinusOne) {
     Collector collector;
     ScopedMsgThread thread;
     EXPECT_EQ(thread.start(&collector), 0);
@@ -176,14 +178,14 @@ TEST(MsgDrivenThread, Start_ASecondTime_ReturnsMinusOne) {
     EXPECT_EQ(thread.start(&collector), -1);
 }
 
-TEST(MsgDrivenThread, Start_WithANullListener_ReturnsMinusOneAndLeavesTheStartOpen) {
+TEST_F(MsgDrivenThread, Start_WithANullListener_ReturnsMinusOneAndLeavesTheStartOpen) {
     Collector collector;
     ScopedMsgThread thread;
     EXPECT_EQ(thread.start(nullptr), -1);
     EXPECT_EQ(thread.start(&collector), 0);
 }
 
-TEST(MsgDrivenThread, Start_WhoseThreadCannotBeCreated_ReturnsMinusOneForGood) {
+TEST_F(MsgDrivenThread, Start_WhoseThreadCannotBeCreated_ReturnsMinusOneForGood) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -194,7 +196,7 @@ TEST(MsgDrivenThread, Start_WhoseThreadCannotBeCreated_ReturnsMinusOneForGood) {
     EXPECT_EQ(thread.start(&collector), -1);
 }
 
-TEST(MsgDrivenThread, StartAndStop_OnTheThreadItself_ReturnMinusOne) {
+TEST_F(MsgDrivenThread, StartAndStop_OnTheThreadItself_ReturnMinusOne) {
     Collector collector;
     ScopedMsgThread thread;
     int startResult = 0;
@@ -210,7 +212,7 @@ TEST(MsgDrivenThread, StartAndStop_OnTheThreadItself_ReturnMinusOne) {
     EXPECT_FALSE(thread.hasRequestedStop());
 }
 
-TEST(MsgDrivenThread, Stop_BeforeTheStartAndASecondTime_ReturnsMinusOne) {
+TEST_F(MsgDrivenThread, Stop_BeforeTheStartAndASecondTime_ReturnsMinusOne) {
     Collector collector;
     ScopedMsgThread thread;
     EXPECT_EQ(thread.stop(1, 0), -1);
@@ -222,7 +224,7 @@ TEST(MsgDrivenThread, Stop_BeforeTheStartAndASecondTime_ReturnsMinusOne) {
     EXPECT_EQ(result, 0U);
 }
 
-TEST(MsgDrivenThread, Stop_LeavesQueuedMessagesUndelivered) {
+TEST_F(MsgDrivenThread, Stop_LeavesQueuedMessagesUndelivered) {
     BlockedRoad road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
@@ -233,7 +235,7 @@ TEST(MsgDrivenThread, Stop_LeavesQueuedMessagesUndelivered) {
     EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER}));
 }
 
-TEST(MsgDrivenThread, AMessageOfExactlyTheMaximum_FitsAndOneByteMoreIsRefusedWithALine) {
+TEST_F(MsgDrivenThread, AMessageOfExactlyTheMaximum_FitsAndOneByteMoreIsRefusedWithALine) {
     LogCapture log;
     BlockedRoad road(8, 4, "sizes");
     road.startAndBlock();
@@ -253,7 +255,7 @@ TEST(MsgDrivenThread, AMessageOfExactlyTheMaximum_FitsAndOneByteMoreIsRefusedWit
     EXPECT_TRUE(road.collector.waitFor(3));
 }
 
-TEST(MsgDrivenThread, AFullDataQueue_IsAnErrorOnceAndADetailUntilAMessageWasDelivered) {
+TEST_F(MsgDrivenThread, AFullDataQueue_IsAnErrorOnceAndADetailUntilAMessageWasDelivered) {
     LogCapture log;
     BlockedRoad road(8, 3, "full");
     road.startAndBlock();
@@ -281,7 +283,7 @@ TEST(MsgDrivenThread, AFullDataQueue_IsAnErrorOnceAndADetailUntilAMessageWasDeli
     ASSERT_TRUE(road.collector.waitFor(5));
 }
 
-TEST(MsgDrivenThread, AFullDataQueue_StillTakesAStopAndAnInterrupt) {
+TEST_F(MsgDrivenThread, AFullDataQueue_StillTakesAStopAndAnInterrupt) {
     BlockedRoad road(8, 1);
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
@@ -294,7 +296,7 @@ TEST(MsgDrivenThread, AFullDataQueue_StillTakesAStopAndAnInterrupt) {
     EXPECT_EQ(road.thread.stop(1, 0), 0);
 }
 
-TEST(MsgDrivenThread, PostThreadCtlMsg_TheControlQueueHasTwoHundredFiftySixPlacesMoreThanFrames) {
+TEST_F(MsgDrivenThread, PostThreadCtlMsg_TheControlQueueHasTwoHundredFiftySixPlacesMoreThanFrames) {
     LogCapture log;
     ScopedMsgThread thread(8, 3, "ctl");
     for (int i = 0; i < 259; ++i) {
@@ -310,7 +312,7 @@ TEST(MsgDrivenThread, PostThreadCtlMsg_TheControlQueueHasTwoHundredFiftySixPlace
             "<UTIL> ERR: MsgDrivenThread(ctl) Overflow ThreadCtlMsgQueue  MaxCount:259 MsgId:0x00000064"}));
 }
 
-TEST(MsgDrivenThread, PostThreadCtlMsg_AFailedWrite_IsLoggedAndTheFrameIsTakenBack) {
+TEST_F(MsgDrivenThread, PostThreadCtlMsg_AFailedWrite_IsLoggedAndTheFrameIsTakenBack) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -328,7 +330,7 @@ TEST(MsgDrivenThread, PostThreadCtlMsg_AFailedWrite_IsLoggedAndTheFrameIsTakenBa
     EXPECT_EQ(collector.received()[0].number, 2);
 }
 
-TEST(MsgDrivenThread, PostThreadCtlMsg_AShortWrite_IsAFailure) {
+TEST_F(MsgDrivenThread, PostThreadCtlMsg_AShortWrite_IsAFailure) {
     HookScope const scope;
     LogCapture log;
     ScopedMsgThread thread(8, 1, "short");
@@ -338,7 +340,7 @@ TEST(MsgDrivenThread, PostThreadCtlMsg_AShortWrite_IsAFailure) {
               1U);
 }
 
-TEST(MsgDrivenThread, Pipe_ThatCannotBeHad_IsLoggedAndTheLoopEndsAtOnce) {
+TEST_F(MsgDrivenThread, Pipe_ThatCannotBeHad_IsLoggedAndTheLoopEndsAtOnce) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -356,7 +358,7 @@ TEST(MsgDrivenThread, Pipe_ThatCannotBeHad_IsLoggedAndTheLoopEndsAtOnce) {
     EXPECT_EQ(result, 0xFFFFFFFFU);
 }
 
-TEST(MsgDrivenThread, Read_Interrupted_IsLoggedAndRepeated) {
+TEST_F(MsgDrivenThread, Read_Interrupted_IsLoggedAndRepeated) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -369,7 +371,7 @@ TEST(MsgDrivenThread, Read_Interrupted_IsLoggedAndRepeated) {
               3U);
 }
 
-TEST(MsgDrivenThread, Read_ThatFails_IsLoggedAndEndsTheLoopWithMinusOne) {
+TEST_F(MsgDrivenThread, Read_ThatFails_IsLoggedAndEndsTheLoopWithMinusOne) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -389,7 +391,7 @@ TEST(MsgDrivenThread, Read_ThatFails_IsLoggedAndEndsTheLoopWithMinusOne) {
 }
 
 // A stale EINTR in errno must not turn a closed pipe into an endless retry.
-TEST(MsgDrivenThread, Read_ThatGivesFewerBytes_EndsTheLoop) {
+TEST_F(MsgDrivenThread, Read_ThatGivesFewerBytes_EndsTheLoop) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -402,7 +404,7 @@ TEST(MsgDrivenThread, Read_ThatGivesFewerBytes_EndsTheLoop) {
                   "<UTIL> ERR: MsgDrivenThread(few) Error. read Ret:0 errno:0 !!Break msg loop!!"}));
 }
 
-TEST(MsgDrivenThread, SendMsgSync_ReturnsAfterTheListenerHasReturned) {
+TEST_F(MsgDrivenThread, SendMsgSync_ReturnsAfterTheListenerHasReturned) {
     BlockedRoad road;
     std::atomic<bool> handled{false};
     road.onOther = [&](int, int) { handled = true; };
@@ -415,7 +417,7 @@ TEST(MsgDrivenThread, SendMsgSync_ReturnsAfterTheListenerHasReturned) {
     EXPECT_EQ(road.collector.received().back().number, 5);
 }
 
-TEST(MsgDrivenThread, SendMsgSync_QueuesBehindEverythingSentBefore) {
+TEST_F(MsgDrivenThread, SendMsgSync_QueuesBehindEverythingSentBefore) {
     BlockedRoad road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
@@ -426,7 +428,7 @@ TEST(MsgDrivenThread, SendMsgSync_QueuesBehindEverythingSentBefore) {
     EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, FIRST, SECOND, THIRD}));
 }
 
-TEST(MsgDrivenThread, WaitingSends_OnTheThreadItself_ReturnZeroAndQueueNothing) {
+TEST_F(MsgDrivenThread, WaitingSends_OnTheThreadItself_ReturnZeroAndQueueNothing) {
     Collector collector;
     ScopedMsgThread thread;
     int sync = 1;
@@ -445,7 +447,7 @@ TEST(MsgDrivenThread, WaitingSends_OnTheThreadItself_ReturnZeroAndQueueNothing) 
     EXPECT_EQ(collector.ids(), (std::vector<int>{FIRST, THIRD}));
 }
 
-TEST(MsgDrivenThread, WaitingSends_OnAThreadThatDoesNotRun_ReturnZero) {
+TEST_F(MsgDrivenThread, WaitingSends_OnAThreadThatDoesNotRun_ReturnZero) {
     Collector collector;
     ScopedMsgThread thread;
     EXPECT_EQ(thread.sendMsgSync(FIRST), 0);
@@ -457,7 +459,7 @@ TEST(MsgDrivenThread, WaitingSends_OnAThreadThatDoesNotRun_ReturnZero) {
     EXPECT_TRUE(collector.received().empty());
 }
 
-TEST(MsgDrivenThread, WaitingSends_WhoseThreadStops_AreReleasedWithZero) {
+TEST_F(MsgDrivenThread, WaitingSends_WhoseThreadStops_AreReleasedWithZero) {
     BlockedRoad road;
     road.startAndBlock();
     // The blocked handler keeps the synchronous message queued until the stop has been requested.
@@ -471,7 +473,7 @@ TEST(MsgDrivenThread, WaitingSends_WhoseThreadStops_AreReleasedWithZero) {
     EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER}));
 }
 
-TEST(MsgDrivenThread, WaitingSends_WhoseLoopBreaks_AreReleasedWithZeroAndLaterOnesDoNotWait) {
+TEST_F(MsgDrivenThread, WaitingSends_WhoseLoopBreaks_AreReleasedWithZeroAndLaterOnesDoNotWait) {
     for (int round = 0; round < 30; ++round) {
         HookScope const scope;
         LogCapture log;
@@ -497,7 +499,7 @@ TEST(MsgDrivenThread, WaitingSends_WhoseLoopBreaks_AreReleasedWithZeroAndLaterOn
     }
 }
 
-TEST(MsgDrivenThread, SendMsgSync_ThatCouldNotBeAnnounced_LeavesItsFrameToBeDiscardedWithTheMismatchLine) {
+TEST_F(MsgDrivenThread, SendMsgSync_ThatCouldNotBeAnnounced_LeavesItsFrameToBeDiscardedWithTheMismatchLine) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -533,7 +535,7 @@ TEST(MsgDrivenThread, SendMsgSync_ThatCouldNotBeAnnounced_LeavesItsFrameToBeDisc
     EXPECT_EQ(collector.received()[1].number, 6);
 }
 
-TEST(MsgDrivenThread, SendMsgInterrupt_OvertakesWhatIsQueued) {
+TEST_F(MsgDrivenThread, SendMsgInterrupt_OvertakesWhatIsQueued) {
     BlockedRoad road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
@@ -548,7 +550,7 @@ TEST(MsgDrivenThread, SendMsgInterrupt_OvertakesWhatIsQueued) {
     EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, THIRD, FIRST, SECOND}));
 }
 
-TEST(MsgDrivenThread, SendMsgInterrupt_OnAnIdleThread_IsDeliveredByItsOwnToken) {
+TEST_F(MsgDrivenThread, SendMsgInterrupt_OnAnIdleThread_IsDeliveredByItsOwnToken) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -559,7 +561,7 @@ TEST(MsgDrivenThread, SendMsgInterrupt_OnAnIdleThread_IsDeliveredByItsOwnToken) 
     EXPECT_EQ(collector.received().back().number, 99);
 }
 
-TEST(MsgDrivenThread, SendMsgInterrupt_ThatCouldNotBeAnnounced_ReturnsZeroAndLaterMessagesGoOn) {
+TEST_F(MsgDrivenThread, SendMsgInterrupt_ThatCouldNotBeAnnounced_ReturnsZeroAndLaterMessagesGoOn) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -578,7 +580,7 @@ TEST(MsgDrivenThread, SendMsgInterrupt_ThatCouldNotBeAnnounced_ReturnsZeroAndLat
     EXPECT_EQ(collector.ids(), (std::vector<int>{SECOND, THIRD}));
 }
 
-TEST(MsgDrivenThread, ATokenThatDoesNotMatchTheHead_IsDroppedWithoutALine) {
+TEST_F(MsgDrivenThread, ATokenThatDoesNotMatchTheHead_IsDroppedWithoutALine) {
     LogCapture log;
     Collector collector;
     ScopedMsgThread thread;
@@ -591,7 +593,7 @@ TEST(MsgDrivenThread, ATokenThatDoesNotMatchTheHead_IsDroppedWithoutALine) {
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(MsgDrivenThread, AnEntryWithoutAFrame_GivesTheErrorLine_AndAStopIsObeyedAllTheSame) {
+TEST_F(MsgDrivenThread, AnEntryWithoutAFrame_GivesTheErrorLine_AndAStopIsObeyedAllTheSame) {
     LogCapture log;
     Collector collector;
     ScopedMsgThread thread(8, 4, "empty");
@@ -607,7 +609,7 @@ TEST(MsgDrivenThread, AnEntryWithoutAFrame_GivesTheErrorLine_AndAStopIsObeyedAll
     EXPECT_EQ(result, 0U);
 }
 
-TEST(MsgDrivenThread, Stop_WhoseTokenIsLost_StillEndsTheLoop) {
+TEST_F(MsgDrivenThread, Stop_WhoseTokenIsLost_StillEndsTheLoop) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -618,7 +620,7 @@ TEST(MsgDrivenThread, Stop_WhoseTokenIsLost_StillEndsTheLoop) {
     EXPECT_EQ(thread.stop(1, 0), 0);
 }
 
-TEST(MsgDrivenThread, Stop_WithAFullControlQueue_StillEndsTheLoop) {
+TEST_F(MsgDrivenThread, Stop_WithAFullControlQueue_StillEndsTheLoop) {
     LogCapture log;
     BlockedRoad road(8, 1, "full");
     road.startAndBlock();
@@ -629,7 +631,7 @@ TEST(MsgDrivenThread, Stop_WithAFullControlQueue_StillEndsTheLoop) {
     EXPECT_EQ(road.thread.waitTo(3, 0), 0);
 }
 
-TEST(MsgDrivenThread, PostMsg_FromOutsideDuringAWaitingStop_WaitsAndThenFails) {
+TEST_F(MsgDrivenThread, PostMsg_FromOutsideDuringAWaitingStop_WaitsAndThenFails) {
     BlockedRoad road;
     road.startAndBlock();
     std::future<int> stopped = std::async(std::launch::async, [&] { return road.thread.stop(1, 0); });
@@ -642,7 +644,7 @@ TEST(MsgDrivenThread, PostMsg_FromOutsideDuringAWaitingStop_WaitsAndThenFails) {
     EXPECT_EQ(posted.get(), 0);
 }
 
-TEST(MsgDrivenThread, PostMsg_FromAHandlerDuringAWaitingStop_IsRefusedAndDoesNotDeadlock) {
+TEST_F(MsgDrivenThread, PostMsg_FromAHandlerDuringAWaitingStop_IsRefusedAndDoesNotDeadlock) {
     BlockedRoad road;
     int result = -1;
     Collector& collector = road.collector;
@@ -658,7 +660,7 @@ TEST(MsgDrivenThread, PostMsg_FromAHandlerDuringAWaitingStop_IsRefusedAndDoesNot
     EXPECT_EQ(result, 0);
 }
 
-TEST(MsgDrivenThread, PostMsg_FromAHandler_IsDeliveredAfterwards) {
+TEST_F(MsgDrivenThread, PostMsg_FromAHandler_IsDeliveredAfterwards) {
     Collector collector;
     ScopedMsgThread thread;
     collector.onMsg = [&](int id, int number) {
@@ -672,7 +674,7 @@ TEST(MsgDrivenThread, PostMsg_FromAHandler_IsDeliveredAfterwards) {
     EXPECT_EQ(collector.received().back().number, 10);
 }
 
-TEST(MsgDrivenThread, IsDataMsgId_IsFalseForTheControlIdsAlone) {
+TEST_F(MsgDrivenThread, IsDataMsgId_IsFalseForTheControlIdsAlone) {
     int const offsets[] = {0x00, 0x01, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x13};
     for (int offset = 0; offset <= 0x801; ++offset) {
         bool const isControl = std::find(std::begin(offsets), std::end(offsets), offset) != std::end(offsets);
@@ -683,7 +685,7 @@ TEST(MsgDrivenThread, IsDataMsgId_IsFalseForTheControlIdsAlone) {
     EXPECT_TRUE(ScopedMsgThread::isDataMsgId(INT_MAX));
 }
 
-TEST(MsgDrivenThread, ANameWithConversions_IsHarmlessInEveryLine) {
+TEST_F(MsgDrivenThread, ANameWithConversions_IsHarmlessInEveryLine) {
     LogCapture log;
     ScopedMsgThread thread(8, 1, "%n%s%%d");
     EXPECT_EQ(thread.sendMsgAsync(BytesMsg(FIRST, 9)), 0);
@@ -691,7 +693,7 @@ TEST(MsgDrivenThread, ANameWithConversions_IsHarmlessInEveryLine) {
     EXPECT_NE(log.lines()[0].find("MsgDrivenThread(%n%s%d) Overflow"), std::string::npos);
 }
 
-TEST(MsgDrivenThread, SendPaths_AllocateNothingAfterConstruction) {
+TEST_F(MsgDrivenThread, SendPaths_AllocateNothingAfterConstruction) {
     Collector collector;
     ScopedMsgThread thread;
     std::atomic<int> handled{0};
@@ -717,7 +719,7 @@ TEST(MsgDrivenThread, SendPaths_AllocateNothingAfterConstruction) {
     EXPECT_EQ(handled, 701);
 }
 
-TEST(MsgDrivenThread, AQueueLargerThanAPipe_FillsToTheLastPlaceWithoutBlocking) {
+TEST_F(MsgDrivenThread, AQueueLargerThanAPipe_FillsToTheLastPlaceWithoutBlocking) {
     Collector collector;
     constexpr unsigned int COUNT = 20000;
     ScopedMsgThread thread(4, COUNT, "large");
@@ -732,7 +734,7 @@ TEST(MsgDrivenThread, AQueueLargerThanAPipe_FillsToTheLastPlaceWithoutBlocking) 
     EXPECT_EQ(collector.received().back().number, static_cast<int>(COUNT) - 1);
 }
 
-TEST(MsgDrivenThread, AQueueBeyondTheSystemsPipeLimit_RefusesWhatThePipeDoesNotHold) {
+TEST_F(MsgDrivenThread, AQueueBeyondTheSystemsPipeLimit_RefusesWhatThePipeDoesNotHold) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -757,7 +759,7 @@ TEST(MsgDrivenThread, AQueueBeyondTheSystemsPipeLimit_RefusesWhatThePipeDoesNotH
     EXPECT_EQ(thread.sendMsgSync(SECOND), 1);
 }
 
-TEST(MsgDrivenThread, Destructor_OfAThreadThatWasNotStopped_WaitsForItsLoop) {
+TEST_F(MsgDrivenThread, Destructor_OfAThreadThatWasNotStopped_WaitsForItsLoop) {
     LogCapture log;
     int id = 0;
     {
@@ -783,7 +785,7 @@ int makeSmallPipe(int* ends) {
     return result;
 }
 
-TEST(MsgDrivenThread, ASystemThatGivesSmallPipes_GetsMessagesRefusedBeyondWhatCertainlyFits) {
+TEST_F(MsgDrivenThread, ASystemThatGivesSmallPipes_GetsMessagesRefusedBeyondWhatCertainlyFits) {
     HookScope const scope;
     LogCapture const log;
     Collector collector;
@@ -809,7 +811,7 @@ TEST(MsgDrivenThread, ASystemThatGivesSmallPipes_GetsMessagesRefusedBeyondWhatCe
     EXPECT_EQ(thread.sendMsgSync(SECOND), 1);
 }
 
-TEST(MsgDrivenThread, APipeThatMayNotBeAsLargeAsAsked_IsTheLargestThatIsAllowed) {
+TEST_F(MsgDrivenThread, APipeThatMayNotBeAsLargeAsAsked_IsTheLargestThatIsAllowed) {
     HookScope const scope;
     LogCapture const log;
     static long allowed;
@@ -840,9 +842,8 @@ int createWhileThePlaceGoes(pthread_t* thread, pthread_attr_t const* attributes,
     return hooks::threadCreate.real(thread, attributes, entry, argument);
 }
 
-TEST(MsgDrivenThread, Start_WhoseRegistrationFails_LeavesNoThreadBehindThatUsesTheObject) {
-    utl::ThreadManager::destroy();
-    ASSERT_TRUE(utl::ThreadManager::initializeEntryMax(1));
+TEST_F(MsgDrivenThread, Start_WhoseRegistrationFails_LeavesNoThreadBehindThatUsesTheObject) {
+    renewManager(1);
     for (int round = 0; round < 50; ++round) {
         HookScope const scope;
         LogCapture const log;
@@ -880,7 +881,7 @@ struct PlainListener : utl::ThreadMsgListener {
     }
 };
 
-TEST(MsgDrivenThread, SendPaths_ThatAreRefused_AllocateNothingEither) {
+TEST_F(MsgDrivenThread, SendPaths_ThatAreRefused_AllocateNothingEither) {
     PlainListener listener;
     ScopedMsgThread thread(8, 2, "refused");
     NumberMsg const msg(FIRST, 1);
@@ -921,7 +922,7 @@ TEST(MsgDrivenThread, SendPaths_ThatAreRefused_AllocateNothingEither) {
     EXPECT_EQ(thread.waitTo(3, 0), 0);
 }
 
-TEST(MsgDrivenThread, Destructor_OfARunningThreadWhosePipeIsFull_WaitsForItsLoop) {
+TEST_F(MsgDrivenThread, Destructor_OfARunningThreadWhosePipeIsFull_WaitsForItsLoop) {
     LogCapture log;
     Gate full;
     Collector collector;
@@ -955,7 +956,7 @@ TEST(MsgDrivenThread, Destructor_OfARunningThreadWhosePipeIsFull_WaitsForItsLoop
     EXPECT_TRUE(utl::ThreadManager::get()->unregister(id));
 }
 
-TEST(MsgDrivenThread, FramesBeyondThirtyTwoBits_AreNotAllocatedOnAnyAbi) {
+TEST_F(MsgDrivenThread, FramesBeyondThirtyTwoBits_AreNotAllocatedOnAnyAbi) {
     auto const make = [](unsigned int size, unsigned int count) {
         utl::MsgDrivenThread(size, count, "huge");
     };
@@ -968,7 +969,7 @@ TEST(MsgDrivenThread, FramesBeyondThirtyTwoBits_AreNotAllocatedOnAnyAbi) {
     EXPECT_THROW(make(UINT_MAX, 0), std::bad_alloc);
 }
 
-TEST(MsgDrivenThread, Descriptors_AreClosedWithTheObject) {
+TEST_F(MsgDrivenThread, Descriptors_AreClosedWithTheObject) {
     auto const openHandles = [] {
         int count = 0;
         for (int handle = 0; handle < 256; ++handle) {

@@ -62,7 +62,9 @@ std::string stamped(std::string const& text, int error) {
     return "<UTIL> ERR: " + text + std::to_string(error);
 }
 
-TEST(MsgTimer, SetTimer_AOneShot_FiresOnceAsATimerMsgAndIsGone) {
+using MsgTimer = WithoutWatchdogThread;
+
+TEST_F(MsgTimer, SetTimer_AOneShot_FiresOnceAsATimerMsgAndIsGone) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -80,7 +82,7 @@ TEST(MsgTimer, SetTimer_AOneShot_FiresOnceAsATimerMsgAndIsGone) {
     EXPECT_FALSE(thread.killTimer(timer));
 }
 
-TEST(MsgTimer, SetTimer_WithARepeatCountOfThree_GivesThreeMessagesAndThenTheHook) {
+TEST_F(MsgTimer, SetTimer_WithARepeatCountOfThree_GivesThreeMessagesAndThenTheHook) {
     for (int const autoRepeat : {0, 1}) {
         Collector collector;
         ScopedMsgThread thread;
@@ -96,7 +98,7 @@ TEST(MsgTimer, SetTimer_WithARepeatCountOfThree_GivesThreeMessagesAndThenTheHook
     }
 }
 
-TEST(MsgTimer, SetTimer_WithoutARepeatCount_FiresUntilItIsKilled) {
+TEST_F(MsgTimer, SetTimer_WithoutARepeatCount_FiresUntilItIsKilled) {
     for (int const autoRepeat : {0, 1}) {
         Collector collector;
         ScopedMsgThread thread;
@@ -111,7 +113,7 @@ TEST(MsgTimer, SetTimer_WithoutARepeatCount_FiresUntilItIsKilled) {
     }
 }
 
-TEST(MsgTimer, SetTimer_OnTheMessageThread_RunsAtOnce) {
+TEST_F(MsgTimer, SetTimer_OnTheMessageThread_RunsAtOnce) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -124,7 +126,7 @@ TEST(MsgTimer, SetTimer_OnTheMessageThread_RunsAtOnce) {
     ASSERT_TRUE(collector.waitFor(4));
 }
 
-TEST(MsgTimer, SetTimer_WithoutWaiting_ReturnsWhileTheThreadIsBusy) {
+TEST_F(MsgTimer, SetTimer_WithoutWaiting_ReturnsWhileTheThreadIsBusy) {
     BlockedRoad road;
     road.startAndBlock();
     int const timer = road.thread.setTimer(1, 1, 1, 0);
@@ -134,7 +136,7 @@ TEST(MsgTimer, SetTimer_WithoutWaiting_ReturnsWhileTheThreadIsBusy) {
     ASSERT_TRUE(road.collector.waitFor(2));
 }
 
-TEST(MsgTimer, ATimerThatEndsBeforeItsStarterLooks_CountsAsStarted) {
+TEST_F(MsgTimer, ATimerThatEndsBeforeItsStarterLooks_CountsAsStarted) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -144,7 +146,7 @@ TEST(MsgTimer, ATimerThatEndsBeforeItsStarterLooks_CountsAsStarted) {
     }
 }
 
-TEST(MsgTimer, RegisterTimer_MakesATimerThatDoesNotRun) {
+TEST_F(MsgTimer, RegisterTimer_MakesATimerThatDoesNotRun) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -156,7 +158,7 @@ TEST(MsgTimer, RegisterTimer_MakesATimerThatDoesNotRun) {
     ASSERT_TRUE(collector.waitFor(1));
 }
 
-TEST(MsgTimer, RegisterTimer_BeforeTheStartAndAfterTheStop_IsRefused) {
+TEST_F(MsgTimer, RegisterTimer_BeforeTheStartAndAfterTheStop_IsRefused) {
     Collector collector;
     ScopedMsgThread thread;
     EXPECT_EQ(thread.registerTimer(1, 0, 0), -1);
@@ -170,7 +172,7 @@ TEST(MsgTimer, RegisterTimer_BeforeTheStartAndAfterTheStop_IsRefused) {
     EXPECT_FALSE(thread.killTimer(timer));
 }
 
-TEST(MsgTimer, ATimerCountAtItsMaximum_RefusesTheNext) {
+TEST_F(MsgTimer, ATimerCountAtItsMaximum_RefusesTheNext) {
     Collector collector;
     ScopedMsgThread thread(64, 16, "full", 3);
     ASSERT_EQ(thread.start(&collector), 0);
@@ -186,7 +188,7 @@ TEST(MsgTimer, ATimerCountAtItsMaximum_RefusesTheNext) {
     EXPECT_EQ(thread.setTimer(1000, 0, 0, 0), 4);
 }
 
-TEST(MsgTimer, AThreadWithoutRoomForTimers_HasNone) {
+TEST_F(MsgTimer, AThreadWithoutRoomForTimers_HasNone) {
     Collector collector;
     ScopedMsgThread thread(64, 16, "none", 0);
     ASSERT_EQ(thread.start(&collector), 0);
@@ -194,7 +196,7 @@ TEST(MsgTimer, AThreadWithoutRoomForTimers_HasNone) {
     EXPECT_EQ(thread.registerTimer(1, 0, 0), -1);
 }
 
-TEST(MsgTimer, StartTimer_OfARunningTimer_LeavesItAsItIs) {
+TEST_F(MsgTimer, StartTimer_OfARunningTimer_LeavesItAsItIs) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -210,7 +212,7 @@ TEST(MsgTimer, StartTimer_OfARunningTimer_LeavesItAsItIs) {
     });
 }
 
-TEST(MsgTimer, StartTimer_OfAnUnknownId_IsFalseFromOutsideAndTrueOnTheMessageThread) {
+TEST_F(MsgTimer, StartTimer_OfAnUnknownId_IsFalseFromOutsideAndTrueOnTheMessageThread) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -219,7 +221,7 @@ TEST(MsgTimer, StartTimer_OfAnUnknownId_IsFalseFromOutsideAndTrueOnTheMessageThr
     runOn(thread, collector, [&] { EXPECT_TRUE(thread.startTimer(7, 0)); });
 }
 
-TEST(MsgTimer, KillTimer_OfAnUnknownId_IsFalse) {
+TEST_F(MsgTimer, KillTimer_OfAnUnknownId_IsFalse) {
     Collector collector;
     ScopedMsgThread thread;
     EXPECT_FALSE(thread.killTimer(1));
@@ -230,7 +232,7 @@ TEST(MsgTimer, KillTimer_OfAnUnknownId_IsFalse) {
     EXPECT_TRUE(thread.erasedTimers().empty());
 }
 
-TEST(MsgTimer, KillTimer_FromTheHandlerOfTheSameTimer_EndsIt) {
+TEST_F(MsgTimer, KillTimer_FromTheHandlerOfTheSameTimer_EndsIt) {
     Collector collector;
     ScopedMsgThread thread;
     std::atomic<int> kills{0};
@@ -248,7 +250,7 @@ TEST(MsgTimer, KillTimer_FromTheHandlerOfTheSameTimer_EndsIt) {
     EXPECT_EQ(thread.erasedTimers(), std::vector<int>{timer});
 }
 
-TEST(MsgTimer, KillTimer_FromOutsideWithTimeoutsQueued_DeliversNoneOfThem) {
+TEST_F(MsgTimer, KillTimer_FromOutsideWithTimeoutsQueued_DeliversNoneOfThem) {
     for (int const noWait : {0, 1}) {
         BlockedRoad road;
         ASSERT_EQ(road.thread.start(&road.collector), 0);
@@ -280,7 +282,7 @@ TEST(MsgTimer, KillTimer_FromOutsideWithTimeoutsQueued_DeliversNoneOfThem) {
 }
 
 // While the handler of one timeout is busy, the timer expires many times.
-TEST(MsgTimer, Expiries_WhileTheListenerIsBusy_AreCoalescedToOneOrTwo) {
+TEST_F(MsgTimer, Expiries_WhileTheListenerIsBusy_AreCoalescedToOneOrTwo) {
     for (int const autoRepeat : {0, 1}) {
         Collector collector;
         Gate entered;
@@ -310,7 +312,7 @@ TEST(MsgTimer, Expiries_WhileTheListenerIsBusy_AreCoalescedToOneOrTwo) {
     }
 }
 
-TEST(MsgTimer, WithoutAutoRepeat_TheSystemTimerIsMadeAnewBehindEachHandler) {
+TEST_F(MsgTimer, WithoutAutoRepeat_TheSystemTimerIsMadeAnewBehindEachHandler) {
     HookScope const scope;
     Collector collector;
     ScopedMsgThread thread;
@@ -322,7 +324,7 @@ TEST(MsgTimer, WithoutAutoRepeat_TheSystemTimerIsMadeAnewBehindEachHandler) {
     EXPECT_EQ(hooks::timerDelete.calls(), 4U);
 }
 
-TEST(MsgTimer, WithAutoRepeat_TheSystemTimerRunsOn) {
+TEST_F(MsgTimer, WithAutoRepeat_TheSystemTimerRunsOn) {
     HookScope const scope;
     Collector collector;
     ScopedMsgThread thread;
@@ -337,7 +339,7 @@ TEST(MsgTimer, WithAutoRepeat_TheSystemTimerRunsOn) {
 std::atomic<long> gSeconds{-1};
 std::atomic<long> gNanoseconds{-1};
 
-TEST(MsgTimer, AnIntervalOf1500_IsOneSecondAndAHalfForValueAndPeriod) {
+TEST_F(MsgTimer, AnIntervalOf1500_IsOneSecondAndAHalfForValueAndPeriod) {
     HookScope const scope;
     Collector collector;
     ScopedMsgThread thread;
@@ -357,7 +359,7 @@ TEST(MsgTimer, AnIntervalOf1500_IsOneSecondAndAHalfForValueAndPeriod) {
     EXPECT_EQ(gNanoseconds, 295000000);
 }
 
-TEST(MsgTimer, AnIntervalOfZero_RunsAndNeverFires) {
+TEST_F(MsgTimer, AnIntervalOfZero_RunsAndNeverFires) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -369,7 +371,7 @@ TEST(MsgTimer, AnIntervalOfZero_RunsAndNeverFires) {
     EXPECT_TRUE(thread.killTimer(timer));
 }
 
-TEST(MsgTimer, TimerCreate_ThatFails_IsLoggedAndTheTimerIsNotThere) {
+TEST_F(MsgTimer, TimerCreate_ThatFails_IsLoggedAndTheTimerIsNotThere) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -389,7 +391,7 @@ TEST(MsgTimer, TimerCreate_ThatFails_IsLoggedAndTheTimerIsNotThere) {
 }
 
 // The text ends in a line feed of its own; callers who read the log know it.
-TEST(MsgTimer, TheLineOfAFailedTimerCreate_EndsInALineFeedOfItsOwn) {
+TEST_F(MsgTimer, TheLineOfAFailedTimerCreate_EndsInALineFeedOfItsOwn) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -401,7 +403,7 @@ TEST(MsgTimer, TheLineOfAFailedTimerCreate_EndsInALineFeedOfItsOwn) {
     EXPECT_EQ(line.substr(line.size() - 3), "\n\r\n");
 }
 
-TEST(MsgTimer, TimerSetTime_ThatFails_IsLoggedAndTheSystemTimerIsDeleted) {
+TEST_F(MsgTimer, TimerSetTime_ThatFails_IsLoggedAndTheSystemTimerIsDeleted) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -421,7 +423,7 @@ TEST(MsgTimer, TimerSetTime_ThatFails_IsLoggedAndTheSystemTimerIsDeleted) {
     ASSERT_TRUE(collector.waitFor(1));
 }
 
-TEST(MsgTimer, TimerDelete_ThatFails_IsLoggedAndTheTimerStaysOnItsOwnThread) {
+TEST_F(MsgTimer, TimerDelete_ThatFails_IsLoggedAndTheTimerStaysOnItsOwnThread) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -444,7 +446,7 @@ TEST(MsgTimer, TimerDelete_ThatFails_IsLoggedAndTheTimerStaysOnItsOwnThread) {
     EXPECT_EQ(thread.findTimer(timer), nullptr);
 }
 
-TEST(MsgTimer, ARestartThatFails_IsLoggedAndTheTimerStandsStill) {
+TEST_F(MsgTimer, ARestartThatFails_IsLoggedAndTheTimerStandsStill) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -461,7 +463,7 @@ TEST(MsgTimer, ARestartThatFails_IsLoggedAndTheTimerStandsStill) {
     EXPECT_TRUE(thread.killTimer(timer, 0));
 }
 
-TEST(MsgTimer, ATimeoutThatDoesNotFitAFrame_GivesTheErrorLine) {
+TEST_F(MsgTimer, ATimeoutThatDoesNotFitAFrame_GivesTheErrorLine) {
     LogCapture log;
     Collector collector;
     ScopedMsgThread thread(3, 16, "small", 2);
@@ -471,7 +473,8 @@ TEST(MsgTimer, ATimeoutThatDoesNotFitAFrame_GivesTheErrorLine) {
     EXPECT_TRUE(collector.received().empty());
 }
 
-TEST(MsgTimer, SigAction_ThatFails_IsLoggedAndTheNextConstructorTriesAgain) {
+// The process has had no message thread yet.
+TEST(MsgTimerOfAFreshProcess, SigAction_ThatFails_IsLoggedAndTheNextConstructorTriesAgain) {
     HookScope const scope;
     LogCapture log;
     hooks::sigAction.failFrom(1, 1, -1, EINVAL);
@@ -490,7 +493,7 @@ TEST(MsgTimer, SigAction_ThatFails_IsLoggedAndTheNextConstructorTriesAgain) {
     EXPECT_EQ(action.sa_flags & (SA_SIGINFO | SA_RESTART), SA_SIGINFO | SA_RESTART);
 }
 
-TEST(MsgTimer, SetTimer_ThatCannotBeAnnounced_LeavesNothingBehind) {
+TEST_F(MsgTimer, SetTimer_ThatCannotBeAnnounced_LeavesNothingBehind) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -505,7 +508,7 @@ TEST(MsgTimer, SetTimer_ThatCannotBeAnnounced_LeavesNothingBehind) {
     ASSERT_TRUE(collector.waitFor(1));
 }
 
-TEST(MsgTimer, KillTimer_ThatCannotBeAnnounced_LeavesTheTimerRunning) {
+TEST_F(MsgTimer, KillTimer_ThatCannotBeAnnounced_LeavesTheTimerRunning) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -535,7 +538,7 @@ TEST(MsgTimer, KillTimer_ThatCannotBeAnnounced_LeavesTheTimerRunning) {
     EXPECT_EQ(thread.findTimerStopEntry(timer), nullptr);
 }
 
-TEST(MsgTimer, KillTimer_WhoseCopyIsRefused_EndsTheTimerAtOnce) {
+TEST_F(MsgTimer, KillTimer_WhoseCopyIsRefused_EndsTheTimerAtOnce) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -558,7 +561,7 @@ TEST(MsgTimer, KillTimer_WhoseCopyIsRefused_EndsTheTimerAtOnce) {
     EXPECT_EQ(thread.erasedTimers(), (std::vector<int>{first, second}));
 }
 
-TEST(MsgTimer, TheEndOfTheLoop_TakesEveryTimerAway) {
+TEST_F(MsgTimer, TheEndOfTheLoop_TakesEveryTimerAway) {
     HookScope const scope;
     Collector collector;
     ScopedMsgThread thread(64, 16, "end", 4);
@@ -572,7 +575,7 @@ TEST(MsgTimer, TheEndOfTheLoop_TakesEveryTimerAway) {
     EXPECT_EQ(hooks::timerDelete.calls(), 2U);
 }
 
-TEST(MsgTimer, StartsAndKillsThatWait_WhoseLoopEndsFirst_AreReleased) {
+TEST_F(MsgTimer, StartsAndKillsThatWait_WhoseLoopEndsFirst_AreReleased) {
     for (int round = 0; round < 20; ++round) {
         HookScope const scope;
         LogCapture const log;
@@ -599,7 +602,7 @@ TEST(MsgTimer, StartsAndKillsThatWait_WhoseLoopEndsFirst_AreReleased) {
     }
 }
 
-TEST(MsgTimer, TimerIds_RiseAndAreNotUsedAgain) {
+TEST_F(MsgTimer, TimerIds_RiseAndAreNotUsedAgain) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -609,7 +612,7 @@ TEST(MsgTimer, TimerIds_RiseAndAreNotUsedAgain) {
     }
 }
 
-TEST(MsgTimer, TheIdBehindTheLargest_IsOne) {
+TEST_F(MsgTimer, TheIdBehindTheLargest_IsOne) {
     EXPECT_EQ(utl::nextTimerId(1), 2);
     EXPECT_EQ(utl::nextTimerId(INT_MAX - 1), INT_MAX);
     EXPECT_EQ(utl::nextTimerId(INT_MAX), 1);
@@ -617,14 +620,14 @@ TEST(MsgTimer, TheIdBehindTheLargest_IsOne) {
     EXPECT_EQ(utl::nextTimerId(0), 1);
 }
 
-TEST(MsgTimer, GetNextSysTimerNumber_StepsOn) {
+TEST_F(MsgTimer, GetNextSysTimerNumber_StepsOn) {
     Collector collector;
     ScopedMsgThread thread;
     EXPECT_EQ(thread.getNextSysTimerNumber(), 2);
     EXPECT_EQ(thread.getNextSysTimerNumber(), 3);
 }
 
-TEST(MsgTimer, ToUserTimerId_OfNoNumber_IsMinusOne) {
+TEST_F(MsgTimer, ToUserTimerId_OfNoNumber_IsMinusOne) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -636,7 +639,7 @@ TEST(MsgTimer, ToUserTimerId_OfNoNumber_IsMinusOne) {
     EXPECT_EQ(thread.toUserTimerId(-1), -1) << "also while a timer without a number is there";
 }
 
-TEST(MsgTimer, ASignalOfATimerThatIsGone_IsDropped) {
+TEST_F(MsgTimer, ASignalOfATimerThatIsGone_IsDropped) {
     LogCapture const log;
     Collector collector;
     ScopedMsgThread thread;
@@ -650,7 +653,7 @@ TEST(MsgTimer, ASignalOfATimerThatIsGone_IsDropped) {
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(MsgTimer, TheHandler_ReportsAShortWriteAndKeepsErrno) {
+TEST_F(MsgTimer, TheHandler_ReportsAShortWriteAndKeepsErrno) {
     HookScope const scope;
     LogCapture const log;
     Collector collector;
@@ -681,7 +684,7 @@ TEST(MsgTimer, TheHandler_ReportsAShortWriteAndKeepsErrno) {
     EXPECT_EQ(collector.received()[0].number, timer);
 }
 
-TEST(MsgTimer, TheKernelsNumber_IsTheOneOfTheSignal_AlsoZeroAndForManyTimersAtOnce) {
+TEST_F(MsgTimer, TheKernelsNumber_IsTheOneOfTheSignal_AlsoZeroAndForManyTimersAtOnce) {
     Collector collector;
     ScopedMsgThread thread(64, 512, "numbers", 300);
     ASSERT_EQ(thread.start(&collector), 0);
@@ -704,7 +707,7 @@ TEST(MsgTimer, TheKernelsNumber_IsTheOneOfTheSignal_AlsoZeroAndForManyTimersAtOn
     EXPECT_TRUE(timers.empty());
 }
 
-TEST(MsgTimer, ABusyListenerUnderAFastTimer_FillsNoPipeAndCatchesUp) {
+TEST_F(MsgTimer, ABusyListenerUnderAFastTimer_FillsNoPipeAndCatchesUp) {
     BlockedRoad road;
     road.startAndBlock();
     int const timer = road.thread.setTimer(1, 1, 0, 1);
@@ -733,7 +736,7 @@ TEST(MsgTimer, ABusyListenerUnderAFastTimer_FillsNoPipeAndCatchesUp) {
     EXPECT_TRUE(road.thread.killTimer(timer));
 }
 
-TEST(MsgTimer, AnExpiryThatComesAfterItsThreadIsGone_ReachesNoForeignFile) {
+TEST_F(MsgTimer, AnExpiryThatComesAfterItsThreadIsGone_ReachesNoForeignFile) {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, timerSignal());
@@ -745,11 +748,13 @@ TEST(MsgTimer, AnExpiryThatComesAfterItsThreadIsGone_ReachesNoForeignFile) {
         pipeEnd = ends[1];
         return result;
     });
+    siginfo_t info = {};
     {
         Collector collector;
         ScopedMsgThread thread;
         ASSERT_EQ(thread.start(&collector), 0);
         int const timer = thread.setTimer(1, 0, 0, 1);
+        info.si_timerid = thread.findTimer(timer)->mSysTimerNum;
         sigset_t pending;
         do {
             sigpending(&pending);
@@ -763,8 +768,6 @@ TEST(MsgTimer, AnExpiryThatComesAfterItsThreadIsGone_ReachesNoForeignFile) {
     int const sameNumber = file == pipeEnd ? file : dup2(file, pipeEnd);
     ASSERT_EQ(sameNumber, pipeEnd);
     // A handler that is called for the old timer, whether or not the kernel still sends its signal.
-    siginfo_t info = {};
-    info.si_timerid = 0;
     info.si_value.sival_int = pipeEnd;
     utl::MsgDrivenThread::TimeoutSignalHandler(timerSignal(), &info, nullptr);
     ASSERT_EQ(pthread_sigmask(SIG_UNBLOCK, &signals, nullptr), 0);
@@ -773,7 +776,7 @@ TEST(MsgTimer, AnExpiryThatComesAfterItsThreadIsGone_ReachesNoForeignFile) {
 
 // Tokens of timers in a pipe that is nearly full.
 
-TEST(MsgTimer, AHandlerThatSetsAndKillsTimersForLong_FillsNoPipe) {
+TEST_F(MsgTimer, AHandlerThatSetsAndKillsTimersForLong_FillsNoPipe) {
     LogCapture const log;
     Collector collector;
     ScopedMsgThread thread(64, 16, "swarm", 8);
@@ -809,7 +812,7 @@ TEST(MsgTimer, AHandlerThatSetsAndKillsTimersForLong_FillsNoPipe) {
 
 // 7400 messages wait, and the front of the pipe is a page of which one token is left: the system would call
 // such a pipe full although it is not.
-TEST(MsgTimer, AnExpiryWhileManyMessagesWait_GetsItsTokenAtOnce) {
+TEST_F(MsgTimer, AnExpiryWhileManyMessagesWait_GetsItsTokenAtOnce) {
     constexpr int WAITING = 7400;
     int const inFront = getpagesize() / 8 - 1;
     ASSERT_LT(inFront, WAITING);
@@ -835,7 +838,7 @@ TEST(MsgTimer, AnExpiryWhileManyMessagesWait_GetsItsTokenAtOnce) {
     EXPECT_EQ(road.collector.received().back().id, utl::MSG_ID_TIMER);
 }
 
-TEST(MsgTimer, ATimerThatCouldNotBeDeleted_WritesIntoNoForeignFileWhenItsThreadIsGone) {
+TEST_F(MsgTimer, ATimerThatCouldNotBeDeleted_WritesIntoNoForeignFileWhenItsThreadIsGone) {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, timerSignal());
@@ -917,7 +920,7 @@ ChildResult runTimersInChild(std::vector<int> const& parentNumbers) {
     return CHILD_FIRED;
 }
 
-TEST(MsgTimer, TimersOfAChildProcess_Fire_AlthoughItsParentHasTimersWithTheSameNumbers) {
+TEST_F(MsgTimer, TimersOfAChildProcess_Fire_AlthoughItsParentHasTimersWithTheSameNumbers) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -942,7 +945,7 @@ TEST(MsgTimer, TimersOfAChildProcess_Fire_AlthoughItsParentHasTimersWithTheSameN
 }
 #endif
 
-TEST(MsgTimer, KillTimer_ThatCannotBeAnnounced_LeavesTheTimerOnAlsoWhenItsStopEntryWasServed) {
+TEST_F(MsgTimer, KillTimer_ThatCannotBeAnnounced_LeavesTheTimerOnAlsoWhenItsStopEntryWasServed) {
     HookScope const scope;
     LogCapture const log;
     Collector collector;
@@ -970,7 +973,7 @@ TEST(MsgTimer, KillTimer_ThatCannotBeAnnounced_LeavesTheTimerOnAlsoWhenItsStopEn
     EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
 }
 
-TEST(MsgTimer, AKillThatWaits_WhoseLoopEndsFirst_IsReleasedAndTheTimerIsGoneOnce) {
+TEST_F(MsgTimer, AKillThatWaits_WhoseLoopEndsFirst_IsReleasedAndTheTimerIsGoneOnce) {
     for (int round = 0; round < 20; ++round) {
         HookScope const scope;
         LogCapture const log;
@@ -994,7 +997,7 @@ TEST(MsgTimer, AKillThatWaits_WhoseLoopEndsFirst_IsReleasedAndTheTimerIsGoneOnce
     }
 }
 
-TEST(MsgTimer, ExpiriesDuringOneLongHandler_GiveExactlyOneTimeoutOrTwo) {
+TEST_F(MsgTimer, ExpiriesDuringOneLongHandler_GiveExactlyOneTimeoutOrTwo) {
     for (int const autoRepeat : {0, 1}) {
         Collector collector;
         ScopedMsgThread thread;
@@ -1017,7 +1020,7 @@ TEST(MsgTimer, ExpiriesDuringOneLongHandler_GiveExactlyOneTimeoutOrTwo) {
 
 // The hook behind a timer that is gone.
 
-TEST(MsgTimer, OnEraseTimer_OfAKillFromOutside_RunsOnTheKillersThread) {
+TEST_F(MsgTimer, OnEraseTimer_OfAKillFromOutside_RunsOnTheKillersThread) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -1027,7 +1030,7 @@ TEST(MsgTimer, OnEraseTimer_OfAKillFromOutside_RunsOnTheKillersThread) {
     EXPECT_EQ(thread.erasingThreads(), std::vector<int>(2, utl::ThreadManager::getCallerId()));
 }
 
-TEST(MsgTimer, OnEraseTimer_OfEveryOtherEnd_RunsOnTheMessageThread) {
+TEST_F(MsgTimer, OnEraseTimer_OfEveryOtherEnd_RunsOnTheMessageThread) {
     Collector collector;
     ScopedMsgThread thread;
     ASSERT_EQ(thread.start(&collector), 0);
@@ -1046,7 +1049,7 @@ TEST(MsgTimer, OnEraseTimer_OfEveryOtherEnd_RunsOnTheMessageThread) {
     EXPECT_EQ(thread.erasingThreads(), std::vector<int>(3, thread.getId()));
 }
 
-TEST(MsgTimer, OnEraseTimer_OfAnErasedTimeout_RunsOnTheMessageThread) {
+TEST_F(MsgTimer, OnEraseTimer_OfAnErasedTimeout_RunsOnTheMessageThread) {
     BlockedRoad road;
     ASSERT_EQ(road.thread.start(&road.collector), 0);
     int timer = -1;
@@ -1070,7 +1073,7 @@ TEST(MsgTimer, OnEraseTimer_OfAnErasedTimeout_RunsOnTheMessageThread) {
     EXPECT_EQ(road.thread.erasingThreads(), std::vector<int>{road.thread.getId()});
 }
 
-TEST(MsgTimer, OnEraseTimer_OfAKillThatDoesNotWait_ComesBeforeTheSystemTimerIsDeleted) {
+TEST_F(MsgTimer, OnEraseTimer_OfAKillThatDoesNotWait_ComesBeforeTheSystemTimerIsDeleted) {
     HookScope const scope;
     BlockedRoad road;
     ASSERT_EQ(road.thread.start(&road.collector), 0);
@@ -1094,7 +1097,7 @@ TEST(MsgTimer, OnEraseTimer_OfAKillThatDoesNotWait_ComesBeforeTheSystemTimerIsDe
     EXPECT_EQ(road.thread.findTimerStopEntry(timer), nullptr);
 }
 
-TEST(MsgTimer, KillTimer_WhileAStopIsRequested_WorksAsLongAsTheLoopRuns) {
+TEST_F(MsgTimer, KillTimer_WhileAStopIsRequested_WorksAsLongAsTheLoopRuns) {
     HookScope const scope;
     BlockedRoad road;
     int own = -1;
@@ -1126,7 +1129,7 @@ TEST(MsgTimer, KillTimer_WhileAStopIsRequested_WorksAsLongAsTheLoopRuns) {
     EXPECT_EQ(hooks::timerDelete.calls(), 2U);
 }
 
-TEST(MsgTimer, TimerIds_WrapBehindTheLargestAndSkipThoseOfLiveTimers) {
+TEST_F(MsgTimer, TimerIds_WrapBehindTheLargestAndSkipThoseOfLiveTimers) {
     Collector collector;
     ScopedMsgThread thread(64, 16, "wrap", 8);
     ASSERT_EQ(thread.start(&collector), 0);
@@ -1142,7 +1145,7 @@ TEST(MsgTimer, TimerIds_WrapBehindTheLargestAndSkipThoseOfLiveTimers) {
     EXPECT_TRUE(thread.killTimer(INT_MAX, 0));
 }
 
-TEST(MsgTimer, TimerIds_SkipThoseOfTimersThatAreBeingStopped) {
+TEST_F(MsgTimer, TimerIds_SkipThoseOfTimersThatAreBeingStopped) {
     BlockedRoad road;
     ASSERT_EQ(road.thread.start(&road.collector), 0);
     ASSERT_EQ(road.thread.setTimer(60000, 0, 0, 0), 1);
@@ -1161,7 +1164,7 @@ TEST(MsgTimer, TimerIds_SkipThoseOfTimersThatAreBeingStopped) {
     EXPECT_EQ(road.thread.registerTimer(1, 0, 0), 1) << "it is free again";
 }
 
-TEST(MsgTimer, AStartThatIsNotWaitedForAndFails_IsLoggedAndTheTimerStaysRegistered) {
+TEST_F(MsgTimer, AStartThatIsNotWaitedForAndFails_IsLoggedAndTheTimerStaysRegistered) {
     HookScope const scope;
     LogCapture log;
     Collector collector;
@@ -1190,14 +1193,19 @@ TEST(MsgTimer, AStartThatIsNotWaitedForAndFails_IsLoggedAndTheTimerStaysRegister
 }
 
 // Without the handler the first expiry would end the process.
-TEST(MsgTimer, SigAction_ThatKeepsFailing_RefusesTheStartOfATimer) {
+TEST(MsgTimerOfAFreshProcess, SigAction_ThatKeepsFailing_RefusesTheStartOfATimer) {
     HookScope const scope;
     LogCapture log;
+    std::string const line = stamped("MsgDrivenThread sigaction  errno:", EINVAL);
     hooks::sigAction.failFrom(1, 0, -1, EINVAL);
+    EXPECT_FALSE(utl::ThreadManager::get()->entryWatchdog(1000, nullptr))
+        << "the watchdog has no timer either";
+    EXPECT_EQ(log.count(line), 2U);
+    ASSERT_TRUE(log.waitFor("MsgDrivenThread(Watchdog Thread) Error. MsgId:0x80000006"));
+    log.clear();
     Collector collector;
     ScopedMsgThread thread(64, 16, "handlerless");
     ASSERT_EQ(thread.start(&collector), 0);
-    std::string const line = stamped("MsgDrivenThread sigaction  errno:", EINVAL);
     EXPECT_EQ(log.lines(), (std::vector<std::string>{line}));
     EXPECT_EQ(thread.setTimer(1, 0, 0, 1), -1);
     ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
@@ -1214,7 +1222,7 @@ TEST(MsgTimer, SigAction_ThatKeepsFailing_RefusesTheStartOfATimer) {
     ASSERT_TRUE(collector.waitFor(2));
 }
 
-TEST(MsgTimer, EraseMsg_OfAPendingOneShot_EndsTheTimerAndCallsTheHook) {
+TEST_F(MsgTimer, EraseMsg_OfAPendingOneShot_EndsTheTimerAndCallsTheHook) {
     BlockedRoad road;
     bool erased = false;
     bool found = false;

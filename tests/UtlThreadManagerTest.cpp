@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -47,6 +48,10 @@ std::string lineOf(char const* prefix, char const* format, int id, int osValue, 
 
 std::string numbered(char const* before, int id, std::string const& behind) {
     return before + std::to_string(id) + behind;
+}
+
+bool lives(int id) {
+    return syscall(SYS_tgkill, getpid(), id, 0) == 0;
 }
 
 // The instance.
@@ -116,14 +121,14 @@ TEST_F(ThreadManagerInstance, TheDefaultCapacity_Is128) {
 
 TEST_F(ThreadManagerInstance, TheWatchdog_HasTheCapacityOfTheTable) {
     EXPECT_TRUE(ThreadManager::initializeEntryMax(2));
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     EXPECT_TRUE(watchdog.entry(1, 1, nullptr, "1"));
     EXPECT_TRUE(watchdog.entry(2, 1, nullptr, "2"));
     EXPECT_FALSE(watchdog.entry(3, 1, nullptr, "3"));
 }
 
 TEST_F(ThreadManagerInstance, Destroy_MakesRoomForANewInstanceThatKnowsNoThread) {
-    EXPECT_TRUE(ThreadManager::initializeEntryMax(1));
+    EXPECT_TRUE(ThreadManager::initializeEntryMax(2));
     EXPECT_NE(manager().entryCaller(0, 0, nullptr, "main"), 0);
     ThreadManager::destroy();
     EXPECT_EQ(ThreadManager::getIfCreated(), nullptr);
@@ -144,13 +149,13 @@ TEST_F(ThreadManagerInstance, Destroy_DetachesTheThreadsThatAreStillRegistered) 
     EXPECT_EQ(manager().waitToStop(id, 0), 0);
     EXPECT_EQ(hooks::threadDetach.calls(), 0U);
     ThreadManager::destroy();
-    EXPECT_EQ(hooks::threadDetach.calls(), 1U);
+    EXPECT_EQ(hooks::threadDetach.calls(), 2U) << "the watchdog's own thread is the other one";
 }
 
 TEST_F(ThreadManagerInstance, Destroy_ByAWatchedThread_SurvivesTheSignsOfLifeOnTheWay) {
     int const id = manager().entry(doNothing, nullptr, 0, 0, nullptr, "left behind");
     EXPECT_EQ(manager().waitToStop(id, 0), 0);
-    initializedWatchdog();
+    restingWatchdog();
     EXPECT_TRUE(manager().entryWatchdog(1000, nullptr));
     EXPECT_TRUE(manager().startWatchdog());
     ThreadManager::destroy();
@@ -165,17 +170,60 @@ TEST_F(ThreadManagerInstance, Destroy_LeavesThreadsRunningWhichEndIntoANewInstan
         waitSurely(*static_cast<Event*>(argument));
         returned = true;
     };
-    EXPECT_NE(manager().entry(wait, &go, 0, 0, nullptr, "survivor"), 0);
+    int const id = manager().entry(wait, &go, 0, 0, nullptr, "survivor");
+    EXPECT_NE(id, 0);
     ThreadManager::destroy();
     EXPECT_FALSE(returned);
+    EXPECT_EQ(ThreadManager::getIfCreated(), nullptr);
     go.setOn();
-    while (ThreadManager::getIfCreated() == nullptr) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    while (lives(id)) {
+        std::this_thread::yield();
     }
     EXPECT_TRUE(returned);
-    LogCapture const log;
-    manager().printThreadInfoReg(3);
-    EXPECT_EQ(log.lines().size(), 2U);
+    ASSERT_NE(ThreadManager::getIfCreated(), nullptr);
+    ThreadManager::Names names(4, 0);
+    EXPECT_TRUE(ThreadManager::getIfCreated()->getNames(&names));
+    ASSERT_EQ(names.size(), 1U);
+    EXPECT_STREQ(names.getAt(0)->mValue.buffer(), "Watchdog Thread");
+}
+
+// The ending thread creates the new instance and starts its watchdog while the instance is taken away again.
+TEST_F(ThreadManagerInstance, Destroy_WhileAThreadEndsIntoANewInstance_IsHarmless) {
+    for (int round = 0; round < 200; ++round) {
+        Event go(0, 0);
+        auto const wait = [](void* argument) { waitSurely(*static_cast<Event*>(argument)); };
+        int const id = manager().entry(wait, &go, 0, 0, nullptr, "survivor");
+        ASSERT_NE(id, 0);
+        ThreadManager::destroy();
+        go.setOn();
+        if (round % 2 == 0) {
+            while (ThreadManager::getIfCreated() == nullptr) {
+                std::this_thread::yield();
+            }
+        }
+        ThreadManager::destroy();
+        while (lives(id)) {
+            std::this_thread::yield();
+        }
+        ThreadManager::destroy();
+        EXPECT_EQ(ThreadManager::getIfCreated(), nullptr);
+    }
+}
+
+TEST_F(ThreadManagerInstance, Destroy_FromManyThreadsAtOnce_DestroysOnce) {
+    for (int round = 0; round < 20; ++round) {
+        HookScope const scope;
+        manager();
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([] { ThreadManager::destroy(); });
+        }
+        for (auto& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(ThreadManager::getIfCreated(), nullptr);
+        EXPECT_EQ(hooks::threadDetach.calls(), 1U);
+    }
 }
 
 // Starting threads.
@@ -183,6 +231,7 @@ TEST_F(ThreadManagerInstance, Destroy_LeavesThreadsRunningWhichEndIntoANewInstan
 using ThreadManagerEntry = utltest::WithManager;
 
 TEST_F(ThreadManagerEntry, WithoutAFunctionOrAName_Gives0InSilenceAndStartsNoThread) {
+    manager();
     HookScope const scope;
     LogCapture const log;
     EXPECT_EQ(manager().entry(nullptr, nullptr, 0, 0, nullptr, "no function"), 0);
@@ -209,6 +258,7 @@ TEST_F(ThreadManagerEntry, RegistersTheThreadUnderItsNameAndPriority) {
 std::atomic<pthread_attr_t const*> gAttributes;
 
 TEST_F(ThreadManagerEntry, CreatesTheThreadWithDefaultAttributesWhateverReservedSays) {
+    manager();
     HookScope const scope;
     static pthread_attr_t other;
     gAttributes = &other;
@@ -224,8 +274,8 @@ TEST_F(ThreadManagerEntry, CreatesTheThreadWithDefaultAttributesWhateverReserved
 }
 
 TEST_F(ThreadManagerEntry, InAFullTable_Gives0InSilenceAndStartsNoThread) {
-    HookScope const scope;
     fillTable(128, 0);
+    HookScope const scope;
     LogCapture const log;
     EXPECT_EQ(manager().entry(doNothing, nullptr, 0, 0, nullptr, "number 129"), 0);
     EXPECT_EQ(hooks::threadCreate.calls(), 0U);
@@ -240,7 +290,7 @@ TEST_F(ThreadManagerEntry, WithOnePlaceLeft_StartsOneThread) {
 }
 
 TEST_F(ThreadManagerEntry, APlaceThatWasGivenBack_CanBeTakenAgain) {
-    EXPECT_TRUE(ThreadManager::initializeEntryMax(1));
+    EXPECT_TRUE(ThreadManager::initializeEntryMax(2));
     for (int round = 0; round < 3; ++round) {
         HeldThread const thread("again");
         EXPECT_NE(thread.id(), 0) << round;
@@ -248,6 +298,7 @@ TEST_F(ThreadManagerEntry, APlaceThatWasGivenBack_CanBeTakenAgain) {
 }
 
 TEST_F(ThreadManagerEntry, RefusedByTheSystem_LogsAndGives0) {
+    manager();
     HookScope const scope;
     LogCapture const log;
     hooks::threadCreate.failFrom(1, 1, EAGAIN, 0);
@@ -258,7 +309,8 @@ TEST_F(ThreadManagerEntry, RefusedByTheSystem_LogsAndGives0) {
               std::vector<std::string>{"<UTIL> ERR: Thread Start Failed  Ret:11, PriOs:-2, Name:refused"});
     ThreadManager::Names names(4, 0);
     EXPECT_TRUE(manager().getNames(&names));
-    EXPECT_EQ(names.size(), 0U);
+    ASSERT_EQ(names.size(), 1U);
+    EXPECT_EQ(names.getAt(0)->mKey, watchdogId());
 }
 
 std::atomic<int> gCreatedId;
@@ -280,6 +332,7 @@ int createAndLearnId(pthread_t* thread, pthread_attr_t const* attributes, void* 
 }
 
 TEST_F(ThreadManagerEntry, OfAnIdThatIsStillRegistered_LogsAndLeavesTheThreadRunningUnregistered) {
+    manager();
     HookScope const scope;
     hooks::threadCreate.replace(
         [](pthread_t* thread, pthread_attr_t const* attributes, void* (*entry)(void*), void* argument) {
@@ -303,8 +356,9 @@ TEST_F(ThreadManagerEntry, OfAnIdThatIsStillRegistered_LogsAndLeavesTheThreadRun
 }
 
 TEST_F(ThreadManagerEntry, WhoseLastPlaceWentToAnotherThread_LogsAndLeavesTheThreadRunningUnregistered) {
+    EXPECT_TRUE(ThreadManager::initializeEntryMax(2));
+    manager();
     HookScope const scope;
-    EXPECT_TRUE(ThreadManager::initializeEntryMax(1));
     hooks::threadCreate.replace(
         [](pthread_t* thread, pthread_attr_t const* attributes, void* (*entry)(void*), void* argument) {
             Access::storeEntry(NO_THREAD, foreignEntry("the faster one"));
@@ -333,6 +387,7 @@ int recordPriority(int which, unsigned int who, int osValue) {
 }
 
 TEST_F(ThreadManagerEntry, TheNewThreadSetsItsOwnPriority) {
+    manager();
     HookScope const scope;
     hooks::setPriority.replace(recordPriority);
     HeldThread const thread("urgent", 0, 0, nullptr, ThreadPriority(ThreadPriority::TIME_CRITICAL));
@@ -343,6 +398,7 @@ TEST_F(ThreadManagerEntry, TheNewThreadSetsItsOwnPriority) {
 }
 
 TEST_F(ThreadManagerEntry, TheNewThread_WhosePriorityIsRefused_LogsAndRunsAllTheSame) {
+    manager();
     HookScope const scope;
     LogCapture const log;
     hooks::setPriority.failFrom(1, 1, -1, EACCES);
@@ -381,7 +437,7 @@ struct SilentListener : utl::WatchdogTimerListener {
 };
 
 TEST_F(ThreadManagerEntry, WithWatchdog1_RegistersTheThreadThereNotYetWatched) {
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     SilentListener listener;
     HeldThread const thread("watched", 1, 1234, &listener);
     EXPECT_TRUE(watchdog.isRegistered(thread.id()));
@@ -392,7 +448,7 @@ TEST_F(ThreadManagerEntry, WithWatchdog1_RegistersTheThreadThereNotYetWatched) {
 }
 
 TEST_F(ThreadManagerEntry, WithAnyOtherWatchdog_DoesNotRegisterTheThreadThere) {
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     for (int other : {0, 2, -1}) {
         HeldThread const thread("unwatched", other, 1000, nullptr);
         EXPECT_FALSE(watchdog.isRegistered(thread.id())) << other;
@@ -411,6 +467,7 @@ std::atomic<int> gStartsUnderWay;
 std::atomic<int> gMostStartsUnderWay;
 
 TEST_F(ThreadManagerEntry, FromManyThreadsAtOnce_StartsThemOneAtATime) {
+    manager();
     HookScope const scope;
     gStartsUnderWay = 0;
     gMostStartsUnderWay = 0;
@@ -457,8 +514,8 @@ TEST_F(ThreadManagerEntryCaller, RegistersTheCallerWhoseKernelIdItGives) {
 }
 
 TEST_F(ThreadManagerEntryCaller, MakesAForeignThreadThatIsNeverActive) {
-    HookScope const scope;
     int const id = manager().entryCaller(0, 0, nullptr, "main");
+    HookScope const scope;
     ThreadPriority priority(ThreadPriority::LOW);
     EXPECT_FALSE(manager().isThreadActive(id));
     EXPECT_FALSE(manager().isActive(id));
@@ -470,7 +527,7 @@ TEST_F(ThreadManagerEntryCaller, MakesAForeignThreadThatIsNeverActive) {
 }
 
 TEST_F(ThreadManagerEntryCaller, ASecondTime_ReplacesTheFirstEntry) {
-    EXPECT_TRUE(ThreadManager::initializeEntryMax(1));
+    EXPECT_TRUE(ThreadManager::initializeEntryMax(2));
     EXPECT_EQ(manager().entryCaller(0, 0, nullptr, "first"), kernelId());
     EXPECT_EQ(manager().entryCaller(0, 0, nullptr, "second"), kernelId());
     EXPECT_STREQ(manager().getName(kernelId()), "second");
@@ -510,7 +567,7 @@ TEST_F(ThreadManagerEntryCaller, WithTheRegistrationLog_LogsTheRegistration) {
 }
 
 TEST_F(ThreadManagerEntryCaller, WithWatchdog1_RegistersTheCallerThere) {
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     SilentListener listener;
     EXPECT_EQ(manager().entryCaller(1, 777, &listener, "main"), kernelId());
     WatchdogInfo const* const info = watchdog.findWatchdogInfo(kernelId());
@@ -519,7 +576,7 @@ TEST_F(ThreadManagerEntryCaller, WithWatchdog1_RegistersTheCallerThere) {
 }
 
 TEST_F(ThreadManagerEntryCaller, WithAnyOtherWatchdog_DoesNotRegisterTheCallerThere) {
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     for (int other : {0, 2, -1}) {
         manager().entryCaller(other, 1000, nullptr, "main");
         EXPECT_FALSE(watchdog.isRegistered(kernelId())) << other;
@@ -667,10 +724,6 @@ TEST_F(ThreadManagerEnd, AThreadIsDetached_WhenTheLastCopyOfItsEntryGoes) {
     EXPECT_EQ(hooks::threadDetach.calls(), 1U);
 }
 
-bool lives(int id) {
-    return syscall(SYS_tgkill, getpid(), id, 0) == 0;
-}
-
 TEST_F(ThreadManagerEnd, AThreadWhoseEntryIsGone_EndsAllTheSame) {
     HeldThread thread("forgotten");
     int const id = thread.seenId();
@@ -806,11 +859,12 @@ TEST_F(ThreadManagerNames, GetNames_WithNull_IsFalse) {
 }
 
 TEST_F(ThreadManagerNames, GetNames_AddsEachEntryToWhatTheMapHolds) {
-    fillTable(2, 0);
-    ThreadManager::Names names(4, 0);
+    fillTable(3, 0);
+    ThreadManager::Names names(5, 0);
     EXPECT_TRUE(names.insert(1, "held"));
     EXPECT_TRUE(manager().getNames(&names));
-    ASSERT_EQ(names.size(), 3U);
+    ASSERT_EQ(names.size(), 4U);
+    EXPECT_STREQ(names.find(watchdogId())->buffer(), "Watchdog Thread");
     EXPECT_STREQ(names.find(1)->buffer(), "held");
     EXPECT_STREQ(names.find(NO_THREAD)->buffer(), "filler");
     EXPECT_STREQ(names.find(NO_THREAD + 1)->buffer(), "filler");
@@ -834,6 +888,17 @@ char const* const REGISTERED = "ThreadManager:: Registered info of threads in th
 char const* const COLUMNS =
     "ID        , Name                            , Status      , Pri.Os    , Pri.Label       , ";
 
+// A line of printThreadInfoReg, with the columns behind the name given whole.
+std::string rowOf(char const* prefix, int id, char const* name, char const* columns) {
+    char text[256];
+    snprintf(text, sizeof(text), "<UTIL> %s%10d, %-32s, %s", prefix, id, name, columns);
+    return text;
+}
+
+std::string watchdogRow(char const* prefix, int id) {
+    return rowOf(prefix, id, "Watchdog Thread", "ACTIVE      ,          0, NORMAL          , ");
+}
+
 TEST_F(ThreadManagerNames, PrintThreadInfoReg_PrintsARowForEachThreadInTheOrderOfTheIds) {
     HookScope const scope;
     hooks::setPriority.replace(recordPriority);
@@ -842,26 +907,34 @@ TEST_F(ThreadManagerNames, PrintThreadInfoReg_PrintsARowForEachThreadInTheOrderO
     EXPECT_TRUE(Access::storeEntry(-5, foreignEntry("")));
     LogCapture const log;
     manager().printThreadInfoReg(2);
-    char row[128];
-    snprintf(row, sizeof(row),
-             "%10d, running                         , ACTIVE      ,         -4, TIME_CRITICAL   , ",
-             running.id());
-    EXPECT_EQ(
-        log.lines(),
-        (std::vector<std::string>{
-            std::string("<UTIL> WRN: ") + REGISTERED, std::string("<UTIL> WRN: ") + COLUMNS,
-            "<UTIL> WRN:         -5,                                 , UNKNOWN     ,        100, INVALID"
-            "         , ",
-            std::string("<UTIL> WRN: ") + row,
-            "<UTIL> WRN:   10000000, foreign                         , UNKNOWN     ,        100, INVALID"
-            "         , "}));
+    char const* const unknown = "UNKNOWN     ,        100, INVALID         , ";
+    // The kernel may start again with small ids between the two threads.
+    std::map<int, std::string> const rows = {
+        {-5, rowOf("WRN: ", -5, "", unknown)},
+        {watchdogId(), watchdogRow("WRN: ", watchdogId())},
+        {running.id(),
+         rowOf("WRN: ", running.id(), "running", "ACTIVE      ,         -4, TIME_CRITICAL   , ")},
+        {NO_THREAD, rowOf("WRN: ", NO_THREAD, "foreign", unknown)}};
+    std::vector<std::string> expected{std::string("<UTIL> WRN: ") + REGISTERED,
+                                      std::string("<UTIL> WRN: ") + COLUMNS};
+    for (auto const& row : rows) {
+        expected.push_back(row.second);
+    }
+    EXPECT_EQ(log.lines(), expected);
+    EXPECT_EQ(log.lines()[2],
+              "<UTIL> WRN:         -5,                                 , UNKNOWN     ,        100, INVALID"
+              "         , ");
+    EXPECT_EQ(log.lines()[5],
+              "<UTIL> WRN:   10000000, foreign                         , UNKNOWN     ,        100, INVALID"
+              "         , ");
 }
 
 TEST_F(ThreadManagerNames, PrintThreadInfoReg_AtLevel4_GoesToLevel4) {
     LogCapture const log;
     manager().printThreadInfoReg(4);
     EXPECT_EQ(log.lines(), (std::vector<std::string>{std::string("<UTIL> DTL: ") + REGISTERED,
-                                                     std::string("<UTIL> DTL: ") + COLUMNS}));
+                                                     std::string("<UTIL> DTL: ") + COLUMNS,
+                                                     watchdogRow("DTL: ", watchdogId())}));
 }
 
 TEST_F(ThreadManagerNames, PrintThreadInfoReg_OfAnEndedThread_ShowsItAsUnknown) {
@@ -883,7 +956,8 @@ TEST_F(ThreadManagerNames, PrintThreadInfoReg_OfId0_LogsAnErrorInPlaceOfTheRow) 
     EXPECT_EQ(log.lines(),
               (std::vector<std::string>{
                   std::string("<UTIL> INF: ") + REGISTERED, std::string("<UTIL> INF: ") + COLUMNS,
-                  "<UTIL> ERR: ThreadManager::printThreadInfoReg() : Thread id is NULL."}));
+                  "<UTIL> ERR: ThreadManager::printThreadInfoReg() : Thread id is NULL.",
+                  watchdogRow("INF: ", watchdogId())}));
 }
 
 std::string printedName(char const* name) {
@@ -915,26 +989,29 @@ char const* const UNWATCHED =
 char const* const UNWATCHED_COLUMNS = "ID        , Name                            , ";
 
 TEST_F(ThreadManagerNames, PrintWatchdogInfo_PrintsTheWatchdogsTableAndThenTheThreadsThatItDoesNotHave) {
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     EXPECT_TRUE(Access::storeEntry(NO_THREAD, foreignEntry("watched")));
     EXPECT_TRUE(Access::storeEntry(NO_THREAD + 1, foreignEntry("unwatched")));
     EXPECT_TRUE(watchdog.entry(NO_THREAD, 5, nullptr, "watched"));
     LogCapture const log;
     manager().printWatchdogInfo(3);
-    ASSERT_EQ(log.lines().size(), 6U);
+    ASSERT_EQ(log.lines().size(), 7U);
     EXPECT_EQ(log.lines()[0], "<UTIL> INF: ThreadWatchdog:: Watchdog info of threads in this process.");
     EXPECT_EQ(log.lines()[3], std::string("<UTIL> INF: ") + UNWATCHED);
     EXPECT_EQ(log.lines()[4], std::string("<UTIL> INF: ") + UNWATCHED_COLUMNS);
-    EXPECT_EQ(log.lines()[5], "<UTIL> INF:   10000001, unwatched                       , ");
+    EXPECT_EQ(log.lines()[5], rowOf("INF: ", watchdogId(), "Watchdog Thread", ""));
+    EXPECT_EQ(log.lines()[6], "<UTIL> INF:   10000001, unwatched                       , ");
 }
 
 TEST_F(ThreadManagerNames, PrintWatchdogInfo_WithoutAnInitializedWatchdog_PrintsAllThreads) {
     EXPECT_TRUE(Access::storeEntry(NO_THREAD, foreignEntry("unwatched")));
+    WatchdogAccess::setInitialized(Access::watchdog(), false);
     LogCapture const log;
     manager().printWatchdogInfo(2);
     EXPECT_EQ(log.lines(),
               (std::vector<std::string>{std::string("<UTIL> WRN: ") + UNWATCHED,
                                         std::string("<UTIL> WRN: ") + UNWATCHED_COLUMNS,
+                                        rowOf("WRN: ", watchdogId(), "Watchdog Thread", ""),
                                         "<UTIL> WRN:   10000000, unwatched                       , "}));
 }
 
@@ -942,8 +1019,10 @@ TEST_F(ThreadManagerNames, PrintWatchdogInfo_OfId0_LogsAnErrorInPlaceOfTheRow) {
     EXPECT_TRUE(Access::storeEntry(0, foreignEntry("nobody")));
     LogCapture const log;
     manager().printWatchdogInfo(3);
-    EXPECT_EQ(log.lines().back(), "<UTIL> ERR: ThreadManager::printWatchdogInfo() : Thread id is NULL.");
-    EXPECT_EQ(log.lines().size(), 3U);
+    ASSERT_EQ(log.lines().size(), 6U);
+    EXPECT_EQ(log.lines()[3], std::string("<UTIL> INF: ") + UNWATCHED_COLUMNS);
+    EXPECT_EQ(log.lines()[4], "<UTIL> ERR: ThreadManager::printWatchdogInfo() : Thread id is NULL.");
+    EXPECT_EQ(log.lines()[5], rowOf("INF: ", watchdogId(), "Watchdog Thread", ""));
 }
 
 // The kernel id.
@@ -1047,6 +1126,7 @@ TEST(ThreadEntry, DetachThread_OfACellWith0_DoesNothing) {
 using ThreadManagerWatchdog = utltest::WithManager;
 
 TEST_F(ThreadManagerWatchdog, UntilItIsInitialized_EveryOperationIsFalse) {
+    WatchdogAccess::setInitialized(Access::watchdog(), false);
     LogCapture const log;
     EXPECT_FALSE(manager().entryWatchdog(1000, nullptr));
     EXPECT_FALSE(manager().isRegisteredWatchdog());
@@ -1060,7 +1140,7 @@ TEST_F(ThreadManagerWatchdog, UntilItIsInitialized_EveryOperationIsFalse) {
 }
 
 TEST_F(ThreadManagerWatchdog, Id0_StandsForTheCallingThread) {
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     EXPECT_TRUE(manager().entryWatchdog(1000, nullptr));
     EXPECT_TRUE(watchdog.isRegistered(kernelId()));
     EXPECT_TRUE(manager().isRegisteredWatchdog());
@@ -1077,7 +1157,7 @@ TEST_F(ThreadManagerWatchdog, Id0_StandsForTheCallingThread) {
 }
 
 TEST_F(ThreadManagerWatchdog, AnyOtherId_IsThatThread) {
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     EXPECT_TRUE(manager().entryWatchdog(1000, nullptr, 42));
     EXPECT_TRUE(watchdog.isRegistered(42));
     EXPECT_TRUE(manager().isRegisteredWatchdog(42));
@@ -1092,7 +1172,7 @@ TEST_F(ThreadManagerWatchdog, AnyOtherId_IsThatThread) {
 }
 
 TEST_F(ThreadManagerWatchdog, EntryWatchdog_TakesTheRegisteredName) {
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     SilentListener listener;
     EXPECT_TRUE(Access::storeEntry(NO_THREAD, foreignEntry("registered")));
     EXPECT_TRUE(manager().entryWatchdog(7, &listener, NO_THREAD));
@@ -1100,7 +1180,7 @@ TEST_F(ThreadManagerWatchdog, EntryWatchdog_TakesTheRegisteredName) {
 }
 
 TEST_F(ThreadManagerWatchdog, EntryWatchdog_OfAnUnknownId_TakesAnEmptyName) {
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     EXPECT_TRUE(manager().entryWatchdog(7, nullptr, NO_THREAD));
     EXPECT_EQ(*watchdog.findWatchdogInfo(NO_THREAD), WatchdogInfo(NO_THREAD, 7, nullptr, "", 1));
 }
@@ -1113,7 +1193,7 @@ TEST_F(ThreadManagerWatchdog, EntryWatchdog_WithoutAnAliveTime_LogsTheCallersId)
 }
 
 TEST_F(ThreadManagerWatchdog, KeepAlive_IsTheCallingThreadsSignOfLife) {
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     EXPECT_TRUE(manager().entryWatchdog(1000, nullptr));
     EXPECT_TRUE(manager().startWatchdog());
     StatementInfo const place("file", "function", 3, 4);
@@ -1130,7 +1210,7 @@ TEST_F(ThreadManagerWatchdog, KeepAlive_WithoutAWatchdog_IsHarmless) {
 
 TEST_F(ThreadManagerWatchdog, KeepAlive_DoesNotWaitForTheTable) {
     HookScope const scope;
-    initializedWatchdog();
+    restingWatchdog();
     // While a thread is created its starter holds the table's lock.
     hooks::threadCreate.replace(
         [](pthread_t* thread, pthread_attr_t const* attributes, void* (*entry)(void*), void* argument) {
@@ -1155,7 +1235,7 @@ class ThreadManagerBracket : public utltest::WithManager {
     ThreadManagerBracket() { gInside = StatementInfo::INVALID; }
 
     static void watchCaller() {
-        initializedWatchdog();
+        restingWatchdog();
         EXPECT_TRUE(manager().entryWatchdog(60000, nullptr));
         EXPECT_TRUE(manager().startWatchdog());
     }
@@ -1222,7 +1302,7 @@ void* watchAndStart(void* argument) {
 
 TEST_F(ThreadManagerBracket, StandsAroundTheFirstPriorityOfANewThread) {
     HookScope const scope;
-    initializedWatchdog();
+    restingWatchdog();
     hooks::threadCreate.replace(
         [](pthread_t* thread, pthread_attr_t const* attributes, void* (*entry)(void*), void* argument) {
             gRealStart = entry;
@@ -1251,7 +1331,7 @@ TEST_F(ThreadManagerBracket, LeavesErrnoAsTheCallSetIt) {
 
 TEST_F(ThreadManagerInstance, ManyThreadsAtOnce_CanDoEverything) {
     LogCapture const log;
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     manager().enableRegistrationLog();
     auto const work = [&watchdog] {
         for (int round = 0; round < 30; ++round) {
@@ -1284,7 +1364,8 @@ TEST_F(ThreadManagerInstance, ManyThreadsAtOnce_CanDoEverything) {
     }
     ThreadManager::Names names(128, 0);
     EXPECT_TRUE(manager().getNames(&names));
-    EXPECT_EQ(names.size(), 0U);
+    ASSERT_EQ(names.size(), 1U);
+    EXPECT_EQ(names.getAt(0)->mKey, watchdogId());
     EXPECT_EQ(WatchdogAccess::infos(watchdog).size(), 0U);
 }
 

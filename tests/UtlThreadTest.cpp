@@ -166,7 +166,7 @@ TEST_F(ThreadLife, Start_RegistersTheThread) {
 }
 
 TEST_F(ThreadLife, Start_ByDefault_IsNotWatchedNormalAndReady) {
-    initializedWatchdog();
+    restingWatchdog();
     NotingThread thread;
     EXPECT_EQ(thread.start(), 0);
     EXPECT_TRUE(thread.hasDone(1));
@@ -180,7 +180,7 @@ TEST_F(ThreadLife, Start_WithWatchdog1_RegistersTheThreadThere) {
     struct : utl::WatchdogTimerListener {
         void onTime(int, utl::WatchdogInfos const&) override {}
     } listener;
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     NotingThread thread("watched");
     EXPECT_EQ(thread.start(1, 321, &listener, 0, 0, ThreadPriority(), 99), 0);
     ASSERT_TRUE(watchdog.isRegistered(thread.getId()));
@@ -246,6 +246,7 @@ TEST_F(ThreadLife, Start_OfAThreadThatHasFinished_Fails) {
 }
 
 TEST_F(ThreadLife, Start_RefusedByTheSystem_FailsAndMayBeTriedAgain) {
+    manager();
     HookScope const scope;
     LogCapture const log;
     NotingThread thread("refused");
@@ -276,9 +277,10 @@ int createWhileThePlaceGoes(pthread_t* thread, pthread_attr_t const* attributes,
 }
 
 TEST_F(ThreadLife, Start_WhoseRegistrationFails_LetsTheThreadRunToItsEnd) {
+    EXPECT_TRUE(ThreadManager::initializeEntryMax(2));
+    manager();
     HookScope const scope;
     LogCapture const log;
-    EXPECT_TRUE(ThreadManager::initializeEntryMax(1));
     NotingThread thread("late");
     thread.letAllGo();
     hooks::threadCreate.replace(createWhileThePlaceGoes);
@@ -587,7 +589,7 @@ TEST_F(ThreadStop, TakesTheThreadFromTheWatchdogAndReachesTheMilestoneBeforeItRe
             hadRequested = hasRequestedStop();
         }
     } thread;
-    initializedWatchdog();
+    restingWatchdog();
     EXPECT_EQ(thread.start(1, 1000, nullptr), 0);
     EXPECT_TRUE(manager().isRegisteredWatchdog(thread.getId()));
     EXPECT_EQ(thread.stop(0, 0), 0);
@@ -724,7 +726,7 @@ TEST_F(ThreadForward, SetPriority_IsTheThreadsOwnAffair) {
 }
 
 TEST_F(ThreadForward, TheWatchdogsOperations_ActOnTheThread) {
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     NotingThread thread;
     EXPECT_EQ(thread.start(1, 1000, nullptr), 0);
     EXPECT_TRUE(thread.startWatchdog());
@@ -736,7 +738,7 @@ TEST_F(ThreadForward, TheWatchdogsOperations_ActOnTheThread) {
 }
 
 TEST_F(ThreadForward, TheWatchdogsOperations_BeforeTheStart_ActOnTheCaller) {
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     EXPECT_TRUE(manager().entryWatchdog(1000, nullptr));
     NotingThread thread;
     EXPECT_TRUE(thread.startWatchdog());
@@ -748,7 +750,7 @@ TEST_F(ThreadForward, TheWatchdogsOperations_BeforeTheStart_ActOnTheCaller) {
 }
 
 TEST_F(ThreadForward, KeepAlive_IsTheCallingThreadsSignOfLife) {
-    ThreadWatchdog& watchdog = initializedWatchdog();
+    ThreadWatchdog& watchdog = restingWatchdog();
     EXPECT_TRUE(manager().entryWatchdog(1000, nullptr));
     EXPECT_TRUE(manager().startWatchdog());
     StatementInfo const place("file", "function", 1, 2);
