@@ -9,6 +9,7 @@
 
 #include "TestHooks.h"
 #include "TestLog.h"
+#include "TestWatchdog.h"
 #include "ThreadTestSupport.h"
 
 namespace {
@@ -18,9 +19,13 @@ using utl::ThreadWatchdog;
 using utl::WatchdogInfo;
 using utl::WatchdogInfos;
 using utl::WatchdogTimerListener;
+using utltest::COLUMNS;
+using utltest::gTick;
 using utltest::HookScope;
 using utltest::kernelId;
 using utltest::LogCapture;
+using utltest::standingClock;
+using utltest::TITLE;
 using Access = utl::ThreadWatchdogTestAccess;
 using Lines = std::vector<std::string>;
 namespace hooks = utltest::hooks;
@@ -144,15 +149,6 @@ TEST(WatchdogInfo, EqualityAndAssignment_WorkOnEveryField) {
 }
 
 // The table.
-
-std::atomic<unsigned int> gTick;
-
-// A clock that stands at `gTick`.
-int standingClock(clockid_t, timespec* out) {
-    out->tv_sec = static_cast<time_t>(gTick / 1000);
-    out->tv_nsec = static_cast<long>(gTick % 1000) * 1000000;
-    return 0;
-}
 
 class ThreadWatchdogTable : public ::testing::Test {
   protected:
@@ -436,11 +432,6 @@ TEST_F(ThreadWatchdogTable, TheStepBehindKeepAlive_TakesAnyThreadsId) {
 }
 
 // The table in the log.
-
-char const* const TITLE = "ThreadWatchdog:: Watchdog info of threads in this process.";
-char const* const COLUMNS =
-    "ID        , Name                            , AliveTime , WatchStatus , AliveStatus , TimeoutCount , "
-    "LastAliveInfo(File, Function:Line:Sub) , ";
 
 TEST_F(ThreadWatchdogTable, Print_OfAnEmptyTable_PrintsItsHead) {
     mWatchdog.printWatchdogInfo(2);
