@@ -77,7 +77,10 @@ class UTL_API MsgDrivenThread : public Thread {
     /// Means the messages with one id, or all for `MSG_ID_ANY`; *immutable*.
     class UTL_API JudgeMsgSpecifiedMsgId {
       public:
+        /// Any id is allowed.
         explicit JudgeMsgSpecifiedMsgId(int msgId) : mMsgId(msgId) {}
+
+        /// True if `msg` is meant.
         bool operator()(ThreadRawMsg& msg) const;
 
       private:
@@ -88,6 +91,7 @@ class UTL_API MsgDrivenThread : public Thread {
     template <typename JUDGE>
     class MsgJudgement : public MsgJudgementInterface {
       public:
+        /// `judge` must not be null and must outlive the judgement.
         explicit MsgJudgement(JUDGE* judge) : mJudge(judge) {}
         bool judge(ThreadRawMsg& msg) override { return (*mJudge)(msg); }
 
@@ -97,8 +101,8 @@ class UTL_API MsgDrivenThread : public Thread {
 
     /// A control entry: what stands in the control queue, and what one token of the pipe carries.
     struct ThreadCtlMsg {
-        int mMsgId = MSG_ID_NONE;
-        int mParam = -1;
+        int mMsgId = MSG_ID_NONE;  ///< a client's id, or one of `MSG_ID_CTL_...`
+        int mParam = -1;           ///< the timer of a timer's entry, else -1
     };
 
     /// `maxMsgSize` is the largest message in bytes without its 4 bytes of id, `maxMsgCount` how many
@@ -245,10 +249,14 @@ class UTL_API MsgDrivenThread : public Thread {
     /// True for the id of a control entry that has a frame in the data queue, `MSG_ID_CTL_SYNC` apart.
     static bool isDataMsgId(int msgId);
 
+    /// Steps of the loop: the oldest frame goes to the listener, and where control entries are given, the
+    /// oldest of these is removed. With `msgId`, frames of other ids in front of it are thrown away. 0, or -1
+    /// if there was no such frame.
     int executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data);
     int executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data, int msgId);
     int executeReceiveMsg(Queue<unsigned char>& data);
 
+    /// What `peekMsgInternal` and `eraseMsgInternal` do on the message thread.
     bool executeFindMsg(MsgJudgementInterface* judgement, ThreadRawMsg* out);
     bool executeEraseMsg(MsgJudgementInterface* judgement);
 
@@ -263,13 +271,28 @@ class UTL_API MsgDrivenThread : public Thread {
         TIMEOUT_FINISHED = 3
     };
 
+    /// Starts a registered timer: a `StartResult`.
     int executeStartTimer(int timerId);
+
+    /// Deletes the system timer of a killed one. 0, or -1 if the system refused that.
     int executeStopTimer(int timerId);
+
+    /// Delivers the timeout at the head of the control queue; 0 also if it is there no more. -1 if the timer
+    /// could not be started again.
     int executeTimeout(int timerId);
+
+    /// Queues a timeout for a timer that takes one.
     void executeTimeoutSignal(int timerId);
+
+    /// Counts a delivered timeout, and ends or goes on with its timer: a `TimeoutResult`.
     int TimeoutPostHandling(int timerId);
+
+    /// Makes and arms the system timer, or deletes it if there is one. False for null, and with a log line if
+    /// the system refuses.
     bool startTimerByTimerInfo(TimerInfo* info);
     bool eraseTimerByTimerInfo(TimerInfo* info);
+
+    /// Steps to the next id that no timer has.
     void updateNextUserTimerIdValue();
 
   private:

@@ -26,6 +26,7 @@ class UTL_API TimerListener {
 /// guards it with its queue lock. A copy shares the event and, until one of both gives it up, the parameter
 /// block.
 struct UTL_API TimerInfo {
+    /// The kernel's number of no timer.
     static constexpr int NO_NUMBER = -1;
 
     /// No timer: a slot whose event is null is empty.
@@ -34,7 +35,10 @@ struct UTL_API TimerInfo {
     /// A timer that does not run, with its event and its parameter block, which `freeSysParam` gives back.
     TimerInfo(TimerListener* listener, unsigned int interval, unsigned int repeatCount, int autoRepeat);
 
+    /// Sets the two numbers to -1 and 0, if there are any.
     void resetSysParam();
+
+    /// Gives the two numbers back; a copy that shares them must not use them any more.
     void freeSysParam();
 
     /// Takes note that the system timer is gone.
@@ -47,6 +51,7 @@ struct UTL_API TimerInfo {
     /// Counts one delivered timeout. True when it was not the last.
     bool countTimeout();
 
+    /// False for an empty slot.
     bool isRunning() const { return mRunning.get() != nullptr && mRunning->isOn(); }
 
     TimerListener* mListener = nullptr;  ///< of a shared timer; null on a message thread

@@ -140,7 +140,7 @@ int createSystemTimer(int signalNumber, int writeEnd, timer_t* id, int* number) 
     event.sigev_value.sival_int = writeEnd;
     // The kernel may give the number of a timer that is just being deleted.
     SyncGuard const guard(slotLock());
-    timer_t created;
+    timer_t created = timer_t();
     if (timer_create(CLOCK_MONOTONIC, &event, &created) != 0) {
         return errno;
     }
