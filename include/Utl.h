@@ -9,6 +9,7 @@
 #include "UtlMap.h"
 #include "UtlMemoryPool.h"
 #include "UtlMsg.h"
+#include "UtlMsgDrivenSharedThread.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlPlatform.h"
 #include "UtlRingArray.h"

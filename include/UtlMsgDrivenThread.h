@@ -242,6 +242,20 @@ class UTL_API MsgDrivenThread : public Thread {
     int execute() override;
     void requestStop() override;
 
+    /// True on the message thread. False everywhere before the start.
+    bool isOwnThread() const;
+
+    /// True while `postMsg` is not refused.
+    bool acceptsMsg() const;
+
+    /// What `start`, `stop`, and from outside `postMsg` and every timer operation hold, also while they wait
+    /// for the message thread. Outermost of the thread's locks; never to be waited for on the message thread.
+    SyncObject const& lifecycleLock() const { return mLifecycleLock; }
+
+    /// Takes the pipe away and waits for the end of a loop that still runs. For the destructor of a class
+    /// whose fields the loop uses, on another thread; the object is of no use behind it.
+    void abandonLoop();
+
     /// Called after a timer has left the thread for good, with no lock of the thread held, on whichever
     /// thread took it away: the caller of `killTimer`, or the message thread.
     virtual void onEraseTimer(int userTimerId);
@@ -306,9 +320,6 @@ class UTL_API MsgDrivenThread : public Thread {
         Queue<unsigned char>& mFrames;
         int mCtlId;
     };
-
-    bool isOwnThread() const;
-    bool acceptsMsg() const;
 
     bool flatten(Msg const& msg);
     bool queueFrame(Queue<unsigned char>& frames, int msgId);

@@ -69,6 +69,11 @@ MsgDrivenThread::MsgDrivenThread(unsigned int maxMsgSize, unsigned int maxMsgCou
 }
 
 MsgDrivenThread::~MsgDrivenThread() {
+    abandonLoop();
+}
+
+// A second call finds no pipe and no loop.
+void MsgDrivenThread::abandonLoop() {
     ClosingTokenPipe const pipe(mPipe);
     if (hasDone(STARTED) && !isOwnThread()) {
         pipe.wakeReader();

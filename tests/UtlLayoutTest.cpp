@@ -8,6 +8,7 @@
 #include "UtlEvent.h"
 #include "UtlMap.h"
 #include "UtlMemoryPool.h"
+#include "UtlMsgDrivenSharedThread.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlRingArray.h"
 #include "UtlSmartPointer.h"
@@ -90,6 +91,20 @@ static_assert(hasTargetSize<utl::MsgDrivenThread>(
 
 static_assert(hasTargetSize<utl::MemoryPool>(4 + sizeof(utl::BasicString<char>) + 4 * 4 +
                                              sizeof(utl::SyncObject)));
+
+// The types that only a derived class can name.
+struct SharedThreadTypes : utl::MsgDrivenSharedThread {
+    using Predicate = utl::MsgDrivenThread::JudgeMsgSpecifiedMsgId;
+    static_assert(hasTargetSize<MsgListenerMsg>(sizeof(utl::Msg) + 4));
+    static_assert(hasTargetSize<SpecifiedMsgListenerMsg>(sizeof(utl::Msg) + 4 + sizeof(utl::ThreadRawMsg)));
+    static_assert(hasTargetSize<JudgeMsgBroadcast<Predicate>>(12));
+    static_assert(hasTargetSize<JudgeMsgSpecifiedListener<Predicate>>(16 + sizeof(SpecifiedMsgListenerMsg) +
+                                                                      4));
+    static_assert(hasTargetSize<utl::MsgDrivenSharedThread>(
+        sizeof(utl::MsgDrivenThread) + sizeof(utl::ThreadMsgListener) +
+        sizeof(utl::Array<utl::ThreadMsgListener*>) + 2 * 4 + 4 * sizeof(SpecifiedMsgListenerMsg) +
+        sizeof(TimerListenerMap) + 5 * sizeof(utl::SyncObject)));
+};
 
 TEST(Layout, TheTargetSizesWereComparedWhenThisFileWasCompiled) {
     EXPECT_EQ(IS_TARGET, sizeof(long) == 4);

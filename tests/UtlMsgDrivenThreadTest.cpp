@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 
+#include "TestAllocations.h"
 #include "TestHooks.h"
 #include "TestLog.h"
 #include "TestMessages.h"
@@ -21,40 +22,6 @@
 #include "UtlThreadManager.h"
 
 using namespace utltest;
-
-namespace {
-
-std::atomic<unsigned int> gAllocations{0};
-
-void* countedAllocation(size_t size) {
-    ++gAllocations;
-    if (void* const memory = std::malloc(size == 0 ? 1 : size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-}  // namespace
-
-// Every allocation through `new` in the process is counted, the library's included.
-void* operator new(size_t size) {
-    return countedAllocation(size);
-}
-void* operator new[](size_t size) {
-    return countedAllocation(size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 

@@ -1,0 +1,564 @@
+#include "UtlMsgDrivenSharedThread.h"
+
+#include <climits>
+#include <utility>
+
+#include "UtlKeepAlive.h"
+#include "UtlLog.h"
+#include "UtlTimerSteps.h"
+
+namespace utl {
+
+template class Array<ThreadMsgListener*>;
+template class Map<int, ThreadMsgListener*>;
+template class MsgDrivenSharedThread::JudgeMsgBroadcast<MsgDrivenThread::JudgeMsgSpecifiedMsgId>;
+template class MsgDrivenSharedThread::JudgeMsgSpecifiedListener<MsgDrivenThread::JudgeMsgSpecifiedMsgId>;
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "source/UtlMsgDrivenSharedThread";
+
+constexpr unsigned int ID_BYTES = 4;
+
+// What an envelope adds to a message: the listener's address, and the message's own id.
+constexpr unsigned int ENVELOPE_BYTES = sizeof(void*) + ID_BYTES;
+
+// The value of the index while no broadcast is handed round.
+constexpr int NO_WALK = INT_MIN;
+
+// The largest message of the thread itself, which is an envelope. What does not fit becomes the largest
+// number, which the thread refuses as it refuses every size that its frame does not fit.
+unsigned int sizeWithEnvelope(unsigned int maxMsgSize) {
+    return maxMsgSize < UINT_MAX - ENVELOPE_BYTES ? maxMsgSize + ENVELOPE_BYTES : UINT_MAX;
+}
+
+int idIfFound(bool isFound, ThreadRawMsg& msg) {
+    int id = MSG_ID_NONE;
+    return isFound && msg.getMsgId(&id) != 0 ? id : MSG_ID_NONE;
+}
+
+}  // namespace
+
+MsgDrivenSharedThread::MsgListenerMsg::~MsgListenerMsg() = default;
+
+int MsgDrivenSharedThread::MsgListenerMsg::storeDataTo(MsgDataBroker* broker) const {
+    return broker->set(static_cast<void*>(mListener));
+}
+
+int MsgDrivenSharedThread::MsgListenerMsg::restoreDataFrom(MsgDataBroker& broker) {
+    void* address = nullptr;
+    if (broker.get(&address) == 0) {
+        return 0;
+    }
+    mListener = static_cast<ThreadMsgListener*>(address);
+    return 1;
+}
+
+MsgDrivenSharedThread::SpecifiedMsgListenerMsg::~SpecifiedMsgListenerMsg() = default;
+
+int MsgDrivenSharedThread::SpecifiedMsgListenerMsg::storeDataTo(MsgDataBroker* broker) const {
+    MsgListenerMsg::storeDataTo(broker);
+    return broker->set(mRawMsg.buffer(), mRawMsg.maxSize());
+}
+
+int MsgDrivenSharedThread::SpecifiedMsgListenerMsg::restoreDataFrom(MsgDataBroker& broker) {
+    MsgListenerMsg::restoreDataFrom(broker);
+    return broker.get(mRawMsg.buffer(), mRawMsg.maxSize());
+}
+
+// An envelope fills the thread's frame to the last byte.
+MsgDrivenSharedThread::MsgDrivenSharedThread(unsigned int maxMsgSize, unsigned int maxMsgCount,
+                                             unsigned int maxListenerCount, char const* name,
+                                             unsigned int maxTimerCount)
+    : MsgDrivenThread(sizeWithEnvelope(maxMsgSize), maxMsgCount, name, maxTimerCount),
+      mListeners(0, 0),
+      mForwardIndex(NO_WALK),
+      mPostMsg(maxMsgSize + ID_BYTES),
+      mSyncMsg(maxMsgSize + ID_BYTES),
+      mInterruptMsg(maxMsgSize + ID_BYTES),
+      mReceivedMsg(maxMsgSize + ID_BYTES),
+      mTimerListeners(maxTimerCount, 0) {
+    if (maxListenerCount <= INT_MAX) {
+        mListeners.resizeMax(maxListenerCount);
+    }
+}
+
+// Before the fields go that the loop uses.
+MsgDrivenSharedThread::~MsgDrivenSharedThread() {
+    abandonLoop();
+}
+
+// What may block, with the signs of life around it that are due from another thread than this one.
+template <typename CALL>
+decltype(auto) MsgDrivenSharedThread::watched(char const* function, unsigned int line, CALL&& call) const {
+    if (isOwnThread()) {
+        return std::forward<CALL>(call)();
+    }
+    return keepAliveAround(SOURCE_FILE, function, line, std::forward<CALL>(call));
+}
+
+SyncGuard MsgDrivenSharedThread::held(SyncObject const& lock, char const* function, unsigned int line) const {
+    return watched(function, line, [&lock] { return SyncGuard(lock); });
+}
+
+// On the thread itself they fail without the lock, which somebody may hold who waits for the thread.
+
+int MsgDrivenSharedThread::start(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
+                                 int waitReady, unsigned int waitTimeout, ThreadPriority const& priority,
+                                 unsigned int reserved) {
+    if (isOwnThread()) {
+        return -1;
+    }
+    SyncGuard const guard = held(mAttachLock, __func__, __LINE__);
+    return watched(__func__, __LINE__, [&] {
+        return MsgDrivenThread::start(this, watchdog, aliveTime, listener, waitReady, waitTimeout, priority,
+                                      reserved);
+    });
+}
+
+int MsgDrivenSharedThread::stop(int wait, unsigned int timeout) {
+    if (isOwnThread()) {
+        return -1;
+    }
+    SyncGuard const guard = held(mAttachLock, __func__, __LINE__);
+    return watched(__func__, __LINE__, [&] { return MsgDrivenThread::stop(wait, timeout); });
+}
+
+// Broadcasts.
+
+int MsgDrivenSharedThread::postMsg(Msg const& msg) {
+    return watched(__func__, __LINE__, [&] { return MsgDrivenThread::postMsg(msg); });
+}
+
+int MsgDrivenSharedThread::postMsg(int msgId) {
+    return postMsg(SimpleMsg(msgId));
+}
+
+int MsgDrivenSharedThread::sendMsgSync(Msg const& msg) {
+    return watched(__func__, __LINE__, [&] { return MsgDrivenThread::sendMsgSync(msg); });
+}
+
+int MsgDrivenSharedThread::sendMsgSync(int msgId) {
+    return sendMsgSync(SimpleMsg(msgId));
+}
+
+int MsgDrivenSharedThread::sendMsgInterrupt(Msg const& msg) {
+    return watched(__func__, __LINE__, [&] { return MsgDrivenThread::sendMsgInterrupt(msg); });
+}
+
+int MsgDrivenSharedThread::sendMsgInterrupt(int msgId) {
+    return sendMsgInterrupt(SimpleMsg(msgId));
+}
+
+// Messages to one listener.
+
+// From outside, the lock that a post takes is taken before the envelope's. Whoever has it may be waiting for
+// the message thread; if this thread waited for it with the envelope in hand, a handler that posts to a
+// listener would wait for the envelope, and none of the three would ever go on.
+int MsgDrivenSharedThread::postMsg(ThreadMsgListener* listener, Msg const& msg) {
+    struct Guards {
+        SyncGuard const mNoStop;
+        SyncGuard const mEnvelope;
+    };
+    SpecifiedSend const send = {mPostLock, mPostMsg, &MsgDrivenThread::sendMsgAsync, __func__};
+    if (listener == nullptr || !acceptsMsg()) {
+        return 0;
+    }
+    if (isOwnThread()) {
+        return sendSpecified(listener, msg, send);
+    }
+    Guards const guards = watched(__func__, __LINE__, [this] {
+        return Guards{SyncGuard(lifecycleLock()), SyncGuard(mPostLock)};
+    });
+    return acceptsMsg() ? sendInEnvelope(listener, msg, send) : 0;
+}
+
+int MsgDrivenSharedThread::postMsg(ThreadMsgListener* listener, int msgId) {
+    return postMsg(listener, SimpleMsg(msgId));
+}
+
+int MsgDrivenSharedThread::sendMsgSync(ThreadMsgListener* listener, Msg const& msg) {
+    if (listener == nullptr || isOwnThread()) {
+        return 0;
+    }
+    return sendSpecified(listener, msg, {mSyncSendLock, mSyncMsg, &MsgDrivenThread::sendMsgSync, __func__});
+}
+
+int MsgDrivenSharedThread::sendMsgSync(ThreadMsgListener* listener, int msgId) {
+    return sendMsgSync(listener, SimpleMsg(msgId));
+}
+
+int MsgDrivenSharedThread::sendMsgInterrupt(ThreadMsgListener* listener, Msg const& msg) {
+    if (listener == nullptr || isOwnThread()) {
+        return 0;
+    }
+    return sendSpecified(listener, msg,
+                         {mInterruptSendLock, mInterruptMsg, &MsgDrivenThread::sendMsgInterrupt, __func__});
+}
+
+int MsgDrivenSharedThread::sendMsgInterrupt(ThreadMsgListener* listener, int msgId) {
+    return sendMsgInterrupt(listener, SimpleMsg(msgId));
+}
+
+int MsgDrivenSharedThread::sendSpecified(ThreadMsgListener* listener, Msg const& msg,
+                                         SpecifiedSend const& send) {
+    SyncGuard const guard = held(send.mLock, send.mFunction, __LINE__);
+    return sendInEnvelope(listener, msg, send);
+}
+
+// Under the envelope's lock.
+int MsgDrivenSharedThread::sendInEnvelope(ThreadMsgListener* listener, Msg const& msg,
+                                          SpecifiedSend const& send) {
+    send.mEnvelope.mListener = listener;
+    if (msg.storeTo(&send.mEnvelope.mRawMsg) == 0) {
+        return 0;
+    }
+    return watched(send.mFunction, __LINE__, [&] { return (this->*send.mSend)(send.mEnvelope); });
+}
+
+// Attaching and detaching. While there is a loop, it alone touches the listeners; so they need no lock.
+
+int MsgDrivenSharedThread::attachMsgListener(ThreadMsgListener* listener) {
+    if (isOwnThread()) {
+        return addMsgListener(listener);
+    }
+    SyncGuard const guard = held(mAttachLock, __func__, __LINE__);
+    if (!awaitLoop(__func__)) {
+        return addMsgListener(listener);
+    }
+    mAttachResult = 0;
+    return askThread(MSG_ID_LISTENER_ATTACH, listener, __func__) ? mAttachResult : 0;
+}
+
+int MsgDrivenSharedThread::detachMsgListener(ThreadMsgListener* listener) {
+    if (isOwnThread()) {
+        eraseMsgListener(listener);
+        return 1;
+    }
+    SyncGuard const guard = held(mAttachLock, __func__, __LINE__);
+    if (awaitLoop(__func__)) {
+        return askThread(MSG_ID_LISTENER_DETACH, listener, __func__) ? 1 : 0;
+    }
+    eraseMsgListener(listener);
+    return 1;
+}
+
+// Under mAttachLock. True when the loop can be asked; false when it has not been started, and when it has
+// been stopped and is over.
+bool MsgDrivenSharedThread::awaitLoop(char const* function) {
+    if (!hasDone(STARTED)) {
+        return false;
+    }
+    if (hasDone(STOP_REQUESTED)) {
+        watched(function, __LINE__, [this] { waitForEnd(); });
+        return false;
+    }
+    watched(function, __LINE__, [this] { waitTo(READY, 0); });
+    return true;
+}
+
+bool MsgDrivenSharedThread::askThread(int msgId, ThreadMsgListener* listener, char const* function) {
+    MsgListenerMsg msg(msgId);
+    msg.mListener = listener;
+    if (watched(function, __LINE__, [&] { return MsgDrivenThread::sendMsgSync(msg); }) != 0) {
+        return true;
+    }
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "MsgDrivenSharedThread::%s(): Can't send thread", function);
+    return false;
+}
+
+int MsgDrivenSharedThread::addMsgListener(ThreadMsgListener* listener) {
+    if (listener == nullptr) {
+        return 0;
+    }
+    return indexOf(listener) != INVALID_SIZE || mListeners.insertAt(mListeners.size(), listener) ? 1 : 0;
+}
+
+// A broadcast on its way to a listener further down goes on with the same one.
+void MsgDrivenSharedThread::eraseMsgListener(ThreadMsgListener* listener) {
+    unsigned int const index = indexOf(listener);
+    if (index == INVALID_SIZE) {
+        return;
+    }
+    mListeners.removeAt(index, 1);
+    if (static_cast<int>(index) < mForwardIndex) {
+        --mForwardIndex;
+    }
+}
+
+unsigned int MsgDrivenSharedThread::indexOf(ThreadMsgListener const* listener) const {
+    for (unsigned int i = 0; i < mListeners.size(); ++i) {
+        if (*mListeners.getAt(i) == listener) {
+            return i;
+        }
+    }
+    return INVALID_SIZE;
+}
+
+// Handing round, on the message thread.
+
+void MsgDrivenSharedThread::receiveMsg(int threadId, ThreadRawMsg& msg) {
+    int id = MSG_ID_NONE;
+    if (msg.getMsgId(&id) == 0) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "Unknown MsgId Received (%s)", getName().buffer());
+        return;
+    }
+    if (id != MSG_ID_TIMER && !isEnvelopeId(id)) {
+        forwardMsg(threadId, msg);
+        return;
+    }
+    KeepAliveBracket const bracket(SOURCE_FILE, __func__, __LINE__);
+    switch (id) {
+        case MSG_ID_TIMER:
+            return onTimer(threadId, msg);
+        case MSG_ID_LISTENER_ATTACH:
+            return onAttachMsgListener(msg);
+        case MSG_ID_LISTENER_DETACH:
+            return onDetachMsgListener(msg);
+        default:
+            return onSpecifiedMsgListener(threadId, msg);
+    }
+}
+
+// A handler may attach and detach. What it attaches stands behind, what it detaches moves the index.
+void MsgDrivenSharedThread::forwardMsg(int threadId, ThreadRawMsg& msg) {
+    mForwardIndex = static_cast<int>(mListeners.size()) - 1;
+    while (mForwardIndex >= 0) {
+        ThreadMsgListener* const* const listener = mListeners.getAt(static_cast<unsigned int>(mForwardIndex));
+        if (listener != nullptr && *listener != nullptr) {
+            (*listener)->receiveMsg(threadId, msg);
+        }
+        --mForwardIndex;
+    }
+    mForwardIndex = NO_WALK;
+}
+
+void MsgDrivenSharedThread::onAttachMsgListener(ThreadRawMsg& msg) {
+    MsgListenerMsg request(MSG_ID_LISTENER_ATTACH);
+    request.restoreFrom(msg);
+    mAttachResult = addMsgListener(request.mListener);
+}
+
+void MsgDrivenSharedThread::onDetachMsgListener(ThreadRawMsg& msg) {
+    MsgListenerMsg request(MSG_ID_LISTENER_DETACH);
+    request.restoreFrom(msg);
+    eraseMsgListener(request.mListener);
+}
+
+// The listener need not be attached: its owner sees to it that it exists.
+void MsgDrivenSharedThread::onSpecifiedMsgListener(int threadId, ThreadRawMsg& msg) {
+    mReceivedMsg.restoreFrom(msg);
+    if (mReceivedMsg.mListener != nullptr) {
+        mReceivedMsg.mListener->receiveMsg(threadId, mReceivedMsg.mRawMsg);
+    }
+}
+
+void MsgDrivenSharedThread::onTimer(int threadId, ThreadRawMsg& msg) {
+    ThreadMsgListener* owner = nullptr;
+    if (!findTimerListener(mTimerListeners, mTimerMapLock, msg, &owner)) {
+        return;
+    }
+    if (owner == nullptr) {
+        forwardMsg(threadId, msg);
+    } else {
+        owner->receiveMsg(threadId, msg);
+    }
+}
+
+// Questions. The judgements run on the message thread, which holds mQueueLock then; so nobody may wait for
+// that lock with mTimerMapLock in hand.
+
+bool MsgDrivenSharedThread::isEnvelopeId(int msgId) {
+    return msgId >= MSG_ID_LISTENER_ATTACH && msgId <= MSG_ID_LISTENER_SPECIFIED;
+}
+
+// Whom the expiry in `msg` is for. False when the timer is not known, or not any more.
+bool MsgDrivenSharedThread::findTimerListener(TimerListenerMap const& timers, SyncObject const& lock,
+                                              ThreadRawMsg& msg, ThreadMsgListener** listener) {
+    TimerMsg timer;
+    if (timer.restoreFrom(msg) == 0) {
+        return false;
+    }
+    SyncGuard const guard(lock);
+    ThreadMsgListener* const* const found = timers.find(timer.mTimerId);
+    if (found == nullptr) {
+        return false;
+    }
+    *listener = *found;
+    return true;
+}
+
+// A question about broadcasts, with all that its judgement points to.
+struct MsgDrivenSharedThread::BroadcastQuestion {
+    BroadcastQuestion(MsgDrivenSharedThread const& thread, int msgId)
+        : mJudgeId(msgId),
+          mJudge(&mJudgeId, &thread.mTimerListeners, &thread.mTimerMapLock),
+          mJudgement(&mJudge) {}
+
+    JudgeMsgSpecifiedMsgId mJudgeId;
+    JudgeBroadcast mJudge;
+    MsgJudgement<JudgeBroadcast> mJudgement;
+};
+
+// The same about what one listener is to receive.
+struct MsgDrivenSharedThread::ListenerQuestion {
+    ListenerQuestion(MsgDrivenSharedThread const& thread, ThreadMsgListener* listener, int msgId)
+        : mJudgeId(msgId),
+          mJudge(listener, &mJudgeId, &thread.mTimerListeners, &thread.mTimerMapLock,
+                 thread.mPostMsg.mRawMsg.maxSize()),
+          mJudgement(&mJudge) {}
+
+    JudgeMsgSpecifiedMsgId mJudgeId;
+    JudgeListener mJudge;
+    MsgJudgement<JudgeListener> mJudgement;
+};
+
+bool MsgDrivenSharedThread::hasMsg(int msgId) {
+    BroadcastQuestion question(*this, msgId);
+    return watched(__func__, __LINE__, [&] { return hasMsgInternal(&question.mJudgement); });
+}
+
+bool MsgDrivenSharedThread::eraseMsg(int msgId) {
+    BroadcastQuestion question(*this, msgId);
+    return watched(__func__, __LINE__, [&] { return eraseMsgInternal(&question.mJudgement); });
+}
+
+bool MsgDrivenSharedThread::peekMsg(int msgId, ThreadRawMsg* out) {
+    BroadcastQuestion question(*this, msgId);
+    return watched(__func__, __LINE__, [&] { return peekMsgInternal(&question.mJudgement, out); });
+}
+
+int MsgDrivenSharedThread::getFirstMsgId() {
+    ThreadRawMsg msg(ID_BYTES);
+    return idIfFound(peekMsg(MSG_ID_ANY, &msg), msg);
+}
+
+bool MsgDrivenSharedThread::hasMsg(ThreadMsgListener* listener, int msgId) {
+    ListenerQuestion question(*this, listener, msgId);
+    return watched(__func__, __LINE__, [&] { return hasMsgInternal(&question.mJudgement); });
+}
+
+bool MsgDrivenSharedThread::eraseMsg(ThreadMsgListener* listener, int msgId) {
+    ListenerQuestion question(*this, listener, msgId);
+    return watched(__func__, __LINE__, [&] { return eraseMsgInternal(&question.mJudgement); });
+}
+
+bool MsgDrivenSharedThread::peekMsg(ThreadMsgListener* listener, int msgId, ThreadRawMsg* out) {
+    if (listener == nullptr || out == nullptr) {
+        return false;
+    }
+    ListenerQuestion question(*this, listener, msgId);
+    ThreadRawMsg found(ID_BYTES);
+    if (!watched(__func__, __LINE__, [&] { return peekMsgInternal(&question.mJudgement, &found); })) {
+        return false;
+    }
+    if (question.mJudge.hasFoundTimer()) {
+        *out = found;
+        return true;
+    }
+    SpecifiedMsgListenerMsg envelope(mPostMsg.mRawMsg.maxSize());
+    envelope.restoreFrom(found);
+    *out = envelope.mRawMsg;
+    return true;
+}
+
+int MsgDrivenSharedThread::getFirstMsgId(ThreadMsgListener* listener) {
+    ThreadRawMsg msg(ID_BYTES);
+    return idIfFound(peekMsg(listener, MSG_ID_ANY, &msg), msg);
+}
+
+int MsgDrivenSharedThread::abortMsg(ThreadMsgListener* listener) {
+    if (listener == nullptr) {
+        return 0;
+    }
+    int result = 1;
+    for (int id = forgetLastTimerOf(listener); id != NO_TIMER_ID; id = forgetLastTimerOf(listener)) {
+        if (!killTimer(id, 0)) {
+            result = 0;
+        }
+    }
+    return eraseMsg(listener, MSG_ID_ANY) ? result : 0;
+}
+
+int MsgDrivenSharedThread::forgetLastTimerOf(ThreadMsgListener* listener) {
+    SyncGuard const guard = held(mTimerMapLock, __func__, __LINE__);
+    for (unsigned int i = mTimerListeners.size(); i-- > 0;) {
+        Pair<int, ThreadMsgListener*> const* const entry = mTimerListeners.getAt(i);
+        if (entry->mValue == listener) {
+            int const timerId = entry->mKey;
+            mTimerListeners.erase(timerId);
+            return timerId;
+        }
+    }
+    return NO_TIMER_ID;
+}
+
+// Timers.
+
+int MsgDrivenSharedThread::registerTimer(unsigned int interval, unsigned int repeatCount, int autoRepeat) {
+    return registerTimerOf(nullptr, interval, repeatCount, autoRepeat);
+}
+
+int MsgDrivenSharedThread::registerTimer(ThreadMsgListener* listener, unsigned int interval,
+                                         unsigned int repeatCount, int autoRepeat) {
+    return listener == nullptr ? NO_TIMER_ID : registerTimerOf(listener, interval, repeatCount, autoRepeat);
+}
+
+// Null for all listeners. A timer that is being killed may have left the base's map and still stand in this
+// one; then the new one finds no place here.
+int MsgDrivenSharedThread::registerTimerOf(ThreadMsgListener* listener, unsigned int interval,
+                                           unsigned int repeatCount, int autoRepeat) {
+    int const timerId = watched("registerTimer", __LINE__, [&] {
+        return MsgDrivenThread::registerTimer(interval, repeatCount, autoRepeat);
+    });
+    if (timerId == NO_TIMER_ID) {
+        return NO_TIMER_ID;
+    }
+    {
+        SyncGuard const guard = held(mTimerMapLock, "registerTimer", __LINE__);
+        if (mTimerListeners.insert(timerId, listener)) {
+            return timerId;
+        }
+    }
+    killTimer(timerId, 1);
+    return NO_TIMER_ID;
+}
+
+int MsgDrivenSharedThread::setTimer(unsigned int interval, int noWait, unsigned int repeatCount,
+                                    int autoRepeat) {
+    return startRegistered(registerTimer(interval, repeatCount, autoRepeat), noWait);
+}
+
+int MsgDrivenSharedThread::setTimer(ThreadMsgListener* listener, unsigned int interval, int noWait,
+                                    unsigned int repeatCount, int autoRepeat) {
+    return startRegistered(registerTimer(listener, interval, repeatCount, autoRepeat), noWait);
+}
+
+// A timer that does not start is not killed: the kill would fail or wait for the reason that the start did.
+// The end of the loop takes it away.
+int MsgDrivenSharedThread::startRegistered(int timerId, int noWait) {
+    if (timerId == NO_TIMER_ID || startTimer(timerId, noWait)) {
+        return timerId;
+    }
+    forgetTimer(timerId);
+    return NO_TIMER_ID;
+}
+
+bool MsgDrivenSharedThread::startTimer(int timerId, int noWait) {
+    return watched(__func__, __LINE__, [&] { return MsgDrivenThread::startTimer(timerId, noWait); });
+}
+
+bool MsgDrivenSharedThread::killTimer(int timerId, int noWait) {
+    return watched(__func__, __LINE__, [&] { return MsgDrivenThread::killTimer(timerId, noWait); });
+}
+
+void MsgDrivenSharedThread::onEraseTimer(int userTimerId) {
+    forgetTimer(userTimerId);
+}
+
+void MsgDrivenSharedThread::forgetTimer(int timerId) {
+    SyncGuard const guard = held(mTimerMapLock, __func__, __LINE__);
+    mTimerListeners.erase(timerId);
+}
+
+}  // namespace utl
