@@ -11,16 +11,19 @@
 #include <thread>
 #include <vector>
 
+#include "BenchMessages.h"
 #include "BenchRatio.h"
 #include "UtlLog.h"
 #include "UtlThreadManager.h"
 
 namespace {
 
-constexpr unsigned int MSG_BYTES = 64;
-constexpr unsigned int QUEUE_PLACES = 1024;
-constexpr unsigned int MESSAGES = 20000;  // of one post and deliver run
-constexpr unsigned int RETRY_NANOSECONDS = 100000;
+using utlbench::BlockMsg;
+using utlbench::Counter;
+using utlbench::MSG_BYTES;
+using utlbench::pauseBeforeRetry;
+using utlbench::postFromThreads;
+using utlbench::QUEUE_PLACES;
 
 // Locks that the road takes for one message beside that of its queues: the two looks at the thread's state,
 // the life cycle, the control entry; and on the message thread the looks at the watchdog, the head, the
@@ -29,51 +32,7 @@ constexpr unsigned int SENDER_LOCKS = 12;
 constexpr unsigned int SYNC_SENDER_LOCKS = 9;
 constexpr unsigned int READER_LOCKS = 9;
 
-void pauseBeforeRetry() {
-    timespec const pause = {0, RETRY_NANOSECONDS};
-    nanosleep(&pause, nullptr);
-}
-
-template <typename POST>
-void postFromThreads(unsigned int producers, POST post) {
-    std::vector<std::thread> threads;
-    for (unsigned int producer = 0; producer < producers; ++producer) {
-        threads.emplace_back([=] {
-            for (unsigned int i = 0; i < MESSAGES / producers; ++i) {
-                while (!post()) {
-                    pauseBeforeRetry();
-                }
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
-
 // The library's road.
-
-class BlockMsg : public utl::Msg {
-  public:
-    explicit BlockMsg(int id) : Msg(id) {}
-    unsigned char mBytes[MSG_BYTES] = {};
-
-  protected:
-    int storeDataTo(utl::MsgDataBroker* broker) const override { return broker->set(mBytes, MSG_BYTES); }
-    int restoreDataFrom(utl::MsgDataBroker& broker) override { return broker.get(mBytes, MSG_BYTES); }
-};
-
-class Counter : public utl::ThreadMsgListener {
-  public:
-    unsigned long count = 0;
-
-    void receiveMsg(int, utl::ThreadRawMsg& raw) override {
-        BlockMsg msg(0);
-        msg.restoreFrom(raw);
-        utlbench::keep(msg.mBytes[0]);
-        ++count;
-    }
-};
 
 utl::MsgDrivenThread& road() {
     static utl::MsgDrivenThread* const theRoad = [] {

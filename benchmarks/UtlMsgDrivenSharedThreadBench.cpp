@@ -1,0 +1,83 @@
+// What the sharing of a message thread costs: an address on a message, and broadcasts to many.
+
+#include "UtlMsgDrivenSharedThread.h"
+
+#include <benchmark/benchmark.h>
+
+#include "BenchMessages.h"
+#include "BenchRatio.h"
+#include "UtlLog.h"
+
+namespace {
+
+using utlbench::BlockMsg;
+using utlbench::Counter;
+using utlbench::MSG_BYTES;
+using utlbench::QUEUE_PLACES;
+
+// A full queue is a part of the measurement.
+bool const gQuiet = (setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_NONE), true);
+
+// A thread with so many listeners, kept for the life of the process.
+utl::MsgDrivenSharedThread& threadWith(unsigned int listeners) {
+    auto* const thread = new utl::MsgDrivenSharedThread(MSG_BYTES, QUEUE_PLACES, listeners, "shared");
+    for (unsigned int i = 0; i < listeners; ++i) {
+        thread->attachMsgListener(new Counter);
+    }
+    thread->start();
+    return *thread;
+}
+
+utl::MsgDrivenThread& plain() {
+    static utl::MsgDrivenThread* const theThread = [] {
+        auto* const thread = new utl::MsgDrivenThread(MSG_BYTES, QUEUE_PLACES, "plain");
+        thread->start(new Counter);
+        return thread;
+    }();
+    return *theThread;
+}
+
+utl::MsgDrivenSharedThread& shared() {
+    static utl::MsgDrivenSharedThread& theThread = threadWith(1);
+    return theThread;
+}
+
+Counter gListener;
+
+void plainRun(unsigned int producers) {
+    utlbench::postFromThreads(producers, [] { return plain().postMsg(BlockMsg(1)) != 0; });
+    plain().sendMsgSync(2);
+}
+
+void addressedRun(unsigned int producers) {
+    utlbench::postFromThreads(producers, [] { return shared().postMsg(&gListener, BlockMsg(1)) != 0; });
+    shared().sendMsgSync(&gListener, 2);
+}
+
+UTL_RATIO(
+    "post 20,000 messages of 64 bytes to one listener, against a thread of its own", [] { addressedRun(1); },
+    [] { plainRun(1); }, 1.5);
+UTL_RATIO(
+    "the same from four producers", [] { addressedRun(4); }, [] { plainRun(4); }, 1.5);
+UTL_RATIO(
+    "sendMsgSync round trip to one listener, against a thread of its own",
+    [] { shared().sendMsgSync(&gListener, BlockMsg(1)); }, [] { plain().sendMsgSync(BlockMsg(1)); }, 1.5);
+
+// A broadcast to so many listeners, posted and delivered.
+void broadcast(benchmark::State& state) {
+    constexpr unsigned int BROADCASTS = 500;  // fit into the queue
+    auto const listeners = static_cast<unsigned int>(state.range(0));
+    utl::MsgDrivenSharedThread& thread = threadWith(listeners);
+    for ([[maybe_unused]] auto const _ : state) {
+        for (unsigned int i = 0; i < BROADCASTS; ++i) {
+            thread.postMsg(BlockMsg(1));
+        }
+        thread.sendMsgSync(2);
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * BROADCASTS);
+    thread.stop();
+    thread.leaveManagement();
+}
+BENCHMARK(broadcast)->Arg(1)->Arg(8)->Arg(64)->UseRealTime();
+
+}  // namespace
