@@ -143,11 +143,13 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
     /// What tells the thread to attach or detach a listener; *one owner thread*, as every message.
     class UTL_API MsgListenerMsg : public Msg {
       public:
+        /// Without a listener; `msgId` says what is asked.
         explicit MsgListenerMsg(int msgId) : Msg(msgId) {}
         MsgListenerMsg(MsgListenerMsg const&) = default;
         MsgListenerMsg& operator=(MsgListenerMsg const&) = default;
         ~MsgListenerMsg() override;
 
+        /// Not owned.
         ThreadMsgListener* mListener = nullptr;
 
       protected:
@@ -166,6 +168,7 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
         SpecifiedMsgListenerMsg& operator=(SpecifiedMsgListenerMsg const&) = default;
         ~SpecifiedMsgListenerMsg() override;
 
+        /// The message, with its own id.
         ThreadRawMsg mRawMsg;
 
       protected:

@@ -48,6 +48,12 @@ class Holder : public utl::ThreadMsgListener {
     }
 };
 
+/// Holds the thread from now on.
+inline void holdIn(Holder& holder, utl::MsgDrivenSharedThread& thread) {
+    ASSERT_EQ(thread.postMsg(&holder, BLOCKER), 1);
+    ASSERT_TRUE(holder.entered.wait());
+}
+
 /// Runs a piece of work for each message.
 class Worker : public utl::ThreadMsgListener {
   public:

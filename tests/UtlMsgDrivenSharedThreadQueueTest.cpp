@@ -327,8 +327,7 @@ TEST(SharedThreadQueue, EraseMsg_OfABroadcastSentSynchronously_FreesItsSenderWit
     HookScope const scope;
     FilledQueue queue;
     Holder holder;
-    ASSERT_EQ(queue.thread.postMsg(&holder, FIRST), 1);
-    ASSERT_TRUE(holder.entered.wait());
+    holdIn(holder, queue.thread);
     hooks::write.reset();
     auto broadcast = std::async(std::launch::async, [&] { return queue.thread.sendMsgSync(SECOND); });
     waitForTokens(1);
@@ -344,8 +343,7 @@ TEST(SharedThreadQueue, AnAttachOnItsWay_IsNoBroadcastAndCannotBeErasedByAcciden
     HookScope const scope;
     FilledQueue queue;
     Holder holder;
-    ASSERT_EQ(queue.thread.postMsg(&holder, FIRST), 1);
-    ASSERT_TRUE(holder.entered.wait());
+    holdIn(holder, queue.thread);
     hooks::write.reset();
     auto attached =
         std::async(std::launch::async, [&] { return queue.thread.attachMsgListener(&queue.other); });
@@ -365,8 +363,7 @@ auto askFromOutside(QUESTION question) {
     HookScope const scope;
     FilledQueue queue;
     Holder holder;
-    EXPECT_EQ(queue.thread.postMsg(&holder, FIRST), 1);
-    EXPECT_TRUE(holder.entered.wait());
+    holdIn(holder, queue.thread);
     queue.fill();
     hooks::write.reset();
     auto answer = std::async(std::launch::async, [&] { return question(queue); });
@@ -609,8 +606,7 @@ TEST_F(SharedThreadTimerPlaces, RegisterTimer_ThatFindsNoneAmongTheListeners_Kil
     ScopedSharedThread thread(64, 16, 4, "place", 1);
     ASSERT_EQ(thread.start(), 0);
     ASSERT_EQ(thread.setTimer(60000, 0, 0, 0), 1);
-    ASSERT_EQ(thread.postMsg(&holder, FIRST), 1);
-    ASSERT_TRUE(holder.entered.wait());
+    holdIn(holder, thread);
     hooks::write.reset();
     {
         WatchedThread const killer([&] { EXPECT_TRUE(thread.killTimer(1, 0)); });
@@ -641,8 +637,7 @@ struct QueuedExpiries {
         EXPECT_EQ(thread.start(), 0);
         HookScope const scope;
         Holder holder;
-        EXPECT_EQ(thread.postMsg(&holder, FIRST), 1);
-        EXPECT_TRUE(holder.entered.wait());
+        holdIn(holder, thread);
         EXPECT_GT(all = thread.setTimer(1, 1, 1, 1), 0);
         EXPECT_GT(own = thread.setTimer(&listener, 1, 1, 1, 1), 0);
         EXPECT_GT(others = thread.setTimer(&other, 1, 1, 1, 1), 0);
@@ -748,8 +743,7 @@ TEST(SharedThreadAbort, FromOutside_FreesTheListenersSynchronousSenderWithZero) 
     HookScope const scope;
     FilledQueue queue;
     Holder holder;
-    ASSERT_EQ(queue.thread.postMsg(&holder, FIRST), 1);
-    ASSERT_TRUE(holder.entered.wait());
+    holdIn(holder, queue.thread);
     hooks::write.reset();
     auto sync = std::async(std::launch::async, [&] { return queue.thread.sendMsgSync(&queue.other, FIRST); });
     waitForTokens(1);
@@ -823,8 +817,7 @@ TEST(SharedThreadAbort, WaitsForTheListenersHandler) {
     Holder holder;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.start(), 0);
-    ASSERT_EQ(thread.postMsg(&holder, FIRST), 1);
-    ASSERT_TRUE(holder.entered.wait());
+    holdIn(holder, thread);
     std::atomic<bool> isOpen{false};
     hooks::write.reset();
     auto aborted = std::async(std::launch::async, [&] {

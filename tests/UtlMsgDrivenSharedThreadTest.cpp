@@ -210,8 +210,7 @@ TEST(SharedThread, AttachMsgListener_WhileTheThreadIsBusy_ComesInTheOrderOfTheQu
     ScopedSharedThread thread;
     ASSERT_EQ(thread.attachMsgListener(&early), 1);
     ASSERT_EQ(thread.start(), 0);
-    ASSERT_EQ(thread.postMsg(&holder, THIRD), 1);
-    ASSERT_TRUE(holder.entered.wait());
+    holdIn(holder, thread);
     ASSERT_EQ(thread.postMsg(FIRST), 1);
     hooks::write.reset();
     auto attached = std::async(std::launch::async, [&] { return thread.attachMsgListener(&late); });
@@ -231,8 +230,7 @@ TEST(SharedThread, AttachAndDetach_ThatFindNoPlaceInTheQueue_AreLoggedAndZero) {
     ScopedSharedThread thread(64, 1, 4, "full");
     ASSERT_EQ(thread.attachMsgListener(&listener), 1);
     ASSERT_EQ(thread.start(), 0);
-    ASSERT_EQ(thread.postMsg(&holder, THIRD), 1);
-    ASSERT_TRUE(holder.entered.wait());
+    holdIn(holder, thread);
     ASSERT_EQ(thread.postMsg(FIRST), 1);
     Collector other;
     EXPECT_EQ(thread.attachMsgListener(&other), 0);
@@ -296,8 +294,7 @@ TEST(SharedThread, AttachMsgListener_AfterAStopThatDoesNotWait_WaitsForTheEnd) {
         ScopedSharedThread thread;
         ASSERT_EQ(thread.attachMsgListener(&listener), 1);
         ASSERT_EQ(thread.start(), 0);
-        ASSERT_EQ(thread.postMsg(&holder, FIRST), 1);
-        ASSERT_TRUE(holder.entered.wait());
+        holdIn(holder, thread);
         ASSERT_EQ(thread.stop(0, 0), 0);
         auto changed = std::async(std::launch::async, [&] {
             int const result =
@@ -619,8 +616,7 @@ TEST(SharedThread, MaxMsgCountMessagesFit_WithAndWithoutAddress) {
     ScopedSharedThread thread(8, 4, 4, "count");
     ASSERT_EQ(thread.attachMsgListener(&listener), 1);
     ASSERT_EQ(thread.start(), 0);
-    ASSERT_EQ(thread.postMsg(&holder, FIRST), 1);
-    ASSERT_TRUE(holder.entered.wait());
+    holdIn(holder, thread);
     EXPECT_EQ(thread.postMsg(&listener, NumberMsg(1, 1)), 1);
     EXPECT_EQ(thread.postMsg(NumberMsg(2, 2)), 1);
     EXPECT_EQ(thread.postMsg(&listener, NumberMsg(3, 3)), 1);
@@ -806,8 +802,7 @@ TEST(SharedThread, Sends_AfterTheRequestToStop_AreRefused) {
     Holder holder;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.start(), 0);
-    ASSERT_EQ(thread.postMsg(&holder, FIRST), 1);
-    ASSERT_TRUE(holder.entered.wait());
+    holdIn(holder, thread);
     ASSERT_EQ(thread.stop(0, 0), 0);
     EXPECT_EQ(thread.postMsg(&listener, FIRST), 0);
     EXPECT_EQ(thread.sendMsgSync(&listener, FIRST), 0);
@@ -824,8 +819,7 @@ TEST(SharedThread, ASynchronousSendThatIsQueuedBehindAStop_ComesBackWithZero) {
     Holder holder;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.start(), 0);
-    ASSERT_EQ(thread.postMsg(&holder, FIRST), 1);
-    ASSERT_TRUE(holder.entered.wait());
+    holdIn(holder, thread);
     hooks::write.reset();
     auto sync = std::async(std::launch::async, [&] { return thread.sendMsgSync(&listener, SECOND); });
     waitForTokens(1);
@@ -1074,8 +1068,7 @@ TEST_F(SharedThreadKeepAlive, AttachMsgListener_DuringAStop_WaitsForIt) {
     Holder holder;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.start(), 0);
-    ASSERT_EQ(thread.postMsg(&holder, FIRST), 1);
-    ASSERT_TRUE(holder.entered.wait());
+    holdIn(holder, thread);
     WatchedThread const stopper([&] { EXPECT_EQ(thread.stop(1, 0), 0); });
     while (!thread.hasRequestedStop()) {
         std::this_thread::yield();
