@@ -21,8 +21,8 @@ int const mTimerSignal = __libc_current_sigrtmin() + 2;
 bool MsgDrivenThread::installTimeoutSignalHandler() {
     static ProcessWide<TimerHandlerInstallation> installation;
     int error = 0;
-    auto const result =
-        installation->once(&error, [] { return installTimerHandler(mTimerSignal, TimeoutSignalHandler); });
+    auto const result = installation->once(
+        &error, [] { return installSignalAction(mTimerSignal, timerSignalAction(TimeoutSignalHandler)); });
     if (result != TimerHandlerInstallation::Result::FAILED) {
         return true;
     }
@@ -284,9 +284,7 @@ void MsgDrivenThread::updateNextUserTimerIdValue() {
 
 int MsgDrivenThread::getNextSysTimerNumber() {
     SyncGuard const guard(mQueueLock);
-    do {
-        mNextSysTimerNumber = nextTimerId(mNextSysTimerNumber);
-    } while (timerIdOf(mTimers, mNextSysTimerNumber) != NO_TIMER_ID);
+    mNextSysTimerNumber = nextFreeSysTimerNumber(mTimers, mNextSysTimerNumber);
     return mNextSysTimerNumber;
 }
 

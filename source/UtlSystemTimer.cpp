@@ -171,6 +171,11 @@ int deleteSystemTimer(timer_t id, int number) {
     return 0;
 }
 
+void abandonSystemTimer(int number) {
+    SyncGuard const guard(slotLock());
+    removeTimer(number);
+}
+
 void acknowledgeTimerToken(int number) {
     TimerSlot* const slot = findSlot(number);
     if (slot != nullptr) {
@@ -192,12 +197,16 @@ bool writeTimerToken(siginfo_t const& info, TokenIo* io) {
     return isDone;
 }
 
-int installTimerHandler(int signalNumber, void (*handler)(int, siginfo_t*, void*)) {
+struct sigaction timerSignalAction(void (*handler)(int, siginfo_t*, void*)) {
     struct sigaction action;
     std::memset(&action, 0, sizeof(action));
     action.sa_sigaction = handler;
     action.sa_flags = SA_SIGINFO | SA_RESTART;
     sigemptyset(&action.sa_mask);
+    return action;
+}
+
+int installSignalAction(int signalNumber, struct sigaction const& action) {
     return sigaction(signalNumber, &action, nullptr) == 0 ? 0 : errno;
 }
 

@@ -35,6 +35,9 @@ int armSystemTimer(timer_t id, unsigned int milliseconds);
 /// failure the timer goes on.
 int deleteSystemTimer(timer_t id, int number);
 
+/// Gives up a timer that could not be deleted: it may go on, but no signal of it writes a token any more.
+void abandonSystemTimer(int number);
+
 /// The reader took a token of the timer out of the pipe.
 void acknowledgeTimerToken(int number);
 
@@ -42,7 +45,10 @@ void acknowledgeTimerToken(int number);
 /// what it was before.
 bool writeTimerToken(siginfo_t const& info, TokenIo* io);
 
-/// Installs `handler` for the signal, interrupted calls going on behind it. Gives 0 or `errno`.
-int installTimerHandler(int signalNumber, void (*handler)(int, siginfo_t*, void*));
+/// The action that runs `handler`; interrupted calls go on behind it.
+struct sigaction timerSignalAction(void (*handler)(int, siginfo_t*, void*));
+
+/// Installs the action for the signal. Gives 0 or `errno`.
+int installSignalAction(int signalNumber, struct sigaction const& action);
 
 }  // namespace utl

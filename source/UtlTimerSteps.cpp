@@ -11,8 +11,12 @@ int timerIdOf(TimerMap const& timers, int sysTimerNum) {
     return NO_TIMER_ID;
 }
 
-TimerInfo* liveTimer(TimerInfo* info) {
-    return info != nullptr && info->mRunning.get() != nullptr ? info : nullptr;
+int nextFreeSysTimerNumber(TimerMap const& timers, int number) {
+    int next = number;
+    do {
+        next = nextTimerId(next);
+    } while (timerIdOf(timers, next) != NO_TIMER_ID);
+    return next;
 }
 
 unsigned int printableTimerId(timer_t id) {

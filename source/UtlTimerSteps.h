@@ -27,8 +27,14 @@ inline int nextTimerId(int id) {
 /// The id of the timer whose system timer has this number, or `NO_TIMER_ID`.
 int timerIdOf(TimerMap const& timers, int sysTimerNum);
 
-/// The timer, or null for an empty slot or no slot.
-TimerInfo* liveTimer(TimerInfo* info);
+/// The number behind `number`, past those of the system timers that are the kernel's for a timer here.
+int nextFreeSysTimerNumber(TimerMap const& timers, int number);
+
+/// The timer, or null for an empty slot or no slot. `INFO` may be `const`.
+template <typename INFO>
+INFO* liveTimer(INFO* info) {
+    return info != nullptr && info->mRunning.get() != nullptr ? info : nullptr;
+}
 
 /// A system timer's id as the log shows it.
 unsigned int printableTimerId(timer_t id);

@@ -129,10 +129,15 @@ TokenIo writeCounted(PipeState& state, int writeEnd, PipeToken const& token) {
     return io;
 }
 
+// What counts the tokens of the pipe with this read end.
+PipeState* countingStateOf(int readEnd) {
+    PipeState const* const reader = openStateOf(readEnd);
+    return reader != nullptr ? openStateOf(reader->writeEnd) : nullptr;
+}
+
 // A token that was read out of the pipe.
 void countRead(int readEnd) {
-    PipeState const* const reader = openStateOf(readEnd);
-    PipeState* const state = reader != nullptr ? openStateOf(reader->writeEnd) : nullptr;
+    PipeState* const state = countingStateOf(readEnd);
     if (state != nullptr) {
         --state->tokens;
     }
@@ -205,6 +210,11 @@ void ClosingTokenPipe::wakeReader() const {
 bool hasRoomForToken(int writeEnd) {
     PipeState const* const state = openStateOf(writeEnd);
     return state == nullptr || state->tokens < state->capacity;
+}
+
+bool isTokenPipeEmpty(int readEnd) {
+    PipeState const* const state = countingStateOf(readEnd);
+    return state != nullptr && state->tokens == 0;
 }
 
 TokenIo writeToken(int writeEnd, PipeToken const& token) {

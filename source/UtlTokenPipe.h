@@ -54,6 +54,9 @@ class [[nodiscard]] ClosingTokenPipe {
 /// read.
 bool hasRoomForToken(int writeEnd);
 
+/// True when no token waits to be read, and none is being written.
+bool isTokenPipeEmpty(int readEnd);
+
 /// Writes one token; blocks where there is no room for it.
 TokenIo writeToken(int writeEnd, PipeToken const& token);
 
