@@ -13,6 +13,7 @@
 #include "UtlMsgDrivenThread.h"
 #include "UtlPlatform.h"
 #include "UtlRingArray.h"
+#include "UtlSharedTimer.h"
 #include "UtlSmartPointer.h"
 #include "UtlString.h"
 #include "UtlSyncObject.h"

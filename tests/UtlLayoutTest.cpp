@@ -11,6 +11,7 @@
 #include "UtlMsgDrivenSharedThread.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlRingArray.h"
+#include "UtlSharedTimer.h"
 #include "UtlSmartPointer.h"
 #include "UtlSyncObject.h"
 #include "UtlThread.h"
@@ -105,6 +106,12 @@ struct SharedThreadTypes : utl::MsgDrivenSharedThread {
         sizeof(utl::Array<utl::ThreadMsgListener*>) + 2 * 4 + 4 * sizeof(SpecifiedMsgListenerMsg) +
         sizeof(TimerListenerMap) + 5 * sizeof(utl::SyncObject)));
 };
+static_assert(hasTargetSize<utl::TimerListener>(4));
+static_assert(hasTargetSize<utl::SharedTimer::TimerCtlMsg>(8));
+static_assert(hasTargetSize<utl::SharedTimer>(sizeof(utl::Thread) +
+                                              sizeof(utl::Queue<utl::SharedTimer::TimerCtlMsg>) +
+                                              sizeof(utl::Map<int, utl::TimerInfo>) + 2 * 4 + 2 * 4 +
+                                              2 * sizeof(utl::SyncObject)));
 
 TEST(Layout, TheTargetSizesWereComparedWhenThisFileWasCompiled) {
     EXPECT_EQ(IS_TARGET, sizeof(long) == 4);

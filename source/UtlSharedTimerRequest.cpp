@@ -1,0 +1,230 @@
+// What other threads, and listeners, ask of a shared timer.
+
+#include <optional>
+
+#include "UtlEventWait.h"
+#include "UtlSharedTimer.h"
+#include "UtlThreadManager.h"
+#include "UtlTimerRun.h"
+#include "UtlTimerSteps.h"
+
+namespace utl {
+
+// Holds mApiLock for a caller from outside. A listener must not wait for it: its holder may wait for the
+// thread that the listener runs on.
+class [[nodiscard]] SharedTimer::ApiGuard {
+  public:
+    explicit ApiGuard(SharedTimer const& timer) {
+        if (!timer.isOwnThread()) {
+            mGuard.emplace(timer.mApiLock);
+        }
+    }
+
+  private:
+    std::optional<SyncGuard> mGuard;
+};
+
+// The thread cannot wait for itself, and without a thread there is nobody who would answer.
+bool SharedTimer::canWait() const {
+    return hasDone(STARTED) && !isOwnThread();
+}
+
+// Only the wait is left out on the own thread: the loop ends when the listener that called has returned.
+void SharedTimer::destroy() {
+    ApiGuard const guard(*this);
+    Thread::stop(isOwnThread() ? 0 : 1, 0);
+    leaveManagement();
+}
+
+int SharedTimer::addTimer(TimerListener* listener, unsigned int interval, unsigned int repeatCount,
+                          int autoRepeat) {
+    ApiGuard const guard(*this);
+    if (hasRequestedStop() || hasDone(FINISHED)) {
+        return NO_TIMER_ID;
+    }
+    TimerInfo info(listener, interval, repeatCount, autoRepeat);
+    info.mRunning.set(new TimerRunEvent);
+    return insertTimer(info);
+}
+
+int SharedTimer::insertTimer(TimerInfo info) {
+    SyncGuard const guard(mQueueLock);
+    int const timerId = mNextUserTimerId;
+    if (timerId == NO_TIMER_ID || mTimers.find(timerId) != nullptr || !mTimers.insert(timerId, info)) {
+        info.freeSysParam();
+        return NO_TIMER_ID;
+    }
+    updateNextUserTimerIdValue();
+    return timerId;
+}
+
+// Only a timer that stands still is taken away: its listener is not at work then. An older request to start
+// it may have been served since the stop.
+bool SharedTimer::eraseTimer(int timerId, int noWait) {
+    ApiGuard const guard(*this);
+    if (noWait != 0) {
+        return postTimerCtlMsg(TIMER_CTL_ERASE, timerId);
+    }
+    while (stop(timerId, 0)) {
+        SyncGuard const queueGuard(mQueueLock);
+        TimerInfo* const info = findTimer(timerId);
+        if (info == nullptr) {
+            return false;
+        }
+        if (!info->isRunning()) {
+            releaseTimer(*info);
+            return mTimers.erase(timerId);
+        }
+    }
+    return false;
+}
+
+bool SharedTimer::start(int timerId, int noWait) {
+    return request(TIMER_CTL_START, timerId, noWait);
+}
+
+bool SharedTimer::stop(int timerId, int noWait) {
+    return request(TIMER_CTL_STOP, timerId, noWait);
+}
+
+bool SharedTimer::restart(int timerId, int noWait) {
+    ApiGuard const guard(*this);
+    if (noWait == 0 && !canWait()) {
+        return false;
+    }
+    if (isRunning(timerId)) {
+        stop(timerId, noWait);
+    }
+    return start(timerId, noWait);
+}
+
+// Entry and waiter appear together for the loop. mApiLock is held across the wait: one request at a time.
+bool SharedTimer::request(int msgId, int timerId, int noWait) {
+    ApiGuard const guard(*this);
+    TimerWaiter waiter(msgId, true);
+    {
+        SyncGuard const queueGuard(mQueueLock);
+        TimerInfo* const info = findTimer(timerId);
+        if (info == nullptr) {
+            return false;
+        }
+        if (info->isRunning() == (msgId == TIMER_CTL_START)) {
+            return true;
+        }
+        if ((noWait == 0 && !canWait()) || !postTimerCtlMsg(msgId, timerId)) {
+            return false;
+        }
+        if (noWait != 0) {
+            return true;
+        }
+        TimerRunEvent::of(*info).add(waiter);
+    }
+    return await(waiter);
+}
+
+void SharedTimer::requestAll(int msgId, int noWait) {
+    ApiGuard const guard(*this);
+    Array<int> ids(0, 0);
+    getTimerIdSet(&ids);
+    for (unsigned int i = 0; i < ids.size(); ++i) {
+        request(msgId, *ids.getAt(i), noWait);
+    }
+}
+
+void SharedTimer::startAll(int noWait) {
+    requestAll(TIMER_CTL_START, noWait);
+}
+
+void SharedTimer::stopAll(int noWait) {
+    requestAll(TIMER_CTL_STOP, noWait);
+}
+
+void SharedTimer::restartAll(int noWait) {
+    ApiGuard const guard(*this);
+    stopAll(noWait);
+    startAll(noWait);
+}
+
+bool SharedTimer::setInterval(int timerId, unsigned int interval) {
+    SyncGuard const guard(mQueueLock);
+    TimerInfo* const info = findTimer(timerId);
+    if (info == nullptr) {
+        return false;
+    }
+    info->mInterval = interval;
+    info->mUpdating = true;
+    return true;
+}
+
+unsigned int SharedTimer::getInterval(int timerId) const {
+    SyncGuard const guard(mQueueLock);
+    TimerInfo const* const info = findTimer(timerId);
+    return info != nullptr ? info->mInterval : INVALID_SIZE;
+}
+
+bool SharedTimer::isRunning(int timerId) const {
+    SyncGuard const guard(mQueueLock);
+    TimerInfo const* const info = findTimer(timerId);
+    return info != nullptr && info->isRunning();
+}
+
+int SharedTimer::getTimerIdSet(Array<int, int const&>* ids) const {
+    if (ids == nullptr) {
+        return 0;
+    }
+    SyncGuard const guard(mQueueLock);
+    ids->clear();
+    ids->resizeMax(mTimers.size());
+    for (unsigned int i = 0; i < mTimers.size(); ++i) {
+        ids->insertAt(i, mTimers.getAt(i)->mKey);
+    }
+    return 1;
+}
+
+int SharedTimer::waitToStart(int timerId) {
+    return waitFor(TIMER_CTL_START, timerId);
+}
+
+int SharedTimer::waitToStop(int timerId) {
+    return waitFor(TIMER_CTL_STOP, timerId);
+}
+
+int SharedTimer::waitFor(int msgId, int timerId) {
+    TimerWaiter waiter(msgId, false);
+    {
+        SyncGuard const guard(mQueueLock);
+        TimerInfo* const info = findTimer(timerId);
+        if (info == nullptr) {
+            return Event::WAIT_FAILED;
+        }
+        if (info->isRunning() == (msgId == TIMER_CTL_START)) {
+            return Event::WAIT_DONE;
+        }
+        if (!canWait()) {
+            return Event::WAIT_FAILED;
+        }
+        TimerRunEvent::of(*info).add(waiter);
+    }
+    return await(waiter) ? Event::WAIT_DONE : Event::WAIT_FAILED;
+}
+
+// The lock behind the wait: who answered has left the waiter's event.
+bool SharedTimer::await(TimerWaiter& waiter) {
+    waitUntilOn(waiter.mAnswered, 0);
+    SyncGuard const guard(mQueueLock);
+    return waiter.mSucceeded;
+}
+
+bool SharedTimer::setThreadWatchdogAliveTime(unsigned int aliveTime) {
+    return setWatchdogAliveTime(aliveTime);
+}
+
+bool SharedTimer::startThreadWatchdog() {
+    return startWatchdog();
+}
+
+bool SharedTimer::stopThreadWatchdog() {
+    return stopWatchdog();
+}
+
+}  // namespace utl
