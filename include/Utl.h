@@ -23,5 +23,6 @@
 #include "UtlThreadRawMsg.h"
 #include "UtlThreadWatchdog.h"
 #include "UtlTimeCounter.h"
+#include "UtlTimer.h"
 #include "UtlTimerInfo.h"
 #include "UtlWorkingBuffer.h"

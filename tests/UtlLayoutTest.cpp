@@ -20,6 +20,7 @@
 #include "UtlThreadRawMsg.h"
 #include "UtlThreadWatchdog.h"
 #include "UtlTimeCounter.h"
+#include "UtlTimer.h"
 #include "UtlWorkingBuffer.h"
 
 namespace {
@@ -112,6 +113,7 @@ static_assert(hasTargetSize<utl::SharedTimer>(sizeof(utl::Thread) +
                                               sizeof(utl::Queue<utl::SharedTimer::TimerCtlMsg>) +
                                               sizeof(utl::Map<int, utl::TimerInfo>) + 2 * 4 + 2 * 4 +
                                               2 * sizeof(utl::SyncObject)));
+static_assert(hasTargetSize<utl::Timer>(4 + sizeof(utl::SharedTimer) + 4 + 4));
 
 TEST(Layout, TheTargetSizesWereComparedWhenThisFileWasCompiled) {
     EXPECT_EQ(IS_TARGET, sizeof(long) == 4);
