@@ -71,6 +71,12 @@ void workOn(utl::MsgDrivenSharedThread& thread, WORK work) {
     ASSERT_EQ(thread.sendMsgSync(&worker, 1), 1);
 }
 
+/// Where thread `id` reported last; no place for one that is not registered.
+inline utl::StatementInfo lastStatementOf(int id) {
+    return utl::ThreadWatchdogTestAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(), id)
+        .lastStatement;
+}
+
 /// A thread that is watched, so that it shows where it waits. The watchdog must be initialized.
 class WatchedThread {
   public:
@@ -87,10 +93,7 @@ class WatchedThread {
 
     /// Waits until the thread stands in front of something in `function` that may block.
     void waitUntilIn(std::string const& function) const {
-        auto const place = [this] {
-            return utl::ThreadWatchdogTestAccess::lastStatement(utl::ThreadManagerTestAccess::watchdog(),
-                                                                mId);
-        };
+        auto const place = [this] { return lastStatementOf(mId); };
         while (place().function != function || place().sub != 1) {
             std::this_thread::yield();
         }

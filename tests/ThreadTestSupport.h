@@ -28,12 +28,6 @@ struct ThreadWatchdogTestAccess {
         SyncGuard const guard(watchdog.mInfosSyncObject);
         return watchdog.mInKeepAlive;
     }
-    /// Where thread `id` reported last; no place for one that is not registered.
-    static StatementInfo lastStatement(ThreadWatchdog& watchdog, int id) {
-        SyncGuard const guard(watchdog.mInfosSyncObject);
-        WatchdogInfo const* const info = watchdog.mInfos.find(id);
-        return info != nullptr ? info->lastStatement : StatementInfo::INVALID;
-    }
     static WatchdogInfos& infos(ThreadWatchdog& watchdog) { return watchdog.mInfos; }
     static MsgDrivenThread& thread(ThreadWatchdog& watchdog) { return *watchdog.mThread; }
     static void setTimerId(ThreadWatchdog& watchdog, int timerId) { watchdog.mTimerId = timerId; }

@@ -24,6 +24,10 @@ constexpr int SECOND = 101;
 constexpr int THIRD = 102;
 constexpr unsigned int FRAME_BYTES = 64 + 4 + 4 + sizeof(void*);
 
+using SharedThreadQueue = WithoutWatchdogThread;
+using SharedThreadTimer = WithoutWatchdogThread;
+using SharedThreadAbort = WithoutWatchdogThread;
+
 using Predicate = utl::MsgDrivenThread::JudgeMsgSpecifiedMsgId;
 using JudgeBroadcast = ScopedSharedThread::JudgeMsgBroadcast<Predicate>;
 using JudgeListener = ScopedSharedThread::JudgeMsgSpecifiedListener<Predicate>;
@@ -220,7 +224,7 @@ struct FilledQueue {
     }
 };
 
-TEST(SharedThreadQueue, HasMsg_SeesBroadcastsOnlyWithoutAListenerAndOthersOnlyWithTheirs) {
+TEST_F(SharedThreadQueue, HasMsg_SeesBroadcastsOnlyWithoutAListenerAndOthersOnlyWithTheirs) {
     FilledQueue queue;
     ScopedSharedThread& thread = queue.thread;
     queue.ask([&] {
@@ -240,7 +244,7 @@ TEST(SharedThreadQueue, HasMsg_SeesBroadcastsOnlyWithoutAListenerAndOthersOnlyWi
     EXPECT_EQ(FilledQueue::numbersOf(queue.listener), (std::vector<int>{1, 2, 3, 4}));
 }
 
-TEST(SharedThreadQueue, PeekMsg_GivesABroadcastInAFullFrame) {
+TEST_F(SharedThreadQueue, PeekMsg_GivesABroadcastInAFullFrame) {
     FilledQueue queue;
     ScopedSharedThread& thread = queue.thread;
     queue.ask([&] {
@@ -257,7 +261,7 @@ TEST(SharedThreadQueue, PeekMsg_GivesABroadcastInAFullFrame) {
     });
 }
 
-TEST(SharedThreadQueue, PeekMsg_OfAListener_GivesTheMessageAsItWasSent) {
+TEST_F(SharedThreadQueue, PeekMsg_OfAListener_GivesTheMessageAsItWasSent) {
     FilledQueue queue;
     ScopedSharedThread& thread = queue.thread;
     queue.ask([&] {
@@ -277,7 +281,7 @@ TEST(SharedThreadQueue, PeekMsg_OfAListener_GivesTheMessageAsItWasSent) {
     });
 }
 
-TEST(SharedThreadQueue, GetFirstMsgId_GivesTheOldestOfItsKind) {
+TEST_F(SharedThreadQueue, GetFirstMsgId_GivesTheOldestOfItsKind) {
     FilledQueue queue;
     Collector nobody;
     ScopedSharedThread& thread = queue.thread;
@@ -295,7 +299,7 @@ TEST(SharedThreadQueue, GetFirstMsgId_GivesTheOldestOfItsKind) {
     });
 }
 
-TEST(SharedThreadQueue, EraseMsg_ErasesBroadcastsAlone) {
+TEST_F(SharedThreadQueue, EraseMsg_ErasesBroadcastsAlone) {
     FilledQueue queue;
     queue.ask([&] {
         EXPECT_TRUE(queue.thread.eraseMsg(FIRST));
@@ -305,14 +309,14 @@ TEST(SharedThreadQueue, EraseMsg_ErasesBroadcastsAlone) {
     EXPECT_EQ(FilledQueue::numbersOf(queue.other), std::vector<int>{5});
 }
 
-TEST(SharedThreadQueue, EraseMsg_OfAnyId_ErasesEveryBroadcastAndNothingElse) {
+TEST_F(SharedThreadQueue, EraseMsg_OfAnyId_ErasesEveryBroadcastAndNothingElse) {
     FilledQueue queue;
     queue.ask([&] { EXPECT_TRUE(queue.thread.eraseMsg(utl::MSG_ID_ANY)); });
     EXPECT_EQ(FilledQueue::numbersOf(queue.listener), (std::vector<int>{2, 4}));
     EXPECT_EQ(FilledQueue::numbersOf(queue.other), std::vector<int>{5});
 }
 
-TEST(SharedThreadQueue, EraseMsg_OfAListener_ErasesItsOwnAlone) {
+TEST_F(SharedThreadQueue, EraseMsg_OfAListener_ErasesItsOwnAlone) {
     FilledQueue queue;
     queue.ask([&] {
         EXPECT_TRUE(queue.thread.eraseMsg(&queue.listener, FIRST));
@@ -323,7 +327,7 @@ TEST(SharedThreadQueue, EraseMsg_OfAListener_ErasesItsOwnAlone) {
     EXPECT_EQ(FilledQueue::numbersOf(queue.other), std::vector<int>{5});
 }
 
-TEST(SharedThreadQueue, EraseMsg_OfABroadcastSentSynchronously_FreesItsSenderWithZero) {
+TEST_F(SharedThreadQueue, EraseMsg_OfABroadcastSentSynchronously_FreesItsSenderWithZero) {
     HookScope const scope;
     FilledQueue queue;
     Holder holder;
@@ -339,7 +343,7 @@ TEST(SharedThreadQueue, EraseMsg_OfABroadcastSentSynchronously_FreesItsSenderWit
     EXPECT_TRUE(queue.listener.received().empty());
 }
 
-TEST(SharedThreadQueue, AnAttachOnItsWay_IsNoBroadcastAndCannotBeErasedByAccident) {
+TEST_F(SharedThreadQueue, AnAttachOnItsWay_IsNoBroadcastAndCannotBeErasedByAccident) {
     HookScope const scope;
     FilledQueue queue;
     Holder holder;
@@ -372,7 +376,7 @@ auto askFromOutside(QUESTION question) {
     return answer.get();
 }
 
-TEST(SharedThreadQueue, Questions_FromOutside_AreAnsweredBeforeTheQueueGoesOn) {
+TEST_F(SharedThreadQueue, Questions_FromOutside_AreAnsweredBeforeTheQueueGoesOn) {
     using Queue = FilledQueue&;
     utl::ThreadRawMsg raw(4);
     EXPECT_TRUE(askFromOutside([](Queue queue) { return queue.thread.hasMsg(SECOND); }));
@@ -389,7 +393,7 @@ TEST(SharedThreadQueue, Questions_FromOutside_AreAnsweredBeforeTheQueueGoesOn) {
     EXPECT_TRUE(askFromOutside([](Queue queue) { return queue.thread.eraseMsg(&queue.other, FIRST); }));
 }
 
-TEST(SharedThreadQueue, Questions_ToAThreadThatDoesNotRun_AreFalse) {
+TEST_F(SharedThreadQueue, Questions_ToAThreadThatDoesNotRun_AreFalse) {
     Collector listener;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.sendMsgAsync(NumberMsg(FIRST)), 1);
@@ -412,7 +416,7 @@ TEST(SharedThreadQueue, Questions_ToAThreadThatDoesNotRun_AreFalse) {
 
 // Timers.
 
-TEST(SharedThreadTimer, ABroadcastTimer_ReachesEveryAttachedListener) {
+TEST_F(SharedThreadTimer, ABroadcastTimer_ReachesEveryAttachedListener) {
     Collector listeners[3];
     Collector apart;
     ScopedSharedThread thread;
@@ -433,7 +437,7 @@ TEST(SharedThreadTimer, ABroadcastTimer_ReachesEveryAttachedListener) {
     EXPECT_TRUE(apart.received().empty());
 }
 
-TEST(SharedThreadTimer, ATimerOfAListener_ReachesItAlone_AttachedOrNot) {
+TEST_F(SharedThreadTimer, ATimerOfAListener_ReachesItAlone_AttachedOrNot) {
     Collector attached;
     Collector apart;
     Collector other;
@@ -454,7 +458,7 @@ TEST(SharedThreadTimer, ATimerOfAListener_ReachesItAlone_AttachedOrNot) {
     EXPECT_TRUE(other.received().empty());
 }
 
-TEST(SharedThreadTimer, RegisterTimer_MakesATimerThatDoesNotRun) {
+TEST_F(SharedThreadTimer, RegisterTimer_MakesATimerThatDoesNotRun) {
     Collector listener;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.start(), 0);
@@ -465,7 +469,7 @@ TEST(SharedThreadTimer, RegisterTimer_MakesATimerThatDoesNotRun) {
     EXPECT_EQ(thread.remTimerIdCount(), 2U);
 }
 
-TEST(SharedThreadTimer, ATimerOfNull_IsMinusOne) {
+TEST_F(SharedThreadTimer, ATimerOfNull_IsMinusOne) {
     ScopedSharedThread thread;
     ASSERT_EQ(thread.start(), 0);
     EXPECT_EQ(thread.registerTimer(nullptr, 1, 1, 0), -1);
@@ -473,7 +477,7 @@ TEST(SharedThreadTimer, ATimerOfNull_IsMinusOne) {
     EXPECT_EQ(thread.remTimerIdCount(), 4U);
 }
 
-TEST(SharedThreadTimer, Timers_BeforeTheStartAndAfterTheStop_AreRefused) {
+TEST_F(SharedThreadTimer, Timers_BeforeTheStartAndAfterTheStop_AreRefused) {
     Collector listener;
     ScopedSharedThread thread;
     for (int i = 0; i < 2; ++i) {
@@ -490,7 +494,7 @@ TEST(SharedThreadTimer, Timers_BeforeTheStartAndAfterTheStop_AreRefused) {
     }
 }
 
-TEST(SharedThreadTimer, ATimerCountAtItsMaximum_RefusesTheNext) {
+TEST_F(SharedThreadTimer, ATimerCountAtItsMaximum_RefusesTheNext) {
     Collector listener;
     ScopedSharedThread thread(64, 16, 4, "timers", 2);
     ASSERT_EQ(thread.start(), 0);
@@ -502,7 +506,7 @@ TEST(SharedThreadTimer, ATimerCountAtItsMaximum_RefusesTheNext) {
     EXPECT_EQ(thread.registerTimer(60000), 3);
 }
 
-TEST(SharedThreadTimer, TimersThatEnd_GiveTheirPlacesBack) {
+TEST_F(SharedThreadTimer, TimersThatEnd_GiveTheirPlacesBack) {
     Collector listener;
     Collector other;
     ScopedSharedThread thread(64, 16, 4, "again", 1);
@@ -515,7 +519,7 @@ TEST(SharedThreadTimer, TimersThatEnd_GiveTheirPlacesBack) {
     }
 }
 
-TEST(SharedThreadTimer, KillTimer_EndsEitherKind) {
+TEST_F(SharedThreadTimer, KillTimer_EndsEitherKind) {
     Collector listener;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.attachMsgListener(&listener), 1);
@@ -536,7 +540,7 @@ TEST(SharedThreadTimer, KillTimer_EndsEitherKind) {
     }
 }
 
-TEST(SharedThreadTimer, ATimerThatIsKilledInsideItsOwnHandler_IsGone) {
+TEST_F(SharedThreadTimer, ATimerThatIsKilledInsideItsOwnHandler_IsGone) {
     Collector listener;
     ScopedSharedThread thread;
     std::atomic<int> kills{0};
@@ -553,7 +557,7 @@ TEST(SharedThreadTimer, ATimerThatIsKilledInsideItsOwnHandler_IsGone) {
     EXPECT_EQ(thread.remTimerIdCount(), 4U);
 }
 
-TEST(SharedThreadTimer, SetTimer_WhoseStartFails_ForgetsTheListenerAndKeepsTheTimersPlace) {
+TEST_F(SharedThreadTimer, SetTimer_WhoseStartFails_ForgetsTheListenerAndKeepsTheTimersPlace) {
     HookScope const scope;
     LogCapture const log;
     Collector listener;
@@ -579,7 +583,7 @@ TEST(SharedThreadTimer, SetTimer_WhoseStartFails_ForgetsTheListenerAndKeepsTheTi
     EXPECT_EQ(thread.abortMsg(&listener), 1);
 }
 
-TEST(SharedThreadTimer, ATimerOfTheThreadItself_ReachesNobody) {
+TEST_F(SharedThreadTimer, ATimerOfTheThreadItself_ReachesNobody) {
     HookScope const scope;
     Collector listener;
     ScopedSharedThread thread;
@@ -595,7 +599,7 @@ TEST(SharedThreadTimer, ATimerOfTheThreadItself_ReachesNobody) {
 
 class SharedThreadTimerPlaces : public utltest::WithManager {
   protected:
-    SharedThreadTimerPlaces() { initializedWatchdog(); }
+    SharedThreadTimerPlaces() { restingWatchdog(); }
 };
 
 // The thread is held, so that the killed timer has left the thread's map and not yet the listeners' map.
@@ -661,7 +665,7 @@ struct QueuedExpiries {
     }
 };
 
-TEST(SharedThreadTimer, HasMsg_OfAQueuedExpiry_GoesByTheTimersOwner) {
+TEST_F(SharedThreadTimer, HasMsg_OfAQueuedExpiry_GoesByTheTimersOwner) {
     QueuedExpiries expiries;
     Collector nobody;
     expiries.with([&] {
@@ -674,7 +678,7 @@ TEST(SharedThreadTimer, HasMsg_OfAQueuedExpiry_GoesByTheTimersOwner) {
     });
 }
 
-TEST(SharedThreadTimer, PeekMsg_OfAQueuedExpiry_GivesTheTimerMsg) {
+TEST_F(SharedThreadTimer, PeekMsg_OfAQueuedExpiry_GivesTheTimerMsg) {
     QueuedExpiries expiries;
     expiries.with([&] {
         utl::ThreadRawMsg raw(4);
@@ -689,7 +693,7 @@ TEST(SharedThreadTimer, PeekMsg_OfAQueuedExpiry_GivesTheTimerMsg) {
     });
 }
 
-TEST(SharedThreadTimer, EraseMsg_OfAListenersExpiries_ErasesTheseAlone) {
+TEST_F(SharedThreadTimer, EraseMsg_OfAListenersExpiries_ErasesTheseAlone) {
     QueuedExpiries expiries;
     expiries.with([&] { EXPECT_TRUE(expiries.thread.eraseMsg(&expiries.listener, utl::MSG_ID_TIMER)); });
     EXPECT_EQ(expiries.listener.received(),
@@ -698,7 +702,7 @@ TEST(SharedThreadTimer, EraseMsg_OfAListenersExpiries_ErasesTheseAlone) {
     EXPECT_EQ(expiries.thread.remTimerIdCount(), 4U) << "an erased expiry counts as one that fired";
 }
 
-TEST(SharedThreadTimer, EraseMsg_OfBroadcastExpiries_ErasesTheseAlone) {
+TEST_F(SharedThreadTimer, EraseMsg_OfBroadcastExpiries_ErasesTheseAlone) {
     QueuedExpiries expiries;
     expiries.with([&] { EXPECT_TRUE(expiries.thread.eraseMsg(utl::MSG_ID_TIMER)); });
     EXPECT_EQ(expiries.listener.received(),
@@ -709,13 +713,13 @@ TEST(SharedThreadTimer, EraseMsg_OfBroadcastExpiries_ErasesTheseAlone) {
 
 // Abort.
 
-TEST(SharedThreadAbort, OfNull_IsZero) {
+TEST_F(SharedThreadAbort, OfNull_IsZero) {
     ScopedSharedThread thread;
     ASSERT_EQ(thread.start(), 0);
     EXPECT_EQ(thread.abortMsg(nullptr), 0);
 }
 
-TEST(SharedThreadAbort, WithoutTimersAndMessages_IsOne) {
+TEST_F(SharedThreadAbort, WithoutTimersAndMessages_IsOne) {
     Collector listener;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.start(), 0);
@@ -723,7 +727,7 @@ TEST(SharedThreadAbort, WithoutTimersAndMessages_IsOne) {
     workOn(thread, [&] { EXPECT_EQ(thread.abortMsg(&listener), 1); });
 }
 
-TEST(SharedThreadAbort, OfAThreadThatDoesNotRun_IsZero) {
+TEST_F(SharedThreadAbort, OfAThreadThatDoesNotRun_IsZero) {
     Collector listener;
     ScopedSharedThread thread;
     EXPECT_EQ(thread.abortMsg(&listener), 0);
@@ -732,14 +736,14 @@ TEST(SharedThreadAbort, OfAThreadThatDoesNotRun_IsZero) {
     EXPECT_EQ(thread.abortMsg(&listener), 0);
 }
 
-TEST(SharedThreadAbort, TakesTheListenersMessagesAndLeavesTheOthers) {
+TEST_F(SharedThreadAbort, TakesTheListenersMessagesAndLeavesTheOthers) {
     FilledQueue queue;
     queue.ask([&] { EXPECT_EQ(queue.thread.abortMsg(&queue.listener), 1); });
     EXPECT_EQ(FilledQueue::numbersOf(queue.listener), (std::vector<int>{1, 3}));
     EXPECT_EQ(FilledQueue::numbersOf(queue.other), std::vector<int>{5});
 }
 
-TEST(SharedThreadAbort, FromOutside_FreesTheListenersSynchronousSenderWithZero) {
+TEST_F(SharedThreadAbort, FromOutside_FreesTheListenersSynchronousSenderWithZero) {
     HookScope const scope;
     FilledQueue queue;
     Holder holder;
@@ -755,7 +759,7 @@ TEST(SharedThreadAbort, FromOutside_FreesTheListenersSynchronousSenderWithZero) 
     EXPECT_TRUE(queue.other.received().empty());
 }
 
-TEST(SharedThreadAbort, KillsTheListenersTimersAndLeavesTheOthers) {
+TEST_F(SharedThreadAbort, KillsTheListenersTimersAndLeavesTheOthers) {
     for (bool const isOnThread : {true, false}) {
         Collector listener;
         Collector other;
@@ -785,14 +789,14 @@ TEST(SharedThreadAbort, KillsTheListenersTimersAndLeavesTheOthers) {
     }
 }
 
-TEST(SharedThreadAbort, WithQueuedExpiries_DeliversNoneOfThem) {
+TEST_F(SharedThreadAbort, WithQueuedExpiries_DeliversNoneOfThem) {
     QueuedExpiries expiries;
     expiries.with([&] { EXPECT_EQ(expiries.thread.abortMsg(&expiries.other), 1); });
     EXPECT_TRUE(expiries.other.received().empty());
     EXPECT_EQ(expiries.listener.received().size(), 2U);
 }
 
-TEST(SharedThreadAbort, WhoseTimerCannotBeKilled_IsZeroAndGoesOnWithTheRest) {
+TEST_F(SharedThreadAbort, WhoseTimerCannotBeKilled_IsZeroAndGoesOnWithTheRest) {
     HookScope const scope;
     LogCapture const log;
     Collector listener;
@@ -812,7 +816,7 @@ TEST(SharedThreadAbort, WhoseTimerCannotBeKilled_IsZeroAndGoesOnWithTheRest) {
     EXPECT_TRUE(thread.killTimer(2, 0));
 }
 
-TEST(SharedThreadAbort, WaitsForTheListenersHandler) {
+TEST_F(SharedThreadAbort, WaitsForTheListenersHandler) {
     HookScope const scope;
     Holder holder;
     ScopedSharedThread thread;

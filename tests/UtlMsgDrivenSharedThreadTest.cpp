@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <climits>
 #include <cstring>
 #include <future>
@@ -39,6 +40,8 @@ T valueAt(utl::ThreadRawMsg const& msg, unsigned int offset) {
     std::memcpy(&value, msg.buffer() + offset, sizeof(value));
     return value;
 }
+
+using SharedThread = WithoutWatchdogThread;
 
 // The messages.
 
@@ -129,7 +132,7 @@ TEST(SharedThreadMsg, AnEnvelope_CopiesBothParts) {
 
 // Attaching.
 
-TEST(SharedThread, AttachMsgListener_BeforeTheStart_TakesEffectAtOnce) {
+TEST_F(SharedThread, AttachMsgListener_BeforeTheStart_TakesEffectAtOnce) {
     Collector listener;
     ScopedSharedThread thread;
     EXPECT_EQ(thread.attachMsgListener(&listener), 1);
@@ -138,7 +141,7 @@ TEST(SharedThread, AttachMsgListener_BeforeTheStart_TakesEffectAtOnce) {
     EXPECT_EQ(listener.received(), (std::vector<Collector::Received>{{thread.getId(), FIRST, 7}}));
 }
 
-TEST(SharedThread, AttachMsgListener_Twice_IsOneAndGivesOneCopyOfEachBroadcast) {
+TEST_F(SharedThread, AttachMsgListener_Twice_IsOneAndGivesOneCopyOfEachBroadcast) {
     Collector early;
     Collector late;
     ScopedSharedThread thread(64, 16, 2);
@@ -153,7 +156,7 @@ TEST(SharedThread, AttachMsgListener_Twice_IsOneAndGivesOneCopyOfEachBroadcast) 
     EXPECT_EQ(late.received().size(), 1U);
 }
 
-TEST(SharedThread, AttachMsgListener_OfNull_IsZero) {
+TEST_F(SharedThread, AttachMsgListener_OfNull_IsZero) {
     ScopedSharedThread thread;
     EXPECT_EQ(thread.attachMsgListener(nullptr), 0);
     ASSERT_EQ(thread.start(), 0);
@@ -162,7 +165,7 @@ TEST(SharedThread, AttachMsgListener_OfNull_IsZero) {
     EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
 }
 
-TEST(SharedThread, AttachMsgListener_BeyondTheMaximum_IsZero) {
+TEST_F(SharedThread, AttachMsgListener_BeyondTheMaximum_IsZero) {
     for (unsigned int maximum = 0; maximum <= 3; ++maximum) {
         for (bool const isRunning : {false, true}) {
             Collector listeners[4];
@@ -179,7 +182,7 @@ TEST(SharedThread, AttachMsgListener_BeyondTheMaximum_IsZero) {
     }
 }
 
-TEST(SharedThread, AListenerCountThatIsNegativeAsSigned_LeavesNoPlace) {
+TEST_F(SharedThread, AListenerCountThatIsNegativeAsSigned_LeavesNoPlace) {
     for (unsigned int const maximum : {0x80000000U, 0xFFFFFFFFU}) {
         Collector listener;
         ScopedSharedThread thread(64, 16, maximum);
@@ -189,7 +192,7 @@ TEST(SharedThread, AListenerCountThatIsNegativeAsSigned_LeavesNoPlace) {
     }
 }
 
-TEST(SharedThread, AttachMsgListener_InAHandler_IsDoneAtOnceForTheNextBroadcast) {
+TEST_F(SharedThread, AttachMsgListener_InAHandler_IsDoneAtOnceForTheNextBroadcast) {
     Collector listener;
     Collector second;
     ScopedSharedThread thread;
@@ -202,7 +205,7 @@ TEST(SharedThread, AttachMsgListener_InAHandler_IsDoneAtOnceForTheNextBroadcast)
     EXPECT_EQ(second.ids(), std::vector<int>{SECOND});
 }
 
-TEST(SharedThread, AttachMsgListener_WhileTheThreadIsBusy_ComesInTheOrderOfTheQueue) {
+TEST_F(SharedThread, AttachMsgListener_WhileTheThreadIsBusy_ComesInTheOrderOfTheQueue) {
     HookScope const scope;
     Collector early;
     Collector late;
@@ -223,7 +226,7 @@ TEST(SharedThread, AttachMsgListener_WhileTheThreadIsBusy_ComesInTheOrderOfTheQu
     EXPECT_EQ(late.ids(), (std::vector<int>{SECOND, THIRD}));
 }
 
-TEST(SharedThread, AttachAndDetach_ThatFindNoPlaceInTheQueue_AreLoggedAndZero) {
+TEST_F(SharedThread, AttachAndDetach_ThatFindNoPlaceInTheQueue_AreLoggedAndZero) {
     LogCapture log;
     Collector listener;
     Holder holder;
@@ -248,7 +251,7 @@ TEST(SharedThread, AttachAndDetach_ThatFindNoPlaceInTheQueue_AreLoggedAndZero) {
     EXPECT_TRUE(other.received().empty());
 }
 
-TEST(SharedThread, AttachAndDetach_AfterTheLoopFailed_AreLoggedAndZero) {
+TEST_F(SharedThread, AttachAndDetach_AfterTheLoopFailed_AreLoggedAndZero) {
     HookScope const scope;
     LogCapture log;
     Collector listener;
@@ -265,7 +268,7 @@ TEST(SharedThread, AttachAndDetach_AfterTheLoopFailed_AreLoggedAndZero) {
                                "<UTIL> ERR: MsgDrivenSharedThread::detachMsgListener(): Can't send thread"}));
 }
 
-TEST(SharedThread, AttachAndDetach_AfterTheStop_AreDoneDirectly) {
+TEST_F(SharedThread, AttachAndDetach_AfterTheStop_AreDoneDirectly) {
     LogCapture const log;
     Collector listeners[2];
     ScopedSharedThread thread(64, 16, 1);
@@ -278,7 +281,7 @@ TEST(SharedThread, AttachAndDetach_AfterTheStop_AreDoneDirectly) {
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(SharedThread, AttachAndDetach_AfterTheThreadHasLeftTheManagement_AreDoneDirectly) {
+TEST_F(SharedThread, AttachAndDetach_AfterTheThreadHasLeftTheManagement_AreDoneDirectly) {
     Collector listener;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.start(), 0);
@@ -287,7 +290,7 @@ TEST(SharedThread, AttachAndDetach_AfterTheThreadHasLeftTheManagement_AreDoneDir
     EXPECT_EQ(thread.detachMsgListener(&listener), 1);
 }
 
-TEST(SharedThread, AttachMsgListener_AfterAStopThatDoesNotWait_WaitsForTheEnd) {
+TEST_F(SharedThread, AttachMsgListener_AfterAStopThatDoesNotWait_WaitsForTheEnd) {
     for (bool const attaches : {true, false}) {
         Collector listener;
         Holder holder;
@@ -309,7 +312,7 @@ TEST(SharedThread, AttachMsgListener_AfterAStopThatDoesNotWait_WaitsForTheEnd) {
 
 // Broadcasts.
 
-TEST(SharedThread, ABroadcast_ReachesTheLastAttachedFirst_AndEachRestoresForItself) {
+TEST_F(SharedThread, ABroadcast_ReachesTheLastAttachedFirst_AndEachRestoresForItself) {
     Collector listeners[4];
     std::vector<int> order;
     ScopedSharedThread thread;
@@ -325,7 +328,7 @@ TEST(SharedThread, ABroadcast_ReachesTheLastAttachedFirst_AndEachRestoresForItse
     }
 }
 
-TEST(SharedThread, EveryWayToBroadcast_ReachesEveryListener) {
+TEST_F(SharedThread, EveryWayToBroadcast_ReachesEveryListener) {
     Collector listeners[2];
     ScopedSharedThread thread;
     ASSERT_EQ(thread.attachMsgListener(&listeners[0]), 1);
@@ -348,7 +351,7 @@ TEST(SharedThread, EveryWayToBroadcast_ReachesEveryListener) {
     }
 }
 
-TEST(SharedThread, ABroadcast_ThatNobodyListensTo_CountsAsDelivered) {
+TEST_F(SharedThread, ABroadcast_ThatNobodyListensTo_CountsAsDelivered) {
     ScopedSharedThread thread;
     ASSERT_EQ(thread.start(), 0);
     EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
@@ -356,7 +359,7 @@ TEST(SharedThread, ABroadcast_ThatNobodyListensTo_CountsAsDelivered) {
 }
 
 // Five listeners, of which number `actor` detaches number `victim`: the order is 4, 3, 2, 1, 0.
-TEST(SharedThread, DetachMsgListener_InAHandler_LeavesTheBroadcastIntact) {
+TEST_F(SharedThread, DetachMsgListener_InAHandler_LeavesTheBroadcastIntact) {
     constexpr int COUNT = 5;
     for (int actor = 0; actor < COUNT; ++actor) {
         for (int victim = 0; victim < COUNT; ++victim) {
@@ -392,7 +395,7 @@ TEST(SharedThread, DetachMsgListener_InAHandler_LeavesTheBroadcastIntact) {
     }
 }
 
-TEST(SharedThread, AHandlerThatDetachesEverybody_EndsTheBroadcast) {
+TEST_F(SharedThread, AHandlerThatDetachesEverybody_EndsTheBroadcast) {
     Collector listeners[4];
     ScopedSharedThread thread;
     for (Collector& listener : listeners) {
@@ -412,7 +415,7 @@ TEST(SharedThread, AHandlerThatDetachesEverybody_EndsTheBroadcast) {
     EXPECT_EQ(listeners[3].received().size(), 1U);
 }
 
-TEST(SharedThread, AHandlerThatDetachesAndAttachesAnother_MovesItBehindTheWalk) {
+TEST_F(SharedThread, AHandlerThatDetachesAndAttachesAnother_MovesItBehindTheWalk) {
     Collector listeners[3];
     ScopedSharedThread thread;
     for (Collector& listener : listeners) {
@@ -428,7 +431,7 @@ TEST(SharedThread, AHandlerThatDetachesAndAttachesAnother_MovesItBehindTheWalk) 
     EXPECT_EQ(listeners[1].received().size(), 1U);
 }
 
-TEST(SharedThread, DetachMsgListener_OfOneThatIsNotAttached_IsOneAndChangesNothing) {
+TEST_F(SharedThread, DetachMsgListener_OfOneThatIsNotAttached_IsOneAndChangesNothing) {
     Collector attached;
     Collector other;
     ScopedSharedThread thread;
@@ -443,7 +446,7 @@ TEST(SharedThread, DetachMsgListener_OfOneThatIsNotAttached_IsOneAndChangesNothi
     EXPECT_EQ(attached.received().size(), 1U);
 }
 
-TEST(SharedThread, DetachMsgListener_FromOutside_EndsTheBroadcastsBehindIt) {
+TEST_F(SharedThread, DetachMsgListener_FromOutside_EndsTheBroadcastsBehindIt) {
     Collector stays;
     Collector goes;
     ScopedSharedThread thread;
@@ -457,7 +460,7 @@ TEST(SharedThread, DetachMsgListener_FromOutside_EndsTheBroadcastsBehindIt) {
     EXPECT_EQ(stays.ids(), (std::vector<int>{FIRST, SECOND}));
 }
 
-TEST(SharedThread, DetachMsgListener_KeepsTheListenersTimersAndMessages) {
+TEST_F(SharedThread, DetachMsgListener_KeepsTheListenersTimersAndMessages) {
     Collector listener;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.start(), 0);
@@ -474,7 +477,7 @@ TEST(SharedThread, DetachMsgListener_KeepsTheListenersTimersAndMessages) {
 
 // Messages to one listener.
 
-TEST(SharedThread, EveryWayToSendToOneListener_ReachesItAlone_AttachedOrNot) {
+TEST_F(SharedThread, EveryWayToSendToOneListener_ReachesItAlone_AttachedOrNot) {
     for (bool const isAttached : {true, false}) {
         Collector listener;
         Collector other;
@@ -501,7 +504,7 @@ TEST(SharedThread, EveryWayToSendToOneListener_ReachesItAlone_AttachedOrNot) {
     }
 }
 
-TEST(SharedThread, AMessageToOneListener_WithAControlId_ReachesItAllTheSame) {
+TEST_F(SharedThread, AMessageToOneListener_WithAControlId_ReachesItAllTheSame) {
     Collector listener;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.start(), 0);
@@ -512,7 +515,7 @@ TEST(SharedThread, AMessageToOneListener_WithAControlId_ReachesItAllTheSame) {
     EXPECT_EQ(listener.ids(), std::vector<int>(std::begin(ids), std::end(ids)));
 }
 
-TEST(SharedThread, SendingToNull_IsZeroAndQueuesNothing) {
+TEST_F(SharedThread, SendingToNull_IsZeroAndQueuesNothing) {
     LogCapture const log;
     ScopedSharedThread thread(64, 1);
     ASSERT_EQ(thread.start(), 0);
@@ -527,7 +530,7 @@ TEST(SharedThread, SendingToNull_IsZeroAndQueuesNothing) {
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(SharedThread, OnTheThreadItself_PostsAreQueuedAndWaitingSendsAreRefused) {
+TEST_F(SharedThread, OnTheThreadItself_PostsAreQueuedAndWaitingSendsAreRefused) {
     Collector listener;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.attachMsgListener(&listener), 1);
@@ -545,7 +548,7 @@ TEST(SharedThread, OnTheThreadItself_PostsAreQueuedAndWaitingSendsAreRefused) {
     EXPECT_EQ(listener.received()[1].number, 7);
 }
 
-TEST(SharedThread, AMessageOfMaxMsgSize_FitsAnEnvelope_AndOneByteMoreIsRefusedWithoutALine) {
+TEST_F(SharedThread, AMessageOfMaxMsgSize_FitsAnEnvelope_AndOneByteMoreIsRefusedWithoutALine) {
     for (unsigned int const maxMsgSize : {1U, 2U, 4U, 64U}) {
         LogCapture const log;
         Collector listener;
@@ -564,7 +567,7 @@ TEST(SharedThread, AMessageOfMaxMsgSize_FitsAnEnvelope_AndOneByteMoreIsRefusedWi
     }
 }
 
-TEST(SharedThread, AThreadForMessagesWithoutFields_TakesTheirIdsAlone) {
+TEST_F(SharedThread, AThreadForMessagesWithoutFields_TakesTheirIdsAlone) {
     Collector listener;
     ScopedSharedThread thread(0);
     ASSERT_EQ(thread.start(), 0);
@@ -573,14 +576,14 @@ TEST(SharedThread, AThreadForMessagesWithoutFields_TakesTheirIdsAlone) {
     EXPECT_EQ(listener.ids(), std::vector<int>{FIRST});
 }
 
-TEST(SharedThread, AMessageSizeWhoseEnvelopeDoesNotFit_IsRefusedAtConstruction) {
+TEST_F(SharedThread, AMessageSizeWhoseEnvelopeDoesNotFit_IsRefusedAtConstruction) {
     unsigned int const largest = UINT_MAX - ADDRESS_BYTES - 8;  // a frame of 32 bits
     for (unsigned int const maxMsgSize : {largest + 1, largest + 4, largest + 8, UINT_MAX - 3, UINT_MAX}) {
         EXPECT_THROW(utl::MsgDrivenSharedThread(maxMsgSize, 1, 1, "large"), std::bad_alloc) << maxMsgSize;
     }
 }
 
-TEST(SharedThread, TheInnerMessage_HasTheSizeOfItsOwnFrame) {
+TEST_F(SharedThread, TheInnerMessage_HasTheSizeOfItsOwnFrame) {
     struct SizeListener : utl::ThreadMsgListener {
         std::atomic<unsigned int> size{0};
         void receiveMsg(int, utl::ThreadRawMsg& msg) override { size = msg.maxSize(); }
@@ -594,7 +597,7 @@ TEST(SharedThread, TheInnerMessage_HasTheSizeOfItsOwnFrame) {
     EXPECT_EQ(listener.size, 68U + 4 + ADDRESS_BYTES);
 }
 
-TEST(SharedThread, ABroadcast_MayBeAsLargeAsAnEnvelope) {
+TEST_F(SharedThread, ABroadcast_MayBeAsLargeAsAnEnvelope) {
     LogCapture const log;
     Collector listener;
     ScopedSharedThread thread(16, 16, 4, "large");
@@ -609,7 +612,7 @@ TEST(SharedThread, ABroadcast_MayBeAsLargeAsAnEnvelope) {
                   std::to_string(largest + 4) + " MsgId:0x00000064"});
 }
 
-TEST(SharedThread, MaxMsgCountMessagesFit_WithAndWithoutAddress) {
+TEST_F(SharedThread, MaxMsgCountMessagesFit_WithAndWithoutAddress) {
     LogCapture const log;
     Collector listener;
     Holder holder;
@@ -630,7 +633,7 @@ TEST(SharedThread, MaxMsgCountMessagesFit_WithAndWithoutAddress) {
     EXPECT_EQ(listener.ids(), (std::vector<int>{1, 2, 3, 4}));
 }
 
-TEST(SharedThread, ASlowSynchronousSender_DoesNotHoldUpOthers) {
+TEST_F(SharedThread, ASlowSynchronousSender_DoesNotHoldUpOthers) {
     HookScope const scope;
     Collector listener;
     Holder holder;
@@ -651,7 +654,7 @@ TEST(SharedThread, ASlowSynchronousSender_DoesNotHoldUpOthers) {
     EXPECT_EQ(listener.ids(), (std::vector<int>{SECOND, FIRST})) << "the interrupt overtakes";
 }
 
-TEST(SharedThread, ManySendersToManyListeners_MixNothingUp) {
+TEST_F(SharedThread, ManySendersToManyListeners_MixNothingUp) {
     constexpr int SENDERS = 4;
     constexpr int MESSAGES = 200;
     Collector listeners[SENDERS];
@@ -685,7 +688,7 @@ TEST(SharedThread, ManySendersToManyListeners_MixNothingUp) {
     }
 }
 
-TEST(SharedThread, SendPaths_AllocateNothingAfterConstruction) {
+TEST_F(SharedThread, SendPaths_AllocateNothingAfterConstruction) {
     struct Silent : utl::ThreadMsgListener {
         std::atomic<int> handled{0};
         void receiveMsg(int, utl::ThreadRawMsg&) override { ++handled; }
@@ -718,7 +721,7 @@ TEST(SharedThread, SendPaths_AllocateNothingAfterConstruction) {
 
 // What arrives.
 
-TEST(SharedThread, AMessageWithoutAReadableId_IsLoggedAndReachesNobody) {
+TEST_F(SharedThread, AMessageWithoutAReadableId_IsLoggedAndReachesNobody) {
     struct Unreadable : utl::ThreadRawMsg {
         Unreadable() : ThreadRawMsg(64) {}
         int getMsgId(int*) override { return 0; }
@@ -734,7 +737,7 @@ TEST(SharedThread, AMessageWithoutAReadableId_IsLoggedAndReachesNobody) {
     EXPECT_TRUE(listener.received().empty());
 }
 
-TEST(SharedThread, AnEnvelopeWithoutAListener_ReachesNobody) {
+TEST_F(SharedThread, AnEnvelopeWithoutAListener_ReachesNobody) {
     Collector listener;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.attachMsgListener(&listener), 1);
@@ -747,7 +750,7 @@ TEST(SharedThread, AnEnvelopeWithoutAListener_ReachesNobody) {
 
 // Start, stop, end.
 
-TEST(SharedThread, Start_ASecondTime_IsMinusOne) {
+TEST_F(SharedThread, Start_ASecondTime_IsMinusOne) {
     ScopedSharedThread thread;
     EXPECT_EQ(thread.start(), 0);
     EXPECT_EQ(thread.start(), -1);
@@ -756,7 +759,7 @@ TEST(SharedThread, Start_ASecondTime_IsMinusOne) {
     EXPECT_EQ(thread.stop(1, 0), -1);
 }
 
-TEST(SharedThread, Start_HandsItsArgumentsOn) {
+TEST_F(SharedThread, Start_HandsItsArgumentsOn) {
     ScopedSharedThread thread;
     EXPECT_EQ(thread.start(0, 0, nullptr, 1, 0, utl::ThreadPriority(utl::ThreadPriority::IDLE), 0), 0);
     EXPECT_TRUE(thread.hasDone(utl::Thread::READY));
@@ -766,7 +769,7 @@ TEST(SharedThread, Start_HandsItsArgumentsOn) {
     EXPECT_STREQ(thread.getName().buffer(), "shared");
 }
 
-TEST(SharedThread, StartAndStop_OnTheThreadItself_AreMinusOneAtOnce) {
+TEST_F(SharedThread, StartAndStop_OnTheThreadItself_AreMinusOneAtOnce) {
     ScopedSharedThread thread;
     ASSERT_EQ(thread.start(), 0);
     workOn(thread, [&] {
@@ -777,7 +780,7 @@ TEST(SharedThread, StartAndStop_OnTheThreadItself_AreMinusOneAtOnce) {
     EXPECT_FALSE(thread.hasRequestedStop());
 }
 
-TEST(SharedThread, Stop_InAHandlerWhileSomebodyAttaches_IsMinusOneAtOnce) {
+TEST_F(SharedThread, Stop_InAHandlerWhileSomebodyAttaches_IsMinusOneAtOnce) {
     HookScope const scope;
     Collector listener;
     Gate attaching;
@@ -796,7 +799,7 @@ TEST(SharedThread, Stop_InAHandlerWhileSomebodyAttaches_IsMinusOneAtOnce) {
     EXPECT_EQ(attached.get(), 1);
 }
 
-TEST(SharedThread, Sends_AfterTheRequestToStop_AreRefused) {
+TEST_F(SharedThread, Sends_AfterTheRequestToStop_AreRefused) {
     HookScope const scope;
     Collector listener;
     Holder holder;
@@ -813,7 +816,7 @@ TEST(SharedThread, Sends_AfterTheRequestToStop_AreRefused) {
     EXPECT_EQ(thread.postMsg(&listener, FIRST), 0);
 }
 
-TEST(SharedThread, ASynchronousSendThatIsQueuedBehindAStop_ComesBackWithZero) {
+TEST_F(SharedThread, ASynchronousSendThatIsQueuedBehindAStop_ComesBackWithZero) {
     HookScope const scope;
     Collector listener;
     Holder holder;
@@ -829,7 +832,7 @@ TEST(SharedThread, ASynchronousSendThatIsQueuedBehindAStop_ComesBackWithZero) {
     EXPECT_TRUE(listener.received().empty());
 }
 
-TEST(SharedThread, Destructor_OfAThreadThatWasNotStopped_WaitsForItsLoop) {
+TEST_F(SharedThread, Destructor_OfAThreadThatWasNotStopped_WaitsForItsLoop) {
     for (int round = 0; round < 20; ++round) {
         LogCapture const log;
         Collector listener;
@@ -845,7 +848,10 @@ TEST(SharedThread, Destructor_OfAThreadThatWasNotStopped_WaitsForItsLoop) {
             id = thread.getId();
         }
         EXPECT_FALSE(utl::ThreadManager::get()->isThreadActive(id));
-        EXPECT_EQ(log.lines().size(), 1U);
+        ASSERT_FALSE(log.lines().empty());
+        EXPECT_EQ(log.lines().back(),
+                  "<UTIL> ERR: MsgDrivenThread(forgotten) Error. read Ret:4294967295 errno:" +
+                      std::to_string(EBADF) + " !!Break msg loop!!");
         EXPECT_TRUE(utl::ThreadManager::get()->unregister(id));
     }
 }
@@ -880,8 +886,7 @@ std::atomic<int> gTrailThread{0};
 // The clock is read for each sign of life, behind the note of the place.
 int noteAndReadClock(clockid_t clock, timespec* time) {
     if (kernelId() == gTrailThread) {
-        utl::StatementInfo const place = utl::ThreadWatchdogTestAccess::lastStatement(
-            utl::ThreadManagerTestAccess::watchdog(), gTrailThread);
+        utl::StatementInfo const place = lastStatementOf(gTrailThread);
         std::lock_guard<std::mutex> const guard(gTrailMutex);
         gTrail.push_back(place);
     }
@@ -890,7 +895,7 @@ int noteAndReadClock(clockid_t clock, timespec* time) {
 
 class SharedThreadKeepAlive : public utltest::WithManager {
   protected:
-    SharedThreadKeepAlive() { initializedWatchdog(); }
+    SharedThreadKeepAlive() { restingWatchdog(); }
     ~SharedThreadKeepAlive() override { gTrailThread = 0; }
 
     /// The places of thread `id` that it reports inside `work`, as "function sub". Two that belong together
@@ -1000,10 +1005,7 @@ TEST_F(SharedThreadKeepAlive, ShowsWhereACallerWaits) {
     ASSERT_EQ(thread.start(), 0);
     int const caller = kernelId();
     utl::StatementInfo inside("", "", 0, 0);
-    workOn(thread, [&] {
-        inside =
-            utl::ThreadWatchdogTestAccess::lastStatement(utl::ThreadManagerTestAccess::watchdog(), caller);
-    });
+    workOn(thread, [&] { inside = lastStatementOf(caller); });
     EXPECT_STREQ(inside.file, "source/UtlMsgDrivenSharedThread");
     EXPECT_STREQ(inside.function, "sendMsgSync");
     EXPECT_EQ(inside.sub, 1U);
