@@ -1,0 +1,321 @@
+// 100 periodic timers of 10 ms on one message thread, against the same POSIX timers with a handler that
+// writes 8 bytes and a thread that reads them and queues a second token; and against timerfd with epoll.
+//
+// Lateness is taken by the receiver: from the time at which the expiry was due. A run of each kind takes a
+// second, in turn with the others; the figures are medians over the runs.
+
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/timerfd.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "BenchRatio.h"
+#include "UtlMsgDrivenThread.h"
+#include "UtlThreadManager.h"
+
+namespace {
+
+constexpr unsigned int TIMERS = 100;
+constexpr unsigned int PERIOD_MS = 10;
+constexpr unsigned int RUN_MS = 1000;
+constexpr unsigned int RUNS = 7;
+
+double processorNanoseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
+}
+
+void sleepMilliseconds(unsigned int milliseconds) {
+    timespec left = {milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1000000};
+    while (nanosleep(&left, &left) != 0) {
+    }
+}
+
+// Expiries as the receiver sees them.
+class Arrivals {
+  public:
+    explicit Arrivals(size_t expected) { mLateness.reserve(2 * expected); }
+
+    void start(unsigned int timer, double first) { mDue[timer] = first; }
+
+    // The expiry that is due last at the time of its arrival counts: those before it were swallowed.
+    void arrive(unsigned int timer) {
+        double const now = utlbench::monotonicNanoseconds();
+        double const period = PERIOD_MS * 1e6;
+        while (mDue[timer] + period <= now) {
+            mDue[timer] += period;
+        }
+        mLateness.push_back(now - mDue[timer]);
+        mDue[timer] += period;
+    }
+
+    size_t count() const { return mLateness.size(); }
+
+    double percentile(double share) {
+        if (mLateness.empty()) {
+            return 0;
+        }
+        auto const place =
+            mLateness.begin() + static_cast<long>(share * static_cast<double>(mLateness.size() - 1));
+        std::nth_element(mLateness.begin(), place, mLateness.end());
+        return *place;
+    }
+
+  private:
+    double mDue[TIMERS + 1] = {};
+    std::vector<double> mLateness;
+};
+
+struct Figures {
+    double processor;
+    double median;
+    double late;
+    double delivered;
+};
+
+constexpr double EXPECTED = 1.0 * TIMERS * RUN_MS / PERIOD_MS;
+
+// When timer `timer` is started in relation to the first.
+unsigned int offsetMicroseconds(unsigned int timer, bool spread) {
+    return spread ? timer * PERIOD_MS * 1000 / TIMERS : 0;
+}
+
+void waitUntil(double time) {
+    while (utlbench::monotonicNanoseconds() < time) {
+    }
+}
+
+Figures figuresOf(double processorBefore, Arrivals& arrivals) {
+    return {(processorNanoseconds() - processorBefore) / 1e6, arrivals.percentile(0.5) / 1e3,
+            arrivals.percentile(0.99) / 1e3, static_cast<double>(arrivals.count()) / EXPECTED};
+}
+
+// The library.
+
+class Receiver : public utl::ThreadMsgListener {
+  public:
+    Arrivals arrivals{static_cast<size_t>(EXPECTED)};
+
+    void receiveMsg(int, utl::ThreadRawMsg& raw) override {
+        utl::TimerMsg msg;
+        msg.restoreFrom(raw);
+        if (msg.getMsgId() == utl::MSG_ID_TIMER) {
+            arrivals.arrive(static_cast<unsigned int>(msg.mTimerId));
+        }
+    }
+};
+
+Figures runLibrary(bool spread) {
+    Receiver receiver;
+    utl::MsgDrivenThread thread(16, 256, "timers", TIMERS);
+    thread.start(&receiver);
+    double const begin = utlbench::monotonicNanoseconds() + 5e6;
+    for (unsigned int i = 0; i < TIMERS; ++i) {
+        waitUntil(begin + offsetMicroseconds(i, spread) * 1e3);
+        receiver.arrivals.start(i + 1, utlbench::monotonicNanoseconds() + PERIOD_MS * 1e6);
+        thread.setTimer(PERIOD_MS, 1, 0, 1);
+    }
+    double const before = processorNanoseconds();
+    sleepMilliseconds(RUN_MS);
+    thread.stop();
+    thread.leaveManagement();
+    return figuresOf(before, receiver.arrivals);
+}
+
+// Bare.
+
+int gBarePipe[2];
+
+void bareHandler(int, siginfo_t* info, void*) {
+    int const token[2] = {1, info->si_value.sival_int};
+    ssize_t const written = write(gBarePipe[1], token, sizeof(token));
+    utlbench::keep(written);
+}
+
+void readBare(Arrivals& arrivals) {
+    int token[2];
+    while (read(gBarePipe[0], token, sizeof(token)) == sizeof(token) && token[0] != 0) {
+        if (token[0] == 1) {
+            token[0] = 2;
+            ssize_t const written = write(gBarePipe[1], token, sizeof(token));
+            utlbench::keep(written);
+        } else {
+            arrivals.arrive(static_cast<unsigned int>(token[1]));
+        }
+    }
+}
+
+timer_t bareTimer(unsigned int number) {
+    sigevent event;
+    std::memset(&event, 0, sizeof(event));
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = SIGRTMIN + 6;
+    event.sigev_value.sival_int = static_cast<int>(number);
+    timer_t timer;
+    itimerspec spec = {};
+    spec.it_value.tv_nsec = spec.it_interval.tv_nsec = PERIOD_MS * 1000000L;
+    if (timer_create(CLOCK_MONOTONIC, &event, &timer) != 0 || timer_settime(timer, 0, &spec, nullptr) != 0) {
+        std::abort();
+    }
+    return timer;
+}
+
+Figures runBare(bool spread) {
+    struct sigaction action = {};
+    action.sa_sigaction = bareHandler;
+    action.sa_flags = SA_SIGINFO | SA_RESTART;
+    if (sigaction(SIGRTMIN + 6, &action, nullptr) != 0 || pipe(gBarePipe) != 0) {
+        std::abort();
+    }
+    Arrivals arrivals(static_cast<size_t>(EXPECTED));
+    std::thread reader([&arrivals] { readBare(arrivals); });
+    std::vector<timer_t> timers;
+    double const begin = utlbench::monotonicNanoseconds() + 5e6;
+    for (unsigned int i = 0; i < TIMERS; ++i) {
+        waitUntil(begin + offsetMicroseconds(i, spread) * 1e3);
+        arrivals.start(i + 1, utlbench::monotonicNanoseconds() + PERIOD_MS * 1e6);
+        timers.push_back(bareTimer(i + 1));
+    }
+    double const before = processorNanoseconds();
+    sleepMilliseconds(RUN_MS);
+    for (timer_t const timer : timers) {
+        timer_delete(timer);
+    }
+    int const end[2] = {0, 0};
+    ssize_t const written = write(gBarePipe[1], end, sizeof(end));
+    utlbench::keep(written);
+    reader.join();
+    close(gBarePipe[0]);
+    close(gBarePipe[1]);
+    return figuresOf(before, arrivals);
+}
+
+// timerfd with epoll.
+
+void readTimerFds(int epoll, Arrivals& arrivals, std::atomic<bool> const& ended) {
+    epoll_event events[TIMERS];
+    while (!ended) {
+        int const count = epoll_wait(epoll, events, static_cast<int>(TIMERS), 50);
+        for (int i = 0; i < count; ++i) {
+            unsigned long long expiries = 0;
+            auto const handle = static_cast<int>(events[i].data.u64 >> 32);
+            if (read(handle, &expiries, sizeof(expiries)) == sizeof(expiries)) {
+                arrivals.arrive(static_cast<unsigned int>(events[i].data.u64 & 0xFFFFFFFFU));
+            }
+        }
+    }
+}
+
+Figures runTimerFd(bool spread) {
+    Arrivals arrivals(static_cast<size_t>(EXPECTED));
+    int const epoll = epoll_create1(0);
+    std::atomic<bool> ended{false};
+    std::thread reader([&] { readTimerFds(epoll, arrivals, ended); });
+    std::vector<int> handles;
+    double const begin = utlbench::monotonicNanoseconds() + 5e6;
+    for (unsigned int i = 0; i < TIMERS; ++i) {
+        waitUntil(begin + offsetMicroseconds(i, spread) * 1e3);
+        int const handle = timerfd_create(CLOCK_MONOTONIC, 0);
+        epoll_event event = {};
+        event.events = EPOLLIN;
+        event.data.u64 = static_cast<unsigned long long>(handle) << 32 | (i + 1);
+        itimerspec spec = {};
+        spec.it_value.tv_nsec = spec.it_interval.tv_nsec = PERIOD_MS * 1000000L;
+        arrivals.start(i + 1, utlbench::monotonicNanoseconds() + PERIOD_MS * 1e6);
+        if (epoll_ctl(epoll, EPOLL_CTL_ADD, handle, &event) != 0 ||
+            timerfd_settime(handle, 0, &spec, nullptr) != 0) {
+            std::abort();
+        }
+        handles.push_back(handle);
+    }
+    double const before = processorNanoseconds();
+    sleepMilliseconds(RUN_MS);
+    ended = true;
+    reader.join();
+    for (int const handle : handles) {
+        close(handle);
+    }
+    close(epoll);
+    return figuresOf(before, arrivals);
+}
+
+// The table.
+
+double median(std::vector<double> values) {
+    std::nth_element(values.begin(), values.begin() + static_cast<long>(values.size() / 2), values.end());
+    return values[values.size() / 2];
+}
+
+Figures medianOf(std::vector<Figures> const& runs) {
+    auto const of = [&runs](double Figures::*field) {
+        std::vector<double> values;
+        for (Figures const& run : runs) {
+            values.push_back(run.*field);
+        }
+        return median(values);
+    };
+    return {of(&Figures::processor), of(&Figures::median), of(&Figures::late), of(&Figures::delivered)};
+}
+
+void print(char const* name, Figures const& figures) {
+    std::printf(
+        "%-10s %8.2f ms processor, lateness %7.1f us median %7.1f us 99th percentile, %6.2f %% delivered\n",
+        name, figures.processor, figures.median, figures.late, figures.delivered * 100);
+}
+
+std::FILE* gRows = nullptr;
+
+void printRatio(char const* name, bool spread, double subject, double baseline, double goal) {
+    double const ratio = subject / baseline;
+    char const* const answer = ratio <= goal ? "yes" : "no";
+    std::printf("ratio %.3f, goal %.3f, reached %s: %s\n", ratio, goal, answer, name);
+    if (gRows != nullptr) {
+        std::fprintf(gRows, "100 timers, %s: %s\t%.1f\t%.1f\t%.3f\t%.3f\t%s\n",
+                     spread ? "spread" : "due together", name, subject, baseline, ratio, goal, answer);
+    }
+}
+
+void compare(bool spread) {
+    std::vector<Figures> library;
+    std::vector<Figures> bare;
+    std::vector<Figures> timerFd;
+    for (unsigned int i = 0; i < RUNS; ++i) {
+        library.push_back(runLibrary(spread));
+        bare.push_back(runBare(spread));
+        timerFd.push_back(runTimerFd(spread));
+    }
+    std::printf("100 timers of 10 ms, %s, for %u ms:\n", spread ? "spread" : "due together", RUN_MS);
+    Figures const ours = medianOf(library);
+    Figures const theirs = medianOf(bare);
+    print("library", ours);
+    print("bare", theirs);
+    print("timerfd", medianOf(timerFd));
+    printRatio("processor time (ms)", spread, ours.processor, theirs.processor, 1.3);
+    printRatio("median lateness (us)", spread, ours.median, theirs.median, 1.3);
+    printRatio("99th percentile of lateness (us)", spread, ours.late, theirs.late, 1.3);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    constexpr char ROWS_OPTION[] = "--ratio_rows=";
+    for (int i = 1; i < argc; ++i) {
+        if (std::strncmp(argv[i], ROWS_OPTION, sizeof(ROWS_OPTION) - 1) == 0) {
+            gRows = std::fopen(argv[i] + sizeof(ROWS_OPTION) - 1, "ae");
+        }
+    }
+    utl::ThreadManager::get();
+    compare(false);
+    compare(true);
+    return gRows == nullptr || std::fclose(gRows) == 0 ? 0 : 1;
+}
