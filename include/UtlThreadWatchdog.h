@@ -208,8 +208,10 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     bool executeStop(int id);
     bool executeKeepAlive(int id, StatementInfo const& info);
 
-    // The steps of a look at the table, on the watchdog's thread.
+    /// One look at the table, on the watchdog's thread: times every overdue thread out.
     void executeWatchThreads();
+
+    /// Times thread `id` out, if it still is watched and not timed out, and tells its listener.
     void executeWatchdogTimeout(int id);
 
   private:
