@@ -81,6 +81,11 @@ inline int kernelId() {
     return static_cast<int>(syscall(SYS_gettid));
 }
 
+/// True as long as the kernel knows a thread of this process by this id.
+inline bool lives(int id) {
+    return syscall(SYS_tgkill, getpid(), id, 0) == 0;
+}
+
 /// An id that the kernel gives to no thread.
 inline constexpr int NO_THREAD = 10000000;
 

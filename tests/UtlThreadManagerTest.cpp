@@ -29,6 +29,7 @@ using utltest::foreignEntry;
 using utltest::HeldThread;
 using utltest::HookScope;
 using utltest::kernelId;
+using utltest::lives;
 using utltest::LogCapture;
 using utltest::NO_THREAD;
 using utltest::runOnManagedThread;
@@ -48,10 +49,6 @@ std::string lineOf(char const* prefix, char const* format, int id, int osValue, 
 
 std::string numbered(char const* before, int id, std::string const& behind) {
     return before + std::to_string(id) + behind;
-}
-
-bool lives(int id) {
-    return syscall(SYS_tgkill, getpid(), id, 0) == 0;
 }
 
 // The instance.

@@ -628,10 +628,12 @@ TEST_F(WatchdogLife, GetAndDestroy_AThousandTimes_LeaveNothingBehind) {
         ThreadManager::get();
         ThreadManager::destroy();
     };
+    int const first = watchdogId();
     round();
-    while (entriesOf("/proc/self/task") != 1) {
+    while (lives(first)) {
         std::this_thread::yield();
     }
+    size_t const threads = entriesOf("/proc/self/task");
     size_t const handles = entriesOf("/proc/self/fd");
     int const allocated = gAllocated;
     for (int i = 0; i < 1000; ++i) {
@@ -642,7 +644,7 @@ TEST_F(WatchdogLife, GetAndDestroy_AThousandTimes_LeaveNothingBehind) {
     EXPECT_EQ(hooks::timerCreate.calls(), 1001U);
     EXPECT_EQ(liveTimers(), 0U);
     EXPECT_EQ(hooks::threadDetach.calls(), 1001U);
-    while (entriesOf("/proc/self/task") != 1) {
+    while (entriesOf("/proc/self/task") > threads) {
         std::this_thread::yield();
     }
     EXPECT_TRUE(mLog.lines().empty());
