@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "UtlKeepAlive.h"
 #include "UtlLog.h"
@@ -76,9 +77,12 @@ class FreeTree {
     unsigned int mLevelCount;
 };
 
-// A size that cannot be had at all becomes one that the allocator refuses.
+// What `new` throws itself where a size cannot be had at all.
 size_t allocatable(unsigned long long count) {
-    return count <= PTRDIFF_MAX ? static_cast<size_t>(count) : SIZE_MAX;
+    if (count > PTRDIFF_MAX) {
+        throw std::bad_alloc();
+    }
+    return static_cast<size_t>(count);
 }
 
 // Takes the pool's lock; a thread that waits for it shows in the watchdog's report.
