@@ -155,6 +155,7 @@ int main(int argc, char** argv) {
     thread.stop();
     applog(LOG_TYPE, utl::LOG_LEVEL_INFO, "thread %d has stopped", thread.getId());
     if (!complete) {
+        thread.leaveManagement();
         errno = readError;
         return complain("cannot read", path);
     }

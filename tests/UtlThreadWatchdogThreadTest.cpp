@@ -664,9 +664,11 @@ TEST(WatchdogDeathTest, AProcessThatReturnsFromMainWhileThreadsTimeOut_EndsClean
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            new LogCapture;
-            auto* const listener = new NotingListener;
-            listener->then = [listener](int id, WatchdogInfos const&) {
+            // Static, because the process ends with both in use.
+            static auto* const log = new LogCapture;
+            static auto* const listener = new NotingListener;
+            log->clear();
+            listener->then = [](int id, WatchdogInfos const&) {
                 ThreadManager::get()->unregisterWatchdog(id);
                 ThreadManager::get()->entryWatchdog(1, listener, id);
                 ThreadManager::get()->startWatchdog(id);
