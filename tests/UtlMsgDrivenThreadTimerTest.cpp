@@ -1053,24 +1053,25 @@ TEST_F(MsgTimer, OnEraseTimer_OfAnErasedTimeout_RunsOnTheMessageThread) {
     BlockedRoad road;
     ASSERT_EQ(road.thread.start(&road.collector), 0);
     int timer = -1;
+    // The blocker is read in front of the expiry's token, and so the question stands in front of the timeout.
     road.onOther = [&](int id, int) {
         if (id == FIRST) {
             timer = road.thread.setTimer(60000, 0, 1, 0);
+            road.thread.postMsg(BLOCKER);
             expire(road.thread, timer);
         }
     };
     ASSERT_EQ(road.thread.sendMsgSync(FIRST), 1);
-    // The expiry's token stands in front of the blocker's, and its timeout may stand on either side.
-    ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
     ASSERT_TRUE(road.entered.wait());
-    road.onOther = MsgHandler::Function();
     hooks::write.reset();
     auto erased = std::async(std::launch::async, [&] { return road.thread.eraseMsg(utl::MSG_ID_TIMER); });
     waitForTokens(1);
     road.gate.open();
     EXPECT_TRUE(erased.get());
+    EXPECT_EQ(road.thread.sendMsgSync(FIRST + 1), 1);
     EXPECT_EQ(road.thread.erasedTimers(), std::vector<int>{timer});
     EXPECT_EQ(road.thread.erasingThreads(), std::vector<int>{road.thread.getId()});
+    EXPECT_EQ(road.collector.ids(), (std::vector<int>{FIRST, BLOCKER, FIRST + 1})) << "and no timeout";
 }
 
 TEST_F(MsgTimer, OnEraseTimer_OfAKillThatDoesNotWait_ComesBeforeTheSystemTimerIsDeleted) {
