@@ -923,6 +923,88 @@ TEST_F(MsgDrivenThread, Destructor_OfARunningThreadWhosePipeIsFull_WaitsForItsLo
     EXPECT_TRUE(utl::ThreadManager::get()->unregister(id));
 }
 
+// A message thread under the watchdog, whose table works without a thread of its own here. The reports look
+// at the clock and are seen from there.
+
+using WatchdogAccess = utl::ThreadWatchdogTestAccess;
+
+std::atomic<int> gWatched{0};
+std::vector<std::string> gReports;  // of the watched thread, which alone writes it
+
+utl::WatchdogInfo watchedInfo() {
+    return WatchdogAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(), gWatched);
+}
+
+// Leaves another `errno` behind, as a report may.
+int clockThatNotesReports(clockid_t clock, timespec* out) {
+    if (gWatched == kernelId()) {
+        utl::WatchdogInfo const info = watchedInfo();
+        if (WatchdogAccess::isInKeepAlive(utl::ThreadManagerTestAccess::watchdog())) {
+            gReports.push_back(std::string("alive ") + info.lastStatement.file + " " +
+                               info.lastStatement.function + " " + std::to_string(info.lastStatement.sub));
+        } else if (info.watchStatus == utl::WatchdogInfo::WATCHING) {
+            gReports.push_back("start");
+        }
+    }
+    int const result = hooks::clockGetTime.real(clock, out);
+    errno = ENOTTY;
+    return result;
+}
+
+ssize_t readThatIsNoted(int handle, void* out, size_t bytes) {
+    gReports.push_back(watchedInfo().watchStatus == utl::WatchdogInfo::WATCHING ? "read, watched"
+                                                                                : "read, stopped");
+    return hooks::read.real(handle, out, bytes);
+}
+
+TEST_F(MsgDrivenThread, UnderTheWatchdog_ReportsBeforeAndBehindAReadDuringWhichItIsNotWatched) {
+    HookScope const scope;
+    WatchdogAccess::setInitialized(utl::ThreadManagerTestAccess::watchdog(), true);
+    Collector collector;
+    ScopedMsgThread thread;
+    std::vector<std::string> between;
+    collector.onMsg = [&](int id, int) {
+        if (id == FIRST) {
+            gReports.clear();
+        } else {
+            between = gReports;
+        }
+    };
+    ASSERT_EQ(thread.start(&collector, 1, 60000), 0);
+    ASSERT_TRUE(utl::ThreadManager::get()->isRegisteredWatchdog(thread.getId()));
+    gWatched = thread.getId();
+    hooks::clockGetTime.replace(clockThatNotesReports);
+    hooks::read.replace(readThatIsNoted);
+    EXPECT_EQ(thread.sendMsgSync(FIRST - 1), 1);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(thread.sendMsgSync(SECOND), 1);
+    thread.finish();
+    std::string const alive = "alive source/UtlMsgDrivenThread execute 0";
+    EXPECT_EQ(between, (std::vector<std::string>{alive, alive, "read, stopped", "start", alive}))
+        << "the first is that of the message before";
+}
+
+TEST_F(MsgDrivenThread, UnderTheWatchdog_ErrnoOfTheReadOutlivesTheReports) {
+    HookScope const scope;
+    LogCapture const log;
+    WatchdogAccess::setInitialized(utl::ThreadManagerTestAccess::watchdog(), true);
+    Collector collector;
+    ScopedMsgThread thread(8, 4, "watched");
+    hooks::clockGetTime.replace(clockThatNotesReports);
+    hooks::read.failFrom(1, 2, -1, EINTR);
+    ASSERT_EQ(thread.start(&collector, 1, 60000), 0);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(log.count("<UTIL> INF: MsgDrivenThread(watched) Error. read Ret:4294967295 errno:" +
+                        std::to_string(EINTR) + "=EINTR Retry read"),
+              2U);
+    hooks::read.failFrom(1, 0, -1, EIO);
+    EXPECT_EQ(thread.postMsg(SECOND), 1);
+    EXPECT_EQ(thread.waitTo(3, 0), 0);
+    EXPECT_EQ(log.count("<UTIL> ERR: MsgDrivenThread(watched) Error. read Ret:4294967295 errno:" +
+                        std::to_string(EIO) + " !!Break msg loop!!"),
+              1U);
+}
+
 TEST_F(MsgDrivenThread, FramesBeyondThirtyTwoBits_AreNotAllocatedOnAnyAbi) {
     auto const make = [](unsigned int size, unsigned int count) {
         utl::MsgDrivenThread(size, count, "huge");
