@@ -35,9 +35,14 @@ double processorNanoseconds() {
     return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
 }
 
+// To a point in time: what is left of an interrupted sleep grows a little with each of the signals.
 void sleepMilliseconds(unsigned int milliseconds) {
-    timespec left = {milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1000000};
-    while (nanosleep(&left, &left) != 0) {
+    timespec end{};
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    long const nanoseconds = end.tv_nsec + static_cast<long>(milliseconds % 1000) * 1000000;
+    end.tv_sec += static_cast<time_t>(milliseconds / 1000) + nanoseconds / 1000000000;
+    end.tv_nsec = nanoseconds % 1000000000;
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) != 0) {
     }
 }
 
@@ -50,7 +55,7 @@ class Arrivals {
 
     // The expiry that is due last at the time of its arrival counts: those before it were swallowed.
     void arrive(unsigned int timer) {
-        double const now = utlbench::monotonicNanoseconds();
+        double const now = utlbench::WALL_TIME();
         double const period = PERIOD_MS * 1e6;
         while (mDue[timer] + period <= now) {
             mDue[timer] += period;
@@ -91,7 +96,7 @@ unsigned int offsetMicroseconds(unsigned int timer, bool spread) {
 }
 
 void waitUntil(double time) {
-    while (utlbench::monotonicNanoseconds() < time) {
+    while (utlbench::WALL_TIME() < time) {
     }
 }
 
@@ -119,10 +124,10 @@ Figures runLibrary(bool spread) {
     Receiver receiver;
     utl::MsgDrivenThread thread(16, 256, "timers", TIMERS);
     thread.start(&receiver);
-    double const begin = utlbench::monotonicNanoseconds() + 5e6;
+    double const begin = utlbench::WALL_TIME() + 5e6;
     for (unsigned int i = 0; i < TIMERS; ++i) {
         waitUntil(begin + offsetMicroseconds(i, spread) * 1e3);
-        receiver.arrivals.start(i + 1, utlbench::monotonicNanoseconds() + PERIOD_MS * 1e6);
+        receiver.arrivals.start(i + 1, utlbench::WALL_TIME() + PERIOD_MS * 1e6);
         thread.setTimer(PERIOD_MS, 1, 0, 1);
     }
     double const before = processorNanoseconds();
@@ -180,10 +185,10 @@ Figures runBare(bool spread) {
     Arrivals arrivals(static_cast<size_t>(EXPECTED));
     std::thread reader([&arrivals] { readBare(arrivals); });
     std::vector<timer_t> timers;
-    double const begin = utlbench::monotonicNanoseconds() + 5e6;
+    double const begin = utlbench::WALL_TIME() + 5e6;
     for (unsigned int i = 0; i < TIMERS; ++i) {
         waitUntil(begin + offsetMicroseconds(i, spread) * 1e3);
-        arrivals.start(i + 1, utlbench::monotonicNanoseconds() + PERIOD_MS * 1e6);
+        arrivals.start(i + 1, utlbench::WALL_TIME() + PERIOD_MS * 1e6);
         timers.push_back(bareTimer(i + 1));
     }
     double const before = processorNanoseconds();
@@ -222,7 +227,7 @@ Figures runTimerFd(bool spread) {
     std::atomic<bool> ended{false};
     std::thread reader([&] { readTimerFds(epoll, arrivals, ended); });
     std::vector<int> handles;
-    double const begin = utlbench::monotonicNanoseconds() + 5e6;
+    double const begin = utlbench::WALL_TIME() + 5e6;
     for (unsigned int i = 0; i < TIMERS; ++i) {
         waitUntil(begin + offsetMicroseconds(i, spread) * 1e3);
         int const handle = timerfd_create(CLOCK_MONOTONIC, 0);
@@ -231,7 +236,7 @@ Figures runTimerFd(bool spread) {
         event.data.u64 = static_cast<unsigned long long>(handle) << 32 | (i + 1);
         itimerspec spec = {};
         spec.it_value.tv_nsec = spec.it_interval.tv_nsec = PERIOD_MS * 1000000L;
-        arrivals.start(i + 1, utlbench::monotonicNanoseconds() + PERIOD_MS * 1e6);
+        arrivals.start(i + 1, utlbench::WALL_TIME() + PERIOD_MS * 1e6);
         if (epoll_ctl(epoll, EPOLL_CTL_ADD, handle, &event) != 0 ||
             timerfd_settime(handle, 0, &spec, nullptr) != 0) {
             std::abort();
