@@ -4,6 +4,7 @@
 
 #include "UtlArray.h"
 #include "UtlBasicString.h"
+#include "UtlCharSet.h"
 #include "UtlEvent.h"
 #include "UtlLog.h"
 #include "UtlMap.h"

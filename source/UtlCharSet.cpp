@@ -1,0 +1,220 @@
+#include "UtlCharSet.h"
+
+#include <cstring>
+#include <cwchar>
+
+#include "UtlCharSetOutput.h"
+#include "UtlCodeTable.h"
+
+namespace utl {
+
+namespace {
+
+constexpr unsigned short BYTE_ORDER_MARK = 0xFEFF;
+constexpr unsigned short SWAPPED_BYTE_ORDER_MARK = 0xFFFE;
+
+// An upper bound for one character in any form of the text.
+constexpr unsigned int MAX_CHAR_BYTES = 6;
+
+constexpr bool isMark(unsigned short unit) {
+    return unit == BYTE_ORDER_MARK || unit == SWAPPED_BYTE_ORDER_MARK;
+}
+
+/// The bytes of a unit as one big-endian number.
+constexpr unsigned int utf8Number(unsigned int unit) {
+    unsigned int const last = 0x80U | (unit & 0x3FU);
+    if (unit < 0x80) {
+        return unit;
+    }
+    if (unit < 0x800) {
+        return (0xC0U | unit >> 6U) << 8U | last;
+    }
+    return (0xE0U | unit >> 12U) << 16U | (0x80U | (unit >> 6U & 0x3FU)) << 8U | last;
+}
+
+/// The unit of the whole character of 1 to 3 bytes at `text`.
+unsigned int unitOf(char const* text, unsigned int bytes) {
+    unsigned int unit = static_cast<unsigned char>(*text) & (bytes == 1 ? 0x7FU : 0x7FU >> bytes);
+    for (unsigned int i = 1; i < bytes; ++i) {
+        unit = unit << 6U | (static_cast<unsigned char>(text[i]) & 0x3FU);
+    }
+    return unit;
+}
+
+/// Moves on behind the character of `BYTES` bytes that begins at `*text`; a broken one ends the text.
+template <unsigned int BYTES, typename OUTPUT>
+Step putUnit(char const** text, OUTPUT* output) {
+    if (!isWholeSequence(*text, BYTES)) {
+        return Step::END;
+    }
+    unsigned int const unit = BYTES <= 3 ? unitOf(*text, BYTES) : UNMAPPED_UTF16;
+    *text += BYTES;
+    return output->put(unit);
+}
+
+/// Copies `src` with its terminator.
+unsigned int copyBytes(char* dst, unsigned int dstSize, char const* src) {
+    if (src == nullptr) {
+        return INVALID_SIZE;
+    }
+    unsigned int const size = textLength(src) + 1;
+    if (dstSize == 0) {
+        return size;
+    }
+    if (dst == nullptr || dstSize < size) {
+        return INVALID_SIZE;
+    }
+    std::memcpy(dst, src, size);
+    return size;
+}
+
+/// Terminates what the platform's converter has `written`, a count below 1 being its failure.
+template <typename T>
+unsigned int terminate(T* dst, unsigned int dstSize, int written) {
+    if (written < 1 || static_cast<unsigned int>(written) >= dstSize) {
+        return INVALID_SIZE;
+    }
+    dst[written] = T();
+    return static_cast<unsigned int>(written) + 1;
+}
+
+/// The result for text that is empty or has no place to go to.
+template <typename T>
+unsigned int terminateEmpty(T* dst) {
+    if (dst == nullptr) {
+        return INVALID_SIZE;
+    }
+    *dst = T();
+    return 1;
+}
+
+/// Units in front of a zero unit, `limit` at most.
+unsigned int boundedUnits(unsigned short const* src, unsigned int limit) {
+    unsigned int count = 0;
+    while (count < limit && src[count] != 0) {
+        ++count;
+    }
+    return count;
+}
+
+}  // namespace
+
+unsigned int convertCharFromUtf16ToUtf8(char* dst, unsigned int dstSize, unsigned short code, int* bomKind) {
+    if (!isMark(code)) {
+        return storeNumber(dst, dstSize, utf8Number(code));
+    }
+    if (bomKind != nullptr) {
+        *bomKind = code == BYTE_ORDER_MARK ? 1 : 2;
+    }
+    return 0;
+}
+
+unsigned int convertStrFromUtf16ToUtf8(char* dst, unsigned int dstSize, unsigned short const* src) {
+    return convertText(dst, dstSize, src, [](unsigned short const** text, auto* output) {
+        unsigned short const unit = *(*text)++;
+        return isMark(unit) ? Step::FAILED : putNumber(output, utf8Number(unit));
+    });
+}
+
+unsigned int convertCharFromUtf8ToUtf16(unsigned short* dst, char const* src, unsigned int* consumed) {
+    unsigned int const bytes = src != nullptr ? charBytes(src) : 0;
+    if (dst == nullptr || !isCharacter(bytes) || bytes > 3) {
+        return INVALID_SIZE;
+    }
+    *dst = static_cast<unsigned short>(unitOf(src, bytes));
+    return consume(1, bytes, consumed);
+}
+
+unsigned int convertStrFromUtf8ToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) {
+    return convertText(dst, dstSize, src, [](char const** text, auto* output) {
+        switch (sequenceBytes(**text)) {
+            case 1:
+                return putUnit<1>(text, output);
+            case 2:
+                return putUnit<2>(text, output);
+            case 3:
+                return putUnit<3>(text, output);
+            case 4:
+                return putUnit<4>(text, output);
+            default:
+                return Step::FAILED;
+        }
+    });
+}
+
+unsigned int convertStrFromTcharToWchar(wchar_t* dst, unsigned int dstSize, char const* src) {
+    if (src == nullptr) {
+        return INVALID_SIZE;
+    }
+    unsigned int const bytes = textLength(src);
+    if (dstSize == 0) {
+        return bytes + 1;
+    }
+    if (dst == nullptr || bytes == 0) {
+        return terminateEmpty(dst);
+    }
+    return terminate(dst, dstSize, jk_mbtowc(dst, dstSize, src, bytes, EN_KCP_UTF8));
+}
+
+unsigned int convertStrFromWcharToTchar(char* dst, unsigned int dstSize, wchar_t const* src) {
+    if (src == nullptr) {
+        return INVALID_SIZE;
+    }
+    auto const count = static_cast<unsigned int>(std::wcslen(src));
+    if (dstSize == 0) {
+        return count * MAX_CHAR_BYTES + 1;
+    }
+    if (dst == nullptr || count == 0) {
+        return terminateEmpty(dst);
+    }
+    return terminate(dst, dstSize, jk_wctomb(dst, dstSize, src, static_cast<int>(count), EN_KCP_UTF8));
+}
+
+unsigned int convertStrFromTcharToChar(char* dst, unsigned int dstSize, char const* src) {
+    return copyBytes(dst, dstSize, src);
+}
+
+unsigned int convertStrFromCharToTchar(char* dst, unsigned int dstSize, char const* src) {
+    return copyBytes(dst, dstSize, src);
+}
+
+unsigned int convertStrFromDcharToUint8(unsigned char* dst, unsigned int dstSize, unsigned short const* src,
+                                        unsigned int length, int order) {
+    if (src == nullptr) {
+        return INVALID_SIZE;
+    }
+    unsigned int const count = boundedUnits(src, length);
+    if (dstSize == 0) {
+        return 2 * count;
+    }
+    if (dst == nullptr || 2 * count > dstSize) {
+        return INVALID_SIZE;
+    }
+    unsigned int const high = order == 1 ? 0 : 1;
+    for (unsigned int i = 0; i < count; ++i) {
+        dst[2 * i + high] = static_cast<unsigned char>(src[i] >> 8U);
+        dst[2 * i + 1 - high] = static_cast<unsigned char>(src[i] & 0xFFU);
+    }
+    return 2 * count;
+}
+
+unsigned int convertBinFromUint8ToDchar(unsigned short* dst, unsigned int dstCount, unsigned char const* src,
+                                        unsigned int size, int order) {
+    if (src == nullptr || size % 2 != 0) {
+        return INVALID_SIZE;
+    }
+    unsigned int const count = size / 2;
+    if (dstCount == 0) {
+        return count;
+    }
+    if (dst == nullptr || count > dstCount) {
+        return INVALID_SIZE;
+    }
+    unsigned int const high = order == 1 ? 0 : 1;
+    for (unsigned int i = 0; i < count; ++i) {
+        dst[i] = static_cast<unsigned short>(src[2 * i + high] << 8U | src[2 * i + 1 - high]);
+    }
+    return count;
+}
+
+}  // namespace utl

@@ -1,0 +1,80 @@
+#include "UtlCharSet.h"
+#include "UtlCharSetOutput.h"
+#include "UtlCodeTable.h"
+
+namespace utl {
+
+namespace {
+
+/// A byte that stands for itself: the one case in which null takes room for the character.
+unsigned int storeLiteral(char* dst, unsigned int dstSize, char literal) {
+    if (dst != nullptr && dstSize != 0) {
+        *dst = literal;
+    }
+    return 1;
+}
+
+}  // namespace
+
+unsigned int convertCharFromUtf8ToSjis(char* dst, unsigned int dstSize, char const* src,
+                                       unsigned int* consumed) {
+    if (src == nullptr) {
+        return INVALID_SIZE;
+    }
+    Utf8Char const character = utf8CharAt(src);
+    unsigned int const result = character.mIsLiteral ? storeLiteral(dst, dstSize, *src)
+                                                     : storeNumber(dst, dstSize, character.mpRecord->mSjis);
+    return consume(result, character.mBytes, consumed);
+}
+
+unsigned int convertStrFromUtf8ToSjis(char* dst, unsigned int dstSize, char const* src) {
+    return convertText(dst, dstSize, src, [](char const** text, auto* output) {
+        Utf8Char const character = utf8CharAt(*text);
+        char const literal = **text;
+        *text += character.mBytes;
+        return character.mIsLiteral ? output->put(literal) : putNumber(output, character.mpRecord->mSjis);
+    });
+}
+
+unsigned int convertCharFromSjisToUtf8(char* dst, unsigned int dstSize, char const* src,
+                                       unsigned int* consumed) {
+    if (src == nullptr) {
+        return INVALID_SIZE;
+    }
+    SjisChar const character = sjisCharAt(src);
+    unsigned int const result = character.mKind == SjisKind::LITERAL
+                                    ? storeLiteral(dst, dstSize, *src)
+                                    : storeNumber(dst, dstSize, character.mpRecord->mUtf8);
+    return consume(result, character.mBytes, consumed);
+}
+
+unsigned int convertStrFromSjisToUtf8(char* dst, unsigned int dstSize, char const* src) {
+    return convertText(dst, dstSize, src, [](char const** text, auto* output) {
+        SjisChar const character = sjisCharAt(*text);
+        char const literal = **text;
+        *text += character.mBytes;
+        return character.mKind == SjisKind::LITERAL ? output->put(literal)
+                                                    : putNumber(output, utf8InText(character));
+    });
+}
+
+unsigned int convertCharFromSjisToUtf16(unsigned short* dst, char const* src, unsigned int* consumed) {
+    if (dst == nullptr || src == nullptr) {
+        return INVALID_SIZE;
+    }
+    SjisChar const character = sjisCharAt(src);
+    bool const isLiteral = character.mKind == SjisKind::LITERAL;
+    *dst = isLiteral ? static_cast<unsigned char>(*src) : character.mpRecord->mUtf16;
+    return consume(isLiteral ? 2 : 1, character.mBytes, consumed);
+}
+
+unsigned int convertStrFromSjisToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) {
+    return convertText(dst, dstSize, src, [](char const** text, auto* output) {
+        SjisChar const character = sjisCharAt(*text);
+        auto const literal = static_cast<unsigned char>(**text);
+        *text += character.mBytes;
+        return output->put(character.mKind == SjisKind::LITERAL ? literal : utf16InText(character));
+    });
+}
+
+}  // namespace utl
