@@ -6,6 +6,7 @@
 #include "UtlBasicString.h"
 #include "UtlCharSet.h"
 #include "UtlEvent.h"
+#include "UtlFile.h"
 #include "UtlLog.h"
 #include "UtlMap.h"
 #include "UtlMemoryPool.h"

@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <link.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 
 #include <cstdarg>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 namespace utltest {
@@ -80,6 +82,20 @@ Hook<int(timer_t, int, itimerspec const*, itimerspec*)> timerSetTime(timeName("t
                                                                               "__timer_settime64"));
 Hook<int(timer_t)> timerDelete("timer_delete");
 Hook<int(int, struct sigaction const*, struct sigaction*)> sigAction("sigaction");
+Hook<int(char const*, int, mode_t)> open("open64");
+Hook<off_t(int, off_t, int)> lseek("lseek64");
+Hook<int(int, off_t)> ftruncate("ftruncate64");
+Hook<int(int, int)> flock("flock");
+Hook<int(char const*, struct stat*)> stat(timeName("stat64", "__stat64_time64"));
+Hook<int(int, struct stat*)> fstat(timeName("fstat64", "__fstat64_time64"));
+Hook<int(char const*, mode_t)> chmod("chmod");
+Hook<int(char const*, mode_t)> mkdir("mkdir");
+Hook<int(char const*)> rmdir("rmdir");
+Hook<int(char const*)> unlink("unlink");
+Hook<int(char const*, char const*)> rename("rename");
+Hook<DIR*(char const*)> opendir("opendir");
+Hook<dirent*(DIR*)> readdir("readdir64");
+Hook<int(DIR*)> closedir("closedir");
 }  // namespace hooks
 
 static void resetAllHooks() {
@@ -106,6 +122,20 @@ static void resetAllHooks() {
     hooks::timerSetTime.reset();
     hooks::timerDelete.reset();
     hooks::sigAction.reset();
+    hooks::open.reset();
+    hooks::lseek.reset();
+    hooks::ftruncate.reset();
+    hooks::flock.reset();
+    hooks::stat.reset();
+    hooks::fstat.reset();
+    hooks::chmod.reset();
+    hooks::mkdir.reset();
+    hooks::rmdir.reset();
+    hooks::unlink.reset();
+    hooks::rename.reset();
+    hooks::opendir.reset();
+    hooks::readdir.reset();
+    hooks::closedir.reset();
 }
 
 HookScope::HookScope() {
@@ -219,4 +249,65 @@ UTLTEST_HOOKED int timer_delete(timer_t timer) noexcept {
 
 UTLTEST_HOOKED int sigaction(int number, struct sigaction const* action, struct sigaction* old) noexcept {
     return utltest::hooks::sigAction.call(UTLTEST_CALLER, number, action, old);
+}
+
+UTLTEST_HOOKED int open(char const* path, int flags, ...) {
+    void const* const caller = UTLTEST_CALLER;
+    va_list arguments;
+    va_start(arguments, flags);
+    mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return utltest::hooks::open.call(caller, path, flags, mode);
+}
+
+UTLTEST_HOOKED off_t lseek(int handle, off_t offset, int whence) noexcept {
+    return utltest::hooks::lseek.call(UTLTEST_CALLER, handle, offset, whence);
+}
+
+UTLTEST_HOOKED int ftruncate(int handle, off_t size) noexcept {
+    return utltest::hooks::ftruncate.call(UTLTEST_CALLER, handle, size);
+}
+
+UTLTEST_HOOKED int flock(int handle, int operation) noexcept {
+    return utltest::hooks::flock.call(UTLTEST_CALLER, handle, operation);
+}
+
+UTLTEST_HOOKED int stat(char const* path, struct stat* out) noexcept {
+    return utltest::hooks::stat.call(UTLTEST_CALLER, path, out);
+}
+
+UTLTEST_HOOKED int fstat(int handle, struct stat* out) noexcept {
+    return utltest::hooks::fstat.call(UTLTEST_CALLER, handle, out);
+}
+
+UTLTEST_HOOKED int chmod(char const* path, mode_t mode) noexcept {
+    return utltest::hooks::chmod.call(UTLTEST_CALLER, path, mode);
+}
+
+UTLTEST_HOOKED int mkdir(char const* path, mode_t mode) noexcept {
+    return utltest::hooks::mkdir.call(UTLTEST_CALLER, path, mode);
+}
+
+UTLTEST_HOOKED int rmdir(char const* path) noexcept {
+    return utltest::hooks::rmdir.call(UTLTEST_CALLER, path);
+}
+
+UTLTEST_HOOKED int unlink(char const* path) noexcept {
+    return utltest::hooks::unlink.call(UTLTEST_CALLER, path);
+}
+
+UTLTEST_HOOKED int rename(char const* source, char const* destination) noexcept {
+    return utltest::hooks::rename.call(UTLTEST_CALLER, source, destination);
+}
+
+UTLTEST_HOOKED DIR* opendir(char const* path) {
+    return utltest::hooks::opendir.call(UTLTEST_CALLER, path);
+}
+
+UTLTEST_HOOKED dirent* readdir(DIR* folder) {
+    return utltest::hooks::readdir.call(UTLTEST_CALLER, folder);
+}
+
+UTLTEST_HOOKED int closedir(DIR* folder) {
+    return utltest::hooks::closedir.call(UTLTEST_CALLER, folder);
 }

@@ -3,9 +3,11 @@
 // System calls of the library, seen and replaced by the tests. The test program defines the functions, so the
 // library calls them here; a call that does not come from the library always goes to the system.
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
@@ -43,11 +45,16 @@ class Hook<RESULT(ARGS...)> {
         mFailFirst = first;
     }
 
+    /// `watcher` sees the arguments of every call of the library in front of it, also of one that is replaced
+    /// or made to fail; null for nobody.
+    void watch(void (*watcher)(ARGS...)) { mWatcher = watcher; }
+
     /// Calls of the library since the last `failFrom` or `reset`.
     unsigned int calls() const { return mCalls; }
 
     void reset() {
         mReplacement = nullptr;
+        mWatcher = nullptr;
         mFailFirst = 0;
         mCalls = 0;
     }
@@ -56,6 +63,9 @@ class Hook<RESULT(ARGS...)> {
     RESULT call(void const* caller, ARGS... args) {
         if (!isLibraryCode(caller)) {
             return real(args...);
+        }
+        if (auto const watcher = mWatcher.load()) {
+            watcher(args...);
         }
         unsigned int const number = ++mCalls;
         unsigned int const first = mFailFirst;
@@ -82,6 +92,7 @@ class Hook<RESULT(ARGS...)> {
     char const* const mName;
     std::atomic<Function> mReal{nullptr};
     std::atomic<Function> mReplacement{nullptr};
+    std::atomic<void (*)(ARGS...)> mWatcher{nullptr};
     std::atomic<unsigned int> mCalls{0};
     std::atomic<unsigned int> mFailFirst{0};
     std::atomic<unsigned int> mFailCount{0};
@@ -113,6 +124,20 @@ extern Hook<int(clockid_t, sigevent*, timer_t*)> timerCreate;
 extern Hook<int(timer_t, int, itimerspec const*, itimerspec*)> timerSetTime;
 extern Hook<int(timer_t)> timerDelete;
 extern Hook<int(int, struct sigaction const*, struct sigaction*)> sigAction;
+extern Hook<int(char const*, int, mode_t)> open;
+extern Hook<off_t(int, off_t, int)> lseek;
+extern Hook<int(int, off_t)> ftruncate;
+extern Hook<int(int, int)> flock;
+extern Hook<int(char const*, struct stat*)> stat;
+extern Hook<int(int, struct stat*)> fstat;
+extern Hook<int(char const*, mode_t)> chmod;
+extern Hook<int(char const*, mode_t)> mkdir;
+extern Hook<int(char const*)> rmdir;
+extern Hook<int(char const*)> unlink;
+extern Hook<int(char const*, char const*)> rename;
+extern Hook<DIR*(char const*)> opendir;
+extern Hook<dirent*(DIR*)> readdir;
+extern Hook<int(DIR*)> closedir;
 }  // namespace hooks
 
 /// Begins with every hook as new, its calls counted from 0, and puts every hook back when the scope ends.

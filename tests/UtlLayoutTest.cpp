@@ -6,6 +6,7 @@
 #include "UtlArray.h"
 #include "UtlBasicString.h"
 #include "UtlEvent.h"
+#include "UtlFile.h"
 #include "UtlMap.h"
 #include "UtlMemoryPool.h"
 #include "UtlMsgDrivenSharedThread.h"
@@ -90,6 +91,10 @@ static_assert(hasTargetSize<utl::MsgDrivenThread>(
     sizeof(utl::Thread) + 2 * 4 + 2 * sizeof(utl::Queue<unsigned char>) + 4 +
     sizeof(utl::Queue<unsigned char>) + 3 * sizeof(utl::ThreadRawMsg) + 4 + 4 * sizeof(utl::Event) + 4 +
     2 * sizeof(utl::Map<int, utl::TimerInfo>) + 4 * 4 + 2 * 4 + 6 * sizeof(utl::SyncObject)));
+
+static_assert(hasTargetSize<utl::File>(4 + sizeof(utl::BasicString<char>) +
+                                       sizeof(utl::SmartHandle<utl::DestructCloseFile>) + 4));
+static_assert(hasTargetSize<utl::File::AutoClose>(8));
 
 static_assert(hasTargetSize<utl::MemoryPool>(4 + sizeof(utl::BasicString<char>) + 4 * 4 +
                                              sizeof(utl::SyncObject)));

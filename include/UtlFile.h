@@ -1,0 +1,215 @@
+#pragma once
+
+#include "UtlArray.h"
+#include "UtlBasicString.h"
+#include "UtlPlatform.h"
+#include "UtlSmartPointer.h"
+
+namespace utl {
+
+/// A file: its path, its descriptor while it is open, and the encoding of its text. *One owner thread*,
+/// because the object has no lock; the static operations may be called from any thread. Different objects on
+/// one path exclude each other by a `flock` that is never waited for: readers share it, a writer has it
+/// alone, inside one process as between two.
+///
+/// | State  | `open`                   | `close`       | `isOpened` | destruction                    |
+/// |--------|--------------------------|---------------|------------|--------------------------------|
+/// | closed | true: open, else closed  | false         | false      | syncs the folder               |
+/// | open   | false, stays open        | true: closed  | true       | syncs the folder, then closes  |
+///
+/// Results are 1 for true and 0 for false unless a function says otherwise. What closes a descriptor writes
+/// the file's content through to the device first, by `fsync`, and so may block for as long as the device
+/// takes. A descriptor of 0 counts as none: a program that closed its standard input cannot open a file.
+///
+/// A path is copied, with each `\` as a `/`. Most operations refuse a path of more than 259 bytes and one
+/// with a doubled separator; they name that the path check. What changes an entry of a folder or writes makes
+/// the folder's mode 0777 for the time of the call and puts it back; where that is not permitted the
+/// operation goes on without. Calls that may block are reported to the watchdog.
+class UTL_API File {
+  public:
+    /// Closes a file at the end of a scope, whatever the result. *One owner thread*, that of the file.
+    class UTL_API AutoClose {
+      public:
+        /// `file` must live as long as this.
+        explicit AutoClose(File& file) : mFile(file) {}
+        virtual ~AutoClose();
+        AutoClose(AutoClose const&) = delete;
+        AutoClose& operator=(AutoClose const&) = delete;
+
+      private:
+        File& mFile;
+    };
+
+    /// Touches no file. A null `path` is an empty one. `textType` is kept as it is.
+    File(char const* path, int textType);
+
+    /// Syncs the folder of the path, so that the file's entry in it is durable, also if the file was never
+    /// opened; then closes the file. Reports no failure.
+    virtual ~File();
+    File(File const&) = delete;
+    File& operator=(File const&) = delete;
+
+    /// Opens the file and takes its lock.
+    ///
+    /// | `disposition` | Content | Position   |   | `access` | For                  | Lock      |
+    /// |---------------|---------|------------|---|----------|----------------------|-----------|
+    /// | 0             | kept    | 0          |   | 0        | reading              | shared    |
+    /// | 1             | kept    | at the end |   | 1        | writing              | exclusive |
+    /// | 2             | emptied | 0          |   | 2        | reading and writing  | exclusive |
+    ///
+    /// A reader needs a file that is there and cannot empty it. A writer creates the file, with mode 0777
+    /// whatever the umask, and the folders in front of it as `makeDirectories` does, and refuses a file whose
+    /// owner may not write. The content is emptied before the lock is taken, also where that then fails.
+    ///
+    /// False, and closed: without a line for wrong arguments, a folder, an open object, a path that fails the
+    /// check, a missing file to read, a file that is read-only and a folder that cannot be made; with a line
+    /// of level 1 if the system refuses the file, and of level 5 if another holder has it locked or the end
+    /// cannot be sought.
+    int open(int disposition, int access);
+
+    /// Closes the file and gives its lock back; false if it was not open.
+    int close();
+
+    /// True while the object has a descriptor.
+    int isOpened() const;
+
+    /// Does nothing, and is true: only the end of an opening makes content durable.
+    int flush();
+
+    /// Moves the position to `offset` bytes from an origin: 0 the start, 1 the end, 2 the position. Beware
+    /// that 1 and 2 are the other way round than in `lseek`. Gives the new position; -1 if not open or for
+    /// another origin, and with a line if the system refuses.
+    long long seek(long long offset, int origin);
+
+    /// The position; -1 as for `seek`.
+    long long position() const;
+
+    /// Bytes of the file, by its descriptor while it is open, else as `size(path)`. -1 with lines on failure.
+    long long size() const;
+
+    /// Bytes from the position to the end, 0 at and beyond the end; -1 if not open, and with lines on
+    /// failure.
+    long long availableSize() const;
+
+    /// Reads up to `length` bytes with one system call. Gives how many came, which may be fewer; -3 at and
+    /// beyond the end, where nothing is read; -1 with lines if not open or on failure, and without a line for
+    /// a null `buffer` and for a `length` of 0 or above 0x7FFFFFFF.
+    int read(void* buffer, unsigned int length);
+
+    /// Writes up to `length` bytes with one system call, while the folder's mode is 0777. Gives how many were
+    /// written, which may be fewer, as on a full disk. -1 without a line if not open, with lines on failure,
+    /// for a null `buffer` and for a `length` of 0.
+    int write(void const* buffer, unsigned int length);
+
+    /// Makes the file end at the position, cutting or extending it with zeros. False if not open, and with a
+    /// line if the system refuses.
+    int resize();
+
+    /// Makes the file `newSize` bytes long. The position stays where it was if that is below `newSize`, else
+    /// it becomes the new end. False as for `resize()`; after a failure the position is where it was.
+    int resize(unsigned long long newSize);
+
+    /// Gives the folder of `path` the permissions `mode`. `*previousMode`, if given, becomes its `st_mode`,
+    /// with the bits of the type. True if the mode was changed. False if it was not: for a path without a
+    /// folder, on failure, and if `mode` equals the whole `st_mode`. So a mode from `*previousMode` is set
+    /// only where it is needed, and plain permissions are always set. `*previousMode` is untouched if the
+    /// folder was not found.
+    static int changeParentAccessMode(char const* path, int mode, int* previousMode);
+
+    ///@{
+    /// Dissection takes a path apart by its text alone. False, with `output` untouched, for a path that fails
+    /// the check or is not UTF-8, a null or too small `output`, and where the part does not exist; each
+    /// `extract` takes a path, each `get` that of the object. A string in `output` grows only if it does so
+    /// in `BasicString::copy`. A trailing separator does not count.
+    ///
+    /// | Path           | File name | Without extension | Folder | Extension | Volume    |
+    /// |----------------|-----------|-------------------|--------|-----------|-----------|
+    /// | "/mnt/a/b.txt" | "b.txt"   | "b"               | "/mnt/a" | "txt"   | "mnt"     |
+    /// | "a.tar.gz"     | "a.tar.gz"| "a.tar"           | ""     | "gz"      | "a.tar.gz"|
+    /// | "/.profile"    | ".profile"| ""                | ""     | "profile" | ".profile"|
+    /// | "a/b/"         | "b"       | "b"               | "a"    | ""        | "a"       |
+    /// | "/", ""        | false     | false             | false  | false     | false     |
+    ///
+    /// The root folder cannot be told from no folder. `withoutExtension` 1 leaves the extension out.
+    static int extractFileName(char* output, unsigned int outputSize, char const* path, int withoutExtension);
+    static int extractDirectoryPath(char* output, unsigned int outputSize, char const* path);
+    static int extractExtension(char* output, unsigned int outputSize, char const* path);
+    static int extractVolumeName(char* output, unsigned int outputSize, char const* path);
+    int getFileName(char* output, unsigned int outputSize, int withoutExtension) const;
+    int getFileName(BasicString<char>* output, int withoutExtension) const;
+    int getDirectoryPath(char* output, unsigned int outputSize) const;
+    int getDirectoryPath(BasicString<char>* output) const;
+    int getExtension(char* output, unsigned int outputSize) const;
+    int getExtension(BasicString<char>* output) const;
+    int getVolumeName(char* output, unsigned int outputSize) const;
+    int getVolumeName(BasicString<char>* output) const;
+    ///@}
+
+    /// The object's path with its separators as `/`; the object's own, and never changed.
+    char const* getPath() const;
+
+    ///@{
+    /// Copies the object's path; false, with `output` untouched, for a null or too small one.
+    int getPath(char* output, unsigned int outputSize) const;
+    int getPath(BasicString<char>* output) const;
+    ///@}
+
+    ///@{
+    /// True if something is there, links followed; without the path check.
+    static int exists(char const* path);
+    int exists() const;
+    ///@}
+
+    ///@{
+    /// True if the path passes the check and names a folder, links followed.
+    static int isDirectory(char const* path);
+    int isDirectory() const;
+    ///@}
+
+    ///@{
+    /// True if the owner may not write, whoever asks; without the path check. False with a line for null and
+    /// for what is not there.
+    static int isReadOnly(char const* path);
+    int isReadOnly() const;
+    ///@}
+
+    ///@{
+    /// Makes a folder and all in front of it that are missing. If the folder is missing, every folder on the
+    /// way to it gets the mode 0777, those that were there as well: with an absolute path and the rights for
+    /// it, that begins with `/` itself. An empty path is the current folder. True if the folder is there at
+    /// the end. False for a path that fails the check, without a line if something in the way is no folder,
+    /// and with one if the system refuses; what was made stays.
+    static int makeDirectories(char const* path);
+    int makeDirectories();
+    ///@}
+
+    /// Bytes of a file, and of all files in a folder and below it, links followed; takes no lock. -1 for a
+    /// path that fails the check and for what is not there, and with lines if a file cannot be opened; then
+    /// also for the folders around it.
+    static long long size(char const* path);
+
+  protected:
+    /// `lseek64`; logs a failure.
+    static long long seekFile(int descriptor, long long offset, int whence);
+
+    /// `write`; logs a failure.
+    static int writeFile(int descriptor, void const* buffer, unsigned int length);
+
+    /// The size by `fstat`, -1 on failure, which it logs.
+    static long long fileSize(int descriptor);
+
+  private:
+    static long long sizeOfDescriptor(int descriptor, char const* path);
+    static long long sizeOfFile(char const* path);
+
+    int openForReading(int disposition);
+    int openForWriting(int disposition, int access);
+    long long openedSize() const;
+    int readFile(void* buffer, unsigned int length);
+
+    BasicString<char> mPath;
+    SmartHandle<DestructCloseFile> mHandle;
+    int mTextType;
+};
+
+}  // namespace utl

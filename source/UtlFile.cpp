@@ -1,0 +1,358 @@
+#include "UtlFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+
+#include "UtlFileCalls.h"
+#include "UtlLog.h"
+#include "UtlPathRules.h"
+#include "UtlWidenedParent.h"
+
+namespace utl {
+
+namespace {
+
+using FileHandle = SmartHandle<DestructCloseFile>;
+
+enum Disposition { KEEP = 0, KEEP_AT_END = 1, EMPTY = 2 };
+enum Access { READ = 0, WRITE = 1, READ_WRITE = 2 };
+enum Origin { START = 0, END = 1, POSITION = 2 };
+
+constexpr unsigned int READER_MODE = 0555;
+constexpr unsigned int NEW_FILE_MODE = 0777;
+constexpr int END_OF_FILE = -3;
+
+/// One opening as the system sees it.
+struct Opening {
+    int flags;
+    unsigned int mode;
+    int lock;
+    bool isNew;
+    bool isAtEnd;
+};
+
+/// What went wrong in an opening, in the words of its log line; null if nothing did.
+struct OpenFailure {
+    char const* what = nullptr;
+    int level = LOG_LEVEL_NONE;
+    int error = 0;
+};
+
+/// Must follow the failed call at once.
+OpenFailure failureNow(char const* what, int level) {
+    return {what, level, errno};
+}
+
+void logOpenFailure(OpenFailure const& failure, char const* path) {
+    applog(LOG_TYPE_LIBRARY, failure.level, "%s errno[%d] Path:%s", failure.what, failure.error, path);
+}
+
+void logError(char const* text) {
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "%s", text);
+}
+
+void logPathError(char const* what, char const* path) {
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "%s Failed. Path:%s", what, path);
+}
+
+/// Must follow the failed call at once.
+void logErrno(char const* call) {
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "%s Failed. errno[%d]", call, errno);
+}
+
+long long seekDescriptor(int descriptor, long long offset, int whence) {
+    long long const position = fileCall(
+        "seekFile", __LINE__, [descriptor, offset, whence] { return ::lseek(descriptor, offset, whence); });
+    if (position == -1) {
+        logErrno("lseek64");
+    }
+    return position;
+}
+
+/// Opens, locks and places the file of `path` into the empty `file`, which closes it also after a failure.
+OpenFailure openInto(FileHandle* file, char const* path, Opening const& opening) {
+    int const descriptor =
+        fileCall("open", __LINE__, [path, &opening] { return ::open(path, opening.flags, opening.mode); });
+    if (!isValidDescriptor(descriptor)) {
+        return failureNow("open() Failed.", LOG_LEVEL_ERROR);
+    }
+    file->set(descriptor);
+    if (opening.isNew) {
+        changeMode("open", __LINE__, path, NEW_FILE_MODE);
+    }
+    int const lockResult =
+        fileCall("open", __LINE__, [descriptor, &opening] { return ::flock(descriptor, opening.lock); });
+    if (lockResult != 0) {
+        return failureNow("Other process is opening.", LOG_LEVEL_DEBUG);
+    }
+    if (opening.isAtEnd && seekDescriptor(descriptor, 0, SEEK_END) == -1) {
+        return failureNow("seekFile in open Failed.", LOG_LEVEL_DEBUG);
+    }
+    return {};
+}
+
+/// True if the owner may not write the file that is there, seen by two looks at it.
+bool refusesWriter(char const* path) {
+    if (File::isReadOnly(path) == 0) {
+        return false;
+    }
+    struct stat status = {};
+    if (!statPath("open", __LINE__, path, &status)) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "is isReadOnly func stat Failed. errno[%d] Path:%s", errno,
+               path);
+    }
+    return true;
+}
+
+}  // namespace
+
+File::AutoClose::~AutoClose() {
+    mFile.close();
+}
+
+File::File(char const* path, int textType) : mPath(NormalPath(path).text()), mTextType(textType) {}
+
+File::~File() {
+    char folder[PATH_BUFFER_SIZE] = {};
+    if (getDirectoryPath(folder, sizeof(folder)) != 0) {
+        FileHandle const synced(fileCall("~File", __LINE__, [&folder] { return ::open(folder, O_RDONLY); }));
+    }
+}
+
+int File::open(int disposition, int access) {
+    bool const isRefused = isDirectory() != 0 || isOpened() != 0 ||
+                           static_cast<unsigned int>(disposition) > EMPTY ||
+                           static_cast<unsigned int>(access) > READ_WRITE;
+    if (isRefused) {
+        return 0;
+    }
+    return access == READ ? openForReading(disposition) : openForWriting(disposition, access);
+}
+
+int File::openForReading(int disposition) {
+    char const* const path = getPath();
+    if (disposition == EMPTY || !NormalPath(path).passesCheck() || exists() == 0) {
+        return 0;
+    }
+    FileHandle file;
+    OpenFailure const failure =
+        openInto(&file, path, {O_RDONLY, READER_MODE, LOCK_SH | LOCK_NB, false, disposition == KEEP_AT_END});
+    if (failure.what != nullptr) {
+        logOpenFailure(failure, path);
+        return 0;
+    }
+    mHandle = file;
+    return 1;
+}
+
+int File::openForWriting(int disposition, int access) {
+    char const* const path = getPath();
+    char folder[PATH_BUFFER_SIZE] = {};
+    if (getDirectoryPath(folder, sizeof(folder)) == 0 || makeDirectories(folder) == 0) {
+        return 0;
+    }
+    bool const isNew = exists() == 0;
+    if (!isNew && refusesWriter(path)) {
+        return 0;
+    }
+    int const flags = (access == WRITE ? O_WRONLY : O_RDWR) | O_CREAT | (disposition == EMPTY ? O_TRUNC : 0);
+    WidenedParent parent(path);
+    FileHandle file;
+    OpenFailure const failure =
+        openInto(&file, path, {flags, NEW_FILE_MODE, LOCK_EX | LOCK_NB, isNew, disposition == KEEP_AT_END});
+    if (failure.what != nullptr) {
+        parent.restore();
+        logOpenFailure(failure, path);
+        return 0;
+    }
+    mHandle = file;
+    return 1;
+}
+
+int File::close() {
+    int const wasOpened = isOpened();
+    mHandle.release();
+    return wasOpened;
+}
+
+int File::isOpened() const {
+    return isValidDescriptor(mHandle.get()) ? 1 : 0;
+}
+
+int File::flush() {
+    return 1;
+}
+
+long long File::seek(long long offset, int origin) {
+    if (isOpened() == 0) {
+        return -1;
+    }
+    switch (origin) {
+        case START:
+            return seekFile(mHandle.get(), offset, SEEK_SET);
+        case END:
+            return seekFile(mHandle.get(), offset, SEEK_END);
+        case POSITION:
+            return seekFile(mHandle.get(), offset, SEEK_CUR);
+        default:
+            return -1;
+    }
+}
+
+long long File::position() const {
+    return isOpened() != 0 ? seekFile(mHandle.get(), 0, SEEK_CUR) : -1;
+}
+
+long long File::size() const {
+    return isOpened() != 0 ? openedSize() : size(getPath());
+}
+
+long long File::availableSize() const {
+    long long const size = isOpened() != 0 ? openedSize() : -1;
+    long long const position = size != -1 ? this->position() : -1;
+    if (position == -1) {
+        return -1;
+    }
+    return size > position ? size - position : 0;
+}
+
+int File::read(void* buffer, unsigned int length) {
+    if (isOpened() == 0) {
+        logError("in read func file is not opened");
+        return -1;
+    }
+    if (buffer == nullptr || length == 0 || length > INT_MAX) {
+        return -1;
+    }
+    long long const size = openedSize();
+    if (size == -1) {
+        logError("in read func now size func error");
+        return -1;
+    }
+    long long const position = this->position();
+    if (position == -1) {
+        logError("in read func now seekFile func error");
+        return -1;
+    }
+    return position < size ? readFile(buffer, length) : END_OF_FILE;
+}
+
+int File::readFile(void* buffer, unsigned int length) {
+    auto const result = static_cast<int>(::read(mHandle.get(), buffer, length));
+    if (result == -1) {
+        logErrno("ReadFile");
+        logPathError("in read func readFile", getPath());
+    }
+    return result;
+}
+
+int File::write(void const* buffer, unsigned int length) {
+    if (isOpened() == 0) {
+        return -1;
+    }
+    int result = -1;
+    {
+        WidenedParent const parent(getPath());
+        if (buffer != nullptr && length != 0) {
+            result = writeFile(mHandle.get(), buffer, length);
+        }
+    }
+    if (result == -1) {
+        logPathError("writeFile", getPath());
+    }
+    return result;
+}
+
+int File::resize() {
+    int const descriptor = mHandle.get();
+    if (isOpened() == 0) {
+        return 0;
+    }
+    long long const position =
+        fileCall("resize", __LINE__, [descriptor] { return ::lseek(descriptor, 0, SEEK_CUR); });
+    if (position == -1) {
+        return 0;
+    }
+    int const result =
+        fileCall("resize", __LINE__, [descriptor, position] { return ::ftruncate(descriptor, position); });
+    if (result != 0) {
+        logPathError("ftruncate", getPath());
+    }
+    return result == 0 ? 1 : 0;
+}
+
+int File::resize(unsigned long long newSize) {
+    long long const oldPosition = position();
+    if (oldPosition == -1 || seek(static_cast<long long>(newSize), START) == -1) {
+        return 0;
+    }
+    int const isResized = resize();
+    if (isResized != 0 && static_cast<unsigned long long>(oldPosition) >= newSize) {
+        return 1;
+    }
+    return seek(oldPosition, START) != -1 ? isResized : 0;
+}
+
+int File::changeParentAccessMode(char const* path, int mode, int* previousMode) {
+    char folder[PATH_BUFFER_SIZE] = {};
+    if (extractDirectoryPath(folder, sizeof(folder), path) == 0 || folder[0] == '\0') {
+        return 0;
+    }
+    struct stat status = {};
+    if (!statPath("changeParentAccessMode", __LINE__, folder, &status)) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_DEBUG,
+               "is changeParentAccessMode func stat Failed. errno[%d] Path:%s", errno, folder);
+        return 0;
+    }
+    auto const oldMode = static_cast<int>(status.st_mode);
+    if (previousMode != nullptr) {
+        *previousMode = oldMode;
+    }
+    if (mode == oldMode) {
+        return 0;
+    }
+    return changeMode("changeParentAccessMode", __LINE__, folder, static_cast<unsigned int>(mode)) ? 1 : 0;
+}
+
+long long File::seekFile(int descriptor, long long offset, int whence) {
+    return seekDescriptor(descriptor, offset, whence);
+}
+
+int File::writeFile(int descriptor, void const* buffer, unsigned int length) {
+    auto const result = static_cast<int>(fileCall(
+        "writeFile", __LINE__, [descriptor, buffer, length] { return ::write(descriptor, buffer, length); }));
+    if (result == -1) {
+        logErrno("WriteFile");
+    }
+    return result;
+}
+
+long long File::fileSize(int descriptor) {
+    struct stat status = {};
+    int const result =
+        fileCall("fileSize", __LINE__, [descriptor, &status] { return ::fstat(descriptor, &status); });
+    if (result != 0) {
+        logErrno("fstat");
+        return -1;
+    }
+    return status.st_size;
+}
+
+long long File::openedSize() const {
+    return sizeOfDescriptor(mHandle.get(), getPath());
+}
+
+// A handle's size with the line that tells whose it was.
+long long File::sizeOfDescriptor(int descriptor, char const* path) {
+    long long const size = fileSize(descriptor);
+    if (size == -1) {
+        logPathError("fileSize", path);
+    }
+    return size;
+}
+
+}  // namespace utl

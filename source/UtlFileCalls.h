@@ -1,0 +1,36 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <utility>
+
+#include "UtlKeepAlive.h"
+
+namespace utl {
+
+// The system calls of `File` as all its sources make them.
+
+static_assert(sizeof(off_t) == 8, "files beyond 2 GiB need 64-bit offsets");
+
+/// Gives what `call()` gives, called inside a keep-alive bracket of `File`. `label` must be a literal.
+template <typename CALL>
+decltype(auto) fileCall(char const* label, unsigned int line, CALL&& call) {
+    return keepAliveAround("source/UtlFile", label, line, std::forward<CALL>(call));
+}
+
+/// True for a descriptor that a `File` takes for open.
+constexpr bool isValidDescriptor(int descriptor) {
+    return descriptor != 0 && descriptor != -1;
+}
+
+/// `stat` in a bracket; false with `errno` on failure.
+inline bool statPath(char const* label, unsigned int line, char const* path, struct stat* out) {
+    return fileCall(label, line, [path, out] { return ::stat(path, out); }) == 0;
+}
+
+/// `chmod` in a bracket; false with `errno` on failure.
+inline bool changeMode(char const* label, unsigned int line, char const* path, unsigned int mode) {
+    return fileCall(label, line, [path, mode] { return ::chmod(path, mode); }) == 0;
+}
+
+}  // namespace utl

@@ -1,0 +1,127 @@
+#include "UtlFolderWalk.h"
+
+#include <dirent.h>
+#include <fnmatch.h>
+
+#include <cstring>
+#include <string>
+
+#include "UtlFileCalls.h"
+
+namespace utl {
+
+namespace {
+
+/// An opened folder; *one owner thread*, because the system's object has no lock that helps.
+class [[nodiscard]] OpenFolder {
+  public:
+    explicit OpenFolder(char const* path)
+        : mFolder(fileCall("children", __LINE__, [path] { return ::opendir(path); })) {}
+    ~OpenFolder() {
+        if (isOpen()) {
+            fileCall("children", __LINE__, [this] { return ::closedir(mFolder); });
+        }
+    }
+    OpenFolder(OpenFolder const&) = delete;
+    OpenFolder& operator=(OpenFolder const&) = delete;
+
+    bool isOpen() const { return mFolder != nullptr; }
+
+    /// The next entry, valid until the next call; null behind the last one and on failure.
+    dirent const* next() const {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread has this folder
+        return fileCall("children", __LINE__, [this] { return ::readdir(mFolder); });
+    }
+
+  private:
+    DIR* const mFolder;
+};
+
+/// Appends paths to an array that may grow with `insertAt`, with the same content, capacity and result, but
+/// without a copy of all that is there for each new one: once the array has shown that it grows, the paths
+/// wait until their number is known.
+class PathAppender {
+  public:
+    PathAppender(char const* folder, Array<BasicString<char>>* result)
+        : mResult(result), mPath(folder), mPrefixLength(mPath.size() + 1) {
+        mPath += '/';
+    }
+
+    /// False if the array takes no more.
+    bool add(char const* name) {
+        if (mGrows) {
+            mNames.append(name, std::strlen(name) + 1);
+            ++mNameCount;
+            return true;
+        }
+        bool const hadRoom = mResult->size() < mResult->maxSize();
+        bool const isAdded = append(name);
+        mGrows = isAdded && !hadRoom;
+        return isAdded;
+    }
+
+    /// Puts those that wait into the array; false if it does not take them.
+    bool finish() {
+        bool isDone = mNameCount == 0 || mResult->resizeMax(mResult->size() + mNameCount);
+        for (char const* name = mNames.c_str(); isDone && mNameCount != 0; --mNameCount) {
+            isDone = append(name);
+            name += std::strlen(name) + 1;
+        }
+        return isDone;
+    }
+
+  private:
+    bool append(char const* name) {
+        mPath.replace(mPrefixLength, std::string::npos, name);
+        mValue = mPath.c_str();
+        return mResult->insertAt(mResult->size(), mValue);
+    }
+
+    Array<BasicString<char>>* const mResult;
+    std::string mPath;
+    std::size_t const mPrefixLength;
+    BasicString<char> mValue;
+    std::string mNames;  // those that wait, each with its terminator
+    unsigned int mNameCount = 0;
+    bool mGrows = false;
+};
+
+bool isDotName(char const* name) {
+    return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+}
+
+bool matches(dirent const& entry, EntryFilter const& filter) {
+    unsigned int const unwanted = entry.d_type == DT_DIR ? EntryFilter::FILES : EntryFilter::FOLDERS;
+    if (filter.kind == unwanted || isDotName(entry.d_name)) {
+        return false;
+    }
+    return filter.pattern == nullptr || ::fnmatch(filter.pattern, entry.d_name, FNM_PATHNAME) == 0;
+}
+
+}  // namespace
+
+int listFolder(char const* path, EntryFilter const& filter, unsigned int maximum,
+               Array<BasicString<char>>* result) {
+    OpenFolder const folder(path);
+    if (!folder.isOpen()) {
+        return -1;
+    }
+    PathAppender paths(path, result);
+    unsigned int count = 0;
+    while (maximum == 0 || count < maximum) {
+        dirent const* const entry = folder.next();
+        if (entry == nullptr) {
+            break;
+        }
+        if (!matches(*entry, filter)) {
+            continue;
+        }
+        if (!paths.add(entry->d_name)) {
+            return -1;
+        }
+        ++count;
+    }
+    return paths.finish() ? static_cast<int>(count) : -1;
+}
+
+}  // namespace utl

@@ -1,0 +1,92 @@
+#pragma once
+
+// What the tests of files share: a folder of their own to work in, and a look at what the library does there.
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "UtlThreadManager.h"
+
+namespace utltest {
+
+/// The permissions of what is there, -1 if nothing is.
+inline int permissions(std::string const& path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 ? static_cast<int>(status.st_mode & 07777) : -1;
+}
+
+inline void putFile(std::string const& path, std::string const& content) {
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+inline std::string contentOf(std::string const& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+/// How many descriptors the process has.
+inline unsigned int openDescriptors() {
+    return static_cast<unsigned int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+/// A fresh folder with the mode 0755, in which the process works for the length of the test. What the library
+/// widens on the way to a missing folder is therefore inside: the tests use relative paths. At the end the
+/// folders of the machine have the modes that they had, the working folder too, and no descriptor is left.
+class InFolder : public ::testing::Test {
+  protected:
+    InFolder() {
+        std::string path = std::filesystem::temp_directory_path() / "utl-test-XXXXXX";
+        EXPECT_NE(mkdtemp(path.data()), nullptr);
+        mPath = path;
+        std::filesystem::current_path(mPath);
+        chmod(".", 0755);
+        utl::ThreadManager::get();  // has descriptors of its own
+        mDescriptors = openDescriptors();
+    }
+
+    ~InFolder() override {
+        EXPECT_EQ(openDescriptors(), mDescriptors);
+        EXPECT_EQ(permissions("."), 0755);
+        EXPECT_EQ(permissions("/"), mRootMode);
+        EXPECT_EQ(permissions("/tmp"), mTemporaryMode);
+        std::filesystem::current_path("/");
+        removeFolder();
+    }
+
+    /// Makes a folder with exactly this mode.
+    static void putFolder(std::string const& path, mode_t mode = 0755) {
+        std::filesystem::create_directories(path);
+        chmod(path.c_str(), mode);
+    }
+
+    std::filesystem::path const& absolutePath() const { return mPath; }
+
+  private:
+    // Lets the owner of a folder that may not be read or written into it first.
+    void removeFolder() const {
+        chmod(mPath.c_str(), 0755);
+        for (auto entry = std::filesystem::recursive_directory_iterator(mPath);
+             entry != std::filesystem::recursive_directory_iterator(); ++entry) {
+            if (entry->is_directory() && !entry->is_symlink()) {
+                chmod(entry->path().c_str(), 0755);
+            }
+        }
+        std::filesystem::remove_all(mPath);
+    }
+
+    int const mRootMode = permissions("/");
+    int const mTemporaryMode = permissions("/tmp");
+    std::filesystem::path mPath;
+    unsigned int mDescriptors = 0;
+};
+
+}  // namespace utltest

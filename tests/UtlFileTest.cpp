@@ -1,0 +1,974 @@
+#include "UtlFile.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "TestFileCalls.h"
+#include "TestFolder.h"
+#include "TestHooks.h"
+#include "TestLayout.h"
+#include "TestLog.h"
+#include "UtlLog.h"
+
+namespace {
+
+using utl::File;
+using utltest::contentOf;
+using utltest::FileCalls;
+using utltest::HookScope;
+using utltest::LogCapture;
+using utltest::openDescriptors;
+using utltest::permissions;
+using utltest::putFile;
+namespace hooks = utltest::hooks;
+using Lines = std::vector<std::string>;
+
+constexpr int UTF8 = 1;
+
+// The folder "folder" with the file "folder/f", and the library's log with all its levels.
+class FileInFolder : public utltest::InFolder {
+  protected:
+    FileInFolder() {
+        putFolder("folder");
+        putFile("folder/f", "0123456789");
+        setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DEBUG);
+    }
+    ~FileInFolder() override {
+        EXPECT_EQ(permissions("folder"), 0755);
+        setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DETAIL);
+    }
+
+    static std::string error(std::string const& text) { return "<UTIL> ERR: " + text; }
+    static std::string debug(std::string const& text) { return "<UTIL> DBG: " + text; }
+
+    LogCapture mLog;
+    File mFile{"folder/f", UTF8};
+};
+
+TEST_F(FileInFolder, Constructor_StoresThePathWithSlashes) {
+    EXPECT_STREQ(File("a\\b\\c.txt", UTF8).getPath(), "a/b/c.txt");
+}
+
+TEST_F(FileInFolder, Constructor_TakesANullPathForAnEmptyOne) {
+    EXPECT_STREQ(File(nullptr, UTF8).getPath(), "");
+}
+
+TEST_F(FileInFolder, Constructor_KeepsAPathThatIsTooLongForEverythingElse) {
+    std::string const path(300, 'p');
+    EXPECT_EQ(File(path.c_str(), UTF8).getPath(), path);
+}
+
+TEST_F(FileInFolder, Constructor_TouchesNoFile) {
+    FileCalls calls;
+    {
+        File const file("", UTF8);
+        EXPECT_EQ(calls.take(), Lines());
+        EXPECT_EQ(file.isOpened(), 0);
+    }
+    EXPECT_EQ(calls.take(), Lines());
+}
+
+TEST_F(FileInFolder, Destructor_OfAFileThatWasNeverOpened_SyncsTheFolder) {
+    FileCalls calls;
+    { File const file("folder/none", UTF8); }
+    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY", "-: fsync", "-: close"}));
+}
+
+TEST_F(FileInFolder, Destructor_SyncsTheFolderAndThenTheFile) {
+    FileCalls calls;
+    {
+        File file("folder/f", UTF8);
+        ASSERT_EQ(file.open(0, 0), 1);
+        calls.take();
+    }
+    EXPECT_EQ(calls.take(),
+              (Lines{"~File: open folder RDONLY", "-: fsync", "-: close", "-: fsync", "-: close"}));
+}
+
+TEST_F(FileInFolder, Destructor_WhoseFolderCannotBeOpened_ClosesTheFileWithoutALine) {
+    FileCalls calls;
+    {
+        File file("folder/f", UTF8);
+        ASSERT_EQ(file.open(0, 0), 1);
+        calls.take();
+        hooks::open.failFrom(1, 0, -1, EMFILE);
+    }
+    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY", "-: fsync", "-: close"}));
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, OpenToRead_MakesTheseCallsInThisOrder) {
+    FileCalls calls;
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    EXPECT_EQ(calls.take(), (Lines{"isDirectory: stat folder/f", "exists: stat folder/f",
+                                   "open: open folder/f RDONLY", "open: flock 5"}));
+}
+
+TEST_F(FileInFolder, OpenToWrite_OfAFileThatIsThere_MakesTheseCallsInThisOrder) {
+    FileCalls calls;
+    ASSERT_EQ(mFile.open(1, 1), 1);
+    EXPECT_EQ(calls.take(),
+              (Lines{"isDirectory: stat folder/f", "exists: stat folder", "isDirectory: stat folder",
+                     "exists: stat folder/f", "isReadOnly: stat folder/f",
+                     "changeParentAccessMode: stat folder", "changeParentAccessMode: chmod folder 777",
+                     "open: open folder/f WRONLY+CREAT 777", "open: flock 6", "seekFile: lseek 0 2",
+                     "changeParentAccessMode: stat folder", "changeParentAccessMode: chmod folder 755"}));
+}
+
+TEST_F(FileInFolder, OpenToWrite_OfANewFile_SetsItsModeBeforeItIsLocked) {
+    FileCalls calls;
+    File file("folder/new", UTF8);
+    ASSERT_EQ(file.open(2, 2), 1);
+    EXPECT_EQ(calls.take(),
+              (Lines{"isDirectory: stat folder/new", "exists: stat folder", "isDirectory: stat folder",
+                     "exists: stat folder/new", "changeParentAccessMode: stat folder",
+                     "changeParentAccessMode: chmod folder 777", "open: open folder/new RDWR+CREAT+TRUNC 777",
+                     "open: chmod folder/new 777", "open: flock 6", "changeParentAccessMode: stat folder",
+                     "changeParentAccessMode: chmod folder 755"}));
+}
+
+TEST_F(FileInFolder, OpenToWrite_CreatesTheFileWithMode0777WhateverTheUmask) {
+    for (mode_t const mask : {0000, 0022, 0777}) {
+        mode_t const old = umask(mask);
+        File file("folder/new", UTF8);
+        EXPECT_EQ(file.open(0, 1), 1);
+        umask(old);
+        EXPECT_EQ(permissions("folder/new"), 0777);
+        unlink("folder/new");
+    }
+}
+
+TEST_F(FileInFolder, OpenToWrite_CreatesMissingFoldersWithMode0777WhateverTheUmask) {
+    mode_t const old = umask(0077);
+    File file("folder/x/y/new", UTF8);
+    EXPECT_EQ(file.open(0, 1), 1);
+    umask(old);
+    EXPECT_EQ(permissions("folder/x"), 0777);
+    EXPECT_EQ(permissions("folder/x/y"), 0777);
+    EXPECT_EQ(permissions("folder/x/y/new"), 0777);
+    EXPECT_EQ(permissions("folder"), 0777);  // every folder on the way to a missing one stays widened
+    chmod("folder", 0755);
+}
+
+TEST_F(FileInFolder, OpenToWrite_KeepsTheModeOfAFileThatIsThere) {
+    chmod("folder/f", 0640);
+    ASSERT_EQ(mFile.open(2, 2), 1);
+    EXPECT_EQ(permissions("folder/f"), 0640);
+}
+
+TEST_F(FileInFolder, OpenToWrite_WorksInTheCurrentFolder) {
+    File file("bare", UTF8);
+    EXPECT_EQ(file.open(0, 2), 1);
+    EXPECT_EQ(file.write("x", 1), 1);
+    EXPECT_EQ(file.close(), 1);
+    EXPECT_EQ(contentOf("bare"), "x");
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Open_WithDisposition0_KeepsTheContentAndBeginsAtTheStart) {
+    for (int const access : {0, 1, 2}) {
+        ASSERT_EQ(mFile.open(0, access), 1);
+        EXPECT_EQ(mFile.position(), 0);
+        EXPECT_EQ(mFile.size(), 10);
+        EXPECT_EQ(mFile.close(), 1);
+    }
+}
+
+TEST_F(FileInFolder, Open_WithDisposition1_KeepsTheContentAndBeginsAtTheEnd) {
+    for (int const access : {0, 1, 2}) {
+        ASSERT_EQ(mFile.open(1, access), 1);
+        EXPECT_EQ(mFile.position(), 10);
+        EXPECT_EQ(mFile.size(), 10);
+        EXPECT_EQ(mFile.close(), 1);
+    }
+}
+
+TEST_F(FileInFolder, Open_WithDisposition2_EmptiesTheFileForAWriterAlone) {
+    EXPECT_EQ(mFile.open(2, 0), 0);
+    EXPECT_EQ(contentOf("folder/f"), "0123456789");
+    for (int const access : {1, 2}) {
+        putFile("folder/f", "again");
+        ASSERT_EQ(mFile.open(2, access), 1);
+        EXPECT_EQ(mFile.size(), 0);
+        EXPECT_EQ(mFile.close(), 1);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Open_RefusesOtherArgumentsWithoutALine) {
+    for (int const wrong : {-1, 3, INT_MIN, INT_MAX}) {
+        EXPECT_EQ(mFile.open(wrong, 0), 0);
+        EXPECT_EQ(mFile.open(0, wrong), 0);
+    }
+    EXPECT_EQ(mFile.isOpened(), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Open_OfAFolder_IsRefusedWithoutALine) {
+    File folder("folder", UTF8);
+    for (int const access : {0, 1, 2}) {
+        EXPECT_EQ(folder.open(0, access), 0);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Open_OfAnOpenFile_IsRefusedAndLeavesItOpen) {
+    ASSERT_EQ(mFile.open(1, 2), 1);
+    EXPECT_EQ(mFile.open(0, 2), 0);
+    EXPECT_EQ(mFile.open(0, 0), 0);
+    EXPECT_EQ(mFile.position(), 10);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Open_AfterClose_WorksAgain) {
+    ASSERT_EQ(mFile.open(0, 1), 1);
+    EXPECT_EQ(mFile.close(), 1);
+    EXPECT_EQ(mFile.open(0, 0), 1);
+    EXPECT_EQ(mFile.isOpened(), 1);
+}
+
+TEST_F(FileInFolder, OpenToRead_OfAMissingFile_IsRefusedWithoutALineAndCreatesNothing) {
+    File file("folder/none", UTF8);
+    EXPECT_EQ(file.open(0, 0), 0);
+    EXPECT_EQ(permissions("folder/none"), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Open_OfAPathThatFailsTheCheck_IsRefusedWithoutALine) {
+    for (int const access : {0, 1, 2}) {
+        EXPECT_EQ(File("folder//f", UTF8).open(0, access), 0);
+        EXPECT_EQ(File("folder/\\f", UTF8).open(0, access), 0);
+        EXPECT_EQ(File("", UTF8).open(0, access), 0);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Open_TakesAPathOf259BytesAndRefusesOneOf260) {
+    std::string const folder = "folder/" + std::string(200, 'd');
+    putFolder(folder);
+    std::string const longest = folder + "/" + std::string(259 - folder.size() - 1, 'n');
+    File file(longest.c_str(), UTF8);
+    EXPECT_EQ(file.open(0, 1), 1);
+    EXPECT_EQ(file.write("x", 1), 1);
+    EXPECT_EQ(file.close(), 1);
+    EXPECT_EQ(file.open(0, 0), 1);
+    putFile(longest + "n", "");
+    File tooLong((longest + "n").c_str(), UTF8);
+    EXPECT_EQ(tooLong.open(0, 1), 0);
+    EXPECT_EQ(tooLong.open(0, 0), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Open_TakesAFileNameOf255Bytes) {
+    std::string const name(255, 'n');
+    EXPECT_EQ(File(name.c_str(), UTF8).open(0, 1), 1);
+    EXPECT_EQ(permissions(name), 0777);
+}
+
+TEST_F(FileInFolder, OpenToWrite_OfAFileNameOf256Bytes_SaysThatTheSystemRefusesIt) {
+    std::string const name(256, 'n');
+    EXPECT_EQ(File(name.c_str(), UTF8).open(0, 1), 0);
+    ASSERT_EQ(mLog.lines().size(), 1U);
+    EXPECT_EQ(mLog.lines()[0].rfind(error("open() Failed. errno[36] Path:nnn"), 0), 0U);
+}
+
+TEST_F(FileInFolder, OpenToWrite_OfAPathThatIsNotUtf8_IsRefusedWithoutALine) {
+    EXPECT_EQ(File("folder/\xFF", UTF8).open(0, 1), 0);
+    EXPECT_EQ(permissions("folder/\xFF"), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, OpenToRead_DoesNotMindAPathThatIsNotUtf8) {
+    putFile("folder/\xFF", "x");
+    EXPECT_EQ(File("folder/\xFF", UTF8).open(0, 0), 1);
+}
+
+TEST_F(FileInFolder, OpenToWrite_OfAFileThatItsOwnerMayNotWrite_IsRefusedWithoutALine) {
+    for (mode_t const mode : {0000, 0444, 0577}) {
+        chmod("folder/f", mode);
+        FileCalls calls;
+        EXPECT_EQ(mFile.open(2, 1), 0);
+        Lines const lines = calls.take();
+        EXPECT_EQ(Lines(lines.end() - 2, lines.end()),
+                  (Lines{"isReadOnly: stat folder/f", "open: stat folder/f"}));
+    }
+    chmod("folder/f", 0644);
+    EXPECT_EQ(contentOf("folder/f"), "0123456789");
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, OpenToWrite_WhoseSecondLookAtAReadOnlyFileFails_SaysSo) {
+    chmod("folder/f", 0444);
+    HookScope const scope;
+    hooks::stat.failFrom(6, 1, -1, EACCES);
+    EXPECT_EQ(mFile.open(0, 1), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("is isReadOnly func stat Failed. errno[13] Path:folder/f")}));
+}
+
+TEST_F(FileInFolder, OpenToRead_ThatTheSystemRefuses_SaysSo) {
+    HookScope const scope;
+    hooks::open.failFrom(1, 1, -1, EMFILE);
+    EXPECT_EQ(mFile.open(0, 0), 0);
+    EXPECT_EQ(mFile.isOpened(), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("open() Failed. errno[24] Path:folder/f")}));
+}
+
+TEST_F(FileInFolder, OpenToWrite_ThatTheSystemRefuses_PutsTheFolderBackAndSaysSo) {
+    for (int const reason : {EMFILE, ENOSPC, EROFS, EIO, EINTR}) {
+        mLog.clear();
+        FileCalls calls;
+        hooks::open.failFrom(1, 1, -1, reason);
+        EXPECT_EQ(mFile.open(2, 2), 0);
+        EXPECT_EQ(mFile.isOpened(), 0);
+        EXPECT_EQ(permissions("folder"), 0755);
+        EXPECT_EQ(mLog.lines(),
+                  (Lines{error("open() Failed. errno[" + std::to_string(reason) + "] Path:folder/f")}));
+        EXPECT_EQ(calls.take().back(), "changeParentAccessMode: chmod folder 755");
+    }
+    EXPECT_EQ(contentOf("folder/f"), "0123456789");
+}
+
+TEST_F(FileInFolder, Open_ThatGetsDescriptor0_HasFailedAndDoesNotCloseIt) {
+    for (int const access : {0, 1}) {
+        mLog.clear();
+        FileCalls calls;
+        hooks::open.failFrom(1, 1, 0, ENOENT);
+        EXPECT_EQ(mFile.open(0, access), 0);
+        EXPECT_EQ(mFile.isOpened(), 0);
+        EXPECT_EQ(mLog.lines(), (Lines{error("open() Failed. errno[2] Path:folder/f")}));
+        for (std::string const& call : calls.takeCalls()) {
+            EXPECT_NE(call, "close");
+        }
+    }
+}
+
+TEST_F(FileInFolder, Open_WhoseLockFails_ClosesTheFileAfterPuttingTheFolderBack) {
+    FileCalls calls;
+    hooks::flock.failFrom(1, 1, -1, EINTR);
+    EXPECT_EQ(mFile.open(0, 1), 0);
+    EXPECT_EQ(mFile.isOpened(), 0);
+    Lines const lines = calls.take();
+    EXPECT_EQ(Lines(lines.end() - 5, lines.end()),
+              (Lines{"open: flock 6", "changeParentAccessMode: stat folder",
+                     "changeParentAccessMode: chmod folder 755", "-: fsync", "-: close"}));
+    EXPECT_EQ(mLog.lines(), (Lines{debug("Other process is opening. errno[4] Path:folder/f")}));
+}
+
+TEST_F(FileInFolder, OpenAtTheEnd_WhoseSeekFails_ClosesTheFileAfterPuttingTheFolderBack) {
+    FileCalls calls;
+    hooks::lseek.failFrom(1, 1, -1, ESPIPE);
+    EXPECT_EQ(mFile.open(1, 2), 0);
+    EXPECT_EQ(mFile.isOpened(), 0);
+    Lines const lines = calls.take();
+    EXPECT_EQ(Lines(lines.end() - 5, lines.end()),
+              (Lines{"seekFile: lseek 0 2", "changeParentAccessMode: stat folder",
+                     "changeParentAccessMode: chmod folder 755", "-: fsync", "-: close"}));
+    EXPECT_EQ(mLog.lines(), (Lines{error("lseek64 Failed. errno[29]"),
+                                   debug("seekFile in open Failed. errno[29] Path:folder/f")}));
+}
+
+TEST_F(FileInFolder, OpenAtTheEndToRead_WhoseSeekFails_ClosesTheFile) {
+    HookScope const scope;
+    hooks::lseek.failFrom(1, 1, -1, ESPIPE);
+    EXPECT_EQ(mFile.open(1, 0), 0);
+    EXPECT_EQ(mFile.isOpened(), 0);
+    EXPECT_EQ(mLog.count(debug("seekFile in open Failed. errno[29] Path:folder/f")), 1U);
+}
+
+TEST_F(FileInFolder, Open_OfTwoReaders_Succeeds) {
+    File other("folder/f", UTF8);
+    EXPECT_EQ(mFile.open(0, 0), 1);
+    EXPECT_EQ(other.open(0, 0), 1);
+}
+
+TEST_F(FileInFolder, Open_NextToAnotherHolder_FailsAtOnceUnlessBothRead) {
+    int const accesses[][2] = {{0, 1}, {0, 2}, {1, 0}, {1, 1}, {2, 0}, {2, 2}};
+    for (auto const& [first, second] : accesses) {
+        mLog.clear();
+        File other("folder/f", UTF8);
+        ASSERT_EQ(other.open(0, first), 1);
+        EXPECT_EQ(mFile.open(0, second), 0);
+        EXPECT_EQ(mFile.isOpened(), 0);
+        EXPECT_EQ(mLog.lines(), (Lines{debug("Other process is opening. errno[11] Path:folder/f")}));
+        EXPECT_EQ(other.close(), 1);
+        EXPECT_EQ(mFile.open(0, second), 1);
+        EXPECT_EQ(mFile.close(), 1);
+    }
+}
+
+TEST_F(FileInFolder, Open_ThatEmptiesALockedFile_FailsButHasEmptiedIt) {
+    File other("folder/f", UTF8);
+    ASSERT_EQ(other.open(0, 0), 1);
+    EXPECT_EQ(mFile.open(2, 1), 0);
+    EXPECT_EQ(other.size(), 0);
+}
+
+TEST_F(FileInFolder, Close_OfAClosedFile_IsFalseAndHarmless) {
+    FileCalls calls;
+    EXPECT_EQ(mFile.close(), 0);
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    calls.take();
+    EXPECT_EQ(mFile.close(), 1);
+    EXPECT_EQ(calls.take(), (Lines{"-: fsync", "-: close"}));
+    EXPECT_EQ(mFile.close(), 0);
+    EXPECT_EQ(calls.take(), Lines());
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Close_IgnoresFailures) {
+    ASSERT_EQ(mFile.open(0, 1), 1);
+    int const descriptors = static_cast<int>(openDescriptors());
+    {
+        HookScope const scope;
+        hooks::fsync.failFrom(1, 0, -1, EIO);
+        EXPECT_EQ(mFile.close(), 1);
+    }
+    EXPECT_EQ(mFile.isOpened(), 0);
+    EXPECT_EQ(static_cast<int>(openDescriptors()), descriptors - 1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, AutoClose_ClosesAtTheEndOfItsScope) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    {
+        File::AutoClose const closer(mFile);
+        EXPECT_EQ(mFile.isOpened(), 1);
+    }
+    EXPECT_EQ(mFile.isOpened(), 0);
+    { File::AutoClose const closer(mFile); }
+    EXPECT_EQ(mFile.isOpened(), 0);
+}
+
+TEST_F(FileInFolder, Flush_IsTrueAndDoesNothing) {
+    FileCalls calls;
+    EXPECT_EQ(mFile.flush(), 1);
+    ASSERT_EQ(mFile.open(0, 1), 1);
+    calls.take();
+    EXPECT_EQ(mFile.flush(), 1);
+    EXPECT_EQ(calls.take(), Lines());
+}
+
+TEST_F(FileInFolder, Seek_CountsFromStartEndOrPosition) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    EXPECT_EQ(mFile.seek(4, 0), 4);
+    EXPECT_EQ(mFile.seek(0, 2), 4);
+    EXPECT_EQ(mFile.seek(-1, 2), 3);
+    EXPECT_EQ(mFile.seek(0, 1), 10);
+    EXPECT_EQ(mFile.seek(-2, 1), 8);
+    EXPECT_EQ(mFile.seek(5, 1), 15);
+    EXPECT_EQ(mFile.position(), 15);
+}
+
+TEST_F(FileInFolder, Seek_FromAnotherOrigin_IsMinusOneWithoutALine) {
+    ASSERT_EQ(mFile.open(1, 0), 1);
+    for (int const origin : {-1, 3, INT_MAX, INT_MIN}) {
+        EXPECT_EQ(mFile.seek(0, origin), -1);
+    }
+    EXPECT_EQ(mFile.position(), 10);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Seek_ThatTheSystemRefuses_SaysSoAndStays) {
+    ASSERT_EQ(mFile.open(1, 0), 1);
+    EXPECT_EQ(mFile.seek(-1, 0), -1);
+    EXPECT_EQ(mLog.lines(), (Lines{error("lseek64 Failed. errno[22]")}));
+    EXPECT_EQ(mFile.position(), 10);
+}
+
+TEST_F(FileInFolder, ClosedFile_GivesItsFailureResultsWithoutALine) {
+    char byte = 0;
+    EXPECT_EQ(mFile.seek(0, 0), -1);
+    EXPECT_EQ(mFile.position(), -1);
+    EXPECT_EQ(mFile.availableSize(), -1);
+    EXPECT_EQ(mFile.write(&byte, 1), -1);
+    EXPECT_EQ(mFile.resize(), 0);
+    EXPECT_EQ(mFile.resize(1), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Position_ThatTheSystemRefuses_IsMinusOneAndSaysSo) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    HookScope const scope;
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(mFile.position(), -1);
+    EXPECT_EQ(mLog.lines(), (Lines{error("lseek64 Failed. errno[5]")}));
+}
+
+TEST_F(FileInFolder, Size_OfAnOpenFile_IsAskedByDescriptor) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    FileCalls calls;
+    EXPECT_EQ(mFile.size(), 10);
+    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat"}));
+}
+
+TEST_F(FileInFolder, Size_OfAClosedFile_IsAskedByPathWithoutALock) {
+    FileCalls calls;
+    EXPECT_EQ(mFile.size(), 10);
+    EXPECT_EQ(calls.take(), (Lines{"exists: stat folder/f", "isDirectory: stat folder/f",
+                                   "size: open folder/f RDONLY", "fileSize: fstat", "-: fsync", "-: close"}));
+}
+
+TEST_F(FileInFolder, Size_ThatCannotBeHad_IsMinusOneAndSaysSo) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    HookScope const scope;
+    hooks::fstat.failFrom(1, 0, -1, EIO);
+    EXPECT_EQ(mFile.size(), -1);
+    EXPECT_EQ(mFile.availableSize(), -1);
+    Lines const twice{error("fstat Failed. errno[5]"), error("fileSize Failed. Path:folder/f"),
+                      error("fstat Failed. errno[5]"), error("fileSize Failed. Path:folder/f")};
+    EXPECT_EQ(mLog.lines(), twice);
+}
+
+TEST_F(FileInFolder, AvailableSize_CountsFromThePositionToTheEnd) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    long long const expected[][2] = {{0, 10}, {9, 1}, {10, 0}, {11, 0}};
+    for (auto const& [position, available] : expected) {
+        mFile.seek(position, 0);
+        EXPECT_EQ(mFile.availableSize(), available);
+    }
+}
+
+TEST_F(FileInFolder, AvailableSize_WithoutAPosition_IsMinusOne) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    HookScope const scope;
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(mFile.availableSize(), -1);
+    EXPECT_EQ(mLog.lines(), (Lines{error("lseek64 Failed. errno[5]")}));
+}
+
+TEST_F(FileInFolder, Read_GivesWhatThereIsAndThenTheEndOfFile) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    char buffer[11] = {};
+    EXPECT_EQ(mFile.read(buffer, 4), 4);
+    EXPECT_STREQ(buffer, "0123");
+    EXPECT_EQ(mFile.read(buffer, 10), 6);
+    EXPECT_STREQ(buffer, "456789");
+    EXPECT_EQ(mFile.read(buffer, 1), -3);
+    mFile.seek(5, 1);
+    EXPECT_EQ(mFile.read(buffer, 1), -3);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Read_MakesTheseCallsAndReportsNoneOfThemButTheLookAhead) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    FileCalls calls;
+    char buffer[20] = {};
+    EXPECT_EQ(mFile.read(buffer, 20), 10);
+    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat", "seekFile: lseek 0 1", "-: read"}));
+    EXPECT_EQ(mFile.read(buffer, 20), -3);
+    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat", "seekFile: lseek 0 1"}));
+}
+
+TEST_F(FileInFolder, Read_OfAClosedFile_SaysSo) {
+    char buffer = 0;
+    EXPECT_EQ(mFile.read(&buffer, 1), -1);
+    EXPECT_EQ(mFile.read(nullptr, 0), -1);
+    Lines const twice(2, error("in read func file is not opened"));
+    EXPECT_EQ(mLog.lines(), twice);
+}
+
+TEST_F(FileInFolder, Read_WithWrongArguments_IsMinusOneWithoutALineOrACall) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    FileCalls calls;
+    char buffer = 0;
+    EXPECT_EQ(mFile.read(nullptr, 1), -1);
+    EXPECT_EQ(mFile.read(&buffer, 0), -1);
+    EXPECT_EQ(mFile.read(&buffer, 0x80000000U), -1);
+    EXPECT_EQ(mFile.read(&buffer, 0xFFFFFFFFU), -1);
+    EXPECT_EQ(calls.take(), Lines());
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Read_TakesTheLargestSignedLength) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    HookScope const scope;
+    hooks::read.replace([](int, void*, size_t length) -> ssize_t { return length == INT_MAX ? 7 : -1; });
+    char buffer = 0;
+    EXPECT_EQ(mFile.read(&buffer, INT_MAX), 7);
+}
+
+TEST_F(FileInFolder, Read_WithoutASize_SaysSoAfterTheLinesOfTheSize) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    HookScope const scope;
+    hooks::fstat.failFrom(1, 1, -1, EIO);
+    char buffer = 0;
+    EXPECT_EQ(mFile.read(&buffer, 1), -1);
+    EXPECT_EQ(mLog.lines(), (Lines{error("fstat Failed. errno[5]"), error("fileSize Failed. Path:folder/f"),
+                                   error("in read func now size func error")}));
+}
+
+TEST_F(FileInFolder, Read_WithoutAPosition_SaysSo) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    HookScope const scope;
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    char buffer = 0;
+    EXPECT_EQ(mFile.read(&buffer, 1), -1);
+    EXPECT_EQ(mLog.lines(),
+              (Lines{error("lseek64 Failed. errno[5]"), error("in read func now seekFile func error")}));
+}
+
+TEST_F(FileInFolder, Read_ThatTheSystemRefuses_SaysSoAndIsNotRepeated) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    for (int const reason : {EINTR, EIO}) {
+        mLog.clear();
+        HookScope const scope;
+        hooks::read.failFrom(1, 1, -1, reason);
+        char buffer = 0;
+        EXPECT_EQ(mFile.read(&buffer, 1), -1);
+        EXPECT_EQ(mLog.lines(), (Lines{error("ReadFile Failed. errno[" + std::to_string(reason) + "]"),
+                                       error("in read func readFile Failed. Path:folder/f")}));
+        EXPECT_EQ(mFile.position(), 0);
+    }
+}
+
+TEST_F(FileInFolder, Read_OfAFileOpenedToWrite_IsRefusedByTheSystem) {
+    ASSERT_EQ(mFile.open(0, 1), 1);
+    char buffer = 0;
+    EXPECT_EQ(mFile.read(&buffer, 1), -1);
+    EXPECT_EQ(mLog.count(error("ReadFile Failed. errno[9]")), 1U);
+}
+
+TEST_F(FileInFolder, Read_ThatComesShort_GivesWhatCame) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    HookScope const scope;
+    hooks::read.replace(
+        [](int descriptor, void* out, size_t) { return hooks::read.real(descriptor, out, 3); });
+    char buffer[10] = {};
+    EXPECT_EQ(mFile.read(buffer, 10), 3);
+    EXPECT_EQ(mFile.position(), 3);
+}
+
+TEST_F(FileInFolder, Write_MakesTheseCallsInThisOrder) {
+    ASSERT_EQ(mFile.open(1, 1), 1);
+    FileCalls calls;
+    EXPECT_EQ(mFile.write("abc", 3), 3);
+    EXPECT_EQ(calls.take(),
+              (Lines{"changeParentAccessMode: stat folder", "changeParentAccessMode: chmod folder 777",
+                     "writeFile: write", "changeParentAccessMode: stat folder",
+                     "changeParentAccessMode: chmod folder 755"}));
+    EXPECT_EQ(contentOf("folder/f"), "0123456789abc");
+}
+
+TEST_F(FileInFolder, Write_OfNothing_WidensTheFolderAndSaysThatItFailed) {
+    ASSERT_EQ(mFile.open(0, 1), 1);
+    FileCalls calls;
+    EXPECT_EQ(mFile.write("x", 0), -1);
+    EXPECT_EQ(mFile.write(nullptr, 1), -1);
+    Lines const twice(2, error("writeFile Failed. Path:folder/f"));
+    EXPECT_EQ(mLog.lines(), twice);
+    Lines const once{"stat folder", "chmod folder 777", "stat folder", "chmod folder 755"};
+    Lines expected = once;
+    expected.insert(expected.end(), once.begin(), once.end());
+    EXPECT_EQ(calls.takeCalls(), expected);
+}
+
+TEST_F(FileInFolder, Write_ThatTheSystemRefuses_SaysSoAndPutsTheFolderBack) {
+    ASSERT_EQ(mFile.open(0, 1), 1);
+    for (int const reason : {EINTR, EIO, ENOSPC}) {
+        mLog.clear();
+        FileCalls calls;
+        hooks::write.failFrom(1, 1, -1, reason);
+        EXPECT_EQ(mFile.write("abc", 3), -1);
+        EXPECT_EQ(mLog.lines(), (Lines{error("WriteFile Failed. errno[" + std::to_string(reason) + "]"),
+                                       error("writeFile Failed. Path:folder/f")}));
+        EXPECT_EQ(calls.take().back(), "changeParentAccessMode: chmod folder 755");
+    }
+    EXPECT_EQ(contentOf("folder/f"), "0123456789");
+}
+
+TEST_F(FileInFolder, Write_ToAFullDisk_GivesWhatWentInAndThenSaysThatNoMoreDoes) {
+    ASSERT_EQ(mFile.open(2, 1), 1);
+    HookScope const scope;
+    hooks::write.replace([](int descriptor, void const* data, size_t) -> ssize_t {
+        if (lseek(descriptor, 0, SEEK_CUR) != 0) {
+            errno = ENOSPC;
+            return -1;
+        }
+        return hooks::write.real(descriptor, data, 2);
+    });
+    EXPECT_EQ(mFile.write("abc", 3), 2);
+    EXPECT_EQ(mLog.lines(), Lines());
+    EXPECT_EQ(mFile.write("c", 1), -1);
+    EXPECT_EQ(mLog.lines(),
+              (Lines{error("WriteFile Failed. errno[28]"), error("writeFile Failed. Path:folder/f")}));
+    EXPECT_EQ(mFile.close(), 1);
+    EXPECT_EQ(contentOf("folder/f"), "ab");
+}
+
+TEST_F(FileInFolder, Write_ToAFileOpenedToRead_IsRefusedByTheSystem) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    EXPECT_EQ(mFile.write("x", 1), -1);
+    EXPECT_EQ(mLog.lines(),
+              (Lines{error("WriteFile Failed. errno[9]"), error("writeFile Failed. Path:folder/f")}));
+}
+
+TEST_F(FileInFolder, Write_WhoseFolderCannotBeWidened_GoesOnAndPutsNothingBack) {
+    ASSERT_EQ(mFile.open(0, 1), 1);
+    FileCalls calls;
+    hooks::chmod.failFrom(1, 0, -1, EPERM);
+    EXPECT_EQ(mFile.write("abc", 3), 3);
+    EXPECT_EQ(calls.takeCalls(), (Lines{"stat folder", "chmod folder 777", "write"}));
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Write_ToAFileThatIsGone_GoesOn) {
+    ASSERT_EQ(mFile.open(0, 2), 1);
+    ASSERT_EQ(unlink("folder/f"), 0);
+    EXPECT_EQ(mFile.write("abc", 3), 3);
+    EXPECT_EQ(mFile.size(), 10);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Read_OfAFileThatWasCutMeanwhile_IsAtTheEndOfFile) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    mFile.seek(5, 0);
+    ASSERT_EQ(truncate("folder/f", 3), 0);
+    char buffer = 0;
+    EXPECT_EQ(mFile.read(&buffer, 1), -3);
+    EXPECT_EQ(mFile.availableSize(), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Read_OfAFileThatIsCutBehindTheLookAhead_Gives0) {
+    ASSERT_EQ(mFile.open(0, 0), 1);
+    HookScope const scope;
+    hooks::read.replace([](int descriptor, void* out, size_t length) {
+        EXPECT_EQ(truncate("folder/f", 0), 0);
+        return hooks::read.real(descriptor, out, length);
+    });
+    char buffer = 0;
+    EXPECT_EQ(mFile.read(&buffer, 1), 0);
+}
+
+TEST_F(FileInFolder, Resize_EndsTheFileAtThePosition) {
+    ASSERT_EQ(mFile.open(0, 2), 1);
+    FileCalls calls;
+    mFile.seek(4, 0);
+    calls.take();
+    EXPECT_EQ(mFile.resize(), 1);
+    EXPECT_EQ(calls.take(), (Lines{"resize: lseek 0 1", "resize: ftruncate 4"}));
+    EXPECT_EQ(contentOf("folder/f"), "0123");
+    mFile.seek(2, 1);
+    EXPECT_EQ(mFile.resize(), 1);
+    EXPECT_EQ(contentOf("folder/f"), std::string("0123\0\0", 6));
+}
+
+TEST_F(FileInFolder, Resize_WithoutAPosition_IsFalseWithoutALine) {
+    ASSERT_EQ(mFile.open(0, 2), 1);
+    HookScope const scope;
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(mFile.resize(), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+    EXPECT_EQ(mFile.size(), 10);
+}
+
+TEST_F(FileInFolder, Resize_ThatTheSystemRefuses_SaysSo) {
+    ASSERT_EQ(mFile.open(0, 2), 1);
+    HookScope const scope;
+    hooks::ftruncate.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(mFile.resize(), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("ftruncate Failed. Path:folder/f")}));
+}
+
+TEST_F(FileInFolder, ResizeToASize_LeavesThePositionWhereItWasOrAtTheNewEnd) {
+    ASSERT_EQ(mFile.open(0, 2), 1);
+    long long const expected[][3] = {{5, 6, 5}, {5, 5, 5}, {5, 4, 4}, {2, 20, 2}, {30, 25, 25}, {3, 0, 0}};
+    for (auto const& [position, size, positionBehind] : expected) {
+        mFile.seek(position, 0);
+        EXPECT_EQ(mFile.resize(static_cast<unsigned long long>(size)), 1);
+        EXPECT_EQ(mFile.position(), positionBehind);
+        EXPECT_EQ(mFile.size(), size);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, ResizeToASize_MakesTheseCallsInThisOrder) {
+    ASSERT_EQ(mFile.open(0, 2), 1);
+    FileCalls calls;
+    EXPECT_EQ(mFile.resize(20), 1);
+    EXPECT_EQ(calls.take(), (Lines{"seekFile: lseek 0 1", "seekFile: lseek 20 0", "resize: lseek 0 1",
+                                   "resize: ftruncate 20", "seekFile: lseek 0 0"}));
+    mFile.seek(0, 1);
+    calls.take();
+    EXPECT_EQ(mFile.resize(20), 1);
+    EXPECT_EQ(calls.take(), (Lines{"seekFile: lseek 0 1", "seekFile: lseek 20 0", "resize: lseek 0 1",
+                                   "resize: ftruncate 20"}));
+}
+
+TEST_F(FileInFolder, ResizeToASize_ThatFails_PutsThePositionBack) {
+    ASSERT_EQ(mFile.open(1, 2), 1);
+    HookScope const scope;
+    hooks::ftruncate.failFrom(1, 0, -1, EFBIG);
+    EXPECT_EQ(mFile.resize(4), 0);
+    EXPECT_EQ(mFile.position(), 10);
+    EXPECT_EQ(mFile.resize(40), 0);
+    EXPECT_EQ(mFile.position(), 10);
+    Lines const twice(2, error("ftruncate Failed. Path:folder/f"));
+    EXPECT_EQ(mLog.lines(), twice);
+}
+
+TEST_F(FileInFolder, ResizeToASize_WithAnyFailingSeek_IsFalse) {
+    ASSERT_EQ(mFile.open(0, 2), 1);
+    for (unsigned int failing = 1; failing <= 4; ++failing) {
+        mLog.clear();
+        HookScope const scope;
+        hooks::lseek.failFrom(failing, 1, -1, EIO);
+        EXPECT_EQ(mFile.resize(20), 0);
+        // The third is the one of the inner step, which says nothing.
+        EXPECT_EQ(mLog.lines().size(), failing == 3 ? 0U : 1U);
+    }
+}
+
+TEST_F(FileInFolder, ResizeToASize_BeyondAllOffsets_IsFalse) {
+    ASSERT_EQ(mFile.open(0, 2), 1);
+    EXPECT_EQ(mFile.resize(0x8000000000000000ULL), 0);
+    EXPECT_EQ(mFile.resize(~0ULL), 0);
+    EXPECT_EQ(mFile.size(), 10);
+    Lines const twice(2, error("lseek64 Failed. errno[22]"));
+    EXPECT_EQ(mLog.lines(), twice);
+}
+
+TEST_F(FileInFolder, FileBeyond4GiB_IsSoughtReadWrittenAndResized) {
+    constexpr long long FAR = (5LL << 30) + 3;
+    ASSERT_EQ(mFile.open(2, 2), 1);
+    EXPECT_EQ(mFile.seek(FAR, 0), FAR);
+    EXPECT_EQ(mFile.write("far", 3), 3);
+    EXPECT_EQ(mFile.position(), FAR + 3);
+    EXPECT_EQ(mFile.size(), FAR + 3);
+    EXPECT_EQ(mFile.seek(-3, 1), FAR);
+    EXPECT_EQ(mFile.availableSize(), 3);
+    char buffer[4] = {};
+    EXPECT_EQ(mFile.read(buffer, 4), 3);
+    EXPECT_STREQ(buffer, "far");
+    EXPECT_EQ(mFile.seek(0, 0), 0);
+    EXPECT_EQ(mFile.availableSize(), FAR + 3);
+    EXPECT_EQ(mFile.resize(static_cast<unsigned long long>(FAR) + 100), 1);
+    EXPECT_EQ(mFile.size(), FAR + 100);
+    EXPECT_EQ(mFile.close(), 1);
+    EXPECT_EQ(mFile.size(), FAR + 100);
+    ASSERT_EQ(mFile.open(1, 1), 1);
+    EXPECT_EQ(mFile.position(), FAR + 100);
+    EXPECT_EQ(mFile.resize(1ULL << 32), 1);
+    EXPECT_EQ(mFile.size(), 1LL << 32);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Write_OfAPathWithPercentSigns_NamesItToTheLetter) {
+    putFolder("folder/%s%d");
+    File file("folder/%s%d/%n%%", UTF8);
+    ASSERT_EQ(file.open(0, 1), 1);
+    EXPECT_EQ(file.write("x", 0), -1);
+    ASSERT_EQ(mLog.lines().size(), 1U);
+    // The sinks of the log take two percent signs for one.
+    EXPECT_EQ(mLog.lines()[0], error("writeFile Failed. Path:folder/%s%d/%n%"));
+    EXPECT_EQ(permissions("folder/%s%d/%n%%"), 0777);
+}
+
+TEST_F(FileInFolder, ChangeParentAccessMode_StoresTheWholeModeAndSetsTheNewOne) {
+    int mode = 0;
+    EXPECT_EQ(File::changeParentAccessMode("folder/f", 0700, &mode), 1);
+    EXPECT_EQ(mode, S_IFDIR | 0755);
+    EXPECT_EQ(permissions("folder"), 0700);
+    EXPECT_EQ(File::changeParentAccessMode("folder/none/", mode, nullptr), 1);
+    EXPECT_EQ(permissions("folder"), 0755);
+}
+
+TEST_F(FileInFolder, ChangeParentAccessMode_ToTheWholeModeThatItHas_DoesNothingAndIsFalse) {
+    FileCalls calls;
+    int mode = 0;
+    EXPECT_EQ(File::changeParentAccessMode("folder/f", S_IFDIR | 0755, &mode), 0);
+    EXPECT_EQ(mode, S_IFDIR | 0755);
+    EXPECT_EQ(calls.take(), (Lines{"changeParentAccessMode: stat folder"}));
+}
+
+TEST_F(FileInFolder, ChangeParentAccessMode_ToThePermissionsThatItHas_SetsThemAllTheSame) {
+    FileCalls calls;
+    EXPECT_EQ(File::changeParentAccessMode("folder/f", 0755, nullptr), 1);
+    EXPECT_EQ(calls.take(),
+              (Lines{"changeParentAccessMode: stat folder", "changeParentAccessMode: chmod folder 755"}));
+}
+
+TEST_F(FileInFolder, ChangeParentAccessMode_OfAPathWithoutAFolder_IsFalseWithoutACall) {
+    FileCalls calls;
+    int mode = -7;
+    for (char const* const path : {static_cast<char const*>(nullptr), "", "f", "/f", "/", "folder//f"}) {
+        EXPECT_EQ(File::changeParentAccessMode(path, 0777, &mode), 0);
+    }
+    EXPECT_EQ(mode, -7);
+    EXPECT_EQ(calls.take(), Lines());
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, ChangeParentAccessMode_OfAMissingFolder_SaysSoAtTheLowestLevel) {
+    int mode = -7;
+    EXPECT_EQ(File::changeParentAccessMode("folder/none/f", 0777, &mode), 0);
+    EXPECT_EQ(mode, -7);
+    EXPECT_EQ(mLog.lines(),
+              (Lines{debug("is changeParentAccessMode func stat Failed. errno[2] Path:folder/none")}));
+}
+
+TEST_F(FileInFolder, ChangeParentAccessMode_ThatTheSystemRefuses_IsFalse) {
+    HookScope const scope;
+    hooks::chmod.failFrom(1, 1, -1, EROFS);
+    int mode = 0;
+    EXPECT_EQ(File::changeParentAccessMode("folder/f", 0777, &mode), 0);
+    EXPECT_EQ(mode, S_IFDIR | 0755);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+// Each step of an opening fails in turn, until one run has none that does.
+template <typename HOOK, typename RESULT>
+void failEachCallOfOpening(HOOK& hook, RESULT result, int reason) {
+    bool isThrough = false;
+    for (unsigned int failing = 1; !isThrough; ++failing) {
+        ASSERT_LT(failing, 20U);
+        unsigned int const descriptors = openDescriptors();
+        {
+            HookScope const scope;
+            hook.failFrom(failing, 1, result, reason);
+            File file("folder/f", UTF8);
+            int const isOpen = file.open(1, 2);
+            EXPECT_EQ(file.isOpened(), isOpen);
+            isThrough = hook.calls() < failing;
+        }
+        EXPECT_EQ(openDescriptors(), descriptors);
+        EXPECT_EQ(contentOf("folder/f"), "0123456789");
+        chmod("folder", 0755);
+    }
+}
+
+TEST_F(FileInFolder, Open_WithAnyCallFailing_LeavesNoDescriptorAndTheContent) {
+    failEachCallOfOpening(hooks::stat, -1, EACCES);
+    failEachCallOfOpening(hooks::chmod, -1, EPERM);
+    failEachCallOfOpening(hooks::open, -1, EMFILE);
+    failEachCallOfOpening(hooks::flock, -1, EINTR);
+    failEachCallOfOpening(hooks::lseek, off_t{-1}, EINVAL);
+    failEachCallOfOpening(hooks::fsync, -1, EIO);
+}
+
+TEST(FileFields, StandInTheirOrder) {
+    File const file("p", 3);
+    constexpr std::size_t PATH = sizeof(void*);
+    constexpr std::size_t HANDLE = PATH + sizeof(utl::BasicString<char>);
+    constexpr std::size_t TEXT_TYPE = HANDLE + sizeof(utl::SmartHandle<utl::DestructCloseFile>);
+    EXPECT_EQ(utltest::fieldAt<char const*>(file, PATH + sizeof(void*)), file.getPath());
+    EXPECT_EQ(utltest::fieldAt<int>(file, TEXT_TYPE), 3);
+}
+
+TEST(FileFields, TheDestructorIsTheOnlyVirtualOperation) {
+    EXPECT_TRUE(std::has_virtual_destructor_v<File>);
+    EXPECT_TRUE(std::has_virtual_destructor_v<File::AutoClose>);
+    EXPECT_FALSE(std::is_copy_constructible_v<File>);
+    EXPECT_FALSE(std::is_copy_assignable_v<File>);
+}
+
+}  // namespace
