@@ -156,6 +156,10 @@ class UTL_API Thread {
     /// `start` may wait for that.
     void waitForStart() const;
 
+    /// Takes the calling thread, which is this one, from the watchdog, unless a `stop` has done so. For an
+    /// `execute` that may end by itself, behind `waitForStart`.
+    void leaveWatchdog() const;
+
     /// Waits without limit for the end of a thread that exists, also where the `ThreadManager` does not
     /// know it any more. For destructors, on another thread.
     void waitForEnd();

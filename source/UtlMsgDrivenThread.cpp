@@ -272,6 +272,7 @@ int MsgDrivenThread::execute() {
     waitForStart();
     // A thread that could not be registered has no id, and nobody could stop it.
     int const result = getId() != 0 ? runLoop() : -1;
+    leaveWatchdog();
     leaveLoop();
     return result;
 }

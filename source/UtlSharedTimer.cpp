@@ -162,6 +162,7 @@ int SharedTimer::execute() {
     waitForStart();
     // A thread that could not be registered has no id, and nobody could stop it.
     int const result = getId() != 0 ? runLoop() : -1;
+    leaveWatchdog();
     leaveLoop();
     return result;
 }

@@ -183,6 +183,13 @@ void Thread::waitForEnd() {
     waitUntilOn(mMilestones[FINISHED], 0);
 }
 
+// A stop takes the thread out before it makes itself known.
+void Thread::leaveWatchdog() const {
+    if (!hasRequestedStop()) {
+        ThreadManager::get()->unregisterWatchdog(0);
+    }
+}
+
 void Thread::waitForStart() const {
     SyncGuard const guard(mSyncObject);
 }

@@ -1005,6 +1005,35 @@ TEST_F(MsgDrivenThread, UnderTheWatchdog_ErrnoOfTheReadOutlivesTheReports) {
               1U);
 }
 
+TEST_F(MsgDrivenThread, UnderTheWatchdog_AThreadWhoseReadFails_IsNotRegisteredAnyMore) {
+    HookScope const scope;
+    LogCapture const log;
+    WatchdogAccess::setInitialized(utl::ThreadManagerTestAccess::watchdog(), true);
+    Collector collector;
+    ScopedMsgThread thread;
+    hooks::read.failFrom(2, 0, -1, EIO);
+    ASSERT_EQ(thread.start(&collector, 1, 60000), 0);
+    ASSERT_TRUE(utl::ThreadManager::get()->isRegisteredWatchdog(thread.getId()));
+    EXPECT_EQ(thread.postMsg(FIRST), 1);
+    EXPECT_EQ(thread.waitTo(3, 0), 0);
+    EXPECT_FALSE(utl::ThreadManager::get()->isRegisteredWatchdog(thread.getId()));
+}
+
+TEST_F(MsgDrivenThread, UnderTheWatchdog_AThreadWhoseObjectGoesWithoutAStop_IsNotRegisteredAnyMore) {
+    LogCapture const log;
+    WatchdogAccess::setInitialized(utl::ThreadManagerTestAccess::watchdog(), true);
+    int id = 0;
+    {
+        Collector collector;
+        utl::MsgDrivenThread thread(8, 4, "forgotten");
+        ASSERT_EQ(thread.start(&collector, 1, 60000), 0);
+        id = thread.getId();
+        ASSERT_TRUE(utl::ThreadManager::get()->isRegisteredWatchdog(id));
+    }
+    EXPECT_FALSE(utl::ThreadManager::get()->isRegisteredWatchdog(id));
+    EXPECT_TRUE(utl::ThreadManager::get()->unregister(id));
+}
+
 TEST_F(MsgDrivenThread, FramesBeyondThirtyTwoBits_AreNotAllocatedOnAnyAbi) {
     auto const make = [](unsigned int size, unsigned int count) {
         utl::MsgDrivenThread(size, count, "huge");

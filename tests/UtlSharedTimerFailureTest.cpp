@@ -535,6 +535,28 @@ TEST_F(SharedTimerWatched, TheThread_IsWatchedWhileItWorksAndNotWhileItSleeps) {
     EXPECT_EQ(lastStatement(timers->getId()).sub, 0U);
 }
 
+TEST_F(SharedTimerWatched, AThreadWhoseReadFails_IsNotRegisteredAnyMore) {
+    utl::ThreadManager* const manager = utl::ThreadManager::get();
+    ScopedTimers timers(8, "watched", 1, LONG);
+    ASSERT_TRUE(manager->isRegisteredWatchdog(timers->getId()));
+    calls().read.failFrom(1, 0, EIO);
+    EXPECT_TRUE(timers->eraseTimer(UNKNOWN, 1));
+    ASSERT_EQ(timers->waitTo(utl::Thread::FINISHED), 0);
+    EXPECT_FALSE(manager->isRegisteredWatchdog(timers->getId()));
+}
+
+TEST_F(SharedTimerWatched, AThreadWhoseObjectGoesWithoutDestroy_IsNotRegisteredAnyMore) {
+    utl::ThreadManager* const manager = utl::ThreadManager::get();
+    int id = 0;
+    {
+        utl::SharedTimer timers(1, LONG, nullptr, 8, "watched");
+        id = timers.getId();
+        ASSERT_TRUE(manager->isRegisteredWatchdog(id));
+    }
+    EXPECT_FALSE(manager->isRegisteredWatchdog(id));
+    EXPECT_TRUE(manager->unregister(id));
+}
+
 TEST_F(SharedTimerWatched, TheForwarders_ReachTheThreadsEntry) {
     utl::ThreadManager* const manager = utl::ThreadManager::get();
     ScopedTimers timers(8, "watched", 1, LONG);
