@@ -5,6 +5,7 @@
 #include "UtlArray.h"
 #include "UtlBasicString.h"
 #include "UtlCharSet.h"
+#include "UtlBitStream.h"
 #include "UtlEvent.h"
 #include "UtlFile.h"
 #include "UtlLog.h"

@@ -5,6 +5,7 @@
 
 #include "UtlArray.h"
 #include "UtlBasicString.h"
+#include "UtlBitStream.h"
 #include "UtlEvent.h"
 #include "UtlFile.h"
 #include "UtlMap.h"
@@ -98,6 +99,8 @@ static_assert(hasTargetSize<utl::File::AutoClose>(8));
 
 static_assert(hasTargetSize<utl::MemoryPool>(4 + sizeof(utl::BasicString<char>) + 4 * 4 +
                                              sizeof(utl::SyncObject)));
+
+static_assert(hasTargetSize<utl::BitStream>(20));
 
 // The types that only a derived class can name.
 struct SharedThreadTypes : utl::MsgDrivenSharedThread {
