@@ -33,19 +33,19 @@ struct Outcome {
     std::vector<TO> written;
 };
 
-/// Marks places that have not been written to; texts in tests leave it out.
-template <typename TO>
-constexpr TO UNTOUCHED = static_cast<TO>(0x7E);
-
-/// Converts into a buffer of exactly `size`. Nothing may be written behind what the result counts.
+/// Converts into buffers of exactly `size` that were filled with different values before: what is the same in
+/// both was written. It must be in one piece, and a result must count all of it.
 template <typename TO, typename FROM>
 Outcome<TO> convertInto(unsigned int size, unsigned int (*convert)(TO*, unsigned int, FROM const*),
                         FROM const* src) {
     auto const dst = std::make_unique<TO[]>(size);
-    std::fill(dst.get(), dst.get() + size, UNTOUCHED<TO>);
+    auto const other = std::make_unique<TO[]>(size);
+    std::fill_n(dst.get(), size, static_cast<TO>(1));
+    std::fill_n(other.get(), size, static_cast<TO>(2));
     unsigned int const result = convert(dst.get(), size, src);
-    TO* const end = std::find(dst.get(), dst.get() + size, UNTOUCHED<TO>);
-    EXPECT_EQ(std::count(end, dst.get() + size, UNTOUCHED<TO>), dst.get() + size - end);
+    EXPECT_EQ(convert(other.get(), size, src), result);
+    TO* const end = std::mismatch(dst.get(), dst.get() + size, other.get()).first;
+    EXPECT_EQ(std::count(end, dst.get() + size, static_cast<TO>(1)), dst.get() + size - end);
     if (result == utl::INVALID_SIZE) {
         return {result, std::vector<TO>(dst.get(), end)};
     }
