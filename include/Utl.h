@@ -4,8 +4,8 @@
 
 #include "UtlArray.h"
 #include "UtlBasicString.h"
-#include "UtlCharSet.h"
 #include "UtlBitStream.h"
+#include "UtlCharSet.h"
 #include "UtlEvent.h"
 #include "UtlFile.h"
 #include "UtlLog.h"

@@ -4,7 +4,7 @@
 #include <cwchar>
 
 #include "UtlCharSetOutput.h"
-#include "UtlCodeTable.h"
+#include "UtlSjisTable.h"
 
 namespace utl {
 

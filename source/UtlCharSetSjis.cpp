@@ -1,6 +1,6 @@
 #include "UtlCharSet.h"
 #include "UtlCharSetOutput.h"
-#include "UtlCodeTable.h"
+#include "UtlSjisTable.h"
 
 namespace utl {
 

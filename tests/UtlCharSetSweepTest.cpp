@@ -13,7 +13,7 @@
 #include "TestCharSet.h"
 #include "TestIconv.h"
 #include "UtlCharSet.h"
-#include "UtlCodeTableData.h"
+#include "UtlSjisTableData.h"
 
 namespace {
 
@@ -60,7 +60,7 @@ std::size_t present(std::string const& text, std::size_t position, std::size_t b
 unsigned int sjisOf(unsigned int key) {
     static std::map<unsigned int, unsigned int> const codes = [] {
         std::map<unsigned int, unsigned int> all;
-        for (auto const& record : utl::CODE_TABLE_DATA.Utf8ToSjisTable) {
+        for (auto const& record : utl::SJIS_TABLE_DATA.Utf8ToSjisTable) {
             all[record.mUtf8] = record.mSjis;
         }
         return all;
@@ -72,7 +72,7 @@ unsigned int sjisOf(unsigned int key) {
 utl::SjisRecord characterOf(unsigned int code) {
     static std::map<unsigned int, utl::SjisRecord> const characters = [] {
         std::map<unsigned int, utl::SjisRecord> all;
-        for (auto const& record : utl::CODE_TABLE_DATA.SjisTable) {
+        for (auto const& record : utl::SJIS_TABLE_DATA.SjisTable) {
             all[record.mSjis] = record;
         }
         return all;
@@ -342,7 +342,7 @@ TEST(CharSetSweep, CodesOfThePageDrawnByLot_AreReadAsTheCLibraryReadsThem) {
         std::string text(1, 'a');
         for (unsigned int count = lots.below(100); count > 0; --count) {
             text += lots.below(3) == 0 ? stringOf(1 + lots.below(0x7F))
-                                       : stringOf(lots.oneOf(utl::CODE_TABLE_DATA.SjisTable).mSjis);
+                                       : stringOf(lots.oneOf(utl::SJIS_TABLE_DATA.SjisTable).mSjis);
         }
         EXPECT_EQ(textOf(converted(&utl::convertStrFromSjisToUtf8, text)), toUtf8.convert(text));
         EXPECT_EQ(bytesOf(textOf(converted(&utl::convertStrFromSjisToUtf16, text))), toUtf16.convert(text));
@@ -356,7 +356,7 @@ TEST(CharSetSweep, CharactersOfThePageDrawnByLot_AreWrittenAsTheCLibraryWritesTh
         std::string text(1, 'a');
         for (unsigned int count = lots.below(100); count > 0; --count) {
             text += lots.below(3) == 0 ? stringOf(1 + lots.below(0x7F))
-                                       : stringOf(lots.oneOf(utl::CODE_TABLE_DATA.Utf8ToSjisTable).mUtf8);
+                                       : stringOf(lots.oneOf(utl::SJIS_TABLE_DATA.Utf8ToSjisTable).mUtf8);
         }
         EXPECT_EQ(textOf(converted(&utl::convertStrFromUtf8ToSjis, text)), toSjis.convert(text));
     }

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "TestCharSet.h"
-#include "UtlCodeTable.h"
+#include "UtlSjisTable.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
 #pragma once
 
-// Made by tools/make-code-tables; change that, not this.
+// Made by tools/make-sjis-tables; change that, not this.
 // clang-format off
 
-#include "UtlCodeTable.h"
+#include "UtlSjisTable.h"
 
 namespace utl {
 
-constexpr CodeTables CODE_TABLE_DATA{
+constexpr SjisTables SJIS_TABLE_DATA{
     {  // UTF-8, Shift-JIS, reserved
 {0x00C2A7,0x8198,0},{0x00C2A8,0x814E,0},{0x00C2B0,0x818B,0},{0x00C2B1,0x817D,0},
 {0x00C2B4,0x814C,0},{0x00C2B6,0x81F7,0},{0x00C397,0x817E,0},{0x00C3B7,0x8180,0},

@@ -1,7 +1,7 @@
 // The tables between Shift-JIS and Unicode: what they hold, that the script makes them, and that the C
 // library holds the same. The functions that look into them are asked about every code there can be.
 
-#include "UtlCodeTable.h"
+#include "UtlSjisTable.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@
 #include "TestCharSet.h"
 #include "TestIconv.h"
 #include "UtlCharSet.h"
-#include "UtlCodeTableData.h"
+#include "UtlSjisTableData.h"
 
 namespace {
 
@@ -26,8 +26,8 @@ using utltest::Iconv;
 using utltest::textOf;
 using utltest::Units;
 
-auto const& FROM_UTF8 = utl::CODE_TABLE_DATA.Utf8ToSjisTable;
-auto const& FROM_SJIS = utl::CODE_TABLE_DATA.SjisTable;
+auto const& FROM_UTF8 = utl::SJIS_TABLE_DATA.Utf8ToSjisTable;
+auto const& FROM_SJIS = utl::SJIS_TABLE_DATA.SjisTable;
 
 // The bytes of a number, high byte first, without leading zero bytes.
 std::string bytesOf(unsigned int number) {
@@ -62,7 +62,7 @@ std::string littleEndian(unsigned int number, unsigned int bytes) {
 
 // --- what they hold
 
-TEST(CodeTables, TellingRows_AreWhereTheyBelong) {
+TEST(SjisTables, TellingRows_AreWhereTheyBelong) {
     EXPECT_EQ(std::size(FROM_UTF8), 7389U);
     EXPECT_EQ(rowAt(FROM_UTF8[0]), "C2A7 8198 0");
     EXPECT_EQ(rowAt(FROM_UTF8[1]), "C2A8 814E 0");
@@ -72,8 +72,8 @@ TEST(CodeTables, TellingRows_AreWhereTheyBelong) {
     EXPECT_EQ(rowAt(FROM_SJIS[7786]), "FC4B 9ED1 E9BB91");
 }
 
-TEST(CodeTables, Records_AreEightLittleEndianBytesAndStandOneBehindTheOther) {
-    auto const* const bytes = reinterpret_cast<char const*>(&utl::CODE_TABLE_DATA);
+TEST(SjisTables, Records_AreEightLittleEndianBytesAndStandOneBehindTheOther) {
+    auto const* const bytes = reinterpret_cast<char const*>(&utl::SJIS_TABLE_DATA);
     std::string expected;
     for (Utf8ToSjisRecord const& record : FROM_UTF8) {
         expected += littleEndian(record.mUtf8, 4) + littleEndian(record.mSjis, 2) + std::string(2, '\0');
@@ -82,11 +82,11 @@ TEST(CodeTables, Records_AreEightLittleEndianBytesAndStandOneBehindTheOther) {
         expected +=
             littleEndian(record.mSjis, 2) + littleEndian(record.mUtf16, 2) + littleEndian(record.mUtf8, 4);
     }
-    ASSERT_EQ(sizeof(utl::CODE_TABLE_DATA), expected.size());
+    ASSERT_EQ(sizeof(utl::SJIS_TABLE_DATA), expected.size());
     EXPECT_TRUE(std::equal(expected.begin(), expected.end(), bytes));
 }
 
-TEST(CodeTables, Keys_StrictlyAscend) {
+TEST(SjisTables, Keys_StrictlyAscend) {
     for (std::size_t row = 1; row < std::size(FROM_UTF8); ++row) {
         EXPECT_LT(FROM_UTF8[row - 1].mUtf8, FROM_UTF8[row].mUtf8) << row;
     }
@@ -95,7 +95,7 @@ TEST(CodeTables, Keys_StrictlyAscend) {
     }
 }
 
-TEST(CodeTables, BothTables_HoldTheSameCharacters) {
+TEST(SjisTables, BothTables_HoldTheSameCharacters) {
     std::set<unsigned int> units;
     std::set<unsigned int> read;
     std::set<unsigned int> written;
@@ -110,7 +110,7 @@ TEST(CodeTables, BothTables_HoldTheSameCharacters) {
     EXPECT_EQ(read, written);
 }
 
-TEST(CodeTables, TheUnitAndTheBytesOfARow_AreTheSameCharacter) {
+TEST(SjisTables, TheUnitAndTheBytesOfARow_AreTheSameCharacter) {
     for (SjisRecord const& record : FROM_SJIS) {
         char bytes[3];
         unsigned int const size = utl::convertCharFromUtf16ToUtf8(bytes, 3, record.mUtf16, nullptr);
@@ -125,7 +125,7 @@ unsigned int rankOf(unsigned int code) {
     return lead == 0x87 ? 2 : lead >= 0xFA ? 3 : lead == 0xED || lead == 0xEE ? 4 : 1;
 }
 
-TEST(CodeTables, OfSeveralCodes_TheMostWidelyKnownIsWritten) {
+TEST(SjisTables, OfSeveralCodes_TheMostWidelyKnownIsWritten) {
     std::map<unsigned int, std::map<unsigned int, unsigned int>> codes;  // of each character, by rank
     for (SjisRecord const& record : FROM_SJIS) {
         EXPECT_TRUE(codes[record.mUtf8].emplace(rankOf(record.mSjis), record.mSjis).second) << record.mSjis;
@@ -138,8 +138,8 @@ TEST(CodeTables, OfSeveralCodes_TheMostWidelyKnownIsWritten) {
 
 // --- who made them
 
-TEST(CodeTables, TheScript_MakesThisFileAgain) {
-    std::string const command = std::string("python3 ") + UTL_PROJECT_FOLDER + "/tools/make-code-tables";
+TEST(SjisTables, TheScript_MakesThisFileAgain) {
+    std::string const command = std::string("python3 ") + UTL_PROJECT_FOLDER + "/tools/make-sjis-tables";
     FILE* const script = popen(command.c_str(), "r");
     ASSERT_NE(script, nullptr);
     std::string made;
@@ -148,7 +148,7 @@ TEST(CodeTables, TheScript_MakesThisFileAgain) {
         made.append(block, size);
     }
     EXPECT_EQ(pclose(script), 0) << command;
-    std::ifstream file(std::string(UTL_PROJECT_FOLDER) + "/source/UtlCodeTableData.h", std::ios::binary);
+    std::ifstream file(std::string(UTL_PROJECT_FOLDER) + "/source/UtlSjisTableData.h", std::ios::binary);
     std::string const stored{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     EXPECT_GT(stored.size(), 7389U);
     EXPECT_TRUE(made == stored);
@@ -174,7 +174,7 @@ RECORD const* found(RECORD const (&table)[COUNT], KEY RECORD::*key, unsigned int
     }
 }
 
-TEST(CodeTables, EveryDoubleByte_IsConvertedAsTheTableSays) {
+TEST(SjisTables, EveryDoubleByte_IsConvertedAsTheTableSays) {
     for (unsigned int code = 0x8101; code <= 0xFCFF; ++code) {
         if (utl::sjisKind(static_cast<unsigned char>(code >> 8U)) != utl::SjisKind::DOUBLE ||
             (code & 0xFFU) == 0) {
@@ -195,7 +195,7 @@ TEST(CodeTables, EveryDoubleByte_IsConvertedAsTheTableSays) {
     }
 }
 
-TEST(CodeTables, EveryHalfWidthKana_IsConvertedAsTheTableSays) {
+TEST(SjisTables, EveryHalfWidthKana_IsConvertedAsTheTableSays) {
     for (unsigned int code = 0xA1; code <= 0xDF; ++code) {
         SjisRecord const* const record = found(FROM_SJIS, &SjisRecord::mSjis, code);
         ASSERT_NE(record, nullptr);
@@ -221,7 +221,7 @@ void expectKeysFrom(unsigned int first, unsigned int last) {
     }
 }
 
-TEST(CodeTables, EveryKeyOfUtf8_IsConvertedAsTheTableSays) {
+TEST(SjisTables, EveryKeyOfUtf8_IsConvertedAsTheTableSays) {
     expectKeysFrom(0xC201, 0xD1FF);
     expectKeysFrom(0xE20101, 0xE9FFFF);
     expectKeysFrom(0xEF0101, 0xEFFFFF);
@@ -229,7 +229,7 @@ TEST(CodeTables, EveryKeyOfUtf8_IsConvertedAsTheTableSays) {
 
 // --- what the C library says
 
-TEST(CodeTables, EveryCodeWithARow_IsReadAsTheCLibraryReadsIt) {
+TEST(SjisTables, EveryCodeWithARow_IsReadAsTheCLibraryReadsIt) {
     Iconv const toUtf8("UTF-8", "CP932");
     Iconv const toUtf16("UTF-16LE", "CP932");
     for (SjisRecord const& record : FROM_SJIS) {
@@ -239,7 +239,7 @@ TEST(CodeTables, EveryCodeWithARow_IsReadAsTheCLibraryReadsIt) {
     }
 }
 
-TEST(CodeTables, EveryCodeWithoutARow_IsUnknownToTheCLibrary) {
+TEST(SjisTables, EveryCodeWithoutARow_IsUnknownToTheCLibrary) {
     Iconv const toUtf8("UTF-8", "CP932");
     for (unsigned int code = 0x8100; code <= 0xFCFF; ++code) {
         if (utl::sjisKind(static_cast<unsigned char>(code >> 8U)) == utl::SjisKind::DOUBLE &&
@@ -249,7 +249,7 @@ TEST(CodeTables, EveryCodeWithoutARow_IsUnknownToTheCLibrary) {
     }
 }
 
-TEST(CodeTables, EveryCharacterWithARow_IsWrittenAsTheCLibraryWritesIt) {
+TEST(SjisTables, EveryCharacterWithARow_IsWrittenAsTheCLibraryWritesIt) {
     Iconv const toSjis("CP932", "UTF-8");
     for (Utf8ToSjisRecord const& record : FROM_UTF8) {
         EXPECT_EQ(bytesOf(record.mSjis), toSjis.convert(bytesOf(record.mUtf8))) << hex(record.mUtf8);
@@ -267,7 +267,7 @@ bool isUsersOwn(unsigned int unit) {
     return unit >= 0xE000 && unit < 0xF900;
 }
 
-TEST(CodeTables, EveryCharacterWithoutARow_IsUnknownToTheCLibraryOrOneOfTheseLookalikes) {
+TEST(SjisTables, EveryCharacterWithoutARow_IsUnknownToTheCLibraryOrOneOfTheseLookalikes) {
     Iconv const toSjis("CP932", "UTF-8");
     for (unsigned int unit = 0x80; unit <= 0xFFFF; ++unit) {
         char bytes[3];

@@ -1,6 +1,6 @@
-#include "UtlCodeTable.h"
+#include "UtlSjisTable.h"
 
-#include "UtlCodeTableData.h"
+#include "UtlSjisTableData.h"
 
 namespace utl {
 
@@ -11,9 +11,9 @@ constexpr unsigned int blockOf(Utf8ToSjisRecord const& record) {
     return utf8 > 0xFFFF ? utf8Block(utf8 >> 16U, utf8 >> 8U & 0xFFU) : utf8Block(utf8 >> 8U);
 }
 
-constexpr void indexSjis(CodeIndex* index) {
+constexpr void indexSjis(SjisIndex* index) {
     for (unsigned int row = 0; row < SJIS_COUNT; ++row) {
-        unsigned int const code = CODE_TABLE_DATA.SjisTable[row].mSjis;
+        unsigned int const code = SJIS_TABLE_DATA.SjisTable[row].mSjis;
         if (code > 0xFF) {
             unsigned int const column = (code & 0xFFU) - SJIS_TRAIL_MIN;
             index->mSjisRows[sjisLeadNumber(code >> 8U) * SJIS_TRAIL_COUNT + column] =
@@ -23,11 +23,11 @@ constexpr void indexSjis(CodeIndex* index) {
 }
 
 // The rows are sorted, so those of a block follow each other.
-constexpr unsigned int indexUtf8(CodeIndex* index) {
+constexpr unsigned int indexUtf8(SjisIndex* index) {
     unsigned int used = 0;
     unsigned int block = UTF8_BLOCK_COUNT;
     for (unsigned int row = 0; row < UTF8_TO_SJIS_COUNT; ++row) {
-        Utf8ToSjisRecord const& record = CODE_TABLE_DATA.Utf8ToSjisTable[row];
+        Utf8ToSjisRecord const& record = SJIS_TABLE_DATA.Utf8ToSjisTable[row];
         if (blockOf(record) != block) {
             block = blockOf(record);
             ++used;
@@ -39,15 +39,15 @@ constexpr unsigned int indexUtf8(CodeIndex* index) {
     return used;
 }
 
-constexpr CodeIndex makeIndex() {
-    CodeIndex index{};
+constexpr SjisIndex makeIndex() {
+    SjisIndex index{};
     indexSjis(&index);
     indexUtf8(&index);
     return index;
 }
 
 constexpr unsigned int usedBlocks() {
-    CodeIndex index{};
+    SjisIndex index{};
     return indexUtf8(&index);
 }
 
@@ -56,7 +56,7 @@ static_assert(usedBlocks() == UTF8_USED_BLOCKS);
 // The kana stand first, without a gap: no index is needed for them.
 constexpr bool kanaAreFirst() {
     for (unsigned int i = 0; i < SJIS_KANA_COUNT; ++i) {
-        if (CODE_TABLE_DATA.SjisTable[i].mSjis != SJIS_KANA_MIN + i) {
+        if (SJIS_TABLE_DATA.SjisTable[i].mSjis != SJIS_KANA_MIN + i) {
             return false;
         }
     }
@@ -67,7 +67,7 @@ static_assert(kanaAreFirst());
 
 }  // namespace
 
-constexpr CodeTables CODE_TABLES = CODE_TABLE_DATA;
-constexpr CodeIndex CODE_INDEX = makeIndex();
+constexpr SjisTables SJIS_TABLES = SJIS_TABLE_DATA;
+constexpr SjisIndex SJIS_INDEX = makeIndex();
 
 }  // namespace utl

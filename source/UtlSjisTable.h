@@ -30,7 +30,7 @@ constexpr unsigned int UTF8_TO_SJIS_COUNT = 7389;
 constexpr unsigned int SJIS_COUNT = 7787;
 
 /// Both tables, one behind the other.
-struct CodeTables {
+struct SjisTables {
     Utf8ToSjisRecord Utf8ToSjisTable[UTF8_TO_SJIS_COUNT];
     SjisRecord SjisTable[SJIS_COUNT];
 };
@@ -97,15 +97,15 @@ constexpr unsigned int UTF8_USED_BLOCKS = 361;
 // Looking up ------------------------------------------------------------------------------------------------
 
 /// Rows of the tables, counted from 1; 0 where there is none.
-struct CodeIndex {
+struct SjisIndex {
     unsigned short mSjisRows[SJIS_LEAD_COUNT * SJIS_TRAIL_COUNT];
     /// Where the rows of a block begin. All blocks without a character share the first.
     unsigned short mUtf8Blocks[UTF8_BLOCK_COUNT];
     unsigned short mUtf8Rows[(1 + UTF8_USED_BLOCKS) * UTF8_BLOCK_SIZE];
 };
 
-extern CodeTables const CODE_TABLES;
-extern CodeIndex const CODE_INDEX;
+extern SjisTables const SJIS_TABLES;
+extern SjisIndex const SJIS_INDEX;
 
 /// What stands in for a character that has no row: all of it is 0.
 constexpr SjisRecord UNMAPPED_SJIS{};
@@ -123,8 +123,8 @@ inline SjisRecord const* sjisDouble(unsigned int lead, unsigned int trail) {
     if (column >= SJIS_TRAIL_COUNT) {
         return &UNMAPPED_SJIS;
     }
-    unsigned int const row = CODE_INDEX.mSjisRows[sjisLeadNumber(lead) * SJIS_TRAIL_COUNT + column];
-    return row != 0 ? &CODE_TABLES.SjisTable[row - 1] : &UNMAPPED_SJIS;
+    unsigned int const row = SJIS_INDEX.mSjisRows[sjisLeadNumber(lead) * SJIS_TRAIL_COUNT + column];
+    return row != 0 ? &SJIS_TABLES.SjisTable[row - 1] : &UNMAPPED_SJIS;
 }
 
 /// The character at `text`, which a terminator ends.
@@ -134,7 +134,7 @@ inline SjisChar sjisCharAt(char const* text) {
         case SjisKind::LITERAL:
             return {SjisKind::LITERAL, 1, &UNMAPPED_SJIS};
         case SjisKind::KANA:
-            return {SjisKind::KANA, 1, &CODE_TABLES.SjisTable[first - SJIS_KANA_MIN]};
+            return {SjisKind::KANA, 1, &SJIS_TABLES.SjisTable[first - SJIS_KANA_MIN]};
         case SjisKind::DOUBLE:
             break;
     }
@@ -169,8 +169,8 @@ struct Utf8Char {
 };
 
 inline Utf8ToSjisRecord const* utf8InBlock(unsigned int block, unsigned char last) {
-    unsigned int const row = CODE_INDEX.mUtf8Rows[CODE_INDEX.mUtf8Blocks[block] + (last & 0x3FU)];
-    return row != 0 ? &CODE_TABLES.Utf8ToSjisTable[row - 1] : &UNMAPPED_UTF8;
+    unsigned int const row = SJIS_INDEX.mUtf8Rows[SJIS_INDEX.mUtf8Blocks[block] + (last & 0x3FU)];
+    return row != 0 ? &SJIS_TABLES.Utf8ToSjisTable[row - 1] : &UNMAPPED_UTF8;
 }
 
 /// The character at `text`, which a terminator ends.
