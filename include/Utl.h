@@ -6,6 +6,7 @@
 #include "UtlBasicString.h"
 #include "UtlBitStream.h"
 #include "UtlCharSet.h"
+#include "UtlCharAttrib.h"
 #include "UtlEvent.h"
 #include "UtlFile.h"
 #include "UtlLog.h"
