@@ -3,6 +3,7 @@
 // Everything that the library offers.
 
 #include "UtlArray.h"
+#include "UtlAttribConvert.h"
 #include "UtlBasicString.h"
 #include "UtlBitStream.h"
 #include "UtlCharSet.h"

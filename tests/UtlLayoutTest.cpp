@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "UtlArray.h"
+#include "UtlAttribConvert.h"
 #include "UtlBasicString.h"
 #include "UtlBitStream.h"
 #include "UtlEvent.h"
@@ -76,6 +77,7 @@ static_assert(hasTargetSize<utl::Event>(16 + 2 * sizeof(pthread_cond_t) + sizeof
 static_assert(hasTargetSize<utl::TimeCounter>(12));
 
 static_assert(hasTargetSize<utl::DualType<char const*, wchar_t const*>>(12));
+static_assert(hasTargetSize<utl::PairAttrib>(4 + 2 * sizeof(utl::CodeTableRow)));
 static_assert(hasTargetSize<utl::Range<char>>(8));
 static_assert(hasTargetSize<utl::BasicString<char>>(20));
 static_assert(hasTargetSize<utl::StaticBuffer>(sizeof(utl::SyncObject) + 3 * 10240 + 4));

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "UtlAttribConvert.h"
+#include "UtlCharAttrib.h"
 #include "UtlLog.h"
 #include "UtlPlatform.h"
 
@@ -43,6 +45,32 @@ TEST(StaticLibrary, KeepsTheBuiltInFunctionThatTheProgramLeavesOut) {
     char text[4] = "";
     EXPECT_EQ(jk_wctomb(text, 3, L"\x3042", 1, EN_KCP_UTF8), 3);
     EXPECT_STREQ(text, "\xE3\x81\x82");
+}
+
+// Uses the tables of Japanese text while the program is being initialised, in front of all initialisers that
+// come from the library: those of a shared library have run by then in any case.
+struct EarlyUser {
+    EarlyUser()
+        : digit(utl::ZEN_DIGIT_TBL[9].mNarrow),
+          digitSize(utl::attribBlockSize(digit, utl::ATTRIB_ZEN_DIGIT)),
+          kanaSize(utl::convertAttrib(kana, sizeof(kana), "ｶﾞ", utl::HANKAKU_ZENKAKU_PAIR, 0, 0)) {}
+
+    char const* digit;
+    unsigned int digitSize;
+    char kana[8]{};
+    unsigned int kanaSize;
+};
+
+[[gnu::init_priority(101)]] EarlyUser gEarlyUser;
+
+TEST(StaticLibrary, HasItsCodeTablesFilledBeforeAnyInitialiserRuns) {
+    EXPECT_STREQ(gEarlyUser.digit, "９");
+    EXPECT_EQ(gEarlyUser.digitSize, 3U);
+}
+
+TEST(StaticLibrary, HasItsPairTablesFilledBeforeAnyInitialiserRuns) {
+    EXPECT_STREQ(gEarlyUser.kana, "ガ");
+    EXPECT_EQ(gEarlyUser.kanaSize, 4U);
 }
 
 }  // namespace

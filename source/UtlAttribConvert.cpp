@@ -1,0 +1,228 @@
+#include "UtlAttribConvert.h"
+
+#include <cstring>
+#include <limits>
+
+#include "UtlCharDecoder.h"
+#include "UtlCharKind.h"
+#include "UtlPairIndex.h"
+#include "UtlRowMatch.h"
+#include "UtlString.h"
+#include "UtlWorkingBuffer.h"
+
+namespace utl {
+
+namespace {
+
+/// A pair table as it is read in one direction.
+class PairReader {
+  public:
+    PairReader(PairAttrib const* table, bool isToLeft)
+        : mTable(table), mIndex(findPairIndex(table, isToLeft)), mIsToLeft(isToLeft) {}
+
+    /// The first row whose looked-for form `text` begins with, and the length of that form; null if there is
+    /// none.
+    PairAttrib const* find(char const* text, unsigned int* bytes) const {
+        return mIndex != nullptr ? findByIndex(text, bytes) : findInTurn(text, bytes);
+    }
+
+    /// What stands in the place of the form that was found.
+    char const* replacement(PairAttrib const& row) const {
+        return mIsToLeft ? row.mFirst.mNarrow : row.mSecond.mNarrow;
+    }
+
+  private:
+    bool matches(PairAttrib const& row, char const* text, unsigned int* bytes) const {
+        char const* const form = mIsToLeft ? row.mSecond.mNarrow : row.mFirst.mNarrow;
+        *bytes = matchedBytes(text, form != nullptr ? form : "");
+        return *bytes != INVALID_SIZE;
+    }
+
+    PairAttrib const* findByIndex(char const* text, unsigned int* bytes) const {
+        unsigned int row = mIndex->firstRow[charSlot(text)];
+        while (row != PairIndex::NO_ROW && !matches(mTable[row], text, bytes)) {
+            row = mIndex->nextRow[row];
+        }
+        return row != PairIndex::NO_ROW ? &mTable[row] : nullptr;
+    }
+
+    PairAttrib const* findInTurn(char const* text, unsigned int* bytes) const {
+        PairAttrib const* row = mTable;
+        while (row->mFirst.mNarrow != nullptr && !matches(*row, text, bytes)) {
+            ++row;
+        }
+        return row->mFirst.mNarrow != nullptr ? row : nullptr;
+    }
+
+    PairAttrib const* const mTable;
+    PairIndex const* const mIndex;
+    bool const mIsToLeft;
+};
+
+/// Puts a text together from pieces.
+class PieceWriter {
+  public:
+    PieceWriter(char* dst, unsigned int dstSize, int truncate)
+        : mDst(dst), mDstSize(dstSize), mTruncate(truncate) {}
+
+    /// Adds at most `length` bytes of `piece` by the rules of `copyGeneral`; false if that fails. Behind a
+    /// piece that was cut nothing is written, so that the text has no gaps.
+    bool add(char const* piece, unsigned int length) {
+        if (mIsCut) {
+            return piece != nullptr;
+        }
+        unsigned int const result = copyGeneral(mDst, mDstSize, mUsed - 1, piece, 0, length, mTruncate);
+        if (result == INVALID_SIZE) {
+            return false;
+        }
+        mIsCut = mDstSize != 0 && boundedLength(piece, length) > mDstSize - mUsed;
+        mUsed = result;
+        return true;
+    }
+
+    /// The bytes used. Terminates a text to which nothing was added.
+    unsigned int finish() {
+        if (mUsed == 1 && mDst != nullptr && mDstSize != 0) {
+            *mDst = '\0';
+        }
+        return mUsed;
+    }
+
+  private:
+    char* const mDst;
+    unsigned int const mDstSize;
+    int const mTruncate;
+    unsigned int mUsed = 1;
+    bool mIsCut = false;
+};
+
+/// `convertAttrib` of a text that does not overlap the destination.
+unsigned int convertText(PieceWriter& writer, char const* text, PairReader const& pairs) {
+    while (*text != '\0') {
+        unsigned int bytes = 0;
+        PairAttrib const* const row = pairs.find(text, &bytes);
+        if (row == nullptr) {
+            bytes = charBytes(text);
+            if (!isCharacter(bytes)) {
+                break;
+            }
+        }
+        bool const isAdded =
+            row != nullptr ? writer.add(pairs.replacement(*row), INVALID_SIZE) : writer.add(text, bytes);
+        if (!isAdded) {
+            return INVALID_SIZE;
+        }
+        text += bytes;
+    }
+    return writer.finish();
+}
+
+/// The lower-case form of a text; empty for null and for text that is too long.
+void lowerCase(WorkingBuffer<char> const& slot, char const* text) {
+    *slot.get() = '\0';
+    convertAttrib(slot.get(), slot.size(), text != nullptr ? text : "", LOWER_UPPER_PAIR, 1, 0);
+}
+
+constexpr unsigned int OCTAL = 8;
+constexpr unsigned int DECIMAL = 10;
+constexpr unsigned int HEXADECIMAL = 16;
+constexpr unsigned int MAX_BASE = 36;
+constexpr unsigned int NO_DIGIT = MAX_BASE;
+
+/// The base that the prefix of a number tells; steps over the prefix.
+unsigned int takePrefix(char const** number) {
+    if (**number != '0') {
+        return DECIMAL;
+    }
+    bool const isHexadecimal = (*number)[1] == 'x';
+    *number += isHexadecimal ? 2 : 1;
+    return isHexadecimal ? HEXADECIMAL : OCTAL;
+}
+
+/// What a digit or letter is worth; `NO_DIGIT` for all else.
+unsigned int digitValue(char const* digit) {
+    constexpr unsigned int LOWER = ATTRIB_LOWER_HAN_HEX | ATTRIB_LOWER_HAN_NOHEX;
+    constexpr unsigned int UPPER = ATTRIB_UPPER_HAN_HEX | ATTRIB_UPPER_HAN_NOHEX;
+    auto const code = static_cast<unsigned char>(*digit);
+    unsigned int const attributes = charKind(digit).rows;
+    if ((attributes & ATTRIB_HAN_DIGIT) != 0) {
+        return code - '0';
+    }
+    if ((attributes & (LOWER | UPPER)) != 0) {
+        return code - ((attributes & LOWER) != 0 ? 'a' : 'A') + DECIMAL;
+    }
+    return NO_DIGIT;
+}
+
+/// Reads digits up to the first character that is none; false if there is none at all, or if their value is
+/// above `max`.
+bool readDigits(unsigned int* value, char const* digits, unsigned int base, unsigned int max) {
+    *value = 0;
+    char const* rest = digits;
+    for (unsigned int digit = digitValue(rest); digit < base; digit = digitValue(++rest)) {
+        if (*value > max / base || (*value == max / base && digit > max % base)) {
+            return false;
+        }
+        *value = *value * base + digit;
+    }
+    return rest != digits;
+}
+
+}  // namespace
+
+template <typename T>
+unsigned int convertAttrib(T* dst, unsigned int dstSize, T const* src, PairAttrib const* table, int direction,
+                           int truncate) {
+    if (src == nullptr) {
+        return INVALID_SIZE;
+    }
+    if (*src == '\0') {
+        return copyStrBase(dst, dstSize, src, INVALID_SIZE, 0);
+    }
+    WorkingBuffer<T> const text;
+    if (table == nullptr || copyStrBase<T>(text.get(), text.size(), src, INVALID_SIZE, 0) == INVALID_SIZE) {
+        return INVALID_SIZE;
+    }
+    PieceWriter writer(dst, dstSize, truncate);
+    return convertText(writer, text.get(), PairReader(table, direction != 0));
+}
+
+unsigned int convertCharSet(char* dst, unsigned int dstSize, char const* src) {
+    return copyStrBase(dst, dstSize, src, INVALID_SIZE, 0);
+}
+
+template <typename T>
+int compareStrNoCase(T const* left, T const* right, unsigned int length) {
+    WorkingBuffer<T> const lowerLeft;
+    WorkingBuffer<T> const lowerRight;
+    lowerCase(lowerLeft, left);
+    lowerCase(lowerRight, right);
+    return std::strncmp(lowerLeft.get(), lowerRight.get(), length);
+}
+
+template <typename I, typename T>
+bool strToInt(I* value, T const* text, int base) {
+    bool const isBase = base == 0 || (base >= 2 && base <= static_cast<int>(MAX_BASE));
+    if (value == nullptr || text == nullptr || !isBase) {
+        return false;
+    }
+    WorkingBuffer<T> const halfWidth;
+    if (convertAttrib(halfWidth.get(), halfWidth.size(), text, HANKAKU_ZENKAKU_PAIR, 1, 0) == INVALID_SIZE) {
+        return false;
+    }
+    char const* number = halfWidth.get();
+    number += *number == '+' ? 1 : 0;
+    unsigned int const numberBase = base == 0 ? takePrefix(&number) : static_cast<unsigned int>(base);
+    unsigned int read = 0;
+    if (!readDigits(&read, number, numberBase, std::numeric_limits<I>::max())) {
+        return false;
+    }
+    *value = static_cast<I>(read);
+    return true;
+}
+
+template unsigned int convertAttrib<char>(char*, unsigned int, char const*, PairAttrib const*, int, int);
+template int compareStrNoCase<char>(char const*, char const*, unsigned int);
+template bool strToInt<unsigned short, char>(unsigned short*, char const*, int);
+
+}  // namespace utl

@@ -1,0 +1,516 @@
+#include "UtlAttribConvert.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TestAllocations.h"
+#include "TestScratch.h"
+#include "TestText.h"
+#include "UtlWorkingBuffer.h"
+
+namespace {
+
+using utl::compareStrNoCase;
+using utl::convertAttrib;
+using utl::convertCharSet;
+using utl::INVALID_SIZE;
+using utl::PairAttrib;
+using utl::strToInt;
+using utltest::exactly;
+using utltest::waitsForScratch;
+
+constexpr int TO_RIGHT = 0;
+constexpr int TO_LEFT = 1;
+constexpr unsigned int LONGEST_TEXT = 10239;
+constexpr char UNUSED = '#';
+
+// What `convertAttrib` makes of a text, in a destination of exactly the size that it asked for.
+std::string converted(std::string const& text, PairAttrib const* table, int direction) {
+    unsigned int const size = convertAttrib<char>(nullptr, 0, text.c_str(), table, direction, 0);
+    std::vector<char> dst(size, UNUSED);
+    EXPECT_EQ(convertAttrib(dst.data(), size, exactly(text).data(), table, direction, 0), size);
+    EXPECT_EQ(dst.back(), '\0');
+    return dst.data();
+}
+
+// A destination of exactly so many bytes and what became of it.
+struct Converted {
+    Converted(unsigned int dstSize, char const* text, PairAttrib const* table, int direction, int truncate)
+        : dst(dstSize, UNUSED), size(convertAttrib(dst.data(), dstSize, text, table, direction, truncate)) {}
+
+    std::string held() const { return std::string(dst.data(), dst.size()); }
+
+    std::vector<char> dst;
+    unsigned int size;
+};
+
+// --- PairAttrib
+
+TEST(PairAttrib, OfNoForms_EndsATable) {
+    PairAttrib const row;
+    EXPECT_EQ(row.mFirst.mNarrow, nullptr);
+    EXPECT_EQ(row.mFirst.mWide, nullptr);
+    EXPECT_EQ(row.mSecond.mNarrow, nullptr);
+    EXPECT_EQ(row.mSecond.mWide, nullptr);
+}
+
+TEST(PairAttrib, OfTwoForms_HasThemFromLeftToRight) {
+    utl::CodeTableRow const left("a", L"a");
+    utl::CodeTableRow const right("A", L"A");
+    PairAttrib const row(left, right);
+    EXPECT_EQ(row.mFirst.mNarrow, left.mNarrow);
+    EXPECT_EQ(row.mFirst.mWide, left.mWide);
+    EXPECT_EQ(row.mSecond.mNarrow, right.mNarrow);
+    EXPECT_EQ(row.mSecond.mWide, right.mWide);
+    EXPECT_LT(static_cast<void const*>(&row.mFirst), static_cast<void const*>(&row.mSecond));
+}
+
+// --- convertAttrib
+
+TEST(ConvertAttrib, ToTheRight_WritesRightFormsForLeftOnes) {
+    EXPECT_EQ(converted("Aa1ａ", utl::LOWER_UPPER_PAIR, TO_RIGHT), "AA1Ａ");
+    EXPECT_EQ(converted("a 1~ｱ", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT), "ａ　１～ア");
+    EXPECT_EQ(converted("カタカナ", utl::ZENKATA_HIRAGANA_PAIR, TO_RIGHT), "かたかな");
+    EXPECT_EQ(converted("ｶﾀｶﾅ｡", utl::HANKATA_HIRAGANA_PAIR, TO_RIGHT), "かたかな。");
+}
+
+TEST(ConvertAttrib, ToTheLeft_WritesLeftFormsForRightOnes) {
+    EXPECT_EQ(converted("Ａa", utl::LOWER_UPPER_PAIR, TO_LEFT), "ａa");
+    EXPECT_EQ(converted("０９漢", utl::HANKAKU_ZENKAKU_PAIR, TO_LEFT), "09漢");
+    EXPECT_EQ(converted("ひらがな", utl::ZENKATA_HIRAGANA_PAIR, TO_LEFT), "ヒラガナ");
+}
+
+TEST(ConvertAttrib, WithAnyDirectionButZero_GoesToTheLeft) {
+    EXPECT_EQ(converted("A", utl::LOWER_UPPER_PAIR, 2), "a");
+    EXPECT_EQ(converted("A", utl::LOWER_UPPER_PAIR, -1), "a");
+}
+
+TEST(ConvertAttrib, TakesAKanaWithItsMarkAsOne) {
+    EXPECT_EQ(converted("ｶﾞ", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT), "ガ");
+    EXPECT_EQ(converted("ガ", utl::HANKAKU_ZENKAKU_PAIR, TO_LEFT), "ｶﾞ");
+    EXPECT_EQ(converted("ｶｶﾞﾊﾟﾞ", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT), "カガパ゛");
+    EXPECT_EQ(converted("ｶﾞ", utl::HANKATA_HIRAGANA_PAIR, TO_RIGHT), "が");
+    EXPECT_EQ(converted("が", utl::HANKATA_HIRAGANA_PAIR, TO_LEFT), "ｶﾞ");
+}
+
+TEST(ConvertAttrib, TakesALoneMarkAsACharacter) {
+    EXPECT_EQ(converted("ﾞ", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT), "゛");
+    EXPECT_EQ(converted("ｱﾞ", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT), "ア゛");
+}
+
+TEST(ConvertAttrib, OfVu_IsNotRestoredOnTheWayBack) {
+    EXPECT_EQ(converted("ヴ", utl::ZENKATA_HIRAGANA_PAIR, TO_RIGHT), "う゛");
+    EXPECT_EQ(converted("う゛", utl::ZENKATA_HIRAGANA_PAIR, TO_LEFT), "ウ゛");
+}
+
+TEST(ConvertAttrib, BetweenUnvoicedAndVoiced_DeletesMarksOnTheWayLeft) {
+    EXPECT_EQ(converted("ﾟ", utl::NODAKUON_HANDAKUON_PAIR, TO_LEFT), "");
+    EXPECT_EQ(converted("ｶﾞ", utl::NODAKUON_DAKUON_PAIR, TO_LEFT), "ｶ");
+    EXPECT_EQ(converted("ガが漢゛x", utl::NODAKUON_DAKUON_PAIR, TO_LEFT), "カか漢x");
+    EXPECT_EQ(converted("ぱパﾊﾟ゜", utl::NODAKUON_HANDAKUON_PAIR, TO_LEFT), "はハﾊ");
+}
+
+TEST(ConvertAttrib, BetweenUnvoicedAndVoiced_WorksOnTheWayRightForTheRowsInFrontOfTheEmptyOne) {
+    EXPECT_EQ(converted("ｶｳ", utl::NODAKUON_DAKUON_PAIR, TO_RIGHT), "ｶﾞｳﾞ");
+    EXPECT_EQ(converted("ﾊ", utl::NODAKUON_HANDAKUON_PAIR, TO_RIGHT), "ﾊﾟ");
+}
+
+TEST(ConvertAttrib, WithAnEmptyFormToLookFor_FillsTheDestinationAndFails) {
+    Converted const result(8, "ｶ漢", utl::NODAKUON_DAKUON_PAIR, TO_RIGHT, 0);
+    EXPECT_EQ(result.size, INVALID_SIZE);
+    EXPECT_STREQ(result.dst.data(), "ｶﾞ");
+    Converted const marks(8, "漢", utl::NODAKUON_DAKUON_PAIR, TO_RIGHT, 0);
+    EXPECT_EQ(marks.size, INVALID_SIZE);
+    EXPECT_STREQ(marks.dst.data(), "ﾞﾞ");
+}
+
+TEST(ConvertAttrib, TakesAnEmptyFormInFrontOfTheRowsBehindIt) {
+    Converted const result(8, "カ", utl::NODAKUON_DAKUON_PAIR, TO_RIGHT, 0);
+    EXPECT_EQ(result.size, INVALID_SIZE);
+    EXPECT_STREQ(result.dst.data(), "ﾞﾞ");
+}
+
+TEST(ConvertAttrib, LeavesWhatNoRowHas) {
+    EXPECT_EQ(converted("漢字é😀", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT), "漢字é😀");
+    EXPECT_EQ(converted("ァぁ", utl::LOWER_UPPER_PAIR, TO_RIGHT), "ァぁ");
+    EXPECT_EQ(converted("\xEF\xBB\xBF"
+                        "a",
+                        utl::LOWER_UPPER_PAIR, TO_RIGHT),
+              "\xEF\xBB\xBF"
+              "A");
+}
+
+TEST(ConvertAttrib, OfNull_Fails) {
+    char dst[] = "##";
+    EXPECT_EQ(convertAttrib<char>(dst, 3, nullptr, utl::LOWER_UPPER_PAIR, TO_RIGHT, 0), INVALID_SIZE);
+    EXPECT_EQ(convertAttrib(dst, 3, "a", nullptr, TO_RIGHT, 0), INVALID_SIZE);
+    EXPECT_EQ(convertAttrib<char>(nullptr, 3, "a", utl::LOWER_UPPER_PAIR, TO_RIGHT, 0), INVALID_SIZE);
+    EXPECT_STREQ(dst, "##");
+}
+
+TEST(ConvertAttrib, OfTheEmptyText_IsTheEmptyText) {
+    Converted const result(1, "", utl::LOWER_UPPER_PAIR, TO_RIGHT, 0);
+    EXPECT_EQ(result.size, 1U);
+    EXPECT_STREQ(result.dst.data(), "");
+    EXPECT_EQ(convertAttrib<char>(nullptr, 0, "", utl::LOWER_UPPER_PAIR, TO_RIGHT, 0), 1U);
+    EXPECT_EQ(convertAttrib<char>(nullptr, 1, "", utl::LOWER_UPPER_PAIR, TO_RIGHT, 0), INVALID_SIZE);
+}
+
+TEST(ConvertAttrib, IntoItsSource_Works) {
+    char text[16] = "ｶﾞa";
+    EXPECT_EQ(convertAttrib(text, sizeof(text), text, utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT, 0), 7U);
+    EXPECT_STREQ(text, "ガａ");
+    EXPECT_EQ(convertAttrib(text, sizeof(text), text, utl::HANKAKU_ZENKAKU_PAIR, TO_LEFT, 0), 8U);
+    EXPECT_STREQ(text, "ｶﾞa");
+}
+
+TEST(ConvertAttrib, WithASizeOfZero_GivesTheSizeThatIsNeeded) {
+    EXPECT_EQ(convertAttrib<char>(nullptr, 0, "aｶﾞ漢", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT, 0), 10U);
+    EXPECT_EQ(convertAttrib<char>(nullptr, 0, "aｶﾞ漢", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT, 1), 10U);
+}
+
+TEST(ConvertAttrib, OfTextThatDoesNotFit_FailsAndKeepsWhatCameInFront) {
+    Converted const fits(7, "ab", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT, 0);
+    EXPECT_EQ(fits.size, 7U);
+    EXPECT_STREQ(fits.dst.data(), "ａｂ");
+    Converted const tooLong(6, "ab", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT, 0);
+    EXPECT_EQ(tooLong.size, INVALID_SIZE);
+    EXPECT_STREQ(tooLong.dst.data(), "ａ");
+    Converted const nothing(3, "ab", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT, 2);
+    EXPECT_EQ(nothing.size, INVALID_SIZE);
+    EXPECT_EQ(nothing.held(), "###");
+}
+
+TEST(ConvertAttrib, WithTruncateOne_CutsBehindTheLastCharacterThatFits) {
+    unsigned int const sizes[] = {1, 1, 1, 4, 4, 4, 7, 7};
+    for (unsigned int dstSize = 1; dstSize <= 8; ++dstSize) {
+        Converted const result(dstSize, "ab", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT, 1);
+        EXPECT_EQ(result.size, sizes[dstSize - 1]) << dstSize;
+        EXPECT_EQ(result.dst[result.size - 1], '\0');
+        EXPECT_EQ(std::string(result.dst.data()), std::string("ａｂ").substr(0, result.size - 1));
+    }
+}
+
+TEST(ConvertAttrib, WithTruncateOne_CutsInsideAFormOfTwoCharacters) {
+    Converted const result(5, "ヴ", utl::ZENKATA_HIRAGANA_PAIR, TO_RIGHT, 1);
+    EXPECT_EQ(result.size, 4U);
+    EXPECT_STREQ(result.dst.data(), "う");
+}
+
+TEST(ConvertAttrib, BehindACut_WritesNothingMoreEvenIfItWouldFit) {
+    Converted const unmatched(3, "a漢b", utl::LOWER_UPPER_PAIR, TO_RIGHT, 1);
+    EXPECT_EQ(unmatched.size, 2U);
+    EXPECT_STREQ(unmatched.dst.data(), "A");
+    Converted const matched(3, "ａb", utl::LOWER_UPPER_PAIR, TO_RIGHT, 1);
+    EXPECT_EQ(matched.size, 1U);
+    EXPECT_STREQ(matched.dst.data(), "");
+}
+
+TEST(ConvertAttrib, OfMalformedText_EndsAtTheFirstMalformedByte) {
+    EXPECT_EQ(converted("ab\xFF"
+                        "cd",
+                        utl::LOWER_UPPER_PAIR, TO_RIGHT),
+              "AB");
+    EXPECT_EQ(converted("ab\xE3\x81", utl::LOWER_UPPER_PAIR, TO_RIGHT), "AB");
+    EXPECT_EQ(converted("漢\xE3\x81z", utl::LOWER_UPPER_PAIR, TO_RIGHT), "漢");
+}
+
+TEST(ConvertAttrib, InFrontOfAByteThatStartsNoCharacter_DropsACharacterThatNoRowHas) {
+    Converted const unmatched(8, "a漢\xFFz", utl::LOWER_UPPER_PAIR, TO_RIGHT, 0);
+    EXPECT_EQ(unmatched.size, 2U);
+    EXPECT_STREQ(unmatched.dst.data(), "A");
+    Converted const matched(8, "漢a\x80z", utl::LOWER_UPPER_PAIR, TO_RIGHT, 0);
+    EXPECT_EQ(matched.size, 5U);
+    EXPECT_STREQ(matched.dst.data(), "漢A");
+}
+
+TEST(ConvertAttrib, WithASizeOfZero_CountsTheCharacterThatIsDroppedInFrontOfSuchAByte) {
+    EXPECT_EQ(convertAttrib<char>(nullptr, 0, "a漢\xFFz", utl::LOWER_UPPER_PAIR, TO_RIGHT, 0), 5U);
+}
+
+TEST(ConvertAttrib, OfTextThatBeginsMalformed_IsTheEmptyText) {
+    Converted const result(2, "\x80z", utl::LOWER_UPPER_PAIR, TO_RIGHT, 0);
+    EXPECT_EQ(result.size, 1U);
+    EXPECT_EQ(result.held(), std::string("\0#", 2));
+    EXPECT_EQ(convertAttrib<char>(nullptr, 0, "\x80", utl::LOWER_UPPER_PAIR, TO_RIGHT, 0), 1U);
+}
+
+TEST(ConvertAttrib, TakesTextsUpToTheSizeOfTheScratchBuffer) {
+    std::string text(LONGEST_TEXT, 'a');
+    EXPECT_EQ(converted(text, utl::LOWER_UPPER_PAIR, TO_RIGHT), std::string(LONGEST_TEXT, 'A'));
+    text += 'a';
+    std::vector<char> dst(20000, UNUSED);
+    EXPECT_EQ(convertAttrib(dst.data(), 20000, text.c_str(), utl::LOWER_UPPER_PAIR, TO_RIGHT, 0),
+              INVALID_SIZE);
+    EXPECT_EQ(convertAttrib(dst.data(), 20000, text.c_str(), utl::LOWER_UPPER_PAIR, TO_RIGHT, 1),
+              INVALID_SIZE);
+    EXPECT_EQ(dst[0], UNUSED);
+}
+
+TEST(ConvertAttrib, WritesMoreThanTheScratchBufferHolds) {
+    std::string const text(LONGEST_TEXT, 'a');
+    EXPECT_EQ(converted(text, utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT).size(), 3 * LONGEST_TEXT);
+}
+
+TEST(ConvertAttrib, TakesTheCallersOwnTables) {
+    PairAttrib const table[] = {{"ab", L"ab", "x", L"x"}, {"a", L"a", "yz", L"yz"}, {"b", L"b", "", L""}, {}};
+    EXPECT_EQ(converted("aabba", table, TO_RIGHT), "yzxyz");
+    EXPECT_EQ(converted("xyz", table, TO_LEFT), "aba");
+}
+
+TEST(ConvertAttrib, TakesAPartOfALibrarysTable) {
+    EXPECT_EQ(converted("ab", utl::LOWER_UPPER_PAIR + 1, TO_RIGHT), "aB");
+}
+
+TEST(ConvertAttrib, WithAnEmptyTable_Copies) {
+    PairAttrib const table[] = {{}};
+    EXPECT_EQ(converted("aガ", table, TO_RIGHT), "aガ");
+}
+
+TEST(ConvertAttrib, TakesANullFormForTheEmptyOneWhenItLooksForIt) {
+    PairAttrib const table[] = {{"a", L"a", "x", L"x"}, {"b", L"b", nullptr, nullptr}, {}};
+    Converted const result(4, "xc", table, TO_LEFT, 0);
+    EXPECT_EQ(result.size, INVALID_SIZE);
+    EXPECT_STREQ(result.dst.data(), "abb");
+}
+
+TEST(ConvertAttrib, WithANullFormToWrite_Fails) {
+    PairAttrib const table[] = {{"b", L"b", nullptr, nullptr}, {}};
+    Converted const result(4, "ab", table, TO_RIGHT, 0);
+    EXPECT_EQ(result.size, INVALID_SIZE);
+    EXPECT_STREQ(result.dst.data(), "a");
+    EXPECT_EQ(Converted(2, "漢b", table, TO_RIGHT, 1).size, INVALID_SIZE);
+}
+
+TEST(ConvertAttrib, WaitsForTheScratchBuffer) {
+    EXPECT_TRUE(waitsForScratch([] { converted("a", utl::LOWER_UPPER_PAIR, TO_RIGHT); }));
+}
+
+// --- convertCharSet
+
+TEST(ConvertCharSet, CopiesWholeTextsAlone) {
+    char dst[] = "####";
+    EXPECT_EQ(convertCharSet(dst, 4, "あ"), 4U);
+    EXPECT_STREQ(dst, "あ");
+    EXPECT_EQ(convertCharSet(dst, 3, "abc"), INVALID_SIZE);
+    EXPECT_STREQ(dst, "あ");
+    EXPECT_EQ(convertCharSet(nullptr, 0, "あ"), 4U);
+    EXPECT_EQ(convertCharSet(nullptr, 4, "あ"), INVALID_SIZE);
+    EXPECT_EQ(convertCharSet(dst, 4, nullptr), INVALID_SIZE);
+    EXPECT_EQ(convertCharSet(dst, 4, ""), 1U);
+    EXPECT_STREQ(dst, "");
+}
+
+TEST(ConvertCharSet, KeepsMalformedBytes) {
+    char dst[8] = "";
+    EXPECT_EQ(convertCharSet(dst, sizeof(dst), "a\x80\xE3"), 4U);
+    EXPECT_STREQ(dst, "a\x80\xE3");
+}
+
+TEST(ConvertCharSet, HasNoLimitOnTheLengthAndWaitsForNobody) {
+    std::string const text(20000, 'a');
+    std::vector<char> dst(20001, UNUSED);
+    utl::WorkingBuffer<char> const held;
+    std::thread other([&] { EXPECT_EQ(convertCharSet(dst.data(), 20001, text.c_str()), 20001U); });
+    other.join();
+    EXPECT_EQ(dst.data(), text);
+}
+
+// --- compareStrNoCase
+
+TEST(CompareStrNoCase, OfTextsThatDifferInCaseAlone_IsZero) {
+    EXPECT_EQ(compareStrNoCase("aBc", "AbC", INVALID_SIZE), 0);
+    EXPECT_EQ(compareStrNoCase("ａｂＣ漢ア", "ＡＢｃ漢ア", INVALID_SIZE), 0);
+    EXPECT_EQ(compareStrNoCase("", "", INVALID_SIZE), 0);
+}
+
+TEST(CompareStrNoCase, OfOtherTexts_HasTheSignOfTheLowerCaseForms) {
+    EXPECT_LT(compareStrNoCase("A", "b", INVALID_SIZE), 0);
+    EXPECT_GT(compareStrNoCase("b", "A", INVALID_SIZE), 0);
+    EXPECT_GT(compareStrNoCase("A", "_", INVALID_SIZE), 0);
+    EXPECT_LT(compareStrNoCase("a", "ab", INVALID_SIZE), 0);
+    EXPECT_NE(compareStrNoCase("a", "ａ", INVALID_SIZE), 0);
+    EXPECT_NE(compareStrNoCase("é", "É", INVALID_SIZE), 0);
+}
+
+TEST(CompareStrNoCase, LooksAtSoManyBytes) {
+    EXPECT_EQ(compareStrNoCase("abX", "ABy", 2), 0);
+    EXPECT_LT(compareStrNoCase("abX", "ABy", 3), 0);
+    EXPECT_EQ(compareStrNoCase("a", "b", 0), 0);
+}
+
+TEST(CompareStrNoCase, TakesNullForTheEmptyText) {
+    for (unsigned int length : {0U, 1U, INVALID_SIZE}) {
+        EXPECT_EQ(compareStrNoCase<char>(nullptr, "", length), 0);
+        EXPECT_EQ(compareStrNoCase<char>("", nullptr, length), 0);
+        EXPECT_EQ(compareStrNoCase<char>(nullptr, nullptr, length), 0);
+    }
+    EXPECT_LT(compareStrNoCase<char>(nullptr, "a", 1), 0);
+    EXPECT_GT(compareStrNoCase<char>("a", nullptr, 1), 0);
+}
+
+TEST(CompareStrNoCase, TakesATextThatIsTooLongForTheEmptyOne) {
+    std::string const longest(LONGEST_TEXT, 'a');
+    std::string const tooLong(LONGEST_TEXT + 1, 'a');
+    compareStrNoCase("zzz", "zzz", INVALID_SIZE);
+    EXPECT_EQ(compareStrNoCase(longest.c_str(), std::string(LONGEST_TEXT, 'A').c_str(), INVALID_SIZE), 0);
+    EXPECT_EQ(compareStrNoCase(tooLong.c_str(), "", INVALID_SIZE), 0);
+    EXPECT_EQ(compareStrNoCase("", tooLong.c_str(), INVALID_SIZE), 0);
+    EXPECT_LT(compareStrNoCase(tooLong.c_str(), "a", INVALID_SIZE), 0);
+}
+
+TEST(CompareStrNoCase, EndsATextAtItsFirstMalformedByte) {
+    EXPECT_EQ(compareStrNoCase("ab\xE3zz", "AB", INVALID_SIZE), 0);
+    EXPECT_EQ(compareStrNoCase("\x80zz", "", INVALID_SIZE), 0);
+    EXPECT_EQ(compareStrNoCase("AB\x80", "ab", INVALID_SIZE), 0);
+    EXPECT_EQ(compareStrNoCase("ab\x80", "a", INVALID_SIZE), 0);
+}
+
+TEST(CompareStrNoCase, WaitsForTheScratchBuffer) {
+    EXPECT_TRUE(waitsForScratch([] { compareStrNoCase("a", "b", 1); }));
+}
+
+// --- strToInt
+
+constexpr unsigned short UNTOUCHED = 12345;
+
+// The number that is read, or -1 for a failure that left the value alone.
+int numberOf(char const* text, int base) {
+    unsigned short value = UNTOUCHED;
+    if (!strToInt(&value, text, base)) {
+        EXPECT_EQ(value, UNTOUCHED) << text;
+        return -1;
+    }
+    return value;
+}
+
+TEST(StrToInt, OfNull_Fails) {
+    unsigned short value = UNTOUCHED;
+    EXPECT_FALSE(strToInt<unsigned short>(nullptr, "1", 10));
+    EXPECT_FALSE((strToInt<unsigned short, char>(&value, nullptr, 10)));
+    EXPECT_EQ(value, UNTOUCHED);
+}
+
+TEST(StrToInt, TakesBasesFromTwoToThirtySixAndZero) {
+    EXPECT_EQ(numberOf("1", -1), -1);
+    EXPECT_EQ(numberOf("1", 0), 1);
+    EXPECT_EQ(numberOf("1", 1), -1);
+    EXPECT_EQ(numberOf("101", 2), 5);
+    EXPECT_EQ(numberOf("zz", 36), 1295);
+    EXPECT_EQ(numberOf("1", 37), -1);
+}
+
+TEST(StrToInt, GoesUpToTheLargestValue) {
+    EXPECT_EQ(numberOf("65534", 10), 65534);
+    EXPECT_EQ(numberOf("65535", 10), 65535);
+    EXPECT_EQ(numberOf("65536", 10), -1);
+    EXPECT_EQ(numberOf("65540", 10), -1);
+    EXPECT_EQ(numberOf("99999999999999999999", 10), -1);
+    EXPECT_EQ(numberOf("ffff", 16), 65535);
+    EXPECT_EQ(numberOf("10000", 16), -1);
+    EXPECT_EQ(numberOf("1111111111111111", 2), 65535);
+    EXPECT_EQ(numberOf("11111111111111111", 2), -1);
+    EXPECT_EQ(numberOf("1ekf", 36), 65535);
+    EXPECT_EQ(numberOf("1ekg", 36), -1);
+}
+
+TEST(StrToInt, EndsTheNumberAtTheFirstCharacterThatIsNoDigitOfTheBase) {
+    EXPECT_EQ(numberOf("12ab", 10), 12);
+    EXPECT_EQ(numberOf("12 3", 10), 12);
+    EXPECT_EQ(numberOf("128", 8), 10);
+    EXPECT_EQ(numberOf("1漢", 10), 1);
+    EXPECT_EQ(numberOf("1g", 16), 1);
+}
+
+TEST(StrToInt, WithoutADigit_Fails) {
+    EXPECT_EQ(numberOf("", 10), -1);
+    EXPECT_EQ(numberOf("+", 10), -1);
+    EXPECT_EQ(numberOf("ab", 10), -1);
+    EXPECT_EQ(numberOf(" 1", 10), -1);
+    EXPECT_EQ(numberOf("8", 8), -1);
+}
+
+TEST(StrToInt, SkipsOnePlusAndTakesNoMinus) {
+    EXPECT_EQ(numberOf("+7", 10), 7);
+    EXPECT_EQ(numberOf("++7", 10), -1);
+    EXPECT_EQ(numberOf("+-7", 10), -1);
+    EXPECT_EQ(numberOf("-7", 10), -1);
+    EXPECT_EQ(numberOf("-", 10), -1);
+    EXPECT_EQ(numberOf("＋７", 10), 7);
+    EXPECT_EQ(numberOf("－７", 10), -1);
+}
+
+TEST(StrToInt, WithBaseZero_TakesTheBaseFromThePrefix) {
+    EXPECT_EQ(numberOf("12", 0), 12);
+    EXPECT_EQ(numberOf("0x1F", 0), 31);
+    EXPECT_EQ(numberOf("+0x1f", 0), 31);
+    EXPECT_EQ(numberOf("017", 0), 15);
+    EXPECT_EQ(numberOf("００", 0), 0);
+    EXPECT_EQ(numberOf("０ｘ１Ｆ", 0), 31);
+}
+
+TEST(StrToInt, WithBaseZero_TakesAPrefixWithoutANumberForNone) {
+    EXPECT_EQ(numberOf("0", 0), -1);
+    EXPECT_EQ(numberOf("+0", 0), -1);
+    EXPECT_EQ(numberOf("0x", 0), -1);
+    EXPECT_EQ(numberOf("0xg", 0), -1);
+    EXPECT_EQ(numberOf("08", 0), -1);
+    EXPECT_EQ(numberOf("0X1", 0), -1);
+    EXPECT_EQ(numberOf("00", 0), 0);
+}
+
+TEST(StrToInt, WithABase_TakesNoPrefix) {
+    EXPECT_EQ(numberOf("0x1F", 16), 0);
+    EXPECT_EQ(numberOf("0", 10), 0);
+    EXPECT_EQ(numberOf("010", 8), 8);
+    EXPECT_EQ(numberOf("0", 8), 0);
+}
+
+TEST(StrToInt, TakesLettersOfEitherCaseAndWidth) {
+    EXPECT_EQ(numberOf("aF", 16), 175);
+    EXPECT_EQ(numberOf("ａＦ", 16), 175);
+    EXPECT_EQ(numberOf("zZ", 36), 1295);
+    EXPECT_EQ(numberOf("１２３", 10), 123);
+    EXPECT_EQ(numberOf("１2３", 10), 123);
+}
+
+TEST(StrToInt, EndsTheNumberWhereTheTextIsMalformed) {
+    EXPECT_EQ(numberOf("１２\x80", 10), 12);
+    EXPECT_EQ(numberOf("12\xE3", 10), 12);
+    EXPECT_EQ(numberOf("12\x80", 10), 1);
+    EXPECT_EQ(numberOf("\x80", 10), -1);
+}
+
+TEST(StrToInt, OfTextThatIsTooLong_Fails) {
+    std::string const zeros(LONGEST_TEXT, '0');
+    EXPECT_EQ(numberOf(zeros.c_str(), 10), 0);
+    EXPECT_EQ(numberOf((zeros + '0').c_str(), 10), -1);
+    std::string wide = "1";
+    while (wide.size() <= LONGEST_TEXT / 2 + 3) {
+        wide += "ガ";
+    }
+    EXPECT_EQ(numberOf(wide.c_str(), 10), -1);
+}
+
+TEST(StrToInt, WaitsForTheScratchBuffer) {
+    EXPECT_TRUE(waitsForScratch([] {
+        unsigned short value = 0;
+        strToInt(&value, "1", 10);
+    }));
+}
+
+TEST(AttribConvert, TakesNothingFromTheHeap) {
+    char dst[32] = "";
+    unsigned short value = 0;
+    strToInt(&value, "1", 10);
+    unsigned int const before = utltest::allocations();
+    convertAttrib(dst, sizeof(dst), "漢ｶﾞa", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT, 0);
+    compareStrNoCase("a", "A", 1);
+    strToInt(&value, "１２", 10);
+    EXPECT_EQ(utltest::allocations(), before);
+}
+
+}  // namespace
