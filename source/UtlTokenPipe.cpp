@@ -5,6 +5,7 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "UtlLog.h"
@@ -65,24 +66,28 @@ PipeState* openStateOf(int handle) {
     return state != nullptr && state->isOpen ? state : nullptr;
 }
 
-// A pipe is kept in pages, and a page whose front has been read is still taken: one page is never certain.
-unsigned int certainTokens(int handle) {
+// In bytes; a page where it cannot be had, since no pipe is smaller.
+int sizeOf(int handle) {
     int const bytes = fcntl(handle, F_GETPIPE_SZ);
-    int const certain = bytes - getpagesize();
-    return certain > 0 ? static_cast<unsigned int>(certain) / TOKEN_BYTES : 0;
+    return bytes > 0 ? bytes : getpagesize();
+}
+
+// The tokens for which a pipe of so many bytes has room for certain. It is kept in pages, and a page whose
+// front has been read is still taken: it may hold a single token.
+unsigned int certainTokens(int bytes) {
+    return static_cast<unsigned int>(std::max(0, bytes - getpagesize())) / TOKEN_BYTES + 1;
 }
 
 // A pipe that the system does not allow at that size gets the largest that it allows; it never gets smaller.
 void enlarge(int handle, unsigned int tokens) {
     constexpr unsigned long long LARGEST = 1U << 30;
-    unsigned int const room = certainTokens(handle);
-    if (room >= tokens) {
+    int const present = sizeOf(handle);
+    if (certainTokens(present) >= tokens) {
         return;
     }
-    unsigned long long const page = static_cast<unsigned int>(getpagesize());
-    unsigned long long bytes = 1ULL * tokens * TOKEN_BYTES + page;
-    bytes = bytes < LARGEST ? bytes : LARGEST;
-    while (bytes > 1ULL * room * TOKEN_BYTES + page &&
+    unsigned long long const needed = 1ULL * tokens * TOKEN_BYTES + static_cast<unsigned int>(getpagesize());
+    unsigned long long bytes = needed < LARGEST ? needed : LARGEST;
+    while (static_cast<long long>(bytes) > present &&
            fcntl(handle, F_SETPIPE_SZ, static_cast<int>(bytes)) < 0) {
         bytes /= 2;
     }
@@ -180,7 +185,7 @@ int openTokenPipe(TokenPipe& ends, unsigned int tokens) {
         }
     }
     enlarge(handles[1], tokens);
-    unsigned int const capacity = certainTokens(handles[1]);
+    unsigned int const capacity = certainTokens(sizeOf(handles[1]));
     for (int const handle : handles) {
         openState(handle, handles[1], capacity);
     }

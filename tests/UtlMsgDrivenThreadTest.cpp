@@ -761,7 +761,7 @@ TEST_F(MsgDrivenThread, ASystemThatGivesSmallPipes_GetsMessagesRefusedBeyondWhat
         return command == F_SETPIPE_SZ ? -1 : hooks::fcntl.real(handle, command, argument);
     });
     ScopedMsgThread thread(4, 2000, "small");
-    int const certain = getpagesize() / 8;
+    int const certain = getpagesize() / 8 + 1;
     for (int i = 0; i < certain; ++i) {
         ASSERT_EQ(thread.sendMsgAsync(NumberMsg(FIRST, i)), 1);
     }
@@ -778,6 +778,39 @@ TEST_F(MsgDrivenThread, ASystemThatGivesSmallPipes_GetsMessagesRefusedBeyondWhat
     EXPECT_EQ(thread.sendMsgSync(SECOND), 1);
 }
 
+int makeOnePagePipe(int* ends) {
+    int const result = hooks::pipe.real(ends);
+    EXPECT_EQ(hooks::fcntl.real(ends[1], F_SETPIPE_SZ, getpagesize()), getpagesize());
+    return result;
+}
+
+TEST_F(MsgDrivenThread, APipeOfOnePageOrOfUnknownSize_TakesATokenWheneverItIsEmpty) {
+    for (bool const isSizeKnown : {true, false}) {
+        HookScope const scope;
+        LogCapture const log;
+        Collector collector;
+        hooks::pipe.replace(makeOnePagePipe);
+        static int refused;
+        refused = isSizeKnown ? F_SETPIPE_SZ : F_GETPIPE_SZ;
+        hooks::fcntl.replace(+[](int handle, int command, long argument) {
+            bool const isRefused = command == refused || command == F_SETPIPE_SZ;
+            return isRefused ? -1 : hooks::fcntl.real(handle, command, argument);
+        });
+        ScopedMsgThread thread(4, 8, "tiny");
+        EXPECT_EQ(thread.sendMsgAsync(NumberMsg(FIRST, 1)), 1);
+        EXPECT_EQ(thread.sendMsgAsync(NumberMsg(FIRST, 2)), 0) << "the pipe is not empty";
+        ASSERT_EQ(thread.start(&collector), 0);
+        for (int i = 2; i < 1000; ++i) {
+            while (thread.postMsg(NumberMsg(FIRST, i)) == 0) {
+                std::this_thread::yield();
+            }
+        }
+        ASSERT_TRUE(collector.waitFor(999));
+        thread.finish();
+        EXPECT_TRUE(thread.hasDone(utl::Thread::FINISHED));
+    }
+}
+
 TEST_F(MsgDrivenThread, APipeThatMayNotBeAsLargeAsAsked_IsTheLargestThatIsAllowed) {
     HookScope const scope;
     LogCapture const log;
@@ -790,7 +823,7 @@ TEST_F(MsgDrivenThread, APipeThatMayNotBeAsLargeAsAsked_IsTheLargestThatIsAllowe
         }
         return hooks::fcntl.real(handle, command, argument);
     });
-    unsigned int const certain = static_cast<unsigned int>(allowed - getpagesize()) / 8;
+    unsigned int const certain = static_cast<unsigned int>(allowed - getpagesize()) / 8 + 1;
     for (unsigned int const asked : {certain + certain / 4, 2 * certain, 20 * certain}) {
         ScopedMsgThread thread(4, asked, "allowed");
         unsigned int accepted = 0;

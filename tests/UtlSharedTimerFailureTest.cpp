@@ -174,7 +174,7 @@ TEST_F(SharedTimerFailure, AFullPipe_HangsNobody) {
     }
     blocker.block(*timers);
     int bytes = 0;
-    while (bytes < 4096) {
+    while (bytes < 4096 + 8) {
         ASSERT_EQ(ioctl(calls().readEnd, FIONREAD, &bytes), 0);
     }
     log.clear();
@@ -187,6 +187,34 @@ TEST_F(SharedTimerFailure, AFullPipe_HangsNobody) {
     destroyed.wait();
     EXPECT_TRUE(timers->hasDone(utl::Thread::FINISHED));
     EXPECT_EQ(calls().aliveCount(), 0U);
+}
+
+TEST_F(SharedTimerFailure, APipeOfOnePageOrOfUnknownSize_TakesATokenWheneverItIsEmpty) {
+    hooks::pipe.replace(+[](int* ends) {
+        int const result = pipeHook(ends);
+        EXPECT_EQ(hooks::fcntl.real(ends[1], F_SETPIPE_SZ, getpagesize()), getpagesize());
+        return result;
+    });
+    for (bool const isSizeKnown : {true, false}) {
+        static int refused;
+        refused = isSizeKnown ? F_SETPIPE_SZ : F_GETPIPE_SZ;
+        hooks::fcntl.replace(+[](int handle, int command, long argument) {
+            bool const isRefused = command == refused || command == F_SETPIPE_SZ;
+            return isRefused ? -1 : hooks::fcntl.real(handle, command, argument);
+        });
+        Ticker ticker;
+        utl::SharedTimer timers(0, 0, nullptr, 8, "tiny");
+        int const timer = timers.addTimer(&ticker, 1, 0, 0);
+        for (size_t run = 1; run <= 10; ++run) {
+            while (!timers.start(timer, 0)) {
+            }
+            EXPECT_TRUE(ticker.waitForMore(1));
+            while (!timers.stop(timer, 0)) {
+            }
+        }
+        timers.destroy();
+        EXPECT_TRUE(timers.hasDone(utl::Thread::FINISHED));
+    }
 }
 
 TEST_F(SharedTimerFailure, AnInterruptedRead_IsLoggedAndRepeated) {
