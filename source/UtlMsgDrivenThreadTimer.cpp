@@ -389,10 +389,10 @@ void MsgDrivenThread::executeTimeoutSignal(int timerId) {
     if (info == nullptr || !info->acceptsTimeout()) {
         return;
     }
-    ++info->mPendingCount;
-    if (postThreadCtlMsg(MSG_ID_CTL_TIMEOUT, timerId) == 0) {
-        --info->mPendingCount;
-    }
+    unsigned int const entriesBefore = mCtlQueue.size();
+    postThreadCtlMsg(MSG_ID_CTL_TIMEOUT, timerId);
+    // An entry stays where its token alone could not be written.
+    info->mPendingCount += mCtlQueue.size() - entriesBefore;
 }
 
 int MsgDrivenThread::executeTimeout(int timerId) {

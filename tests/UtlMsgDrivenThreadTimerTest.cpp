@@ -538,6 +538,56 @@ TEST_F(MsgTimer, KillTimer_ThatCannotBeAnnounced_LeavesTheTimerRunning) {
     EXPECT_EQ(thread.findTimerStopEntry(timer), nullptr);
 }
 
+// Its entry stays, and counts: what waits for delivery is what limits the next expiries.
+TEST_F(MsgTimer, AnExpiryWhoseTokenCannotBeWritten_CountsAsQueued) {
+    HookScope const scope;
+    LogCapture const log;
+    BlockedRoad road;
+    unsigned int pending = 0;
+    int timer = 0;
+    road.onOther = [&](int id, int) {
+        if (id == FIRST) {
+            pending = road.thread.findTimer(timer)->mPendingCount;
+        }
+    };
+    ASSERT_EQ(road.thread.start(&road.collector), 0);
+    timer = road.thread.setTimer(60000, 0, 0, 1);
+    ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
+    ASSERT_TRUE(road.entered.wait());
+    hooks::write.failFrom(2, 1, -1, EIO);
+    expire(road.thread, timer);
+    road.gate.open();
+    ASSERT_TRUE(log.waitFor(
+        stamped("MsgDrivenThread(road)::postThreadCtlMsg() Error. write Ret:4294967295 errno:", EIO)));
+    EXPECT_EQ(road.thread.sendMsgInterrupt(FIRST), 1);
+    EXPECT_EQ(pending, 1U);
+    // The token of the next expiry delivers the first.
+    expire(road.thread, timer);
+    ASSERT_TRUE(road.collector.waitFor(3));
+    EXPECT_EQ(road.collector.received().back().id, utl::MSG_ID_TIMER);
+    EXPECT_EQ(road.thread.sendMsgInterrupt(FIRST), 1);
+    EXPECT_EQ(pending, 1U);
+}
+
+TEST_F(MsgTimer, AnExpiryThatFindsNoPlaceInTheQueue_DoesNotCount) {
+    LogCapture const log;
+    BlockedRoad road(64, 1);
+    ASSERT_EQ(road.thread.start(&road.collector), 0);
+    int const timer = road.thread.setTimer(60000, 0, 0, 0);
+    ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
+    ASSERT_TRUE(road.entered.wait());
+    expire(road.thread, timer);
+    while (road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1) == 1) {
+    }
+    road.gate.open();
+    ASSERT_TRUE(log.waitFor(
+        "<UTIL> ERR: MsgDrivenThread(road) Overflow ThreadCtlMsgQueue  MaxCount:257 MsgId:0x80000008"));
+    ASSERT_EQ(road.thread.sendMsgSync(FIRST), 1);
+    expire(road.thread, timer);
+    ASSERT_TRUE(road.collector.waitFor(3));
+    EXPECT_EQ(road.collector.received().back().id, utl::MSG_ID_TIMER);
+}
+
 TEST_F(MsgTimer, KillTimer_WhoseCopyIsRefused_EndsTheTimerAtOnce) {
     HookScope const scope;
     LogCapture log;
