@@ -144,6 +144,10 @@ class UTL_API MsgDrivenThread : public Thread {
     /// Queues a copy of the message and waits without limit until the listener has returned. 1 when it was
     /// delivered; 0 when it was refused as by `postMsg`, on the thread itself, or when the loop ended or the
     /// message was erased first. One synchronous sender at a time; the others wait for their turn.
+    ///
+    /// A message that found a place for its frame and none in the control queue stays in the data queue, and
+    /// nobody ever gets or finds it: behind the next message that is queued, or for its room, it is thrown
+    /// away with a log line.
     int sendMsgSync(Msg const& msg);
     int sendMsgSync(int msgId);
 
@@ -264,8 +268,9 @@ class UTL_API MsgDrivenThread : public Thread {
     static bool isDataMsgId(int msgId);
 
     /// Steps of the loop: the oldest frame goes to the listener, and where control entries are given, the
-    /// oldest of these is removed. With `msgId`, frames of other ids in front of it are thrown away. 0, or -1
-    /// if there was no such frame.
+    /// oldest of these is removed. With `msgId`, frames of other ids in front of it are thrown away; with
+    /// control entries, a frame that a synchronous sender could not announce is too, whatever its id. 0, or
+    /// -1 if there was no such frame.
     int executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data);
     int executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data, int msgId);
     int executeReceiveMsg(Queue<unsigned char>& data);
@@ -322,7 +327,11 @@ class UTL_API MsgDrivenThread : public Thread {
     };
 
     bool flatten(Msg const& msg);
-    bool queueFrame(Queue<unsigned char>& frames, int msgId);
+    bool queueFrame(Queue<unsigned char>& frames, int msgId, int ctlId);
+    bool hasRoomForEntry() const;
+    void leaveStray(unsigned int entriesBefore);
+    void discardStrays(unsigned int bytesBehind, int ctlId);
+    void reportDiscarded(ThreadRawMsg& frame, int ctlId);
     int sendAndWait(Msg const& msg, WaitingSend const& send);
     bool queueRequest(Msg const& msg, WaitingSend const& send);
     bool announceRequest(Event& event, int ctlId);
@@ -343,14 +352,15 @@ class UTL_API MsgDrivenThread : public Thread {
     int removeHead();
     int startTimerOfHead(int timerId);
     int stopTimerOfHead(int timerId);
-    void takeFrame(Queue<unsigned char>& data);
-    bool takeFrameOf(int msgId, Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data);
+    bool takeFrame(Queue<unsigned char>& data);
+    bool takeFrameOf(int ctlId, Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data);
     int handToListener();
 
     struct EraseWalk;
     enum class EraseStep { FAILED, GOES_ON, ENDED_TIMER };
 
     static bool hasFrame(int msgId);
+    unsigned int announcedBytes() const;
     bool scanFrame(unsigned int offset);
     bool scanTimer(int timerId);
     bool scanForFind(ThreadCtlMsg const& entry, unsigned int offset);
@@ -380,8 +390,9 @@ class UTL_API MsgDrivenThread : public Thread {
     Queue<ThreadCtlMsg> mCtlQueue;
     Queue<unsigned char> mDataQueue;
     std::atomic<bool> mDataOverflowLogged{false};
-    bool mLoopEnded = false;       // under mQueueLock: no request may wait for the loop any more
-    bool mStartSucceeded = false;  // under mQueueLock: how the start went that somebody waits for
+    bool mLoopEnded = false;         // under mQueueLock: no request may wait for the loop any more
+    bool mStartSucceeded = false;    // under mQueueLock: how the start went that somebody waits for
+    unsigned char mStrayFrames = 0;  // under mQueueLock: frames without an entry, the last of mDataQueue
     Queue<unsigned char> mInterruptQueue;
     ThreadRawMsg mSendMsg;
     ThreadRawMsg mReceiveMsg;

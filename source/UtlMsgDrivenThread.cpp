@@ -144,13 +144,14 @@ int MsgDrivenThread::postMsg(Msg const& msg) {
 
 int MsgDrivenThread::sendMsgAsync(Msg const& msg) {
     SyncGuard const guard(mQueueLock);
-    if (!flatten(msg) || !queueFrame(mDataQueue, msg.getMsgId())) {
+    if (!flatten(msg) || !queueFrame(mDataQueue, msg.getMsgId(), msg.getMsgId())) {
         return 0;
     }
     if (postThreadCtlMsg(msg.getMsgId(), -1) == 0) {
         mDataQueue.removeLast(mSendMsg.maxSize());
         return 0;
     }
+    discardStrays(mSendMsg.maxSize(), msg.getMsgId());
     return 1;
 }
 
@@ -189,10 +190,55 @@ bool MsgDrivenThread::queueRequest(Msg const& msg, WaitingSend const& send) {
     if (mLoopEnded || hasRequestedStop() || !flatten(msg)) {
         return false;
     }
-    if (&send.mFrames == &mInterruptQueue) {
+    bool const isSync = &send.mFrames == &mDataQueue;
+    if (!isSync) {
         mInterruptQueue.clear();
     }
-    return queueFrame(send.mFrames, msg.getMsgId()) && announceRequest(send.mEvent, send.mCtlId);
+    unsigned int const entriesBefore = mCtlQueue.size();
+    if (!queueFrame(send.mFrames, msg.getMsgId(), send.mCtlId)) {
+        return false;
+    }
+    bool const isAnnounced = announceRequest(send.mEvent, send.mCtlId);
+    if (isSync && isAnnounced) {
+        discardStrays(mSendMsg.maxSize(), send.mCtlId);
+    } else if (isSync) {
+        leaveStray(entriesBefore);
+    }
+    return isAnnounced;
+}
+
+// Under mQueueLock, for a synchronous sender who could not announce its frame. The frame stays, for the line
+// that tells of it; beyond what is counted it goes. An entry whose token could not be written goes: it would
+// hand the frame to the listener in the name of the next synchronous sender.
+void MsgDrivenThread::leaveStray(unsigned int entriesBefore) {
+    mCtlQueue.removeLast(mCtlQueue.size() - entriesBefore);
+    if (mStrayFrames == UCHAR_MAX) {
+        mDataQueue.removeLast(mSendMsg.maxSize());
+    } else {
+        ++mStrayFrames;
+    }
+}
+
+// Under mQueueLock, when the frame of the last `bytesBehind` bytes has been queued. No entry accounts for the
+// strays in front of it, so nobody must come to take them for messages.
+void MsgDrivenThread::discardStrays(unsigned int bytesBehind, int ctlId) {
+    unsigned int const size = mScanMsg.maxSize();
+    for (; mStrayFrames != 0; --mStrayFrames) {
+        unsigned int const offset = mDataQueue.size() - bytesBehind - mStrayFrames * size;
+        if (mDataQueue.copyOut(offset, mScanMsg.buffer(), size)) {
+            mDataQueue.removeAt(offset, size);
+            reportDiscarded(mScanMsg, ctlId);
+        }
+    }
+}
+
+void MsgDrivenThread::reportDiscarded(ThreadRawMsg& frame, int ctlId) {
+    int frameId = -1;
+    frame.getMsgId(&frameId);
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+           "!!!!!!!! MsgDrivenThread(%s) MismatchedMsg... DataQueueMsgId:0x%08x CtlMsgId:0x%08x Erased "
+           "Data !!!!!!!!",
+           getName().buffer(), static_cast<unsigned int>(frameId), static_cast<unsigned int>(ctlId));
 }
 
 // Event and entry appear together for the loop, which looks at the event under the same lock.
@@ -215,10 +261,15 @@ bool MsgDrivenThread::flatten(Msg const& msg) {
     return false;
 }
 
-// Of a burst of refused messages one is an error; the others are details.
-bool MsgDrivenThread::queueFrame(Queue<unsigned char>& frames, int msgId) {
+// Strays give way to a message that will find a place in the control queue. Of a burst of refused messages
+// one is an error; the others are details.
+bool MsgDrivenThread::queueFrame(Queue<unsigned char>& frames, int msgId, int ctlId) {
     if (frames.pushBack(mSendMsg.buffer(), mSendMsg.maxSize())) {
         return true;
+    }
+    if (&frames == &mDataQueue && mStrayFrames != 0 && hasRoomForEntry()) {
+        discardStrays(0, ctlId);
+        return queueFrame(frames, msgId, ctlId);
     }
     applog(LOG_TYPE_LIBRARY, mDataOverflowLogged.exchange(true) ? LOG_LEVEL_DETAIL : LOG_LEVEL_ERROR,
            "MsgDrivenThread(%s) Overflow MsgDataQueue  MaxCount:%d MsgId:0x%08x", getName().buffer(),
@@ -226,19 +277,23 @@ bool MsgDrivenThread::queueFrame(Queue<unsigned char>& frames, int msgId) {
     return false;
 }
 
+bool MsgDrivenThread::hasRoomForEntry() const {
+    return mCtlQueue.size() < mCtlQueue.maxSize() && hasRoomForToken(mPipe[1]);
+}
+
 int MsgDrivenThread::postThreadCtlMsg(int msgId, int param) {
     SyncGuard const guard(mQueueLock);
-    int const writeEnd = mPipe[1];
     ThreadCtlMsg entry;
     entry.mMsgId = msgId;
     entry.mParam = param;
-    if (!hasRoomForToken(writeEnd) || !mCtlQueue.pushBack(entry)) {
+    if (!hasRoomForEntry()) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread(%s) Overflow ThreadCtlMsgQueue  MaxCount:%d MsgId:0x%08x", getName().buffer(),
                static_cast<int>(mCtlQueue.maxSize()), static_cast<unsigned int>(msgId));
         return 0;
     }
-    TokenIo const io = writeToken(writeEnd, {msgId, param});
+    mCtlQueue.pushBack(entry);
+    TokenIo const io = writeToken(mPipe[1], {msgId, param});
     if (!io.isWhole()) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread(%s)::postThreadCtlMsg() Error. write Ret:%u errno:%d", getName().buffer(),
@@ -442,8 +497,14 @@ void MsgDrivenThread::leaveLoop() {
     mFindEvent.setOff();
 }
 
-void MsgDrivenThread::takeFrame(Queue<unsigned char>& data) {
+// Under mQueueLock. False for a stray: there are no other frames any more.
+bool MsgDrivenThread::takeFrame(Queue<unsigned char>& data) {
+    bool const isStray = &data == &mDataQueue && announcedBytes() == 0;
     data.popFrontInto(mReceiveMsg.buffer(), mReceiveMsg.maxSize());
+    if (isStray) {
+        --mStrayFrames;
+    }
+    return !isStray;
 }
 
 int MsgDrivenThread::handToListener() {
@@ -456,10 +517,9 @@ int MsgDrivenThread::handToListener() {
 int MsgDrivenThread::executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data) {
     {
         SyncGuard const guard(mQueueLock);
-        if (ctl.size() == 0 || data.size() == 0) {
+        if (!takeFrameOf(MSG_ID_CTL_SYNC, ctl, data)) {
             return -1;
         }
-        takeFrame(data);
         ctl.removeAt(0, 1);
     }
     return handToListener();
@@ -487,20 +547,17 @@ int MsgDrivenThread::executeReceiveMsg(Queue<unsigned char>& data) {
     return handToListener();
 }
 
-// A frame that the control queue does not account for is thrown away: its synchronous sender could not
-// announce it.
-bool MsgDrivenThread::takeFrameOf(int msgId, Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data) {
+// A frame that the control queue does not account for is thrown away. A synchronous message's entry does not
+// tell the id.
+bool MsgDrivenThread::takeFrameOf(int ctlId, Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data) {
     while (ctl.size() != 0 && data.size() != 0) {
-        takeFrame(data);
+        bool const isAnnounced = takeFrame(data);
         int frameId = -1;
         mReceiveMsg.getMsgId(&frameId);
-        if (frameId == msgId) {
+        if (isAnnounced && (ctlId == MSG_ID_CTL_SYNC || frameId == ctlId)) {
             return true;
         }
-        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
-               "!!!!!!!! MsgDrivenThread(%s) MismatchedMsg... DataQueueMsgId:0x%08x CtlMsgId:0x%08x Erased "
-               "Data !!!!!!!!",
-               getName().buffer(), static_cast<unsigned int>(frameId), static_cast<unsigned int>(msgId));
+        reportDiscarded(mReceiveMsg, ctlId);
     }
     return false;
 }

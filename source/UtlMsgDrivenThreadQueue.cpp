@@ -102,12 +102,19 @@ bool MsgDrivenThread::hasFrame(int msgId) {
     return msgId == MSG_ID_CTL_SYNC || isDataMsgId(msgId);
 }
 
+// The part of the data queue that control entries account for.
+unsigned int MsgDrivenThread::announcedBytes() const {
+    unsigned int const strayBytes = mStrayFrames * mScanMsg.maxSize();
+    return mDataQueue.size() > strayBytes ? mDataQueue.size() - strayBytes : 0;
+}
+
 // Brings the frame at `offset` of the data queue into mScanMsg, as much of it as is there.
 bool MsgDrivenThread::scanFrame(unsigned int offset) {
-    if (offset >= mDataQueue.size()) {
+    unsigned int const end = announcedBytes();
+    if (offset >= end) {
         return false;
     }
-    unsigned int const rest = mDataQueue.size() - offset;
+    unsigned int const rest = end - offset;
     unsigned int const size = mScanMsg.maxSize();
     return mDataQueue.copyOut(offset, mScanMsg.buffer(), rest < size ? rest : size);
 }

@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -252,6 +253,30 @@ struct BlockedRoad {
     Collector collector;
     ScopedMsgThread thread;
 };
+
+/// Does `work` with a control queue that has no place left. The loop must be held meanwhile.
+template <typename WORK>
+void withFullCtlQueue(utl::MsgDrivenThread& thread, WORK work) {
+    while (thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1) == 1) {
+    }
+    work();
+    while (thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_WAKE)) {
+    }
+}
+
+/// Does `work` while no token can be written.
+template <typename WORK>
+void withoutTokens(WORK work) {
+    hooks::write.failFrom(1, 0, -1, EIO);
+    work();
+    hooks::write.reset();
+}
+
+/// The line of a frame that its synchronous sender could not announce, met by an entry with `ctlId`.
+inline std::string mismatchLine(char const* thread, char const* frameId, char const* ctlId) {
+    return std::string("<UTIL> ERR: !!!!!!!! MsgDrivenThread(") + thread +
+           ") MismatchedMsg... DataQueueMsgId:" + frameId + " CtlMsgId:" + ctlId + " Erased Data !!!!!!!!";
+}
 
 /// Waits until the library has written so many tokens since the hooks were reset.
 inline void waitForTokens(unsigned int count) {

@@ -759,6 +759,30 @@ TEST_F(SharedThreadAbort, FromOutside_FreesTheListenersSynchronousSenderWithZero
     EXPECT_TRUE(queue.other.received().empty());
 }
 
+TEST_F(SharedThreadAbort, BehindAMessageThatWasRefused_FindsTheListenersOwn) {
+    LogCapture const log;
+    Collector gone;
+    Collector other;
+    Holder holder;
+    ScopedSharedThread thread;
+    ASSERT_EQ(thread.start(), 0);
+    holdIn(holder, thread);
+    Worker asking([&] {
+        EXPECT_TRUE(thread.hasMsg(&gone, THIRD));
+        EXPECT_FALSE(thread.hasMsg(&gone, FIRST));
+        EXPECT_EQ(thread.getFirstMsgId(&other), SECOND);
+        EXPECT_EQ(thread.abortMsg(&gone), 1);
+    });
+    ASSERT_EQ(thread.postMsg(&asking, FIRST), 1);
+    withFullCtlQueue(thread, [&] { EXPECT_EQ(thread.sendMsgSync(&gone, FIRST), 0); });
+    ASSERT_EQ(thread.postMsg(&other, SECOND), 1);
+    ASSERT_EQ(thread.postMsg(&gone, THIRD), 1);
+    holder.gate.open();
+    EXPECT_EQ(thread.sendMsgSync(&other, FIRST), 1);
+    EXPECT_TRUE(gone.received().empty());
+    EXPECT_EQ(other.ids(), (std::vector<int>{SECOND, FIRST}));
+}
+
 TEST_F(SharedThreadAbort, KillsTheListenersTimersAndLeavesTheOthers) {
     for (bool const isOnThread : {true, false}) {
         Collector listener;

@@ -251,6 +251,46 @@ TEST_F(SharedThread, AttachAndDetach_ThatFindNoPlaceInTheQueue_AreLoggedAndZero)
     EXPECT_TRUE(other.received().empty());
 }
 
+TEST_F(SharedThread, DetachMsgListener_BehindAnAttachThatWasRefused_DetachesAndDoesNotAttach) {
+    HookScope const scope;
+    LogCapture const log;
+    Collector attached;
+    Collector refused;
+    Holder holder;
+    ScopedSharedThread thread(64, 4, 4, "stale");
+    ASSERT_EQ(thread.attachMsgListener(&attached), 1);
+    ASSERT_EQ(thread.start(), 0);
+    holdIn(holder, thread);
+    withFullCtlQueue(thread, [&] { EXPECT_EQ(thread.attachMsgListener(&refused), 0); });
+    hooks::write.reset();
+    auto detached = std::async(std::launch::async, [&] { return thread.detachMsgListener(&attached); });
+    waitForTokens(1);
+    holder.gate.open();
+    EXPECT_EQ(detached.get(), 1);
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_TRUE(attached.received().empty());
+    EXPECT_TRUE(refused.received().empty());
+    EXPECT_EQ(log.count(mismatchLine("stale", "0x80000021", "0x80000005")), 1U);
+}
+
+TEST_F(SharedThread, AMessageToOneListener_BehindOneThatWasRefused_IsDeliveredInItsPlace) {
+    LogCapture const log;
+    Collector gone;
+    Collector listener;
+    Holder holder;
+    ScopedSharedThread thread(64, 4, 4, "stale");
+    ASSERT_EQ(thread.start(), 0);
+    holdIn(holder, thread);
+    withFullCtlQueue(thread, [&] { EXPECT_EQ(thread.sendMsgSync(&gone, FIRST), 0); });
+    ASSERT_EQ(thread.postMsg(&listener, SECOND), 1);
+    holder.gate.open();
+    ASSERT_TRUE(listener.waitFor(1));
+    EXPECT_EQ(thread.sendMsgSync(&listener, THIRD), 1);
+    EXPECT_EQ(listener.ids(), (std::vector<int>{SECOND, THIRD}));
+    EXPECT_TRUE(gone.received().empty());
+    EXPECT_EQ(log.count(mismatchLine("stale", "0x80000023", "0x80000023")), 1U);
+}
+
 TEST_F(SharedThread, AttachAndDetach_AfterTheLoopFailed_AreLoggedAndZero) {
     HookScope const scope;
     LogCapture log;

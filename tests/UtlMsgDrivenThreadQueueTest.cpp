@@ -423,6 +423,79 @@ TEST_F(MsgQueue, AWakeEntryWhoseTokenWasLost_DoesNotStopThoseBehindIt) {
     EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, 5, 6}));
 }
 
+// In front of SECOND and THIRD stands what a synchronous sender of FIRST could not announce.
+template <typename WORK>
+void askBehindAStray(WORK work) {
+    LogCapture const log;
+    BlockedRoad road;
+    road.onOther = [&](int id, int number) {
+        if (id == FIRST && number == -1) {
+            work(road.thread);
+        }
+    };
+    road.startAndBlock();
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, -1)), 1);
+    withFullCtlQueue(road.thread, [&] { EXPECT_EQ(road.thread.sendMsgSync(NumberMsg(FIRST, 1)), 0); });
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(SECOND, 2)), 1);
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(THIRD, 3)), 1);
+    road.gate.open();
+    EXPECT_EQ(road.thread.sendMsgSync(BLOCKER), 1);
+    EXPECT_EQ(log.count(mismatchLine("road", "0x00000064", "0x00000065")), 1U);
+}
+
+TEST_F(MsgQueue, HasMsgAndPeekMsg_StepOverAFrameThatCouldNotBeAnnounced) {
+    askBehindAStray([](ScopedMsgThread& thread) {
+        EXPECT_FALSE(thread.hasMsg(FIRST));
+        EXPECT_TRUE(thread.hasMsg(SECOND));
+        EXPECT_TRUE(thread.hasMsg(THIRD));
+        EXPECT_EQ(thread.getFirstMsgId(), SECOND);
+        utl::ThreadRawMsg raw(4);
+        NumberMsg msg(0);
+        EXPECT_FALSE(thread.peekMsg(FIRST, &raw));
+        ASSERT_TRUE(thread.peekMsg(THIRD, &raw));
+        ASSERT_EQ(msg.restoreFrom(raw), 1);
+        EXPECT_EQ(msg.mNumber, 3);
+    });
+}
+
+TEST_F(MsgQueue, EraseMsg_StepsOverAFrameThatCouldNotBeAnnounced) {
+    askBehindAStray([](ScopedMsgThread& thread) {
+        EXPECT_TRUE(thread.eraseMsg(FIRST));
+        EXPECT_TRUE(thread.eraseMsg(SECOND));
+        EXPECT_FALSE(thread.hasMsg(SECOND));
+        utl::ThreadRawMsg raw(4);
+        NumberMsg msg(0);
+        ASSERT_TRUE(thread.peekMsg(THIRD, &raw));
+        ASSERT_EQ(msg.restoreFrom(raw), 1);
+        EXPECT_EQ(msg.mNumber, 3);
+    });
+}
+
+// Nothing was queued behind it yet, so it is still there.
+TEST_F(MsgQueue, Questions_NeverSeeAFrameThatCouldNotBeAnnounced) {
+    LogCapture const log;
+    Gate asked;
+    BlockedRoad road;
+    road.onOther = [&](int id, int) {
+        if (id == FIRST) {
+            EXPECT_FALSE(road.thread.hasMsg(utl::MSG_ID_ANY));
+            ASSERT_EQ(road.thread.postThreadCtlMsg(SECOND, -1), 1);
+            EXPECT_FALSE(road.thread.hasMsg(utl::MSG_ID_ANY)) << "an entry without a frame gets none";
+            EXPECT_TRUE(road.thread.eraseMsgFromCtlQueue(SECOND));
+            EXPECT_TRUE(road.thread.eraseMsg(utl::MSG_ID_ANY));
+            asked.open();
+        }
+    };
+    road.startAndBlock();
+    ASSERT_EQ(road.thread.postMsg(FIRST), 1);
+    withFullCtlQueue(road.thread, [&] { EXPECT_EQ(road.thread.sendMsgSync(SECOND), 0); });
+    road.gate.open();
+    ASSERT_TRUE(asked.wait());
+    EXPECT_EQ(road.thread.sendMsgSync(THIRD), 1);
+    EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, FIRST, THIRD}));
+    EXPECT_EQ(log.count(mismatchLine("road", "0x00000065", "0x80000005")), 1U);
+}
+
 TEST_F(MsgQueue, EarseMsgQueue_NeedsBothPlacesInUse) {
     ScopedMsgThread thread(8, 4);
     EXPECT_FALSE(thread.earseMsgQueue(0, 0, 12));

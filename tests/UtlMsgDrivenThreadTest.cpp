@@ -502,6 +502,132 @@ TEST_F(MsgDrivenThread, SendMsgSync_ThatCouldNotBeAnnounced_LeavesItsFrameToBeDi
     EXPECT_EQ(collector.received()[1].number, 6);
 }
 
+// A synchronous message FIRST with number 1 that cannot be announced, for either reason; the thread is held.
+void leaveFirstBehind(ScopedMsgThread& thread, bool byFullQueue) {
+    auto const fail = [&] { EXPECT_EQ(thread.sendMsgSync(NumberMsg(FIRST, 1)), 0); };
+    if (byFullQueue) {
+        withFullCtlQueue(thread, fail);
+    } else {
+        withoutTokens(fail);
+    }
+}
+
+TEST_F(MsgDrivenThread, SendMsgSync_BehindOneThatCouldNotBeAnnounced_DeliversItsOwnMessage) {
+    for (bool const byFullQueue : {true, false}) {
+        HookScope const scope;
+        LogCapture const log;
+        BlockedRoad road(8, 4, "stale");
+        road.startAndBlock();
+        leaveFirstBehind(road.thread, byFullQueue);
+        hooks::write.reset();
+        auto sent =
+            std::async(std::launch::async, [&] { return road.thread.sendMsgSync(NumberMsg(FIRST, 2)); });
+        waitForTokens(1);
+        road.gate.open();
+        EXPECT_EQ(sent.get(), 1);
+        ASSERT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, FIRST}));
+        EXPECT_EQ(road.collector.received()[1].number, 2);
+        EXPECT_EQ(log.count(mismatchLine("stale", "0x00000064", "0x80000005")), 1U);
+    }
+}
+
+TEST_F(MsgDrivenThread, PostMsg_WithTheIdOfASynchronousOneThatCouldNotBeAnnounced_IsDeliveredInItsPlace) {
+    for (bool const byFullQueue : {true, false}) {
+        HookScope const scope;
+        LogCapture const log;
+        BlockedRoad road(8, 4, "stale");
+        road.startAndBlock();
+        leaveFirstBehind(road.thread, byFullQueue);
+        ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, 2)), 1);
+        ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, 3)), 1);
+        road.gate.open();
+        ASSERT_TRUE(road.collector.waitFor(3));
+        EXPECT_EQ(road.collector.received()[1].number, 2);
+        EXPECT_EQ(road.collector.received()[2].number, 3);
+        EXPECT_EQ(log.count(mismatchLine("stale", "0x00000064", "0x00000064")), 1U);
+    }
+}
+
+TEST_F(MsgDrivenThread, APostThatIsRefused_LeavesTheFramesThatCouldNotBeAnnouncedToTheNext) {
+    LogCapture const log;
+    BlockedRoad road(8, 4, "stale");
+    road.startAndBlock();
+    withFullCtlQueue(road.thread, [&] {
+        EXPECT_EQ(road.thread.sendMsgSync(NumberMsg(FIRST, 1)), 0);
+        EXPECT_EQ(road.thread.sendMsgSync(NumberMsg(SECOND, 2)), 0);
+        EXPECT_EQ(road.thread.postMsg(NumberMsg(THIRD, 3)), 0);
+    });
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, 4)), 1);
+    road.gate.open();
+    ASSERT_TRUE(road.collector.waitFor(2));
+    EXPECT_EQ(road.collector.received()[1].number, 4);
+    EXPECT_EQ(log.count(mismatchLine("stale", "0x00000064", "0x00000064")), 1U);
+    EXPECT_EQ(log.count(mismatchLine("stale", "0x00000065", "0x00000064")), 1U);
+    EXPECT_EQ(log.count(mismatchLine("stale", "0x00000066", "0x00000064")), 0U);
+}
+
+TEST_F(MsgDrivenThread, FramesThatCouldNotBeAnnounced_GiveWayToAMessageThatNeedsTheirRoom) {
+    LogCapture const log;
+    BlockedRoad road(8, 2, "stale");
+    road.startAndBlock();
+    withFullCtlQueue(road.thread, [&] {
+        EXPECT_EQ(road.thread.sendMsgSync(NumberMsg(FIRST, 1)), 0);
+        EXPECT_EQ(road.thread.sendMsgSync(NumberMsg(FIRST, 2)), 0);
+        EXPECT_EQ(road.thread.sendMsgSync(NumberMsg(FIRST, 3)), 0);
+    });
+    EXPECT_EQ(
+        log.count("<UTIL> ERR: MsgDrivenThread(stale) Overflow MsgDataQueue  MaxCount:2 MsgId:0x00000064"),
+        1U)
+        << "of the third; there is no room for it anywhere";
+    EXPECT_EQ(road.thread.postMsg(NumberMsg(SECOND, 4)), 1);
+    EXPECT_EQ(road.thread.postMsg(NumberMsg(SECOND, 5)), 1);
+    EXPECT_EQ(road.thread.postMsg(NumberMsg(SECOND, 6)), 0);
+    EXPECT_EQ(log.count(mismatchLine("stale", "0x00000064", "0x00000065")), 2U);
+    road.gate.open();
+    ASSERT_TRUE(road.collector.waitFor(3));
+    EXPECT_EQ(road.collector.received()[1].number, 4);
+    EXPECT_EQ(road.collector.received()[2].number, 5);
+}
+
+TEST_F(MsgDrivenThread, OfVeryManyFramesThatCouldNotBeAnnounced_NoneIsDelivered) {
+    for (int const count : {254, 255, 256, 300}) {
+        LogCapture const log;
+        BlockedRoad road(8, 302, "stale");
+        road.startAndBlock();
+        withFullCtlQueue(road.thread, [&] {
+            for (int i = 0; i < count; ++i) {
+                ASSERT_EQ(road.thread.sendMsgSync(NumberMsg(FIRST, i)), 0);
+            }
+        });
+        ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, -1)), 1);
+        ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, -2)), 1);
+        road.gate.open();
+        ASSERT_TRUE(road.collector.waitFor(3));
+        EXPECT_EQ(road.collector.received()[1].number, -1);
+        EXPECT_EQ(road.collector.received()[2].number, -2);
+        EXPECT_EQ(log.count(mismatchLine("stale", "0x00000064", "0x00000064")),
+                  static_cast<size_t>(std::min(count, 255)));
+    }
+}
+
+// An entry for which nobody queued a frame must not get the one of a message that was refused.
+TEST_F(MsgDrivenThread, AnEntryWithoutAFrame_DiscardsTheOneThatCouldNotBeAnnounced) {
+    for (int const ctlId : {FIRST, static_cast<int>(utl::MSG_ID_CTL_SYNC)}) {
+        LogCapture const log;
+        BlockedRoad road(8, 4, "stale");
+        road.startAndBlock();
+        leaveFirstBehind(road.thread, true);
+        ASSERT_EQ(road.thread.postThreadCtlMsg(ctlId, -1), 1);
+        road.gate.open();
+        char const* const hex = ctlId == FIRST ? "0x00000064" : "0x80000005";
+        ASSERT_TRUE(log.waitFor(mismatchLine("stale", "0x00000064", hex)));
+        ASSERT_TRUE(log.waitFor(std::string("<UTIL> ERR: !!!!!!!! MsgDrivenThread(stale) Error. MsgId:") +
+                                hex + " !!!!!!!!"));
+        EXPECT_EQ(road.thread.sendMsgInterrupt(SECOND), 1);
+        EXPECT_EQ(road.collector.ids(), (std::vector<int>{BLOCKER, SECOND}));
+    }
+}
+
 TEST_F(MsgDrivenThread, SendMsgInterrupt_OvertakesWhatIsQueued) {
     BlockedRoad road;
     road.startAndBlock();
