@@ -223,6 +223,21 @@ class ScopedMsgThread : public utl::MsgDrivenThread {
     std::vector<int> mErasingThreads;
 };
 
+/// A thread that is joined at the end of the scope or before.
+class JoinedThread {
+  public:
+    explicit JoinedThread(std::function<void()> work) : mThread(std::move(work)) {}
+    ~JoinedThread() { join(); }
+    void join() {
+        if (mThread.joinable()) {
+            mThread.join();
+        }
+    }
+
+  private:
+    std::thread mThread;
+};
+
 constexpr int BLOCKER = 900;
 
 /// A thread whose handler holds at message BLOCKER until the gate opens, so that a test can fill the queues.

@@ -1,0 +1,520 @@
+// Odd orders, misuse and failures of a message thread that several listeners share.
+
+#include "UtlMsgDrivenSharedThread.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "TestHooks.h"
+#include "TestLog.h"
+#include "TestMessages.h"
+#include "TestSharedThread.h"
+
+namespace {
+
+using namespace utltest;
+
+constexpr unsigned int LONG = 600000;  // a period that does not end during a test
+constexpr unsigned int ADDRESS = sizeof(void*);
+constexpr unsigned int CTL_SPARE = 256;
+
+class OddSharedThread : public ScopedSharedThread {
+  public:
+    using MsgDrivenSharedThread::executeTimeoutSignal;
+    using ScopedSharedThread::ScopedSharedThread;
+};
+
+/// Waits until the kernel says that the thread sleeps; `id` is 0 before it is known.
+void waitUntilAsleep(std::atomic<int> const& id) {
+    char state = 'R';
+    while (state != 'S') {
+        std::this_thread::yield();
+        std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
+        std::string word;
+        if (id != 0 && file >> word && file >> word) {
+            file >> state;
+        }
+    }
+}
+
+/// Adds its letter to a list that all share, then acts.
+class Letter : public utl::ThreadMsgListener {
+  public:
+    Letter(char letter, std::string& all) : mLetter(letter), mAll(all) {}
+    std::function<void()> then;
+    void receiveMsg(int, utl::ThreadRawMsg&) override {
+        mAll += mLetter;
+        if (then) {
+            then();
+        }
+    }
+
+  private:
+    char const mLetter;
+    std::string& mAll;
+};
+
+class MsgDrivenSharedThreadOdd : public WithoutWatchdogThread {
+  protected:
+    static std::string error(std::string const& text) { return "<UTIL> ERR: " + text; }
+
+    /// Returns when the thread has dealt with what was queued before.
+    static void settle(utl::MsgDrivenSharedThread& thread) {
+        workOn(thread, [] {});
+    }
+
+    static int peekNumber(OddSharedThread& thread, utl::ThreadMsgListener* listener, int id) {
+        utl::ThreadRawMsg raw(4);
+        bool const found =
+            listener != nullptr ? thread.peekMsg(listener, id, &raw) : thread.peekMsg(id, &raw);
+        NumberMsg msg(0, -1);
+        if (found) {
+            EXPECT_EQ(msg.restoreFrom(raw), 1);
+        }
+        return msg.mNumber;
+    }
+
+  private:
+    HookScope const mHooks;
+
+  protected:
+    LogCapture const log;
+};
+
+// ---- sizes
+
+/// Takes the bytes that it gets, as many as `expected` has.
+class BytesListener : public utl::ThreadMsgListener {
+  public:
+    explicit BytesListener(unsigned int count) : mCount(count) {}
+    std::atomic<int> good{0};
+    void receiveMsg(int, utl::ThreadRawMsg& raw) override {
+        BytesMsg msg(0, mCount);
+        msg.mBytes.assign(mCount, 0);
+        good += msg.restoreFrom(raw) == 1 && msg.mBytes == BytesMsg(0, mCount).mBytes ? 1 : 0;
+    }
+
+  private:
+    unsigned int const mCount;
+};
+
+TEST_F(MsgDrivenSharedThreadOdd, AnAddressedMessage_MayBeAsLargeAsTheThreadSaysAndNotOneByteMore) {
+    for (unsigned int const size : {1U, 33U}) {
+        OddSharedThread thread(size, 2);
+        BytesListener listener(size);
+        ASSERT_EQ(thread.start(), 0);
+        EXPECT_EQ(thread.postMsg(&listener, BytesMsg(5, size)), 1);
+        EXPECT_EQ(thread.sendMsgSync(&listener, BytesMsg(5, size)), 1);
+        EXPECT_EQ(thread.sendMsgInterrupt(&listener, BytesMsg(5, size)), 1);
+        EXPECT_EQ(thread.postMsg(&listener, BytesMsg(5, size + 1)), 0);
+        EXPECT_EQ(thread.sendMsgSync(&listener, BytesMsg(5, size + 1)), 0);
+        EXPECT_EQ(thread.sendMsgInterrupt(&listener, BytesMsg(5, size + 1)), 0);
+        settle(thread);
+        EXPECT_EQ(listener.good, 3);
+        EXPECT_TRUE(log.lines().empty());
+    }
+}
+
+TEST_F(MsgDrivenSharedThreadOdd, AThreadForIdsAlone_DeliversThemTimeoutsAndNothingLarger) {
+    OddSharedThread thread(0, 2);
+    Collector collector;
+    ASSERT_EQ(thread.start(), 0);
+    EXPECT_EQ(thread.sendMsgSync(&collector, 5), 1);
+    EXPECT_EQ(thread.sendMsgInterrupt(&collector, 6), 1);
+    EXPECT_EQ(thread.postMsg(&collector, BytesMsg(7, 1)), 0);
+    workOn(thread, [&] { thread.executeTimeoutSignal(thread.setTimer(&collector, LONG, 0, 1, 0)); });
+    settle(thread);
+    EXPECT_EQ(collector.ids(), (std::vector<int>{5, 6, utl::MSG_ID_TIMER}));
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(MsgDrivenSharedThreadOdd, ABroadcast_MayFillTheRoomOfTheEnvelopeAndNotOneByteMore) {
+    unsigned int const room = 33 + 4 + ADDRESS;
+    OddSharedThread thread(33, 2);
+    BytesListener listener(room);
+    EXPECT_EQ(thread.attachMsgListener(&listener), 1);
+    ASSERT_EQ(thread.start(), 0);
+    EXPECT_EQ(thread.sendMsgSync(BytesMsg(5, room)), 1);
+    EXPECT_EQ(listener.good, 1);
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(thread.postMsg(BytesMsg(5, room + 1)), 0);
+    EXPECT_EQ(
+        log.lines(),
+        (std::vector<std::string>{error("MsgDrivenThread(shared) Overflow MsgSize  MaxSize(include MsgId):" +
+                                        std::to_string(room + 4) + " MsgId:0x00000005")}));
+}
+
+// ---- changes during a broadcast
+
+TEST_F(MsgDrivenSharedThreadOdd, WhatAHandlerAttachesAndDetaches_NeitherSkipsNorRepeatsAListener) {
+    struct Case {
+        char const* acts;  // of C: a small letter detaches, a capital one attaches
+        char const* first;
+        char const* second;
+    };
+    // Attached are A, B, C, D; the last comes first.
+    std::vector<Case> const cases = {
+        {"", "DCBA", "DCBA"},     {"d", "DCBA", "CBA"},      {"c", "DCBA", "DBA"},   {"b", "DCA", "DCA"},
+        {"a", "DCB", "DCB"},      {"dcba", "DC", ""},        {"abcd", "DC", ""},     {"E", "DCBA", "EDCBA"},
+        {"dD", "DCBA", "DCBA"},   {"cC", "DCBA", "CDBA"},    {"bB", "DCA", "BDCA"},  {"aA", "DCB", "ADCB"},
+        {"dE", "DCBA", "ECBA"},   {"abAB", "DC", "BADC"},    {"aaE", "DCB", "EDCB"}, {"cbaE", "DC", "ED"},
+        {"DCBA", "DCBA", "DCBA"}, {"dcbaABCD", "DC", "DCBA"}};
+    for (Case const& one : cases) {
+        std::string seen;
+        OddSharedThread thread(8, 4, 5);
+        std::vector<std::unique_ptr<Letter>> letters;
+        for (char const letter : std::string("ABCDE")) {
+            letters.push_back(std::make_unique<Letter>(letter, seen));
+        }
+        std::string acts = one.acts;
+        letters[2]->then = [&] {
+            for (char const act : std::exchange(acts, "")) {
+                if (act >= 'a') {
+                    thread.detachMsgListener(letters[static_cast<size_t>(act - 'a')].get());
+                } else {
+                    EXPECT_EQ(thread.attachMsgListener(letters[static_cast<size_t>(act - 'A')].get()), 1);
+                }
+            }
+        };
+        for (size_t i = 0; i < 4; ++i) {
+            EXPECT_EQ(thread.attachMsgListener(letters[i].get()), 1);
+        }
+        ASSERT_EQ(thread.start(), 0);
+        EXPECT_EQ(thread.sendMsgSync(5), 1);
+        EXPECT_EQ(seen, one.first) << "acts " << one.acts;
+        seen.clear();
+        EXPECT_EQ(thread.sendMsgSync(5), 1);
+        EXPECT_EQ(seen, one.second) << "acts " << one.acts;
+        thread.finish();
+    }
+}
+
+TEST_F(MsgDrivenSharedThreadOdd, ABroadcastTimeout_ToleratesAHandlerThatDetachesAbortsAndDeletesItsListener) {
+    std::string seen;
+    OddSharedThread thread(8, 8, 3);
+    Letter first('A', seen);
+    auto middle = std::make_unique<Letter>('B', seen);
+    Letter last('C', seen);
+    last.then = [&] {
+        if (middle != nullptr) {
+            thread.detachMsgListener(middle.get());
+            EXPECT_EQ(thread.abortMsg(middle.get()), 1);
+            middle.reset();
+        }
+    };
+    thread.attachMsgListener(&first);
+    thread.attachMsgListener(middle.get());
+    thread.attachMsgListener(&last);
+    ASSERT_EQ(thread.start(), 0);
+    workOn(thread, [&] {
+        int const all = thread.setTimer(LONG, 0, 1, 1);
+        int const one = thread.setTimer(middle.get(), LONG, 0, 0, 1);
+        thread.executeTimeoutSignal(all);
+        thread.postMsg(middle.get(), 5);
+        thread.executeTimeoutSignal(one);
+    });
+    settle(thread);
+    EXPECT_EQ(seen, "CA");
+    EXPECT_EQ(thread.remTimerIdCount(), 4U);
+    EXPECT_EQ(hooks::timerCreate.calls(), hooks::timerDelete.calls());
+    EXPECT_TRUE(log.lines().empty());
+}
+
+// ---- questions
+
+TEST_F(MsgDrivenSharedThreadOdd, Questions_SeeEachKindOfMessageForItsOwnersAlone) {
+    OddSharedThread thread(8, 16);
+    Collector one;
+    Collector two;
+    ASSERT_EQ(thread.start(), 0);
+    workOn(thread, [&] {
+        int const all = thread.setTimer(LONG, 0, 0, 1);
+        int const ones = thread.setTimer(&one, LONG, 0, 0, 1);
+        int const twos = thread.setTimer(&two, LONG, 0, 0, 1);
+        thread.postMsg(&one, NumberMsg(5, 51));
+        thread.executeTimeoutSignal(ones);
+        thread.executeTimeoutSignal(all);
+        thread.postMsg(NumberMsg(5, 50));
+        thread.postMsg(&two, NumberMsg(6, 62));
+        thread.executeTimeoutSignal(twos);
+        thread.postMsg(&one, NumberMsg(7, 71));
+        EXPECT_EQ(thread.getFirstMsgId(), utl::MSG_ID_TIMER);
+        EXPECT_EQ(thread.getFirstMsgId(&one), 5);
+        EXPECT_EQ(thread.getFirstMsgId(&two), 6);
+        EXPECT_EQ(thread.getFirstMsgId(nullptr), utl::MSG_ID_NONE);
+        EXPECT_EQ(peekNumber(thread, nullptr, 5), 50);
+        EXPECT_EQ(peekNumber(thread, &one, 5), 51);
+        EXPECT_EQ(peekNumber(thread, nullptr, utl::MSG_ID_TIMER), all);
+        EXPECT_EQ(peekNumber(thread, &one, utl::MSG_ID_TIMER), ones);
+        EXPECT_EQ(peekNumber(thread, &two, utl::MSG_ID_TIMER), twos);
+        EXPECT_EQ(peekNumber(thread, &one, 7), 71);  // behind a timeout of the same listener
+        EXPECT_EQ(peekNumber(thread, &two, utl::MSG_ID_ANY), 62);
+        EXPECT_FALSE(thread.hasMsg(6));
+        EXPECT_FALSE(thread.hasMsg(&one, 6));
+        EXPECT_FALSE(thread.hasMsg(&two, 5));
+        EXPECT_FALSE(thread.hasMsg(utl::MSG_ID_LISTENER_SPECIFIED));
+        EXPECT_FALSE(thread.hasMsg(&one, utl::MSG_ID_LISTENER_SPECIFIED));
+        EXPECT_TRUE(thread.eraseMsg(&one, utl::MSG_ID_TIMER));
+        EXPECT_EQ(peekNumber(thread, &one, utl::MSG_ID_TIMER), -1);
+        EXPECT_EQ(peekNumber(thread, &two, utl::MSG_ID_TIMER), twos);
+        EXPECT_TRUE(thread.eraseMsg(utl::MSG_ID_ANY));
+        EXPECT_EQ(thread.getFirstMsgId(), utl::MSG_ID_NONE);
+        EXPECT_TRUE(thread.eraseMsg(&two, utl::MSG_ID_ANY));
+        EXPECT_EQ(thread.getFirstMsgId(&two), utl::MSG_ID_NONE);
+        EXPECT_EQ(peekNumber(thread, &one, utl::MSG_ID_ANY), 51);
+    });
+    settle(thread);
+    EXPECT_EQ(one.ids(), (std::vector<int>{5, 7}));
+    EXPECT_TRUE(two.ids().empty());
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(MsgDrivenSharedThreadOdd, ATimerMsgSentToAListener_IsNotTakenForATimeout) {
+    OddSharedThread thread(16, 16);
+    Collector one;
+    ASSERT_EQ(thread.start(), 0);
+    workOn(thread, [&] {
+        utl::TimerMsg msg;
+        msg.mTimerId = 12345;
+        EXPECT_EQ(thread.postMsg(&one, msg), 1);
+        utl::ThreadRawMsg raw(4);
+        EXPECT_TRUE(thread.peekMsg(&one, utl::MSG_ID_TIMER, &raw));
+        EXPECT_EQ(raw.maxSize(), 20U);  // the message as it was sent
+        EXPECT_EQ(peekNumber(thread, &one, utl::MSG_ID_TIMER), 12345);
+        EXPECT_FALSE(thread.hasMsg(utl::MSG_ID_TIMER));
+        int const timer = thread.setTimer(&one, LONG, 0, 1, 1);
+        EXPECT_TRUE(thread.eraseMsg(&one, utl::MSG_ID_TIMER));
+        EXPECT_FALSE(thread.hasMsg(&one, utl::MSG_ID_ANY));
+        EXPECT_NE(thread.findTimer(timer), nullptr);
+    });
+    settle(thread);
+    EXPECT_TRUE(one.ids().empty());
+    EXPECT_EQ(thread.abortMsg(&one), 1);
+}
+
+TEST_F(MsgDrivenSharedThreadOdd, ErasingAllBroadcasts_LeavesARequestToAttachAloneAndErasingAllDoesNot) {
+    for (bool const all : {false, true}) {
+        OddSharedThread thread;
+        Collector collector;
+        Holder holder;
+        ASSERT_EQ(thread.start(), 0);
+        holdIn(holder, thread);
+        unsigned int const before = hooks::write.calls();
+        std::atomic<int> attached{-1};
+        JoinedThread attacher([&] { attached = thread.attachMsgListener(&collector); });
+        waitForTokens(before + 1);
+        JoinedThread eraser([&] {
+            EXPECT_TRUE(all ? thread.MsgDrivenThread::eraseMsg(utl::MSG_ID_ANY)
+                            : thread.eraseMsg(utl::MSG_ID_ANY));
+        });
+        waitForTokens(before + 2);
+        holder.gate.open();
+        attacher.join();
+        eraser.join();
+        EXPECT_EQ(attached, all ? 0 : 1);
+        EXPECT_EQ(thread.sendMsgSync(5), 1);
+        EXPECT_EQ(collector.ids().size(), all ? 0U : 1U);
+        EXPECT_EQ(log.lines().size(), all ? 1U : 0U);
+    }
+    EXPECT_EQ(log.count(error("MsgDrivenSharedThread::attachMsgListener(): Can't send thread")), 1U);
+}
+
+TEST_F(MsgDrivenSharedThreadOdd,
+       AbortMsg_FreesASynchronousSenderAndTakesTimersAndMessagesOfOneListenerAlone) {
+    OddSharedThread thread;
+    Collector one;
+    Collector two;
+    ASSERT_EQ(thread.start(), 0);
+    workOn(thread, [&] {
+        EXPECT_EQ(thread.setTimer(&one, LONG, 0, 0, 1), 1);
+        EXPECT_EQ(thread.setTimer(&two, LONG, 0, 0, 1), 2);
+        EXPECT_EQ(thread.registerTimer(&one, LONG, 0, 1), 3);
+        EXPECT_EQ(thread.setTimer(&one, LONG, 0, 1, 0), 4);
+    });
+    Gate queued;
+    Worker aborter([&] {
+        EXPECT_TRUE(queued.wait());
+        EXPECT_EQ(thread.abortMsg(&one), 1);
+    });
+    EXPECT_EQ(thread.postMsg(&aborter, 1), 1);
+    unsigned int const before = hooks::write.calls();
+    JoinedThread sender([&] { EXPECT_EQ(thread.sendMsgSync(&one, 5), 0); });
+    waitForTokens(before + 1);
+    EXPECT_EQ(thread.postMsg(&two, NumberMsg(6, 66)), 1);  // not held up by the one who waits
+    EXPECT_EQ(thread.postMsg(&one, NumberMsg(7, 77)), 1);
+    EXPECT_EQ(thread.postMsg(NumberMsg(8, 88)), 1);
+    queued.open();
+    sender.join();
+    settle(thread);
+    EXPECT_TRUE(one.ids().empty());
+    EXPECT_EQ(two.ids(), (std::vector<int>{6}));
+    EXPECT_EQ(thread.remTimerIdCount(), 3U);
+    EXPECT_NE(thread.findTimer(2), nullptr);
+    EXPECT_EQ(thread.abortMsg(&one), 1);
+    EXPECT_EQ(thread.abortMsg(nullptr), 0);
+    thread.finish();
+    EXPECT_EQ(thread.abortMsg(&two), 0);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+// ---- timers
+
+TEST_F(MsgDrivenSharedThreadOdd, TimersThatEndByThemselves_GiveTheirPlacesBackForAnyNumberOfSuccessors) {
+    OddSharedThread thread(8, 8, 2, "shared", 1);
+    Collector one;
+    Collector all;
+    EXPECT_EQ(thread.attachMsgListener(&all), 1);
+    ASSERT_EQ(thread.start(), 0);
+    for (int round = 1; round <= 6; ++round) {
+        workOn(thread, [&] {
+            EXPECT_EQ(thread.registerTimer(nullptr, LONG, 1, 1), -1);
+            EXPECT_EQ(thread.setTimer(nullptr, LONG, 0, 1, 1), -1);
+            int const timer =
+                round % 2 == 0 ? thread.setTimer(&one, LONG, 0, 1, 1) : thread.setTimer(LONG, 0, 1, 1);
+            EXPECT_EQ(timer, round);
+            EXPECT_EQ(thread.setTimer(&one, LONG, 0, 1, 1), -1);
+            EXPECT_EQ(thread.registerTimer(LONG, 1, 1), -1);
+            thread.executeTimeoutSignal(timer);
+            if (round > 4) {
+                EXPECT_TRUE(round % 2 == 0 ? thread.eraseMsg(&one, utl::MSG_ID_TIMER)
+                                           : thread.eraseMsg(utl::MSG_ID_TIMER));
+            }
+        });
+        settle(thread);
+        EXPECT_EQ(thread.remTimerIdCount(), 1U);
+    }
+    EXPECT_EQ(one.ids().size(), 2U);
+    EXPECT_EQ(all.ids().size(), 2U);
+    EXPECT_EQ(thread.abortMsg(&one), 1);  // no ended timer is left to be killed
+}
+
+// ---- attaching to a thread in an odd state
+
+TEST_F(MsgDrivenSharedThreadOdd, AThreadThatHasEndedByItself_CannotBeAskedToAttachOrDetach) {
+    OddSharedThread thread;
+    Collector collector;
+    Holder holder;
+    ASSERT_EQ(thread.start(), 0);
+    holdIn(holder, thread);
+    hooks::read.failFrom(1, 1, -1, EIO);
+    unsigned int const before = hooks::write.calls();
+    JoinedThread waiting([&] { EXPECT_EQ(thread.attachMsgListener(&collector), 0); });
+    waitForTokens(before + 1);
+    holder.gate.open();
+    waiting.join();
+    EXPECT_EQ(thread.waitTo(3, 0), 0);
+    EXPECT_EQ(thread.attachMsgListener(&collector), 0);
+    EXPECT_EQ(thread.detachMsgListener(&collector), 0);
+    EXPECT_EQ(log.count(error("MsgDrivenSharedThread::attachMsgListener(): Can't send thread")), 2U);
+    EXPECT_EQ(log.count(error("MsgDrivenSharedThread::detachMsgListener(): Can't send thread")), 1U);
+}
+
+TEST_F(MsgDrivenSharedThreadOdd, AttachingAgainstAFullControlQueue_FailsWithItsLineAndChangesNothing) {
+    OddSharedThread thread(8, 4, 2);
+    Collector one;
+    Collector two;
+    Holder holder;
+    EXPECT_EQ(thread.attachMsgListener(&one), 1);
+    ASSERT_EQ(thread.start(), 0);
+    holdIn(holder, thread);
+    unsigned int count = 0;
+    while (thread.postThreadCtlMsg(utl::MSG_ID_CTL_START_TIMER, 77) == 1) {
+        ++count;
+    }
+    EXPECT_EQ(count, 4 + CTL_SPARE);
+    EXPECT_EQ(thread.attachMsgListener(&two), 0);
+    EXPECT_EQ(thread.detachMsgListener(&one), 0);
+    EXPECT_EQ(log.count(error("MsgDrivenSharedThread::attachMsgListener(): Can't send thread")), 1U);
+    EXPECT_EQ(log.count(error("MsgDrivenSharedThread::detachMsgListener(): Can't send thread")), 1U);
+    EXPECT_EQ(log.count(error("MsgDrivenThread(shared) Overflow ThreadCtlMsgQueue  MaxCount:260 "
+                              "MsgId:0x80000005")),
+              2U);
+    holder.gate.open();
+    // What the two requests left in the data queue must reach nobody once a posted message comes.
+    while (thread.postMsg(NumberMsg(9, 99)) == 0) {
+        std::this_thread::yield();
+    }
+    ASSERT_TRUE(one.waitFor(1));
+    EXPECT_EQ(one.ids(), (std::vector<int>{9}));
+    EXPECT_TRUE(two.ids().empty());
+    EXPECT_EQ(log.count(error("!!!!!!!! MsgDrivenThread(shared) MismatchedMsg... DataQueueMsgId:0x80000021 "
+                              "CtlMsgId:0x00000009 Erased Data !!!!!!!!")),
+              1U);
+    EXPECT_EQ(log.count(error("!!!!!!!! MsgDrivenThread(shared) MismatchedMsg... DataQueueMsgId:0x80000022 "
+                              "CtlMsgId:0x00000009 Erased Data !!!!!!!!")),
+              1U);
+}
+
+TEST_F(MsgDrivenSharedThreadOdd, AHandlersAddressedPost_IsNotHeldUpByAnOutsidersThatWaitsBehindATimerCall) {
+    OddSharedThread thread;
+    Collector one;
+    Gate entered;
+    Gate go;
+    std::atomic<int> posted{-1};
+    Worker handler([&] {
+        entered.open();
+        go.wait();
+        posted = thread.postMsg(&one, 6);
+    });
+    ASSERT_EQ(thread.start(), 0);
+    EXPECT_EQ(thread.postMsg(&handler, 1), 1);
+    ASSERT_TRUE(entered.wait());
+    unsigned int const before = hooks::write.calls();
+    JoinedThread setter([&] { EXPECT_GT(thread.setTimer(&one, LONG, 0, 0, 1), 0); });
+    waitForTokens(before + 1);  // the timer call waits for the loop
+    std::atomic<int> id{0};
+    JoinedThread poster([&] {
+        id = kernelId();
+        EXPECT_EQ(thread.postMsg(&one, 5), 1);
+    });
+    waitUntilAsleep(id);
+    go.open();
+    setter.join();
+    poster.join();
+    settle(thread);
+    EXPECT_EQ(posted, 1);
+    EXPECT_EQ(one.ids().size(), 2U);
+}
+
+TEST_F(MsgDrivenSharedThreadOdd, ListenersThatComeAndGoAmongBroadcasts_MissNoneWhileTheyAreAttached) {
+    OddSharedThread thread(16, 64, 4);
+    Collector constant;
+    EXPECT_EQ(thread.attachMsgListener(&constant), 1);
+    ASSERT_EQ(thread.start(), 0);
+    constexpr int ROUNDS = 40;
+    auto const visit = [&](int id) {
+        for (int i = 0; i < ROUNDS; ++i) {
+            Collector visitor;
+            EXPECT_EQ(thread.attachMsgListener(&visitor), 1);
+            EXPECT_EQ(thread.sendMsgSync(NumberMsg(id, i)), 1);
+            EXPECT_EQ(thread.sendMsgSync(&visitor, NumberMsg(id + 10, i)), 1);
+            int const timer = thread.setTimer(&visitor, LONG, 0, 0, 1);
+            thread.detachMsgListener(&visitor);
+            EXPECT_EQ(thread.abortMsg(&visitor), 1);
+            EXPECT_TRUE(timer == -1 || !thread.killTimer(timer));
+            auto const ids = visitor.ids();
+            EXPECT_EQ(std::count(ids.begin(), ids.end(), id), 1);
+            EXPECT_EQ(std::count(ids.begin(), ids.end(), id + 10), 1);
+        }
+    };
+    {
+        JoinedThread first([&] { visit(1); });
+        JoinedThread second([&] { visit(2); });
+        JoinedThread third([&] { visit(3); });
+    }
+    EXPECT_EQ(constant.ids().size(), 3U * ROUNDS);
+    EXPECT_EQ(thread.remTimerIdCount(), 4U);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+}  // namespace
