@@ -161,7 +161,8 @@ class UTL_API Thread {
     void leaveWatchdog() const;
 
     /// Waits without limit for the end of a thread that exists, also where the `ThreadManager` does not
-    /// know it any more. For destructors, on another thread.
+    /// know it any more, and never for another thread that has got its kernel id. For destructors, on another
+    /// thread.
     void waitForEnd();
 
   private:

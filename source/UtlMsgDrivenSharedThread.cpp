@@ -321,7 +321,9 @@ void MsgDrivenSharedThread::receiveMsg(int threadId, ThreadRawMsg& msg) {
 }
 
 // A handler may attach and detach. What it attaches stands behind, what it detaches moves the index.
+// One that hands a message round itself finds the walk that it belongs to where it was.
 void MsgDrivenSharedThread::forwardMsg(int threadId, ThreadRawMsg& msg) {
+    int const outerIndex = mForwardIndex;
     mForwardIndex = static_cast<int>(mListeners.size()) - 1;
     while (mForwardIndex >= 0) {
         ThreadMsgListener* const* const listener = mListeners.getAt(static_cast<unsigned int>(mForwardIndex));
@@ -330,7 +332,7 @@ void MsgDrivenSharedThread::forwardMsg(int threadId, ThreadRawMsg& msg) {
         }
         --mForwardIndex;
     }
-    mForwardIndex = NO_WALK;
+    mForwardIndex = outerIndex;
 }
 
 void MsgDrivenSharedThread::onAttachMsgListener(ThreadRawMsg& msg) {

@@ -11,6 +11,10 @@ namespace utl {
 
 namespace {
 
+// What is left to a thread behind its last milestone is to tell the manager. Who waits longer than so many
+// milliseconds for that waits for another thread, which has got the kernel id of one that is gone.
+constexpr unsigned int LAST_STEP_TIME = 200;
+
 /// The cell that hands a `Thread` to its new thread: deleted with the scope, unless the thread exists by
 /// then, which deletes it itself.
 class [[nodiscard]] StartCell {
@@ -95,6 +99,10 @@ int Thread::stop(int wait, unsigned int timeout) {
             return -1;
         }
     }
+    if (mMilestones[FINISHED].isOn()) {
+        waitForEnd();
+        return -1;
+    }
     ThreadManager::get()->unregisterWatchdog(getId());
     mMilestones[STOP_REQUESTED].setOn();
     requestStop();
@@ -178,7 +186,7 @@ void Thread::sleep(unsigned int ms) {
 // A manager that was created after the thread was started does not know it; the milestone does.
 void Thread::waitForEnd() {
     if (hasDone(STARTED)) {
-        waitTo(FINISHED, 0);
+        waitTo(FINISHED, mMilestones[FINISHED].isOn() ? LAST_STEP_TIME : 0);
     }
     waitUntilOn(mMilestones[FINISHED], 0);
 }

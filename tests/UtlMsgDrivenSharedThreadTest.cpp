@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstring>
 #include <future>
+#include <memory>
 #include <new>
 #include <string>
 #include <thread>
@@ -330,6 +331,23 @@ TEST_F(SharedThread, AttachAndDetach_AfterTheThreadHasLeftTheManagement_AreDoneD
     EXPECT_EQ(thread.detachMsgListener(&listener), 1);
 }
 
+// The kernel gives the id of a thread that has ended to a new one.
+TEST_F(SharedThread, AttachAndDetach_WhenTheIdIsAnotherThreadsNow_DoNotWaitForThat) {
+    using Access = utl::ThreadManagerTestAccess;
+    Collector listener;
+    HeldThread const stranger("stranger");
+    auto thread = std::make_unique<ScopedSharedThread>();
+    ASSERT_EQ(thread->start(), 0);
+    thread->finish();
+    int const id = thread->getId();
+    ASSERT_TRUE(Access::storeEntry(id, Access::copyEntry(stranger.id())));
+    EXPECT_EQ(thread->attachMsgListener(&listener), 1);
+    EXPECT_EQ(thread->detachMsgListener(&listener), 1);
+    thread.reset();
+    EXPECT_TRUE(utl::ThreadManager::get()->isThreadActive(id));
+    Access::eraseEntry(id);
+}
+
 TEST_F(SharedThread, AttachMsgListener_AfterAStopThatDoesNotWait_WaitsForTheEnd) {
     for (bool const attaches : {true, false}) {
         Collector listener;
@@ -469,6 +487,29 @@ TEST_F(SharedThread, AHandlerThatDetachesAndAttachesAnother_MovesItBehindTheWalk
     ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
     EXPECT_TRUE(listeners[0].received().empty());
     EXPECT_EQ(listeners[1].received().size(), 1U);
+}
+
+TEST_F(SharedThread, ReceiveMsg_InAHandler_LetsTheBroadcastGoOnWhereItWas) {
+    Collector first;
+    Collector last;
+    ScopedSharedThread thread;
+    ASSERT_EQ(thread.attachMsgListener(&first), 1);
+    Worker middle([&, nested = false]() mutable {
+        if (!nested) {
+            nested = true;
+            utl::ThreadRawMsg raw(64);
+            ASSERT_EQ(NumberMsg(SECOND).storeTo(&raw), 1);
+            thread.receiveMsg(1, raw);
+        }
+    });
+    ASSERT_EQ(thread.attachMsgListener(&middle), 1);
+    ASSERT_EQ(thread.attachMsgListener(&last), 1);
+    ASSERT_EQ(thread.start(), 0);
+    ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(last.ids(), (std::vector<int>{FIRST, SECOND}));
+    EXPECT_EQ(first.ids(), (std::vector<int>{SECOND, FIRST}));
+    ASSERT_EQ(thread.sendMsgSync(THIRD), 1);
+    EXPECT_EQ(first.ids(), (std::vector<int>{SECOND, FIRST, THIRD}));
 }
 
 TEST_F(SharedThread, DetachMsgListener_OfOneThatIsNotAttached_IsOneAndChangesNothing) {

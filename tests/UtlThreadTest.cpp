@@ -26,6 +26,7 @@ using utl::ThreadManager;
 using utl::ThreadPriority;
 using utl::ThreadWatchdog;
 using utl::WatchdogInfo;
+using utltest::HeldThread;
 using utltest::HookScope;
 using utltest::kernelId;
 using utltest::LogCapture;
@@ -661,6 +662,23 @@ TEST_F(ThreadStop, TheDestructor_WaitsForAThreadThatTheManagerForgot) {
     thread.reset();
     EXPECT_TRUE(command.mDone);
     releaser.join();
+}
+
+// The kernel gives the id of a thread that has ended to a new one.
+TEST_F(ThreadStop, OfAThreadWhoseIdIsAnotherThreadsNow_DoesNotWaitForThat) {
+    HeldThread const stranger("stranger");
+    auto thread = std::make_unique<NotingThread>();
+    EXPECT_EQ(thread->start(), 0);
+    thread->end();
+    EXPECT_TRUE(thread->leaveManagement());
+    int const id = thread->getId();
+    EXPECT_TRUE(Access::storeEntry(id, Access::copyEntry(stranger.id())));
+    EXPECT_TRUE(manager().isThreadActive(id));
+    EXPECT_EQ(thread->stop(1, 0), -1);
+    EXPECT_FALSE(thread->hasRequestedStop());
+    thread.reset();
+    EXPECT_TRUE(manager().isThreadActive(id));
+    Access::eraseEntry(id);
 }
 
 // The place in the manager's table, and what is forwarded.
