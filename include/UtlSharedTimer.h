@@ -73,7 +73,7 @@ class UTL_API SharedTimer : public Thread {
     SharedTimer(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
                 unsigned int maxTimerCount, char const* name);
 
-    /// Waits for a loop that still runs; see above.
+    /// Waits for a loop that still runs, see above, and for callers whose waits that has ended.
     ~SharedTimer() override;
 
     /// Ends the thread, all its timers with it, and gives its place in the `ThreadManager`'s table back.
@@ -195,7 +195,6 @@ class UTL_API SharedTimer : public Thread {
     bool request(int msgId, int timerId, int noWait);
     void requestAll(int msgId, int noWait);
     int waitFor(int msgId, int timerId);
-    bool await(TimerWaiter& waiter);
 
     int runLoop();
     void leaveLoop();

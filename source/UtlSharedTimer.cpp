@@ -54,6 +54,7 @@ SharedTimer::~SharedTimer() {
         waitForEnd();
     }
     eraseAllTimer();
+    SyncGuard const lastRequestHasLeft(mApiLock);
 }
 
 bool SharedTimer::installTimeoutSignalHandler() {

@@ -10,6 +10,16 @@
 
 namespace utl {
 
+namespace {
+
+// The answer. The shared timer may be gone by then: `destroy` gives answers too.
+bool await(TimerWaiter const& waiter) {
+    waitUntilOn(waiter.mAnswered, 0);
+    return waiter.mSucceeded;
+}
+
+}  // namespace
+
 // Holds mApiLock for a caller from outside. A listener must not wait for it: its holder may wait for the
 // thread that the listener runs on.
 class [[nodiscard]] SharedTimer::ApiGuard {
@@ -206,13 +216,6 @@ int SharedTimer::waitFor(int msgId, int timerId) {
         TimerRunEvent::of(*info).add(waiter);
     }
     return await(waiter) ? Event::WAIT_DONE : Event::WAIT_FAILED;
-}
-
-// The lock behind the wait: who answered has left the waiter's event.
-bool SharedTimer::await(TimerWaiter& waiter) {
-    waitUntilOn(waiter.mAnswered, 0);
-    SyncGuard const guard(mQueueLock);
-    return waiter.mSucceeded;
 }
 
 bool SharedTimer::setThreadWatchdogAliveTime(unsigned int aliveTime) {

@@ -6,8 +6,9 @@
 namespace utl {
 
 /// A caller that waits until a shared timer runs (`TIMER_CTL_START`) or does not run (`TIMER_CTL_STOP`);
-/// *external lock needed*, the queue lock of the thread. It stands on the caller's stack. Who answers it
-/// takes it off the list first; the caller takes the lock once more behind its wait, and leaves.
+/// *external lock needed*, the queue lock of the thread, until it is answered. It stands on the caller's
+/// stack. Who answers it takes it off the list first and sets its event on last; behind that it is the
+/// caller's alone.
 struct TimerWaiter {
     TimerWaiter(int msgId, bool isRequest) : mMsgId(msgId), mIsRequest(isRequest) {}
 

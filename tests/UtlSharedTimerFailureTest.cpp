@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <future>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -281,6 +282,64 @@ TEST_F(SharedTimerFailure, CallersWhoWait_AreReleasedWhenTheLoopEndsFirst) {
         EXPECT_EQ(timers->waitToStart(idle), -1);
         calls().read.reset();
     }
+}
+
+// A waiting caller that has been answered and does not get the processor.
+thread_local bool tIsSlowWaiter = false;
+
+TEST_F(SharedTimerFailure, CallersWhoWait_DoNotTouchAnObjectThatGoesBehindDestroy) {
+    static Gate gone;
+    static std::atomic<bool> isWaiting{false};
+    hooks::condWait.replace(+[](pthread_cond_t* condition, pthread_mutex_t* mutex) {
+        isWaiting = isWaiting || tIsSlowWaiter;
+        int const result = hooks::condWait.real(condition, mutex);
+        if (tIsSlowWaiter) {
+            gone.wait();
+        }
+        return result;
+    });
+    auto timers = std::make_unique<utl::SharedTimer>(0, 0, nullptr, 8, "going");
+    int const timer = timers->addTimer(nullptr, LONG);
+    auto started = std::async(std::launch::async, [&timers, timer] {
+        tIsSlowWaiter = true;
+        return timers->waitToStart(timer);
+    });
+    while (!isWaiting) {
+        std::this_thread::yield();
+    }
+    timers->destroy();
+    timers.reset();
+    gone.open();
+    EXPECT_EQ(started.get(), -1);
+}
+
+TEST_F(SharedTimerFailure, TheDestructor_LetsRequestsLeaveThatItHasEnded) {
+    static std::atomic<bool> hasLeft{false};
+    hooks::condWait.replace(+[](pthread_cond_t* condition, pthread_mutex_t* mutex) {
+        int const result = hooks::condWait.real(condition, mutex);
+        if (tIsSlowWaiter) {
+            utl::Thread::sleep(30);
+            hasLeft = true;
+        }
+        return result;
+    });
+    Blocker blocker;
+    auto timers = std::make_unique<utl::SharedTimer>(0, 0, nullptr, 8, "going");
+    int const timer = timers->addTimer(nullptr, LONG);
+    blocker.block(*timers);
+    unsigned int const before = calls().requests;
+    auto started = std::async(std::launch::async, [&timers, timer] {
+        tIsSlowWaiter = true;
+        return timers->start(timer, 0);
+    });
+    waitForRequestBehind(before);
+    calls().read.failFrom(1, 0, EIO);
+    blocker.letGo();
+    int const id = timers->getId();
+    timers.reset();
+    EXPECT_TRUE(hasLeft);
+    EXPECT_FALSE(started.get());
+    EXPECT_TRUE(utl::ThreadManager::get()->unregister(id));
 }
 
 TEST_F(SharedTimerFailure, AddTimer_WhileTheLoopEnds_NeverLeavesATimerThatNobodyServes) {
