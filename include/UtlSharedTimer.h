@@ -38,8 +38,9 @@ struct TimerWaiter;
 /// Expiries that come faster than the listeners work are dropped: at most one of a timer waits for delivery,
 /// or two with `autoRepeat`. A slow listener delays the other timers of the thread.
 ///
-/// Call `destroy` before the object goes. Without it the destructor takes the pipe away, so that the loop
-/// fails at its next read, which is logged, and waits for that; listeners may be called until then.
+/// Call `destroy` before the object goes; a class that overrides `onTime` calls it in its own destructor, or
+/// the expiry may meet an object that is half gone. Without it the destructor takes the pipe away, so that
+/// the loop fails at its next read, which is logged, and waits for that; listeners may be called until then.
 class UTL_API SharedTimer : public Thread {
   public:
     /// A control entry: what stands in the control queue, and what one token of the pipe carries.
@@ -196,6 +197,7 @@ class UTL_API SharedTimer : public Thread {
     void requestAll(int msgId, int noWait);
     int waitFor(int msgId, int timerId);
 
+    void startThread(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener);
     int runLoop();
     void leaveLoop();
     bool hasEntryWithoutToken();

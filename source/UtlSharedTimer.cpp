@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "UtlEventWait.h"
 #include "UtlKeepAlive.h"
 #include "UtlLog.h"
 #include "UtlProcessWide.h"
@@ -28,6 +29,17 @@ unsigned int tokenCount(unsigned int maxTimerCount) {
         UINT_MAX, SharedTimer::CTL_ENTRY_MAX + 1ULL * maxTimerCount * TIMER_TOKENS_MAX));
 }
 
+// The way of a new thread into `execute`, for one constructor at a time.
+struct Entrance {
+    SyncObject mSyncObject;
+    Event mPassed{0, 0};
+};
+
+Entrance& entrance() {
+    static ProcessWide<Entrance> entrance;
+    return *entrance;
+}
+
 }  // namespace
 
 SharedTimer::SharedTimer(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
@@ -40,10 +52,21 @@ SharedTimer::SharedTimer(int watchdog, unsigned int aliveTime, WatchdogTimerList
                error);
     }
     installTimeoutSignalHandler();
+    startThread(watchdog, aliveTime, listener);
+}
+
+// The thread looks `execute` up in the object, and behind it its end; the constructor of a derived class,
+// which comes next, changes what stands there. So this returns when the thread is inside, or has ended.
+void SharedTimer::startThread(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener) {
+    SyncGuard const oneAtATime(entrance().mSyncObject);
+    entrance().mPassed.setOff();
     bool created = false;
     startTelling(&created, watchdog, aliveTime, listener, 1, 0, ThreadPriority(ThreadPriority::NORMAL), 0);
-    if (created && !hasDone(STARTED)) {
-        waitForEnd();  // of the unregistered thread, which ends at once
+    if (created) {
+        waitUntilOn(entrance().mPassed, 0);
+    }
+    if (created && (!hasDone(STARTED) || mPipe[0] == -1)) {
+        waitForEnd();  // without registration or pipe it ends at once
     }
 }
 
@@ -160,6 +183,7 @@ bool SharedTimer::postTimerCtlMsg(int msgId, int param) {
 
 // The start that made this thread may not have stored the thread's id yet, by which a listener is known.
 int SharedTimer::execute() {
+    entrance().mPassed.setOn();
     waitForStart();
     // A thread that could not be registered has no id, and nobody could stop it.
     int const result = getId() != 0 ? runLoop() : -1;

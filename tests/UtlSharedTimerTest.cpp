@@ -319,6 +319,59 @@ TEST_F(SharedTimer, AnExpiryThatComesAfterItsThreadIsGone_ReachesNoForeignFile) 
     EXPECT_EQ(lseek(calls().writeEnd, 0, SEEK_END), 0);
 }
 
+// Derived classes.
+
+// Its own loop would end at once; the thread has entered that of the base by then.
+class DerivedTimers : public utl::SharedTimer {
+  public:
+    explicit DerivedTimers(std::atomic<int>& strayLoops)
+        : SharedTimer(0, 0, nullptr, 4, "derived"), mStrayLoops(strayLoops) {}
+    ~DerivedTimers() override { destroy(); }
+
+    void onTime(int timerId) override { ticker.onTime(timerId); }
+
+    Ticker ticker;
+
+  protected:
+    int execute() override {
+        ++mStrayLoops;
+        return 7;
+    }
+
+  private:
+    std::atomic<int>& mStrayLoops;
+};
+
+TEST_F(SharedTimer, OnTime_OfADerivedClass_ReceivesTheExpiries) {
+    Ticker listener;
+    std::atomic<int> strayLoops{0};
+    DerivedTimers timers(strayLoops);
+    int const timer = timers.addTimer(&listener, 1, 3);
+    ASSERT_TRUE(timers.start(timer));
+    EXPECT_EQ(timers.waitToStop(timer), 0);
+    EXPECT_EQ(timers.ticker.ticks(), (Ids{timer, timer, timer}));
+    EXPECT_EQ(listener.count(), 0U) << "the listener is told by the operation that was replaced";
+}
+
+TEST_F(SharedTimer, TheConstructor_ReturnsWhenTheThreadIsInsideItsLoop) {
+    std::atomic<int> strayLoops{0};
+    for (int round = 0; round < 200; ++round) {
+        DerivedTimers timers(strayLoops);
+        EXPECT_TRUE(static_cast<utl::Thread&>(timers).isRunning()) << round;
+    }
+    EXPECT_EQ(strayLoops, 0);
+}
+
+TEST_F(SharedTimer, TheConstructor_WithoutAPipe_ReturnsWhenTheThreadHasEnded) {
+    std::atomic<int> strayLoops{0};
+    for (int round = 0; round < 50; ++round) {
+        hooks::pipe.failFrom(1, 1, -1, EMFILE);
+        DerivedTimers timers(strayLoops);
+        EXPECT_TRUE(timers.hasDone(utl::Thread::FINISHED));
+    }
+    EXPECT_EQ(strayLoops, 0);
+}
+
 // Adding and erasing.
 
 TEST_F(SharedTimer, AddTimer_MakesATimerThatDoesNotRun) {
