@@ -7,11 +7,12 @@
 namespace utl {
 
 /// Hands out blocks of one size from one area; *internally locked*, because any thread may take and give
-/// back. The pool uses no heap after its construction, and a call takes the same time whatever the number of
-/// blocks.
+/// back. The pool itself uses no heap after its construction; the first sign of life of a process, which a
+/// call gives, may still make the `ThreadManager`. A call takes the same time whatever the number of blocks.
 ///
 /// Blocks lie one behind the other without headers or gaps, so their alignment is what the block size gives:
-/// with a multiple of 16 every block suits every type. The lowest free block is handed out first.
+/// with a multiple of 16 every block suits every type that is not over-aligned (`alignas` beyond
+/// `std::max_align_t`). The lowest free block is handed out first.
 class UTL_API MemoryPool {
   public:
     /// Makes `blockCount` blocks of `blockSize` bytes, zeroed. `name` stands in the pool's log lines; it is

@@ -24,8 +24,8 @@ namespace utl {
 ///
 /// Nothing checks that the listener of a message or a timer still exists. Before a listener goes, its owner
 /// calls `detachMsgListener` and then `abortMsg`, while the thread runs or behind its `stop`, and nobody
-/// sends to it any more. On the message thread, `abortMsg` may come from another listener's handler or its
-/// own.
+/// sends to it any more or is inside a call that does. On the message thread, `abortMsg` may come from
+/// another listener's handler or its own.
 ///
 /// A handler may do everything that is not forbidden here. It must not wait for another thread that is inside
 /// a call which waits for this one.
@@ -46,7 +46,9 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
 
     /// As those of `MsgDrivenThread`, with this object as the thread's own listener. The `preExecute` of a
     /// derived class must not attach or detach: `start` may wait for it. While a `stop` waits, so do
-    /// attaching and detaching from outside.
+    /// attaching and detaching from outside; and both `start` and `stop`, whatever their arguments say about
+    /// waiting, first wait without limit for an attach or a detach in progress. So a handler must not wait
+    /// for the request to stop as long as somebody may be attaching.
     ///@{
     int start(int watchdog = 0, unsigned int aliveTime = 0, WatchdogTimerListener* listener = nullptr,
               int waitReady = 1, unsigned int waitTimeout = 0,
@@ -109,20 +111,24 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
     ///@}
 
     /// Kills the listener's timers and erases what is queued for it alone. A message that it has at the
-    /// moment is not affected; from outside, the call waits without limit until that is over. 1, or 0 when a
-    /// timer ended by itself meanwhile, when the thread could not be asked or does not run, or for null.
+    /// moment is not affected; from outside, the call waits without limit until that is over. A
+    /// `sendMsgInterrupt` to it is no queued message and is not erased: before the listener goes, its sender
+    /// must have returned. 1, or 0 when a timer ended by itself meanwhile, when the thread could not be asked
+    /// or does not run, or for null.
     int abortMsg(ThreadMsgListener* listener);
 
     /// Timers whose expiries are broadcast; arguments and results as for `MsgDrivenThread`. A timer whose
     /// `setTimer` registers it and fails to start it keeps its place until the thread ends; it never expires
-    /// for anybody.
+    /// for anybody. `registerTimer` waits for no other caller, with one exception: from outside, when a
+    /// timer that is being killed has still its place here, the new one is killed again, which waits as
+    /// `killTimer` does for others.
     ///@{
     int registerTimer(unsigned int interval, unsigned int repeatCount = 0, int autoRepeat = 1);
     int setTimer(unsigned int interval, int noWait = 0, unsigned int repeatCount = 0, int autoRepeat = 1);
     ///@}
 
-    /// Timers whose expiries go to one listener, attached or not; -1 also for a null listener. Without
-    /// default arguments, so that an interval of 0 is never taken for a listener.
+    /// Timers whose expiries go to one listener, attached or not; -1 also for a null listener. They wait as
+    /// those above. Without default arguments, so that an interval of 0 is never taken for a listener.
     ///@{
     int registerTimer(ThreadMsgListener* listener, unsigned int interval, unsigned int repeatCount,
                       int autoRepeat);

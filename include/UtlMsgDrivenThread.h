@@ -129,7 +129,9 @@ class UTL_API MsgDrivenThread : public Thread {
 
     /// Ends the loop once the listener has returned; what is queued then stays undelivered. Gives what
     /// `Thread::stop` gives, and -1 on the thread itself. A `postMsg` from outside waits until a `stop` that
-    /// waits is over, and fails.
+    /// waits is over, and fails. Also with `wait` 0, and beyond `timeout`, a `stop` first waits without limit
+    /// for a timer call from outside that waits for the message thread; so a handler must not wait for the
+    /// request to stop while somebody may be inside one.
     int stop(int wait = 1, unsigned int timeout = 0);
 
     /// Queues a copy of the message. 1, or 0 when the thread does not run, when it was asked to stop, or
@@ -199,7 +201,9 @@ class UTL_API MsgDrivenThread : public Thread {
     /// after which the timer is gone, 0 for no end. With `autoRepeat` 0 the next period begins when the
     /// listener has returned from the timeout, otherwise the timer runs on meanwhile. `noWait` 0 waits
     /// without limit, off the message thread, until the message thread has done it; any other value waits
-    /// only until the request is queued.
+    /// only until the request is queued. Before that, `setTimer`, `startTimer` and `killTimer` from outside
+    /// wait for each other and for a `start` or `stop` in progress, whatever `noWait` says: as long as
+    /// somebody waits for the message thread with `noWait` 0, all of them do.
     ///@{
 
     /// Makes a timer that does not run yet. Its id, or -1 if the thread does not run, was asked to stop, or
