@@ -66,6 +66,9 @@ Hook<int(int, int, long)> fcntl(HAS_TIME64_NAMES ? "fcntl64" : "fcntl");
 Hook<int(clockid_t, timespec*)> clockGetTime(timeName("clock_gettime", "__clock_gettime64"));
 Hook<int(timeval*, void*)> getTimeOfDay(timeName("gettimeofday", "__gettimeofday64"));
 Hook<char*(time_t const*, char*)> ctimeR(timeName("ctime_r", "__ctime64_r"));
+Hook<time_t(time_t*)> time(timeName("time", "__time64"));
+Hook<tm*(time_t const*, tm*)> gmtimeR(timeName("gmtime_r", "__gmtime64_r"));
+Hook<tm*(time_t const*, tm*)> localtimeR(timeName("localtime_r", "__localtime64_r"));
 Hook<int(timespec const*, timespec*)> nanoSleep(timeName("nanosleep", "__nanosleep64"));
 Hook<int(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*)> threadCreate("pthread_create");
 Hook<int(pthread_t)> threadDetach("pthread_detach");
@@ -108,6 +111,9 @@ static void resetAllHooks() {
     hooks::clockGetTime.reset();
     hooks::getTimeOfDay.reset();
     hooks::ctimeR.reset();
+    hooks::time.reset();
+    hooks::gmtimeR.reset();
+    hooks::localtimeR.reset();
     hooks::nanoSleep.reset();
     hooks::threadCreate.reset();
     hooks::threadDetach.reset();
@@ -190,6 +196,18 @@ UTLTEST_HOOKED int gettimeofday(timeval* out, void* zone) noexcept {
 
 UTLTEST_HOOKED char* ctime_r(time_t const* time, char* out) noexcept {
     return utltest::hooks::ctimeR.call(UTLTEST_CALLER, time, out);
+}
+
+UTLTEST_HOOKED time_t time(time_t* out) noexcept {
+    return utltest::hooks::time.call(UTLTEST_CALLER, out);
+}
+
+UTLTEST_HOOKED tm* gmtime_r(time_t const* time, tm* out) noexcept {
+    return utltest::hooks::gmtimeR.call(UTLTEST_CALLER, time, out);
+}
+
+UTLTEST_HOOKED tm* localtime_r(time_t const* time, tm* out) noexcept {
+    return utltest::hooks::localtimeR.call(UTLTEST_CALLER, time, out);
 }
 
 UTLTEST_HOOKED int nanosleep(timespec const* wanted, timespec* left) {

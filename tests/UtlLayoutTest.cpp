@@ -23,6 +23,7 @@
 #include "UtlThreadRawMsg.h"
 #include "UtlThreadWatchdog.h"
 #include "UtlTimeCounter.h"
+#include "UtlTimepiece.h"
 #include "UtlTimer.h"
 #include "UtlWorkingBuffer.h"
 
@@ -103,6 +104,7 @@ static_assert(hasTargetSize<utl::MemoryPool>(4 + sizeof(utl::BasicString<char>) 
                                              sizeof(utl::SyncObject)));
 
 static_assert(hasTargetSize<utl::BitStream>(20));
+static_assert(hasTargetSize<utl::Time>(18));
 
 // The types that only a derived class can name.
 struct SharedThreadTypes : utl::MsgDrivenSharedThread {
