@@ -183,6 +183,75 @@ class UTL_API File {
     int makeDirectories();
     ///@}
 
+    ///@{
+    /// Lists a folder into `result`, which is emptied first and keeps its storage: each entry as the path,
+    /// "/" and its name, in the order in which the system gives them, without "." and "..". `kind` 0 takes
+    /// what is no folder, 1 folders, 2 both, links not followed. A given `extension` takes only files that
+    /// have it, in any case of letters; to folders it does not apply. The last component of the path may be a
+    /// pattern with
+    /// "*", "?" and "[]" that names have to match to the letter, if there is no folder of that name. Stops at
+    /// `maximum` entries unless that is 0.
+    ///
+    /// Gives the number of entries; 0 for a file; -1 without a line for null, another `kind`, a path that
+    /// fails the check or is not there, a pattern without a folder in front or in a folder's name, a folder
+    /// that cannot be opened, and when a `result` of fixed capacity is full, which then holds what fitted.
+    static int children(char const* path, Array<BasicString<char>, BasicString<char> const&>* result,
+                        int kind, char const* extension, unsigned int maximum);
+    int children(Array<BasicString<char>, BasicString<char> const&>* result, int kind, char const* extension,
+                 unsigned int maximum) const;
+    ///@}
+
+    ///@{
+    /// Makes a file or folder read-only, mode 0555. With `recursive` 1 also all in a folder and below it,
+    /// links followed, up to the first failure; what was changed stays. False for a path that fails the check
+    /// or is not there and if the system refuses, with a line only where it did so without saying.
+    static int applyReadOnly(char const* path, int recursive);
+    int applyReadOnly(int recursive);
+    ///@}
+
+    ///@{
+    /// As `applyReadOnly`, the other way: what is read-only gets the mode 0777, all else keeps its own.
+    static int liftReadOnly(char const* path, int recursive);
+    int liftReadOnly(int recursive);
+    ///@}
+
+    /// True if another holder has the lock of the file, in this process or any other. `*sharedOnly`, if
+    /// given, tells if they all read; it is false whenever the result is, and untouched for a null `path`.
+    /// False for a folder and for what is not there or may not be read. Takes the lock itself for a moment,
+    /// in which another `open` fails.
+    static int isOpened(char const* path, bool* sharedOnly);
+
+    ///@{
+    /// Renames a file or folder, making the folders of the new path as `makeDirectories` does. The object's
+    /// own path stays as it is. A path to itself is true. False without a line for null, paths that fail the
+    /// check, a `source` that is not there, a file in the way, a file that somebody holds, a folder that
+    /// cannot be made, and an open object; with a line if the system refuses, as across file systems.
+    static int move(char const* source, char const* destination);
+    int move(char const* destination);
+    ///@}
+
+    ///@{
+    /// Copies a file with its mode, or a folder with all in it and below it, links followed; folders get the
+    /// mode 0777. Makes the folders of the new path as `makeDirectories` does. With `overwrite` 1 it replaces
+    /// files that are there, otherwise one that is there ends it. A path to itself is true. Nothing is
+    /// synced, and the lock of neither file is taken.
+    ///
+    /// False for null, paths that fail the check, a `source` that is not there, a folder that cannot be made
+    /// or listed, a file that a writer holds, and if the system refuses, with a line only if the source's
+    /// mode cannot be had. What was copied stays, the broken file too. An error in reading counts as the end.
+    static int copy(char const* source, char const* destination, int overwrite);
+    int copy(char const* destination, int overwrite) const;
+    ///@}
+
+    ///@{
+    /// Erases a file, or a folder with all in it and below it, links followed. Stops at the first failure;
+    /// what is erased by then stays so. With `force` 1 what is read-only is erased as well, otherwise that
+    /// ends it. False without a line for null, a path that fails the check or is not there, a file that
+    /// somebody holds, what is read-only, and an open object; with a line if the system refuses.
+    static int erase(char const* path, int force);
+    int erase(int force);
+    ///@}
+
     /// Bytes of a file, and of all files in a folder and below it, links followed; takes no lock. -1 for a
     /// path that fails the check and for what is not there, and with lines if a file cannot be opened; then
     /// also for the folders around it.
@@ -201,6 +270,7 @@ class UTL_API File {
   private:
     static long long sizeOfDescriptor(int descriptor, char const* path);
     static long long sizeOfFile(char const* path);
+    static bool makeFolderOf(char const* path);
 
     int openForReading(int disposition);
     int openForWriting(int disposition, int access);

@@ -151,8 +151,7 @@ int File::openForReading(int disposition) {
 
 int File::openForWriting(int disposition, int access) {
     char const* const path = getPath();
-    char folder[PATH_BUFFER_SIZE] = {};
-    if (getDirectoryPath(folder, sizeof(folder)) == 0 || makeDirectories(folder) == 0) {
+    if (!makeFolderOf(path)) {
         return 0;
     }
     bool const isNew = exists() == 0;

@@ -19,6 +19,7 @@ namespace utl {
 namespace {
 
 constexpr unsigned int FOLDER_MODE = 0777;
+constexpr unsigned int PROBE_MODE = 0777;
 
 /// Room for a path that passes the check, with a separator behind it.
 constexpr unsigned int FOLDER_BUFFER_SIZE = PATH_BUFFER_SIZE + 1;
@@ -84,6 +85,87 @@ long long sizeOfFolder(char const* path) {
     return isComplete ? sum : -1;
 }
 
+/// Takes the pattern off a path; false if there is none to take, or no folder in front of it.
+bool takeOffPattern(char* path, char const* wildcard, char* pattern) {
+    return std::strchr(wildcard, '/') == nullptr &&
+           File::extractFileName(pattern, PATH_BUFFER_SIZE, path, 0) != 0 &&
+           File::extractDirectoryPath(path, PATH_BUFFER_SIZE, path) != 0;
+}
+
+/// One direction of a change between read-only and not.
+struct ReadOnlyChange {
+    char const* name;
+    unsigned int mode;
+    int wanted;         // what `isReadOnly` should say behind it
+    bool isAlwaysMade;  // or only where it is not so yet
+};
+
+constexpr ReadOnlyChange APPLY_READ_ONLY{"applyReadOnly", 0555, 1, true};
+constexpr ReadOnlyChange LIFT_READ_ONLY{"liftReadOnly", 0777, 0, false};
+
+bool changeReadOnly(char const* path, int recursive, ReadOnlyChange const& change) {
+    NormalPath const normalPath(path);
+    char const* const text = normalPath.text();
+    if (!normalPath.passesCheck() || !isThere(text)) {
+        return false;
+    }
+    bool const isDue = change.isAlwaysMade || File::isReadOnly(text) != change.wanted;
+    if (isDue && !changeMode(change.name, __LINE__, text, change.mode)) {
+        return false;
+    }
+    if (File::isReadOnly(text) != change.wanted) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "%s can't change %s", change.name, text);
+        return false;
+    }
+    return recursive != 1 || !isFolder(text) ||
+           visitEntries(text, [&change](char const* entry) { return changeReadOnly(entry, 1, change); });
+}
+
+/// True if the lock could be had at once.
+bool takesLock(int descriptor, int operation) {
+    return fileCall("isOpened", __LINE__,
+                    [descriptor, operation] { return ::flock(descriptor, operation | LOCK_NB); }) == 0;
+}
+
+bool renamePath(char const* source, char const* destination) {
+    if (fileCall("move", __LINE__, [source, destination] { return ::rename(source, destination); }) == 0) {
+        return true;
+    }
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "rename Failed. errno[%d] Source:%s  Dest:%s", errno, source,
+           destination);
+    return false;
+}
+
+/// Deals with what is read-only; false if that ends an erasure.
+bool mayErase(char const* path, int force) {
+    if (force != 1) {
+        return File::isReadOnly(path) == 0;
+    }
+    if (File::liftReadOnly(path, 0) == 0) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "Can't erase force because Not Permited:%s", path);
+        return false;
+    }
+    return true;
+}
+
+/// Removes a file or an empty folder.
+bool removeEntry(char const* path, bool isFolderPath) {
+    WidenedParent parent(path);
+    int const result = fileCall(
+        "erase", __LINE__, [path, isFolderPath] { return isFolderPath ? ::rmdir(path) : ::unlink(path); });
+    if (result == 0) {
+        return true;
+    }
+    int const error = errno;
+    parent.restore();
+    if (isFolderPath) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "rmdir Failed.Path:%s errno[%d]", path, error);
+    } else {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "remove failed. errno[%d] Path:%s", error, path);
+    }
+    return false;
+}
+
 }  // namespace
 
 int File::exists(char const* path) {
@@ -144,6 +226,116 @@ int File::makeDirectories(char const* path) {
 
 int File::makeDirectories() {
     return makeDirectories(getPath());
+}
+
+bool File::makeFolderOf(char const* path) {
+    char folder[PATH_BUFFER_SIZE] = {};
+    return extractDirectoryPath(folder, sizeof(folder), path) != 0 && makeDirectories(folder) != 0;
+}
+
+int File::children(char const* path, Array<BasicString<char>, BasicString<char> const&>* result, int kind,
+                   char const* extension, unsigned int maximum) {
+    if (path == nullptr || result == nullptr) {
+        return -1;
+    }
+    result->clear();
+    NormalPath const normalPath(path);
+    auto const entryKind = static_cast<unsigned int>(kind);
+    if (entryKind > EntryFilter::BOTH || !normalPath.passesCheck()) {
+        return -1;
+    }
+    char folder[PATH_BUFFER_SIZE] = {};
+    char pattern[PATH_BUFFER_SIZE] = {};
+    copyMemory(folder, normalPath.text(), normalPath.length());
+    if (!isFolder(folder)) {
+        char const* const wildcard = std::strpbrk(folder, "*?[]");
+        if (wildcard == nullptr && isThere(folder)) {
+            return 0;
+        }
+        if (wildcard != nullptr && !takeOffPattern(folder, wildcard, pattern)) {
+            return -1;
+        }
+    }
+    return isThere(folder) ? listFolder(folder, {entryKind, extension, pattern}, maximum, result) : -1;
+}
+
+int File::children(Array<BasicString<char>, BasicString<char> const&>* result, int kind,
+                   char const* extension, unsigned int maximum) const {
+    return children(getPath(), result, kind, extension, maximum);
+}
+
+int File::applyReadOnly(char const* path, int recursive) {
+    return changeReadOnly(path, recursive, APPLY_READ_ONLY) ? 1 : 0;
+}
+
+int File::applyReadOnly(int recursive) {
+    return applyReadOnly(getPath(), recursive);
+}
+
+int File::liftReadOnly(char const* path, int recursive) {
+    return changeReadOnly(path, recursive, LIFT_READ_ONLY) ? 1 : 0;
+}
+
+int File::liftReadOnly(int recursive) {
+    return liftReadOnly(getPath(), recursive);
+}
+
+int File::isOpened(char const* path, bool* sharedOnly) {
+    if (path == nullptr) {
+        return 0;
+    }
+    bool local = false;
+    bool& isSharedOnly = sharedOnly != nullptr ? *sharedOnly : local;
+    isSharedOnly = false;
+    NormalPath const normalPath(path);
+    char const* const text = normalPath.text();
+    if (!normalPath.passesCheck() || isFolder(text) || !isThere(text)) {
+        return 0;
+    }
+    SmartHandle<DestructCloseFile> const file(
+        fileCall("isOpened", __LINE__, [text] { return ::open(text, O_RDONLY, PROBE_MODE); }));
+    if (!isValidDescriptor(file.get()) || takesLock(file.get(), LOCK_EX)) {
+        return 0;
+    }
+    isSharedOnly = takesLock(file.get(), LOCK_SH);
+    return 1;
+}
+
+int File::move(char const* source, char const* destination) {
+    NormalPath const from(source);
+    NormalPath const to(destination);
+    if (!from.passesCheck() || !to.passesCheck() || !isThere(from.text())) {
+        return 0;
+    }
+    if (std::strcmp(from.text(), to.text()) == 0) {
+        return 1;
+    }
+    bool const isInTheWay = !isFolder(to.text()) && isThere(to.text());
+    if (isInTheWay || isOpened(from.text(), nullptr) != 0 || !makeFolderOf(to.text())) {
+        return 0;
+    }
+    return renamePath(from.text(), to.text()) ? 1 : 0;
+}
+
+int File::move(char const* destination) {
+    return isOpened() == 0 ? move(getPath(), destination) : 0;
+}
+
+int File::erase(char const* path, int force) {
+    NormalPath const normalPath(path);
+    char const* const text = normalPath.text();
+    if (!normalPath.passesCheck() || !isThere(text)) {
+        return 0;
+    }
+    bool const isDirectoryPath = isFolder(text);
+    bool const isFree =
+        isDirectoryPath ? visitEntries(text, [force](char const* entry) { return erase(entry, force) != 0; })
+                        : isOpened(text, nullptr) == 0;
+    return isFree && mayErase(text, force) && removeEntry(text, isDirectoryPath) ? 1 : 0;
+}
+
+int File::erase(int force) {
+    return isOpened() == 0 ? erase(getPath(), force) : 0;
 }
 
 long long File::size(char const* path) {

@@ -6,7 +6,10 @@
 #include <cstring>
 #include <string>
 
+#include "UtlAttribConvert.h"
+#include "UtlFile.h"
 #include "UtlFileCalls.h"
+#include "UtlPathRules.h"
 
 namespace utl {
 
@@ -90,12 +93,22 @@ bool isDotName(char const* name) {
     return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
 }
 
+bool hasExtension(char const* name, char const* wanted) {
+    char extension[PATH_BUFFER_SIZE] = {};
+    return File::extractExtension(extension, sizeof(extension), name) != 0 &&
+           compareStrNoCase(extension, wanted, INVALID_SIZE) == 0;
+}
+
 bool matches(dirent const& entry, EntryFilter const& filter) {
-    unsigned int const unwanted = entry.d_type == DT_DIR ? EntryFilter::FILES : EntryFilter::FOLDERS;
+    bool const isFolder = entry.d_type == DT_DIR;
+    unsigned int const unwanted = isFolder ? EntryFilter::FILES : EntryFilter::FOLDERS;
     if (filter.kind == unwanted || isDotName(entry.d_name)) {
         return false;
     }
-    return filter.pattern == nullptr || ::fnmatch(filter.pattern, entry.d_name, FNM_PATHNAME) == 0;
+    if (!isFolder && filter.extension != nullptr && !hasExtension(entry.d_name, filter.extension)) {
+        return false;
+    }
+    return *filter.pattern == '\0' || ::fnmatch(filter.pattern, entry.d_name, FNM_PATHNAME) == 0;
 }
 
 }  // namespace

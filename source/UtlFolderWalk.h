@@ -10,7 +10,8 @@ struct EntryFilter {
     enum Kind : unsigned int { FILES = 0, FOLDERS = 1, BOTH = 2 };
 
     unsigned int kind;
-    char const* pattern;  ///< what `fnmatch` compares the name with; null for any
+    char const* extension;  ///< what a file's must be, in any case of letters; null for any
+    char const* pattern;    ///< what `fnmatch` compares the name with; empty for any
 };
 
 /// Appends the paths of entries to an empty `result`, in the order in which the system gives them; stops at
@@ -26,7 +27,7 @@ template <typename VISIT>
 bool visitEntries(char const* folder, VISIT visit) {
     constexpr unsigned int FIRST_CAPACITY = 32;
     Array<BasicString<char>> entries(FIRST_CAPACITY, 1);
-    if (listFolder(folder, {EntryFilter::BOTH, nullptr}, 0, &entries) == -1) {
+    if (listFolder(folder, {EntryFilter::BOTH, nullptr, ""}, 0, &entries) == -1) {
         return false;
     }
     for (unsigned int i = 0; i < entries.size(); ++i) {

@@ -14,6 +14,8 @@
 #include <iterator>
 #include <string>
 
+#include "TestLog.h"
+#include "UtlLog.h"
 #include "UtlThreadManager.h"
 
 namespace utltest {
@@ -87,6 +89,18 @@ class InFolder : public ::testing::Test {
     int const mTemporaryMode = permissions("/tmp");
     std::filesystem::path mPath;
     unsigned int mDescriptors = 0;
+};
+
+/// An `InFolder` that records the library's log, all levels of it.
+class InLoggedFolder : public InFolder {
+  protected:
+    InLoggedFolder() { setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DEBUG); }
+    ~InLoggedFolder() override { setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DETAIL); }
+
+    static std::string error(std::string const& text) { return "<UTIL> ERR: " + text; }
+    static std::string debug(std::string const& text) { return "<UTIL> DBG: " + text; }
+
+    LogCapture mLog;
 };
 
 }  // namespace utltest

@@ -16,8 +16,6 @@
 #include "TestFolder.h"
 #include "TestHooks.h"
 #include "TestLayout.h"
-#include "TestLog.h"
-#include "UtlLog.h"
 
 namespace {
 
@@ -25,7 +23,6 @@ using utl::File;
 using utltest::contentOf;
 using utltest::FileCalls;
 using utltest::HookScope;
-using utltest::LogCapture;
 using utltest::openDescriptors;
 using utltest::permissions;
 using utltest::putFile;
@@ -34,23 +31,15 @@ using Lines = std::vector<std::string>;
 
 constexpr int UTF8 = 1;
 
-// The folder "folder" with the file "folder/f", and the library's log with all its levels.
-class FileInFolder : public utltest::InFolder {
+// The folder "folder" with the file "folder/f".
+class FileInFolder : public utltest::InLoggedFolder {
   protected:
     FileInFolder() {
         putFolder("folder");
         putFile("folder/f", "0123456789");
-        setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DEBUG);
     }
-    ~FileInFolder() override {
-        EXPECT_EQ(permissions("folder"), 0755);
-        setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DETAIL);
-    }
+    ~FileInFolder() override { EXPECT_EQ(permissions("folder"), 0755); }
 
-    static std::string error(std::string const& text) { return "<UTIL> ERR: " + text; }
-    static std::string debug(std::string const& text) { return "<UTIL> DBG: " + text; }
-
-    LogCapture mLog;
     File mFile{"folder/f", UTF8};
 };
 
@@ -702,6 +691,15 @@ TEST_F(FileInFolder, Write_ToAFullDisk_GivesWhatWentInAndThenSaysThatNoMoreDoes)
               (Lines{error("WriteFile Failed. errno[28]"), error("writeFile Failed. Path:folder/f")}));
     EXPECT_EQ(mFile.close(), 1);
     EXPECT_EQ(contentOf("folder/f"), "ab");
+}
+
+TEST_F(FileInFolder, Write_ToADeviceThatIsAlwaysFull_SaysSo) {
+    ASSERT_EQ(symlink("/dev/full", "full"), 0);
+    File file("full", UTF8);
+    ASSERT_EQ(file.open(0, 1), 1);
+    EXPECT_EQ(file.write("x", 1), -1);
+    EXPECT_EQ(mLog.lines(),
+              (Lines{error("WriteFile Failed. errno[28]"), error("writeFile Failed. Path:full")}));
 }
 
 TEST_F(FileInFolder, Write_ToAFileOpenedToRead_IsRefusedByTheSystem) {

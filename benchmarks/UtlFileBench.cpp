@@ -1,0 +1,184 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "BenchRatio.h"
+#include "UtlFile.h"
+#include "UtlThreadManager.h"
+
+// Files against the system calls that they are told to make, and listings against the plain loop.
+
+namespace {
+
+using utl::File;
+using Paths = utl::Array<utl::BasicString<char>, utl::BasicString<char> const&>;
+
+constexpr unsigned int FILES = 500;
+constexpr unsigned int CONTENT_SIZE = 4096;
+constexpr char CONTENT[CONTENT_SIZE] = {};
+
+// A folder for the length of the process, in which it works: missing folders are made by relative paths.
+class BenchFolder {
+  public:
+    BenchFolder() : mPath(std::filesystem::temp_directory_path() / "utl-bench-XXXXXX") {
+        std::string path = mPath;
+        if (mkdtemp(path.data()) == nullptr) {
+            std::abort();
+        }
+        mPath = path;
+        std::filesystem::current_path(mPath);
+        std::filesystem::create_directories("files");
+    }
+    ~BenchFolder() {
+        std::filesystem::current_path("/");
+        std::filesystem::remove_all(mPath);
+    }
+    BenchFolder(BenchFolder const&) = delete;
+    BenchFolder& operator=(BenchFolder const&) = delete;
+
+  private:
+    std::filesystem::path mPath;
+};
+
+BenchFolder const FOLDER;
+
+// The paths of the files that one turn makes.
+std::vector<std::string> const& filePaths() {
+    static std::vector<std::string> const thePaths = [] {
+        std::vector<std::string> paths;
+        for (unsigned int i = 0; i < FILES; ++i) {
+            paths.push_back("files/number-" + std::to_string(i));
+        }
+        return paths;
+    }();
+    return thePaths;
+}
+
+void removeFiles() {
+    for (std::string const& path : filePaths()) {
+        unlink(path.c_str());
+    }
+}
+
+void writeFiles() {
+    removeFiles();
+    for (std::string const& path : filePaths()) {
+        File file(path.c_str(), 1);
+        utlbench::keep(file.open(0, 1) + file.write(CONTENT, CONTENT_SIZE) + file.close());
+    }
+}
+
+// Each system call of an opening, a writing and a closing stands in front of and behind a sign of life.
+template <typename CALL>
+auto reported(CALL call) {
+    utl::ThreadManager::get()->keepAliveWatchdog(utl::StatementInfo("f", "f", 1, 1));
+    auto const result = call();
+    utl::ThreadManager::get()->keepAliveWatchdog(utl::StatementInfo("f", "f", 1, 2));
+    return result;
+}
+
+bool look(char const* path, struct stat* status) {
+    return reported([=] { return stat(path, status); }) == 0;
+}
+
+bool change(char const* path, mode_t mode) {
+    return reported([=] { return chmod(path, mode); }) == 0;
+}
+
+void writeBareFile(char const* path) {
+    struct stat status = {};
+    struct stat folder = {};
+    look(path, &status);
+    look("files", &folder);
+    look("files", &folder);
+    look(path, &status);
+    look("files", &folder);
+    change("files", 0777);
+    int const file = reported([=] { return open(path, O_WRONLY | O_CREAT, 0777); });
+    change(path, 0777);
+    reported([=] { return flock(file, LOCK_EX | LOCK_NB); });
+    look("files", &status);
+    change("files", folder.st_mode & 07777);
+    look("files", &folder);
+    change("files", 0777);
+    utlbench::keep(reported([=] { return write(file, CONTENT, CONTENT_SIZE); }));
+    look("files", &status);
+    change("files", folder.st_mode & 07777);
+    fsync(file);
+    close(file);
+    int const synced = reported([] { return open("files", O_RDONLY); });
+    fsync(synced);
+    close(synced);
+}
+
+void writeBareFiles() {
+    removeFiles();
+    for (std::string const& path : filePaths()) {
+        writeBareFile(path.c_str());
+    }
+}
+
+UTL_RATIO_CPU("create, write 4 KiB and close 500 files, to the system calls alone", writeFiles,
+              writeBareFiles, 1.2);
+
+// A folder with so many files, every second of which the listing wants.
+template <unsigned int ENTRIES>
+std::string const& folderOf() {
+    static std::string const theFolder = [] {
+        std::string folder = "entries-" + std::to_string(ENTRIES);
+        mkdir(folder.c_str(), 0777);
+        for (unsigned int i = 0; i < ENTRIES; ++i) {
+            std::string const path =
+                folder + "/picture-" + std::to_string(i) + (i % 2 == 0 ? ".jpg" : ".txt");
+            close(open(path.c_str(), O_WRONLY | O_CREAT, 0666));
+        }
+        return folder;
+    }();
+    return theFolder;
+}
+
+// Into an array that begins with the capacity of 32 and grows.
+template <unsigned int ENTRIES>
+void list() {
+    Paths paths(32, 1);
+    utlbench::keep(File::children(folderOf<ENTRIES>().c_str(), &paths, 0, "JPG", 0));
+}
+
+template <unsigned int ENTRIES>
+void listPlainly() {
+    std::string const& folder = folderOf<ENTRIES>();
+    std::vector<std::string> paths;
+    DIR* const opened = opendir(folder.c_str());
+    while (dirent const* const entry = readdir(opened)) {
+        char const* const dot = std::strrchr(entry->d_name, '.');
+        if (entry->d_type != DT_DIR && dot != nullptr && strcasecmp(dot + 1, "JPG") == 0) {
+            paths.push_back(folder + "/" + entry->d_name);
+        }
+    }
+    closedir(opened);
+    utlbench::keep(paths.size());
+}
+
+UTL_RATIO_CPU("children of 1000 files, to readdir and strcasecmp", list<1000>, listPlainly<1000>, 3.0);
+UTL_RATIO_CPU("children of 10000 files, to readdir and strcasecmp", list<10000>, listPlainly<10000>, 3.0);
+UTL_RATIO_CPU("children of 100000 files, to readdir and strcasecmp", list<100000>, listPlainly<100000>, 3.0);
+
+// Ten times the files may take ten times as long, and a little more for what no longer fits into the caches.
+UTL_RATIO_CPU(
+    "children of 100000 files, to ten times those of 10000", list<100000>,
+    [] {
+        for (int i = 0; i < 10; ++i) {
+            list<10000>();
+        }
+    },
+    1.5);
+
+}  // namespace

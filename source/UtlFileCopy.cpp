@@ -1,0 +1,144 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "UtlFile.h"
+#include "UtlFileCalls.h"
+#include "UtlFolderWalk.h"
+#include "UtlLog.h"
+#include "UtlPathRules.h"
+#include "UtlString.h"
+#include "UtlWidenedParent.h"
+
+namespace utl {
+
+namespace {
+
+constexpr std::size_t COPY_BUFFER_SIZE = 1024;
+
+/// One of the two descriptors of a copy, closed at the end of the scope; *one owner thread*.
+class [[nodiscard]] CopyEnd {
+  public:
+    CopyEnd(char const* path, int flags, mode_t mode)
+        : mDescriptor(fileCall("copy", __LINE__, [=] { return ::open(path, flags, mode); })) {}
+    ~CopyEnd() { close(); }
+    CopyEnd(CopyEnd const&) = delete;
+    CopyEnd& operator=(CopyEnd const&) = delete;
+
+    bool isOpen() const { return mDescriptor >= 0; }
+
+    void close() {
+        if (isOpen()) {
+            fileCall("copy", __LINE__, [this] { return ::close(mDescriptor); });
+        }
+        mDescriptor = -1;
+    }
+
+    ssize_t read(void* buffer, std::size_t bytes) const {
+        return fileCall("copy", __LINE__, [=] { return ::read(mDescriptor, buffer, bytes); });
+    }
+
+    ssize_t write(void const* buffer, std::size_t bytes) const {
+        return fileCall("copy", __LINE__, [=] { return ::write(mDescriptor, buffer, bytes); });
+    }
+
+    /// Makes the file end at the position.
+    void cutHere() const {
+        off_t const position =
+            fileCall("copy", __LINE__, [this] { return ::lseek(mDescriptor, 0, SEEK_CUR); });
+        fileCall("copy", __LINE__, [=] { return ::ftruncate(mDescriptor, position); });
+    }
+
+  private:
+    int mDescriptor;
+};
+
+/// False if not everything that could be read was written.
+bool copyContent(CopyEnd const& source, CopyEnd const& destination) {
+    char buffer[COPY_BUFFER_SIZE];
+    for (ssize_t count = source.read(buffer, sizeof(buffer)); count > 0;
+         count = source.read(buffer, sizeof(buffer))) {
+        if (destination.write(buffer, static_cast<std::size_t>(count)) != count) {
+            return false;
+        }
+    }
+    destination.cutHere();
+    return true;
+}
+
+bool copyFile(char const* sourcePath, char const* destinationPath, int overwrite) {
+    WidenedParent sourceParent(sourcePath);
+    CopyEnd source(sourcePath, O_RDONLY, 0);
+    if (!source.isOpen()) {
+        return false;
+    }
+    struct stat status = {};
+    if (!statPath("copy", __LINE__, sourcePath, &status)) {
+        int const error = errno;
+        sourceParent.restore();
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "in copy func stat Failed. errno[%d] Path:%s", error,
+               sourcePath);
+        return false;
+    }
+    WidenedParent destinationParent(destinationPath);
+    int const flags = O_WRONLY | O_CREAT | (overwrite == 1 ? 0 : O_EXCL);
+    CopyEnd destination(destinationPath, flags, status.st_mode);
+    if (!destination.isOpen()) {
+        destinationParent.restore();
+        sourceParent.restore();
+        return false;
+    }
+    // Both files are closed before their folders are put back, the one that was widened last first: the two
+    // may be one folder.
+    bool const isCopied = copyContent(source, destination);
+    source.close();
+    destination.close();
+    if (isCopied) {
+        changeMode("copy", __LINE__, destinationPath, status.st_mode);
+    }
+    destinationParent.restore();
+    return isCopied;
+}
+
+bool copyFolder(char const* source, char const* destination, int overwrite) {
+    if (File::makeDirectories(destination) == 0) {
+        return false;
+    }
+    return visitEntries(source, [destination, overwrite](char const* entry) {
+        char name[PATH_BUFFER_SIZE] = {};
+        char target[2 * PATH_BUFFER_SIZE] = {};
+        return File::extractFileName(name, sizeof(name), entry, 0) != 0 &&
+               formatStr(target, sizeof(target), "%s/%s", destination, name) != INVALID_SIZE &&
+               File::copy(entry, target, overwrite) != 0;
+    });
+}
+
+}  // namespace
+
+int File::copy(char const* source, char const* destination, int overwrite) {
+    NormalPath const from(source);
+    NormalPath const to(destination);
+    if (!from.passesCheck() || !to.passesCheck() || exists(from.text()) == 0) {
+        return 0;
+    }
+    if (std::strcmp(from.text(), to.text()) == 0) {
+        return 1;
+    }
+    if (isDirectory(from.text()) != 0) {
+        return copyFolder(from.text(), to.text(), overwrite) ? 1 : 0;
+    }
+    bool sharedOnly = false;
+    if (!makeFolderOf(to.text()) || (isOpened(from.text(), &sharedOnly) != 0 && !sharedOnly)) {
+        return 0;
+    }
+    return copyFile(from.text(), to.text(), overwrite) ? 1 : 0;
+}
+
+int File::copy(char const* destination, int overwrite) const {
+    return copy(getPath(), destination, overwrite);
+}
+
+}  // namespace utl

@@ -1,0 +1,1346 @@
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "TestFileCalls.h"
+#include "TestFolder.h"
+#include "TestHooks.h"
+#include "UtlFile.h"
+
+namespace {
+
+using utl::BasicString;
+using utl::File;
+using utltest::contentOf;
+using utltest::FileCalls;
+using utltest::HookScope;
+using utltest::openDescriptors;
+using utltest::permissions;
+using utltest::putFile;
+namespace hooks = utltest::hooks;
+using Lines = std::vector<std::string>;
+using Names = std::set<std::string>;
+using Paths = utl::Array<BasicString<char>, BasicString<char> const&>;
+
+constexpr int UTF8 = 1;
+
+class FileSystem : public utltest::InLoggedFolder {
+  protected:
+    /// What `children` puts into an array that grows, with the result -1 as one text.
+    static Names children(char const* path, int kind = 2, char const* extension = nullptr) {
+        Paths paths(0, 1);
+        int const count = File::children(path, &paths, kind, extension, 0);
+        EXPECT_EQ(count == -1 ? 0U : static_cast<unsigned int>(count), paths.size());
+        return count == -1 ? Names{"-1"} : namesIn(paths);
+    }
+
+    static Names namesIn(Paths const& paths) {
+        Names names;
+        for (unsigned int i = 0; i < paths.size(); ++i) {
+            EXPECT_TRUE(names.insert(paths.getAt(i)->buffer()).second);
+        }
+        return names;
+    }
+
+    /// A folder "tree" with files of 1, 20 and 300 bytes at three depths, and an empty folder.
+    static void putTree() {
+        putFolder("tree/inner/deep");
+        putFolder("tree/inner");
+        putFolder("tree");
+        putFolder("tree/empty");
+        putFile("tree/a", "1");
+        putFile("tree/inner/b", std::string(20, '2'));
+        putFile("tree/inner/deep/c", std::string(300, '3'));
+    }
+
+    /// A path of exactly `length` bytes to `name`, with "./" in front as often as needed.
+    static std::string pathOfLength(unsigned int length, std::string const& name) {
+        std::string path = (length - name.size()) % 2 == 0 ? "" : "d/../";
+        if (!path.empty()) {
+            putFolder("d");
+        }
+        while (path.size() + name.size() < length) {
+            path += "./";
+        }
+        return path + name;
+    }
+};
+
+TEST_F(FileSystem, Exists_IsTrueForWhateverIsThere) {
+    putFolder("folder");
+    putFile("folder/file", "");
+    EXPECT_EQ(symlink("folder", "link"), 0);
+    EXPECT_EQ(symlink("nothing", "dangling"), 0);
+    for (char const* const path : {"folder", "folder/", "folder/file", "folder\\file", "link", ".", "/"}) {
+        EXPECT_EQ(File::exists(path), 1) << path;
+        EXPECT_EQ(File(path, UTF8).exists(), 1) << path;
+    }
+    for (char const* const path : {"", "none", "folder/file/", "dangling"}) {
+        EXPECT_EQ(File::exists(path), 0) << path;
+        EXPECT_EQ(File(path, UTF8).exists(), 0) << path;
+    }
+    EXPECT_EQ(File::exists(nullptr), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Exists_HasNoPathCheckWhereIsDirectoryHasOne) {
+    putFolder("a/b");
+    EXPECT_EQ(File::exists("a//b"), 1);
+    EXPECT_EQ(File::isDirectory("a//b"), 0);
+    EXPECT_EQ(File::exists(pathOfLength(1000, "a/b").c_str()), 1);
+    for (unsigned int const length : {258U, 259U, 260U, 261U}) {
+        std::string const path = pathOfLength(length, "a/b");
+        EXPECT_EQ(File::exists(path.c_str()), 1);
+        EXPECT_EQ(File::isDirectory(path.c_str()), length < 260 ? 1 : 0) << length;
+    }
+    EXPECT_EQ(File::exists(std::string(5000, 'n').c_str()), 0);
+}
+
+TEST_F(FileSystem, IsDirectory_IsTrueForFoldersAlone) {
+    putFolder("folder");
+    putFile("file", "");
+    EXPECT_EQ(symlink("folder", "link"), 0);
+    for (char const* const path : {"folder", "folder/", "link", ".", "/"}) {
+        EXPECT_EQ(File::isDirectory(path), 1) << path;
+        EXPECT_EQ(File(path, UTF8).isDirectory(), 1) << path;
+    }
+    for (char const* const path : {"", "none", "file"}) {
+        EXPECT_EQ(File::isDirectory(path), 0) << path;
+        EXPECT_EQ(File(path, UTF8).isDirectory(), 0) << path;
+    }
+    EXPECT_EQ(File::isDirectory(nullptr), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, IsReadOnly_LooksAtTheOwnersWriteBitAlone) {
+    putFile("file", "");
+    for (mode_t const mode : {0000, 0444, 0577, 0055}) {
+        chmod("file", mode);
+        EXPECT_EQ(File::isReadOnly("file"), 1);
+        EXPECT_EQ(File("file", UTF8).isReadOnly(), 1);
+    }
+    for (mode_t const mode : {0200, 0600, 0777}) {
+        chmod("file", mode);
+        EXPECT_EQ(File::isReadOnly("file"), 0);
+        EXPECT_EQ(File("file", UTF8).isReadOnly(), 0);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, IsReadOnly_HasNoPathCheck) {
+    putFolder("folder");
+    putFile("folder/file", "");
+    chmod("folder/file", 0444);
+    EXPECT_EQ(File::isReadOnly("folder//file"), 1);
+    EXPECT_EQ(File::isReadOnly("folder\\\\file"), 1);
+    EXPECT_EQ(File::isReadOnly(pathOfLength(400, "folder/file").c_str()), 1);
+}
+
+TEST_F(FileSystem, IsReadOnly_OfNullOrAMissingFile_IsFalseAndSaysSo) {
+    EXPECT_EQ(File::isReadOnly(nullptr), 0);
+    EXPECT_EQ(File::isReadOnly("no\\ne"), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("isReadOnly func 0 == npPath false"),
+                                   error("is isReadOnly func stat Failed. errno[2] Path:no/ne")}));
+}
+
+TEST_F(FileSystem, Questions_AreReportedUnderTheirNames) {
+    FileCalls calls;
+    EXPECT_EQ(File::exists("."), 1);
+    EXPECT_EQ(File::isDirectory("."), 1);
+    EXPECT_EQ(File::isReadOnly("."), 0);
+    EXPECT_EQ(calls.take(), (Lines{"exists: stat .", "isDirectory: stat .", "isReadOnly: stat ."}));
+}
+
+TEST_F(FileSystem, MakeDirectories_MakesEveryLevelWithMode0777WhateverTheUmask) {
+    for (char const* const path : {"a/b/c", "a/b/c/", "a\\b\\c", "a\\b\\c\\"}) {
+        mode_t const old = umask(0777);
+        EXPECT_EQ(File::makeDirectories(path), 1);
+        umask(old);
+        for (char const* const folder : {"a", "a/b", "a/b/c"}) {
+            EXPECT_EQ(permissions(folder), 0777);
+        }
+        std::filesystem::remove_all("a");
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, MakeDirectories_OfAFolderThatIsThere_ChangesNothing) {
+    putFolder("folder", 0700);
+    File folder("folder/", UTF8);
+    FileCalls calls;
+    EXPECT_EQ(File::makeDirectories("folder"), 1);
+    EXPECT_EQ(folder.makeDirectories(), 1);
+    EXPECT_EQ(calls.take(), (Lines{"exists: stat folder", "isDirectory: stat folder", "exists: stat folder/",
+                                   "isDirectory: stat folder/"}));
+    EXPECT_EQ(permissions("folder"), 0700);
+}
+
+TEST_F(FileSystem, MakeDirectories_WidensTheFoldersOnItsWayForGood) {
+    putFolder("a/b", 0750);
+    putFolder("a", 0700);
+    EXPECT_EQ(File::makeDirectories("a/b/c"), 1);
+    EXPECT_EQ(permissions("a"), 0777);
+    EXPECT_EQ(permissions("a/b"), 0777);
+    EXPECT_EQ(permissions("a/b/c"), 0777);
+}
+
+TEST_F(FileSystem, MakeDirectories_MakesTheseCallsInThisOrder) {
+    putFolder("a", 0700);
+    FileCalls calls;
+    EXPECT_EQ(File::makeDirectories("a/b"), 1);
+    EXPECT_EQ(
+        calls.take(),
+        (Lines{"exists: stat a/b",
+               // "a/" has no folder in front of it that could be widened, and is there.
+               "makeDirectories: mkdir a/ 777", "isDirectory: stat a/", "makeDirectories: chmod a/ 777",
+               // "a/b/" is new; its folder has been widened for good, which leaves nothing to put back.
+               "changeParentAccessMode: stat a", "changeParentAccessMode: chmod a 777",
+               "makeDirectories: mkdir a/b/ 777", "makeDirectories: chmod a/b/ 777",
+               "changeParentAccessMode: stat a",
+               // The whole path comes once more.
+               "changeParentAccessMode: stat a", "changeParentAccessMode: chmod a 777",
+               "makeDirectories: mkdir a/b/ 777", "changeParentAccessMode: stat a", "isDirectory: stat a/b/",
+               "makeDirectories: chmod a/b/ 777", "changeParentAccessMode: stat a"}));
+}
+
+// The machine's own root is in the way of an absolute path: nothing is really changed here.
+TEST_F(FileSystem, MakeDirectories_OfAnAbsolutePath_BeginsWithTheRoot) {
+    FileCalls calls;
+    hooks::chmod.replace([](char const*, mode_t) { return 0; });
+    hooks::mkdir.replace([](char const*, mode_t) {
+        errno = EEXIST;
+        return -1;
+    });
+    EXPECT_EQ(File::makeDirectories("/no-such-folder-at-all"), 0);
+    EXPECT_EQ(calls.takeCalls(),
+              (Lines{"stat /no-such-folder-at-all", "mkdir / 777", "stat /", "chmod / 777",
+                     "mkdir /no-such-folder-at-all/ 777", "stat /no-such-folder-at-all/"}));
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, MakeDirectories_OfAnEmptyPath_IsTheCurrentFolder) {
+    FileCalls calls;
+    EXPECT_EQ(File::makeDirectories(""), 1);
+    EXPECT_EQ(calls.take(), Lines());
+}
+
+TEST_F(FileSystem, MakeDirectories_OfNullOrAPathThatFailsTheCheck_IsFalseWithoutALine) {
+    for (char const* const path : {static_cast<char const*>(nullptr), "a//b", "a\\\\b", "//"}) {
+        EXPECT_EQ(File::makeDirectories(path), 0);
+    }
+    EXPECT_EQ(permissions("a"), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, MakeDirectories_OfAPathThatIsNotUtf8_IsTrueOnlyIfItIsThere) {
+    putFolder("a\xFF");
+    EXPECT_EQ(File::makeDirectories("a\xFF"), 1);
+    EXPECT_EQ(File::makeDirectories("b\xFF"), 0);
+    EXPECT_EQ(permissions("b\xFF"), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, MakeDirectories_TakesAPathOf259BytesAndRefusesOneOf260) {
+    for (unsigned int const length : {258U, 259U, 260U}) {
+        std::string const base = std::string(200, 'x') + "/";
+        std::string const path = base + std::string(length - base.size(), 'y');
+        EXPECT_EQ(File::makeDirectories(path.c_str()), length < 260 ? 1 : 0);
+        EXPECT_EQ(permissions(path), length < 260 ? 0777 : -1);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, MakeDirectories_OfAPathOf259Bytes_WidensItsFolderToo) {
+    std::string const base(200, 'x');
+    putFolder(base);
+    FileCalls calls;
+    EXPECT_EQ(File::makeDirectories((base + "/" + std::string(58, 'y')).c_str()), 1);
+    Lines const lines = calls.takeCalls();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "chmod " + base + " 777"), 2);
+}
+
+TEST_F(FileSystem, MakeDirectories_ThroughAFile_IsFalseWithoutALine) {
+    putFolder("a");
+    putFile("a/file", "");
+    EXPECT_EQ(File::makeDirectories("a/file"), 0);
+    EXPECT_EQ(File::makeDirectories("a/file/b"), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+    EXPECT_EQ(permissions("a"), 0777);
+}
+
+TEST_F(FileSystem, MakeDirectories_ThatTheSystemRefuses_SaysWhichFolderAndPutsItsParentBack) {
+    putFolder("a", 0755);
+    for (int const reason : {EROFS, ENOSPC, EACCES}) {
+        mLog.clear();
+        FileCalls calls;
+        hooks::mkdir.failFrom(2, 1, -1, reason);
+        hooks::chmod.replace([](char const* path, mode_t mode) {
+            return path == std::string("a/") ? 0 : hooks::chmod.real(path, mode);
+        });
+        EXPECT_EQ(File::makeDirectories("a/b/c"), 0);
+        EXPECT_EQ(mLog.lines(), (Lines{error("CreateDirectory Failed. errno[" + std::to_string(reason) +
+                                             "] Path:a/b/c/(a/b/)")}));
+        EXPECT_EQ(calls.take().back(), "changeParentAccessMode: chmod a 755");
+        EXPECT_EQ(permissions("a"), 0755);
+        EXPECT_EQ(permissions("a/b"), -1);
+    }
+}
+
+TEST_F(FileSystem, MakeDirectories_IgnoresAModeThatCannotBeSet) {
+    HookScope const scope;
+    hooks::chmod.failFrom(1, 0, -1, EPERM);
+    EXPECT_EQ(File::makeDirectories("a/b"), 1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Children_ListsWithoutDotNamesWhatTheKindAsksFor) {
+    putFolder("dir/sub");
+    putFile("dir/file", "");
+    EXPECT_EQ(symlink("sub", "dir/link"), 0);
+    EXPECT_EQ(children("dir", 0), (Names{"dir/file", "dir/link"}));
+    EXPECT_EQ(children("dir", 1), (Names{"dir/sub"}));
+    EXPECT_EQ(children("dir", 2), (Names{"dir/file", "dir/link", "dir/sub"}));
+    for (int const kind : {-1, 3, INT_MIN, INT_MAX}) {
+        EXPECT_EQ(children("dir", kind), (Names{"-1"}));
+    }
+}
+
+TEST_F(FileSystem, Children_OfTheObjectsPath) {
+    putFolder("dir");
+    putFile("dir/a.txt", "");
+    Paths paths(0, 1);
+    EXPECT_EQ(File("dir", UTF8).children(&paths, 0, "txt", 0), 1);
+    EXPECT_EQ(namesIn(paths), (Names{"dir/a.txt"}));
+}
+
+TEST_F(FileSystem, Children_OfAnEmptyFolder_Is0) {
+    putFolder("dir");
+    EXPECT_EQ(children("dir"), Names());
+    EXPECT_EQ(children("dir/*"), Names());
+}
+
+TEST_F(FileSystem, Children_NamesThePathAsGivenWithSlashes) {
+    putFolder("x/dir");
+    putFile("x/dir/f", "");
+    EXPECT_EQ(children("x\\dir"), (Names{"x/dir/f"}));
+    EXPECT_EQ(children("x/dir/"), (Names{"x/dir//f"}));
+    EXPECT_EQ(children("./x/dir"), (Names{"./x/dir/f"}));
+}
+
+TEST_F(FileSystem, Children_OfAFileIs0AndOfNothingMinusOne) {
+    putFile("file", "");
+    EXPECT_EQ(children("file"), Names());
+    EXPECT_EQ(children("none"), (Names{"-1"}));
+    EXPECT_EQ(children(""), (Names{"-1"}));
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Children_OfNullOrAPathThatFailsTheCheck_IsMinusOne) {
+    putFolder("dir/sub");
+    Paths paths(0, 1);
+    EXPECT_EQ(File::children("dir", nullptr, 2, nullptr, 0), -1);
+    EXPECT_EQ(children(nullptr), (Names{"-1"}));
+    EXPECT_EQ(children("dir//sub"), (Names{"-1"}));
+    for (unsigned int const length : {259U, 260U}) {
+        EXPECT_EQ(File::children(pathOfLength(length, "dir").c_str(), &paths, 2, nullptr, 0),
+                  length == 259 ? 1 : -1);
+    }
+}
+
+TEST_F(FileSystem, Children_EmptiesTheResultFirstAndKeepsItsStorage) {
+    Paths paths(4, 0);
+    EXPECT_TRUE(paths.insertAt(0, "old"));
+    EXPECT_EQ(File::children("none", &paths, 2, nullptr, 0), -1);
+    EXPECT_EQ(paths.size(), 0U);
+    EXPECT_TRUE(paths.insertAt(0, "old"));
+    EXPECT_EQ(File::children(".", &paths, 3, nullptr, 0), -1);
+    EXPECT_EQ(paths.size(), 0U);
+    EXPECT_EQ(paths.maxSize(), 4U);
+    EXPECT_TRUE(paths.insertAt(0, "old"));
+    EXPECT_EQ(File::children(nullptr, &paths, 2, nullptr, 0), -1);
+    EXPECT_EQ(paths.size(), 1U);
+}
+
+TEST_F(FileSystem, Children_FilterFilesAndNotFoldersByExtension) {
+    putFolder("dir/sub.txt");
+    putFolder("dir/sub");
+    for (char const* const name : {"a.txt", "b.TXT", "c.Txt", "d.txt.gz", "e", "f.", "txt", ".txt"}) {
+        putFile(std::string("dir/") + name, "");
+    }
+    Names const texts{"dir/a.txt", "dir/b.TXT", "dir/c.Txt", "dir/.txt"};
+    EXPECT_EQ(children("dir", 0, "TXT"), texts);
+    EXPECT_EQ(children("dir", 0, "txt"), texts);
+    EXPECT_EQ(children("dir", 0, ""), (Names{"dir/e", "dir/f.", "dir/txt"}));
+    EXPECT_EQ(children("dir", 0, ".txt"), Names());
+    EXPECT_EQ(children("dir", 1, "gz"), (Names{"dir/sub.txt", "dir/sub"}));
+    EXPECT_EQ(children("dir", 2, "gz"), (Names{"dir/d.txt.gz", "dir/sub.txt", "dir/sub"}));
+}
+
+TEST_F(FileSystem, Children_FoldsTheCaseOfFullWidthLettersInExtensions) {
+    putFolder("dir");
+    putFile("dir/a.ｔｘｔ", "");
+    EXPECT_EQ(children("dir", 0, "ＴＸＴ"), (Names{"dir/a.ｔｘｔ"}));
+    EXPECT_EQ(children("dir", 0, "txt"), Names());
+}
+
+TEST_F(FileSystem, Children_WithAnExtension_LeavesOutNamesThatCannotBeDissected) {
+    putFolder("dir");
+    putFile("dir/\xFF.txt", "");
+    putFile("dir/a\\\\b.txt", "");
+    putFile("dir/a\\c.txt", "");
+    EXPECT_EQ(children("dir", 0, "txt"), (Names{"dir/a\\c.txt"}));
+    EXPECT_EQ(children("dir", 0), (Names{"dir/\xFF.txt", "dir/a\\\\b.txt", "dir/a\\c.txt"}));
+}
+
+TEST_F(FileSystem, Children_ListsAFileNameOf255Bytes) {
+    putFolder("dir");
+    std::string const name = std::string(251, 'n') + ".txt";
+    putFile("dir/" + name, "");
+    EXPECT_EQ(children("dir", 0, "txt"), (Names{"dir/" + name}));
+}
+
+TEST_F(FileSystem, Children_MatchThePatternToTheLetter) {
+    putFolder("dir/d.txt");
+    for (char const* const name : {"a.txt", "b.TXT", "ab.txt", "c.bin", ".txt"}) {
+        putFile(std::string("dir/") + name, "");
+    }
+    EXPECT_EQ(children("dir/*.txt", 0), (Names{"dir/a.txt", "dir/ab.txt", "dir/.txt"}));
+    EXPECT_EQ(children("dir\\?.txt", 2), (Names{"dir/a.txt", "dir/d.txt"}));
+    EXPECT_EQ(children("dir/[ab].*"), (Names{"dir/a.txt", "dir/b.TXT"}));
+    EXPECT_EQ(children("dir/*.txt", 1), (Names{"dir/d.txt"}));
+    EXPECT_EQ(children("dir/[abc].*", 0, "Bin"), (Names{"dir/c.bin"}));
+    EXPECT_EQ(children("dir/*.none"), Names());
+    EXPECT_EQ(children("dir/[x"), Names());
+}
+
+TEST_F(FileSystem, Children_OfAPatternWithoutAFolderOrInAFolder_IsMinusOne) {
+    putFolder("dir/x");
+    EXPECT_EQ(children("dir/*/x"), (Names{"-1"}));
+    EXPECT_EQ(children("d?r/x"), (Names{"-1"}));
+    EXPECT_EQ(children("dir/*/"), (Names{"-1"}));
+    EXPECT_EQ(children("none/*"), (Names{"-1"}));
+    EXPECT_EQ(children("*"), (Names{"-1"}));
+    EXPECT_EQ(children("./*"), (Names{"./dir"}));
+}
+
+TEST_F(FileSystem, Children_OfAFolderWhoseNameLooksLikeAPattern_AreItsOwn) {
+    putFolder("d[1]*");
+    putFile("d[1]*/f", "");
+    EXPECT_EQ(children("d[1]*"), (Names{"d[1]*/f"}));
+}
+
+TEST_F(FileSystem, Children_OfAFileUnderAPattern_IsMinusOne) {
+    putFile("file", "");
+    EXPECT_EQ(children("file/*"), (Names{"-1"}));
+}
+
+TEST_F(FileSystem, Children_StopsAtTheMaximumWithoutReadingOn) {
+    putFolder("dir");
+    for (int i = 0; i < 10; ++i) {
+        putFile("dir/" + std::to_string(i), "");
+    }
+    for (unsigned int const maximum : {1U, 3U, 9U, 10U, 11U, 0U, ~0U}) {
+        Paths paths(0, 1);
+        unsigned int const expected = maximum == 0 ? 10U : std::min(maximum, 10U);
+        EXPECT_EQ(File::children("dir", &paths, 2, nullptr, maximum), static_cast<int>(expected));
+        EXPECT_EQ(namesIn(paths).size(), expected);
+    }
+    FileCalls calls;
+    Paths paths(0, 1);
+    hooks::readdir.replace([](DIR* folder) {
+        dirent* entry = hooks::readdir.real(folder);
+        while (entry != nullptr && entry->d_name[0] == '.') {
+            entry = hooks::readdir.real(folder);
+        }
+        return entry;
+    });
+    EXPECT_EQ(File::children("dir", &paths, 2, nullptr, 2), 2);
+    EXPECT_EQ(calls.take(), (Lines{"isDirectory: stat dir", "exists: stat dir", "children: opendir dir",
+                                   "children: readdir", "children: readdir", "children: closedir"}));
+}
+
+TEST_F(FileSystem, Children_IntoAnArrayThatGrows_LeavesTheCapacityOfOneGrowthForEach) {
+    putFolder("dir");
+    for (int i = 0; i < 40; ++i) {
+        putFile("dir/" + std::to_string(i), "");
+    }
+    for (unsigned int const capacity : {0U, 1U, 32U, 39U, 40U, 41U, 100U}) {
+        Paths paths(capacity, 1);
+        EXPECT_EQ(File::children("dir", &paths, 2, nullptr, 0), 40);
+        EXPECT_EQ(paths.maxSize(), std::max(capacity, 40U));
+        EXPECT_EQ(namesIn(paths).size(), 40U);
+        for (unsigned int i = 0; i < 40 && capacity < 40; ++i) {
+            EXPECT_EQ(paths.getAt(i)->maxSize(), paths.getAt(i)->length() + 1);
+        }
+    }
+}
+
+TEST_F(FileSystem, Children_IntoAFixedArrayThatIsFull_IsMinusOneAndKeepsWhatFitted) {
+    putFolder("dir");
+    for (int i = 0; i < 5; ++i) {
+        putFile("dir/" + std::to_string(i), "");
+    }
+    for (unsigned int const capacity : {0U, 1U, 4U, 5U, 6U}) {
+        Paths paths(capacity, 0);
+        EXPECT_EQ(File::children("dir", &paths, 2, nullptr, 0), capacity < 5 ? -1 : 5);
+        EXPECT_EQ(namesIn(paths).size(), std::min(capacity, 5U));
+        EXPECT_EQ(paths.maxSize(), capacity);
+    }
+}
+
+TEST_F(FileSystem, Children_KeepsTheOrderOfTheSystem) {
+    putFolder("dir");
+    for (int i = 0; i < 100; ++i) {
+        putFile("dir/" + std::to_string(i * 7919), "");
+    }
+    Lines expected;
+    DIR* const folder = opendir("dir");
+    while (dirent const* const entry = readdir(folder)) {
+        if (entry->d_name[0] != '.') {
+            expected.push_back(std::string("dir/") + entry->d_name);
+        }
+    }
+    closedir(folder);
+    for (unsigned int const capacity : {0U, 50U, 100U}) {
+        Paths paths(capacity, 1);
+        EXPECT_EQ(File::children("dir", &paths, 2, nullptr, 0), 100);
+        Lines found;
+        for (unsigned int i = 0; i < paths.size(); ++i) {
+            found.push_back(paths.getAt(i)->buffer());
+        }
+        EXPECT_EQ(found, expected);
+    }
+}
+
+TEST_F(FileSystem, Children_ListsTwentyThousandEntries) {
+    putFolder("dir");
+    for (int i = 0; i < 20000; ++i) {
+        std::string const path = "dir/" + std::to_string(i) + (i % 2 == 0 ? ".txt" : ".bin");
+        close(creat(path.c_str(), 0600));
+    }
+    Paths paths(32, 1);
+    EXPECT_EQ(File::children("dir", &paths, 0, "TXT", 0), 10000);
+    EXPECT_EQ(paths.maxSize(), 10000U);
+    Names const names = namesIn(paths);
+    EXPECT_EQ(names.size(), 10000U);
+    EXPECT_EQ(names.count("dir/19998.txt"), 1U);
+}
+
+TEST_F(FileSystem, Children_OfAFolderThatCannotBeOpened_IsMinusOneWithoutALine) {
+    putFolder("dir");
+    for (int const reason : {EMFILE, EACCES}) {
+        HookScope const scope;
+        hooks::opendir.failFrom(1, 1, nullptr, reason);
+        EXPECT_EQ(children("dir"), (Names{"-1"}));
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Children_TakesAFailureToReadOnForTheEnd) {
+    putFolder("dir");
+    for (int i = 0; i < 10; ++i) {
+        putFile("dir/" + std::to_string(i), "");
+    }
+    FileCalls calls;
+    hooks::readdir.failFrom(7, 0, nullptr, EIO);
+    Paths paths(0, 1);
+    int const count = File::children("dir", &paths, 2, nullptr, 0);
+    EXPECT_GE(count, 4);
+    EXPECT_LE(count, 6);
+    EXPECT_EQ(calls.take().back(), "children: closedir");
+}
+
+TEST_F(FileSystem, ApplyReadOnly_GivesTheMode0555) {
+    putFile("file", "");
+    putFolder("dir/sub");
+    FileCalls calls;
+    EXPECT_EQ(File::applyReadOnly("file", 0), 1);
+    EXPECT_EQ(calls.take(),
+              (Lines{"exists: stat file", "applyReadOnly: chmod file 555", "isReadOnly: stat file"}));
+    EXPECT_EQ(File("dir", UTF8).applyReadOnly(0), 1);
+    EXPECT_EQ(permissions("file"), 0555);
+    EXPECT_EQ(permissions("dir"), 0555);
+    EXPECT_EQ(permissions("dir/sub"), 0755);
+}
+
+TEST_F(FileSystem, ApplyReadOnly_Recursive_GoesThroughTheWholeTree) {
+    putTree();
+    EXPECT_EQ(File::applyReadOnly("tree", 1), 1);
+    for (char const* const path : {"tree", "tree/a", "tree/inner", "tree/inner/b", "tree/inner/deep",
+                                   "tree/inner/deep/c", "tree/empty"}) {
+        EXPECT_EQ(permissions(path), 0555) << path;
+    }
+    EXPECT_EQ(File("tree", UTF8).liftReadOnly(1), 1);
+    EXPECT_EQ(permissions("tree/inner/deep/c"), 0777);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, ReadOnly_RecursesWithTheFlag1Alone) {
+    for (int const flag : {0, 2, -1}) {
+        putTree();
+        EXPECT_EQ(File::applyReadOnly("tree", flag), 1);
+        EXPECT_EQ(permissions("tree/inner"), 0755);
+        EXPECT_EQ(File::liftReadOnly("tree", flag), 1);
+    }
+}
+
+TEST_F(FileSystem, LiftReadOnly_GivesTheMode0777ToWhatIsReadOnlyAlone) {
+    putFile("locked", "");
+    chmod("locked", 0444);
+    putFile("free", "");
+    chmod("free", 0600);
+    FileCalls calls;
+    EXPECT_EQ(File::liftReadOnly("locked", 0), 1);
+    EXPECT_EQ(calls.take(), (Lines{"exists: stat locked", "isReadOnly: stat locked",
+                                   "liftReadOnly: chmod locked 777", "isReadOnly: stat locked"}));
+    EXPECT_EQ(File::liftReadOnly("free", 0), 1);
+    EXPECT_EQ(calls.take(), (Lines{"exists: stat free", "isReadOnly: stat free", "isReadOnly: stat free"}));
+    EXPECT_EQ(permissions("locked"), 0777);
+    EXPECT_EQ(permissions("free"), 0600);
+}
+
+TEST_F(FileSystem, ReadOnly_OfWhatIsNotThereOrFailsTheCheck_IsFalseWithoutALine) {
+    putFolder("a/b");
+    for (char const* const path : {static_cast<char const*>(nullptr), "none", "a//b", ""}) {
+        EXPECT_EQ(File::applyReadOnly(path, 1), 0);
+        EXPECT_EQ(File::liftReadOnly(path, 1), 0);
+    }
+    EXPECT_EQ(permissions("a/b"), 0755);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, ReadOnly_ThatTheSystemRefuses_IsFalseWithoutALine) {
+    putFile("free", "");
+    putFile("locked", "");
+    chmod("locked", 0444);
+    HookScope const scope;
+    hooks::chmod.failFrom(1, 0, -1, EROFS);
+    EXPECT_EQ(File::applyReadOnly("free", 0), 0);
+    EXPECT_EQ(File::liftReadOnly("locked", 0), 0);
+    EXPECT_EQ(hooks::chmod.calls(), 2U);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, ReadOnly_ThatHasNoEffect_SaysSo) {
+    putFile("free", "");
+    putFile("locked", "");
+    chmod("locked", 0444);
+    HookScope const scope;
+    hooks::chmod.replace([](char const*, mode_t) { return 0; });
+    EXPECT_EQ(File::applyReadOnly("free", 0), 0);
+    EXPECT_EQ(File::liftReadOnly("locked", 0), 0);
+    EXPECT_EQ(mLog.lines(),
+              (Lines{error("applyReadOnly can't change free"), error("liftReadOnly can't change locked")}));
+}
+
+TEST_F(FileSystem, ReadOnly_Recursive_StopsAtTheFirstFailure) {
+    putTree();
+    HookScope const scope;
+    hooks::chmod.failFrom(3, 1, -1, EIO);
+    EXPECT_EQ(File::applyReadOnly("tree", 1), 0);
+    EXPECT_EQ(hooks::chmod.calls(), 3U);
+    EXPECT_EQ(permissions("tree"), 0555);
+}
+
+TEST_F(FileSystem, ReadOnly_Recursive_OfAFolderThatCannotBeListed_IsFalse) {
+    putTree();
+    HookScope const scope;
+    hooks::opendir.failFrom(1, 1, nullptr, EMFILE);
+    EXPECT_EQ(File::applyReadOnly("tree", 1), 0);
+    EXPECT_EQ(permissions("tree"), 0555);
+}
+
+TEST_F(FileSystem, IsOpened_TellsReadersWritersAndNobodyApart) {
+    putFile("file", "x");
+    File file("file", UTF8);
+    int const expected[][3] = {{0, 1, 1}, {1, 1, 0}, {2, 1, 0}};
+    for (auto const& [access, opened, shared] : expected) {
+        ASSERT_EQ(file.open(0, access), 1);
+        bool sharedOnly = opened == shared;
+        EXPECT_EQ(File::isOpened("file", &sharedOnly), opened);
+        EXPECT_EQ(sharedOnly, shared == 1);
+        EXPECT_EQ(File::isOpened("file", nullptr), opened);
+        EXPECT_EQ(file.close(), 1);
+        sharedOnly = true;
+        EXPECT_EQ(File::isOpened("file", &sharedOnly), 0);
+        EXPECT_FALSE(sharedOnly);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, IsOpened_MakesTheseCallsInThisOrder) {
+    putFile("file", "x");
+    File file("file", UTF8);
+    ASSERT_EQ(file.open(0, 0), 1);
+    FileCalls calls;
+    EXPECT_EQ(File::isOpened("file", nullptr), 1);
+    EXPECT_EQ(calls.take(),
+              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY",
+                     "isOpened: flock 6", "isOpened: flock 5", "-: fsync", "-: close"}));
+    EXPECT_EQ(file.close(), 1);
+    calls.take();
+    EXPECT_EQ(File::isOpened("file", nullptr), 0);
+    EXPECT_EQ(calls.take(),
+              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY",
+                     "isOpened: flock 6", "-: fsync", "-: close"}));
+}
+
+TEST_F(FileSystem, IsOpened_OfWhatCannotBeHeld_IsFalse) {
+    putFolder("folder");
+    for (char const* const path : {"folder", "none", "", "folder//x"}) {
+        bool sharedOnly = true;
+        EXPECT_EQ(File::isOpened(path, &sharedOnly), 0) << path;
+        EXPECT_FALSE(sharedOnly) << path;
+    }
+}
+
+TEST_F(FileSystem, IsOpened_OfNull_IsFalseAndLeavesTheOutputAlone) {
+    bool sharedOnly = true;
+    EXPECT_EQ(File::isOpened(nullptr, &sharedOnly), 0);
+    EXPECT_TRUE(sharedOnly);
+}
+
+TEST_F(FileSystem, IsOpened_OfAFileThatCannotBeOpened_IsFalse) {
+    putFile("file", "x");
+    File file("file", UTF8);
+    ASSERT_EQ(file.open(0, 1), 1);
+    for (int const result : {-1, 0}) {
+        HookScope const scope;
+        hooks::open.failFrom(1, 1, result, EACCES);
+        EXPECT_EQ(File::isOpened("file", nullptr), 0);
+    }
+}
+
+TEST_F(FileSystem, IsOpened_SeesAnotherProcess) {
+    putFile("file", "x");
+    int ready[2];
+    int done[2];
+    ASSERT_EQ(pipe(ready), 0);
+    ASSERT_EQ(pipe(done), 0);
+    pid_t const child = fork();
+    if (child == 0) {
+        char token = 0;
+        close(done[1]);
+        int const held = ::open("file", O_RDONLY);
+        bool const isLocked = flock(held, LOCK_EX | LOCK_NB) == 0;
+        bool const isDone = write(ready[1], &token, 1) == 1 && read(done[0], &token, 1) == 0;
+        _exit(isLocked && isDone ? 0 : 1);
+    }
+    close(done[0]);
+    char token = 0;
+    EXPECT_EQ(read(ready[0], &token, 1), 1);
+    bool sharedOnly = true;
+    EXPECT_EQ(File::isOpened("file", &sharedOnly), 1);
+    EXPECT_FALSE(sharedOnly);
+    File file("file", UTF8);
+    EXPECT_EQ(file.open(0, 0), 0);
+    EXPECT_EQ(File::move("file", "moved"), 0);
+    EXPECT_EQ(File::copy("file", "copied", 1), 0);
+    EXPECT_EQ(File::erase("file", 1), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{debug("Other process is opening. errno[11] Path:file")}));
+    close(done[1]);
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(file.open(0, 1), 1);
+    close(ready[0]);
+    close(ready[1]);
+}
+
+TEST_F(FileSystem, Move_RenamesAFileAndMakesTheFoldersInFrontOfIt) {
+    putFile("file", "x");
+    File file("file", UTF8);
+    EXPECT_EQ(file.move("a\\b\\moved"), 1);
+    EXPECT_EQ(contentOf("a/b/moved"), "x");
+    EXPECT_EQ(permissions("a/b"), 0777);
+    EXPECT_EQ(permissions("file"), -1);
+    EXPECT_STREQ(file.getPath(), "file");
+    EXPECT_EQ(file.move("again"), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Move_MakesTheseCallsInThisOrderAndWidensNothing) {
+    putFolder("a");
+    putFolder("b");
+    putFile("a/file", "x");
+    FileCalls calls;
+    EXPECT_EQ(File::move("a/file", "b/moved"), 1);
+    EXPECT_EQ(calls.take(),
+              (Lines{"exists: stat a/file", "isDirectory: stat b/moved", "exists: stat b/moved",
+                     "isDirectory: stat a/file", "exists: stat a/file", "isOpened: open a/file RDONLY",
+                     "isOpened: flock 6", "-: fsync", "-: close", "exists: stat b", "isDirectory: stat b",
+                     "move: rename a/file b/moved"}));
+}
+
+TEST_F(FileSystem, Move_RenamesAFolderWithItsContent) {
+    putTree();
+    EXPECT_EQ(File::move("tree", "moved"), 1);
+    EXPECT_EQ(contentOf("moved/inner/b").size(), 20U);
+    EXPECT_EQ(permissions("tree"), -1);
+}
+
+TEST_F(FileSystem, Move_OntoItself_IsTrueAndDoesNothing) {
+    putFolder("a");
+    putFile("a/file", "x");
+    File held("a/file", UTF8);
+    ASSERT_EQ(held.open(0, 1), 1);
+    FileCalls calls;
+    EXPECT_EQ(File::move("a/file", "a\\file"), 1);
+    EXPECT_EQ(calls.take(), (Lines{"exists: stat a/file"}));
+}
+
+TEST_F(FileSystem, Move_OntoAFileThatIsThere_IsFalseAndBothStay) {
+    putFile("one", "1");
+    putFile("two", "2");
+    EXPECT_EQ(File::move("one", "two"), 0);
+    EXPECT_EQ(contentOf("one"), "1");
+    EXPECT_EQ(contentOf("two"), "2");
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Move_OntoAFolder_IsLeftToTheSystem) {
+    putFile("one", "1");
+    putFolder("folder");
+    putFolder("empty");
+    EXPECT_EQ(File::move("one", "folder"), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("rename Failed. errno[21] Source:one  Dest:folder")}));
+    EXPECT_EQ(File::move("empty", "folder"), 1);
+    EXPECT_EQ(permissions("empty"), -1);
+}
+
+TEST_F(FileSystem, Move_OfAHeldFile_IsFalseWithoutALine) {
+    putFile("file", "x");
+    File file("file", UTF8);
+    for (int const access : {0, 1}) {
+        ASSERT_EQ(file.open(0, access), 1);
+        EXPECT_EQ(File::move("file", "moved"), 0);
+        EXPECT_EQ(file.move("moved"), 0);
+        EXPECT_EQ(file.close(), 1);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, MoveOfTheObject_WhileItIsOpen_IsFalseEvenOntoItself) {
+    putFile("file", "x");
+    File file("file", UTF8);
+    ASSERT_EQ(file.open(0, 0), 1);
+    EXPECT_EQ(file.move("file"), 0);
+    file.close();
+    EXPECT_EQ(file.move("file"), 1);
+}
+
+TEST_F(FileSystem, MoveAndCopy_WithPathsThatDoNotDo_AreFalseWithoutALine) {
+    putFolder("a");
+    putFile("a/file", "x");
+    std::string const longest = pathOfLength(259, "a/file");
+    std::string const tooLong = pathOfLength(260, "a/file");
+    char const* const none = nullptr;
+    std::pair<char const*, char const*> const pairs[] = {
+        {none, "b"},      {"a/file", none},   {none, none},           {"none", "b"},
+        {"a//file", "b"}, {"a/file", "b//c"}, {tooLong.c_str(), "b"}, {"a/file", tooLong.c_str()},
+        {"a/file", ""},   {"", "b"}};
+    for (auto const& [source, destination] : pairs) {
+        EXPECT_EQ(File::move(source, destination), 0);
+        EXPECT_EQ(File::copy(source, destination, 1), 0);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+    EXPECT_EQ(File::copy(longest.c_str(), "b", 1), 1);
+    EXPECT_EQ(File::move(longest.c_str(), "c"), 1);
+}
+
+TEST_F(FileSystem, Move_ThatTheSystemRefuses_SaysSo) {
+    putFile("file", "x");
+    HookScope const scope;
+    hooks::rename.failFrom(1, 1, -1, EXDEV);
+    EXPECT_EQ(File::move("file", "moved"), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("rename Failed. errno[18] Source:file  Dest:moved")}));
+    EXPECT_EQ(contentOf("file"), "x");
+}
+
+TEST_F(FileSystem, MoveAndCopy_IntoAFolderThatCannotBeMade_AreFalse) {
+    putFile("file", "x");
+    EXPECT_EQ(File::move("file", "file/x/y"), 0);
+    EXPECT_EQ(File::copy("file", "file/x/y", 1), 0);
+    EXPECT_EQ(contentOf("file"), "x");
+}
+
+TEST_F(FileSystem, Copy_CopiesContentAndMode) {
+    mode_t const old = umask(0077);
+    for (unsigned int const size : {0U, 1U, 1023U, 1024U, 1025U, 100000U}) {
+        std::string content(size, 'x');
+        content.append(size % 7, '\0');
+        putFile("file", content);
+        chmod("file", 0746);
+        EXPECT_EQ(File("file", UTF8).copy("a\\b\\copied", 1), 1);
+        EXPECT_EQ(contentOf("a/b/copied"), content);
+        EXPECT_EQ(permissions("a/b/copied"), 0746);
+        EXPECT_EQ(permissions("file"), 0746);
+        std::filesystem::remove_all("a");
+    }
+    umask(old);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_MakesTheseCallsInThisOrder) {
+    putFolder("a", 0711);
+    putFolder("b", 0722);
+    putFile("a/file", std::string(1025, 'x'));
+    chmod("a/file", 0640);
+    FileCalls calls;
+    EXPECT_EQ(File::copy("a/file", "b/copied", 0), 1);
+    EXPECT_EQ(calls.take(), (Lines{"exists: stat a/file",
+                                   "isDirectory: stat a/file",
+                                   "exists: stat b",
+                                   "isDirectory: stat b",
+                                   "isDirectory: stat a/file",
+                                   "exists: stat a/file",
+                                   "isOpened: open a/file RDONLY",
+                                   "isOpened: flock 6",
+                                   "-: fsync",
+                                   "-: close",
+                                   "changeParentAccessMode: stat a",
+                                   "changeParentAccessMode: chmod a 777",
+                                   "copy: open a/file RDONLY",
+                                   "copy: stat a/file",
+                                   "changeParentAccessMode: stat b",
+                                   "changeParentAccessMode: chmod b 777",
+                                   "copy: open b/copied WRONLY+CREAT+EXCL 100640",
+                                   "copy: read",
+                                   "copy: write",
+                                   "copy: read",
+                                   "copy: write",
+                                   "copy: read",
+                                   "copy: lseek 0 1",
+                                   "copy: ftruncate 1025",
+                                   "copy: close",
+                                   "copy: close",
+                                   "copy: chmod b/copied 640",
+                                   "changeParentAccessMode: stat b",
+                                   "changeParentAccessMode: chmod b 722",
+                                   "changeParentAccessMode: stat a",
+                                   "changeParentAccessMode: chmod a 711"}));
+    EXPECT_EQ(permissions("a"), 0711);
+    EXPECT_EQ(permissions("b"), 0722);
+}
+
+TEST_F(FileSystem, Copy_InsideOneFolder_LeavesItsModeAsItWas) {
+    putFolder("a", 0711);
+    putFile("a/file", "x");
+    EXPECT_EQ(File::copy("a/file", "a/copied", 0), 1);
+    EXPECT_EQ(permissions("a"), 0711);
+}
+
+TEST_F(FileSystem, Copy_ReplacesAFileWithTheFlag1Alone) {
+    putFile("new", "new");
+    for (int const flag : {0, 2, -1}) {
+        putFile("old", "old and longer");
+        EXPECT_EQ(File::copy("new", "old", flag), 0);
+        EXPECT_EQ(contentOf("old"), "old and longer");
+    }
+    EXPECT_EQ(File::copy("new", "old", 1), 1);
+    EXPECT_EQ(contentOf("old"), "new");
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_OntoItself_IsTrueAndLeavesTheFileAlone) {
+    putFolder("a");
+    putFile("a/file", "x");
+    FileCalls calls;
+    EXPECT_EQ(File::copy("a/file", "a\\file", 1), 1);
+    EXPECT_EQ(calls.take(), (Lines{"exists: stat a/file"}));
+    EXPECT_EQ(contentOf("a/file"), "x");
+}
+
+TEST_F(FileSystem, Copy_OfAFileThatReadersHold_Works) {
+    putFile("file", "x");
+    File file("file", UTF8);
+    ASSERT_EQ(file.open(0, 0), 1);
+    EXPECT_EQ(file.copy("copied", 0), 1);
+    EXPECT_EQ(contentOf("copied"), "x");
+}
+
+TEST_F(FileSystem, Copy_OfAFileThatAWriterHolds_IsFalseWithoutALine) {
+    putFile("file", "x");
+    File file("file", UTF8);
+    ASSERT_EQ(file.open(0, 1), 1);
+    EXPECT_EQ(file.copy("folder/copied", 0), 0);
+    EXPECT_EQ(permissions("folder"), 0777);
+    EXPECT_EQ(permissions("folder/copied"), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_OntoAFileThatIsHeld_Works) {
+    putFile("file", "new");
+    putFile("held", "old");
+    File held("held", UTF8);
+    ASSERT_EQ(held.open(0, 1), 1);
+    EXPECT_EQ(File::copy("file", "held", 1), 1);
+    EXPECT_EQ(contentOf("held"), "new");
+}
+
+TEST_F(FileSystem, Copy_OfAFolder_CopiesTheWholeTreeWithFoldersOfMode0777) {
+    putTree();
+    chmod("tree/inner/b", 0640);
+    EXPECT_EQ(File::copy("tree", "x/copied", 0), 1);
+    EXPECT_EQ(contentOf("x/copied/a"), "1");
+    EXPECT_EQ(contentOf("x/copied/inner/b"), std::string(20, '2'));
+    EXPECT_EQ(contentOf("x/copied/inner/deep/c"), std::string(300, '3'));
+    EXPECT_EQ(permissions("x/copied/empty"), 0777);
+    EXPECT_EQ(permissions("x/copied/inner"), 0777);
+    EXPECT_EQ(permissions("x/copied/inner/b"), 0640);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_OfAFolder_StopsAtTheFirstFailureAndLeavesWhatWasCopied) {
+    putTree();
+    HookScope const scope;
+    hooks::write.failFrom(2, 0, -1, ENOSPC);
+    EXPECT_EQ(File::copy("tree", "copied", 0), 0);
+    EXPECT_EQ(hooks::write.calls(), 2U);
+    EXPECT_EQ(permissions("copied"), 0777);
+}
+
+TEST_F(FileSystem, Copy_OfAFolderOntoAFileOrThatCannotBeListed_IsFalse) {
+    putTree();
+    putFile("file", "x");
+    EXPECT_EQ(File::copy("tree", "file", 1), 0);
+    HookScope const scope;
+    hooks::opendir.failFrom(1, 1, nullptr, EMFILE);
+    EXPECT_EQ(File::copy("tree", "copied", 1), 0);
+    EXPECT_EQ(permissions("copied"), 0777);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_OfAFolderIntoItself_EndsWhereThePathsBecomeTooLong) {
+    putFolder("a");
+    EXPECT_EQ(File::copy("a", "a/b", 1), 0);
+    EXPECT_EQ(permissions("a/b/b"), 0777);
+}
+
+class CopyThatFails : public FileSystem {
+  protected:
+    CopyThatFails() {
+        putFolder("a", 0711);
+        putFolder("b", 0722);
+        putFile("a/file", "0123456789");
+    }
+
+    /// The calls of a copy that fails, from the opening of the source on.
+    Lines callsOfCopy(int overwrite = 1) {
+        mCalls.take();
+        EXPECT_EQ(File::copy("a/file", "b/copied", overwrite), 0);
+        EXPECT_EQ(permissions("a"), 0711);
+        EXPECT_EQ(permissions("b"), 0722);
+        EXPECT_EQ(contentOf("a/file"), "0123456789");
+        Lines const all = mCalls.takeCalls();
+        auto const isOpening = [](std::string const& call) { return call == "open a/file RDONLY"; };
+        return {std::find_if(all.rbegin(), all.rend(), isOpening).base(), all.end()};
+    }
+
+    FileCalls mCalls;
+};
+
+TEST_F(CopyThatFails, ToOpenTheSource_PutsItsFolderBackWithoutALine) {
+    hooks::open.failFrom(2, 1, -1, EMFILE);
+    EXPECT_EQ(callsOfCopy(), (Lines{"stat a", "chmod a 711"}));
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(CopyThatFails, ToFindTheModeOfTheSource_SaysSoAfterPuttingTheFolderBack) {
+    hooks::stat.failFrom(8, 1, -1, EIO);
+    EXPECT_EQ(callsOfCopy(), (Lines{"stat a/file", "stat a", "chmod a 711", "close"}));
+    EXPECT_EQ(mLog.lines(), (Lines{error("in copy func stat Failed. errno[5] Path:a/file")}));
+    EXPECT_EQ(permissions("b/copied"), -1);
+}
+
+TEST_F(CopyThatFails, ToOpenTheDestination_PutsBothFoldersBackAndThenClosesTheSource) {
+    hooks::open.failFrom(3, 1, -1, EROFS);
+    EXPECT_EQ(callsOfCopy(),
+              (Lines{"stat a/file", "stat b", "chmod b 777", "open b/copied WRONLY+CREAT 100644", "stat b",
+                     "chmod b 722", "stat a", "chmod a 711", "close"}));
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(CopyThatFails, ToWrite_ClosesBothAndPutsTheFoldersBackAndLeavesWhatWasWritten) {
+    hooks::write.replace([](int descriptor, void const* data, size_t) -> ssize_t {
+        return hooks::write.real(descriptor, data, 4);
+    });
+    EXPECT_EQ(callsOfCopy(),
+              (Lines{"stat a/file", "stat b", "chmod b 777", "open b/copied WRONLY+CREAT 100644", "read",
+                     "write", "close", "close", "stat b", "chmod b 722", "stat a", "chmod a 711"}));
+    EXPECT_EQ(contentOf("b/copied"), "0123");
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_TakesAFailureToReadForTheEndOfTheFile) {
+    putFile("file", std::string(3000, 'x'));
+    HookScope const scope;
+    hooks::read.failFrom(2, 1, -1, EIO);
+    EXPECT_EQ(File::copy("file", "copied", 0), 1);
+    EXPECT_EQ(contentOf("copied").size(), 1024U);
+}
+
+TEST_F(FileSystem, Erase_RemovesAFileAndPutsTheFolderBack) {
+    putFolder("a", 0711);
+    putFile("a/file", "x");
+    FileCalls calls;
+    EXPECT_EQ(File("a\\file", UTF8).erase(0), 1);
+    Lines const lines = calls.take();
+    EXPECT_EQ(permissions("a/file"), -1);
+    EXPECT_EQ(Lines(lines.begin(), lines.begin() + 14),
+              (Lines{"exists: stat a/file", "isDirectory: stat a/file", "isDirectory: stat a/file",
+                     "exists: stat a/file", "isOpened: open a/file RDONLY", "isOpened: flock 6", "-: fsync",
+                     "-: close", "isReadOnly: stat a/file", "changeParentAccessMode: stat a",
+                     "changeParentAccessMode: chmod a 777", "erase: unlink a/file",
+                     "changeParentAccessMode: stat a", "changeParentAccessMode: chmod a 711"}));
+    EXPECT_EQ(permissions("a"), 0711);
+}
+
+TEST_F(FileSystem, Erase_OfAFolder_RemovesTheWholeTreeWhateverTheFlag) {
+    for (int const force : {0, 1, 2}) {
+        putTree();
+        EXPECT_EQ(File::erase("tree", force), 1);
+        EXPECT_EQ(permissions("tree"), -1);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Erase_OfAnEmptyFolder_MakesTheseCallsInThisOrder) {
+    putFolder("a/b");
+    FileCalls calls;
+    EXPECT_EQ(File::erase("a/b", 1), 1);
+    EXPECT_EQ(calls.take(), (Lines{"exists: stat a/b", "isDirectory: stat a/b", "children: opendir a/b",
+                                   "children: readdir", "children: readdir", "children: readdir",
+                                   "children: closedir", "exists: stat a/b", "isReadOnly: stat a/b",
+                                   "isReadOnly: stat a/b", "changeParentAccessMode: stat a",
+                                   "changeParentAccessMode: chmod a 777", "erase: rmdir a/b",
+                                   "changeParentAccessMode: stat a", "changeParentAccessMode: chmod a 755"}));
+}
+
+TEST_F(FileSystem, Erase_OfAReadOnlyFile_NeedsTheFlag1) {
+    putFile("file", "x");
+    chmod("file", 0444);
+    for (int const flag : {0, 2, -1}) {
+        EXPECT_EQ(File::erase("file", flag), 0);
+    }
+    EXPECT_EQ(contentOf("file"), "x");
+    EXPECT_EQ(File::erase("file", 1), 1);
+    EXPECT_EQ(permissions("file"), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Erase_OfAFolderWithAReadOnlyFile_StopsThereAndWhatIsErasedStaysSo) {
+    putFolder("a");
+    for (int i = 0; i < 20; ++i) {
+        putFile("a/" + std::to_string(i), "");
+    }
+    Paths paths(20, 0);
+    ASSERT_EQ(File::children("a", &paths, 2, nullptr, 0), 20);
+    chmod(paths.getAt(10)->buffer(), 0444);
+    EXPECT_EQ(File::erase("a", 0), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+    for (unsigned int i = 0; i < 20; ++i) {
+        EXPECT_EQ(File::exists(paths.getAt(i)->buffer()), i < 10 ? 0 : 1);
+    }
+    EXPECT_EQ(File::erase("a", 1), 1);
+    EXPECT_EQ(permissions("a"), -1);
+}
+
+TEST_F(FileSystem, Erase_OfAReadOnlyFolder_NeedsTheFlag1ButItsContentGoesAnyway) {
+    putFolder("a");
+    putFile("a/file", "x");
+    chmod("a", 0555);
+    EXPECT_EQ(File::erase("a", 0), 0);
+    EXPECT_EQ(permissions("a"), 0555);
+    EXPECT_EQ(permissions("a/file"), -1);
+    EXPECT_EQ(File::erase("a", 1), 1);
+    EXPECT_EQ(permissions("a"), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Erase_OfAHeldFile_IsFalseWithoutALineWhoeverHoldsIt) {
+    putFolder("a");
+    putFile("a/file", "x");
+    File file("a/file", UTF8);
+    for (int const access : {0, 1}) {
+        ASSERT_EQ(file.open(0, access), 1);
+        EXPECT_EQ(file.erase(1), 0);
+        EXPECT_EQ(File::erase("a/file", 1), 0);
+        EXPECT_EQ(File::erase("a", 1), 0);
+        EXPECT_EQ(file.close(), 1);
+    }
+    EXPECT_EQ(contentOf("a/file"), "x");
+    EXPECT_EQ(file.erase(0), 1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Erase_WithAPathThatDoesNotDo_IsFalseWithoutALine) {
+    putFolder("a/b");
+    for (char const* const path : {static_cast<char const*>(nullptr), "", "none", "a//b"}) {
+        EXPECT_EQ(File::erase(path, 1), 0);
+    }
+    EXPECT_EQ(permissions("a/b"), 0755);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Erase_ByForceOfWhatStaysReadOnly_SaysSo) {
+    putFolder("a");
+    putFile("a/file", "x");
+    chmod("a/file", 0444);
+    HookScope const scope;
+    hooks::chmod.failFrom(1, 1, -1, EPERM);
+    EXPECT_EQ(File::erase("a/file", 1), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("Can't erase force because Not Permited:a/file")}));
+    EXPECT_EQ(contentOf("a/file"), "x");
+}
+
+TEST_F(FileSystem, Erase_ThatTheSystemRefuses_SaysSoAndPutsTheFolderBack) {
+    putFolder("a/empty");
+    putFile("a/file", "x");
+    for (int const reason : {EROFS, EBUSY, EIO}) {
+        mLog.clear();
+        FileCalls calls;
+        hooks::unlink.failFrom(1, 1, -1, reason);
+        hooks::rmdir.failFrom(1, 1, -1, reason);
+        EXPECT_EQ(File::erase("a/file", 0), 0);
+        EXPECT_EQ(File::erase("a/empty", 0), 0);
+        std::string const number = std::to_string(reason);
+        EXPECT_EQ(mLog.lines(), (Lines{error("remove failed. errno[" + number + "] Path:a/file"),
+                                       error("rmdir Failed.Path:a/empty errno[" + number + "]")}));
+        EXPECT_EQ(calls.take().back(), "changeParentAccessMode: chmod a 755");
+        EXPECT_EQ(permissions("a"), 0755);
+    }
+}
+
+TEST_F(FileSystem, Erase_OfAFolderThatCannotBeListed_IsFalse) {
+    putTree();
+    HookScope const scope;
+    hooks::opendir.failFrom(1, 1, nullptr, EMFILE);
+    EXPECT_EQ(File::erase("tree", 1), 0);
+    EXPECT_EQ(contentOf("tree/a"), "1");
+}
+
+TEST_F(FileSystem, Size_OfAFileIsItsOwnAndOfAFolderTheSumOfItsFiles) {
+    putTree();
+    EXPECT_EQ(File::size("tree/a"), 1);
+    EXPECT_EQ(File::size("tree\\inner"), 320);
+    EXPECT_EQ(File::size("tree"), 321);
+    EXPECT_EQ(File::size("tree/empty"), 0);
+    EXPECT_EQ(File("tree", UTF8).size(), 321);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Size_OfFilesBeyond4GiB_IsCountedInFull) {
+    putFolder("big");
+    putFile("big/one", "");
+    putFile("big/two", "");
+    ASSERT_EQ(truncate("big/one", (4LL << 30) + 1), 0);
+    ASSERT_EQ(truncate("big/two", 3LL << 30), 0);
+    EXPECT_EQ(File::size("big"), (7LL << 30) + 1);
+}
+
+TEST_F(FileSystem, Size_WithAPathThatDoesNotDo_IsMinusOneWithoutALine) {
+    putFolder("a/b");
+    for (char const* const path : {static_cast<char const*>(nullptr), "", "none", "a//b"}) {
+        EXPECT_EQ(File::size(path), -1);
+    }
+    EXPECT_EQ(File("none", UTF8).size(), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Size_TakesNoLock) {
+    putFile("file", "12345");
+    File file("file", UTF8);
+    ASSERT_EQ(file.open(0, 1), 1);
+    EXPECT_EQ(File::size("file"), 5);
+}
+
+TEST_F(FileSystem, Size_OfAFileThatCannotBeOpened_SaysSo) {
+    putFile("file", "12345");
+    for (int const result : {-1, 0}) {
+        mLog.clear();
+        HookScope const scope;
+        hooks::open.failFrom(1, 1, result, EACCES);
+        EXPECT_EQ(File::size("file"), -1);
+        EXPECT_EQ(mLog.lines(), (Lines{error("in size func open Failed. Path:file errno[13]")}));
+    }
+}
+
+TEST_F(FileSystem, Size_OfAFolderWithOneSizeMissing_IsMinusOne) {
+    putTree();
+    for (unsigned int failing = 1; failing <= 3; ++failing) {
+        HookScope const scope;
+        hooks::open.failFrom(failing, 1, -1, EACCES);
+        EXPECT_EQ(File::size("tree"), -1);
+        EXPECT_EQ(hooks::open.calls(), failing);
+    }
+}
+
+TEST_F(FileSystem, Size_WithoutAnAnswerFromTheDescriptor_SaysSo) {
+    putFile("file", "12345");
+    HookScope const scope;
+    hooks::fstat.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(File::size("file"), -1);
+    EXPECT_EQ(mLog.lines(), (Lines{error("fstat Failed. errno[5]"), error("fileSize Failed. Path:file")}));
+}
+
+// Whatever call fails, an operation gives its failure or gets through, and leaves nothing open and no parent
+// widened.
+template <typename HOOK, typename RESULT>
+void failEachCall(HOOK& hook, RESULT result, int reason) {
+    bool isThrough = false;
+    for (unsigned int failing = 1; !isThrough; ++failing) {
+        ASSERT_LT(failing, 200U);
+        std::filesystem::remove_all("a");
+        std::filesystem::remove_all("b");
+        std::filesystem::create_directories("a/inner");
+        std::filesystem::create_directories("b");
+        chmod("a", 0711);
+        chmod("b", 0722);
+        putFile("a/inner/file", "0123456789");
+        unsigned int const descriptors = openDescriptors();
+        HookScope const scope;
+        hook.failFrom(failing, 1, result, reason);
+        File::size("a");
+        File::copy("a/inner/file", "b/file", 0);
+        File::move("b/file", "b/moved");
+        File::copy("a", "b/a", 1);
+        File::applyReadOnly("a/inner/file", 0);
+        File::erase("a/inner/file", 1);
+        File::erase("b/a", 1);
+        isThrough = hook.calls() < failing;
+        EXPECT_EQ(openDescriptors(), descriptors);
+    }
+    EXPECT_EQ(permissions("a"), 0711);
+    EXPECT_EQ(permissions("b/a"), -1);
+}
+
+TEST_F(FileSystem, Operations_WithAnyCallFailing_LeaveNoDescriptor) {
+    failEachCall(hooks::stat, -1, EACCES);
+    failEachCall(hooks::fstat, -1, EIO);
+    failEachCall(hooks::chmod, -1, EPERM);
+    failEachCall(hooks::open, -1, EMFILE);
+    failEachCall(hooks::opendir, nullptr, EMFILE);
+    failEachCall(hooks::readdir, nullptr, EIO);
+    failEachCall(hooks::flock, -1, EINTR);
+    failEachCall(hooks::read, ssize_t{-1}, EIO);
+    failEachCall(hooks::write, ssize_t{-1}, ENOSPC);
+    failEachCall(hooks::mkdir, -1, ENOSPC);
+    failEachCall(hooks::rename, -1, EXDEV);
+    failEachCall(hooks::unlink, -1, EBUSY);
+    failEachCall(hooks::rmdir, -1, EBUSY);
+    failEachCall(hooks::lseek, off_t{-1}, EINVAL);
+    failEachCall(hooks::ftruncate, -1, EIO);
+    failEachCall(hooks::fsync, -1, EIO);
+}
+
+}  // namespace
