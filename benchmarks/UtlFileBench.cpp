@@ -13,6 +13,7 @@
 #include "BenchRatio.h"
 #include "UtlFile.h"
 #include "UtlThreadManager.h"
+#include "UtlThreadWatchdog.h"
 
 // Files against the system calls that they are told to make, and listings against the plain loop.
 

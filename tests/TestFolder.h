@@ -46,7 +46,11 @@ inline unsigned int openDescriptors() {
 class InFolder : public ::testing::Test {
   protected:
     InFolder() {
-        std::string path = std::filesystem::temp_directory_path() / "utl-test-XXXXXX";
+        // In memory where the machine has that: the tests sync a lot.
+        bool const hasMemory = access("/dev/shm", W_OK | X_OK) == 0;
+        std::string path =
+            (hasMemory ? std::filesystem::path("/dev/shm") : std::filesystem::temp_directory_path()) /
+            "utl-test-XXXXXX";
         EXPECT_NE(mkdtemp(path.data()), nullptr);
         mPath = path;
         std::filesystem::current_path(mPath);
