@@ -26,52 +26,52 @@ constexpr unsigned int FILES = 500;
 constexpr unsigned int CONTENT_SIZE = 4096;
 constexpr char CONTENT[CONTENT_SIZE] = {};
 
-// A folder for the length of the process, in which it works: missing folders are made by relative paths.
+// A folder for the length of the process, in memory where the machine has that, so that the device does not
+// hide what the library adds. It is there before a file is opened: nothing on the way to it is ever widened.
 class BenchFolder {
   public:
-    BenchFolder() : mPath(std::filesystem::temp_directory_path() / "utl-bench-XXXXXX") {
-        std::string path = mPath;
-        if (mkdtemp(path.data()) == nullptr) {
+    BenchFolder() {
+        std::string const place = access("/dev/shm", W_OK | X_OK) == 0 ? "/dev/shm" : "/tmp";
+        mPath = place + "/utl-bench-XXXXXX";
+        if (mkdtemp(mPath.data()) == nullptr) {
             std::abort();
         }
-        mPath = path;
-        std::filesystem::current_path(mPath);
-        std::filesystem::create_directories("files");
     }
-    ~BenchFolder() {
-        std::filesystem::current_path("/");
-        std::filesystem::remove_all(mPath);
-    }
+    ~BenchFolder() { std::filesystem::remove_all(mPath); }
     BenchFolder(BenchFolder const&) = delete;
     BenchFolder& operator=(BenchFolder const&) = delete;
 
+    // A new folder in it.
+    std::string make(std::string const& name) const {
+        std::filesystem::create_directory(mPath + "/" + name);
+        return mPath + "/" + name;
+    }
+
   private:
-    std::filesystem::path mPath;
+    std::string mPath;
 };
 
-BenchFolder const FOLDER;
+BenchFolder const PLACE;
+std::string const FOLDER = PLACE.make("files");
 
 // The paths of the files that one turn makes.
-std::vector<std::string> const& filePaths() {
-    static std::vector<std::string> const thePaths = [] {
-        std::vector<std::string> paths;
-        for (unsigned int i = 0; i < FILES; ++i) {
-            paths.push_back("files/number-" + std::to_string(i));
-        }
-        return paths;
-    }();
-    return thePaths;
-}
+std::vector<std::string> const PATHS = [] {
+    std::vector<std::string> paths;
+    for (unsigned int i = 0; i < FILES; ++i) {
+        paths.push_back(FOLDER + "/number-" + std::to_string(i));
+    }
+    return paths;
+}();
 
 void removeFiles() {
-    for (std::string const& path : filePaths()) {
+    for (std::string const& path : PATHS) {
         unlink(path.c_str());
     }
 }
 
 void writeFiles() {
     removeFiles();
-    for (std::string const& path : filePaths()) {
+    for (std::string const& path : PATHS) {
         File file(path.c_str(), 1);
         utlbench::keep(file.open(0, 1) + file.write(CONTENT, CONTENT_SIZE) + file.close());
     }
@@ -95,34 +95,35 @@ bool change(char const* path, mode_t mode) {
 }
 
 void writeBareFile(char const* path) {
+    char const* const folder = FOLDER.c_str();
     struct stat status = {};
-    struct stat folder = {};
+    struct stat folderStatus = {};
     look(path, &status);
-    look("files", &folder);
-    look("files", &folder);
+    look(folder, &folderStatus);
+    look(folder, &folderStatus);
     look(path, &status);
-    look("files", &folder);
-    change("files", 0777);
+    look(folder, &folderStatus);
+    change(folder, 0777);
     int const file = reported([=] { return open(path, O_WRONLY | O_CREAT, 0777); });
     change(path, 0777);
     reported([=] { return flock(file, LOCK_EX | LOCK_NB); });
-    look("files", &status);
-    change("files", folder.st_mode & 07777);
-    look("files", &folder);
-    change("files", 0777);
+    look(folder, &status);
+    change(folder, folderStatus.st_mode & 07777);
+    look(folder, &folderStatus);
+    change(folder, 0777);
     utlbench::keep(reported([=] { return write(file, CONTENT, CONTENT_SIZE); }));
-    look("files", &status);
-    change("files", folder.st_mode & 07777);
+    look(folder, &status);
+    change(folder, folderStatus.st_mode & 07777);
     fsync(file);
     close(file);
-    int const synced = reported([] { return open("files", O_RDONLY); });
+    int const synced = reported([=] { return open(folder, O_RDONLY); });
     fsync(synced);
     close(synced);
 }
 
 void writeBareFiles() {
     removeFiles();
-    for (std::string const& path : filePaths()) {
+    for (std::string const& path : PATHS) {
         writeBareFile(path.c_str());
     }
 }
@@ -134,8 +135,7 @@ UTL_RATIO_CPU("create, write 4 KiB and close 500 files, to the system calls alon
 template <unsigned int ENTRIES>
 std::string const& folderOf() {
     static std::string const theFolder = [] {
-        std::string folder = "entries-" + std::to_string(ENTRIES);
-        mkdir(folder.c_str(), 0777);
+        std::string const folder = PLACE.make("entries-" + std::to_string(ENTRIES));
         for (unsigned int i = 0; i < ENTRIES; ++i) {
             std::string const path =
                 folder + "/picture-" + std::to_string(i) + (i % 2 == 0 ? ".jpg" : ".txt");

@@ -98,11 +98,12 @@ int File::extractDirectoryPath(char* output, unsigned int outputSize, char const
 }
 
 int File::extractExtension(char* output, unsigned int outputSize, char const* path) {
-    char name[PATH_BUFFER_SIZE] = {};
-    if (extractFileName(name, sizeof(name), path, 0) == 0) {
+    NormalPath normalPath(path);
+    Component const last = findLast(normalPath);
+    if (!last.isFound()) {
         return 0;
     }
-    char const* const dot = std::strrchr(name, '.');
+    char const* const dot = std::strrchr(cutOut(&normalPath, last), '.');
     return copyOut(output, outputSize, dot != nullptr ? dot + 1 : "");
 }
 

@@ -3,10 +3,12 @@
 #include <dirent.h>
 #include <fnmatch.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
 #include "UtlAttribConvert.h"
+#include "UtlCharDecoder.h"
 #include "UtlFile.h"
 #include "UtlFileCalls.h"
 #include "UtlPathRules.h"
@@ -93,19 +95,51 @@ bool isDotName(char const* name) {
     return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
 }
 
-bool hasExtension(char const* name, char const* wanted) {
-    char extension[PATH_BUFFER_SIZE] = {};
-    return File::extractExtension(extension, sizeof(extension), name) != 0 &&
-           compareStrNoCase(extension, wanted, INVALID_SIZE) == 0;
+char lowerCase(char letter) {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
-bool matches(dirent const& entry, EntryFilter const& filter) {
+/// Compares with one extension as `compareStrNoCase` does, but without its scratch texts for each name where
+/// that extension has letters of ASCII alone: no other letter folds to one of those.
+class ExtensionFilter {
+  public:
+    /// `wanted` may be null, which every name has.
+    explicit ExtensionFilter(char const* wanted)
+        : mWanted(wanted),
+          mIsShortAscii(wanted != nullptr && textLength(wanted) < PATH_BUFFER_SIZE &&
+                        std::none_of(wanted, wanted + textLength(wanted),
+                                     [](char byte) { return static_cast<signed char>(byte) < 0; })) {}
+
+    bool isPassedBy(char const* name) const {
+        char extension[PATH_BUFFER_SIZE];
+        return mWanted == nullptr ||
+               (File::extractExtension(extension, sizeof(extension), name) != 0 && isWanted(extension));
+    }
+
+  private:
+    bool isWanted(char const* extension) const {
+        if (!mIsShortAscii) {
+            return compareStrNoCase(extension, mWanted, INVALID_SIZE) == 0;
+        }
+        char const* wanted = mWanted;
+        while (*wanted != '\0' && lowerCase(*extension) == lowerCase(*wanted)) {
+            ++extension;
+            ++wanted;
+        }
+        return *wanted == *extension;
+    }
+
+    char const* const mWanted;
+    bool const mIsShortAscii;
+};
+
+bool matches(dirent const& entry, EntryFilter const& filter, ExtensionFilter const& extension) {
     bool const isFolder = entry.d_type == DT_DIR;
     unsigned int const unwanted = isFolder ? EntryFilter::FILES : EntryFilter::FOLDERS;
     if (filter.kind == unwanted || isDotName(entry.d_name)) {
         return false;
     }
-    if (!isFolder && filter.extension != nullptr && !hasExtension(entry.d_name, filter.extension)) {
+    if (!isFolder && !extension.isPassedBy(entry.d_name)) {
         return false;
     }
     return *filter.pattern == '\0' || ::fnmatch(filter.pattern, entry.d_name, FNM_PATHNAME) == 0;
@@ -119,6 +153,7 @@ int listFolder(char const* path, EntryFilter const& filter, unsigned int maximum
     if (!folder.isOpen()) {
         return -1;
     }
+    ExtensionFilter const extension(filter.extension);
     PathAppender paths(path, result);
     unsigned int count = 0;
     while (maximum == 0 || count < maximum) {
@@ -126,7 +161,7 @@ int listFolder(char const* path, EntryFilter const& filter, unsigned int maximum
         if (entry == nullptr) {
             break;
         }
-        if (!matches(*entry, filter)) {
+        if (!matches(*entry, filter, extension)) {
             continue;
         }
         if (!paths.add(entry->d_name)) {

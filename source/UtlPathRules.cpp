@@ -1,6 +1,5 @@
 #include "UtlPathRules.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "UtlCharDecoder.h"
@@ -18,8 +17,12 @@ NormalPath::NormalPath(char const* path)
       mText(path == nullptr        ? nullptr
             : mLongPath != nullptr ? mLongPath.get()
                                    : mBuffer) {
-    if (path != nullptr) {
-        std::replace_copy(path, path + mLength + 1, mText, '\\', '/');
+    if (path == nullptr) {
+        return;
+    }
+    std::memcpy(mText, path, mLength + 1U);
+    for (char* found = std::strchr(mText, '\\'); found != nullptr; found = std::strchr(found, '\\')) {
+        *found = '/';
     }
 }
 

@@ -14,6 +14,7 @@
 #include "TestFileCalls.h"
 #include "TestFolder.h"
 #include "TestHooks.h"
+#include "UtlAttribConvert.h"
 #include "UtlFile.h"
 
 namespace {
@@ -390,6 +391,30 @@ TEST_F(FileSystem, Children_FoldsTheCaseOfFullWidthLettersInExtensions) {
     putFile("dir/a.ｔｘｔ", "");
     EXPECT_EQ(children("dir", 0, "ＴＸＴ"), (Names{"dir/a.ｔｘｔ"}));
     EXPECT_EQ(children("dir", 0, "txt"), Names());
+}
+
+TEST_F(FileSystem, Children_FoldTheCaseOfEveryExtensionAsCompareStrNoCaseDoes) {
+    putFolder("dir");
+    Lines extensions{"é", "É", "Ａ", "ａ", "aＡ", "Aａ"};
+    for (char letter = '!'; letter <= '~'; ++letter) {
+        if (std::string("./\\").find(letter) == std::string::npos) {
+            extensions.push_back(std::string(1, letter));
+        }
+    }
+    for (std::string const& extension : extensions) {
+        putFile("dir/x." + extension, "");
+    }
+    for (std::string const& wanted : extensions) {
+        Names expected;
+        for (std::string const& extension : extensions) {
+            if (utl::compareStrNoCase(extension.c_str(), wanted.c_str(), utl::INVALID_SIZE) == 0) {
+                expected.insert("dir/x." + extension);
+            }
+        }
+        EXPECT_EQ(children("dir", 0, wanted.c_str()), expected) << wanted;
+    }
+    EXPECT_EQ(children("dir", 0, std::string(300, 'a').c_str()), Names());
+    EXPECT_EQ(children("dir", 0, "a\xFF"), Names());
 }
 
 TEST_F(FileSystem, Children_WithAnExtension_LeavesOutNamesThatCannotBeDissected) {
