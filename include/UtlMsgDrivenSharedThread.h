@@ -245,6 +245,8 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
     ///@}
 
   private:
+    friend struct MsgDrivenSharedThreadTestAccess;
+
     using JudgeBroadcast = JudgeMsgBroadcast<JudgeMsgSpecifiedMsgId>;
     using JudgeListener = JudgeMsgSpecifiedListener<JudgeMsgSpecifiedMsgId>;
 

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <functional>
+#include <vector>
 
 namespace utltest {
 
@@ -20,6 +23,17 @@ template <typename OBJECT, typename PART>
 std::size_t offsetIn(OBJECT const& object, PART const& part) {
     return static_cast<std::size_t>(reinterpret_cast<char const*>(&part) -
                                     reinterpret_cast<char const*>(&object));
+}
+
+/// The same for many parts.
+template <typename OBJECT, typename... PARTS>
+std::vector<std::size_t> offsetsIn(OBJECT const& object, PARTS const&... parts) {
+    return {offsetIn(object, parts)...};
+}
+
+/// True if each offset lies behind the one before it.
+inline bool areRising(std::vector<std::size_t> const& offsets) {
+    return std::is_sorted(offsets.begin(), offsets.end(), std::less_equal<>());
 }
 
 /// What stands at `offset` of `object`, as a field of type `FIELD`; for fields that only their class reaches.

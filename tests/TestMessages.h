@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 
 #include "TestHooks.h"
+#include "TestLayout.h"
 #include "TestLog.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlThreadManager.h"
@@ -31,6 +32,17 @@ struct MsgDrivenThreadTestAccess {
     }
     static int readEnd(MsgDrivenThread const& thread) { return thread.mPipe[0]; }
     static int writeEnd(MsgDrivenThread const& thread) { return thread.mPipe[1]; }
+
+    /// Where the fields begin, in the order that they must have.
+    static std::vector<std::size_t> fields(MsgDrivenThread const& t) {
+        return utltest::offsetsIn(
+            t, t.mListener, t.mMaxMsgCount, t.mCtlQueue, t.mDataQueue, t.mDataOverflowLogged,
+            t.mInterruptQueue, t.mSendMsg, t.mReceiveMsg, t.mScanMsg, t.mPeekTarget, t.mInterruptEvent,
+            t.mSyncEvent, t.mEraseEvent, t.mFindEvent, t.mSyncResult, t.mInterruptResult, t.mEraseResult,
+            t.mFindResult, t.mTimers, t.mStopTimers, t.mNextUserTimerId, t.mEraseJudgement, t.mFindJudgement,
+            t.mNextSysTimerNumber, t.mPipe, t.mLifecycleLock, t.mQueueLock, t.mSyncLock, t.mInterruptLock,
+            t.mEraseLock, t.mFindLock);
+    }
 };
 
 }  // namespace utl

@@ -3,6 +3,7 @@
 // A shared message thread and listeners for its tests.
 
 #include <atomic>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -11,6 +12,20 @@
 #include "TestMessages.h"
 #include "ThreadTestSupport.h"
 #include "UtlMsgDrivenSharedThread.h"
+
+namespace utl {
+
+/// A way to the fields of a shared message thread.
+struct MsgDrivenSharedThreadTestAccess {
+    /// Where they begin, in the order that they must have.
+    static std::vector<std::size_t> fields(MsgDrivenSharedThread const& t) {
+        return utltest::offsetsIn(t, t.mListeners, t.mAttachResult, t.mForwardIndex, t.mPostMsg, t.mSyncMsg,
+                                  t.mInterruptMsg, t.mReceivedMsg, t.mTimerListeners, t.mAttachLock,
+                                  t.mPostLock, t.mSyncSendLock, t.mInterruptSendLock, t.mTimerMapLock);
+    }
+};
+
+}  // namespace utl
 
 namespace utltest {
 
@@ -77,6 +92,15 @@ inline utl::StatementInfo lastStatementOf(int id) {
         .lastStatement;
 }
 
+/// True while thread `id` of this process sleeps.
+inline bool isAsleep(int id) {
+    std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
+    std::string text;
+    std::getline(file, text);
+    std::size_t const nameEnd = text.rfind(')');
+    return nameEnd != std::string::npos && text.compare(nameEnd, 3, ") S") == 0;
+}
+
 /// A thread that is watched, so that it shows where it waits. The watchdog must be initialized.
 class WatchedThread {
   public:
@@ -90,6 +114,13 @@ class WatchedThread {
               utl::ThreadManager::get()->unregisterWatchdog(kernelId());
           }) {}
     ~WatchedThread() { mThread.join(); }
+
+    /// As `waitUntilIn`, and the thread sleeps.
+    void waitUntilAsleepIn(std::string const& function) const {
+        do {
+            waitUntilIn(function);
+        } while (!isAsleep(mId));
+    }
 
     /// Waits until the thread stands in front of something in `function` that may block.
     void waitUntilIn(std::string const& function) const {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cstring>
 #include <new>
@@ -12,9 +13,38 @@
 #include <thread>
 #include <vector>
 
+#include "TestHooks.h"
+#include "TestLayout.h"
 #include "TestLog.h"
+#include "ThreadTestSupport.h"
+#include "UtlThreadWatchdog.h"
 
 using utltest::LogCapture;
+
+namespace utl {
+
+/// A way to the fields of a pool.
+struct MemoryPoolTestAccess {
+    /// Where they begin, in the order that they must have.
+    static std::vector<std::size_t> fields(MemoryPool const& pool) {
+        return utltest::offsetsIn(pool, pool.mName, pool.mBlockSize, pool.mBlockCount, pool.mActive,
+                                  pool.mMemory, pool.mSyncObject);
+    }
+
+    /// True if some thread holds the pool's lock.
+    static bool isHeld(MemoryPool const& pool) {
+        bool held = false;
+        std::thread([&] {
+            held = !pool.mSyncObject.tryLock();
+            if (!held) {
+                pool.mSyncObject.unlock();
+            }
+        }).join();
+        return held;
+    }
+};
+
+}  // namespace utl
 
 namespace {
 
@@ -233,6 +263,47 @@ TEST(MemoryPool, UsedByManyThreads_GivesNoBlockTwice) {
         }
     }
     EXPECT_TRUE(log.lines().empty());
+}
+
+// Derived classes and their callers are compiled apart from the library.
+TEST(MemoryPool, ItsFields_HaveTheirOrder) {
+    utl::MemoryPool const pool(8, 4, "fields");
+    std::vector<std::size_t> const fields = utl::MemoryPoolTestAccess::fields(pool);
+    EXPECT_EQ(fields.front(), utltest::FIRST_FIELD);
+    EXPECT_TRUE(utltest::areRising(fields));
+}
+
+// What the clock sees at the signs of life of one thread.
+utl::MemoryPool* gPool = nullptr;
+std::atomic<int> gUser{0};
+std::vector<std::string> gReports;
+
+int clockThatLooksAtThePool(clockid_t clock, timespec* time) {
+    if (utltest::kernelId() == gUser) {
+        utl::ThreadWatchdog& watchdog = utl::ThreadManagerTestAccess::watchdog();
+        utl::StatementInfo const place =
+            utl::ThreadWatchdogTestAccess::copyInfo(watchdog, gUser).lastStatement;
+        gReports.push_back(std::string(place.function) + " " + std::to_string(place.sub) +
+                           (utl::MemoryPoolTestAccess::isHeld(*gPool) ? " held" : " free"));
+    }
+    return utltest::hooks::clockGetTime.real(clock, time);
+}
+
+using MemoryPoolKeepAlive = utltest::WithManager;
+
+TEST_F(MemoryPoolKeepAlive, TheSecondSignOfLife_IsGivenWithTheLockInHand) {
+    restingWatchdog();
+    utltest::HookScope const scope;
+    utl::MemoryPool pool(8, 1, "signs");
+    EXPECT_TRUE(manager().entryWatchdog(60000, nullptr));
+    EXPECT_TRUE(manager().startWatchdog());
+    gPool = &pool;
+    utltest::hooks::clockGetTime.replace(clockThatLooksAtThePool);
+    gUser = utltest::kernelId();
+    pool.release(pool.create());
+    gUser = 0;
+    EXPECT_EQ(gReports, (std::vector<std::string>{"create 1 free", "create 2 held", "release 1 free",
+                                                  "release 2 held"}));
 }
 
 }  // namespace

@@ -416,6 +416,14 @@ TEST_F(SharedThreadQueue, Questions_ToAThreadThatDoesNotRun_AreFalse) {
 
 // Timers.
 
+// Returns when a timer of somebody else, started now, has expired so many times.
+void waitForExpiries(ScopedSharedThread& thread, unsigned int count) {
+    Collector somebody;
+    ASSERT_GT(thread.setTimer(&somebody, 2, 0, 0, 1), 0);
+    ASSERT_TRUE(somebody.waitFor(count));
+    ASSERT_EQ(thread.abortMsg(&somebody), 1);
+}
+
 TEST_F(SharedThreadTimer, ABroadcastTimer_ReachesEveryAttachedListener) {
     Collector listeners[3];
     Collector apart;
@@ -435,6 +443,31 @@ TEST_F(SharedThreadTimer, ABroadcastTimer_ReachesEveryAttachedListener) {
         EXPECT_EQ(listener.received()[0], (Collector::Received{thread.getId(), utl::MSG_ID_TIMER, timer}));
     }
     EXPECT_TRUE(apart.received().empty());
+}
+
+TEST_F(SharedThreadTimer, AListenerThatIsDetachedDuringABroadcastExpiry_IsNotCalledAndNoOtherIsLeftOut) {
+    Collector first;
+    Collector detached;
+    Collector third;
+    Collector last;
+    ScopedSharedThread thread;
+    for (Collector* const listener : {&first, &detached, &third, &last}) {
+        ASSERT_EQ(thread.attachMsgListener(listener), 1);
+    }
+    last.onMsg = [&](int id, int) {
+        if (id == utl::MSG_ID_TIMER) {
+            EXPECT_EQ(thread.detachMsgListener(&last), 1);
+            EXPECT_EQ(thread.detachMsgListener(&detached), 1);
+        }
+    };
+    ASSERT_EQ(thread.start(), 0);
+    ASSERT_GT(thread.setTimer(1, 0, 1, 0), 0);
+    ASSERT_TRUE(first.waitFor(1));
+    ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
+    EXPECT_EQ(first.ids(), (std::vector<int>{utl::MSG_ID_TIMER, FIRST}));
+    EXPECT_TRUE(detached.received().empty());
+    EXPECT_EQ(third.ids(), (std::vector<int>{utl::MSG_ID_TIMER, FIRST}));
+    EXPECT_EQ(last.ids(), (std::vector<int>{utl::MSG_ID_TIMER}));
 }
 
 TEST_F(SharedThreadTimer, ATimerOfAListener_ReachesItAlone_AttachedOrNot) {
@@ -520,6 +553,7 @@ TEST_F(SharedThreadTimer, TimersThatEnd_GiveTheirPlacesBack) {
 }
 
 TEST_F(SharedThreadTimer, KillTimer_EndsEitherKind) {
+    HookScope const scope;
     Collector listener;
     ScopedSharedThread thread;
     ASSERT_EQ(thread.attachMsgListener(&listener), 1);
@@ -528,15 +562,16 @@ TEST_F(SharedThreadTimer, KillTimer_EndsEitherKind) {
         int const all = thread.setTimer(1, 0, 0, 1);
         int const one = thread.setTimer(&listener, 1, 0, 0, 1);
         ASSERT_TRUE(listener.waitFor(listener.received().size() + 4));
+        hooks::timerDelete.reset();
         EXPECT_TRUE(thread.killTimer(all, noWait));
         EXPECT_TRUE(thread.killTimer(one, noWait));
         EXPECT_FALSE(thread.killTimer(one, noWait));
         EXPECT_FALSE(thread.startTimer(all, noWait));
         ASSERT_EQ(thread.sendMsgSync(&listener, FIRST), 1);
+        EXPECT_EQ(hooks::timerDelete.calls(), 2U);
         size_t const atKill = listener.received().size();
-        utl::Thread::sleep(10);
-        ASSERT_EQ(thread.sendMsgSync(&listener, FIRST), 1);
-        EXPECT_EQ(listener.received().size(), atKill + 1);
+        waitForExpiries(thread, 5);
+        EXPECT_EQ(listener.received().size(), atKill);
     }
 }
 
@@ -759,6 +794,20 @@ TEST_F(SharedThreadAbort, FromOutside_FreesTheListenersSynchronousSenderWithZero
     EXPECT_TRUE(queue.other.received().empty());
 }
 
+TEST_F(SharedThreadAbort, WhoseErasureFindsNoPlaceInTheQueue_IsZeroAndErasesNothing) {
+    LogCapture const log;
+    Collector listener;
+    Holder holder;
+    ScopedSharedThread thread(64, 4, 4, "full");
+    ASSERT_EQ(thread.start(), 0);
+    holdIn(holder, thread);
+    ASSERT_EQ(thread.postMsg(&listener, FIRST), 1);
+    withFullCtlQueue(thread, [&] { EXPECT_EQ(thread.abortMsg(&listener), 0); });
+    holder.gate.open();
+    ASSERT_TRUE(listener.waitFor(1));
+    EXPECT_EQ(thread.abortMsg(&listener), 1);
+}
+
 TEST_F(SharedThreadAbort, BehindAMessageThatWasRefused_FindsTheListenersOwn) {
     LogCapture const log;
     Collector gone;
@@ -784,10 +833,11 @@ TEST_F(SharedThreadAbort, BehindAMessageThatWasRefused_FindsTheListenersOwn) {
 }
 
 TEST_F(SharedThreadAbort, KillsTheListenersTimersAndLeavesTheOthers) {
+    HookScope const scope;
     for (bool const isOnThread : {true, false}) {
         Collector listener;
         Collector other;
-        ScopedSharedThread thread(64, 16, 4, "abort", 5);
+        ScopedSharedThread thread(64, 16, 4, "abort", 6);
         ASSERT_EQ(thread.start(), 0);
         ASSERT_EQ(thread.setTimer(&listener, 60000, 0, 0, 0), 1);
         ASSERT_EQ(thread.setTimer(60000, 0, 0, 0), 2);
@@ -795,6 +845,7 @@ TEST_F(SharedThreadAbort, KillsTheListenersTimersAndLeavesTheOthers) {
         ASSERT_EQ(thread.setTimer(&other, 60000, 0, 0, 0), 4);
         ASSERT_EQ(thread.setTimer(&listener, 1, 0, 0, 1), 5);
         ASSERT_TRUE(listener.waitFor(3));
+        hooks::timerDelete.reset();
         if (isOnThread) {
             workOn(thread, [&] { EXPECT_EQ(thread.abortMsg(&listener), 1); });
         } else {
@@ -806,8 +857,8 @@ TEST_F(SharedThreadAbort, KillsTheListenersTimersAndLeavesTheOthers) {
         }
         EXPECT_NE(thread.findTimer(2), nullptr);
         EXPECT_NE(thread.findTimer(4), nullptr);
-        utl::Thread::sleep(10);
-        EXPECT_EQ(thread.sendMsgSync(&other, FIRST), 1);
+        EXPECT_EQ(hooks::timerDelete.calls(), 2U) << "the third did not run";
+        waitForExpiries(thread, 5);
         EXPECT_EQ(listener.received().size(), before);
         EXPECT_EQ(thread.abortMsg(&listener), 1);
     }

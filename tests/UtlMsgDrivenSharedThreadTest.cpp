@@ -829,6 +829,27 @@ TEST_F(SharedThread, AnEnvelopeWithoutAListener_ReachesNobody) {
     EXPECT_TRUE(listener.received().empty());
 }
 
+// Derived classes and their callers are compiled apart from the library.
+TEST_F(SharedThread, ItsFields_HaveTheirOrder) {
+    utl::MsgDrivenSharedThread const thread(8, 4, 2, "fields", 2);
+    std::vector<std::size_t> const fields = utl::MsgDrivenSharedThreadTestAccess::fields(thread);
+    EXPECT_EQ(offsetIn(thread, static_cast<utl::MsgDrivenThread const&>(thread)), 0U);
+    EXPECT_EQ(offsetIn(thread, static_cast<utl::ThreadMsgListener const&>(thread)),
+              sizeof(utl::MsgDrivenThread));
+    EXPECT_EQ(fields.front(), sizeof(utl::MsgDrivenThread) + sizeof(utl::ThreadMsgListener));
+    EXPECT_TRUE(areRising(fields));
+}
+
+TEST_F(SharedThread, ItsVirtualOperations_HaveTheirSlots) {
+    struct Slots : utl::MsgDrivenSharedThread {
+        static std::vector<std::size_t> ofAll() {
+            return {slotOf(&Slots::preExecute),  slotOf(&Slots::execute),      slotOf(&Slots::postExecute),
+                    slotOf(&Slots::requestStop), slotOf(&Slots::onEraseTimer), slotOf(&Slots::receiveMsg)};
+        }
+    };
+    EXPECT_EQ(Slots::ofAll(), (std::vector<std::size_t>{2, 3, 4, 5, 6, 7}));
+}
+
 // Start, stop, end.
 
 TEST_F(SharedThread, Start_ASecondTime_IsMinusOne) {
@@ -910,6 +931,23 @@ TEST_F(SharedThread, ASynchronousSendThatIsQueuedBehindAStop_ComesBackWithZero) 
     ASSERT_EQ(thread.stop(0, 0), 0);
     holder.gate.open();
     EXPECT_EQ(sync.get(), 0);
+    EXPECT_TRUE(listener.received().empty());
+}
+
+TEST_F(SharedThread, AnInterruptToOneListener_WhoseLoopEndsFirst_ComesBackWithZero) {
+    HookScope const scope;
+    Collector listener;
+    Holder holder;
+    ScopedSharedThread thread;
+    ASSERT_EQ(thread.start(), 0);
+    holdIn(holder, thread);
+    hooks::write.reset();
+    auto interrupt =
+        std::async(std::launch::async, [&] { return thread.sendMsgInterrupt(&listener, SECOND); });
+    waitForTokens(1);
+    ASSERT_EQ(thread.stop(0, 0), 0);
+    holder.gate.open();
+    EXPECT_EQ(interrupt.get(), 0);
     EXPECT_TRUE(listener.received().empty());
 }
 
@@ -1162,6 +1200,86 @@ TEST_F(SharedThreadKeepAlive, AttachMsgListener_DuringAStop_WaitsForIt) {
     });
     attacher.waitUntilIn("attachMsgListener");
     holder.gate.open();
+}
+
+// The request to stop comes behind the attach, whatever the stop is told about waiting.
+TEST_F(SharedThreadKeepAlive, Stop_WithoutWaitingDuringAnAttach_WaitsForTheAttach) {
+    Collector listener;
+    Holder holder;
+    std::atomic<bool> isOpen{false};
+    ScopedSharedThread thread;
+    ASSERT_EQ(thread.start(), 0);
+    holdIn(holder, thread);
+    hooks::write.reset();
+    WatchedThread const attacher([&] { EXPECT_EQ(thread.attachMsgListener(&listener), 1); });
+    waitForTokens(1);
+    WatchedThread const stopper([&] {
+        EXPECT_EQ(thread.stop(0, 0), 0);
+        EXPECT_TRUE(isOpen);
+    });
+    stopper.waitUntilAsleepIn("stop");
+    EXPECT_FALSE(thread.hasRequestedStop());
+    isOpen = true;
+    holder.gate.open();
+}
+
+// A shared thread whose preExecute waits for the gate.
+class SlowSharedThread : public ScopedSharedThread {
+  public:
+    ~SlowSharedThread() override {
+        gate.open();
+        finish();
+    }
+    Gate entered;
+    Gate gate;
+    std::atomic<bool> isOpen{false};
+
+    void open() {
+        isOpen = true;
+        gate.open();
+    }
+
+  protected:
+    void preExecute() override {
+        entered.open();
+        gate.wait();
+    }
+};
+
+TEST_F(SharedThreadKeepAlive, AttachMsgListener_WhileAStartWaitsForPreExecute_WaitsForBoth) {
+    Collector listener;
+    SlowSharedThread thread;
+    WatchedThread const starter([&] { EXPECT_EQ(thread.start(), 0); });
+    ASSERT_TRUE(thread.entered.wait());
+    WatchedThread const attacher([&] {
+        EXPECT_EQ(thread.attachMsgListener(&listener), 1);
+        EXPECT_TRUE(thread.isOpen);
+    });
+    attacher.waitUntilAsleepIn("attachMsgListener");
+    thread.open();
+}
+
+// What is posted meanwhile stands in front of the request.
+TEST_F(SharedThreadKeepAlive, AttachMsgListener_BehindAStartThatDidNotWait_WaitsUntilTheThreadIsReady) {
+    Collector listener;
+    {
+        SlowSharedThread thread;
+        ASSERT_EQ(thread.start(0, 0, nullptr, 0, 0), 0);
+        ASSERT_TRUE(thread.entered.wait());
+        hooks::write.reset();
+        {
+            WatchedThread const attacher([&] {
+                EXPECT_EQ(thread.attachMsgListener(&listener), 1);
+                EXPECT_TRUE(thread.isOpen);
+            });
+            attacher.waitUntilAsleepIn("attachMsgListener");
+            EXPECT_EQ(hooks::write.calls(), 0U);
+            EXPECT_EQ(thread.postMsg(FIRST), 1);
+            thread.open();
+        }
+        EXPECT_EQ(thread.sendMsgSync(SECOND), 1);
+    }
+    EXPECT_EQ(listener.ids(), std::vector<int>{SECOND});
 }
 
 }  // namespace

@@ -1206,6 +1206,26 @@ TEST_F(MsgDrivenThread, FramesBeyondThirtyTwoBits_AreNotAllocatedOnAnyAbi) {
     EXPECT_THROW(make(UINT_MAX, 0), std::bad_alloc);
 }
 
+// Derived classes and their callers are compiled apart from the library.
+TEST_F(MsgDrivenThread, ItsFields_HaveTheirOrder) {
+    utl::MsgDrivenThread const thread(8, 4, "fields", 2);
+    std::vector<std::size_t> const fields = ThreadAccess::fields(thread);
+    EXPECT_EQ(fields.front(), sizeof(utl::Thread));
+    EXPECT_TRUE(areRising(fields));
+}
+
+TEST_F(MsgDrivenThread, ItsVirtualOperations_HaveTheirSlots) {
+    struct Slots : utl::MsgDrivenThread {
+        static std::vector<std::size_t> ofAll() {
+            return {slotOf(&Slots::preExecute), slotOf(&Slots::execute), slotOf(&Slots::postExecute),
+                    slotOf(&Slots::requestStop), slotOf(&Slots::onEraseTimer)};
+        }
+    };
+    EXPECT_EQ(Slots::ofAll(), (std::vector<std::size_t>{2, 3, 4, 5, 6}));
+    EXPECT_EQ(slotOf(&utl::ThreadMsgListener::receiveMsg), 2U);
+    EXPECT_EQ(slotOf(&utl::MsgDrivenThread::MsgJudgementInterface::judge), 2U);
+}
+
 TEST_F(MsgDrivenThread, Descriptors_AreClosedWithTheObject) {
     auto const openHandles = [] {
         int count = 0;
