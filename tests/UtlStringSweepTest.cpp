@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "TestPieces.h"
 #include "TestText.h"
 #include "UtlPlatform.h"
 #include "UtlString.h"
@@ -47,27 +48,9 @@ std::vector<std::string> const& fewPieces() {
     return thePieces;
 }
 
-void addPrefixes(std::set<std::string>* texts, std::string const& text) {
-    for (std::size_t length = 0; length <= text.size(); ++length) {
-        texts->insert(text.substr(0, length));
-    }
-}
-
-// Everything that up to `count` of the pieces make, and all that is left of it when it is cut somewhere.
-std::vector<std::string> textsOf(unsigned int count, std::vector<std::string> const& from = pieces()) {
-    std::set<std::string> texts;
-    std::vector<std::string> whole{""};
-    for (unsigned int i = 0; i < count; ++i) {
-        std::vector<std::string> longer;
-        for (std::string const& text : whole) {
-            for (std::string const& piece : from) {
-                longer.push_back(text + piece);
-                addPrefixes(&texts, longer.back());
-            }
-        }
-        whole = longer;
-    }
-    return {texts.begin(), texts.end()};
+// As `utltest::textsOf`, of all pieces.
+std::vector<std::string> textsOf(unsigned int count) {
+    return utltest::textsOf(count, pieces());
 }
 
 std::vector<std::string> together(std::vector<std::string> const& texts,
@@ -79,12 +62,12 @@ std::vector<std::string> together(std::vector<std::string> const& texts,
 
 // Every piece next to every other, and longer ones of few.
 std::vector<std::string> longTexts() {
-    return together(textsOf(2), textsOf(3, fewPieces()));
+    return together(textsOf(2), utltest::textsOf(3, fewPieces()));
 }
 
 // Every piece alone, and longer ones of few.
 std::vector<std::string> shortTexts() {
-    return together(textsOf(1), textsOf(2, fewPieces()));
+    return together(textsOf(1), utltest::textsOf(2, fewPieces()));
 }
 
 std::vector<unsigned int> upTo(std::size_t last) {
@@ -574,7 +557,7 @@ void compareReverseFind(std::string const& text, std::string const& sub) {
 
 TEST(Sweep, FindReverseStr_OfAllTextsInAllTextsFromAllStarts) {
     std::vector<std::string> const subs = textsOf(1);
-    for (std::string const& text : textsOf(3, fewPieces())) {
+    for (std::string const& text : utltest::textsOf(3, fewPieces())) {
         for (std::string const& sub : subs) {
             if (!sub.empty()) {
                 ASSERT_NO_FATAL_FAILURE(compareReverseFind(text, sub));
@@ -669,7 +652,7 @@ void compareInsert(std::string const& text, std::string const& src, unsigned int
 }
 
 TEST(Sweep, InsertStr_OfAllTextsSizesPositionsAndLengths) {
-    std::vector<std::string> const sources = textsOf(1, fewPieces());
+    std::vector<std::string> const sources = utltest::textsOf(1, fewPieces());
     for (std::string const& text : shortTexts()) {
         for (std::string const& src : sources) {
             for (unsigned int dstSize : upTo(text.size() + src.size() + 2)) {
@@ -705,7 +688,7 @@ void compareReplace(std::string const& text, std::string const& from, std::strin
 
 TEST(Sweep, ReplaceStr_OfAllTextsAndSizes) {
     std::vector<std::string> const froms = textsOf(1);
-    for (std::string const& text : textsOf(3, fewPieces())) {
+    for (std::string const& text : utltest::textsOf(3, fewPieces())) {
         for (std::string const& from : froms) {
             if (!from.empty()) {
                 ASSERT_NO_FATAL_FAILURE(compareReplace(text, from, "x\xC3\xA9"));
