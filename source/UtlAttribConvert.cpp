@@ -20,15 +20,31 @@ class PairReader {
     PairReader(PairAttrib const* table, bool isToLeft)
         : mTable(table), mIndex(findPairIndex(table, isToLeft)), mIsToLeft(isToLeft) {}
 
+    /// True for a table of the library, whose forms are well-formed and of up to `PairIndex::MAX_BYTES`.
+    bool isLibrarys() const { return mIndex != nullptr; }
+
     /// The first row whose looked-for form `text` begins with, and the length of that form; null if there is
     /// none.
     PairAttrib const* find(char const* text, unsigned int* bytes) const {
-        return mIndex != nullptr ? findByIndex(text, bytes) : findInTurn(text, bytes);
+        return isLibrarys() ? findByIndex(text, bytes) : findInTurn(text, bytes);
     }
 
     /// What stands in the place of the form that was found.
     char const* replacement(PairAttrib const& row) const {
         return mIsToLeft ? row.mFirst.mNarrow : row.mSecond.mNarrow;
+    }
+
+    /// Bytes of the character at `text`, which has no row, and of those behind it that surely have none
+    /// either; 0 if it is malformed.
+    unsigned int bytesWithoutRow(char const* text) const {
+        unsigned int run = 0;
+        for (unsigned int bytes = charBytes(text); isCharacter(bytes); bytes = charBytes(text + run)) {
+            run += bytes;
+            if (!isLibrarys() || mIndex->firstRow[charSlot(text + run)] != PairIndex::NO_ROW) {
+                break;
+            }
+        }
+        return run;
     }
 
   private:
@@ -59,24 +75,41 @@ class PairReader {
     bool const mIsToLeft;
 };
 
-/// Puts a text together from pieces.
+/// Puts a text together from pieces, each of them added by the rules of `copyGeneral`. Behind a piece that
+/// was cut nothing is written, so that the text has no gaps.
 class PieceWriter {
   public:
     PieceWriter(char* dst, unsigned int dstSize, int truncate)
-        : mDst(dst), mDstSize(dstSize), mTruncate(truncate) {}
+        : mDst(dst),
+          mDstSize(dstSize),
+          mTruncate(truncate),
+          mLastPlain(dst != nullptr && dstSize > PairIndex::MAX_BYTES ? dstSize - PairIndex::MAX_BYTES : 0) {}
 
-    /// Adds at most `length` bytes of `piece` by the rules of `copyGeneral`; false if that fails. Behind a
-    /// piece that was cut nothing is written, so that the text has no gaps.
-    bool add(char const* piece, unsigned int length) {
-        if (mIsCut) {
-            return piece != nullptr;
+    /// Adds a form of a pair table; false if that fails.
+    bool addForm(char const* form, bool isLibrarys) {
+        if (!isLibrarys || mUsed > mLastPlain) {
+            return add(form, INVALID_SIZE);
         }
-        unsigned int const result = copyGeneral(mDst, mDstSize, mUsed - 1, piece, 0, length, mTruncate);
-        if (result == INVALID_SIZE) {
-            return false;
+        char* end = mDst + mUsed - 1;
+        while ((*end = *form++) != '\0') {
+            ++end;
         }
-        mIsCut = mDstSize != 0 && boundedLength(piece, length) > mDstSize - mUsed;
-        mUsed = result;
+        mUsed = static_cast<unsigned int>(end - mDst) + 1;
+        return true;
+    }
+
+    /// Adds characters from a text, those that fit if not all do; false if not all do.
+    bool addCharacters(char const* text, unsigned int bytes) {
+        if (fits(bytes)) {
+            return add(text, bytes);
+        }
+        for (unsigned int added = 0; added < bytes;) {
+            unsigned int const one = charBytes(text + added);
+            if (!add(text + added, one)) {
+                return false;
+            }
+            added += one;
+        }
         return true;
     }
 
@@ -89,9 +122,28 @@ class PieceWriter {
     }
 
   private:
+    bool fits(unsigned int bytes) const { return mDstSize == 0 || bytes <= mDstSize - mUsed; }
+
+    bool add(char const* piece, unsigned int length) {
+        if (mIsCut) {
+            return piece != nullptr;
+        }
+        unsigned int const result = copyGeneral(mDst, mDstSize, mUsed - 1, piece, 0, length, mTruncate);
+        if (result == INVALID_SIZE) {
+            return false;
+        }
+        if (!fits(boundedLength(piece, length))) {
+            mIsCut = true;
+            mLastPlain = 0;
+        }
+        mUsed = result;
+        return true;
+    }
+
     char* const mDst;
     unsigned int const mDstSize;
     int const mTruncate;
+    unsigned int mLastPlain;  // as long as no more is used, there is room for any form of the library
     unsigned int mUsed = 1;
     bool mIsCut = false;
 };
@@ -100,15 +152,17 @@ class PieceWriter {
 unsigned int convertText(PieceWriter& writer, char const* text, PairReader const& pairs) {
     while (*text != '\0') {
         unsigned int bytes = 0;
+        bool isAdded = false;
         PairAttrib const* const row = pairs.find(text, &bytes);
-        if (row == nullptr) {
-            bytes = charBytes(text);
-            if (!isCharacter(bytes)) {
+        if (row != nullptr) {
+            isAdded = writer.addForm(pairs.replacement(*row), pairs.isLibrarys());
+        } else {
+            bytes = pairs.bytesWithoutRow(text);
+            if (bytes == 0) {
                 break;
             }
+            isAdded = writer.addCharacters(text, bytes);
         }
-        bool const isAdded =
-            row != nullptr ? writer.add(pairs.replacement(*row), INVALID_SIZE) : writer.add(text, bytes);
         if (!isAdded) {
             return INVALID_SIZE;
         }

@@ -117,6 +117,54 @@ unsigned int blockSize(char const* text, unsigned int attributes) {
     return isCharacter(bytes) ? bytes : INVALID_SIZE;
 }
 
+constexpr unsigned int NUMBER_ATTRIBUTES =
+    ATTRIB_HAN_SIGNED | ATTRIB_ZEN_SIGNED | ATTRIB_HAN_HEX | ATTRIB_ZEN_HEX;
+constexpr unsigned int VOICED_ATTRIBUTES = ATTRIB_DAKU_HAN_KATA | ATTRIB_DAKU_ZEN_KATA |
+                                           ATTRIB_HANDAKU_HAN_KATA | ATTRIB_HANDAKU_ZEN_KATA |
+                                           ATTRIB_DAKU_HIRA | ATTRIB_HANDAKU_HIRA;
+constexpr unsigned int MARK_PARTS =
+    PART_HAN_DAKUTEN | PART_ZEN_DAKUTEN | PART_HAN_HANDAKUTEN | PART_ZEN_HANDAKUTEN;
+constexpr unsigned int SMALL_PARTS = PART_HAN_KATA_YOUSOKU | PART_ZEN_KATA_YOUSOKU | PART_HIRA_YOUSOKU;
+
+/// Steps over the character at `*text`, which is of kind `**kind` and of `BYTES` bytes if it is in a table,
+/// if it surely is a unit by itself: no number, and no part of it behind.
+template <unsigned int BYTES>
+bool skipLoneUnit(char const** text, CharKind const** kind, unsigned int attributes) {
+    unsigned int const candidates = (*kind)->starts & attributes;
+    unsigned int const alone = (*kind)->rows & candidates;
+    if (alone == 0 || (candidates & NUMBER_ATTRIBUTES) != 0) {
+        return false;
+    }
+    CharKind const& behind = charKind(*text + BYTES);
+    unsigned int const parts = (alone & VOICED_ATTRIBUTES) != 0 ? MARK_PARTS | SMALL_PARTS : MARK_PARTS;
+    if ((behind.parts & parts) != 0) {
+        return false;
+    }
+    *text += BYTES;
+    *kind = &behind;
+    return true;
+}
+
+/// `isStrAttribBase` of a text that is not empty.
+bool isMadeOf(char const* text, unsigned int attributes) {
+    CharKind const* kind = &charKind(text);
+    while (*text != '\0') {
+        // The length comes from a branch and not from the table, so that the processor looks at the next
+        // character before it knows all of this one.
+        bool const isAscii = static_cast<unsigned char>(*text) < ASCII_SLOTS;
+        if (isAscii ? skipLoneUnit<1>(&text, &kind, attributes) : skipLoneUnit<3>(&text, &kind, attributes)) {
+            continue;
+        }
+        unsigned int const size = blockSize(text, attributes);
+        if (size == INVALID_SIZE) {
+            return false;
+        }
+        text += size;
+        kind = &charKind(text);
+    }
+    return true;
+}
+
 }  // namespace
 
 template <typename T>
@@ -142,18 +190,9 @@ unsigned int attribBlockSize(T const* text, int attribute) {
 
 template <typename T>
 bool isStrAttribBase(T const* text, int attribute) {
-    char const* rest = text != nullptr ? text : "";
-    do {
-        unsigned int const size = blockSize(rest, static_cast<unsigned int>(attribute));
-        if (size == INVALID_SIZE) {
-            return false;
-        }
-        if (*rest == '\0') {
-            return true;
-        }
-        rest += size;
-    } while (*rest != '\0');
-    return true;
+    auto const attributes = static_cast<unsigned int>(attribute);
+    bool const isEmpty = text == nullptr || *text == '\0';
+    return isEmpty ? (attributes & ATTRIB_NUL) != 0 : isMadeOf(text, attributes);
 }
 
 template <typename T>

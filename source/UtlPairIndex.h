@@ -12,6 +12,9 @@ struct PairIndex {
     static constexpr unsigned int MAX_ROWS = 184;
     static constexpr unsigned char NO_ROW = 0xFF;
 
+    /// What a form of the library's tables has at most: two characters.
+    static constexpr unsigned int MAX_BYTES = 6;
+
     unsigned char firstRow[SLOT_COUNT];  ///< the first row of the slot's chain
     unsigned char nextRow[MAX_ROWS];  ///< the one behind a row in its chain; nothing is behind an empty form
 };

@@ -1,0 +1,270 @@
+// Kinds and forms of Japanese text, on manual pages: against ICU, and twice the bytes against once. ICU works
+// on its own UTF-16, so its figures hold nothing of a conversion.
+
+#include "UtlAttribConvert.h"
+
+#include <unicode/uscript.h>
+#include <unicode/ustring.h>
+#include <unicode/utf8.h>
+#include <unicode/utrans.h>
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "BenchRatio.h"
+#include "BenchText.h"
+#include "UtlCharAttrib.h"
+#include "UtlString.h"
+
+namespace {
+
+constexpr unsigned int BYTES = 10000;
+constexpr unsigned int HALF_BYTES = BYTES / 2;
+constexpr std::size_t SOURCE_BYTES = 4U << 20U;
+
+constexpr int ALL_KANA = utl::ATTRIB_NODAKU_HAN_KATA | utl::ATTRIB_NODAKU_ZEN_KATA |
+                         utl::ATTRIB_DAKU_HAN_KATA | utl::ATTRIB_DAKU_ZEN_KATA |
+                         utl::ATTRIB_HANDAKU_HAN_KATA | utl::ATTRIB_HANDAKU_ZEN_KATA |
+                         utl::ATTRIB_NODAKU_HIRA | utl::ATTRIB_DAKU_HIRA | utl::ATTRIB_HANDAKU_HIRA;
+constexpr int ALL = -1;
+
+// --- the texts
+
+using IsWanted = bool (*)(char const*);
+
+// The first `bytes` bytes, or a few less, of those characters of the manual pages that are wanted.
+std::string textOf(unsigned int bytes, IsWanted isWanted) {
+    static std::string const pages = utlbench::manualPages(SOURCE_BYTES);
+    std::string text;
+    for (std::size_t i = 0; text.size() < bytes && i < pages.size();) {
+        unsigned int const length = utl::t_charlen(pages.c_str() + i);
+        if (length == 0 || length == utl::INVALID_SIZE) {
+            ++i;
+            continue;
+        }
+        std::string const character = pages.substr(i, length);
+        text += isWanted(character.c_str()) ? character : "";
+        i += length;
+    }
+    text.resize(utl::getNearCharIndex(text.c_str(), bytes, 1));
+    if (text.size() + 4 < bytes) {
+        utlbench::giveUp("too little text of a kind");
+    }
+    return text;
+}
+
+bool isAnything(char const*) {
+    return true;
+}
+
+// Most of a manual page in Japanese is in other alphabets; this is its Japanese part.
+bool isJapanese(char const* character) {
+    return utl::t_charlen(character) == 3;
+}
+
+bool isKana(char const* character) {
+    return utl::isStrAttribBase(character, ALL_KANA);
+}
+
+std::string halfWidth(unsigned int bytes, IsWanted isWanted) {
+    std::string const text = textOf(bytes, isWanted);
+    std::vector<char> half(4 * text.size());
+    utl::convertAttrib(half.data(), static_cast<unsigned int>(half.size()), text.c_str(),
+                       utl::HANKAKU_ZENKAKU_PAIR, 1, 0);
+    std::string converted = half.data();
+    converted.resize(utl::getNearCharIndex(converted.c_str(), bytes, 1));
+    return converted;
+}
+
+// --- against ICU
+
+// `convertAttrib` to the right, of a text that stays.
+auto convert(std::string const& text, utl::PairAttrib const* table) {
+    return [text, table, dst = std::vector<char>(4 * text.size())]() mutable {
+        utlbench::keep(
+            utl::convertAttrib(dst.data(), static_cast<unsigned int>(dst.size()), text.c_str(), table, 0, 0));
+    };
+}
+
+std::u16string utf16Of(std::string const& text) {
+    std::u16string units(text.size(), u'\0');
+    UErrorCode error = U_ZERO_ERROR;
+    int32_t length = 0;
+    u_strFromUTF8(units.data(), static_cast<int32_t>(units.size()), &length, text.data(),
+                  static_cast<int32_t>(text.size()), &error);
+    if (U_FAILURE(error)) {
+        utlbench::giveUp("the text is no UTF-8");
+    }
+    units.resize(static_cast<std::size_t>(length));
+    return units;
+}
+
+// ICU's transliterator of this name, which works in place.
+auto transliterate(std::string const& text, char16_t const* name) {
+    UErrorCode error = U_ZERO_ERROR;
+    UTransliterator* const transliterator =
+        utrans_openU(name, -1, UTRANS_FORWARD, nullptr, 0, nullptr, &error);
+    if (U_FAILURE(error)) {
+        utlbench::giveUp("ICU lacks a transliterator");
+    }
+    return [transliterator, units = utf16Of(text), dst = std::u16string()]() mutable {
+        dst = units;
+        dst.resize(4 * units.size());
+        UErrorCode status = U_ZERO_ERROR;
+        auto length = static_cast<int32_t>(units.size());
+        int32_t limit = length;
+        utrans_transUChars(transliterator, dst.data(), &length, static_cast<int32_t>(dst.size()), 0, &limit,
+                           &status);
+        utlbench::keep(limit);
+    };
+}
+
+// Tells whether a text is in kana: a look-up of the script for each character.
+auto isInKanaByIcu(std::string const& text) {
+    return [text] {
+        auto const* const bytes = reinterpret_cast<unsigned char const*>(text.c_str());
+        auto const size = static_cast<int32_t>(text.size());
+        bool isInKana = true;
+        for (int32_t i = 0; i < size && isInKana;) {
+            UChar32 character = 0;
+            U8_NEXT(bytes, i, size, character);
+            UErrorCode error = U_ZERO_ERROR;
+            UScriptCode const script = uscript_getScript(character, &error);
+            // The marks and the punctuation of kana text belong to no script of their own.
+            isInKana = script == USCRIPT_KATAKANA || script == USCRIPT_HIRAGANA || script == USCRIPT_COMMON;
+        }
+        utlbench::keep(isInKana);
+    };
+}
+
+auto isInKana(std::string const& text) {
+    return [text] { utlbench::keep(utl::isStrAttribBase(text.c_str(), ALL_KANA)); };
+}
+
+struct Comparisons {
+    Comparisons() {
+        declare("isStrAttribBase with all kana bits, 10,000 bytes, to ICU's scripts",
+                isInKana(textOf(BYTES, isKana)), isInKanaByIcu(textOf(BYTES, isKana)), 1.0);
+        std::string const half = halfWidth(BYTES, isAnything);
+        declare("convertAttrib to full width, 10,000 bytes, to ICU's transliterator",
+                convert(half, utl::HANKAKU_ZENKAKU_PAIR), transliterate(half, u"Halfwidth-Fullwidth"), 0.2);
+        std::string const halfJapanese = halfWidth(BYTES, isJapanese);
+        declare("the same of Japanese characters alone", convert(halfJapanese, utl::HANKAKU_ZENKAKU_PAIR),
+                transliterate(halfJapanese, u"Halfwidth-Fullwidth"), 0.2);
+        std::string const pages = textOf(BYTES, isAnything);
+        declare("convertAttrib to hiragana, 10,000 bytes, to ICU's transliterator",
+                convert(pages, utl::ZENKATA_HIRAGANA_PAIR), transliterate(pages, u"Katakana-Hiragana"), 0.2);
+        std::string const japanese = textOf(BYTES, isJapanese);
+        declare("the same of Japanese characters alone", convert(japanese, utl::ZENKATA_HIRAGANA_PAIR),
+                transliterate(japanese, u"Katakana-Hiragana"), 0.2);
+    }
+
+    template <typename SUBJECT, typename BASELINE>
+    static void declare(char const* name, SUBJECT subject, BASELINE baseline, double goal) {
+        utlbench::RatioDeclaration const declaration(utlbench::THREAD_TIME, name, subject, baseline, goal);
+    }
+};
+
+Comparisons const gComparisons;
+
+// --- twice the bytes against once: two times as long, and not four times
+
+constexpr double TWICE = 2.3;
+
+struct Texts {
+    Texts(std::string const& itsText) : text(itsText), dst(8 * text.size() + 1) {}
+
+    unsigned int dstSize() const { return static_cast<unsigned int>(dst.size()); }
+
+    std::string text;
+    std::vector<char> dst;
+};
+
+template <typename CALL>
+auto on(std::string const& text, CALL call) {
+    return [texts = Texts(text), call]() mutable { utlbench::keep(call(texts)); };
+}
+
+template <typename MAKE, typename CALL>
+utlbench::RatioDeclaration doubled(char const* name, MAKE make, CALL call) {
+    return {utlbench::THREAD_TIME, name, on(make(BYTES), call), on(make(HALF_BYTES), call), TWICE};
+}
+
+std::string anyText(unsigned int bytes) {
+    return textOf(bytes, isAnything);
+}
+
+std::string kanaText(unsigned int bytes) {
+    return textOf(bytes, isKana);
+}
+
+std::string zeros(unsigned int bytes) {
+    return std::string(bytes, '0');
+}
+
+// Goes from character to character, and adds up what `look` says of each place.
+template <typename LOOK>
+unsigned int walk(std::string const& text, LOOK look) {
+    unsigned int sum = 0;
+    for (unsigned int i = 0; text[i] != '\0'; i += utl::t_charlen(text.c_str() + i)) {
+        sum += look(text.c_str() + i);
+    }
+    return sum;
+}
+
+auto convertTo(utl::PairAttrib const* table, int direction) {
+    return [table, direction](Texts& t) {
+        return utl::convertAttrib(t.dst.data(), t.dstSize(), t.text.c_str(), table, direction, 0);
+    };
+}
+
+utlbench::RatioDeclaration const DOUBLED[] = {
+    doubled("findCodeTable from character to character, twice the bytes to once", anyText,
+            [](Texts& t) {
+                return walk(t.text, [](char const* place) {
+                    unsigned int position = 0;
+                    return utl::findCodeTable(place, utl::NODAKU_HIRA_TBL, &position) != nullptr ? 1U : 0U;
+                });
+            }),
+    doubled("attribBlockSize from character to character, twice the bytes to once", anyText,
+            [](Texts& t) {
+                return walk(t.text, [](char const* place) { return utl::attribBlockSize(place, ALL); });
+            }),
+    doubled("isCharAttribBase from character to character, twice the bytes to once", anyText,
+            [](Texts& t) {
+                return walk(t.text, [](char const* place) {
+                    return utl::isCharAttribBase(place, utl::ATTRIB_HAN_DIGIT) ? 1U : 0U;
+                });
+            }),
+    doubled("isStrAttribBase of kana, twice the bytes to once", kanaText,
+            [](Texts& t) { return utl::isStrAttribBase(t.text.c_str(), ALL_KANA); }),
+    doubled("isStrAttribBase of anything, twice the bytes to once", anyText,
+            [](Texts& t) { return utl::isStrAttribBase(t.text.c_str(), ALL); }),
+    doubled("isStrAttribBase of digits or other characters, twice the bytes to once", zeros,
+            [](Texts& t) {
+                return utl::isStrAttribBase(t.text.c_str(), utl::ATTRIB_HAN_DIGIT | utl::ATTRIB_OTHER);
+            }),
+    doubled("convertAttrib to upper case, twice the bytes to once", anyText,
+            convertTo(utl::LOWER_UPPER_PAIR, 0)),
+    doubled("convertAttrib to full width, twice the bytes to once", anyText,
+            convertTo(utl::HANKAKU_ZENKAKU_PAIR, 0)),
+    doubled("convertAttrib to half width, twice the bytes to once", anyText,
+            convertTo(utl::HANKAKU_ZENKAKU_PAIR, 1)),
+    doubled("convertAttrib to hiragana, twice the bytes to once", anyText,
+            convertTo(utl::ZENKATA_HIRAGANA_PAIR, 0)),
+    doubled("convertAttrib to unvoiced kana, twice the bytes to once", kanaText,
+            convertTo(utl::NODAKUON_DAKUON_PAIR, 1)),
+    doubled("convertCharSet, twice the bytes to once", anyText,
+            [](Texts& t) { return utl::convertCharSet(t.dst.data(), t.dstSize(), t.text.c_str()); }),
+    doubled(
+        "compareStrNoCase, twice the bytes to once", anyText,
+        [](Texts& t) { return utl::compareStrNoCase(t.text.c_str(), t.text.c_str(), utl::INVALID_SIZE); }),
+    doubled("strToInt, twice the bytes to once", zeros,
+            [](Texts& t) {
+                unsigned short value = 0;
+                return utl::strToInt(&value, t.text.c_str(), 10);
+            }),
+};
+
+}  // namespace
