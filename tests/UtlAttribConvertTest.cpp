@@ -289,6 +289,16 @@ TEST(ConvertAttrib, WaitsForTheScratchBuffer) {
     EXPECT_TRUE(waitsForScratch([] { converted("a", utl::LOWER_UPPER_PAIR, TO_RIGHT); }));
 }
 
+TEST(ConvertAttrib, MakesTheTextThatTheGuideShows) {
+    char dst[64];
+    unsigned int const used = utl::convertAttrib(dst, sizeof(dst), "ｶﾞﾗｽ", utl::HANKATA_HIRAGANA_PAIR, 0, 1);
+    int const hiragana = utl::ATTRIB_NODAKU_HIRA | utl::ATTRIB_DAKU_HIRA | utl::ATTRIB_HANDAKU_HIRA;
+    bool const isHiragana = utl::isStrAttribBase(dst, hiragana);
+    EXPECT_EQ(used, 10U);
+    EXPECT_TRUE(isHiragana);
+    EXPECT_STREQ(dst, "がらす");
+}
+
 // --- convertCharSet
 
 TEST(ConvertCharSet, CopiesWholeTextsAlone) {
