@@ -455,35 +455,93 @@ TEST_F(MsgDrivenSharedThreadOdd, AttachingAgainstAFullControlQueue_FailsWithItsL
               1U);
 }
 
-TEST_F(MsgDrivenSharedThreadOdd, AHandlersAddressedPost_IsNotHeldUpByAnOutsidersThatWaitsBehindATimerCall) {
-    OddSharedThread thread;
-    Collector one;
+TEST_F(MsgDrivenSharedThreadOdd, AHandlerIsHeldUpByNobody_WhileOutsidersWaitInEveryCall) {
+    OddSharedThread thread(16, 64, 4, "shared", 16);
+    Collector outside;
+    Collector inside;
     Gate entered;
     Gate go;
-    std::atomic<int> posted{-1};
+    std::atomic<int> timer{-1};
+    std::atomic<bool> done{false};
     Worker handler([&] {
+        timer = thread.setTimer(&inside, LONG, 0, 0, 1);
         entered.open();
         go.wait();
-        posted = thread.postMsg(&one, 6);
+        EXPECT_EQ(thread.start(), -1);
+        EXPECT_EQ(thread.stop(1, 0), -1);
+        EXPECT_EQ(thread.attachMsgListener(&inside), 1);
+        thread.detachMsgListener(&inside);
+        EXPECT_EQ(thread.postMsg(&inside, 6), 1);
+        EXPECT_EQ(thread.postMsg(6), 1);
+        EXPECT_TRUE(thread.hasMsg(6));
+        EXPECT_TRUE(thread.hasMsg(&inside, 6));
+        EXPECT_TRUE(thread.eraseMsg(&inside, 6));
+        EXPECT_EQ(thread.sendMsgSync(&inside, 6), 0);
+        EXPECT_EQ(thread.sendMsgInterrupt(&inside, 6), 0);
+        int const another = thread.setTimer(&inside, LONG, 0, 0, 1);
+        EXPECT_GT(another, 0);
+        EXPECT_TRUE(thread.killTimer(another));
+        EXPECT_EQ(thread.abortMsg(&inside), 1);
+        done = true;
     });
     ASSERT_EQ(thread.start(), 0);
     EXPECT_EQ(thread.postMsg(&handler, 1), 1);
     ASSERT_TRUE(entered.wait());
-    unsigned int const before = hooks::write.calls();
-    JoinedThread setter([&] { EXPECT_GT(thread.setTimer(&one, LONG, 0, 0, 1), 0); });
-    waitForTokens(before + 1);  // the timer call waits for the loop
-    std::atomic<int> id{0};
-    JoinedThread poster([&] {
-        id = kernelId();
-        EXPECT_EQ(thread.postMsg(&one, 5), 1);
-    });
-    waitUntilAsleep(id);
+    std::vector<std::function<void()>> const calls = {
+        [&] { EXPECT_EQ(thread.sendMsgSync(&outside, 7), 1); },
+        [&] { EXPECT_EQ(thread.sendMsgInterrupt(&outside, 8), 1); },
+        [&] { EXPECT_EQ(thread.attachMsgListener(&outside), 1); },
+        [&] { thread.hasMsg(&outside, 7); },
+        [&] { EXPECT_TRUE(thread.eraseMsg(&outside, 9)); },
+        [&] { EXPECT_GT(thread.setTimer(&outside, LONG, 0, 0, 1), 0); },
+        [&] { EXPECT_EQ(thread.postMsg(&outside, 10), 1); },
+        [&] { thread.killTimer(timer, 0); },
+    };
+    std::vector<std::unique_ptr<std::atomic<int>>> ids;
+    std::vector<std::unique_ptr<JoinedThread>> outsiders;
+    for (auto const& call : calls) {
+        ids.push_back(std::make_unique<std::atomic<int>>(0));
+        std::atomic<int>& id = *ids.back();
+        outsiders.push_back(std::make_unique<JoinedThread>([&call, &id] {
+            id = kernelId();
+            call();
+        }));
+        waitUntilAsleep(id);
+    }
     go.open();
-    setter.join();
-    poster.join();
+    outsiders.clear();
+    EXPECT_TRUE(done);
     settle(thread);
-    EXPECT_EQ(posted, 1);
-    EXPECT_EQ(one.ids().size(), 2U);
+    std::vector<int> received = outside.ids();
+    std::sort(received.begin(), received.end());
+    received.erase(std::remove(received.begin(), received.end(), 6), received.end());  // the broadcast
+    EXPECT_EQ(received, (std::vector<int>{7, 8, 10}));
+}
+
+TEST_F(MsgDrivenSharedThreadOdd, AListenerThatWasDetachedAndAborted_CanBeDeletedWhateverWasOnItsWay) {
+    OddSharedThread thread(8, 64, 8, "shared", 12);
+    ASSERT_EQ(thread.start(), 0);
+    auto const play = [&] {
+        for (int i = 0; i < 40; ++i) {
+            auto const listener = std::make_unique<Collector>();
+            EXPECT_EQ(thread.attachMsgListener(listener.get()), 1);
+            EXPECT_GT(thread.setTimer(listener.get(), 1, i % 2, 0, i / 2 % 2), 0);
+            EXPECT_GT(thread.setTimer(listener.get(), 1, 0, 1, 1), 0);
+            EXPECT_EQ(thread.postMsg(listener.get(), 5), 1);
+            EXPECT_EQ(thread.postMsg(6), 1);
+            EXPECT_EQ(thread.postMsg(listener.get(), 7), 1);
+            thread.detachMsgListener(listener.get());
+            thread.abortMsg(listener.get());  // 0 where its second timer has ended meanwhile
+        }
+    };
+    {
+        JoinedThread one(play);
+        JoinedThread two(play);
+        JoinedThread three(play);
+    }
+    EXPECT_EQ(thread.remTimerIdCount(), 12U);
+    EXPECT_EQ(hooks::timerCreate.calls(), hooks::timerDelete.calls());
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST_F(MsgDrivenSharedThreadOdd, ListenersThatComeAndGoAmongBroadcasts_MissNoneWhileTheyAreAttached) {

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -211,6 +212,28 @@ class NotingJudgement : public utl::MsgDrivenThread::MsgJudgementInterface {
 };
 
 // ---- questions
+
+TEST_F(MsgDrivenThreadOdd, EraseMsg_BehindAFrameThatLostItsEntry_FailsWithTheLine) {
+    Stage stage;
+    stage.start();
+    stage.onThread([&] {
+        stage.thread.postMsg(NumberMsg(5, 55));
+        stage.thread.postMsg(NumberMsg(6, 66));
+        EXPECT_TRUE(stage.thread.earseMsgQueue(0, 0, 0));
+        EXPECT_FALSE(stage.thread.eraseMsg(6));
+        EXPECT_FALSE(stage.thread.eraseMsg(7));
+    });
+    ASSERT_TRUE(stage.collector.waitFor(2));
+    EXPECT_EQ(stage.delivered(), (Delivered{{6, 66}}));
+    EXPECT_EQ(countLike(error("MsgDrivenThread::executeEraseMsg(): Data Queue is different from Ctl Queue . "
+                              "Line="),
+                        " MsgId(Ctl)=6 MsgId(Data)=5 "),
+              2U);
+    EXPECT_EQ(log.count(error("!!!!!!!! MsgDrivenThread(road) MismatchedMsg... DataQueueMsgId:0x00000005 "
+                              "CtlMsgId:0x00000006 Erased Data !!!!!!!!")),
+              1U);
+    EXPECT_EQ(log.lines().size(), 3U);
+}
 
 TEST_F(MsgDrivenThreadOdd, EraseMsg_BehindTheFrameOfARefusedSynchronousMessage_ErasesItsOwn) {
     Stage stage(64, 2);
@@ -919,30 +942,45 @@ TEST_F(MsgDrivenThreadOdd, SynchronousSendersAndAnEraser_AgreeOnWhatWasDelivered
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(MsgDrivenThreadOdd, TimersSetAndKilledFromManyThreads_LeaveNoneBehind) {
-    Stage stage(64, 64, 3);
-    stage.start();
+TEST_F(MsgDrivenThreadOdd, TimersSetKilledErasedAndFiredAtOnce_LeaveExactlyOnceEach) {
+    Collector collector;
+    OddThread thread(8, 64, "road", 3);
+    ASSERT_EQ(thread.start(&collector), 0);
+    std::mutex mutex;
+    std::vector<int> made;
+    std::atomic<int> players{3};
     auto const play = [&] {
         for (int i = 0; i < 60; ++i) {
-            int const timer = stage.thread.setTimer(i % 3 == 0 ? 1 : LONG, i % 2, 0, i % 2);
+            int const timer = thread.setTimer(1, i % 2, static_cast<unsigned int>(1 + i % 3), i / 2 % 2);
             if (timer > 0) {
-                EXPECT_TRUE(stage.thread.killTimer(timer, i % 4 == 0 ? 1 : 0));
-                EXPECT_FALSE(stage.thread.killTimer(timer));
+                std::lock_guard<std::mutex> const guard(mutex);
+                made.push_back(timer);
+            }
+            if (timer > 0 && i % 3 == 0) {
+                thread.killTimer(timer, i % 5 == 0 ? 1 : 0);
+                EXPECT_FALSE(thread.killTimer(timer));
             }
         }
+        --players;
     };
     {
         JoinedThread one(play);
         JoinedThread two(play);
         JoinedThread three(play);
-        JoinedThread asker([&] {
-            for (int i = 0; i < 60; ++i) {
-                EXPECT_TRUE(stage.thread.eraseMsg(utl::MSG_ID_TIMER));
+        JoinedThread eraser([&] {
+            while (players > 0) {
+                EXPECT_TRUE(thread.eraseMsg(utl::MSG_ID_TIMER));
+                EXPECT_LE(thread.remTimerIdCount(), 3U);
             }
         });
     }
-    stage.settle();
-    EXPECT_EQ(stage.thread.remTimerIdCount(), 3U);
+    thread.finish();
+    std::vector<int> gone = thread.erasedTimers();
+    std::sort(gone.begin(), gone.end());
+    std::sort(made.begin(), made.end());
+    EXPECT_FALSE(made.empty());
+    EXPECT_EQ(gone, made);
+    EXPECT_EQ(thread.remTimerIdCount(), 3U);
     EXPECT_EQ(hooks::timerCreate.calls(), hooks::timerDelete.calls());
     EXPECT_TRUE(log.lines().empty());
 }
