@@ -17,7 +17,7 @@ struct EntryFilter {
 /// Appends the paths of entries to an empty `result`, in the order in which the system gives them; stops at
 /// `maximum` unless that is 0. Gives their number, -1 if the folder cannot be opened or `result` cannot take
 /// one more.
-int listFolder(char const* folder, EntryFilter const& filter, unsigned int maximum,
+int listFolder(char const* path, EntryFilter const& filter, unsigned int maximum,
                Array<BasicString<char>>* result);
 
 /// Calls `visit(path)` for each entry of a folder until it gives false. False if it did or if the folder
