@@ -142,31 +142,31 @@ auto isInKana(std::string const& text) {
     return [text] { utlbench::keep(utl::isStrAttribBase(text.c_str(), ALL_KANA)); };
 }
 
-struct Comparisons {
-    Comparisons() {
-        declare("isStrAttribBase with all kana bits, 10,000 bytes, to ICU's scripts",
-                isInKana(textOf(BYTES, isKana)), isInKanaByIcu(textOf(BYTES, isKana)), 1.0);
-        std::string const half = halfWidth(BYTES, isAnything);
-        declare("convertAttrib to full width, 10,000 bytes, to ICU's transliterator",
-                convert(half, utl::HANKAKU_ZENKAKU_PAIR), transliterate(half, u"Halfwidth-Fullwidth"), 0.2);
-        std::string const halfJapanese = halfWidth(BYTES, isJapanese);
-        declare("the same of Japanese characters alone", convert(halfJapanese, utl::HANKAKU_ZENKAKU_PAIR),
-                transliterate(halfJapanese, u"Halfwidth-Fullwidth"), 0.2);
-        std::string const pages = textOf(BYTES, isAnything);
-        declare("convertAttrib to hiragana, 10,000 bytes, to ICU's transliterator",
-                convert(pages, utl::ZENKATA_HIRAGANA_PAIR), transliterate(pages, u"Katakana-Hiragana"), 0.2);
-        std::string const japanese = textOf(BYTES, isJapanese);
-        declare("the same of Japanese characters alone", convert(japanese, utl::ZENKATA_HIRAGANA_PAIR),
-                transliterate(japanese, u"Katakana-Hiragana"), 0.2);
-    }
+template <typename SUBJECT, typename BASELINE>
+utlbench::RatioDeclaration compared(char const* name, SUBJECT subject, BASELINE baseline, double goal) {
+    return {utlbench::THREAD_TIME, name, subject, baseline, goal};
+}
 
-    template <typename SUBJECT, typename BASELINE>
-    static void declare(char const* name, SUBJECT subject, BASELINE baseline, double goal) {
-        utlbench::RatioDeclaration const declaration(utlbench::THREAD_TIME, name, subject, baseline, goal);
-    }
+utlbench::RatioDeclaration toFullWidth(char const* name, IsWanted isWanted) {
+    std::string const text = halfWidth(BYTES, isWanted);
+    return compared(name, convert(text, utl::HANKAKU_ZENKAKU_PAIR),
+                    transliterate(text, u"Halfwidth-Fullwidth"), 0.2);
+}
+
+utlbench::RatioDeclaration toHiragana(char const* name, IsWanted isWanted) {
+    std::string const text = textOf(BYTES, isWanted);
+    return compared(name, convert(text, utl::ZENKATA_HIRAGANA_PAIR),
+                    transliterate(text, u"Katakana-Hiragana"), 0.2);
+}
+
+utlbench::RatioDeclaration const COMPARED[] = {
+    compared("isStrAttribBase with all kana bits, 10,000 bytes, to ICU's scripts",
+             isInKana(textOf(BYTES, isKana)), isInKanaByIcu(textOf(BYTES, isKana)), 1.0),
+    toFullWidth("convertAttrib to full width, 10,000 bytes, to ICU's transliterator", isAnything),
+    toFullWidth("convertAttrib to full width of Japanese characters alone, the same", isJapanese),
+    toHiragana("convertAttrib to hiragana, 10,000 bytes, to ICU's transliterator", isAnything),
+    toHiragana("convertAttrib to hiragana of Japanese characters alone, the same", isJapanese),
 };
-
-Comparisons const gComparisons;
 
 // --- twice the bytes against once: two times as long, and not four times
 

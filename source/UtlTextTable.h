@@ -101,33 +101,29 @@ union LastingRows {
     ~LastingRows() {}
 };
 
-/// The table of these texts as UTF-8 and as wide text, one `ROW` for each of the `INDICES`. The tables are
-/// aggregates, since g++ would let code fill an array that a constructor has to initialise.
+/// A table as it is given to users.
+template <typename ROW, std::size_t COUNT>
+using TableOf = ROW const (&)[COUNT + 1];
+
+/// The tables of these texts as UTF-8 and as wide text, one `ROW` for each of the `INDICES`; only the one
+/// that is used comes into being. They are aggregates, since g++ would let code fill an array that a
+/// constructor has to initialise.
 template <typename ROW, auto const& NARROW, auto const& WIDE,
           typename INDICES = std::make_index_sequence<NARROW.ROWS>>
-struct OneFormTable;
+struct RowTable;
 
 template <typename ROW, auto const& NARROW, auto const& WIDE, std::size_t... I>
-struct OneFormTable<ROW, NARROW, WIDE, std::index_sequence<I...>> {
-    static LastingRows<ROW, NARROW.ROWS> const theTable;
+struct RowTable<ROW, NARROW, WIDE, std::index_sequence<I...>> {
+    static LastingRows<ROW, NARROW.ROWS> const OF_ONE_FORM;
+    static LastingRows<ROW, NARROW.ROWS> const OF_TWO_FORMS;
 };
 
 template <typename ROW, auto const& NARROW, auto const& WIDE, std::size_t... I>
-LastingRows<ROW, NARROW.ROWS> const OneFormTable<ROW, NARROW, WIDE, std::index_sequence<I...>>::theTable = {
+LastingRows<ROW, NARROW.ROWS> const RowTable<ROW, NARROW, WIDE, std::index_sequence<I...>>::OF_ONE_FORM = {
     {ROW(NARROW.first[I], WIDE.first[I])..., ROW()}};
 
-/// The same of rows with two forms.
-template <typename ROW, auto const& NARROW, auto const& WIDE,
-          typename INDICES = std::make_index_sequence<NARROW.ROWS>>
-struct TwoFormTable;
-
 template <typename ROW, auto const& NARROW, auto const& WIDE, std::size_t... I>
-struct TwoFormTable<ROW, NARROW, WIDE, std::index_sequence<I...>> {
-    static LastingRows<ROW, NARROW.ROWS> const theTable;
-};
-
-template <typename ROW, auto const& NARROW, auto const& WIDE, std::size_t... I>
-LastingRows<ROW, NARROW.ROWS> const TwoFormTable<ROW, NARROW, WIDE, std::index_sequence<I...>>::theTable = {
+LastingRows<ROW, NARROW.ROWS> const RowTable<ROW, NARROW, WIDE, std::index_sequence<I...>>::OF_TWO_FORMS = {
     {ROW(NARROW.first[I], WIDE.first[I], NARROW.second[I], WIDE.second[I])..., ROW()}};
 
 }  // namespace utl
