@@ -10,46 +10,24 @@
 #include <string>
 #include <vector>
 
+#include "BenchFiles.h"
 #include "BenchRatio.h"
 #include "UtlFile.h"
-#include "UtlThreadManager.h"
-#include "UtlThreadWatchdog.h"
 
 // Files against the system calls that they are told to make, and listings against the plain loop.
 
 namespace {
 
 using utl::File;
+using utlbench::BenchFolder;
+using utlbench::change;
+using utlbench::look;
+using utlbench::reported;
 using Paths = utl::Array<utl::BasicString<char>, utl::BasicString<char> const&>;
 
 constexpr unsigned int FILES = 500;
 constexpr unsigned int CONTENT_SIZE = 4096;
 constexpr char CONTENT[CONTENT_SIZE] = {};
-
-// A folder for the length of the process, in memory where the machine has that, so that the device does not
-// hide what the library adds. It is there before a file is opened: nothing on the way to it is ever widened.
-class BenchFolder {
-  public:
-    BenchFolder() {
-        std::string const place = access("/dev/shm", W_OK | X_OK) == 0 ? "/dev/shm" : "/tmp";
-        mPath = place + "/utl-bench-XXXXXX";
-        if (mkdtemp(mPath.data()) == nullptr) {
-            std::abort();
-        }
-    }
-    ~BenchFolder() { std::filesystem::remove_all(mPath); }
-    BenchFolder(BenchFolder const&) = delete;
-    BenchFolder& operator=(BenchFolder const&) = delete;
-
-    // A new folder in it.
-    std::string make(std::string const& name) const {
-        std::filesystem::create_directory(mPath + "/" + name);
-        return mPath + "/" + name;
-    }
-
-  private:
-    std::string mPath;
-};
 
 BenchFolder const PLACE;
 std::string const FOLDER = PLACE.make("files");
@@ -75,23 +53,6 @@ void writeFiles() {
         File file(path.c_str(), 1);
         utlbench::keep(file.open(0, 1) + file.write(CONTENT, CONTENT_SIZE) + file.close());
     }
-}
-
-// Each system call of an opening, a writing and a closing stands in front of and behind a sign of life.
-template <typename CALL>
-auto reported(CALL call) {
-    utl::ThreadManager::get()->keepAliveWatchdog(utl::StatementInfo("f", "f", 1, 1));
-    auto const result = call();
-    utl::ThreadManager::get()->keepAliveWatchdog(utl::StatementInfo("f", "f", 1, 2));
-    return result;
-}
-
-bool look(char const* path, struct stat* status) {
-    return reported([=] { return stat(path, status); }) == 0;
-}
-
-bool change(char const* path, mode_t mode) {
-    return reported([=] { return chmod(path, mode); }) == 0;
 }
 
 void writeBareFile(char const* path) {

@@ -6,12 +6,14 @@
 #include <memory>
 #include <new>
 
-#include "UtlKeepAlive.h"
 #include "UtlLog.h"
+#include "UtlWatchedGuard.h"
 
 namespace utl {
 
 namespace {
+
+constexpr char SOURCE[] = "source/UtlMemoryPool";
 
 constexpr unsigned int BITS = 32;
 constexpr unsigned int LEVELS_MAX = 7;  // 32 bits at each: enough for any count
@@ -77,27 +79,13 @@ class FreeTree {
     unsigned int mLevelCount;
 };
 
-// What `new` throws itself where a size cannot be had at all.
-size_t allocatable(unsigned long long count) {
-    if (count > PTRDIFF_MAX) {
+// What `new` throws itself where a size cannot be had at all; before anything is allocated and zeroed.
+size_t allocatable(unsigned long long bytes) {
+    if (bytes > PTRDIFF_MAX) {
         throw std::bad_alloc();
     }
-    return static_cast<size_t>(count);
+    return static_cast<size_t>(bytes);
 }
-
-// Takes the pool's lock; a thread that waits for it shows in the watchdog's report.
-class [[nodiscard]] PoolGuard {
-  public:
-    PoolGuard(SyncObject const& lock, char const* function, unsigned int line) : mLock(lock) {
-        keepAliveAround("source/UtlMemoryPool", function, line, [&lock] { return lock.lock(); });
-    }
-    ~PoolGuard() { mLock.unlock(); }
-    PoolGuard(PoolGuard const&) = delete;
-    PoolGuard& operator=(PoolGuard const&) = delete;
-
-  private:
-    SyncObject const& mLock;
-};
 
 }  // namespace
 
@@ -112,7 +100,9 @@ MemoryPool::MemoryPool(unsigned int blockSize, unsigned int blockCount, char con
         logError("utl::MemoryPool::MemoryPool(): Memory size is 0!! (%s)");
         return;
     }
-    size_t const flagCount = allocatable(blockCount + FreeTree::wordCount(blockCount));
+    size_t const flagCount =
+        allocatable(sizeof(unsigned int) * (blockCount + FreeTree::wordCount(blockCount))) /
+        sizeof(unsigned int);
     size_t const bytes = allocatable(1ULL * blockSize * blockCount);
     std::unique_ptr<unsigned char[]> memory(new unsigned char[bytes]());
     mActive = new unsigned int[flagCount]();
@@ -141,7 +131,7 @@ void* MemoryPool::create() {
     if (mBlockSize == 0) {
         return nullptr;
     }
-    PoolGuard const guard(mSyncObject, "create", 76);
+    WatchedGuard const guard(mSyncObject, SOURCE, "create", 76);
     FreeTree free(mActive + mBlockCount, mBlockCount);
     if (free.isEmpty()) {
         return nullptr;
@@ -157,7 +147,7 @@ void MemoryPool::release(void* block) {
     if (block == nullptr || mBlockSize == 0 || !isBlock(block, &index)) {
         return;
     }
-    PoolGuard const guard(mSyncObject, "release", 138);
+    WatchedGuard const guard(mSyncObject, SOURCE, "release", 138);
     if (mActive[index] != 1) {
         logError("utl::MemoryPool::release(): Memory is not active!! (%s)");
         return;

@@ -13,6 +13,7 @@
 #include "UtlMemoryPool.h"
 #include "UtlMsgDrivenSharedThread.h"
 #include "UtlMsgDrivenThread.h"
+#include "UtlRiffFile.h"
 #include "UtlRingArray.h"
 #include "UtlSharedTimer.h"
 #include "UtlSmartPointer.h"
@@ -25,6 +26,7 @@
 #include "UtlTimeCounter.h"
 #include "UtlTimepiece.h"
 #include "UtlTimer.h"
+#include "UtlWaveFile.h"
 #include "UtlWorkingBuffer.h"
 
 namespace {
@@ -99,6 +101,17 @@ static_assert(hasTargetSize<utl::MsgDrivenThread>(
 static_assert(hasTargetSize<utl::File>(4 + sizeof(utl::BasicString<char>) +
                                        sizeof(utl::SmartHandle<utl::DestructCloseFile>) + 4));
 static_assert(hasTargetSize<utl::File::AutoClose>(8));
+
+static_assert(hasTargetSize<utl::SubChunkInfo>(4 + sizeof(utl::BasicString<char>) + 4));
+static_assert(hasTargetSize<utl::SubChunk>(4 + 4 + 8 + 4 + 8 + 4 + sizeof(utl::SyncObject)));
+static_assert(hasTargetSize<utl::SubChunk::AutoClose>(8));
+static_assert(hasTargetSize<utl::RiffFile>(4 + 4 + sizeof(utl::Array<utl::SubChunkInfo>) +
+                                           sizeof(utl::SubChunk) + 4 +
+                                           sizeof(utl::Map<int, unsigned long long>) + 8 + 8 + 4 +
+                                           sizeof(utl::SyncObject)));
+static_assert(hasTargetSize<utl::RiffFile::AutoClose>(8));
+static_assert(hasTargetSize<utl::WaveFile>(4 + 4 + 2 * 4 + 4 + 3 * 2 + 2 + sizeof(utl::SyncObject)));
+static_assert(hasTargetSize<utl::WaveFile::AutoClose>(8));
 
 static_assert(hasTargetSize<utl::MemoryPool>(4 + sizeof(utl::BasicString<char>) + 4 * 4 +
                                              sizeof(utl::SyncObject)));

@@ -1,0 +1,38 @@
+#pragma once
+
+namespace utl {
+
+class File;
+
+/// Ids and the form type take 4 bytes in the file, filled up with blanks; as texts they have a terminator and
+/// no blanks at their end.
+constexpr unsigned int RIFF_ID_BYTES = 4;
+using RiffIdText = char[RIFF_ID_BYTES + 1];
+
+/// Bytes of a size in the file, low byte first.
+constexpr unsigned int RIFF_SIZE_BYTES = 4;
+
+/// Bytes in front of the data of a sub-chunk: its id and the size of its data.
+constexpr unsigned int RIFF_HEADER_BYTES = RIFF_ID_BYTES + RIFF_SIZE_BYTES;
+
+/// Makes `padded` the form that `text` has in files. False for more than 4 bytes.
+bool padRiffId(RiffIdText& padded, char const* text);
+
+/// Makes `text` the copy of `id` without blanks at its end. Text that is no UTF-8 makes it empty and gives
+/// false.
+bool trimRiffId(RiffIdText& text, char const* id);
+
+/// Makes `text` of the bytes as they came from a file, blanks included. False if they cannot be the beginning
+/// of a text.
+bool decodeRiffId(RiffIdText& text, char const* bytes);
+
+/// Writes a size at the file's position.
+bool writeRiffSize(File* file, unsigned int size);
+
+/// Reads exactly `length` bytes. Gives 0; -3 at the end of the file, and -1 for everything else.
+int readRiffBytes(File* file, void* bytes, unsigned int length);
+
+/// Reads a size at the file's position, with the results of `readRiffBytes`.
+int readRiffSize(File* file, unsigned int* size);
+
+}  // namespace utl

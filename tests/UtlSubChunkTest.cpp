@@ -1,0 +1,534 @@
+#include "UtlSubChunk.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "TestFolder.h"
+#include "TestHooks.h"
+#include "TestLayout.h"
+#include "TestLog.h"
+#include "TestRiff.h"
+#include "UtlFile.h"
+
+namespace {
+
+using utl::File;
+using utl::INVALID_SIZE;
+using utl::SubChunk;
+using utl::SubChunkInfo;
+using utltest::contentOf;
+using utltest::HookScope;
+using utltest::littleEndian;
+using utltest::LogCapture;
+using utltest::putFile;
+using utltest::riff;
+using utltest::subChunk;
+namespace hooks = utltest::hooks;
+
+constexpr int READ = 0;
+constexpr int READ_WRITE = 2;
+constexpr unsigned long long FIRST = 12;            // header of "abcd" in the file below
+constexpr unsigned long long SECOND = 12 + 8 + 10;  // header of "ef"
+
+std::string const CONTENT = riff("TEST", subChunk("abcd", "0123456789") + subChunk("ef  ", "ABC"));
+
+class SubChunkInAFile : public utltest::InFolder {
+  protected:
+    SubChunkInAFile() { putFile("f", CONTENT); }
+
+    void openFile(int access = READ_WRITE) { ASSERT_EQ(mFile.open(0, access), 1); }
+    void openAt(unsigned long long position, int mode = 0, int access = READ_WRITE) {
+        openFile(access);
+        ASSERT_EQ(mSubChunk.open(&mFile, position, mode), 1);
+    }
+
+    std::string readText(unsigned int length) {
+        std::string text(length, '?');
+        int const count = mSubChunk.read(text.data(), length);
+        return count < 0 ? std::to_string(count) : text.substr(0, static_cast<size_t>(count));
+    }
+
+    File mFile{"f", 1};
+    SubChunk mSubChunk;
+};
+
+TEST(SubChunkInfo, IsEmptyByDefault) {
+    SubChunkInfo const info;
+    EXPECT_EQ(info.mId, 0U);
+    EXPECT_STREQ(info.mName.buffer(), "");
+    EXPECT_EQ(info.mDataSize, 0U);
+}
+
+TEST(SubChunkInfo, HoldsWhatItIsGiven) {
+    SubChunkInfo const info(7, "fmt", 16);
+    EXPECT_EQ(info.mId, 7U);
+    EXPECT_STREQ(info.mName.buffer(), "fmt");
+    EXPECT_EQ(info.mDataSize, 16U);
+    EXPECT_STREQ(SubChunkInfo(7, nullptr, 16).mName.buffer(), "");
+}
+
+TEST(SubChunkInfo, IsCopiedMemberByMember) {
+    SubChunkInfo const info(7, "a longer name", 16);
+    SubChunkInfo copy;
+    copy = info;
+    SubChunkInfo const another(info);
+    for (SubChunkInfo const* const each : {static_cast<SubChunkInfo const*>(&copy), &another}) {
+        EXPECT_EQ(each->mId, 7U);
+        EXPECT_STREQ(each->mName.buffer(), "a longer name");
+        EXPECT_NE(each->mName.buffer(), info.mName.buffer());
+        EXPECT_EQ(each->mDataSize, 16U);
+    }
+}
+
+TEST_F(SubChunkInAFile, IsClosedAtFirst) {
+    EXPECT_EQ(mSubChunk.isOpened(), 0);
+    EXPECT_EQ(mSubChunk.getSubChunkId(), nullptr);
+    EXPECT_EQ(mSubChunk.getDataSize(), INVALID_SIZE);
+    EXPECT_EQ(mSubChunk.position(), -1);
+    EXPECT_EQ(mSubChunk.seek(0, 0), -1);
+    EXPECT_EQ(readText(1), "-1");
+    EXPECT_EQ(mSubChunk.write("x", 1), -1);
+    EXPECT_EQ(mSubChunk.close(), 1);
+}
+
+TEST_F(SubChunkInAFile, ReadHeader_GivesIdAndSize_AndLeavesThePosition) {
+    openFile(READ);
+    mFile.seek(5, 0);
+    char id[5] = "????";
+    unsigned int size = 0;
+    EXPECT_EQ(SubChunk::readHeader(&mFile, FIRST, id, sizeof(id), &size), 0);
+    EXPECT_STREQ(id, "abcd");
+    EXPECT_EQ(size, 10U);
+    EXPECT_EQ(SubChunk::readHeader(&mFile, SECOND, id, sizeof(id), &size), 0);
+    EXPECT_STREQ(id, "ef");
+    EXPECT_EQ(size, 3U);
+    EXPECT_EQ(mFile.position(), 5);
+}
+
+TEST_F(SubChunkInAFile, ReadHeader_WantsNeitherIdNorSize) {
+    openFile(READ);
+    EXPECT_EQ(SubChunk::readHeader(&mFile, FIRST, nullptr, 0, nullptr), 0);
+}
+
+TEST_F(SubChunkInAFile, ReadHeader_IntoLessThan5Bytes_FailsWithNothingWritten) {
+    openFile(READ);
+    char id[4] = {'?', '?', '?', '?'};
+    unsigned int size = 77;
+    EXPECT_EQ(SubChunk::readHeader(&mFile, FIRST, id, sizeof(id), &size), -1);
+    EXPECT_EQ(std::string(id, 4), "????");
+    EXPECT_EQ(size, 77U);
+}
+
+TEST_F(SubChunkInAFile, ReadHeader_AtTheEndOfTheFile_GivesMinusThree) {
+    openFile(READ);
+    mFile.seek(5, 0);
+    char id[5] = "????";
+    unsigned int size = 77;
+    EXPECT_EQ(SubChunk::readHeader(&mFile, CONTENT.size(), id, sizeof(id), &size), -3);
+    EXPECT_EQ(SubChunk::readHeader(&mFile, CONTENT.size() + 1000, id, sizeof(id), &size), -3);
+    EXPECT_STREQ(id, "????");
+    EXPECT_EQ(size, 77U);
+    EXPECT_EQ(mFile.position(), 5);
+}
+
+// One byte, two, ... of a header that is cut off.
+TEST_F(SubChunkInAFile, ReadHeader_OfAPartOfAHeader_Fails) {
+    for (unsigned int there = 1; there < 8; ++there) {
+        putFile("f", CONTENT.substr(0, FIRST + there));
+        openFile(READ);
+        mFile.seek(5, 0);
+        char id[5];
+        EXPECT_EQ(SubChunk::readHeader(&mFile, FIRST, id, sizeof(id), nullptr), -1) << there;
+        EXPECT_EQ(mFile.position(), 5);
+        mFile.close();
+    }
+}
+
+TEST_F(SubChunkInAFile, ReadHeader_OfNoOpenFile_Fails) {
+    EXPECT_EQ(SubChunk::readHeader(nullptr, FIRST, nullptr, 0, nullptr), -1);
+    EXPECT_EQ(SubChunk::readHeader(&mFile, FIRST, nullptr, 0, nullptr), -1);
+}
+
+TEST_F(SubChunkInAFile, ReadHeader_OfAnIdInNoUtf8_Fails) {
+    putFile("f", riff("TEST", subChunk("ab\xFF\xFE", "data")));
+    openFile(READ);
+    char id[5] = "????";
+    EXPECT_EQ(SubChunk::readHeader(&mFile, FIRST, id, sizeof(id), nullptr), -1);
+}
+
+TEST_F(SubChunkInAFile, ReadHeader_WhereASeekFails_Fails) {
+    HookScope const scope;
+    LogCapture const log;
+    for (unsigned int nth = 1;; ++nth) {
+        openFile(READ);
+        hooks::lseek.failFrom(nth, 1, -1, EIO);
+        int const result = SubChunk::readHeader(&mFile, FIRST, nullptr, 0, nullptr);
+        bool const wasReached = hooks::lseek.calls() >= nth;
+        hooks::lseek.reset();
+        mFile.close();
+        if (!wasReached) {
+            EXPECT_EQ(result, 0);
+            break;
+        }
+        EXPECT_EQ(result, -1) << nth;
+    }
+}
+
+TEST_F(SubChunkInAFile, Add_WritesThePaddedId_AndHoldsItWithoutBlanks) {
+    openFile();
+    EXPECT_EQ(mSubChunk.add(&mFile, "fmt"), 1);
+    EXPECT_EQ(contentOf("f"), CONTENT + "fmt " + littleEndian(0));
+    EXPECT_STREQ(mSubChunk.getSubChunkId(), "fmt");
+    EXPECT_EQ(mSubChunk.isOpened(), 1);
+    EXPECT_EQ(mSubChunk.getDataSize(), 0U);
+    EXPECT_EQ(mSubChunk.position(), 0);
+}
+
+TEST_F(SubChunkInAFile, Add_TakesIdsOf0To4Bytes) {
+    openFile();
+    std::string expected = CONTENT;
+    for (char const* const id : {"", "a", "ab", "abc", "abcd"}) {
+        EXPECT_EQ(mSubChunk.add(&mFile, id), 1) << id;
+        EXPECT_STREQ(mSubChunk.getSubChunkId(), id);
+        EXPECT_EQ(mSubChunk.close(), 1);
+        expected += std::string(id) + std::string(4 - std::strlen(id), ' ') + littleEndian(0);
+    }
+    EXPECT_EQ(contentOf("f"), expected);
+}
+
+TEST_F(SubChunkInAFile, Add_OfA5ByteId_WritesNothing) {
+    openFile();
+    EXPECT_EQ(mSubChunk.add(&mFile, "abcde"), 0);
+    EXPECT_EQ(contentOf("f"), CONTENT);
+    EXPECT_EQ(mSubChunk.isOpened(), 0);
+}
+
+TEST_F(SubChunkInAFile, Add_WithoutAnOpenFileOrAnId_Fails) {
+    EXPECT_EQ(mSubChunk.add(nullptr, "abcd"), 0);
+    EXPECT_EQ(mSubChunk.add(&mFile, "abcd"), 0);
+    openFile();
+    EXPECT_EQ(mSubChunk.add(&mFile, nullptr), 0);
+    EXPECT_EQ(contentOf("f"), CONTENT);
+}
+
+TEST_F(SubChunkInAFile, Add_WhileOpen_FailsAndChangesNothing) {
+    openAt(FIRST);
+    EXPECT_EQ(mSubChunk.add(&mFile, "more"), 0);
+    EXPECT_EQ(mSubChunk.open(&mFile, SECOND, 0), 0);
+    EXPECT_STREQ(mSubChunk.getSubChunkId(), "abcd");
+    EXPECT_EQ(contentOf("f"), CONTENT);
+}
+
+TEST_F(SubChunkInAFile, Add_OfAnIdInNoUtf8_Fails) {
+    openFile();
+    EXPECT_EQ(mSubChunk.add(&mFile, "a\xFF"), 0);
+    EXPECT_EQ(mSubChunk.isOpened(), 0);
+}
+
+TEST_F(SubChunkInAFile, Add_WhereTheFileCannotBeWritten_StaysClosed) {
+    HookScope const scope;
+    LogCapture const log;
+    openFile();
+    hooks::write.failFrom(1, 1, -1, ENOSPC);
+    EXPECT_EQ(mSubChunk.add(&mFile, "abcd"), 0);
+    hooks::write.failFrom(2, 1, -1, ENOSPC);
+    EXPECT_EQ(mSubChunk.add(&mFile, "abcd"), 0);
+    hooks::write.reset();
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(mSubChunk.add(&mFile, "abcd"), 0);
+    EXPECT_EQ(mSubChunk.isOpened(), 0);
+}
+
+TEST_F(SubChunkInAFile, Open_Mode0_StandsAtTheFirstByteOfData) {
+    openAt(FIRST, 0);
+    EXPECT_EQ(mSubChunk.isOpened(), 1);
+    EXPECT_STREQ(mSubChunk.getSubChunkId(), "abcd");
+    EXPECT_EQ(mSubChunk.getDataSize(), 10U);
+    EXPECT_EQ(mSubChunk.position(), 0);
+    EXPECT_EQ(mFile.position(), 20);
+}
+
+TEST_F(SubChunkInAFile, Open_Mode1_StandsBehindTheData) {
+    openAt(FIRST, 1);
+    EXPECT_EQ(mSubChunk.position(), 10);
+}
+
+TEST_F(SubChunkInAFile, Open_AnotherMode_Fails) {
+    openFile();
+    for (int const mode : {-1, 2, INT_MAX, INT_MIN}) {
+        EXPECT_EQ(mSubChunk.open(&mFile, FIRST, mode), 0);
+        EXPECT_EQ(mSubChunk.isOpened(), 0);
+    }
+}
+
+TEST_F(SubChunkInAFile, Open_WithoutAWholeHeader_Fails) {
+    openFile();
+    EXPECT_EQ(mSubChunk.open(&mFile, CONTENT.size(), 0), 0);
+    EXPECT_EQ(mSubChunk.open(&mFile, CONTENT.size() - 7, 0), 0);
+    EXPECT_EQ(mSubChunk.open(&mFile, CONTENT.size() - 1, 0), 0);
+    EXPECT_EQ(mSubChunk.open(nullptr, FIRST, 0), 0);
+    mFile.close();
+    EXPECT_EQ(mSubChunk.open(&mFile, FIRST, 0), 0);
+}
+
+TEST_F(SubChunkInAFile, Open_OfAnIdInNoUtf8_Fails) {
+    putFile("f", riff("TEST", subChunk("ab\xFF\xFE", "data")));
+    openFile();
+    EXPECT_EQ(mSubChunk.open(&mFile, FIRST, 0), 0);
+    EXPECT_EQ(mSubChunk.isOpened(), 0);
+}
+
+TEST_F(SubChunkInAFile, Read_StopsAtTheEndOfTheData) {
+    openAt(FIRST);
+    EXPECT_EQ(readText(4), "0123");
+    EXPECT_EQ(readText(100), "456789");
+    EXPECT_EQ(readText(1), "-4");
+    EXPECT_EQ(mSubChunk.position(), 10);
+}
+
+TEST_F(SubChunkInAFile, Read_WithExactlyWhatRemains_GivesIt) {
+    openAt(FIRST);
+    EXPECT_EQ(readText(9), "012345678");
+    EXPECT_EQ(readText(1), "9");
+    EXPECT_EQ(readText(1), "-4");
+}
+
+TEST_F(SubChunkInAFile, Read_WhereTheFileEndsBeforeTheData_GivesMinusFour) {
+    putFile("f", riff("TEST", utltest::liarChunk("abcd", 1000, "0123")));
+    openAt(FIRST);
+    EXPECT_EQ(readText(100), "0123");
+    EXPECT_EQ(readText(100), "-4");
+}
+
+TEST_F(SubChunkInAFile, Read_OfNullOrANegativeLength_Fails) {
+    openAt(FIRST);
+    char buffer[1];
+    EXPECT_EQ(mSubChunk.read(nullptr, 1), -1);
+    EXPECT_EQ(mSubChunk.read(buffer, 0x80000000U), -1);
+    EXPECT_EQ(mSubChunk.write(nullptr, 1), -1);
+    EXPECT_EQ(mSubChunk.write(buffer, 0x80000000U), -1);
+}
+
+TEST_F(SubChunkInAFile, Read_OfNoBytes_FailsInsideAndEndsAtTheEnd) {
+    openAt(FIRST);
+    char buffer[1];
+    EXPECT_EQ(mSubChunk.read(buffer, 0), -1);
+    mSubChunk.seek(1, 0);
+    EXPECT_EQ(mSubChunk.read(buffer, 0), -4);
+}
+
+TEST_F(SubChunkInAFile, Read_WhereTheSystemFails_Fails) {
+    HookScope const scope;
+    LogCapture const log;
+    openAt(FIRST);
+    hooks::read.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(readText(1), "-1");
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(readText(1), "-1");
+}
+
+TEST_F(SubChunkInAFile, Write_BehindAdd_LeavesTheSizeInTheHeaderAfterClose) {
+    openFile();
+    ASSERT_EQ(mSubChunk.add(&mFile, "new"), 1);
+    EXPECT_EQ(mSubChunk.write("0123456789", 10), 10);
+    EXPECT_EQ(mSubChunk.getDataSize(), 10U);
+    EXPECT_EQ(contentOf("f"), CONTENT + "new " + littleEndian(0) + "0123456789");
+    EXPECT_EQ(mSubChunk.close(), 1);
+    EXPECT_EQ(contentOf("f"), CONTENT + subChunk("new ", "0123456789"));
+    EXPECT_EQ(mSubChunk.isOpened(), 0);
+    EXPECT_EQ(mSubChunk.getDataSize(), INVALID_SIZE);
+}
+
+TEST_F(SubChunkInAFile, Write_InsideTheData_KeepsTheSize) {
+    openAt(SECOND);
+    EXPECT_EQ(mSubChunk.write("xyz", 3), 3);
+    EXPECT_EQ(mSubChunk.getDataSize(), 3U);
+    EXPECT_EQ(mSubChunk.write("!", 1), 1);
+    EXPECT_EQ(mSubChunk.getDataSize(), 4U);
+}
+
+TEST_F(SubChunkInAFile, Open_Mode1AndWrite_MakesTheDataLonger) {
+    openAt(SECOND, 1);
+    EXPECT_EQ(mSubChunk.write("DE", 2), 2);
+    EXPECT_EQ(mSubChunk.close(), 1);
+    EXPECT_EQ(contentOf("f"), CONTENT.substr(0, SECOND) + subChunk("ef  ", "ABCDE"));
+}
+
+TEST_F(SubChunkInAFile, Write_WhereTheSystemFails_FailsAndKeepsTheSize) {
+    HookScope const scope;
+    LogCapture const log;
+    openAt(SECOND, 1);
+    hooks::write.failFrom(1, 1, -1, ENOSPC);
+    EXPECT_EQ(mSubChunk.write("x", 1), -1);
+    EXPECT_EQ(mSubChunk.getDataSize(), 3U);
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(mSubChunk.write("x", 1), -1);
+}
+
+// The file has a hole of 4 GiB; on a 32-bit machine as well.
+TEST_F(SubChunkInAFile, Write_BeyondWhat32BitsCanSay_Fails) {
+    openAt(SECOND);
+    long long const start = static_cast<long long>(SECOND) + 8;
+    mFile.seek(start + 0xFFFFFFFFLL - 1, 0);
+    EXPECT_EQ(mSubChunk.write("x", 1), 1);
+    EXPECT_EQ(mSubChunk.getDataSize(), 0xFFFFFFFFU);
+    EXPECT_EQ(mSubChunk.write("x", 1), -1);
+    EXPECT_EQ(mSubChunk.getDataSize(), 0xFFFFFFFFU);
+}
+
+TEST_F(SubChunkInAFile, Read_NearTheEndOf4GiB_Works) {
+    putFile("f", riff("TEST", utltest::liarChunk("abcd", 0xFFFFFFFFU, "")));
+    std::filesystem::resize_file("f", FIRST + 8 + 0xFFFFFFFFULL);
+    openAt(FIRST, 1);
+    EXPECT_EQ(mSubChunk.position(), 0xFFFFFFFFLL);
+    EXPECT_EQ(mSubChunk.seek(1, -2), 0xFFFFFFFDLL);
+    EXPECT_EQ(readText(5), std::string(2, '\0'));
+    EXPECT_EQ(readText(5), "-4");
+}
+
+struct SeekRow {
+    long long from;
+    int origin;
+    long long offset;
+    long long reached;
+};
+
+// The data have 10 bytes.
+SeekRow const SEEK_ROWS[] = {
+    {3, 0, 0, 0},          {3, 0, 10, 10},        {3, 0, 11, -1},        {3, 0, -1, -1},   //
+    {3, 1, 0, 10},         {3, 1, -10, 0},        {3, 1, -11, -1},       {3, 1, 1, -1},    //
+    {3, 2, 0, 3},          {3, 2, -3, 0},         {3, 2, -4, -1},        {3, 2, 7, 10},    //
+    {3, 2, 8, -1},         {3, 3, 0, -1},         {3, -1, 0, -1},        {12, 2, -1, -1},  //
+    {12, 2, -2, 10},       {12, 2, 0, -1},        {-2, 2, 0, -1},        {-2, 2, 2, 0},    //
+    {3, 0, LLONG_MAX, -1}, {3, 0, LLONG_MIN, -1}, {3, 1, LLONG_MIN, -1}, {3, 2, LLONG_MAX, -1},
+    {3, 2, LLONG_MIN, -1},
+};
+
+TEST_F(SubChunkInAFile, Seek_StaysInsideTheData) {
+    openAt(FIRST);
+    for (SeekRow const& row : SEEK_ROWS) {
+        mFile.seek(20 + row.from, 0);
+        EXPECT_EQ(mSubChunk.seek(row.origin, row.offset), row.reached)
+            << row.from << ' ' << row.origin << ' ' << row.offset;
+        EXPECT_EQ(mFile.position(), 20 + (row.reached == -1 ? row.from : row.reached));
+    }
+}
+
+TEST_F(SubChunkInAFile, Seek_WhereTheSystemFails_Fails) {
+    HookScope const scope;
+    LogCapture const log;
+    openAt(FIRST);
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(mSubChunk.seek(0, 1), -1);
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(mSubChunk.seek(2, 1), -1);
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(mSubChunk.position(), -1);
+}
+
+TEST_F(SubChunkInAFile, Position_InFrontOfTheDataFails_AndBehindThemIsTold) {
+    openAt(FIRST);
+    mFile.seek(19, 0);
+    EXPECT_EQ(mSubChunk.position(), -1);
+    mFile.seek(20, 0);
+    EXPECT_EQ(mSubChunk.position(), 0);
+    mFile.seek(31, 0);
+    EXPECT_EQ(mSubChunk.position(), 11);
+}
+
+TEST_F(SubChunkInAFile, Close_OfAnUnchangedSubChunk_WritesNothing) {
+    HookScope const scope;
+    openAt(FIRST);
+    ASSERT_EQ(readText(4), "0123");
+    EXPECT_EQ(mSubChunk.close(), 1);
+    EXPECT_EQ(hooks::write.calls(), 0U);
+    EXPECT_EQ(mFile.position(), static_cast<long long>(FIRST) + 8);
+}
+
+TEST_F(SubChunkInAFile, Close_WorksOnAFileThatIsOpenForReading) {
+    openAt(FIRST, 0, READ);
+    EXPECT_EQ(mSubChunk.close(), 1);
+}
+
+TEST_F(SubChunkInAFile, Close_OnFailure_StaysOpenAndCanBeTriedAgain) {
+    HookScope const scope;
+    LogCapture const log;
+    openAt(SECOND, 1);
+    ASSERT_EQ(mSubChunk.write("D", 1), 1);
+    for (auto const& fail :
+         {+[] { hooks::lseek.failFrom(1, 1, -1, EIO); }, +[] { hooks::read.failFrom(1, 1, -1, EIO); },
+          +[] { hooks::write.failFrom(1, 1, -1, EIO); }}) {
+        fail();
+        EXPECT_EQ(mSubChunk.close(), 0);
+        EXPECT_EQ(mSubChunk.isOpened(), 1);
+        EXPECT_EQ(mSubChunk.getDataSize(), 4U);
+    }
+    EXPECT_EQ(mSubChunk.close(), 1);
+    EXPECT_EQ(contentOf("f"), CONTENT.substr(0, SECOND) + subChunk("ef  ", "ABCD"));
+}
+
+TEST_F(SubChunkInAFile, OfAClosedFile_CountsAsNotOpenUntilTheFileIsOpenAgain) {
+    openAt(FIRST);
+    mFile.close();
+    EXPECT_EQ(mSubChunk.isOpened(), 1);
+    EXPECT_EQ(mSubChunk.getSubChunkId(), nullptr);
+    EXPECT_EQ(mSubChunk.getDataSize(), INVALID_SIZE);
+    EXPECT_EQ(readText(1), "-1");
+    EXPECT_EQ(mSubChunk.seek(0, 0), -1);
+    EXPECT_EQ(mSubChunk.position(), -1);
+    EXPECT_EQ(mSubChunk.close(), 0);
+    openFile();
+    EXPECT_EQ(mSubChunk.add(&mFile, "more"), 0);
+    EXPECT_EQ(mSubChunk.seek(0, 3), 3);
+    EXPECT_EQ(readText(2), "34");
+    EXPECT_EQ(mSubChunk.close(), 1);
+}
+
+TEST_F(SubChunkInAFile, Destructor_Closes) {
+    openFile();
+    {
+        SubChunk added;
+        ASSERT_EQ(added.add(&mFile, "new"), 1);
+        ASSERT_EQ(added.write("12", 2), 2);
+    }
+    EXPECT_EQ(contentOf("f"), CONTENT + subChunk("new ", "12"));
+}
+
+TEST_F(SubChunkInAFile, AutoClose_ClosesAtTheEndOfItsScope) {
+    openAt(FIRST);
+    { SubChunk::AutoClose const closing(mSubChunk); }
+    EXPECT_EQ(mSubChunk.isOpened(), 0);
+}
+
+TEST_F(SubChunkInAFile, WriteSubChunKId_WritesAtThePosition) {
+    openFile();
+    mFile.seek(static_cast<long long>(FIRST), 0);
+    EXPECT_EQ(SubChunk::writeSubChunKId("xy", &mFile), 1);
+    EXPECT_EQ(contentOf("f").substr(FIRST, 4), "xy  ");
+    EXPECT_EQ(mFile.position(), static_cast<long long>(FIRST) + 4);
+}
+
+TEST_F(SubChunkInAFile, WriteSubChunKId_OfNullOrTooMuch_Fails) {
+    openFile();
+    EXPECT_EQ(SubChunk::writeSubChunKId(nullptr, &mFile), 0);
+    EXPECT_EQ(SubChunk::writeSubChunKId("abcd", nullptr), 0);
+    EXPECT_EQ(SubChunk::writeSubChunKId("abcde", &mFile), 0);
+    EXPECT_EQ(contentOf("f"), CONTENT);
+}
+
+TEST_F(SubChunkInAFile, LogsNothingItself) {
+    LogCapture const log;
+    openAt(FIRST);
+    mSubChunk.add(&mFile, "abcde");
+    mSubChunk.seek(0, 99);
+    mSubChunk.read(nullptr, 1);
+    mSubChunk.close();
+    EXPECT_TRUE(log.lines().empty());
+}
+
+}  // namespace

@@ -1,0 +1,550 @@
+#include "UtlWaveFile.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "TestFolder.h"
+#include "TestHooks.h"
+#include "TestLog.h"
+#include "TestRiff.h"
+#include "UtlRiffFile.h"
+
+namespace {
+
+using utl::RiffFile;
+using utl::WaveFile;
+using utltest::contentOf;
+using utltest::HookScope;
+using utltest::littleEndian;
+using utltest::LogCapture;
+using utltest::putFile;
+using utltest::riff;
+using utltest::subChunk;
+namespace hooks = utltest::hooks;
+
+constexpr int FMT = 0;
+constexpr int DATA = 1;
+
+// The data of "fmt", by the library's own rule for bytes per second and block align unless they are given.
+std::string format(unsigned int rate, unsigned int channels, unsigned int bits, unsigned int id,
+                   unsigned int bytesPerSecond, unsigned int blockAlign) {
+    return littleEndian(id, 2) + littleEndian(channels, 2) + littleEndian(rate) +
+           littleEndian(bytesPerSecond) + littleEndian(blockAlign, 2) + littleEndian(bits, 2);
+}
+std::string format(unsigned int rate, unsigned int channels, unsigned int bits, unsigned int id) {
+    return format(rate, channels, bits, id, rate * channels * bits, channels * bits);
+}
+
+std::string wave(std::string const& fmt, std::string const& data) {
+    return riff("WAVE", subChunk("fmt ", fmt) + subChunk("data", data));
+}
+
+std::string const MONO = wave(format(8000, 1, 16, 1), "123456");
+
+class WaveFileInFolder : public utltest::InFolder {
+  protected:
+    void makeNew() {
+        ASSERT_EQ(mWave.open(1, 1), 0);
+        ASSERT_EQ(mWave.setFmtChunkData(8000, 1, 16, 1), 1);
+    }
+
+    static int writeText(WaveFile& file, std::string const& text) {
+        return file.write(text.data(), static_cast<unsigned int>(text.size()));
+    }
+
+    static std::string readAll(WaveFile& file) {
+        std::string all;
+        char bytes[4096];
+        int count = 0;
+        while ((count = file.read(bytes, sizeof(bytes))) > 0) {
+            all.append(bytes, static_cast<size_t>(count));
+        }
+        EXPECT_EQ(count, -4);
+        return all;
+    }
+
+    // The samples of a file on disk as this library reads them.
+    static std::string samplesOf(char const* path) {
+        WaveFile file(path);
+        EXPECT_EQ(file.open(0, 0), 0) << path;
+        EXPECT_EQ(file.openSubChunk(0, DATA), 1);
+        std::string const samples = readAll(file);
+        EXPECT_EQ(file.close(), 1);
+        return samples;
+    }
+
+    // What a command prints; its failure fails the test.
+    static std::string outputOf(std::string const& command) {
+        std::FILE* const pipe = popen(command.c_str(), "re");
+        EXPECT_NE(pipe, nullptr);
+        std::string output;
+        char bytes[4096];
+        size_t count = 0;
+        while (pipe != nullptr && (count = std::fread(bytes, 1, sizeof(bytes), pipe)) != 0) {
+            output.append(bytes, count);
+        }
+        EXPECT_EQ(pipe != nullptr ? pclose(pipe) : -1, 0) << command;
+        return output;
+    }
+
+    void expectFormat(unsigned int rate, unsigned int channels, unsigned int bits, unsigned int id) {
+        EXPECT_EQ(mWave.getSamplingRate(), rate);
+        EXPECT_EQ(mWave.getChannel(), channels);
+        EXPECT_EQ(mWave.getBitsWidth(), bits);
+        EXPECT_EQ(mWave.getFormatId(), id);
+        EXPECT_EQ(mWave.getBytePerSec(), rate * channels * bits);
+        EXPECT_EQ(mWave.getBlockAlign(), (channels * bits) & 0xFFFFU);
+    }
+
+    WaveFile mWave{"f.wav"};
+};
+
+TEST_F(WaveFileInFolder, IsClosedAtFirst) {
+    char byte = 0;
+    EXPECT_EQ(mWave.isOpened(), 0);
+    EXPECT_STREQ(mWave.getPath(), "f.wav");
+    expectFormat(0, 0, 0, 0);
+    EXPECT_EQ(mWave.setFmtChunkData(8000, 1, 16, 1), 0);
+    expectFormat(0, 0, 0, 0);
+    for (int const kind : {FMT, DATA}) {
+        EXPECT_EQ(mWave.openSubChunk(0, kind), 0);
+        EXPECT_EQ(mWave.isOpenedSubChunk(kind), 0);
+        EXPECT_EQ(mWave.getChunkDataSize(kind), -1);
+    }
+    EXPECT_EQ(mWave.read(&byte, 1), -1);
+    EXPECT_EQ(mWave.write(&byte, 1), -1);
+    EXPECT_EQ(mWave.seek(0, 0), -1);
+    EXPECT_EQ(mWave.position(), -1);
+    EXPECT_EQ(mWave.closeSubChunk(), 1);
+    EXPECT_EQ(mWave.close(), 1);
+}
+
+TEST_F(WaveFileInFolder, Open_TakesOnly0And1) {
+    for (int const wrong : {-1, 2, INT_MAX, INT_MIN}) {
+        EXPECT_EQ(mWave.open(wrong, 0), 1);
+        EXPECT_EQ(mWave.open(1, wrong), 1);
+    }
+    EXPECT_EQ(contentOf("f.wav"), "");
+}
+
+TEST_F(WaveFileInFolder, Open_OfANewFile_SetsTheFormType) {
+    for (int const disposition : {0, 1}) {
+        ::unlink("f.wav");
+        WaveFile file("f.wav");
+        ASSERT_EQ(file.open(disposition, 1), 0);
+        EXPECT_EQ(file.close(), 1);
+        EXPECT_EQ(contentOf("f.wav"), riff("WAVE", ""));
+    }
+}
+
+TEST_F(WaveFileInFolder, Open_OfAMissingFileToRead_GivesOne) {
+    EXPECT_EQ(mWave.open(0, 0), 1);
+    EXPECT_EQ(mWave.open(1, 0), 1);
+    EXPECT_EQ(mWave.isOpened(), 0);
+}
+
+TEST_F(WaveFileInFolder, Open_LoadsTheFormat) {
+    putFile("f.wav", wave(format(44100, 2, 24, 3), "x"));
+    for (int const access : {0, 1}) {
+        ASSERT_EQ(mWave.open(0, access), 0);
+        expectFormat(44100, 2, 24, 3);
+        EXPECT_EQ(mWave.getChunkDataSize(FMT), 16);
+        EXPECT_EQ(mWave.getChunkDataSize(DATA), 1);
+        EXPECT_EQ(mWave.close(), 1);
+    }
+}
+
+TEST_F(WaveFileInFolder, Open_OfAForeignFile_DropsItsBytesPerSecondAndBlockAlign) {
+    putFile("f.wav", wave(format(8000, 1, 16, 1, 16000, 2), "x"));
+    ASSERT_EQ(mWave.open(0, 0), 0);
+    EXPECT_EQ(mWave.getBytePerSec(), 128000U);
+    EXPECT_EQ(mWave.getBlockAlign(), 16U);
+}
+
+TEST_F(WaveFileInFolder, Open_OfALongerFormat_ReadsTheFirst16Bytes) {
+    putFile("f.wav", wave(format(8000, 1, 16, 1) + std::string(24, '?'), "x"));
+    ASSERT_EQ(mWave.open(0, 0), 0);
+    expectFormat(8000, 1, 16, 1);
+}
+
+TEST_F(WaveFileInFolder, Open_OfAShorterFormat_GivesOneAndStaysOpen) {
+    std::string const whole = format(8000, 1, 16, 1);
+    for (size_t length = 0; length < whole.size(); ++length) {
+        std::string const content = wave(whole.substr(0, length), "x");
+        putFile("f.wav", content);
+        WaveFile file("f.wav");
+        EXPECT_EQ(file.open(0, 0), 1) << length;
+        EXPECT_EQ(file.isOpened(), 1);
+        EXPECT_EQ(file.isOpenedSubChunk(FMT), 1);
+        EXPECT_EQ(file.getSamplingRate(), 0U);
+        EXPECT_EQ(file.close(), 1);
+        EXPECT_EQ(contentOf("f.wav"), content);
+    }
+}
+
+TEST_F(WaveFileInFolder, Open_OfAnotherFormType_GivesTwoAndIsClosed) {
+    for (std::string const& content : {riff("AVI ", ""), riff("wave", ""),
+                                       std::string("RIFF") + littleEndian(0), std::string("no RIFF file")}) {
+        putFile("f.wav", content);
+        EXPECT_EQ(mWave.open(0, 1), 2) << content;
+        EXPECT_EQ(mWave.isOpened(), 0);
+        EXPECT_EQ(contentOf("f.wav"), content);
+    }
+}
+
+TEST_F(WaveFileInFolder, Open_WithoutFmt_GivesThreeAndStaysOpen) {
+    putFile("f.wav", riff("WAVE", subChunk("data", "x")));
+    EXPECT_EQ(mWave.open(0, 0), 3);
+    EXPECT_EQ(mWave.isOpened(), 1);
+    EXPECT_EQ(mWave.close(), 1);
+}
+
+TEST_F(WaveFileInFolder, Open_WithoutData_GivesFourAndStaysOpen) {
+    putFile("f.wav", riff("WAVE", subChunk("fmt ", format(8000, 1, 16, 1))));
+    EXPECT_EQ(mWave.open(0, 0), 4);
+    EXPECT_EQ(mWave.isOpened(), 1);
+    EXPECT_EQ(mWave.getSamplingRate(), 0U);
+    EXPECT_EQ(mWave.close(), 1);
+}
+
+TEST_F(WaveFileInFolder, Open_WithDataBehind64SubChunks_GivesFour) {
+    std::string chunks = subChunk("fmt ", format(8000, 1, 16, 1));
+    for (int i = 1; i < 63; ++i) {
+        chunks += subChunk("more", "1");
+    }
+    putFile("f.wav", riff("WAVE", chunks + subChunk("data", "x")));
+    EXPECT_EQ(mWave.open(0, 0), 0);
+    EXPECT_EQ(mWave.close(), 1);
+    putFile("f.wav", riff("WAVE", chunks + subChunk("more", "1") + subChunk("data", "x")));
+    EXPECT_EQ(WaveFile("f.wav").open(0, 0), 4);
+}
+
+TEST_F(WaveFileInFolder, Open_OfAnOpenObject_GivesOneAndClosesIt) {
+    putFile("f.wav", MONO);
+    ASSERT_EQ(mWave.open(0, 0), 0);
+    EXPECT_EQ(mWave.open(2, 0), 1);
+    EXPECT_EQ(mWave.isOpened(), 1);
+    EXPECT_EQ(mWave.open(0, 0), 1);
+    EXPECT_EQ(mWave.isOpened(), 0);
+}
+
+TEST_F(WaveFileInFolder, Open_TakesTheFirstOfSeveral) {
+    putFile("f.wav", riff("WAVE", subChunk("LIST", "x") + subChunk("fmt ", format(8000, 1, 16, 1)) +
+                                      subChunk("data", "first") + subChunk("fmt ", format(1, 2, 3, 4)) +
+                                      subChunk("data", "second")));
+    ASSERT_EQ(mWave.open(0, 0), 0);
+    expectFormat(8000, 1, 16, 1);
+    ASSERT_EQ(mWave.openSubChunk(0, DATA), 1);
+    EXPECT_EQ(readAll(mWave), "first");
+}
+
+// Cut in front of each byte: a told result, no hang, and the file stays as it was.
+TEST_F(WaveFileInFolder, Open_OfACutFile_HasAToldResultAndChangesNothing) {
+    std::string const whole = wave(format(8000, 1, 16, 1), std::string(170, 's'));
+    for (size_t length = 0; length <= 200; ++length) {
+        std::string const cut = whole.substr(0, length);
+        putFile("f.wav", cut);
+        WaveFile file("f.wav");
+        int const wanted = length < 12    ? 2
+                           : length == 12 ? 3
+                           : length < 20  ? 1
+                           : length <= 36 ? 4
+                           : length < 44  ? 1
+                                          : 0;
+        EXPECT_EQ(file.open(0, 1), wanted) << length;
+        if (wanted == 0) {
+            EXPECT_EQ(file.openSubChunk(0, DATA), 1);
+            EXPECT_EQ(readAll(file), std::string(length - 44, 's'));
+        }
+        EXPECT_EQ(file.close(), 1);
+        EXPECT_EQ(contentOf("f.wav"), cut) << length;
+    }
+}
+
+TEST_F(WaveFileInFolder, AFileThatIsWritten_HasAllSizesAfterClose) {
+    makeNew();
+    ASSERT_EQ(mWave.openSubChunk(0, DATA), 1);
+    EXPECT_EQ(mWave.isOpenedSubChunk(DATA), 1);
+    EXPECT_EQ(mWave.isOpenedSubChunk(FMT), 0);
+    EXPECT_EQ(writeText(mWave, "123"), 3);
+    EXPECT_EQ(writeText(mWave, "456"), 3);
+    EXPECT_EQ(mWave.position(), 6);
+    EXPECT_EQ(mWave.size(), 50);
+    EXPECT_EQ(mWave.closeSubChunk(), 1);
+    EXPECT_EQ(mWave.getChunkDataSize(DATA), 0);
+    EXPECT_EQ(mWave.close(), 1);
+    EXPECT_EQ(contentOf("f.wav"), MONO);
+    EXPECT_EQ(samplesOf("f.wav"), "123456");
+}
+
+// The lines of the guide.
+TEST_F(WaveFileInFolder, AutoClose_OfAFileThatIsWritten_LeavesAWholeFile) {
+    char const samples[] = "123456";
+    unsigned int const bytes = 6;
+    {
+        utl::WaveFile wave("memo.wav");
+        utl::WaveFile::AutoClose const closing(wave);
+        if (wave.open(1, 1) == 0 && wave.setFmtChunkData(8000, 1, 16, 1) != 0 &&
+            wave.openSubChunk(0, 1) != 0) {
+            wave.write(samples, bytes);
+        }
+    }
+    EXPECT_EQ(contentOf("memo.wav"), MONO);
+}
+
+TEST_F(WaveFileInFolder, SetFmtChunkData_WritesTheToldValues) {
+    ASSERT_EQ(mWave.open(1, 1), 0);
+    EXPECT_EQ(mWave.setFmtChunkData(8000, 1, 16, 1), 1);
+    expectFormat(8000, 1, 16, 1);
+    std::string const data = contentOf("f.wav").substr(20);
+    EXPECT_EQ(data.substr(8, 4), littleEndian(128000));
+    EXPECT_EQ(data.substr(12, 2), littleEndian(16, 2));
+}
+
+TEST_F(WaveFileInFolder, SetFmtChunkData_OfLargeValues_WrapsAround) {
+    ASSERT_EQ(mWave.open(1, 1), 0);
+    EXPECT_EQ(mWave.setFmtChunkData(0xFFFFFFFFU, 0xFFFF, 0xFFFE, 0xFFFD), 1);
+    expectFormat(0xFFFFFFFFU, 0xFFFF, 0xFFFE, 0xFFFD);
+    EXPECT_EQ(contentOf("f.wav").substr(20), format(0xFFFFFFFFU, 0xFFFF, 0xFFFE, 0xFFFD));
+}
+
+TEST_F(WaveFileInFolder, SetFmtChunkData_BeforeData_CanBeRepeated) {
+    makeNew();
+    EXPECT_EQ(mWave.setFmtChunkData(48000, 2, 24, 3), 1);
+    expectFormat(48000, 2, 24, 3);
+    EXPECT_EQ(mWave.close(), 1);
+    EXPECT_EQ(contentOf("f.wav"), riff("WAVE", subChunk("fmt ", format(48000, 2, 24, 3))));
+}
+
+TEST_F(WaveFileInFolder, SetFmtChunkData_OnceDataIsThere_FailsAndKeepsTheValues) {
+    putFile("f.wav", MONO);
+    ASSERT_EQ(mWave.open(0, 1), 0);
+    EXPECT_EQ(mWave.setFmtChunkData(48000, 2, 24, 3), 0);
+    expectFormat(8000, 1, 16, 1);
+    EXPECT_EQ(mWave.isOpenedSubChunk(FMT), 0);
+    EXPECT_EQ(mWave.close(), 1);
+    EXPECT_EQ(contentOf("f.wav"), MONO);
+}
+
+TEST_F(WaveFileInFolder, SetFmtChunkData_WhileASubChunkIsOpen_Fails) {
+    makeNew();
+    ASSERT_EQ(mWave.openSubChunk(0, FMT), 1);
+    EXPECT_EQ(mWave.setFmtChunkData(48000, 2, 24, 3), 0);
+    expectFormat(8000, 1, 16, 1);
+}
+
+TEST_F(WaveFileInFolder, SetFmtChunkData_WhereTheSystemFails_FailsAndKeepsTheValues) {
+    HookScope const scope;
+    LogCapture const log;
+    makeNew();
+    hooks::write.failFrom(1, 1, -1, ENOSPC);
+    EXPECT_EQ(mWave.setFmtChunkData(48000, 2, 24, 3), 0);
+    EXPECT_EQ(mWave.isOpenedSubChunk(FMT), 0);
+    hooks::write.reset();
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(mWave.setFmtChunkData(48000, 2, 24, 3), 0);
+    expectFormat(8000, 1, 16, 1);
+}
+
+TEST_F(WaveFileInFolder, OpenSubChunk_OfDataWithoutFmt_Fails) {
+    ASSERT_EQ(mWave.open(1, 1), 0);
+    EXPECT_EQ(mWave.openSubChunk(0, DATA), 0);
+    EXPECT_EQ(mWave.openSubChunk(1, DATA), 0);
+    EXPECT_EQ(mWave.size(), 12);
+}
+
+TEST_F(WaveFileInFolder, OpenSubChunk_OfFmtThatIsNotThere_AddsItAndLeavesItOpen) {
+    ASSERT_EQ(mWave.open(1, 1), 0);
+    EXPECT_EQ(mWave.openSubChunk(1, FMT), 1);
+    EXPECT_EQ(mWave.isOpenedSubChunk(FMT), 1);
+    EXPECT_EQ(mWave.getChunkDataSize(FMT), 0);
+    EXPECT_EQ(writeText(mWave, "12"), 2);
+}
+
+TEST_F(WaveFileInFolder, OpenSubChunk_OfAnotherModeOrKind_Fails) {
+    makeNew();
+    EXPECT_EQ(mWave.openSubChunk(2, DATA), 0);
+    EXPECT_EQ(mWave.openSubChunk(-1, FMT), 0);
+    for (int const kind : {-1, 2, INT_MAX}) {
+        EXPECT_EQ(mWave.openSubChunk(0, kind), 0);
+        EXPECT_EQ(mWave.isOpenedSubChunk(kind), 0);
+        EXPECT_EQ(mWave.getChunkDataSize(kind), -1);
+    }
+}
+
+TEST_F(WaveFileInFolder, OpenSubChunk_Mode1_AppendsSamples) {
+    putFile("f.wav", MONO);
+    ASSERT_EQ(mWave.open(0, 1), 0);
+    ASSERT_EQ(mWave.openSubChunk(1, DATA), 1);
+    EXPECT_EQ(writeText(mWave, "78"), 2);
+    EXPECT_EQ(mWave.close(), 1);
+    EXPECT_EQ(contentOf("f.wav"), wave(format(8000, 1, 16, 1), "12345678"));
+}
+
+TEST_F(WaveFileInFolder, Write_BeforeThereIsAFmt_Fails) {
+    ASSERT_EQ(mWave.open(1, 1), 0);
+    EXPECT_EQ(writeText(mWave, "12"), -1);
+    EXPECT_EQ(mWave.size(), 12);
+}
+
+TEST_F(WaveFileInFolder, Seek_MovesInsideTheData) {
+    putFile("f.wav", MONO);
+    ASSERT_EQ(mWave.open(0, 0), 0);
+    ASSERT_EQ(mWave.openSubChunk(0, DATA), 1);
+    EXPECT_EQ(mWave.seek(1, -2), 4);
+    EXPECT_EQ(readAll(mWave), "56");
+    EXPECT_EQ(mWave.seek(0, 7), -1);
+}
+
+// The numbers of the sub-chunks stay, which the new file does not have.
+TEST_F(WaveFileInFolder, Close_KeepsFormatAndNumbers) {
+    makeNew();
+    ASSERT_EQ(mWave.openSubChunk(0, DATA), 1);
+    ASSERT_EQ(mWave.close(), 1);
+    expectFormat(8000, 1, 16, 1);
+    ASSERT_EQ(mWave.open(1, 1), 0);
+    EXPECT_EQ(mWave.openSubChunk(0, FMT), 0);
+    EXPECT_EQ(mWave.openSubChunk(0, DATA), 0);
+    EXPECT_EQ(mWave.setFmtChunkData(8000, 1, 16, 1), 0);
+}
+
+TEST_F(WaveFileInFolder, AutoClose_ClosesAtTheEndOfItsScope) {
+    makeNew();
+    { WaveFile::AutoClose const closing(mWave); }
+    EXPECT_EQ(mWave.isOpened(), 0);
+    EXPECT_EQ(contentOf("f.wav"), riff("WAVE", subChunk("fmt ", format(8000, 1, 16, 1))));
+}
+
+TEST_F(WaveFileInFolder, Open_WhereTheFormTypeCannotBeWritten_GivesOneAndIsClosed) {
+    HookScope const scope;
+    LogCapture const log;
+    hooks::write.failFrom(3, 1, -1, ENOSPC);
+    EXPECT_EQ(mWave.open(1, 1), 1);
+    EXPECT_EQ(mWave.isOpened(), 0);
+}
+
+TEST_F(WaveFileInFolder, ReadsWhatSoxWrote_SampleBySample) {
+    for (char const* const kind :
+         {"-c 1 -r 8000 -b 16", "-c 2 -r 44100 -b 16", "-c 1 -r 22000 -b 8 -e unsigned",
+          "-c 2 -r 48000 -b 24", "-c 1 -r 16000 -e floating-point -b 32"}) {
+        outputOf(std::string("sox -D -n ") + kind + " s.wav synth 0.5 sine 440 sine 660");
+        std::string const decoded = outputOf("sox -D s.wav -t raw -");
+        EXPECT_FALSE(decoded.empty());
+        EXPECT_TRUE(samplesOf("s.wav") == decoded) << kind;
+    }
+}
+
+// Sox fills up data of an odd size, which is no rule here.
+TEST_F(WaveFileInFolder, Open_OfAForeignFileWithAnOddNumberOfBytes_Fails) {
+    outputOf("sox -D -n -c 1 -r 8000 -b 8 -e unsigned f.wav synth 101s sine 440");
+    EXPECT_EQ(mWave.open(0, 0), 1);
+}
+
+TEST_F(WaveFileInFolder, ReadsTheFormatThatSoxSees) {
+    outputOf("sox -D -n -c 2 -r 44100 -b 16 f.wav synth 0.1 sine 440");
+    ASSERT_EQ(mWave.open(0, 0), 0);
+    EXPECT_EQ(std::to_string(mWave.getSamplingRate()) + "\n", outputOf("soxi -r f.wav"));
+    EXPECT_EQ(std::to_string(mWave.getChannel()) + "\n", outputOf("soxi -c f.wav"));
+    EXPECT_EQ(std::to_string(mWave.getBitsWidth()) + "\n", outputOf("soxi -b f.wav"));
+    EXPECT_EQ(mWave.getFormatId(), 1U);
+}
+
+TEST_F(WaveFileInFolder, ReadsASpokenSentence_SampleBySample) {
+    outputOf("espeak-ng -v ja -w spoken.wav 'こんにちは'");
+    std::string const decoded = outputOf("sox -D spoken.wav -t raw -");
+    EXPECT_GT(decoded.size(), 1000U);
+    EXPECT_TRUE(samplesOf("spoken.wav") == decoded);
+}
+
+// Sox computes bytes per second and block align anew, with a warning.
+TEST_F(WaveFileInFolder, WritesWhatSoxReads_SampleBySample) {
+    std::string samples;
+    std::mt19937 random(1);
+    for (int i = 0; i < 20000; ++i) {
+        samples += static_cast<char>(random() & 0xFFU);
+    }
+    makeNew();
+    ASSERT_EQ(mWave.openSubChunk(0, DATA), 1);
+    ASSERT_EQ(writeText(mWave, samples), 20000);
+    ASSERT_EQ(mWave.close(), 1);
+    EXPECT_EQ(outputOf("soxi -s f.wav 2>&1 | tail -n 1"), "10000\n");
+    EXPECT_TRUE(outputOf("sox -D f.wav -t raw - 2>/dev/null") == samples);
+}
+
+TEST_F(WaveFileInFolder, TwoThreads_ReadEverySampleOnce) {
+    std::string const samples(20000, 's');
+    putFile("f.wav", wave(format(8000, 1, 16, 1), samples));
+    ASSERT_EQ(mWave.open(0, 0), 0);
+    ASSERT_EQ(mWave.openSubChunk(0, DATA), 1);
+    auto const countAll = [this](size_t* sum) {
+        char bytes[64];
+        for (int count = 0; (count = mWave.read(bytes, sizeof(bytes))) > 0;) {
+            *sum += static_cast<size_t>(count);
+            EXPECT_EQ(mWave.getSamplingRate(), 8000U);
+        }
+    };
+    size_t here = 0;
+    size_t there = 0;
+    std::thread other([&] { countAll(&there); });
+    countAll(&here);
+    other.join();
+    EXPECT_EQ(here + there, samples.size());
+}
+
+// The child is killed wherever it is; the file is the one of a told moment.
+TEST_F(WaveFileInFolder, AWriterThatIsKilled_LeavesAFileThatOpensWithAToldResult) {
+    utl::ThreadManager::get()->setWatchdogWatchInterval(0);  // holds no lock while the process forks
+    std::mt19937 random(2);
+    for (int i = 0; i < 50; ++i) {
+        ::unlink("f.wav");
+        pid_t const child = fork();
+        if (child == 0) {
+            for (;;) {
+                WaveFile file("f.wav");
+                file.open(1, 1);
+                file.setFmtChunkData(8000, 1, 16, 1);
+                file.openSubChunk(0, DATA);
+                for (int piece = 0; piece < 20; ++piece) {
+                    writeText(file, "0123456789");
+                }
+                file.closeSubChunk();
+                file.close();
+            }
+        }
+        ASSERT_GT(child, 0);
+        while (contentOf("f.wav").empty()) {
+            usleep(100);
+        }
+        usleep(static_cast<useconds_t>(random() % 3000));
+        kill(child, SIGKILL);
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        std::string const content = contentOf("f.wav");
+        WaveFile left("f.wav");
+        int const result = left.open(0, 0);
+        if (content.size() < 12) {
+            EXPECT_EQ(result, 2) << content.size();
+        } else {
+            EXPECT_TRUE(result == 0 || result == 1 || result == 3 || result == 4) << result;
+        }
+        if (result == 0) {
+            ASSERT_EQ(left.openSubChunk(0, DATA), 1);
+            std::string const samples = readAll(left);
+            EXPECT_EQ(samples.find_first_not_of("0123456789"), std::string::npos);
+        }
+        left.close();
+        EXPECT_EQ(contentOf("f.wav"), content);
+    }
+}
+
+}  // namespace
