@@ -62,9 +62,9 @@ class UTL_API File {
     /// owner may not write. The content is emptied before the lock is taken, also where that then fails.
     ///
     /// False, and closed: without a line for wrong arguments, a folder, an open object, a path that fails the
-    /// check, a missing file to read, a file that is read-only and a folder that cannot be made; with a line
-    /// of level 1 if the system refuses the file, and of level 5 if another holder has it locked or the end
-    /// cannot be sought.
+    /// check, a missing file to read and a file that is read-only; with the lines of `makeDirectories` for a
+    /// folder that cannot be made; with one of level 1 if the system refuses the file, and of level 5 if
+    /// another holder has it locked or the end cannot be sought. False for an open object leaves it open.
     int open(int disposition, int access);
 
     /// Closes the file and gives its lock back; false if it was not open.
@@ -224,8 +224,9 @@ class UTL_API File {
     ///@{
     /// Renames a file or folder, making the folders of the new path as `makeDirectories` does. The object's
     /// own path stays as it is. A path to itself is true. False without a line for null, paths that fail the
-    /// check, a `source` that is not there, a file in the way, a file that somebody holds, a folder that
-    /// cannot be made, and an open object; with a line if the system refuses, as across file systems.
+    /// check, a `source` that is not there, a file in the way, a file that somebody holds, and an open
+    /// object; with the lines of `makeDirectories`, and with one if the system refuses, as across file
+    /// systems.
     static int move(char const* source, char const* destination);
     int move(char const* destination);
     ///@}

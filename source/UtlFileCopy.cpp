@@ -2,7 +2,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
+#include <cstddef>
 #include <cstring>
 
 #include "UtlFile.h"

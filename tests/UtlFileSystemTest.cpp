@@ -1208,6 +1208,61 @@ TEST_F(FileSystem, Erase_OfAHeldFile_IsFalseWithoutALineWhoeverHoldsIt) {
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
+TEST_F(FileSystem, Erase_OfALinkToAFile_RemovesTheLinkAlone) {
+    putFile("file", "x");
+    ASSERT_EQ(symlink("file", "link"), 0);
+    EXPECT_EQ(File::erase("link", 0), 1);
+    EXPECT_EQ(File::exists("link"), 0);
+    EXPECT_EQ(contentOf("file"), "x");
+}
+
+TEST_F(FileSystem, Erase_OfALinkToAFolder_EmptiesTheFolderAndFailsAtTheLink) {
+    putFolder("folder");
+    putFile("folder/file", "x");
+    ASSERT_EQ(symlink("folder", "link"), 0);
+    EXPECT_EQ(File::erase("link", 0), 0);
+    EXPECT_EQ(permissions("folder/file"), -1);
+    EXPECT_EQ(File::exists("link"), 1);
+    EXPECT_EQ(mLog.lines(), (Lines{error("rmdir Failed.Path:link errno[20]")}));
+}
+
+TEST_F(FileSystem, Recursion_EndsAtAPathOf260Bytes) {
+    std::string const folder(200, 'd');
+    putFolder(folder);
+    std::string const longest = folder + "/" + std::string(58, 'n');
+    for (bool const isTooLong : {false, true}) {
+        std::string const path = longest + (isTooLong ? "n" : "");
+        putFile(path, "12345");
+        EXPECT_EQ(children(folder.c_str()), (Names{path}));
+        EXPECT_EQ(File::size(folder.c_str()), isTooLong ? -1 : 5);
+        EXPECT_EQ(File::copy(folder.c_str(), "copied", 1), isTooLong ? 0 : 1);
+        EXPECT_EQ(File::liftReadOnly(folder.c_str(), 1), isTooLong ? 0 : 1);
+        EXPECT_EQ(File::erase(folder.c_str(), 1), isTooLong ? 0 : 1);
+        putFolder(folder);
+    }
+    EXPECT_EQ(contentOf(longest + "n"), "12345");
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Lines_NamePathsWithPercentSignsToTheLetter) {
+    putFile("%s%n", "x");
+    putFile("%d", "x");
+    putFolder("%d.empty");
+    HookScope const scope;
+    hooks::rename.failFrom(1, 0, -1, EXDEV);
+    hooks::mkdir.failFrom(1, 0, -1, EROFS);
+    hooks::unlink.failFrom(1, 0, -1, EBUSY);
+    hooks::rmdir.failFrom(1, 0, -1, EBUSY);
+    EXPECT_EQ(File::move("%s%n", "%x"), 0);
+    EXPECT_EQ(File::makeDirectories("%x/%d"), 0);
+    EXPECT_EQ(File::erase("%d", 0), 0);
+    EXPECT_EQ(File::erase("%d.empty", 0), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("rename Failed. errno[18] Source:%s%n  Dest:%x"),
+                                   error("CreateDirectory Failed. errno[30] Path:%x/%d/(%x/)"),
+                                   error("remove failed. errno[16] Path:%d"),
+                                   error("rmdir Failed.Path:%d.empty errno[16]")}));
+}
+
 TEST_F(FileSystem, Erase_WithAPathThatDoesNotDo_IsFalseWithoutALine) {
     putFolder("a/b");
     for (char const* const path : {static_cast<char const*>(nullptr), "", "none", "a//b"}) {

@@ -6,10 +6,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <string>
+#include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "TestFileCalls.h"
@@ -303,6 +306,20 @@ TEST_F(FileInFolder, OpenToWrite_WhoseSecondLookAtAReadOnlyFileFails_SaysSo) {
     EXPECT_EQ(mLog.lines(), (Lines{error("is isReadOnly func stat Failed. errno[13] Path:folder/f")}));
 }
 
+TEST_F(FileInFolder, OpenToWrite_ThroughAFile_IsRefusedWithoutALine) {
+    EXPECT_EQ(File("folder/f/x/new", UTF8).open(0, 1), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+    chmod("folder", 0755);
+}
+
+TEST_F(FileInFolder, OpenToWrite_WhoseFolderCannotBeMade_SaysWhichOne) {
+    HookScope const scope;
+    hooks::mkdir.failFrom(1, 1, -1, ENOSPC);
+    EXPECT_EQ(File("new/x/f", UTF8).open(0, 1), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("CreateDirectory Failed. errno[28] Path:new/x/(new/)")}));
+    EXPECT_EQ(permissions("new"), -1);
+}
+
 TEST_F(FileInFolder, OpenToRead_ThatTheSystemRefuses_SaysSo) {
     HookScope const scope;
     hooks::open.failFrom(1, 1, -1, EMFILE);
@@ -392,6 +409,44 @@ TEST_F(FileInFolder, Open_NextToAnotherHolder_FailsAtOnceUnlessBothRead) {
         EXPECT_EQ(mFile.open(0, second), 1);
         EXPECT_EQ(mFile.close(), 1);
     }
+}
+
+TEST_F(FileInFolder, Open_OnManyThreads_LetsOneWriterInAtATime) {
+    setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DETAIL);
+    putFile("shared", "");
+    std::atomic<int> holders{0};
+    std::atomic<int> refusals{0};
+    auto const work = [&holders, &refusals] {
+        for (int opened = 0; opened < 50;) {
+            File file("shared", UTF8);
+            if (file.open(1, 1) == 0) {
+                ++refusals;
+                std::this_thread::yield();
+                continue;
+            }
+            EXPECT_EQ(++holders, 1);
+            EXPECT_EQ(file.write("x", 1), 1);
+            --holders;
+            ++opened;
+        }
+    };
+    {
+        File held("shared", UTF8);
+        ASSERT_EQ(held.open(0, 0), 1);
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back(work);
+        }
+        while (refusals == 0) {
+            std::this_thread::yield();
+        }
+        held.close();
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+    EXPECT_EQ(contentOf("shared").size(), 200U);
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileInFolder, Open_ThatEmptiesALockedFile_FailsButHasEmptiedIt) {
