@@ -107,8 +107,10 @@ inline double elapsed(std::function<void(std::size_t)> const& work, std::size_t 
     return now() - start;
 }
 
-/// How many calls fill a turn, at least 1. Warms the caches on the way.
+/// How many calls fill a turn, at least 1. Warms the caches on the way; the first call of all does not count,
+/// because it may make what the others use.
 inline std::size_t callsForOneTurn(std::function<void(std::size_t)> const& work, Clock now) {
+    work(1);
     std::size_t calls = 1;
     while (elapsed(work, calls, now) < TURN_NANOSECONDS) {
         calls *= 2;

@@ -3,8 +3,11 @@
 #include "UtlMemoryPool.h"
 
 #include <pthread.h>
+#include <sched.h>
 
+#include <cstring>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "BenchRatio.h"
@@ -82,5 +85,37 @@ UTL_RATIO_CPU(
     bareCreateAndRelease, GOAL);
 UTL_RATIO_CPU(
     "pool of 16,384: release and create, random", [] { pool<16384>().random(); }, bareCreateAndRelease, GOAL);
+
+// Two threads do `calls` calls of `work` each at the same time, on whatever processors there are.
+template <typename WORK>
+void inTwoThreads(std::size_t calls, WORK work) {
+    auto const run = [calls, work] {
+        cpu_set_t processors;
+        std::memset(&processors, 0xFF, sizeof(processors));
+        sched_setaffinity(0, sizeof(processors), &processors);
+        for (std::size_t i = 0; i < calls; ++i) {
+            work();
+        }
+    };
+    std::thread first(run);
+    std::thread second(run);
+    first.join();
+    second.join();
+}
+
+void takeAndGiveBack() {
+    static utl::MemoryPool pool(BLOCK_BYTES, 1024, "two");
+    pool.release(pool.create());
+}
+
+struct TwoThreadsDeclaration {
+    TwoThreadsDeclaration() {
+        utlbench::ratioFigures().push_back(
+            {"pool of 1,024: create and release, two threads at a time",
+             [](std::size_t calls) { inTwoThreads(calls, takeAndGiveBack); },
+             [](std::size_t calls) { inTwoThreads(calls, bareCreateAndRelease); }, GOAL,
+             utlbench::WALL_TIME});
+    }
+} const gTwoThreadsDeclaration;
 
 }  // namespace
