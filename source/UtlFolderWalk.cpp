@@ -42,9 +42,9 @@ class [[nodiscard]] OpenFolder {
     DIR* const mFolder;
 };
 
-/// Appends paths to an array that may grow with `insertAt`, with the same content, capacity and result, but
-/// without a copy of all that is there for each new one: once the array has shown that it grows, the paths
-/// wait until their number is known.
+/// Appends paths to an array that may grow as `insertAt` does it, with the same content, capacity and result,
+/// but without a copy of all that is there for each new one: once the array has shown that it grows, the
+/// paths wait until their number is known. *One owner thread*, the one that lists.
 class PathAppender {
   public:
     PathAppender(char const* folder, Array<BasicString<char>>* result)
@@ -100,7 +100,8 @@ char lowerCase(char letter) {
 }
 
 /// Compares with one extension as `compareStrNoCase` does, but without its scratch texts for each name where
-/// that extension has letters of ASCII alone: no other letter folds to one of those.
+/// that extension has letters of ASCII alone: no other letter folds to one of those. *Immutable*, because one
+/// listing has one extension.
 class ExtensionFilter {
   public:
     /// `wanted` may be null, which every name has.
