@@ -24,6 +24,11 @@ constexpr bool isCharStart(char byte) {
     return sequenceBytes(byte) != 0;
 }
 
+/// The bits that a byte which continues a sequence adds to it; 64 and more for any other byte.
+constexpr unsigned int continuationBits(char byte) {
+    return static_cast<unsigned char>(byte) ^ 0x80U;
+}
+
 /// True if the sequence of `bytes` bytes at `text` is complete and in its shortest form.
 inline bool isWholeSequence(char const* text, unsigned int bytes) {
     for (unsigned int i = 1; i < bytes; ++i) {

@@ -17,39 +17,43 @@ constexpr unsigned short SWAPPED_BYTE_ORDER_MARK = 0xFFFE;
 constexpr unsigned int MAX_CHAR_BYTES = 6;
 
 constexpr bool isMark(unsigned short unit) {
-    return unit == BYTE_ORDER_MARK || unit == SWAPPED_BYTE_ORDER_MARK;
+    return unit >= BYTE_ORDER_MARK && (unit == BYTE_ORDER_MARK || unit == SWAPPED_BYTE_ORDER_MARK);
 }
 
-/// The bytes of a unit as one big-endian number.
-constexpr unsigned int utf8Number(unsigned int unit) {
+/// Puts the bytes of a unit that is no mark.
+template <typename OUTPUT>
+UTL_EACH_CHAR inline Step putUtf8(OUTPUT* output, unsigned int unit) {
     unsigned int const last = 0x80U | (unit & 0x3FU);
-    if (unit < 0x80) {
-        return unit;
+    if (unit >= 0x800) {
+        return output->put(0xE0U | unit >> 12U, 0x80U | (unit >> 6U & 0x3FU), last);
     }
-    if (unit < 0x800) {
-        return (0xC0U | unit >> 6U) << 8U | last;
-    }
-    return (0xE0U | unit >> 12U) << 16U | (0x80U | (unit >> 6U & 0x3FU)) << 8U | last;
+    return unit >= 0x80 ? output->put(0xC0U | unit >> 6U, last) : output->put(unit);
 }
 
-/// The unit of the whole character of 1 to 3 bytes at `text`.
-unsigned int unitOf(char const* text, unsigned int bytes) {
-    unsigned int unit = static_cast<unsigned char>(*text) & (bytes == 1 ? 0x7FU : 0x7FU >> bytes);
+/// The value of the sequence of 2 to 4 bytes at `text`, `INVALID_SIZE` for one that is broken or longer than
+/// it needs to be.
+UTL_EACH_CHAR inline unsigned int sequenceValue(char const* text, unsigned int bytes) {
+    unsigned int value = static_cast<unsigned char>(*text) & (0x7FU >> bytes);
     for (unsigned int i = 1; i < bytes; ++i) {
-        unit = unit << 6U | (static_cast<unsigned char>(text[i]) & 0x3FU);
+        unsigned int const bits = continuationBits(text[i]);
+        if (bits >= 64) {
+            return INVALID_SIZE;
+        }
+        value = value << 6U | bits;
     }
-    return unit;
+    unsigned int const shortest = bytes == 2 ? 0x80 : bytes == 3 ? 0x800 : 0x10000;
+    return value >= shortest ? value : INVALID_SIZE;
 }
 
-/// Moves on behind the character of `BYTES` bytes that begins at `*text`; a broken one ends the text.
+/// Puts the unit of the sequence of `BYTES` bytes at `*text`, which moves on. A broken one ends the text.
 template <unsigned int BYTES, typename OUTPUT>
-Step putUnit(char const** text, OUTPUT* output) {
-    if (!isWholeSequence(*text, BYTES)) {
+UTL_EACH_CHAR inline Step putUnit(char const** text, OUTPUT* output) {
+    unsigned int const value = sequenceValue(*text, BYTES);
+    if (value == INVALID_SIZE) {
         return Step::END;
     }
-    unsigned int const unit = BYTES <= 3 ? unitOf(*text, BYTES) : UNMAPPED_UTF16;
     *text += BYTES;
-    return output->put(unit);
+    return output->put(BYTES < 4 ? value : UNMAPPED_UTF16);
 }
 
 /// Copies `src` with its terminator.
@@ -101,7 +105,9 @@ unsigned int boundedUnits(unsigned short const* src, unsigned int limit) {
 
 unsigned int convertCharFromUtf16ToUtf8(char* dst, unsigned int dstSize, unsigned short code, int* bomKind) {
     if (!isMark(code)) {
-        return storeNumber(dst, dstSize, utf8Number(code));
+        CharOutput output(dst, dstSize);
+        putUtf8(&output, code);
+        return output.result();
     }
     if (bomKind != nullptr) {
         *bomKind = code == BYTE_ORDER_MARK ? 1 : 2;
@@ -110,9 +116,8 @@ unsigned int convertCharFromUtf16ToUtf8(char* dst, unsigned int dstSize, unsigne
 }
 
 unsigned int convertStrFromUtf16ToUtf8(char* dst, unsigned int dstSize, unsigned short const* src) {
-    return convertText(dst, dstSize, src, [](unsigned short const** text, auto* output) {
-        unsigned short const unit = *(*text)++;
-        return isMark(unit) ? Step::FAILED : putNumber(output, utf8Number(unit));
+    return convertText(dst, dstSize, src, [](unsigned short unit, auto* output) UTL_EACH_CHAR_LAMBDA {
+        return isMark(unit) ? Step::FAILED : putUtf8(output, unit);
     });
 }
 
@@ -121,19 +126,19 @@ unsigned int convertCharFromUtf8ToUtf16(unsigned short* dst, char const* src, un
     if (dst == nullptr || !isCharacter(bytes) || bytes > 3) {
         return INVALID_SIZE;
     }
-    *dst = static_cast<unsigned short>(unitOf(src, bytes));
+    *dst = static_cast<unsigned short>(bytes == 1 ? static_cast<unsigned char>(*src)
+                                                  : sequenceValue(src, bytes));
     return consume(1, bytes, consumed);
 }
 
 unsigned int convertStrFromUtf8ToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) {
-    return convertText(dst, dstSize, src, [](char const** text, auto* output) {
+    return convertText(dst, dstSize, src, [](char const** text, auto* output) UTL_EACH_CHAR_LAMBDA {
+        if ((**text & 0xF0) == 0xE0) {
+            return putUnit<3>(text, output);
+        }
         switch (sequenceBytes(**text)) {
-            case 1:
-                return putUnit<1>(text, output);
             case 2:
                 return putUnit<2>(text, output);
-            case 3:
-                return putUnit<3>(text, output);
             case 4:
                 return putUnit<4>(text, output);
             default:

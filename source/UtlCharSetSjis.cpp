@@ -14,6 +14,13 @@ unsigned int storeLiteral(char* dst, unsigned int dstSize, char literal) {
     return 1;
 }
 
+/// A character that is no literal.
+unsigned int storeNumber(char* dst, unsigned int dstSize, unsigned int number) {
+    CharOutput output(dst, dstSize);
+    putNumber(&output, number);
+    return output.result();
+}
+
 }  // namespace
 
 unsigned int convertCharFromUtf8ToSjis(char* dst, unsigned int dstSize, char const* src,
@@ -28,7 +35,7 @@ unsigned int convertCharFromUtf8ToSjis(char* dst, unsigned int dstSize, char con
 }
 
 unsigned int convertStrFromUtf8ToSjis(char* dst, unsigned int dstSize, char const* src) {
-    return convertText(dst, dstSize, src, [](char const** text, auto* output) {
+    return convertText(dst, dstSize, src, [](char const** text, auto* output) UTL_EACH_CHAR_LAMBDA {
         Utf8Char const character = utf8CharAt(*text);
         char const literal = **text;
         *text += character.mBytes;
@@ -49,7 +56,7 @@ unsigned int convertCharFromSjisToUtf8(char* dst, unsigned int dstSize, char con
 }
 
 unsigned int convertStrFromSjisToUtf8(char* dst, unsigned int dstSize, char const* src) {
-    return convertText(dst, dstSize, src, [](char const** text, auto* output) {
+    return convertText(dst, dstSize, src, [](char const** text, auto* output) UTL_EACH_CHAR_LAMBDA {
         SjisChar const character = sjisCharAt(*text);
         char const literal = **text;
         *text += character.mBytes;
@@ -69,7 +76,7 @@ unsigned int convertCharFromSjisToUtf16(unsigned short* dst, char const* src, un
 }
 
 unsigned int convertStrFromSjisToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) {
-    return convertText(dst, dstSize, src, [](char const** text, auto* output) {
+    return convertText(dst, dstSize, src, [](char const** text, auto* output) UTL_EACH_CHAR_LAMBDA {
         SjisChar const character = sjisCharAt(*text);
         auto const literal = static_cast<unsigned char>(**text);
         *text += character.mBytes;

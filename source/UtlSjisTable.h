@@ -51,16 +51,11 @@ constexpr SjisKind sjisKind(unsigned char first) {
     return first >= 0xA1 && first <= 0xDF ? SjisKind::KANA : SjisKind::DOUBLE;
 }
 
-constexpr unsigned int SJIS_LEAD_COUNT = 31 + 16 + 3;
+constexpr unsigned int SJIS_LEAD_COUNT = 31 + 16 + 3;  // kinds of first bytes of double-byte codes
 constexpr unsigned int SJIS_TRAIL_MIN = 0x40;
 constexpr unsigned int SJIS_TRAIL_COUNT = 0xFC - 0x40 + 1;
 constexpr unsigned int SJIS_KANA_MIN = 0xA1;
 constexpr unsigned int SJIS_KANA_COUNT = 0xDF - 0xA1 + 1;
-
-/// The number of a double-byte code's first byte among those that there are.
-constexpr unsigned int sjisLeadNumber(unsigned int lead) {
-    return lead <= 0x9F ? lead - 0x81 : lead <= 0xEF ? lead - 0xE0 + 31 : lead - 0xFA + 31 + 16;
-}
 
 // UTF-8 that may have a code --------------------------------------------------------------------------------
 
@@ -76,36 +71,31 @@ constexpr unsigned int utf8KeyBytes(unsigned char first) {
     return (first >= 0xE2 && first <= 0xE9) || first == 0xEF ? 3 : 1;
 }
 
-/// Characters that differ in the last byte alone are a block.
+/// Characters that differ in the last byte alone are a block, and so are blocks of keys of three bytes that
+/// differ in the second byte alone.
 constexpr unsigned int UTF8_BLOCK_SIZE = 64;
-constexpr unsigned int UTF8_SHORT_BLOCKS = 0xD1 - 0xC2 + 1;
-constexpr unsigned int UTF8_BLOCK_COUNT = UTF8_SHORT_BLOCKS + (0xE9 - 0xE2 + 1 + 1) * UTF8_BLOCK_SIZE;
 
-/// The number of the block of a two-byte key.
-constexpr unsigned int utf8Block(unsigned int first) {
-    return first - 0xC2;
-}
-
-/// The number of the block of a three-byte key.
-constexpr unsigned int utf8Block(unsigned int first, unsigned int second) {
-    unsigned int const lead = first == 0xEF ? 8 : first - 0xE2;
-    return UTF8_SHORT_BLOCKS + lead * UTF8_BLOCK_SIZE + (second & 0x3FU);
-}
-
+constexpr unsigned int UTF8_PAIR_LEAD_COUNT = 0xD1 - 0xC2 + 1;
+constexpr unsigned int UTF8_TRIPLE_LEAD_COUNT = 0xE9 - 0xE2 + 1 + 1;
 constexpr unsigned int UTF8_USED_BLOCKS = 361;
 
 // Looking up ------------------------------------------------------------------------------------------------
 
 /// Rows of the tables, counted from 1; 0 where there is none.
 struct SjisIndex {
-    unsigned short mSjisRows[SJIS_LEAD_COUNT * SJIS_TRAIL_COUNT];
-    /// Where the rows of a block begin. All blocks without a character share the first.
-    unsigned short mUtf8Blocks[UTF8_BLOCK_COUNT];
+    /// Where the rows of a first byte begin; 0 for a byte that is not the first of a double-byte code.
+    unsigned short mSjisLeads[256];
+    unsigned short mSjisRows[(1 + SJIS_LEAD_COUNT) * SJIS_TRAIL_COUNT];
+    /// For the first byte of a key of two bytes the place of its block, for one of three the place where its
+    /// blocks begin, and for a byte that stands for itself 0.
+    unsigned short mUtf8Leads[256];
+    /// Where the rows of a block begin; 0 for all blocks without a character.
+    unsigned short mUtf8Blocks[1 + UTF8_PAIR_LEAD_COUNT + UTF8_TRIPLE_LEAD_COUNT * UTF8_BLOCK_SIZE];
     unsigned short mUtf8Rows[(1 + UTF8_USED_BLOCKS) * UTF8_BLOCK_SIZE];
 };
 
-extern SjisTables const SJIS_TABLES;
-extern SjisIndex const SJIS_INDEX;
+[[gnu::visibility("hidden")]] extern SjisTables const SJIS_TABLES;
+[[gnu::visibility("hidden")]] extern SjisIndex const SJIS_INDEX;
 
 /// What stands in for a character that has no row: all of it is 0.
 constexpr SjisRecord UNMAPPED_SJIS{};
@@ -118,28 +108,28 @@ struct SjisChar {
     SjisRecord const* mpRecord;  ///< `UNMAPPED_SJIS` for a literal, too
 };
 
-inline SjisRecord const* sjisDouble(unsigned int lead, unsigned int trail) {
+[[gnu::always_inline]] inline SjisRecord const* sjisDouble(unsigned int lead, unsigned int trail) {
     unsigned int const column = trail - SJIS_TRAIL_MIN;
     if (column >= SJIS_TRAIL_COUNT) {
         return &UNMAPPED_SJIS;
     }
-    unsigned int const row = SJIS_INDEX.mSjisRows[sjisLeadNumber(lead) * SJIS_TRAIL_COUNT + column];
+    unsigned int const row = SJIS_INDEX.mSjisRows[lead + column];
     return row != 0 ? &SJIS_TABLES.SjisTable[row - 1] : &UNMAPPED_SJIS;
 }
 
 /// The character at `text`, which a terminator ends.
-inline SjisChar sjisCharAt(char const* text) {
+[[gnu::always_inline]] inline SjisChar sjisCharAt(char const* text) {
     auto const first = static_cast<unsigned char>(text[0]);
-    switch (sjisKind(first)) {
-        case SjisKind::LITERAL:
-            return {SjisKind::LITERAL, 1, &UNMAPPED_SJIS};
-        case SjisKind::KANA:
-            return {SjisKind::KANA, 1, &SJIS_TABLES.SjisTable[first - SJIS_KANA_MIN]};
-        case SjisKind::DOUBLE:
-            break;
+    unsigned int const lead = SJIS_INDEX.mSjisLeads[first];
+    if (lead != 0) {
+        auto const second = static_cast<unsigned char>(text[1]);
+        return {SjisKind::DOUBLE, second != 0 ? 2U : 1U, sjisDouble(lead, second)};
     }
-    auto const second = static_cast<unsigned char>(text[1]);
-    return {SjisKind::DOUBLE, second != 0 ? 2U : 1U, sjisDouble(first, second)};
+    unsigned int const kana = first - SJIS_KANA_MIN;
+    if (kana < SJIS_KANA_COUNT) {
+        return {SjisKind::KANA, 1, &SJIS_TABLES.SjisTable[kana]};
+    }
+    return {SjisKind::LITERAL, 1, &UNMAPPED_SJIS};
 }
 
 /// What a text holds for a half-width kana that has no row.
@@ -150,13 +140,13 @@ constexpr unsigned int UNMAPPED_UTF16 = 0x203B;
 
 /// What UTF-8 text holds for a character that is no literal, as a number; 0 for a double-byte code without a
 /// row, which callers can tell from all others by that.
-inline unsigned int utf8InText(SjisChar const& character) {
+[[gnu::always_inline]] inline unsigned int utf8InText(SjisChar const& character) {
     unsigned int const utf8 = character.mpRecord->mUtf8;
     return utf8 == 0 && character.mKind == SjisKind::KANA ? UNMAPPED_KANA : utf8;
 }
 
 /// What UTF-16 text holds for a character that is no literal.
-inline unsigned int utf16InText(SjisChar const& character) {
+[[gnu::always_inline]] inline unsigned int utf16InText(SjisChar const& character) {
     unsigned int const unit = character.mpRecord->mUtf16;
     return unit != 0 ? unit : character.mKind == SjisKind::KANA ? UNMAPPED_KANA : UNMAPPED_UTF16;
 }
@@ -168,24 +158,29 @@ struct Utf8Char {
     Utf8ToSjisRecord const* mpRecord;  ///< `UNMAPPED_UTF8` for a literal, too
 };
 
-inline Utf8ToSjisRecord const* utf8InBlock(unsigned int block, unsigned char last) {
-    unsigned int const row = SJIS_INDEX.mUtf8Rows[SJIS_INDEX.mUtf8Blocks[block] + (last & 0x3FU)];
+/// Bytes that look like the beginning of a key of `bytes` bytes and are none.
+[[gnu::noinline]] inline Utf8Char brokenUtf8At(char const* text, unsigned int bytes) {
+    return {false, boundedLength(text, bytes), &UNMAPPED_UTF8};
+}
+
+[[gnu::always_inline]] inline Utf8ToSjisRecord const* utf8InBlock(unsigned int block, unsigned int last) {
+    unsigned int const row = SJIS_INDEX.mUtf8Rows[SJIS_INDEX.mUtf8Blocks[block] + last];
     return row != 0 ? &SJIS_TABLES.Utf8ToSjisTable[row - 1] : &UNMAPPED_UTF8;
 }
 
 /// The character at `text`, which a terminator ends.
-inline Utf8Char utf8CharAt(char const* text) {
+[[gnu::always_inline]] inline Utf8Char utf8CharAt(char const* text) {
     auto const first = static_cast<unsigned char>(text[0]);
-    unsigned int const bytes = utf8KeyBytes(first);
-    if (bytes == 1) {
+    unsigned int const lead = SJIS_INDEX.mUtf8Leads[first];
+    if (lead == 0) {
         return {true, 1, &UNMAPPED_UTF8};
     }
-    if (!isWholeSequence(text, bytes)) {
-        return {false, boundedLength(text, bytes), &UNMAPPED_UTF8};
+    unsigned int const second = continuationBits(text[1]);
+    if (first < 0xE0) {
+        return second < 64 ? Utf8Char{false, 2, utf8InBlock(lead, second)} : brokenUtf8At(text, 2);
     }
-    unsigned int const block =
-        bytes == 2 ? utf8Block(first) : utf8Block(first, static_cast<unsigned char>(text[1]));
-    return {false, bytes, utf8InBlock(block, static_cast<unsigned char>(text[bytes - 1]))};
+    unsigned int const third = second < 64 ? continuationBits(text[2]) : 64;
+    return third < 64 ? Utf8Char{false, 3, utf8InBlock(lead + second, third)} : brokenUtf8At(text, 3);
 }
 
 }  // namespace utl

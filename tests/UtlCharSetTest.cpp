@@ -408,6 +408,18 @@ TEST(CharSet, TextThatDoesNotFit_IsWrittenAsFarAsItDoes) {
               (std::vector<unsigned short>{'a', 'b'}));
 }
 
+TEST(CharSet, TheLargestSizes_AreSizes) {
+    for (unsigned int size : {0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
+        char bytes[16];
+        unsigned short units[16];
+        EXPECT_EQ(utl::convertStrFromUtf8ToSjis(bytes, size, UTF_8.c_str()), 7U);
+        EXPECT_EQ(utl::convertStrFromSjisToUtf8(bytes, size, SHIFT_JIS.c_str()), 11U);
+        EXPECT_EQ(utl::convertStrFromSjisToUtf16(units, size, SHIFT_JIS.c_str()), 5U);
+        EXPECT_EQ(utl::convertStrFromUtf8ToUtf16(units, size, UTF_8.c_str()), 5U);
+        EXPECT_EQ(utl::convertStrFromUtf16ToUtf8(bytes, size, terminated(UTF_16).get()), 11U);
+    }
+}
+
 // --- what has no counterpart
 
 TEST(StrFromUtf8ToSjis, ACharacterWithoutACode_IsAZeroByteThatCounts) {
