@@ -3,12 +3,9 @@
 #include <cstdint>
 #include <cstring>
 
-namespace utl {
+#include "UtlEachChar.h"
 
-// What runs for each character of a text must be inlined into the loop over it: then the positions stay in
-// registers, and the loop takes half the time.
-#define UTL_EACH_CHAR [[gnu::always_inline]]
-#define UTL_EACH_CHAR_LAMBDA __attribute__((always_inline))
+namespace utl {
 
 /// ASCII, which is the same in Shift-JIS and Unicode, passes in blocks of so many characters.
 constexpr unsigned int ASCII_BLOCK = 8;

@@ -29,17 +29,16 @@ unsigned int convertCharFromUtf8ToSjis(char* dst, unsigned int dstSize, char con
         return INVALID_SIZE;
     }
     Utf8Char const character = utf8CharAt(src);
-    unsigned int const result = character.mIsLiteral ? storeLiteral(dst, dstSize, *src)
-                                                     : storeNumber(dst, dstSize, character.mpRecord->mSjis);
+    unsigned int const result =
+        character.mIsLiteral ? storeLiteral(dst, dstSize, *src) : storeNumber(dst, dstSize, character.mSjis);
     return consume(result, character.mBytes, consumed);
 }
 
 unsigned int convertStrFromUtf8ToSjis(char* dst, unsigned int dstSize, char const* src) {
     return convertText(dst, dstSize, src, [](char const** text, auto* output) UTL_EACH_CHAR_LAMBDA {
         Utf8Char const character = utf8CharAt(*text);
-        char const literal = **text;
         *text += character.mBytes;
-        return character.mIsLiteral ? output->put(literal) : putNumber(output, character.mpRecord->mSjis);
+        return putNumber(output, character.mSjis);
     });
 }
 

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "UtlCharDecoder.h"
+#include "UtlEachChar.h"
 
 namespace utl {
 
@@ -35,8 +36,6 @@ struct SjisTables {
     SjisRecord SjisTable[SJIS_COUNT];
 };
 
-// Shift-JIS -------------------------------------------------------------------------------------------------
-
 enum class SjisKind {
     LITERAL,  ///< stands for itself and is never looked up
     KANA,     ///< a half-width kana, one byte
@@ -56,8 +55,6 @@ constexpr unsigned int SJIS_TRAIL_MIN = 0x40;
 constexpr unsigned int SJIS_TRAIL_COUNT = 0xFC - 0x40 + 1;
 constexpr unsigned int SJIS_KANA_MIN = 0xA1;
 constexpr unsigned int SJIS_KANA_COUNT = 0xDF - 0xA1 + 1;
-
-// UTF-8 that may have a code --------------------------------------------------------------------------------
 
 /// Bytes of the key that starts with this byte, 1 for a byte that stands for itself and is never looked up.
 /// These are not all leads of UTF-8: where the table has no character, the bytes pass one by one.
@@ -79,8 +76,6 @@ constexpr unsigned int UTF8_PAIR_LEAD_COUNT = 0xD1 - 0xC2 + 1;
 constexpr unsigned int UTF8_TRIPLE_LEAD_COUNT = 0xE9 - 0xE2 + 1 + 1;
 constexpr unsigned int UTF8_USED_BLOCKS = 361;
 
-// Looking up ------------------------------------------------------------------------------------------------
-
 /// Rows of the tables, counted from 1; 0 where there is none.
 struct SjisIndex {
     /// Where the rows of a first byte begin; 0 for a byte that is not the first of a double-byte code.
@@ -97,9 +92,8 @@ struct SjisIndex {
 [[gnu::visibility("hidden")]] extern SjisTables const SJIS_TABLES;
 [[gnu::visibility("hidden")]] extern SjisIndex const SJIS_INDEX;
 
-/// What stands in for a character that has no row: all of it is 0.
-constexpr SjisRecord UNMAPPED_SJIS{};
-constexpr Utf8ToSjisRecord UNMAPPED_UTF8{};
+/// What stands in for a code that has no row: all of it is 0.
+inline constexpr SjisRecord UNMAPPED_SJIS{};
 
 /// A character of Shift-JIS text.
 struct SjisChar {
@@ -108,7 +102,7 @@ struct SjisChar {
     SjisRecord const* mpRecord;  ///< `UNMAPPED_SJIS` for a literal, too
 };
 
-[[gnu::always_inline]] inline SjisRecord const* sjisDouble(unsigned int lead, unsigned int trail) {
+UTL_EACH_CHAR inline SjisRecord const* sjisDouble(unsigned int lead, unsigned int trail) {
     unsigned int const column = trail - SJIS_TRAIL_MIN;
     if (column >= SJIS_TRAIL_COUNT) {
         return &UNMAPPED_SJIS;
@@ -118,7 +112,7 @@ struct SjisChar {
 }
 
 /// The character at `text`, which a terminator ends.
-[[gnu::always_inline]] inline SjisChar sjisCharAt(char const* text) {
+UTL_EACH_CHAR inline SjisChar sjisCharAt(char const* text) {
     auto const first = static_cast<unsigned char>(text[0]);
     unsigned int const lead = SJIS_INDEX.mSjisLeads[first];
     if (lead != 0) {
@@ -140,13 +134,13 @@ constexpr unsigned int UNMAPPED_UTF16 = 0x203B;
 
 /// What UTF-8 text holds for a character that is no literal, as a number; 0 for a double-byte code without a
 /// row, which callers can tell from all others by that.
-[[gnu::always_inline]] inline unsigned int utf8InText(SjisChar const& character) {
+UTL_EACH_CHAR inline unsigned int utf8InText(SjisChar const& character) {
     unsigned int const utf8 = character.mpRecord->mUtf8;
     return utf8 == 0 && character.mKind == SjisKind::KANA ? UNMAPPED_KANA : utf8;
 }
 
 /// What UTF-16 text holds for a character that is no literal.
-[[gnu::always_inline]] inline unsigned int utf16InText(SjisChar const& character) {
+UTL_EACH_CHAR inline unsigned int utf16InText(SjisChar const& character) {
     unsigned int const unit = character.mpRecord->mUtf16;
     return unit != 0 ? unit : character.mKind == SjisKind::KANA ? UNMAPPED_KANA : UNMAPPED_UTF16;
 }
@@ -154,33 +148,33 @@ constexpr unsigned int UNMAPPED_UTF16 = 0x203B;
 /// A character of UTF-8 text on its way to Shift-JIS.
 struct Utf8Char {
     bool mIsLiteral;
-    unsigned int mBytes;               ///< never those of a terminator
-    Utf8ToSjisRecord const* mpRecord;  ///< `UNMAPPED_UTF8` for a literal, too
+    unsigned int mBytes;  ///< never those of a terminator
+    unsigned int mSjis;   ///< the byte of a literal, 0 for a character without a code
 };
 
-/// Bytes that look like the beginning of a key of `bytes` bytes and are none.
-[[gnu::noinline]] inline Utf8Char brokenUtf8At(char const* text, unsigned int bytes) {
-    return {false, boundedLength(text, bytes), &UNMAPPED_UTF8};
+/// A key of `bytes` bytes as its first one says, but the others do not follow.
+UTL_EACH_CHAR inline Utf8Char brokenUtf8At(char const* text, unsigned int bytes) {
+    return {false, boundedLength(text, bytes), 0};
 }
 
-[[gnu::always_inline]] inline Utf8ToSjisRecord const* utf8InBlock(unsigned int block, unsigned int last) {
+UTL_EACH_CHAR inline unsigned int sjisInBlock(unsigned int block, unsigned int last) {
     unsigned int const row = SJIS_INDEX.mUtf8Rows[SJIS_INDEX.mUtf8Blocks[block] + last];
-    return row != 0 ? &SJIS_TABLES.Utf8ToSjisTable[row - 1] : &UNMAPPED_UTF8;
+    return row != 0 ? SJIS_TABLES.Utf8ToSjisTable[row - 1].mSjis : 0U;
 }
 
 /// The character at `text`, which a terminator ends.
-[[gnu::always_inline]] inline Utf8Char utf8CharAt(char const* text) {
+UTL_EACH_CHAR inline Utf8Char utf8CharAt(char const* text) {
     auto const first = static_cast<unsigned char>(text[0]);
     unsigned int const lead = SJIS_INDEX.mUtf8Leads[first];
     if (lead == 0) {
-        return {true, 1, &UNMAPPED_UTF8};
+        return {true, 1, first};
     }
     unsigned int const second = continuationBits(text[1]);
     if (first < 0xE0) {
-        return second < 64 ? Utf8Char{false, 2, utf8InBlock(lead, second)} : brokenUtf8At(text, 2);
+        return second < 64 ? Utf8Char{false, 2, sjisInBlock(lead, second)} : brokenUtf8At(text, 2);
     }
     unsigned int const third = second < 64 ? continuationBits(text[2]) : 64;
-    return third < 64 ? Utf8Char{false, 3, utf8InBlock(lead + second, third)} : brokenUtf8At(text, 3);
+    return third < 64 ? Utf8Char{false, 3, sjisInBlock(lead + second, third)} : brokenUtf8At(text, 3);
 }
 
 }  // namespace utl
