@@ -111,8 +111,9 @@ struct Texts {
 
 // All characters of the manual pages that the code page has.
 std::string const& pageText() {
-    static std::string const text = convertedBy(
-        Iconv("UTF-8", "CP932"), convertedBy(Iconv("CP932//IGNORE", "UTF-8"), utlbench::manualPages(4 * MEGABYTE)));
+    static std::string const text =
+        convertedBy(Iconv("UTF-8", "CP932"),
+                    convertedBy(Iconv("CP932//IGNORE", "UTF-8"), utlbench::manualPages(4 * MEGABYTE)));
     return text;
 }
 
