@@ -52,7 +52,7 @@ class AsciiBlock {
     }
 
     UTL_EACH_CHAR static void merge(void* dst, std::uint64_t value, std::uint64_t mask) {
-        std::uint64_t old;
+        std::uint64_t old = 0;
         std::memcpy(&old, dst, sizeof(old));
         old = (old & ~mask) | (value & mask);
         std::memcpy(dst, &old, sizeof(old));

@@ -164,7 +164,7 @@ UTL_EACH_CHAR inline Step passAscii(char const** text, char const* end, OUTPUT* 
         }
     }
     for (; *text != end && isAscii(**text); ++*text) {
-        if (output->put(**text) == Step::FAILED) {
+        if (output->put(static_cast<unsigned char>(**text)) == Step::FAILED) {
             return Step::FAILED;
         }
     }

@@ -57,7 +57,7 @@ unsigned int convertCharFromSjisToUtf8(char* dst, unsigned int dstSize, char con
 unsigned int convertStrFromSjisToUtf8(char* dst, unsigned int dstSize, char const* src) {
     return convertText(dst, dstSize, src, [](char const** text, auto* output) UTL_EACH_CHAR_LAMBDA {
         SjisChar const character = sjisCharAt(*text);
-        char const literal = **text;
+        auto const literal = static_cast<unsigned char>(**text);
         *text += character.mBytes;
         return character.mKind == SjisKind::LITERAL ? output->put(literal)
                                                     : putNumber(output, utf8InText(character));

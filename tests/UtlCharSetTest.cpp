@@ -4,10 +4,13 @@
 
 #include <climits>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "TestAllocations.h"
 #include "TestCharSet.h"
 #include "UtlSjisTable.h"
+#include "UtlWorkingBuffer.h"
 
 namespace {
 
@@ -364,6 +367,15 @@ TEST(CharSet, OneTextInThreeForms_IsConvertedBetweenAllOfThem) {
     EXPECT_EQ(textOf(converted(&utl::convertStrFromUtf16ToUtf8, UTF_16)), UTF_8);
 }
 
+TEST(CharSet, TheSizeAskedFor_IsTheSizeUsed) {
+    char const* const sjis = SHIFT_JIS.c_str();
+    unsigned int const size = utl::convertStrFromSjisToUtf8(nullptr, 0, sjis);  // with the terminator
+    std::vector<char> utf8(size);
+    unsigned int const used = utl::convertStrFromSjisToUtf8(utf8.data(), size, sjis);  // the same
+    EXPECT_EQ(used, size);
+    EXPECT_STREQ(utf8.data(), UTF_8.c_str());
+}
+
 TEST(CharSet, EmptyTexts_GiveATerminator) {
     Units const none;
     EXPECT_EQ(textOf(converted(&utl::convertStrFromUtf8ToSjis, EMPTY)), EMPTY);
@@ -441,8 +453,20 @@ TEST(StrFromUtf8ToSjis, BytesThatBeginNoKey_PassAsTheyAre) {
     }
 }
 
+// What looks like them and is what Windows uses has one: U+FF5E, U+FF0D, U+2015, U+2225, U+FFE0 to U+FFE2.
+TEST(StrFromUtf8ToSjis, SignsThatOtherSystemsUse_HaveNoCode) {
+    for (char const* sign : {"\xE3\x80\x9C", "\xE2\x88\x92", "\xE2\x80\x94", "\xE2\x80\x96", "\xC2\xA2",
+                             "\xC2\xA3", "\xC2\xAC", "\xC2\xA5", "\xE2\x80\xBE"}) {
+        EXPECT_EQ(textOf(converted(&utl::convertStrFromUtf8ToSjis, std::string(sign) + "z")), ZERO + "z");
+    }
+    for (char const* sign : {"\xEF\xBD\x9E", "\xEF\xBC\x8D", "\xE2\x80\x95", "\xE2\x88\xA5", "\xEF\xBF\xA0",
+                             "\xEF\xBF\xA1", "\xEF\xBF\xA2", "\xEF\xBF\xA5", "\xEF\xBF\xA3"}) {
+        EXPECT_EQ(textOf(converted(&utl::convertStrFromUtf8ToSjis, std::string(sign))).size(), 2U);
+    }
+}
+
 TEST(StrFromUtf8ToSjis, OfSeveralCodes_WritesTheOneThatOthersWrite) {
-    // Not sign: rows 2 of JIS X 0208, 0xEE and 0xFA. Because: JIS X 0208, 0x87 and 0xFA. Roman one: 0x87 and
+    // Not sign: row 2 of JIS X 0208, 0xEE and 0xFA. Because: JIS X 0208, 0x87 and 0xFA. Roman one: 0x87 and
     // 0xFA. A kanji of IBM's: 0xED and 0xFA.
     EXPECT_EQ(textOf(converted(&utl::convertStrFromUtf8ToSjis, std::string("\xEF\xBF\xA2"))), "\x81\xCA");
     EXPECT_EQ(textOf(converted(&utl::convertStrFromUtf8ToSjis, std::string("\xE2\x88\xB5"))), "\x81\xE6");
@@ -731,6 +755,44 @@ TEST(BinFromUint8ToDchar, Null_Fails) {
     EXPECT_EQ(utl::convertBinFromUint8ToDchar(nullptr, 1, bytes, 2, 1), INVALID_SIZE);
     EXPECT_EQ(utl::convertBinFromUint8ToDchar(nullptr, 1, bytes, 0, 1), INVALID_SIZE);
     EXPECT_EQ(dst, 0x7E7E);
+}
+
+// --- on its own
+
+// One call of each function that converts text.
+void convertAll() {
+    char bytes[32];
+    unsigned short units[32];
+    wchar_t wide[32];
+    unsigned int const size = 32;
+    utl::convertStrFromUtf8ToSjis(bytes, size, "\xE3\x81\x82z");
+    utl::convertCharFromUtf8ToSjis(bytes, size, "\xE3\x81\x82z", nullptr);
+    utl::convertStrFromSjisToUtf8(bytes, size, "\x82\xA0z");
+    utl::convertCharFromSjisToUtf8(bytes, size, "\x82\xA0z", nullptr);
+    utl::convertStrFromSjisToUtf16(units, size, "\x82\xA0z");
+    utl::convertCharFromSjisToUtf16(units, "\x82\xA0z", nullptr);
+    utl::convertStrFromUtf8ToUtf16(units, size, "\xE3\x81\x82z");
+    utl::convertCharFromUtf8ToUtf16(units, "\xE3\x81\x82z", nullptr);
+    unsigned short const source[] = {0x3042, 'z', 0};
+    utl::convertStrFromUtf16ToUtf8(bytes, size, source);
+    utl::convertCharFromUtf16ToUtf8(bytes, size, source[0], nullptr);
+    utl::convertStrFromTcharToWchar(wide, size, "\xE3\x81\x82z");
+    utl::convertStrFromWcharToTchar(bytes, size, L"\u3042z");
+    utl::convertStrFromTcharToChar(bytes, size, "\xE3\x81\x82z");
+    utl::convertStrFromCharToTchar(bytes, size, "\xE3\x81\x82z");
+}
+
+TEST(CharSet, Conversions_TakeNothingFromTheHeap) {
+    unsigned int const before = utltest::allocations();
+    convertAll();
+    EXPECT_EQ(utltest::allocations(), before);
+}
+
+TEST(CharSet, Conversions_DoNotWaitForAScratchBuffer) {
+    utl::WorkingBuffer<char> const mine;
+    std::thread other(&convertAll);
+    other.join();
+    EXPECT_NE(mine.get(), nullptr);
 }
 
 // --- before main
