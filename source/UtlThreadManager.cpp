@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <sys/resource.h>
 
+#include <atomic>
 #include <climits>
 #include <cstring>
 #include <memory>
@@ -33,6 +34,10 @@ static_assert(std::is_trivially_destructible_v<std::shared_mutex>, "threads may 
 // Lets one deletion of the instance happen at a time, from the end of its watchdog's thread on.
 std::mutex gDestruction;
 static_assert(std::is_trivially_destructible_v<std::mutex>, "threads may outlive the exit handlers");
+
+// The instance, from the start of its watchdog until its end begins: found without a lock, because every sign
+// of life looks for it.
+std::atomic<ThreadManager*> gWatching{nullptr};
 
 // Applies to the calling thread alone, other than POSIX has it.
 int setCallersPriority(char const* function, unsigned int line, int osValue) {
@@ -138,6 +143,10 @@ SyncObject const& ThreadManager::instantiationSyncObject() {
 
 // The watchdog starts outside the lock, and behind its flag: its thread comes back here while it starts.
 ThreadManager* ThreadManager::get() {
+    ThreadManager* const watching = gWatching;
+    if (watching != nullptr) {
+        return watching;
+    }
     bool isFirst = false;
     ThreadManager* const manager = getOrCreate(&isFirst);
     if (isFirst) {
@@ -156,6 +165,7 @@ ThreadManager* ThreadManager::getOrCreate(bool* isFirst) {
     *isFirst = !mHasInitializedWatchdog;
     if (*isFirst) {
         mHasInitializedWatchdog = true;
+        gWatching = mpTheObject;
     }
     return mpTheObject;
 }
@@ -201,6 +211,7 @@ void ThreadManager::destroy() {
 ThreadManager* ThreadManager::forbidWatchdog() {
     std::unique_lock<std::shared_mutex> const alone(gDeletion);
     SyncGuard const guard(instantiationSyncObject());
+    gWatching = nullptr;
     return mHasInitializedWatchdog.exchange(true) ? mpTheObject : nullptr;
 }
 

@@ -73,6 +73,9 @@ WatchdogInfo* findReporter(WatchdogInfos& infos, int id) {
     return found != nullptr && found->mKey == id ? &found->mValue : nullptr;
 }
 
+// Steps on when a thread comes into a table or goes.
+std::atomic<unsigned int> gTableChanges{0};
+
 /// Says that a sign of life is being processed as long as the scope lasts.
 class [[nodiscard]] InKeepAlive {
   public:
@@ -126,6 +129,7 @@ ThreadWatchdog::ThreadWatchdog(unsigned int entryMax)
 }
 
 ThreadWatchdog::~ThreadWatchdog() {
+    ++gTableChanges;
     delete mThread;
 }
 
@@ -228,6 +232,7 @@ bool ThreadWatchdog::entry(int id, unsigned int aliveTime, WatchdogTimerListener
     }
     SyncGuard const guard(mInfosSyncObject);
     WatchdogInfo const info(id, aliveTime, listener, name, WatchdogInfo::NOT_WATCHING);
+    ++gTableChanges;
     if (mInfos.find(id) != nullptr || !mInfos.insert(id, info)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ThreadWatchdog Register EntryMap ID:%d", id);
         return false;
@@ -242,11 +247,27 @@ bool ThreadWatchdog::unregister(int id) {
         return false;
     }
     SyncGuard const guard(mInfosSyncObject);
+    ++gTableChanges;
     return mInfos.erase(id);
 }
 
+// A message thread asks for itself around each message, so the thread's last answer is kept. The count is
+// read in front of the table: an answer that a change overtakes is not believed again.
 bool ThreadWatchdog::isRegistered(int id) {
-    return mInitialized && findWatchdogInfo(id) != nullptr;
+    if (!mInitialized) {
+        return false;
+    }
+    thread_local struct {
+        ThreadWatchdog const* watchdog;
+        unsigned int changes;
+        int id;
+        bool isRegistered;
+    } tLast = {nullptr, 0, 0, false};
+    unsigned int const changes = gTableChanges;
+    if (tLast.watchdog != this || tLast.changes != changes || tLast.id != id) {
+        tLast = {this, changes, id, findWatchdogInfo(id) != nullptr};
+    }
+    return tLast.isRegistered;
 }
 
 bool ThreadWatchdog::isWatching(int id) {
