@@ -345,7 +345,8 @@ class UTL_API MsgDrivenThread : public Thread {
     int runLoop();
     void leaveLoop();
     bool serveToken(PipeToken const& token, StatementInfo const& place);
-    bool peekHead(ThreadCtlMsg* head);
+    bool peekHead(ThreadCtlMsg* head, bool* isRequested);
+    bool serveRequests(ThreadCtlMsg* head);
     bool isPending(Event const& request) const;
     bool serveInterrupt();
     bool serveErase();
@@ -394,8 +395,9 @@ class UTL_API MsgDrivenThread : public Thread {
     Queue<ThreadCtlMsg> mCtlQueue;
     Queue<unsigned char> mDataQueue;
     std::atomic<bool> mDataOverflowLogged{false};
-    bool mLoopEnded = false;         // under mQueueLock: no request may wait for the loop any more
-    bool mStartSucceeded = false;    // under mQueueLock: how the start went that somebody waits for
+    bool mLoopEnded : 1;       // under mQueueLock: no request may wait for the loop any more
+    bool mStartSucceeded : 1;  // under mQueueLock: how the start went that somebody waits for
+    bool mIsRequested : 1;     // under mQueueLock: one of the three events that a wake entry is for may be on
     unsigned char mStrayFrames = 0;  // under mQueueLock: frames without an entry, the last of mDataQueue
     Queue<unsigned char> mInterruptQueue;
     ThreadRawMsg mSendMsg;

@@ -48,6 +48,9 @@ MsgDrivenThread::MsgDrivenThread(unsigned int maxMsgSize, unsigned int maxMsgCou
       mMaxMsgCount(maxMsgCount),
       mCtlQueue(clippedSize(1ULL * maxMsgCount + EXTRA_CTL_ENTRIES)),
       mDataQueue(frameBytes(frameSize(maxMsgSize), maxMsgCount)),
+      mLoopEnded(false),
+      mStartSucceeded(false),
+      mIsRequested(false),
       mInterruptQueue(frameSize(maxMsgSize)),
       mSendMsg(frameSize(maxMsgSize)),
       mReceiveMsg(frameSize(maxMsgSize)),
@@ -244,6 +247,7 @@ void MsgDrivenThread::reportDiscarded(ThreadRawMsg& frame, int ctlId) {
 // Event and entry appear together for the loop, which looks at the event under the same lock.
 bool MsgDrivenThread::announceRequest(Event& event, int ctlId) {
     event.setOn();
+    mIsRequested = true;
     if (postThreadCtlMsg(ctlId, -1) == 0) {
         event.setOff();
         return false;
@@ -286,14 +290,14 @@ int MsgDrivenThread::postThreadCtlMsg(int msgId, int param) {
     ThreadCtlMsg entry;
     entry.mMsgId = msgId;
     entry.mParam = param;
-    if (!hasRoomForEntry()) {
+    if (mCtlQueue.size() >= mCtlQueue.maxSize() || !reserveToken(mPipe[1])) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread(%s) Overflow ThreadCtlMsgQueue  MaxCount:%d MsgId:0x%08x", getName().buffer(),
                static_cast<int>(mCtlQueue.maxSize()), static_cast<unsigned int>(msgId));
         return 0;
     }
     mCtlQueue.pushBack(entry);
-    TokenIo const io = writeToken(mPipe[1], {msgId, param});
+    TokenIo const io = writeReservedToken(mPipe[1], {msgId, param});
     if (!io.isWhole()) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread(%s)::postThreadCtlMsg() Error. write Ret:%u errno:%d", getName().buffer(),
@@ -355,16 +359,11 @@ int MsgDrivenThread::runLoop() {
 // something happened, and one that does not fit the head belonged to an entry that is gone.
 bool MsgDrivenThread::serveToken(PipeToken const& token, StatementInfo const& place) {
     ThreadCtlMsg head;
-    if (!peekHead(&head)) {
+    bool isRequested = false;
+    if (!peekHead(&head, &isRequested)) {
         return false;
     }
-    if (serveInterrupt() && !peekHead(&head)) {
-        return false;
-    }
-    if (serveErase() && !peekHead(&head)) {
-        return false;
-    }
-    if (serveFind() && !peekHead(&head)) {
+    if (isRequested && !serveRequests(&head)) {
         return false;
     }
     if (head.mMsgId == MSG_ID_CTL_WAKE || head.mMsgId != token.mId) {
@@ -382,11 +381,12 @@ bool MsgDrivenThread::serveToken(PipeToken const& token, StatementInfo const& pl
 }
 
 // A wake entry whose request is no longer there (its token was lost) would stand at the head for good.
-bool MsgDrivenThread::peekHead(ThreadCtlMsg* head) {
+bool MsgDrivenThread::peekHead(ThreadCtlMsg* head, bool* isRequested) {
     SyncGuard const guard(mQueueLock);
+    mIsRequested = mIsRequested && (mInterruptEvent.isOn() || mEraseEvent.isOn() || mFindEvent.isOn());
+    *isRequested = mIsRequested;
     ThreadCtlMsg const* first = mCtlQueue.elementAt(0);
-    while (first != nullptr && first->mMsgId == MSG_ID_CTL_WAKE && mInterruptEvent.isOff() &&
-           mEraseEvent.isOff() && mFindEvent.isOff()) {
+    while (first != nullptr && first->mMsgId == MSG_ID_CTL_WAKE && !mIsRequested) {
         mCtlQueue.removeAt(0, 1);
         first = mCtlQueue.elementAt(0);
     }
@@ -395,6 +395,14 @@ bool MsgDrivenThread::peekHead(ThreadCtlMsg* head) {
     }
     *head = *first;
     return true;
+}
+
+// What is asked of the thread itself comes in front of the entry at the head, which may be another one then;
+// false when there is none any more.
+bool MsgDrivenThread::serveRequests(ThreadCtlMsg* head) {
+    bool isRequested = false;
+    return (!serveInterrupt() || peekHead(head, &isRequested)) &&
+           (!serveErase() || peekHead(head, &isRequested)) && (!serveFind() || peekHead(head, &isRequested));
 }
 
 // Event, frame and entry of a request are put up under the lock, so none of them is seen without the others.

@@ -1,6 +1,7 @@
 #include "UtlSharedTimer.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "UtlEventWait.h"
 #include "UtlKeepAlive.h"
@@ -114,8 +115,9 @@ bool SharedTimer::isOwnThread() const {
 // bare token does. A pipe without room has tokens enough, and must not be waited for: the loop may have
 // ended.
 void SharedTimer::requestStop() {
-    if (!postTimerCtlMsg(TIMER_CTL_QUIT, -1) && hasRoomForToken(mPipe[1])) {
-        writeToken(mPipe[1], {TIMER_CTL_QUIT, -1});
+    int const writeEnd = mPipe[1];
+    if (!postTimerCtlMsg(TIMER_CTL_QUIT, -1) && reserveToken(writeEnd)) {
+        writeReservedToken(writeEnd, {TIMER_CTL_QUIT, -1});
     }
 }
 
@@ -164,14 +166,18 @@ int SharedTimer::getNextSysTimerNumber() {
 // A write into a pipe without room would wait, with the lock held that its reader needs.
 bool SharedTimer::postTimerCtlMsg(int msgId, int param) {
     SyncGuard const guard(mQueueLock);
-    int const writeEnd = mPipe[1];
-    TimerCtlMsg entry;
-    entry.mMsgId = msgId;
-    entry.mParam = param;
-    if (!hasRoomForToken(writeEnd) || !mCtlQueue.pushBack(entry)) {
+    if (mCtlQueue.size() >= mCtlQueue.maxSize()) {
         return false;
     }
-    TokenIo const io = writeToken(writeEnd, {msgId, param});
+    int const writeEnd = mPipe[1];
+    TokenIo io = {static_cast<unsigned int>(-1), EAGAIN};
+    if (reserveToken(writeEnd)) {
+        TimerCtlMsg entry;
+        entry.mMsgId = msgId;
+        entry.mParam = param;
+        mCtlQueue.pushBack(entry);
+        io = writeReservedToken(writeEnd, {msgId, param});
+    }
     if (!io.isWhole()) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "SharedTimerThread(%s) Error. write Ret:%u errno:%d",
                getName().buffer(), io.mRet, io.mErrno);
@@ -346,18 +352,18 @@ int SharedTimer::updateOnTimeout(int timerId) {
     if (info == nullptr) {
         return 0;
     }
-    if (!info->countTimeout()) {
-        if (!stopTimerByTimerInfo(info)) {
-            eraseTimeouts(info, timerId);
-        }
-        setRunning(*info, false);
+    bool const goesOn = info->countTimeout();
+    if (goesOn && info->mAutoRepeat != 0 && !info->mUpdating) {
         return 0;
     }
-    if (info->mAutoRepeat != 0 && !info->mUpdating) {
-        return 0;
+    if (!stopTimerByTimerInfo(info)) {
+        eraseTimeouts(info, timerId);
     }
-    stopTimerByTimerInfo(info);
-    return startTimerByTimerInfo(info) ? 0 : -1;
+    if (goesOn) {
+        return startTimerByTimerInfo(info) ? 0 : -1;
+    }
+    setRunning(*info, false);
+    return 0;
 }
 
 void SharedTimer::finishUpdate(int timerId) {
@@ -374,10 +380,10 @@ void SharedTimer::executeTimeoutSignal(int timerId) {
     if (info == nullptr || !info->acceptsTimeout()) {
         return;
     }
-    ++info->mPendingCount;
-    if (!postTimerCtlMsg(TIMER_CTL_TIMEOUT, timerId)) {
-        --info->mPendingCount;
-    }
+    unsigned int const entriesBefore = mCtlQueue.size();
+    postTimerCtlMsg(TIMER_CTL_TIMEOUT, timerId);
+    // An entry stays where its token alone could not be written.
+    info->mPendingCount += mCtlQueue.size() - entriesBefore;
 }
 
 void SharedTimer::eraseAllTimer() {

@@ -1,13 +1,13 @@
 #include "UtlSystemTimer.h"
 
 #include <pthread.h>
-#include <sched.h>
 
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <new>
 
+#include "UtlBriefWait.h"
 #include "UtlMsg.h"
 #include "UtlProcessWide.h"
 #include "UtlSavedErrno.h"
@@ -20,8 +20,9 @@ namespace {
 constexpr int NO_NUMBER = -1;
 
 // A live timer, as the signal handler sees it. Slots are never freed, so that a handler may look at one at
-// any time; a slot whose timer is gone serves the next one of its bucket.
-struct TimerSlot {
+// any time; a slot whose timer is gone serves the next one of its bucket. Each has a cache line of its own:
+// while the handler of one timer works, the reader takes the tokens of another.
+struct alignas(64) TimerSlot {
     std::atomic<int> number{NO_NUMBER};
     std::atomic<int> writeEnd{-1};
     std::atomic<unsigned int> waiting{0};   // tokens in the pipe
@@ -87,9 +88,7 @@ void removeTimer(int number) {
         return;
     }
     slot->number = NO_NUMBER;
-    while (slot->handlers != 0) {
-        sched_yield();
-    }
+    waitBriefly([slot] { return slot->handlers == 0; });
 }
 
 // The slot may have passed to another timer meanwhile, whose count starts anew.

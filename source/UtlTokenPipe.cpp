@@ -2,12 +2,12 @@
 
 #include <fcntl.h>
 #include <pthread.h>
-#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 
+#include "UtlBriefWait.h"
 #include "UtlLog.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
@@ -20,14 +20,16 @@ namespace {
 
 constexpr unsigned int TOKEN_BYTES = sizeof(PipeToken);
 
-// What is known of an open pipe, under the number of either end. Signal handlers look here, so it is never
-// freed, and a place serves one pipe after the other.
-struct PipeState {
+// What is known of one end of an open pipe, under its number. Signal handlers look here, so it is never
+// freed, and a place serves one pipe after the other. Reader and writers count for themselves, each in its
+// own cache line.
+struct alignas(64) PipeState {
     std::atomic<bool> isOpen{false};
-    std::atomic<int> writeEnd{-1};
-    std::atomic<unsigned int> capacity{0};  // tokens, for certain
-    std::atomic<unsigned int> tokens{0};    // in the pipe, or about to be
-    std::atomic<unsigned int> handlers{0};  // signal handlers that are writing
+    std::atomic<int> otherEnd{-1};
+    std::atomic<unsigned int> tokens{0};     // ever read here; or ever written here, or about to be
+    std::atomic<unsigned int> capacity{0};   // of a write end: tokens that fit for certain
+    std::atomic<unsigned int> readSoFar{0};  // of a write end: tokens that had been read when last looked
+    std::atomic<unsigned int> handlers{0};   // of a write end: signal handlers that are writing
 };
 
 constexpr unsigned int CHUNK_SIZE = 1024;
@@ -93,11 +95,12 @@ void enlarge(int handle, unsigned int tokens) {
     }
 }
 
-void openState(int handle, int writeEnd, unsigned int capacity) {
+void openState(int handle, int otherEnd, unsigned int capacity) {
     PipeState& state = *stateOf(handle);
-    state.writeEnd = writeEnd;
+    state.otherEnd = otherEnd;
     state.capacity = capacity;
     state.tokens = 0;
+    state.readSoFar = 0;
     state.isOpen = true;
 }
 
@@ -107,9 +110,7 @@ void closeState(int handle) {
     PipeState* const state = stateOf(handle);
     if (state != nullptr) {
         state->isOpen = false;
-        while (state->handlers != 0) {
-            sched_yield();
-        }
+        waitBriefly([state] { return state->handlers == 0; });
     }
 }
 
@@ -125,26 +126,47 @@ void forgetHandlersInChild() {
 
 [[maybe_unused]] int const gForkIsSeen = pthread_atfork(nullptr, nullptr, forgetHandlersInChild);
 
-TokenIo writeCounted(PipeState& state, int writeEnd, PipeToken const& token) {
+// Counts wrap; a count may be older than the one that it is compared with.
+bool isBelow(unsigned int written, unsigned int read, unsigned int capacity) {
+    return static_cast<int>(written - read) < static_cast<int>(capacity);
+}
+
+// How many tokens have been read matters only where those known of do not suffice.
+bool hasRoom(PipeState& writer, unsigned int written) {
+    if (isBelow(written, writer.readSoFar, writer.capacity)) {
+        return true;
+    }
+    PipeState const* const reader = openStateOf(writer.otherEnd);
+    if (reader != nullptr) {
+        writer.readSoFar = reader->tokens.load();
+    }
+    return isBelow(written, writer.readSoFar, writer.capacity);
+}
+
+bool reserve(PipeState& writer) {
+    unsigned int written = writer.tokens;
+    do {
+        if (!hasRoom(writer, written)) {
+            return false;
+        }
+    } while (!writer.tokens.compare_exchange_weak(written, written + 1));
+    return true;
+}
+
+TokenIo writeCounted(PipeState& writer, int writeEnd, PipeToken const& token) {
     ssize_t const ret = write(writeEnd, &token, TOKEN_BYTES);
     TokenIo const io = {static_cast<unsigned int>(ret), errno};
     if (!io.isWhole()) {
-        --state.tokens;
+        --writer.tokens;
     }
     return io;
 }
 
-// What counts the tokens of the pipe with this read end.
-PipeState* countingStateOf(int readEnd) {
-    PipeState const* const reader = openStateOf(readEnd);
-    return reader != nullptr ? openStateOf(reader->writeEnd) : nullptr;
-}
-
-// A token that was read out of the pipe.
+// A token that was read out of the pipe, by its one reader.
 void countRead(int readEnd) {
-    PipeState* const state = countingStateOf(readEnd);
-    if (state != nullptr) {
-        --state->tokens;
+    PipeState* const reader = openStateOf(readEnd);
+    if (reader != nullptr) {
+        reader->tokens.store(reader->tokens.load(std::memory_order_relaxed) + 1, std::memory_order_release);
     }
 }
 
@@ -186,9 +208,8 @@ int openTokenPipe(TokenPipe& ends, unsigned int tokens) {
     }
     enlarge(handles[1], tokens);
     unsigned int const capacity = certainTokens(sizeOf(handles[1]));
-    for (int const handle : handles) {
-        openState(handle, handles[1], capacity);
-    }
+    openState(handles[0], handles[1], capacity);
+    openState(handles[1], handles[0], capacity);
     ends[0] = handles[0];
     ends[1] = handles[1];
     return 0;
@@ -207,47 +228,54 @@ ClosingTokenPipe::~ClosingTokenPipe() {
 }
 
 void ClosingTokenPipe::wakeReader() const {
-    if (mWriteEnd != -1 && hasRoomForToken(mWriteEnd)) {
-        writeToken(mWriteEnd, PipeToken());
+    if (mWriteEnd != -1 && reserveToken(mWriteEnd)) {
+        writeReservedToken(mWriteEnd, PipeToken());
     }
 }
 
 bool hasRoomForToken(int writeEnd) {
-    PipeState const* const state = openStateOf(writeEnd);
-    return state == nullptr || state->tokens < state->capacity;
+    PipeState* const writer = openStateOf(writeEnd);
+    return writer == nullptr || hasRoom(*writer, writer->tokens);
+}
+
+bool reserveToken(int writeEnd) {
+    PipeState* const writer = openStateOf(writeEnd);
+    return writer == nullptr || reserve(*writer);
 }
 
 bool isTokenPipeEmpty(int readEnd) {
-    PipeState const* const state = countingStateOf(readEnd);
-    return state != nullptr && state->tokens == 0;
+    PipeState const* const reader = openStateOf(readEnd);
+    PipeState const* const writer = reader != nullptr ? openStateOf(reader->otherEnd) : nullptr;
+    return writer != nullptr && writer->tokens == reader->tokens;
+}
+
+TokenIo writeReservedToken(int writeEnd, PipeToken const& token) {
+    PipeState* const writer = openStateOf(writeEnd);
+    return writer != nullptr ? writeCounted(*writer, writeEnd, token)
+                             : TokenIo{static_cast<unsigned int>(-1), EBADF};
 }
 
 TokenIo writeToken(int writeEnd, PipeToken const& token) {
-    PipeState* const state = openStateOf(writeEnd);
-    if (state == nullptr) {
-        return {static_cast<unsigned int>(-1), EBADF};
+    PipeState* const writer = openStateOf(writeEnd);
+    if (writer != nullptr) {
+        ++writer->tokens;
     }
-    ++state->tokens;
-    return writeCounted(*state, writeEnd, token);
+    return writeReservedToken(writeEnd, token);
 }
 
 bool writeTokenFromHandler(int writeEnd, PipeToken const& token, TokenIo* io, bool* written) {
     *written = false;
-    PipeState* const state = stateOf(writeEnd);
-    if (state == nullptr) {
+    PipeState* const writer = stateOf(writeEnd);
+    if (writer == nullptr) {
         return true;
     }
-    ++state->handlers;
+    ++writer->handlers;
     bool isDone = true;
-    if (state->isOpen) {
-        if (++state->tokens > state->capacity) {
-            --state->tokens;
-        } else {
-            *io = writeCounted(*state, writeEnd, token);
-            *written = isDone = io->isWhole();
-        }
+    if (writer->isOpen && reserve(*writer)) {
+        *io = writeCounted(*writer, writeEnd, token);
+        *written = isDone = io->isWhole();
     }
-    --state->handlers;
+    --writer->handlers;
     return isDone;
 }
 

@@ -54,8 +54,15 @@ class [[nodiscard]] ClosingTokenPipe {
 /// read.
 bool hasRoomForToken(int writeEnd);
 
+/// Takes the room for one token, which the caller then writes by `writeReservedToken`. False when the token
+/// could block its writer. True where the pipe is gone: the write will say so.
+bool reserveToken(int writeEnd);
+
 /// True when no token waits to be read, and none is being written.
 bool isTokenPipeEmpty(int readEnd);
+
+/// Writes the token for which room was taken.
+TokenIo writeReservedToken(int writeEnd, PipeToken const& token);
 
 /// Writes one token; blocks where there is no room for it.
 TokenIo writeToken(int writeEnd, PipeToken const& token);

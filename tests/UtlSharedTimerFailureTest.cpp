@@ -74,20 +74,23 @@ TEST_F(SharedTimerFailure, AFullControlQueue_DoesNotKeepDestroyWaiting) {
 }
 
 TEST_F(SharedTimerFailure, AWriteThatFails_IsLoggedAndLeavesTheEntryToTheNextToken) {
+    Blocker blocker;
     Ticker lost;
     Ticker ticker;
     ScopedTimers timers(8, "torn");
     int const first = timers->addTimer(&lost, 1, 1);
     int const second = timers->addTimer(&ticker, 1, 1);
+    blocker.block(*timers);
     log.clear();
     calls().write.failFrom(1, 1, EIO);
     EXPECT_FALSE(timers->start(first, 1));
     EXPECT_EQ(
         log.lines(),
         (std::vector<std::string>{error("SharedTimerThread(torn) Error. write Ret:4294967295 errno:", EIO)}));
-    EXPECT_EQ(lost.count(), 0U);
+    EXPECT_EQ(timers->findTimer(first)->mFireCount, 0U);
     // The token of the second start takes the first entry. Nobody waits for the token that is missing.
-    EXPECT_TRUE(timers->start(second, 0));
+    EXPECT_TRUE(timers->start(second, 1));
+    blocker.letGo();
     EXPECT_TRUE(lost.waitFor(1));
     EXPECT_TRUE(ticker.waitFor(1));
 }
@@ -182,7 +185,9 @@ TEST_F(SharedTimerFailure, AFullPipe_HangsNobody) {
     EXPECT_FALSE(timers->start(idle, 0));
     EXPECT_FALSE(timers->start(idle, 1));
     EXPECT_FALSE(timers->eraseTimer(idle, 1));
-    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(log.lines(), std::vector<std::string>(3, error("SharedTimerThread(shared) Error. write "
+                                                             "Ret:4294967295 errno:",
+                                                             EAGAIN)));
     auto const destroyed = beginToDestroy(*timers);
     blocker.letGo();
     destroyed.wait();
@@ -357,6 +362,185 @@ TEST_F(SharedTimerFailure, AddTimer_WhileTheLoopEnds_NeverLeavesATimerThatNobody
         EXPECT_EQ(calls().aliveCount(), 0U);
         calls().read.reset();
     }
+}
+
+// The handler is on another thread, which may have to wait for the processor.
+TEST_F(SharedTimerFailure, AHandlerThatIsStillAtWork_IsWaitedForAsleep) {
+    static Gate entered;
+    static Gate go;
+    ScopedTimers timers;
+    int const timer = timers->addTimer(nullptr, LONG);
+    ASSERT_TRUE(timers->start(timer));
+    hooks::write.replace(+[](int handle, void const* buffer, size_t bytes) -> ssize_t {
+        int id = 0;
+        std::memcpy(&id, buffer, sizeof(id));
+        if (id == utl::MSG_ID_TIMEOUT_SIGNAL && handle == timerCalls().writeEnd) {
+            entered.open();
+            go.wait();
+        }
+        return hooks::write.real(handle, buffer, bytes);
+    });
+    siginfo_t info = {};
+    info.si_timerid = timers->findTimer(timer)->mSysTimerNum;
+    info.si_value.sival_int = calls().writeEnd;
+    std::thread handler([&info] { utl::SharedTimer::TimeoutSignalHandler(SIGRTMIN + 1, &info, nullptr); });
+    ASSERT_TRUE(entered.wait());
+    auto stopped = std::async(std::launch::async, [&] { return timers->stop(timer, 0); });
+    while (hooks::nanoSleep.calls() < 3) {
+        std::this_thread::yield();
+    }
+    EXPECT_NE(stopped.wait_for(std::chrono::seconds(0)), std::future_status::ready);
+    go.open();
+    handler.join();
+    EXPECT_TRUE(stopped.get());
+}
+
+// With room for one token a post and a handler compete for it.
+TEST_F(SharedTimerFailure, APipeAtItsLimit_GetsNoTokenThatCouldBlockItsWriter) {
+    hooks::pipe.replace(+[](int* ends) {
+        int const result = pipeHook(ends);
+        EXPECT_EQ(hooks::fcntl.real(ends[1], F_SETPIPE_SZ, getpagesize()), getpagesize());
+        return result;
+    });
+    hooks::fcntl.replace(+[](int handle, int command, long argument) {
+        return command == F_SETPIPE_SZ ? -1 : hooks::fcntl.real(handle, command, argument);
+    });
+    for (int round = 0; round < 200; ++round) {
+        Blocker blocker;
+        utl::SharedTimer timers(0, 0, nullptr, 8, "tiny");
+        int const timer = timers.addTimer(nullptr, LONG);
+        ASSERT_TRUE(timers.start(timer));
+        blocker.block(timers);
+        siginfo_t info = {};
+        info.si_timerid = timers.findTimer(timer)->mSysTimerNum;
+        info.si_value.sival_int = calls().writeEnd;
+        std::atomic<int> ready{0};
+        auto const meet = [&ready] {
+            for (++ready; ready < 2;) {
+            }
+        };
+        std::thread handler([&] {
+            meet();
+            utl::SharedTimer::TimeoutSignalHandler(SIGRTMIN + 1, &info, nullptr);
+        });
+        meet();
+        timers.eraseTimer(UNKNOWN, 1);
+        handler.join();
+        int bytes = 0;
+        EXPECT_EQ(ioctl(calls().readEnd, FIONREAD, &bytes), 0);
+        EXPECT_EQ(bytes, 8) << round;
+        blocker.letGo();
+        timers.destroy();
+    }
+}
+
+// The steps of the loop, as a derived class reaches them.
+class SteppedTimers : public utl::SharedTimer {
+  public:
+    explicit SteppedTimers(int watchdog = 0) : SharedTimer(watchdog, LONG, nullptr, 8, "stepped") {}
+    ~SteppedTimers() override { destroy(); }
+
+    using SharedTimer::executeTimeoutSignal;
+    using SharedTimer::finishUpdate;
+    using SharedTimer::startTimerByTimerInfo;
+    using SharedTimer::stopTimerByTimerInfo;
+    using SharedTimer::updateOnStart;
+    using SharedTimer::updateOnStop;
+    using SharedTimer::updateOnTimeout;
+};
+
+TEST_F(SharedTimerFailure, StepsOfAnUnknownTimer_DoNothing) {
+    SteppedTimers timers;
+    ASSERT_GT(timers.addTimer(nullptr, LONG), 0);
+    unsigned int const before = calls().requests;
+    log.clear();
+    EXPECT_FALSE(timers.startTimerByTimerInfo(nullptr));
+    EXPECT_FALSE(timers.stopTimerByTimerInfo(nullptr));
+    for (int const id : {UNKNOWN, 0, -1}) {
+        EXPECT_EQ(timers.updateOnStart(id), 0);
+        EXPECT_EQ(timers.updateOnStop(id), 0);
+        EXPECT_EQ(timers.updateOnTimeout(id), 0);
+        timers.finishUpdate(id);
+        timers.executeTimeoutSignal(id);
+    }
+    EXPECT_EQ(calls().create.calls(), 0U);
+    EXPECT_EQ(calls().requests, before);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(SharedTimerFailure, ATimerThatDoesNotRun_GetsNoTimeoutQueued) {
+    SteppedTimers timers;
+    int const timer = timers.addTimer(nullptr, LONG);
+    unsigned int const before = calls().requests;
+    timers.executeTimeoutSignal(timer);
+    EXPECT_EQ(calls().requests, before);
+    EXPECT_EQ(timers.findTimer(timer)->mPendingCount, 0U);
+}
+
+TEST_F(SharedTimerFailure, ExpiriesOfABusyThread_AreQueuedOnceOrTwice) {
+    for (int const autoRepeat : {0, 1}) {
+        for (bool const isTokenLost : {false, true}) {
+            Blocker blocker;
+            Ticker ticker;
+            SteppedTimers timers;
+            int const timer = timers.addTimer(&ticker, LONG, 0, autoRepeat);
+            ASSERT_TRUE(timers.start(timer));
+            blocker.block(timers);
+            unsigned int const expected = autoRepeat != 0 ? 2 : 1;
+            unsigned int const before = calls().requests;
+            calls().write.failFrom(isTokenLost ? 1 : 0, 0, EIO);
+            for (int i = 0; i < 5; ++i) {
+                timers.executeTimeoutSignal(timer);
+            }
+            calls().write.reset();
+            EXPECT_EQ(calls().requests - before, expected);
+            EXPECT_EQ(timers.findTimer(timer)->mPendingCount, expected);
+            blocker.letGo();
+            ASSERT_TRUE(ticker.waitFor(expected));
+            EXPECT_TRUE(timers.stop(timer));
+            EXPECT_EQ(ticker.count(), expected);
+        }
+    }
+}
+
+TEST_F(SharedTimerFailure, ExpiriesThatAreQueuedBehindAStop_GoWithIt) {
+    Blocker blocker;
+    Ticker ticker;
+    SteppedTimers timers;
+    int const timer = timers.addTimer(&ticker, LONG);
+    int const other = timers.addTimer(&ticker, LONG);
+    ASSERT_TRUE(timers.start(timer));
+    ASSERT_TRUE(timers.start(other));
+    blocker.block(timers);
+    ASSERT_TRUE(timers.stop(timer, 1));
+    timers.executeTimeoutSignal(timer);
+    timers.executeTimeoutSignal(other);
+    timers.executeTimeoutSignal(timer);
+    ASSERT_EQ(timers.findTimer(timer)->mPendingCount, 2U);
+    blocker.letGo();
+    ASSERT_TRUE(ticker.waitFor(1));
+    EXPECT_TRUE(timers.stop(other));
+    EXPECT_EQ(ticker.ticks(), Ids{other}) << "of the other timer nothing was removed";
+    EXPECT_EQ(timers.findTimer(timer)->mPendingCount, 0U);
+}
+
+// A running timer whose interval changed is armed anew behind its expiry; one more expiry is queued by then.
+TEST_F(SharedTimerFailure, TimerDelete_ThatFailsAtARearm_LeavesNoTimeoutThatIsNotCounted) {
+    Blocker blocker;
+    Ticker ticker;
+    SteppedTimers timers;
+    int const timer = timers.addTimer(&ticker, LONG);
+    ASSERT_TRUE(timers.start(timer));
+    blocker.block(timers);
+    timers.executeTimeoutSignal(timer);
+    timers.executeTimeoutSignal(timer);
+    ASSERT_TRUE(timers.setInterval(timer, LONG + 1));
+    calls().remove.failFrom(2, 1, EINVAL);  // the first is that of the blocker
+    blocker.letGo();
+    ASSERT_TRUE(ticker.waitFor(1));
+    ASSERT_TRUE(timers.stop(timer));
+    EXPECT_EQ(ticker.count(), 1U);
+    EXPECT_EQ(calls().aliveCount(), 0U);
 }
 
 // System timers that fail.
