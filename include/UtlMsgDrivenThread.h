@@ -271,6 +271,9 @@ class UTL_API MsgDrivenThread : public Thread {
     /// True for the id of a control entry that has a frame in the data queue, `MSG_ID_CTL_SYNC` apart.
     static bool isDataMsgId(int msgId);
 
+    /// Makes `msg`, which a listener was given, as large as `like` again: a listener may assign to it.
+    static void giveSizeBack(ThreadRawMsg& msg, ThreadRawMsg const& like);
+
     /// Steps of the loop: the oldest frame goes to the listener, and where control entries are given, the
     /// oldest of these is removed. With `msgId`, frames of other ids in front of it are thrown away; with
     /// control entries, a frame that a synchronous sender could not announce is too, whatever its id. 0, or

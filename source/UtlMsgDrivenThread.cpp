@@ -518,8 +518,15 @@ bool MsgDrivenThread::takeFrame(Queue<unsigned char>& data) {
 int MsgDrivenThread::handToListener() {
     if (mListener != nullptr) {
         mListener->receiveMsg(getId(), mReceiveMsg);
+        giveSizeBack(mReceiveMsg, mSendMsg);
     }
     return 0;
+}
+
+void MsgDrivenThread::giveSizeBack(ThreadRawMsg& msg, ThreadRawMsg const& like) {
+    if (msg.maxSize() != like.maxSize()) {
+        msg = ThreadRawMsg(like.maxSize());
+    }
 }
 
 int MsgDrivenThread::executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data) {

@@ -575,4 +575,37 @@ TEST_F(MsgDrivenSharedThreadOdd, ListenersThatComeAndGoAmongBroadcasts_MissNoneW
     EXPECT_TRUE(log.lines().empty());
 }
 
+TEST_F(MsgDrivenSharedThreadOdd, AHandlerThatPeeksIntoItsOwnMessage_SpoilsNoneBehindIt) {
+    OddSharedThread thread(8, 8);
+    std::vector<int> numbers;
+    class Peeking : public utl::ThreadMsgListener {
+      public:
+        Peeking(OddSharedThread& owner, std::vector<int>& all) : mOwner(owner), mAll(all) {}
+        void receiveMsg(int, utl::ThreadRawMsg& raw) override {
+            NumberMsg msg(0, -1);
+            msg.restoreFrom(raw);
+            mAll.push_back(msg.mNumber);
+            mOwner.peekMsg(9, &raw);
+            mOwner.peekMsg(this, 5, &raw);
+            mOwner.peekMsg(9, &raw);
+        }
+
+      private:
+        OddSharedThread& mOwner;
+        std::vector<int>& mAll;
+    } listener(thread, numbers);
+    ASSERT_EQ(thread.start(), 0);
+    workOn(thread, [&] {
+        for (int i = 1; i <= 3; ++i) {
+            thread.postMsg(&listener, NumberMsg(5, i));
+        }
+        thread.postMsg(NumberMsg(9, 99));
+        thread.postMsg(&listener, NumberMsg(5, 4));
+    });
+    settle(thread);
+    EXPECT_EQ(thread.sendMsgSync(&listener, NumberMsg(5, 5)), 1);
+    EXPECT_EQ(numbers, (std::vector<int>{1, 2, 3, 4, 5}));
+    EXPECT_TRUE(log.lines().empty());
+}
+
 }  // namespace

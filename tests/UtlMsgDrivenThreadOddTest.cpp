@@ -985,4 +985,31 @@ TEST_F(MsgDrivenThreadOdd, TimersSetKilledErasedAndFiredAtOnce_LeaveExactlyOnceE
     EXPECT_TRUE(log.lines().empty());
 }
 
+// Gives its raw message another size.
+class ResizingListener : public utl::ThreadMsgListener {
+  public:
+    std::vector<int> numbers;
+    void receiveMsg(int, utl::ThreadRawMsg& raw) override {
+        NumberMsg msg(0, -1);
+        EXPECT_EQ(msg.restoreFrom(raw), 1);
+        numbers.push_back(msg.mNumber);
+        utl::ThreadRawMsg other(numbers.size() % 2 == 0 ? 4 : 400);
+        other.setMsgId(1);
+        raw = other;
+    }
+};
+
+TEST_F(MsgDrivenThreadOdd, AHandlerThatAssignsToItsMessage_SpoilsNoneBehindIt) {
+    ResizingListener listener;
+    OddThread thread(8, 8);
+    ASSERT_EQ(thread.start(&listener), 0);
+    for (int i = 1; i <= 5; ++i) {
+        EXPECT_EQ(thread.sendMsgSync(NumberMsg(5, i)), 1);
+        EXPECT_EQ(thread.sendMsgInterrupt(NumberMsg(5, 10 * i)), 1);
+    }
+    thread.finish();
+    EXPECT_EQ(listener.numbers, (std::vector<int>{1, 10, 2, 20, 3, 30, 4, 40, 5, 50}));
+    EXPECT_TRUE(log.lines().empty());
+}
+
 }  // namespace
