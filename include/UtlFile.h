@@ -109,6 +109,90 @@ class UTL_API File {
     /// it becomes the new end. False as for `resize()`; after a failure the position is where it was.
     int resize(unsigned long long newSize);
 
+    /// The encoding of the file's text: 0 Shift-JIS, 1 UTF-8, 2 UTF-16 with the high byte first, 3 UTF-16
+    /// with the low byte first. False, with no change, for any other. It is never told from the content; with
+    /// any other from the constructor the operations on text give -1.
+    int setTextType(int textType);
+
+    ///@{
+    /// Reads up to `length` bytes of text, 5119 at most, and writes them to `buffer` + `offset` as terminated
+    /// UTF-8. Half a character at the end of them is no text, so mind where `length` ends; `readLine` does.
+    /// In UTF-16 an odd `length` counts as one less, and an odd byte at the end of the file is read and is no
+    /// text. In UTF-8 a byte order mark at the front of what is read is left out; in UTF-16 text cannot be
+    /// read that has one anywhere.
+    ///
+    /// Gives the bytes taken from the file, -3 at its end. `*outputLength`, if given, becomes the bytes of
+    /// the text with its terminator; characters that Shift-JIS does not have count in it, but end what
+    /// `buffer` shows. A `bufferSize` of 0 asks for that alone, stores nothing, and moves the position all
+    /// the same.
+    ///
+    /// -1, with `buffer` and `*outputLength` untouched: if not open, for a null `buffer` that has a size, a
+    /// `length` of 0 or above 5119, and a `bufferSize` below `offset` + the bytes to read + 1 (2 in UTF-16),
+    /// whatever the text needs; the position then stays. Also for text that is malformed, for a `bufferSize`
+    /// below `offset` + the text, and with lines on failure; it then moves if bytes were read.
+    ///
+    /// A `text` is written in its capacity as it is; null asks for the size.
+    int readText(char* buffer, unsigned int bufferSize, unsigned int length, unsigned int offset,
+                 unsigned int* outputLength);
+    int readText(BasicString<char>* text, unsigned int length, unsigned int offset,
+                 unsigned int* outputLength);
+    ///@}
+
+    ///@{
+    /// Reads the line at the position, as `readText` does, without its end, and moves behind that. A line
+    /// ends with a line feed and the carriage returns in front of it, or with the file; a carriage return
+    /// anywhere else is text. What is cut inside a character is a line feed's neighbour and hides none.
+    ///
+    /// Gives the bytes of the line in the file, -3 at its end. An empty line gives 0 and a `*outputLength` of
+    /// 0. A `bufferSize` of 0 asks for the size and leaves the position. -1 as for `readText`, for a
+    /// `bufferSize` above 5119 and for a line above 5119 bytes. The position then stays, or, for a line that
+    /// is no text of the file's type, is between the line and its end: a loop that reads lines must not go on
+    /// after -1.
+    int readLine(char* buffer, unsigned int bufferSize, unsigned int* outputLength);
+    int readLine(BasicString<char>* text, unsigned int* outputLength);
+    ///@}
+
+    /// Writes the text from `text` + `offset` on, in the file's encoding, `length` bytes at most, which is
+    /// 5119 at most; no byte order mark, no terminator. Gives the bytes written by one `write`. UTF-8 is
+    /// written as it is. In UTF-16 a character of 4 bytes becomes U+203B and one that is broken ends the
+    /// text.
+    ///
+    /// Beware of UTF-16, where the rest of a short text counts wrongly: one character at `offset` 0 is not
+    /// written and gives 0, as does an empty rest at `offset` 1; one character at any other `offset` and an
+    /// empty text give -1. In UTF-8 an empty text gives 0, an empty rest -1.
+    ///
+    /// -1 without a line: if not open, for null, for a `length` above 5119, for Shift-JIS, which is read
+    /// only, and for text that has no form in UTF-16; with lines as for `write`.
+    int writeText(char const* text, unsigned int length, unsigned int offset);
+
+    /// `writeText` of the text, of which bytes above 5119 are left out, and of a line feed. Gives the bytes
+    /// of both, -1 if one of them fails. In UTF-16 the line feed is not written, as it is one character: end
+    /// the text itself with "\r\n" and call `writeText`.
+    int writeLine(char const* text);
+
+    /// Looks from the position for the end of the line. Gives the bytes up to and with it, and the position
+    /// is behind it then; 0 if the file ended first, and the position is at its end. `*lineSize` becomes the
+    /// bytes without the line end and `*eolSize` those of the line end, each if given. `limit` has no effect.
+    /// -1 with lines if not open or on failure, without a line for a wrong text type and for a line above
+    /// 0x7FFFFFFF bytes; the sizes are untouched and the position anywhere then.
+    int findNextLineSize(unsigned int limit, unsigned int* lineSize, unsigned int* eolSize);
+
+    /// What the next 2 bytes are, in whatever encoding: 2 for "\r\n", 1 for another "\r" or "\n" in front,
+    /// 0 at the end of the file and if there is no position, -1 for anything else and with lines on failure.
+    /// The position stays.
+    int nextEOLSize();
+
+    ///@{
+    /// Looks for the bytes of `key` in the `range` bytes from `start` on, which is an absolute position or
+    /// 0xFFFFFFFFFFFFFFFE for the position. Gives where the key begins and moves there; with `mode` 1 both
+    /// are behind it. -2 if it is not there. -1 for null and an empty key, if not open, and with lines on
+    /// failure. With -1 and -2 the position stays. Beware that the search never goes back: a byte that ends a
+    /// partial match begins none, so "aab" is not found in "aaab".
+    long long seekKey(unsigned char const* key, unsigned int keyLength, unsigned long long start,
+                      unsigned long long range, int mode);
+    long long seekKey(char const* key, unsigned long long start, unsigned long long range, int mode);
+    ///@}
+
     /// Gives the folder of `path` the permissions `mode`. `*previousMode`, if given, becomes its `st_mode`,
     /// with the bits of the type. True if the mode was changed. False if it was not: for a path without a
     /// folder, on failure, and if `mode` equals the whole `st_mode`. So a mode from `*previousMode` is set

@@ -20,11 +20,9 @@ using FileHandle = SmartHandle<DestructCloseFile>;
 
 enum Disposition { KEEP = 0, KEEP_AT_END = 1, EMPTY = 2 };
 enum Access { READ = 0, WRITE = 1, READ_WRITE = 2 };
-enum Origin { START = 0, END = 1, POSITION = 2 };
 
 constexpr unsigned int READER_MODE = 0555;
 constexpr unsigned int NEW_FILE_MODE = 0777;
-constexpr int END_OF_FILE = -3;
 
 /// One opening as the system sees it.
 struct Opening {

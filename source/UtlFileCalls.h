@@ -12,6 +12,12 @@ namespace utl {
 
 static_assert(sizeof(off_t) == 8, "files beyond 2 GiB need 64-bit offsets");
 
+/// What `File::read` gives at and beyond the end.
+constexpr int END_OF_FILE = -3;
+
+/// Origins of `File::seek`.
+enum Origin { START = 0, END = 1, POSITION = 2 };
+
 /// Gives what `call()` gives, called inside a keep-alive bracket of `File`. `label` must be a literal.
 template <typename CALL>
 decltype(auto) fileCall(char const* label, unsigned int line, CALL&& call) {

@@ -1,0 +1,126 @@
+#pragma once
+
+// What the tests of text in files share: a file with told bytes, and what its operations gave.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "TestFolder.h"
+#include "TestLog.h"
+#include "UtlFile.h"
+#include "UtlLog.h"
+
+namespace utltest {
+
+constexpr int SJIS = 0;
+constexpr int UTF8 = 1;
+constexpr int UTF16_BIG = 2;
+constexpr int UTF16_LITTLE = 3;
+
+constexpr unsigned int UNTOUCHED = 0xABCDEF01;
+
+/// ASCII text as the type has it.
+inline std::string encoded(std::string const& ascii, int textType) {
+    std::string bytes;
+    for (char const byte : ascii) {
+        bytes += textType == UTF16_BIG ? std::string(1, '\0') : "";
+        bytes += byte;
+        bytes += textType == UTF16_LITTLE ? std::string(1, '\0') : "";
+    }
+    return bytes;
+}
+
+/// What reading gave: the result, the text that the buffer holds, the output length, and where the position
+/// is then.
+struct TextRead {
+    int result;
+    std::string text;
+    unsigned int length;
+    long long position;
+
+    bool operator==(TextRead const& other) const {
+        return result == other.result && text == other.text && length == other.length &&
+               position == other.position;
+    }
+    friend std::ostream& operator<<(std::ostream& out, TextRead const& read) {
+        return out << read.result << ", " << testing::PrintToString(read.text) << ", " << read.length
+                   << ", at " << read.position;
+    }
+};
+
+/// A buffer of exactly its size, without a terminator anywhere.
+class Buffer {
+  public:
+    explicit Buffer(unsigned int size) : mBytes(new char[size]), mSize(size) {
+        std::fill_n(mBytes.get(), size, FILLED);
+    }
+
+    char* get() const { return mBytes.get(); }
+    unsigned int size() const { return mSize; }
+
+    /// What stands in front of the terminator from `offset` on; "~" for a buffer that was not written.
+    std::string text(unsigned int offset = 0) const {
+        std::string const all(mBytes.get(), mSize);
+        return all == std::string(mSize, FILLED) ? "~" : all.substr(offset, all.find('\0', offset) - offset);
+    }
+
+  private:
+    static constexpr char FILLED = '~';
+
+    std::unique_ptr<char[]> mBytes;
+    unsigned int mSize;
+};
+
+/// The file "text", and the library's log with all its levels.
+class TextInFolder : public InFolder {
+  protected:
+    TextInFolder() { setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DEBUG); }
+    ~TextInFolder() override { setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DETAIL); }
+
+    /// The file with this content, open to read.
+    utl::File& reading(std::string const& content, int textType) { return opened(content, textType, 0); }
+
+    /// The same to read and write.
+    utl::File& writing(std::string const& content, int textType) { return opened(content, textType, 2); }
+
+    /// The file's content once it is closed.
+    std::string written() {
+        mFile.reset();
+        return contentOf("text");
+    }
+
+    static TextRead readText(utl::File& file, unsigned int length, unsigned int size = 6000) {
+        Buffer const buffer(size);
+        unsigned int outputLength = UNTOUCHED;
+        int const result = file.readText(buffer.get(), size, length, 0, &outputLength);
+        return {result, buffer.text(), outputLength, file.position()};
+    }
+
+    static TextRead readLine(utl::File& file, unsigned int size = 5119) {
+        Buffer const buffer(size);
+        unsigned int outputLength = UNTOUCHED;
+        int const result = file.readLine(buffer.get(), size, &outputLength);
+        return {result, buffer.text(), outputLength, file.position()};
+    }
+
+    static std::string error(std::string const& text) { return "<UTIL> ERR: " + text; }
+
+    LogCapture mLog;
+
+  private:
+    utl::File& opened(std::string const& content, int textType, int access) {
+        mFile.reset();
+        putFile("text", content);
+        mFile = std::make_unique<utl::File>("text", textType);
+        EXPECT_EQ(mFile->open(0, access), 1);
+        return *mFile;
+    }
+
+    std::unique_ptr<utl::File> mFile;
+};
+
+}  // namespace utltest
