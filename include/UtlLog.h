@@ -68,6 +68,18 @@ UTL_API void applog(int type, int level, char const* format, ...) __attribute__(
 /// `utl::LOG_RAW_LENGTH_MAX` is cut there and ends in "...".
 UTL_API void rawlog(int type, int level, char const* format, ...) __attribute__((format(printf, 3, 4)));
 
+///@{
+/// With a file as one more sink, between the system log and standard output and at every level that passes:
+/// it gets by `File::writeText`, in its own encoding, what standard output gets, before that takes it for a
+/// format. No lock is held meanwhile: the file must be the caller's own. What `writeText` says is ignored;
+/// lines about a failure stand in front of this one on standard output and do not reach the file. A null
+/// `file` is none.
+UTL_API void applog(int type, int level, utl::File* file, char const* format, ...)
+    __attribute__((format(printf, 4, 5)));
+UTL_API void rawlog(int type, int level, utl::File* file, char const* format, ...)
+    __attribute__((format(printf, 4, 5)));
+///@}
+
 /// Adds a type, or gives a registered one another name and filter level. The name stands in front of the
 /// prefix exactly as given, so it brings its own blank. A level outside 0 to 4 counts as 5. Gives 1; 0 with
 /// nothing changed if `name` is null or longer than `utl::LOG_NAME_LENGTH_MAX`, or if `utl::LOG_TYPE_MAX`
