@@ -11,6 +11,7 @@
 #include "UtlLineSearch.h"
 #include "UtlLog.h"
 #include "UtlString.h"
+#include "UtlStringSearch.h"
 
 namespace utl {
 
@@ -148,12 +149,6 @@ class StringTarget {
     char* mpBuffer = nullptr;
     unsigned int mSize = 0;
 };
-
-void setIfGiven(unsigned int* place, unsigned int value) {
-    if (place != nullptr) {
-        *place = value;
-    }
-}
 
 /// Writes the first `length` bytes of `count` units, as far as the comparison of the count with the size of a
 /// unit lets them through, on which callers rely.
