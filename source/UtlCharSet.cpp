@@ -5,6 +5,7 @@
 
 #include "UtlCharSetOutput.h"
 #include "UtlSjisTable.h"
+#include "UtlUtf8Triple.h"
 
 namespace utl {
 
@@ -132,19 +133,24 @@ unsigned int convertCharFromUtf8ToUtf16(unsigned short* dst, char const* src, un
 }
 
 unsigned int convertStrFromUtf8ToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) {
-    return convertText(dst, dstSize, src, [](char const** text, auto* output) UTL_EACH_CHAR_LAMBDA {
-        if ((**text & 0xF0) == 0xE0) {
-            return putUnit<3>(text, output);
-        }
-        switch (sequenceBytes(**text)) {
-            case 2:
-                return putUnit<2>(text, output);
-            case 4:
-                return putUnit<4>(text, output);
-            default:
-                return Step::FAILED;
-        }
-    });
+    return convertText(dst, dstSize, src,
+                       [](char const** text, char const* end, auto* output) UTL_EACH_CHAR_LAMBDA {
+                           Utf8Triple const triple(*text, end);
+                           if (triple.isWhole() && triple.value() >= 0x800) {
+                               *text += 3;
+                               return output->put(triple.value());
+                           }
+                           switch (sequenceBytes(**text)) {
+                               case 3:
+                                   return putUnit<3>(text, output);
+                               case 2:
+                                   return putUnit<2>(text, output);
+                               case 4:
+                                   return putUnit<4>(text, output);
+                               default:
+                                   return Step::FAILED;
+                           }
+                       });
 }
 
 unsigned int convertStrFromTcharToWchar(wchar_t* dst, unsigned int dstSize, char const* src) {

@@ -178,7 +178,7 @@ unsigned int convertEach(OUTPUT output, char const* src, STEP step) {
     Step result = passAscii(&src, end, &output);
     while (src != end && result == Step::NEXT) {
         do {
-            result = step(&src, &output);
+            result = step(&src, end, &output);
         } while (result == Step::NEXT && !isAscii(*src));
         if (result == Step::NEXT) {
             result = passAscii(&src, end, &output);
@@ -201,8 +201,9 @@ unsigned int convertEach(OUTPUT output, unsigned short const* src, STEP step) {
     return output.finish();
 }
 
-/// The frame of every string function. `step` puts a character to the output, the second of its arguments.
-/// The first is a pointer to the position, which it moves on, or a unit of UTF-16.
+/// The frame of every string function. `step` puts a character to the output, which is the last of its
+/// arguments. Those in front are a pointer to the position, which it moves on, and the end of the text; or a
+/// unit of UTF-16.
 template <typename TO, typename FROM, typename STEP>
 unsigned int convertText(TO* dst, unsigned int dstSize, FROM const* src, STEP step) {
     if (src == nullptr || (dst == nullptr && dstSize != 0)) {

@@ -35,11 +35,12 @@ unsigned int convertCharFromUtf8ToSjis(char* dst, unsigned int dstSize, char con
 }
 
 unsigned int convertStrFromUtf8ToSjis(char* dst, unsigned int dstSize, char const* src) {
-    return convertText(dst, dstSize, src, [](char const** text, auto* output) UTL_EACH_CHAR_LAMBDA {
-        Utf8Char const character = utf8CharAt(*text);
-        *text += character.mBytes;
-        return putNumber(output, character.mSjis);
-    });
+    return convertText(dst, dstSize, src,
+                       [](char const** text, char const* end, auto* output) UTL_EACH_CHAR_LAMBDA {
+                           Utf8Char const character = utf8CharAt(*text, end);
+                           *text += character.mBytes;
+                           return putNumber(output, character.mSjis);
+                       });
 }
 
 unsigned int convertCharFromSjisToUtf8(char* dst, unsigned int dstSize, char const* src,
@@ -55,13 +56,14 @@ unsigned int convertCharFromSjisToUtf8(char* dst, unsigned int dstSize, char con
 }
 
 unsigned int convertStrFromSjisToUtf8(char* dst, unsigned int dstSize, char const* src) {
-    return convertText(dst, dstSize, src, [](char const** text, auto* output) UTL_EACH_CHAR_LAMBDA {
-        SjisChar const character = sjisCharAt(*text);
-        auto const literal = static_cast<unsigned char>(**text);
-        *text += character.mBytes;
-        return character.mKind == SjisKind::LITERAL ? output->put(literal)
-                                                    : putNumber(output, utf8InText(character));
-    });
+    return convertText(
+        dst, dstSize, src, [](char const** text, char const*, auto* output) UTL_EACH_CHAR_LAMBDA {
+            SjisChar const character = sjisCharAt(*text);
+            auto const literal = static_cast<unsigned char>(**text);
+            *text += character.mBytes;
+            return character.mKind == SjisKind::LITERAL ? output->put(literal)
+                                                        : putNumber(output, utf8InText(character));
+        });
 }
 
 unsigned int convertCharFromSjisToUtf16(unsigned short* dst, char const* src, unsigned int* consumed) {
@@ -75,12 +77,13 @@ unsigned int convertCharFromSjisToUtf16(unsigned short* dst, char const* src, un
 }
 
 unsigned int convertStrFromSjisToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) {
-    return convertText(dst, dstSize, src, [](char const** text, auto* output) UTL_EACH_CHAR_LAMBDA {
-        SjisChar const character = sjisCharAt(*text);
-        auto const literal = static_cast<unsigned char>(**text);
-        *text += character.mBytes;
-        return output->put(character.mKind == SjisKind::LITERAL ? literal : utf16InText(character));
-    });
+    return convertText(
+        dst, dstSize, src, [](char const** text, char const*, auto* output) UTL_EACH_CHAR_LAMBDA {
+            SjisChar const character = sjisCharAt(*text);
+            auto const literal = static_cast<unsigned char>(**text);
+            *text += character.mBytes;
+            return output->put(character.mKind == SjisKind::LITERAL ? literal : utf16InText(character));
+        });
 }
 
 }  // namespace utl
