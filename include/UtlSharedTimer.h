@@ -187,6 +187,8 @@ class UTL_API SharedTimer : public Thread {
     ///@}
 
   private:
+    friend struct SharedTimerTestAccess;
+
     class ApiGuard;
 
     static bool installTimeoutSignalHandler();

@@ -15,12 +15,47 @@
 #include <vector>
 
 #include "TestHooks.h"
+#include "TestLayout.h"
 #include "TestLog.h"
 #include "TestMessages.h"
+#include "ThreadTestSupport.h"
 #include "UtlSharedTimer.h"
 #include "UtlThreadManager.h"
+#include "UtlTimer.h"
+
+namespace utl {
+
+/// A way to the state of shared timers that no operation shows.
+struct SharedTimerTestAccess {
+    static void setNextTimerId(SharedTimer& timers, int id) {
+        SyncGuard const guard(timers.mQueueLock);
+        timers.mNextUserTimerId = id;
+    }
+    static void setNextSysTimerNumber(SharedTimer& timers, int number) {
+        SyncGuard const guard(timers.mQueueLock);
+        timers.mNextSysTimerNumber = number;
+    }
+
+    /// Where the fields begin, in the order that they must have.
+    static std::vector<std::size_t> fields(SharedTimer const& t) {
+        return utltest::offsetsIn(t, t.mCtlQueue, t.mTimers, t.mNextUserTimerId, t.mNextSysTimerNumber,
+                                  t.mPipe, t.mApiLock, t.mQueueLock);
+    }
+};
+
+struct TimerTestAccess {
+    static int timerId(Timer const& timer) { return timer.mTimerId; }
+    static std::vector<std::size_t> fields(Timer const& t) {
+        return utltest::offsetsIn(t, t.mSharedTimer, t.mListener, t.mTimerId);
+    }
+};
+
+}  // namespace utl
 
 namespace utltest {
+
+using SharedTimerAccess = utl::SharedTimerTestAccess;
+using TimerAccess = utl::TimerTestAccess;
 
 constexpr unsigned int LONG = 60000;              // a period that does not end during a test
 constexpr unsigned int NO_INTERVAL = 0xFFFFFFFF;  // of an unknown timer
@@ -287,6 +322,32 @@ inline int pipeHook(int* ends) {
     timerCalls().writeEnd = ends[1];
     return result;
 }
+
+/// All free places of the registry go to other threads while the next thread is created, which therefore
+/// cannot be registered; until the scope ends.
+class [[nodiscard]] FullRegistry {
+  public:
+    FullRegistry() {
+        hooks::threadCreate.replace(
+            +[](pthread_t* thread, pthread_attr_t const* attributes, void* (*entry)(void*), void* argument) {
+                for (int i = 0; i < PLACES; ++i) {
+                    utl::ThreadManagerTestAccess::storeEntry(NO_THREAD + i, foreignEntry("filler"));
+                }
+                return hooks::threadCreate.real(thread, attributes, entry, argument);
+            });
+    }
+    ~FullRegistry() {
+        hooks::threadCreate.replace(nullptr);
+        for (int i = 0; i < PLACES; ++i) {
+            utl::ThreadManagerTestAccess::eraseEntry(NO_THREAD + i);
+        }
+    }
+    FullRegistry(FullRegistry const&) = delete;
+    FullRegistry& operator=(FullRegistry const&) = delete;
+
+  private:
+    static constexpr int PLACES = utl::ThreadManager::DEFAULT_ENTRY_MAX;
+};
 
 /// The log and the system calls of shared timers are watched. The registry of threads is there already, so
 /// that what it does at its own start is not counted.

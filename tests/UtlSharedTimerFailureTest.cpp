@@ -5,8 +5,11 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <functional>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -868,6 +871,71 @@ TEST_F(SharedTimerWatched, EachCallForASystemTimer_IsReportedInFrontOfIt) {
     ASSERT_TRUE(timers->stop(timer));
     EXPECT_EQ(mPlaces, (std::vector<std::string>{"startTimerByTimerInfo 1", "startTimerByTimerInfo 1",
                                                  "stopTimerByTimerInfo 1"}));
+}
+
+// Reports look at the clock and are seen from there, on the thread that makes them.
+std::atomic<int> gReporter{0};
+std::vector<std::string> gReports;
+std::atomic<unsigned int> gReads{0};
+
+int noteReport(clockid_t clock, timespec* now) {
+    utl::ThreadWatchdog& watchdog = utl::ThreadManagerTestAccess::watchdog();
+    if (gReporter == kernelId() && utl::ThreadWatchdogTestAccess::isInKeepAlive(watchdog)) {
+        utl::StatementInfo const place =
+            utl::ThreadWatchdogTestAccess::copyInfo(watchdog, kernelId()).lastStatement;
+        gReports.push_back(std::string(place.function) + " " + std::to_string(place.sub));
+    }
+    return hooks::clockGetTime.real(clock, now);
+}
+
+ssize_t noteRead(int handle, void* buffer, size_t bytes) {
+    if (gReporter == kernelId()) {
+        gReports.push_back("read");
+    }
+    gReads += handle == timerCalls().readEnd ? 1U : 0U;
+    return readHook(handle, buffer, bytes);
+}
+
+void waitForReadBehind(unsigned int before) {
+    while (gReads == before) {
+        std::this_thread::yield();
+    }
+}
+
+/// A watched thread whose reports are noted from its first sleep on until it has served what `requests` asks.
+std::vector<std::string> reportsOf(std::function<void(utl::SharedTimer&)> const& requests) {
+    gReports.clear();
+    gReads = 0;
+    hooks::read.replace(noteRead);
+    hooks::clockGetTime.replace(noteReport);
+    utl::SharedTimer timers(1, LONG, nullptr, 8, "watched");
+    waitForReadBehind(0);
+    gReporter = timers.getId();
+    requests(timers);
+    waitForReadBehind(1);
+    timers.destroy();
+    gReporter = 0;
+    return gReports;
+}
+
+TEST_F(SharedTimerWatched, TheThread_ReportsBehindAReadBehindItsEntryAndInFrontOfTheNextRead) {
+    EXPECT_EQ(reportsOf([](utl::SharedTimer& timers) { EXPECT_TRUE(timers.eraseTimer(UNKNOWN, 1)); }),
+              (std::vector<std::string>{"execute 0", "execute 0", "execute 0", "read"}));
+}
+
+TEST_F(SharedTimerWatched, EachCallForASystemTimer_IsReportedInFrontOfItAndBehind) {
+    std::vector<std::string> const all = reportsOf([](utl::SharedTimer& timers) {
+        int const timer = timers.addTimer(nullptr, LONG);
+        EXPECT_TRUE(timers.start(timer));
+        EXPECT_TRUE(timers.stop(timer));
+    });
+    std::vector<std::string> reports;
+    std::copy_if(all.begin(), all.end(), std::back_inserter(reports), [](std::string const& report) {
+        return report != "read" && report.compare(0, 7, "execute") != 0;
+    });
+    EXPECT_EQ(reports, (std::vector<std::string>{"startTimerByTimerInfo 1", "startTimerByTimerInfo 2",
+                                                 "startTimerByTimerInfo 1", "startTimerByTimerInfo 2",
+                                                 "stopTimerByTimerInfo 1", "stopTimerByTimerInfo 2"}));
 }
 
 TEST_F(SharedTimerWatched, EachCallOfTheConstructor_IsReportedInFrontOfItAndBehind) {

@@ -191,26 +191,68 @@ TEST_F(SharedTimer, AThreadThatCannotBeHad_LeavesTimersThatNobodyCanWaitFor) {
     EXPECT_TRUE(timers->eraseTimer(timer, 0)) << "it stands still";
 }
 
-// All free places go to other threads while this one is created.
 TEST_F(SharedTimer, AThreadThatCannotBeRegistered_EndsAtOnce) {
-    using Access = utl::ThreadManagerTestAccess;
-    constexpr int PLACES = utl::ThreadManager::DEFAULT_ENTRY_MAX;
-    hooks::threadCreate.replace(
-        +[](pthread_t* thread, pthread_attr_t const* attributes, void* (*entry)(void*), void* argument) {
-            for (int i = 0; i < PLACES; ++i) {
-                Access::storeEntry(NO_THREAD + i, foreignEntry("filler"));
-            }
-            return hooks::threadCreate.real(thread, attributes, entry, argument);
-        });
-    {
-        ScopedTimers timers;
-        EXPECT_EQ(timers->getId(), 0);
-        EXPECT_TRUE(timers->hasDone(utl::Thread::FINISHED));
-        EXPECT_EQ(timers->addTimer(nullptr, 1), -1);
+    FullRegistry const full;
+    ScopedTimers timers;
+    EXPECT_EQ(timers->getId(), 0);
+    EXPECT_TRUE(timers->hasDone(utl::Thread::FINISHED));
+    EXPECT_EQ(timers->addTimer(nullptr, 1), -1);
+}
+
+// Derived classes and their callers are compiled apart from the library.
+TEST_F(SharedTimer, ItsFields_HaveTheirOrder) {
+    ScopedTimers timers;
+    std::vector<std::size_t> const fields = SharedTimerAccess::fields(*timers);
+    EXPECT_EQ(fields.front(), sizeof(utl::Thread));
+    EXPECT_TRUE(areRising(fields));
+}
+
+TEST_F(SharedTimer, ItsVirtualOperations_HaveTheirSlots) {
+    struct Slots : utl::SharedTimer {
+        static std::vector<std::size_t> ofAll() {
+            return {slotOf(&Slots::preExecute), slotOf(&Slots::execute), slotOf(&Slots::postExecute),
+                    slotOf(&Slots::requestStop), slotOf(&Slots::onTime)};
+        }
+    };
+    EXPECT_EQ(Slots::ofAll(), (std::vector<std::size_t>{2, 3, 4, 5, 6}));
+    EXPECT_EQ(slotOf(&utl::TimerListener::onTime), 2U);
+}
+
+TEST_F(SharedTimer, TheFieldsOfATimersRecord_HaveTheirOrder) {
+    utl::TimerInfo const t;
+    std::vector<std::size_t> const fields =
+        offsetsIn(t, t.mListener, t.mSysTimerId, t.mSysTimerNum, t.mSysParam, t.mInterval, t.mRepeatCount,
+                  t.mFireCount, t.mAutoRepeat, t.mRunning, t.mPendingCount, t.mUpdating);
+    EXPECT_EQ(fields.front(), 0U);
+    EXPECT_TRUE(areRising(fields));
+}
+
+using Tokens = std::vector<std::pair<unsigned int, int>>;
+
+Tokens gTokens;  // of requests, which one thread writes
+
+ssize_t noteToken(int handle, void const* buffer, size_t bytes) {
+    int token[2] = {0, 0};
+    if (handle == timerCalls().writeEnd) {
+        EXPECT_EQ(bytes, sizeof(token));
+        std::memcpy(token, buffer, sizeof(token));
+        if (token[0] != utl::MSG_ID_TIMEOUT_SIGNAL) {
+            gTokens.emplace_back(static_cast<unsigned int>(token[0]), token[1]);
+        }
     }
-    for (int i = 0; i < PLACES; ++i) {
-        Access::eraseEntry(NO_THREAD + i);
-    }
+    return writeHook(handle, buffer, bytes);
+}
+
+TEST_F(SharedTimer, EachRequest_IsATokenOfItsIdAndItsTimerInEightBytes) {
+    hooks::write.replace(noteToken);
+    ScopedTimers timers;
+    ASSERT_EQ(timers->addTimer(nullptr, LONG), 1);
+    ASSERT_EQ(timers->addTimer(nullptr, LONG), 2);
+    EXPECT_TRUE(timers->start(2, 0));
+    EXPECT_TRUE(timers->stop(2, 0));
+    EXPECT_TRUE(timers->eraseTimer(2, 1));
+    timers->destroy();
+    EXPECT_EQ(gTokens, (Tokens{{0x80000004U, 2}, {0x80000005U, 2}, {0x80000006U, 2}, {0x80000008U, -1}}));
 }
 
 // The handler.
@@ -405,6 +447,17 @@ TEST_F(SharedTimer, ATimerCountAtItsMaximum_RefusesTheNext) {
                 << "ids are not used again";
         }
     }
+}
+
+TEST_F(SharedTimer, Ids_WrapToOneBehindTheLargestAndStepPastThoseInUse) {
+    ScopedTimers timers;
+    EXPECT_EQ(timers->addTimer(nullptr, 1), 1);
+    EXPECT_EQ(timers->addTimer(nullptr, 1), 2);
+    SharedTimerAccess::setNextTimerId(*timers, INT_MAX - 1);
+    EXPECT_EQ(timers->addTimer(nullptr, 1), INT_MAX - 1);
+    EXPECT_EQ(timers->addTimer(nullptr, 1), INT_MAX);
+    EXPECT_EQ(timers->addTimer(nullptr, 1), 3);
+    EXPECT_EQ(idsOf(*timers), (Ids{1, 2, 3, INT_MAX - 1, INT_MAX}));
 }
 
 TEST_F(SharedTimer, EraseTimer_OfARunningTimer_StopsItAndTakesItAway) {
@@ -971,6 +1024,21 @@ TEST_F(SharedTimer, GetNextSysTimerNumber_StepsOn) {
     ScopedTimers timers;
     EXPECT_EQ(timers->getNextSysTimerNumber(), 2);
     EXPECT_EQ(timers->getNextSysTimerNumber(), 3);
+}
+
+TEST_F(SharedTimer, GetNextSysTimerNumber_WrapsToOneAndStepsPastNumbersInUse) {
+    ScopedTimers timers;
+    SharedTimerAccess::setNextSysTimerNumber(*timers, INT_MAX - 1);
+    EXPECT_EQ(timers->getNextSysTimerNumber(), INT_MAX);
+    EXPECT_EQ(timers->getNextSysTimerNumber(), 1);
+    int const first = timers->addTimer(nullptr, LONG);
+    int const second = timers->addTimer(nullptr, LONG);
+    ASSERT_TRUE(timers->start(first));
+    ASSERT_TRUE(timers->start(second));
+    int const number = timers->findTimer(first)->mSysTimerNum;
+    bool const areNeighbours = timers->findTimer(second)->mSysTimerNum == number + 1;
+    SharedTimerAccess::setNextSysTimerNumber(*timers, number - 1);
+    EXPECT_EQ(timers->getNextSysTimerNumber(), number + (areNeighbours ? 2 : 1));
 }
 
 // Calls of listeners.

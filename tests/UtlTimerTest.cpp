@@ -163,20 +163,39 @@ TEST_F(Timer, BehindDestroy_EveryOperationFails) {
     EXPECT_EQ(timer.ticker().count(), atEnd);
 }
 
-// The pipe that cannot be had ends the thread, in front of the timer's making or behind it.
-TEST_F(Timer, ATimerWhoseThreadHasEnded_FailsAsForAnUnknownId) {
-    hooks::pipe.failFrom(1, 1, -1, EMFILE);
-    utl::Timer timer(1, 0, 0, nullptr, 0, 1, "dead");
-    while (utl::ThreadManager::get()->isThreadActive(threadOf("dead"))) {
-        std::this_thread::yield();
+void expectFailures(utl::Timer& timer) {
+    EXPECT_EQ(TimerAccess::timerId(timer), -1);
+    for (int const noWait : {0, 1}) {
+        EXPECT_FALSE(timer.start(noWait));
+        EXPECT_FALSE(timer.stop(noWait));
+        EXPECT_FALSE(timer.restart(noWait));
     }
-    EXPECT_FALSE(timer.start());
-    EXPECT_FALSE(timer.stop());
-    EXPECT_FALSE(timer.restart());
     EXPECT_FALSE(timer.setInterval(5));
     EXPECT_EQ(timer.getInterval(), 0xFFFFFFFFU);
     EXPECT_FALSE(timer.isRunning());
+}
+
+TEST_F(Timer, ATimerWhoseThreadHasNoPipe_FailsAsForAnUnknownId) {
+    hooks::pipe.failFrom(1, 1, -1, EMFILE);
+    utl::Timer timer(1, 0, 0, nullptr, 0, 1, "dead");
+    expectFailures(timer);
     timer.destroy();
+}
+
+TEST_F(Timer, ATimerWhoseThreadCannotBeRegistered_FailsAsForAnUnknownId) {
+    FullRegistry const full;
+    utl::Timer timer(1, 0, 0, nullptr, 0, 1, "dead");
+    expectFailures(timer);
+    timer.destroy();
+}
+
+// Derived classes and their callers are compiled apart from the library.
+TEST_F(Timer, ItsFieldsAndItsVirtualOperation_HaveTheirPlaces) {
+    CountingTimer const timer(LONG);
+    std::vector<std::size_t> const fields = TimerAccess::fields(timer);
+    EXPECT_EQ(fields.front(), sizeof(utl::TimerListener));
+    EXPECT_TRUE(areRising(fields));
+    EXPECT_EQ(slotOf(&utl::Timer::onTime), 2U);
 }
 
 TEST_F(Timer, TheArgumentsForTheWatchdog_ReachTheThread) {
