@@ -17,6 +17,7 @@ constexpr unsigned short SWAPPED_BYTE_ORDER_MARK = 0xFFFE;
 // An upper bound for one character in any form of the text.
 constexpr unsigned int MAX_CHAR_BYTES = 6;
 
+/// Settled by the first comparison for nearly all text.
 constexpr bool isMark(unsigned short unit) {
     return unit >= BYTE_ORDER_MARK && (unit == BYTE_ORDER_MARK || unit == SWAPPED_BYTE_ORDER_MARK);
 }
