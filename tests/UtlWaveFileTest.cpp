@@ -13,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include "TestCommand.h"
 #include "TestFolder.h"
 #include "TestHooks.h"
 #include "TestLog.h"
@@ -27,6 +28,7 @@ using utltest::contentOf;
 using utltest::HookScope;
 using utltest::littleEndian;
 using utltest::LogCapture;
+using utltest::outputOf;
 using utltest::putFile;
 using utltest::riff;
 using utltest::subChunk;
@@ -81,20 +83,6 @@ class WaveFileInFolder : public utltest::InFolder {
         std::string const samples = readAll(file);
         EXPECT_EQ(file.close(), 1);
         return samples;
-    }
-
-    // What a command prints; its failure fails the test.
-    static std::string outputOf(std::string const& command) {
-        std::FILE* const pipe = popen(command.c_str(), "re");
-        EXPECT_NE(pipe, nullptr);
-        std::string output;
-        char bytes[4096];
-        size_t count = 0;
-        while (pipe != nullptr && (count = std::fread(bytes, 1, sizeof(bytes), pipe)) != 0) {
-            output.append(bytes, count);
-        }
-        EXPECT_EQ(pipe != nullptr ? pclose(pipe) : -1, 0) << command;
-        return output;
     }
 
     void expectFormat(unsigned int rate, unsigned int channels, unsigned int bits, unsigned int id) {
