@@ -1,0 +1,297 @@
+// Converts a text file line by line into UTF-8 or UTF-16, and its letters into another width or kana.
+//
+//     kanaconv [-f FROM] [-t TO] [CONVERSION...] INPUT OUTPUT
+//
+// FROM is sjis, which is the default, utf8, utf16be or utf16le; TO is utf8, the default, utf16be or utf16le.
+// A CONVERSION is one of full, half, hiragana, katakana, upper and lower; several work one after the other.
+// UTF-16 is written with a byte order mark and with CR LF at the line ends, UTF-8 with LF alone.
+//
+// Without arguments it shows what it makes of a text that it brings along.
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "Utl.h"
+
+namespace {
+
+struct NamedType {
+    char const* name;
+    int type;
+};
+
+constexpr NamedType TYPES[] = {{"sjis", 0}, {"utf8", 1}, {"utf16be", 2}, {"utf16le", 3}};
+
+struct Conversion {
+    char const* name;
+    utl::PairAttrib const* table;
+    int direction;
+};
+
+Conversion const CONVERSIONS[] = {
+    {"full", utl::HANKAKU_ZENKAKU_PAIR, 0},      {"half", utl::HANKAKU_ZENKAKU_PAIR, 1},
+    {"hiragana", utl::HANKATA_HIRAGANA_PAIR, 0}, {"hiragana", utl::ZENKATA_HIRAGANA_PAIR, 0},
+    {"katakana", utl::ZENKATA_HIRAGANA_PAIR, 1}, {"upper", utl::LOWER_UPPER_PAIR, 0},
+    {"lower", utl::LOWER_UPPER_PAIR, 1},
+};
+
+constexpr unsigned int LINE_SIZE = 5119;        // the largest that a line may need
+constexpr unsigned int CONVERTED_SIZE = 16384;  // a letter of one byte becomes one of three
+constexpr unsigned int PIECE_BYTES = 2500;      // that one call can write, whatever they become
+constexpr unsigned int CONVERSION_MAX = 8;
+
+struct Job {
+    int fromType = 0;
+    int toType = 1;
+    char const* conversions[CONVERSION_MAX] = {};
+    unsigned int conversionCount = 0;
+    char const* input = nullptr;
+    char const* output = nullptr;
+};
+
+enum class LineState { READ, END, UNREADABLE };
+
+// The lines of the input.
+class Input {
+  public:
+    explicit Input(Job const& job) : mType(job.fromType), mFile(job.input, job.fromType) {}
+
+    bool open() { return mFile.open(0, 0) == 1 && skipMark(); }
+
+    // What Shift-JIS has no character for ends the text early; then there is less of it than was measured.
+    LineState readLine() {
+        unsigned int size = 0;
+        int const result = mFile.readLine(mLine, LINE_SIZE, &size);
+        if (result == -3) {
+            return LineState::END;
+        }
+        ++mNumber;
+        bool const isWhole = result == 0 || size == std::strlen(mLine) + 1;
+        return result >= 0 && isWhole ? LineState::READ : LineState::UNREADABLE;
+    }
+
+    char const* line() const { return mLine; }
+    unsigned int number() const { return mNumber; }
+
+  private:
+    // In UTF-8 reading leaves it out by itself.
+    bool skipMark() {
+        unsigned char bytes[2] = {};
+        bool const isUtf16 = mType >= 2;
+        bool const hasMark =
+            isUtf16 && mFile.read(bytes, 2) == 2 && bytes[mType - 2] == 0xFE && bytes[3 - mType] == 0xFF;
+        return mFile.seek(hasMark ? 2 : 0, 0) != -1;
+    }
+
+    int const mType;
+    utl::File mFile;
+    char mLine[LINE_SIZE] = {};
+    unsigned int mNumber = 0;
+};
+
+// The lines of the output.
+class Output {
+  public:
+    explicit Output(Job const& job) : mIsUtf16(job.toType >= 2), mFile(job.output, job.toType) {}
+
+    bool open() { return mFile.open(2, 1) == 1; }
+
+    // Line end and mark go with the text: UTF-16 does not write one character alone.
+    bool writeLine(char const* text) {
+        char const* const mark = mIsUtf16 && mIsFirst ? "\xEF\xBB\xBF" : "";
+        char const* const lineEnd = mIsUtf16 ? "\r\n" : "\n";
+        mIsFirst = false;
+        if (utl::formatStr(mWhole, sizeof(mWhole), "%s%s%s", mark, text, lineEnd) == utl::INVALID_SIZE) {
+            return false;
+        }
+        char* rest = mWhole;
+        while (*rest != '\0') {
+            auto const length = static_cast<unsigned int>(std::strlen(rest));
+            // Half of a piece, so that the last one is none of a single character.
+            unsigned int const bytes =
+                length <= PIECE_BYTES ? length : utl::getNearCharIndex<char>(rest, PIECE_BYTES / 2, 1);
+            if (bytes == utl::INVALID_SIZE || !writePiece(rest, bytes)) {
+                return false;
+            }
+            rest += bytes;
+        }
+        return true;
+    }
+
+  private:
+    bool writePiece(char const* text, unsigned int bytes) {
+        char piece[PIECE_BYTES + 1];
+        utl::t_strncpy<char>(piece, sizeof(piece), text, bytes);
+        unsigned int const wanted =
+            mIsUtf16 ? 2 * (utl::convertStrFromUtf8ToUtf16(nullptr, 0, piece) - 1) : bytes;
+        return mFile.writeText(piece, LINE_SIZE, 0) == static_cast<int>(wanted);
+    }
+
+    bool const mIsUtf16;
+    bool mIsFirst = true;
+    utl::File mFile;
+    char mWhole[CONVERTED_SIZE] = {};
+};
+
+// All conversions of the job, one behind the other and in place.
+bool convert(Job const& job, char* text) {
+    for (unsigned int i = 0; i < job.conversionCount; ++i) {
+        for (Conversion const& conversion : CONVERSIONS) {
+            if (std::strcmp(conversion.name, job.conversions[i]) == 0 &&
+                utl::convertAttrib<char>(text, CONVERTED_SIZE - 8, text, conversion.table,
+                                         conversion.direction, 0) == utl::INVALID_SIZE) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+int complain(char const* what, char const* path) {
+    std::fprintf(stderr, "kanaconv: %s %s\n", what, path);
+    return EXIT_FAILURE;
+}
+
+int complainOfLine(unsigned int number, char const* what, char const* path) {
+    std::fprintf(stderr, "kanaconv: line %u of %s %s\n", number, path, what);
+    return EXIT_FAILURE;
+}
+
+int run(Job const& job) {
+    static char converted[CONVERTED_SIZE];
+    Input input(job);
+    if (!input.open()) {
+        return complain("cannot open", job.input);
+    }
+    Output output(job);
+    if (!output.open()) {
+        return complain("cannot write", job.output);
+    }
+    for (;;) {
+        LineState const state = input.readLine();
+        if (state == LineState::END) {
+            break;
+        }
+        if (state == LineState::UNREADABLE) {
+            return complainOfLine(input.number(), "cannot be read", job.input);
+        }
+        utl::t_strncpy<char>(converted, CONVERTED_SIZE, input.line(), utl::INVALID_SIZE);
+        if (!convert(job, converted)) {
+            return complainOfLine(input.number(), "cannot be converted", job.input);
+        }
+        if (!output.writeLine(converted)) {
+            return complainOfLine(input.number(), "cannot be written", job.output);
+        }
+    }
+    std::printf("%u lines\n", input.number());
+    return EXIT_SUCCESS;
+}
+
+// A text type by its name, -1 for none.
+int typeOf(char const* name) {
+    for (NamedType const& named : TYPES) {
+        if (std::strcmp(named.name, name) == 0) {
+            return named.type;
+        }
+    }
+    return -1;
+}
+
+bool isConversion(char const* name) {
+    for (Conversion const& conversion : CONVERSIONS) {
+        if (std::strcmp(conversion.name, name) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool parse(int argc, char** argv, Job* job) {
+    for (int option = getopt(argc, argv, "f:t:"); option != -1; option = getopt(argc, argv, "f:t:")) {
+        if (option != 'f' && option != 't') {
+            return false;
+        }
+        (option == 'f' ? job->fromType : job->toType) = typeOf(optarg);
+    }
+    for (; optind < argc - 2 && isConversion(argv[optind]) && job->conversionCount < CONVERSION_MAX;
+         ++optind) {
+        job->conversions[job->conversionCount++] = argv[optind];
+    }
+    if (optind != argc - 2 || job->fromType < 0 || job->toType < 1) {
+        return false;
+    }
+    job->input = argv[optind];
+    job->output = argv[optind + 1];
+    return true;
+}
+
+// A file of its own for each look at the text, in a folder that is gone at the end.
+class DemoFolder {
+  public:
+    DemoFolder() : mIsThere(mkdtemp(mPath) != nullptr && chdir(mPath) == 0) {}
+    ~DemoFolder() {
+        unlink(OUTPUT);
+        if (mIsThere && chdir("/") == 0) {
+            rmdir(mPath);
+        }
+    }
+    DemoFolder(DemoFolder const&) = delete;
+    DemoFolder& operator=(DemoFolder const&) = delete;
+
+    bool isThere() const { return mIsThere; }
+
+    static constexpr char const* OUTPUT = "converted";
+
+  private:
+    char mPath[32] = "/tmp/kanaconv-XXXXXX";
+    bool mIsThere;
+};
+
+void show(char const* path) {
+    utl::File file(path, 1);
+    char line[LINE_SIZE];
+    if (file.open(0, 0) == 1) {
+        while (file.readLine(line, LINE_SIZE, nullptr) >= 0) {
+            std::printf("    %s\n", line);
+        }
+    }
+}
+
+int demo() {
+    DemoFolder const folder;
+    if (!folder.isThere()) {
+        return complain("cannot make", "a folder");
+    }
+    for (char const* const conversion : {"", "full", "half", "hiragana"}) {
+        Job job;
+        job.conversions[0] = conversion;
+        job.conversionCount = *conversion != '\0' ? 1 : 0;
+        job.input = EXAMPLE_SJIS_TEXT;
+        job.output = DemoFolder::OUTPUT;
+        std::printf("Shift-JIS to UTF-8%s%s: ", *conversion != '\0' ? ", " : "", conversion);
+        if (run(job) != EXIT_SUCCESS) {
+            return EXIT_FAILURE;
+        }
+        show(job.output);
+    }
+    return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 1) {
+        return demo();
+    }
+    Job job;
+    if (!parse(argc, argv, &job)) {
+        std::fprintf(stderr,
+                     "usage: kanaconv [-f sjis|utf8|utf16be|utf16le] [-t utf8|utf16be|utf16le]\n"
+                     "                [full|half|hiragana|katakana|upper|lower]... INPUT OUTPUT\n");
+        return 2;
+    }
+    return run(job);
+}
