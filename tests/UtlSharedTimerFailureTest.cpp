@@ -792,6 +792,35 @@ class SharedTimerWatched : public TimerTest {
 
 std::vector<std::string> SharedTimerWatched::mPlaces;
 
+// Reports look at the clock and are seen from there, on the thread that makes them.
+std::atomic<int> gReporter{0};
+std::vector<std::string> gReports;
+std::atomic<unsigned int> gReads{0};
+
+int noteReport(clockid_t clock, timespec* now) {
+    utl::ThreadWatchdog& watchdog = utl::ThreadManagerTestAccess::watchdog();
+    if (gReporter == kernelId() && utl::ThreadWatchdogTestAccess::isInKeepAlive(watchdog)) {
+        utl::StatementInfo const place =
+            utl::ThreadWatchdogTestAccess::copyInfo(watchdog, kernelId()).lastStatement;
+        gReports.push_back(std::string(place.function) + " " + std::to_string(place.sub));
+    }
+    return hooks::clockGetTime.real(clock, now);
+}
+
+ssize_t noteRead(int handle, void* buffer, size_t bytes) {
+    if (gReporter == kernelId()) {
+        gReports.push_back("read");
+    }
+    gReads += handle == timerCalls().readEnd ? 1U : 0U;
+    return readHook(handle, buffer, bytes);
+}
+
+void waitForReadBehind(unsigned int before) {
+    while (gReads == before) {
+        std::this_thread::yield();
+    }
+}
+
 TEST_F(SharedTimerWatched, TheThread_IsWatchedWhileItWorksAndNotWhileItSleeps) {
     utl::ThreadManager* const manager = utl::ThreadManager::get();
     std::atomic<int> watched{-1};
@@ -833,11 +862,11 @@ TEST_F(SharedTimerWatched, AThreadWhoseObjectGoesWithoutDestroy_IsNotRegisteredA
 
 TEST_F(SharedTimerWatched, TheForwarders_ReachTheThreadsEntry) {
     utl::ThreadManager* const manager = utl::ThreadManager::get();
+    gReads = 0;
+    hooks::read.replace(noteRead);
     ScopedTimers timers(8, "watched", 1, LONG);
     int const id = timers->getId();
-    while (manager->isWatchingWatchdog(id)) {
-        std::this_thread::yield();
-    }
+    waitForReadBehind(0);
     EXPECT_TRUE(timers->startThreadWatchdog());
     EXPECT_TRUE(manager->isWatchingWatchdog(id));
     EXPECT_TRUE(timers->stopThreadWatchdog());
@@ -871,35 +900,6 @@ TEST_F(SharedTimerWatched, EachCallForASystemTimer_IsReportedInFrontOfIt) {
     ASSERT_TRUE(timers->stop(timer));
     EXPECT_EQ(mPlaces, (std::vector<std::string>{"startTimerByTimerInfo 1", "startTimerByTimerInfo 1",
                                                  "stopTimerByTimerInfo 1"}));
-}
-
-// Reports look at the clock and are seen from there, on the thread that makes them.
-std::atomic<int> gReporter{0};
-std::vector<std::string> gReports;
-std::atomic<unsigned int> gReads{0};
-
-int noteReport(clockid_t clock, timespec* now) {
-    utl::ThreadWatchdog& watchdog = utl::ThreadManagerTestAccess::watchdog();
-    if (gReporter == kernelId() && utl::ThreadWatchdogTestAccess::isInKeepAlive(watchdog)) {
-        utl::StatementInfo const place =
-            utl::ThreadWatchdogTestAccess::copyInfo(watchdog, kernelId()).lastStatement;
-        gReports.push_back(std::string(place.function) + " " + std::to_string(place.sub));
-    }
-    return hooks::clockGetTime.real(clock, now);
-}
-
-ssize_t noteRead(int handle, void* buffer, size_t bytes) {
-    if (gReporter == kernelId()) {
-        gReports.push_back("read");
-    }
-    gReads += handle == timerCalls().readEnd ? 1U : 0U;
-    return readHook(handle, buffer, bytes);
-}
-
-void waitForReadBehind(unsigned int before) {
-    while (gReads == before) {
-        std::this_thread::yield();
-    }
 }
 
 /// A watched thread whose reports are noted from its first sleep on until it has served what `requests` asks.
