@@ -13,6 +13,8 @@ install(EXPORT utl-targets NAMESPACE utl:: DESTINATION ${UTL_CMAKE_DIR})
 
 configure_package_config_file(cmake/utl-config.cmake.in utl-config.cmake INSTALL_DESTINATION ${UTL_CMAKE_DIR})
 write_basic_package_version_file(utl-config-version.cmake COMPATIBILITY SameMinorVersion)
+list(TRANSFORM UTL_HEAP_DEFINITIONS PREPEND " -D" OUTPUT_VARIABLE UTL_HEAP_CFLAGS)
+list(JOIN UTL_HEAP_CFLAGS "" UTL_HEAP_CFLAGS)
 configure_file(cmake/utl.pc.in utl.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/utl-config.cmake ${CMAKE_CURRENT_BINARY_DIR}/utl-config-version.cmake
     DESTINATION ${UTL_CMAKE_DIR})

@@ -12,6 +12,7 @@
 #include "UtlFile.h"
 #include "UtlLog.h"
 #include "UtlMap.h"
+#include "UtlMemory.h"
 #include "UtlMemoryPool.h"
 #include "UtlMsg.h"
 #include "UtlMsgDrivenSharedThread.h"

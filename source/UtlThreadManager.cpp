@@ -15,6 +15,7 @@
 #include "UtlKeepAlive.h"
 #include "UtlLog.h"
 #include "UtlLogText.h"
+#include "UtlMemoryThreadName.h"
 #include "UtlProcessWide.h"
 #include "UtlThreadId.h"
 #include "UtlThreadWatchdog.h"
@@ -251,6 +252,7 @@ int ThreadManager::entryTelling(bool* created, void (*function)(void*), void* ar
     auto const parameter = std::make_unique<StartParameter>(function, argument, priority);
     int const id = startAndRegister(created, *parameter, name);
     if (id != 0) {
+        registerThreadNameInMemory(id, name);
         watchIfAsked(id, watchdog, aliveTime, listener, name);
     }
     return id;
@@ -353,6 +355,7 @@ int ThreadManager::entryCaller(int watchdog, unsigned int aliveTime, WatchdogTim
     if (name == nullptr || !registerCaller(id, name)) {
         return 0;
     }
+    registerThreadNameInMemory(id, name);
     watchIfAsked(id, watchdog, aliveTime, listener, name);
     return id;
 }

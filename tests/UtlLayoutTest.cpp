@@ -10,6 +10,7 @@
 #include "UtlEvent.h"
 #include "UtlFile.h"
 #include "UtlMap.h"
+#include "UtlMemory.h"
 #include "UtlMemoryPool.h"
 #include "UtlMsgDrivenSharedThread.h"
 #include "UtlMsgDrivenThread.h"
@@ -115,6 +116,14 @@ static_assert(hasTargetSize<utl::WaveFile::AutoClose>(8));
 
 static_assert(hasTargetSize<utl::MemoryPool>(4 + sizeof(utl::BasicString<char>) + 4 * 4 +
                                              sizeof(utl::SyncObject)));
+
+static_assert(hasTargetSize<utl::Memory::ProcessHeapInfo>(16));
+static_assert(hasTargetSize<utl::Memory::DetailHeapInfo>(28));
+static_assert(hasTargetSize<utl::Memory::FileNameInfo>(260));
+static_assert(hasTargetSize<utl::Memory::ThreadNameInfo>(132));
+static_assert(hasTargetSize<utl::Memory>(4 + sizeof(utl::SyncObject) + 1024 + 16 + 4 + 4 + 8 + 8 +
+                                         260 * utl::Memory::FILE_NAME_INFO_MAX + 4 +
+                                         132 * utl::Memory::THREAD_NAME_INFO_MAX + 4));
 
 static_assert(hasTargetSize<utl::BitStream>(20));
 static_assert(hasTargetSize<utl::Time>(18));
