@@ -22,10 +22,16 @@ std::atomic<bool> gIsFed{false};
 thread_local bool tIsInside = false;  // the accounting may allocate itself: not fed with that
 
 void note(int operation, void* block, std::size_t size) {
-    if (gIsFed && !tIsInside) {
+    if (!tIsInside) {
         tIsInside = true;
-        Memory::get()->updateManagement(operation, block, static_cast<unsigned int>(size), ~0U, 0);
+        utl::Memory::get()->updateManagement(operation, block, static_cast<unsigned int>(size), ~0U, 0);
         tIsInside = false;
+    }
+}
+
+void noteIfFed(int operation, void* block, std::size_t size) {
+    if (gIsFed) {
+        note(operation, block, size);
     }
 }
 
@@ -34,12 +40,12 @@ void* allocated(std::size_t size) {
     if (block == nullptr) {
         throw std::bad_alloc();
     }
-    note(0, block, size);
+    noteIfFed(0, block, size);
     return block;
 }
 
 void released(void* block) {
-    note(1, block, 0);
+    noteIfFed(1, block, 0);
     std::free(block);
 }
 
