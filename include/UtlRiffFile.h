@@ -29,8 +29,8 @@ class File;
 ///
 /// Results are 1 for true and 0 for false unless a function says otherwise. Nothing is logged here; the
 /// `File` below logs what fails. A process that dies leaves the sizes of what it had not closed at 0: what
-/// stands behind such a size is then taken for headers. So `close` before the destructor, which patches no
-/// size.
+/// stands behind such a size is then taken for headers, and `open` may fail on it. So `close` before the
+/// destructor, which patches no size.
 class UTL_API RiffFile {
   public:
     /// Closes a container at the end of a scope, whatever the result. *One owner thread*, that of the scope.
@@ -62,13 +62,14 @@ class UTL_API RiffFile {
     /// reading and writing. A file that is new holds 8 bytes then, and needs `setFormType` before the first
     /// `addSubChunk`. Gives 0; 1 for other arguments, for a new file to read, for an open object, and if the
     /// file or a header cannot be read or written; 2 for a file that is no RIFF file. After 1 and 2 it is
-    /// closed, unless it was open before.
+    /// closed, unless it was open before, and a new file whose 8 bytes could not be written is erased.
     int open(int disposition, int access);
 
     /// Brings the size at the front up to date, closes an open sub-chunk and the file, and forgets the
-    /// sub-chunks; `getFormType` stays. True also if it was closed. False if the sub-chunk or the file does
-    /// not close cleanly. False, and everything stays open, for a file of more than 4 GiB and if the size
-    /// cannot be written.
+    /// sub-chunks; `getFormType` stays. True also if it was closed. False, and everything stays open, if the
+    /// size of the file cannot be had, does not fit into 32 bits, or cannot be written. False, with the file
+    /// closed, if the sub-chunk does not close: it stays open across the next `open`, and `closeSubChunk`
+    /// writes its size to its old place then; for another file take another object.
     int close();
 
     /// True while the file is open.
@@ -77,7 +78,7 @@ class UTL_API RiffFile {
     /// Appends an empty sub-chunk and opens it; `id` has up to 4 bytes. Gives its number;
     /// `INVALID_SUB_CHUNK` while one is open, for a longer `id` or null, and on failure. If there is no room
     /// to take it down the result is `INVALID_SUB_CHUNK` as well, but the sub-chunk stands in the file and is
-    /// open: `closeSubChunk` is due, and it cannot be written.
+    /// open: `closeSubChunk` is due, and it cannot be written, except where there is room for none at all.
     int addSubChunk(char const* id);
 
     /// Opens the sub-chunk with this number; `mode` 0 stands at the start of its data, 1 at their end. False
@@ -96,13 +97,14 @@ class UTL_API RiffFile {
     /// no form type.
     int setFormType(char const* formType);
 
-    /// The form type; empty if there was none yet. What `open` read from a file keeps its trailing blanks.
-    /// Valid until the next `open` or `setFormType`.
+    /// The form type; empty if there was none yet. What `open` read from a file keeps its trailing blanks. A
+    /// new file leaves that of the file before. Valid until the next `open` or `setFormType`.
     char const* getFormType() const;
 
     ///@{
     /// As for the open sub-chunk. Only the one that stands last in the file, of those taken down, can be
-    /// written: for any other, `write` gives -1.
+    /// written: for any other, `write` gives -1. Where more follow that were not taken down, what goes beyond
+    /// its data overwrites them.
     int read(void* buffer, unsigned int length);
     int write(void const* buffer, unsigned int length);
     long long seek(int origin, long long offset);

@@ -96,9 +96,9 @@ class UTL_API SubChunk {
     /// longer than 32 bits can say. The header learns of it in `close`.
     int write(void const* buffer, unsigned int length);
 
-    /// Moves to `offset` bytes from an origin: 0 the first byte of data, 1 their end, 2 the position. Gives
-    /// the new position; -1, with the position unchanged, for a target outside of the data, another origin
-    /// and if not open; -1 on failure.
+    /// Moves to `offset` bytes from an origin: 0 the first byte of data, 1 their end, 2 the position. Beware
+    /// that `File::seek` takes the two arguments the other way round. Gives the new position; -1, with the
+    /// position unchanged, for a target outside of the data, another origin and if not open; -1 on failure.
     long long seek(int origin, long long offset);
 
     /// The position, which may lie behind the data; -1 on failure, if not open, and in front of the data.
