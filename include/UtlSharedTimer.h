@@ -69,7 +69,7 @@ class UTL_API SharedTimer : public Thread {
 
     /// Starts the thread, with priority NORMAL, and waits until it is ready. `watchdog`, `aliveTime` and
     /// `listener` are those of `Thread::start`. There can be `maxTimerCount` timers. A pipe that cannot be
-    /// had is logged and leaves an object whose loop ends at once. Without a thread no call that waits can
+    /// had is logged and leaves an object whose loop has ended. Without a thread no call that waits can
     /// succeed.
     SharedTimer(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
                 unsigned int maxTimerCount, char const* name);
@@ -168,8 +168,9 @@ class UTL_API SharedTimer : public Thread {
   protected:
     int execute() override;
 
-    /// Queues a control entry and writes its token. False without a log line if there is no place for it, and
-    /// with one after a failed write: then the entry stays.
+    /// Queues a control entry and writes its token. False without a log line if there is no place for it in
+    /// the queue; with the line of a failed write if the pipe has no room, and after a failed write, in which
+    /// case alone the entry stays.
     bool postTimerCtlMsg(int msgId, int param);
 
     /// Steps of the loop. The results of the updates are 0, also for an unknown id, and -1 for a failure,
