@@ -1,8 +1,10 @@
 // 100 periodic timers of 10 ms on one message thread, against the same POSIX timers with a handler that
 // writes 8 bytes and a thread that reads them and queues a second token; and against timerfd with epoll.
 //
-// Lateness is taken by the receiver: from the time at which the expiry was due. A run of each kind takes a
-// second, in turn with the others; the figures are medians over the runs.
+// Lateness is taken by the receiver: from the time at which the expiry was due. Each kind starts its timers
+// one behind the other on the thread that receives their expiries, so that they are due as close together as
+// that takes, and each knows when it was started. The kinds run in turn; the figures are medians over the
+// runs.
 
 #include <signal.h>
 #include <sys/epoll.h>
@@ -26,8 +28,8 @@ namespace {
 
 constexpr unsigned int TIMERS = 100;
 constexpr unsigned int PERIOD_MS = 10;
-constexpr unsigned int RUN_MS = 1000;
-constexpr unsigned int RUNS = 7;
+constexpr unsigned int RUN_MS = 3000;
+constexpr unsigned int RUNS = 5;
 
 double processorNanoseconds() {
     timespec now{};
@@ -90,25 +92,35 @@ struct Figures {
 
 constexpr double EXPECTED = 1.0 * TIMERS * RUN_MS / PERIOD_MS;
 
-// When timer `timer` is started in relation to the first.
-unsigned int offsetMicroseconds(unsigned int timer, bool spread) {
-    return spread ? timer * PERIOD_MS * 1000 / TIMERS : 0;
-}
-
 void waitUntil(double time) {
     while (utlbench::WALL_TIME() < time) {
     }
 }
 
-Figures figuresOf(double processorBefore, Arrivals& arrivals) {
-    return {(processorNanoseconds() - processorBefore) / 1e6, arrivals.percentile(0.5) / 1e3,
-            arrivals.percentile(0.99) / 1e3, static_cast<double>(arrivals.count()) / EXPECTED};
+// Calls `start` for each timer, at once or spread over a period, and takes down when it was started.
+template <typename START>
+void startTimers(Arrivals& arrivals, bool spread, START start) {
+    double const begin = utlbench::WALL_TIME();
+    for (unsigned int i = 0; i < TIMERS; ++i) {
+        waitUntil(begin + (spread ? 1e6 * PERIOD_MS * i / TIMERS : 0));
+        start(i + 1);
+        arrivals.start(i + 1, utlbench::WALL_TIME() + PERIOD_MS * 1e6);
+    }
+}
+
+Figures figuresOf(double processor, Arrivals& arrivals) {
+    return {processor / 1e6, arrivals.percentile(0.5) / 1e3, arrivals.percentile(0.99) / 1e3,
+            static_cast<double>(arrivals.count()) / EXPECTED};
 }
 
 // The library.
 
+constexpr int START_MSG = 1;
+
 class Receiver : public utl::ThreadMsgListener {
   public:
+    Receiver(utl::MsgDrivenThread& thread, bool spread) : mThread(thread), mSpread(spread) {}
+
     Arrivals arrivals{static_cast<size_t>(EXPECTED)};
 
     void receiveMsg(int, utl::ThreadRawMsg& raw) override {
@@ -116,25 +128,27 @@ class Receiver : public utl::ThreadMsgListener {
         msg.restoreFrom(raw);
         if (msg.getMsgId() == utl::MSG_ID_TIMER) {
             arrivals.arrive(static_cast<unsigned int>(msg.mTimerId));
+        } else {
+            startTimers(arrivals, mSpread, [this](unsigned int) { mThread.setTimer(PERIOD_MS, 1, 0, 1); });
         }
     }
+
+  private:
+    utl::MsgDrivenThread& mThread;
+    bool const mSpread;
 };
 
 Figures runLibrary(bool spread) {
-    Receiver receiver;
     utl::MsgDrivenThread thread(16, 256, "timers", TIMERS);
+    Receiver receiver(thread, spread);
     thread.start(&receiver);
-    double const begin = utlbench::WALL_TIME() + 5e6;
-    for (unsigned int i = 0; i < TIMERS; ++i) {
-        waitUntil(begin + offsetMicroseconds(i, spread) * 1e3);
-        receiver.arrivals.start(i + 1, utlbench::WALL_TIME() + PERIOD_MS * 1e6);
-        thread.setTimer(PERIOD_MS, 1, 0, 1);
-    }
+    thread.sendMsgSync(START_MSG);
     double const before = processorNanoseconds();
     sleepMilliseconds(RUN_MS);
+    double const after = processorNanoseconds();
     thread.stop();
     thread.leaveManagement();
-    return figuresOf(before, receiver.arrivals);
+    return figuresOf(after - before, receiver.arrivals);
 }
 
 // Bare.
@@ -145,19 +159,6 @@ void bareHandler(int, siginfo_t* info, void*) {
     int const token[2] = {1, info->si_value.sival_int};
     ssize_t const written = write(gBarePipe[1], token, sizeof(token));
     utlbench::keep(written);
-}
-
-void readBare(Arrivals& arrivals) {
-    int token[2];
-    while (read(gBarePipe[0], token, sizeof(token)) == sizeof(token) && token[0] != 0) {
-        if (token[0] == 1) {
-            token[0] = 2;
-            ssize_t const written = write(gBarePipe[1], token, sizeof(token));
-            utlbench::keep(written);
-        } else {
-            arrivals.arrive(static_cast<unsigned int>(token[1]));
-        }
-    }
 }
 
 timer_t bareTimer(unsigned int number) {
@@ -175,6 +176,25 @@ timer_t bareTimer(unsigned int number) {
     return timer;
 }
 
+void writeBare(int id) {
+    int const token[2] = {id, 0};
+    ssize_t const written = write(gBarePipe[1], token, sizeof(token));
+    utlbench::keep(written);
+}
+
+void readBare(Arrivals& arrivals) {
+    int token[2];
+    while (read(gBarePipe[0], token, sizeof(token)) == sizeof(token) && token[0] != 0) {
+        if (token[0] == 1) {
+            token[0] = 2;
+            ssize_t const written = write(gBarePipe[1], token, sizeof(token));
+            utlbench::keep(written);
+        } else {
+            arrivals.arrive(static_cast<unsigned int>(token[1]));
+        }
+    }
+}
+
 Figures runBare(bool spread) {
     struct sigaction action = {};
     action.sa_sigaction = bareHandler;
@@ -183,26 +203,28 @@ Figures runBare(bool spread) {
         std::abort();
     }
     Arrivals arrivals(static_cast<size_t>(EXPECTED));
-    std::thread reader([&arrivals] { readBare(arrivals); });
     std::vector<timer_t> timers;
-    double const begin = utlbench::WALL_TIME() + 5e6;
-    for (unsigned int i = 0; i < TIMERS; ++i) {
-        waitUntil(begin + offsetMicroseconds(i, spread) * 1e3);
-        arrivals.start(i + 1, utlbench::WALL_TIME() + PERIOD_MS * 1e6);
-        timers.push_back(bareTimer(i + 1));
+    std::atomic<bool> isStarted{false};
+    std::thread reader([&] {
+        startTimers(arrivals, spread,
+                    [&timers](unsigned int number) { timers.push_back(bareTimer(number)); });
+        isStarted = true;
+        readBare(arrivals);
+    });
+    while (!isStarted) {
+        sleepMilliseconds(1);
     }
     double const before = processorNanoseconds();
     sleepMilliseconds(RUN_MS);
+    double const after = processorNanoseconds();
     for (timer_t const timer : timers) {
         timer_delete(timer);
     }
-    int const end[2] = {0, 0};
-    ssize_t const written = write(gBarePipe[1], end, sizeof(end));
-    utlbench::keep(written);
+    writeBare(0);
     reader.join();
     close(gBarePipe[0]);
     close(gBarePipe[1]);
-    return figuresOf(before, arrivals);
+    return figuresOf(after - before, arrivals);
 }
 
 // timerfd with epoll.
@@ -221,37 +243,45 @@ void readTimerFds(int epoll, Arrivals& arrivals, std::atomic<bool> const& ended)
     }
 }
 
+int timerFd(int epoll, unsigned int number) {
+    int const handle = timerfd_create(CLOCK_MONOTONIC, 0);
+    epoll_event event = {};
+    event.events = EPOLLIN;
+    event.data.u64 = static_cast<unsigned long long>(handle) << 32 | number;
+    itimerspec spec = {};
+    spec.it_value.tv_nsec = spec.it_interval.tv_nsec = PERIOD_MS * 1000000L;
+    if (epoll_ctl(epoll, EPOLL_CTL_ADD, handle, &event) != 0 ||
+        timerfd_settime(handle, 0, &spec, nullptr) != 0) {
+        std::abort();
+    }
+    return handle;
+}
+
 Figures runTimerFd(bool spread) {
     Arrivals arrivals(static_cast<size_t>(EXPECTED));
     int const epoll = epoll_create1(0);
-    std::atomic<bool> ended{false};
-    std::thread reader([&] { readTimerFds(epoll, arrivals, ended); });
     std::vector<int> handles;
-    double const begin = utlbench::WALL_TIME() + 5e6;
-    for (unsigned int i = 0; i < TIMERS; ++i) {
-        waitUntil(begin + offsetMicroseconds(i, spread) * 1e3);
-        int const handle = timerfd_create(CLOCK_MONOTONIC, 0);
-        epoll_event event = {};
-        event.events = EPOLLIN;
-        event.data.u64 = static_cast<unsigned long long>(handle) << 32 | (i + 1);
-        itimerspec spec = {};
-        spec.it_value.tv_nsec = spec.it_interval.tv_nsec = PERIOD_MS * 1000000L;
-        arrivals.start(i + 1, utlbench::WALL_TIME() + PERIOD_MS * 1e6);
-        if (epoll_ctl(epoll, EPOLL_CTL_ADD, handle, &event) != 0 ||
-            timerfd_settime(handle, 0, &spec, nullptr) != 0) {
-            std::abort();
-        }
-        handles.push_back(handle);
+    std::atomic<bool> isStarted{false};
+    std::atomic<bool> ended{false};
+    std::thread reader([&] {
+        startTimers(arrivals, spread,
+                    [&](unsigned int number) { handles.push_back(timerFd(epoll, number)); });
+        isStarted = true;
+        readTimerFds(epoll, arrivals, ended);
+    });
+    while (!isStarted) {
+        sleepMilliseconds(1);
     }
     double const before = processorNanoseconds();
     sleepMilliseconds(RUN_MS);
+    double const after = processorNanoseconds();
     ended = true;
     reader.join();
     for (int const handle : handles) {
         close(handle);
     }
     close(epoll);
-    return figuresOf(before, arrivals);
+    return figuresOf(after - before, arrivals);
 }
 
 // The table.
