@@ -3,6 +3,7 @@
 #include <climits>
 #include <new>
 
+#include "UtlBriefWait.h"
 #include "UtlEventWait.h"
 #include "UtlLog.h"
 #include "UtlSystemTimer.h"
@@ -117,10 +118,20 @@ int MsgDrivenThread::stop(int wait, unsigned int timeout) {
 }
 
 // The loop obeys the stop token even where no entry stands behind it. So where the entry could not be queued
-// or announced, the bare token still ends the loop.
+// or announced, the bare token still ends the loop, which makes room for it unless it has ended by then.
 void MsgDrivenThread::requestStop() {
-    if (postThreadCtlMsg(MSG_ID_CTL_STOP, -1) == 0) {
-        writeToken(mPipe[1], {MSG_ID_CTL_STOP, -1});
+    if (postThreadCtlMsg(MSG_ID_CTL_STOP, -1) != 0) {
+        return;
+    }
+    int const writeEnd = mPipe[1];
+    bool isReserved = false;
+    waitBriefly([this, writeEnd, &isReserved] {
+        SyncGuard const guard(mQueueLock);
+        isReserved = !mLoopEnded && reserveToken(writeEnd);
+        return isReserved || mLoopEnded;
+    });
+    if (isReserved) {
+        writeReservedToken(writeEnd, {MSG_ID_CTL_STOP, -1});
     }
 }
 

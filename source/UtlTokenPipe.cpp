@@ -255,14 +255,6 @@ TokenIo writeReservedToken(int writeEnd, PipeToken const& token) {
                              : TokenIo{static_cast<unsigned int>(-1), EBADF};
 }
 
-TokenIo writeToken(int writeEnd, PipeToken const& token) {
-    PipeState* const writer = openStateOf(writeEnd);
-    if (writer != nullptr) {
-        ++writer->tokens;
-    }
-    return writeReservedToken(writeEnd, token);
-}
-
 bool writeTokenFromHandler(int writeEnd, PipeToken const& token, TokenIo* io, bool* written) {
     *written = false;
     PipeState* const writer = stateOf(writeEnd);

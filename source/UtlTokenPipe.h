@@ -64,9 +64,6 @@ bool isTokenPipeEmpty(int readEnd);
 /// Writes the token for which room was taken.
 TokenIo writeReservedToken(int writeEnd, PipeToken const& token);
 
-/// Writes one token; blocks where there is no room for it.
-TokenIo writeToken(int writeEnd, PipeToken const& token);
-
 /// Writes one token from a signal handler, which must not block: without room for it, or where the pipe is
 /// gone and its descriptor may mean another file by now, nothing is written and true is given. False, with
 /// the outcome in `*io`, when a write failed.
