@@ -21,7 +21,7 @@ using CodeTableRow = DualType<char const*, wchar_t const*>;
 // The code tables. Each is a constant array with one row more than it has entries: a row of two null pointers
 // ends it. They are filled before any code of the program runs, so that the initialisers of static objects
 // may use them, and they stay as they are until the process is gone. The order of the rows is part of what
-// callers rely on. The full-width marks stand in the order of the half-width ones.
+// callers rely on; in the tables of marks the same row belongs to the same sign in either width.
 
 /// Controls, spaces, and the half-width marks, digits and signs.
 UTL_API extern CodeTableRow const (&KAIGYO_TBL)[2 + 1];

@@ -21,7 +21,7 @@ namespace utl {
 // Unless a function says otherwise:
 //
 // - Failure is `INVALID_SIZE`, is never logged, and leaves in `dst` what was written so far.
-// - A destination size of 0 asks for the size that would be needed, and `dst` may then be null.
+// - With a destination size of 0 nothing is written, and `dst` may be null: the result is what it takes.
 // - A string function gives the bytes or units used, terminator included. It fails for null and for too
 //   little room, which for it is room for the terminator, too.
 // - A character function looks at the first character of `src` alone, writes no terminator, and stores the

@@ -18,10 +18,12 @@ extern "C" {
 UTL_API void BinaryLogWrite(int channel, const void* text, unsigned int bytes);
 
 /// Converts the `srcBytes` bytes of text at `src` to wide characters. `dstCount` counts wide characters.
-/// Gives the number of wide characters written, without a terminator unless `src` has one among its bytes,
-/// and 0 on failure. Replaceable like `BinaryLogWrite`. The built-in converter knows `EN_KCP_UTF8` alone and
-/// takes it strictly: text that is malformed, holds a surrogate or goes beyond U+10FFFF fails, and so do
-/// empty text, a null pointer and too little room; nothing is written then.
+/// Gives the number of wide characters written, and 0 on failure. A terminator counts only if `src` has it
+/// among its bytes; the library terminates the text itself. Replaceable like `BinaryLogWrite`.
+///
+/// The built-in converter terminates the text as well if there is room behind it. It knows `EN_KCP_UTF8`
+/// alone and takes it strictly: text that is malformed, holds a surrogate or goes beyond U+10FFFF fails, and
+/// so do empty text, a null pointer and too little room; nothing is written then.
 UTL_API int jk_mbtowc(wchar_t* dst, unsigned int dstCount, char const* src, unsigned int srcBytes,
                       EN_KCP codePage);
 

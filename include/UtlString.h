@@ -12,7 +12,8 @@ namespace utl {
 //
 // - A writer gives the bytes used, terminator included: the length of the text plus one. A chain of writes
 //   goes on at the result minus one.
-// - A destination size of 0 asks for the size that would be needed; the destination may then be null.
+// - With a destination size of 0 nothing is written, and no destination is needed: the result is what the
+//   whole text takes.
 // - `truncate` 1 cuts text that does not fit behind the last character that does; any other value refuses
 //   such text with `INVALID_SIZE` and leaves the destination alone.
 // - Malformed bytes give `INVALID_SIZE` with `truncate` 1 wherever the walk to the cut, or to the end of text

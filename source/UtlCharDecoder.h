@@ -2,12 +2,14 @@
 
 #include <cstring>
 
+#include "UtlEachChar.h"
 #include "UtlPlatform.h"
 
 namespace utl {
 
-// The one place that knows how UTF-8 is made. Everything here looks at no more bytes than it needs and never
-// behind a terminator, since a terminator continues no sequence.
+// How UTF-8 is made. `Utf8Triple` and the index of the Shift-JIS tables know the bytes of their own cases as
+// well, for speed; nothing else does. What reads here looks at no more bytes than it needs and never behind a
+// terminator, since a terminator continues no sequence.
 
 /// Bytes that a sequence with this first byte should have, by its top bits; 0 if it can start none.
 constexpr unsigned int sequenceBytes(char first) {
@@ -29,18 +31,41 @@ constexpr unsigned int continuationBits(char byte) {
     return static_cast<unsigned char>(byte) ^ 0x80U;
 }
 
-/// True if the sequence of `bytes` bytes at `text` is complete and in its shortest form.
-inline bool isWholeSequence(char const* text, unsigned int bytes) {
-    for (unsigned int i = 1; i < bytes; ++i) {
-        if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) {
-            return false;
-        }
+/// Bytes that a value takes in its shortest form, which is the only one that counts.
+constexpr unsigned int shortestBytes(unsigned int value) {
+    return value < 0x80 ? 1U : value < 0x800 ? 2U : value < 0x10000 ? 3U : 4U;
+}
+
+/// The value of the sequence of 1 to 4 bytes at `text`, whose first byte calls for so many; `INVALID_SIZE`
+/// for one that is broken or longer than it needs to be.
+UTL_EACH_CHAR inline unsigned int sequenceValue(char const* text, unsigned int bytes) {
+    auto const first = static_cast<unsigned char>(*text);
+    if (bytes == 1) {
+        return first;
     }
-    auto const first = static_cast<unsigned char>(text[0]);
-    auto const second = static_cast<unsigned char>(bytes > 1 ? text[1] : 0);
-    bool const overlong = first == 0xC0 || first == 0xC1 || (first == 0xE0 && second < 0xA0) ||
-                          (first == 0xF0 && second < 0x90);
-    return !overlong;
+    unsigned int value = first & (0x7FU >> bytes);
+    for (unsigned int i = 1; i < bytes; ++i) {
+        unsigned int const bits = continuationBits(text[i]);
+        if (bits >= 64) {
+            return INVALID_SIZE;
+        }
+        value = value << 6U | bits;
+    }
+    return shortestBytes(value) == bytes ? value : INVALID_SIZE;
+}
+
+/// Calls `put` with the 1 to 4 bytes of a value below 0x200000 and gives what it gives.
+template <typename PUT>
+UTL_EACH_CHAR inline auto putSequence(unsigned int value, PUT put) {
+    unsigned int const last = 0x80U | (value & 0x3FU);
+    unsigned int const third = 0x80U | (value >> 6U & 0x3FU);
+    if (value >= 0x10000) {
+        return put(0xF0U | value >> 18U, 0x80U | (value >> 12U & 0x3FU), third, last);
+    }
+    if (value >= 0x800) {  // the usual case first
+        return put(0xE0U | value >> 12U, third, last);
+    }
+    return value >= 0x80 ? put(0xC0U | value >> 6U, last) : put(value);
 }
 
 /// Bytes of the character at `text`, 0 at the end, `INVALID_SIZE` where it is malformed.
@@ -49,7 +74,7 @@ inline unsigned int charBytes(char const* text) {
         return 0;
     }
     unsigned int const bytes = sequenceBytes(*text);
-    return bytes != 0 && isWholeSequence(text, bytes) ? bytes : INVALID_SIZE;
+    return bytes != 0 && sequenceValue(text, bytes) != INVALID_SIZE ? bytes : INVALID_SIZE;
 }
 
 /// True for a length from `charBytes` that stands for a character.

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <cwchar>
 
+#include "UtlCharDecoder.h"
 #include "UtlCharSetOutput.h"
 #include "UtlSjisTable.h"
 #include "UtlUtf8Triple.h"
@@ -24,27 +25,8 @@ constexpr bool isMark(unsigned short unit) {
 
 /// Puts the bytes of a unit that is no mark.
 template <typename OUTPUT>
-UTL_EACH_CHAR inline Step putUtf8(OUTPUT* output, unsigned int unit) {
-    unsigned int const last = 0x80U | (unit & 0x3FU);
-    if (unit >= 0x800) {
-        return output->put(0xE0U | unit >> 12U, 0x80U | (unit >> 6U & 0x3FU), last);
-    }
-    return unit >= 0x80 ? output->put(0xC0U | unit >> 6U, last) : output->put(unit);
-}
-
-/// The value of the sequence of 2 to 4 bytes at `text`, `INVALID_SIZE` for one that is broken or longer than
-/// it needs to be.
-UTL_EACH_CHAR inline unsigned int sequenceValue(char const* text, unsigned int bytes) {
-    unsigned int value = static_cast<unsigned char>(*text) & (0x7FU >> bytes);
-    for (unsigned int i = 1; i < bytes; ++i) {
-        unsigned int const bits = continuationBits(text[i]);
-        if (bits >= 64) {
-            return INVALID_SIZE;
-        }
-        value = value << 6U | bits;
-    }
-    unsigned int const shortest = bytes == 2 ? 0x80 : bytes == 3 ? 0x800 : 0x10000;
-    return value >= shortest ? value : INVALID_SIZE;
+UTL_EACH_CHAR inline Step putUtf8(OUTPUT* output, unsigned short unit) {
+    return putSequence(unit, [output](auto... bytes) UTL_EACH_CHAR_LAMBDA { return output->put(bytes...); });
 }
 
 /// Puts the unit of the sequence of `BYTES` bytes at `*text`, which moves on. A broken one ends the text.
@@ -128,8 +110,7 @@ unsigned int convertCharFromUtf8ToUtf16(unsigned short* dst, char const* src, un
     if (dst == nullptr || !isCharacter(bytes) || bytes > 3) {
         return INVALID_SIZE;
     }
-    *dst = static_cast<unsigned short>(bytes == 1 ? static_cast<unsigned char>(*src)
-                                                  : sequenceValue(src, bytes));
+    *dst = static_cast<unsigned short>(sequenceValue(src, bytes));
     return consume(1, bytes, consumed);
 }
 

@@ -1,6 +1,7 @@
-#include <algorithm>
 #include <climits>
+#include <cstddef>
 
+#include "UtlCharDecoder.h"
 #include "UtlPlatform.h"
 
 // What a program gets that brings no platform functions of its own. The definitions are weak, so that the
@@ -8,69 +9,28 @@
 
 namespace {
 
-struct Decoded {
-    char32_t code;
-    unsigned int bytes;  // 0: malformed
-};
-
-constexpr Decoded MALFORMED{0, 0};
-
-bool isCharacter(char32_t code) {
-    return code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
+constexpr bool isCodePoint(unsigned int value) {
+    return value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
 }
 
-unsigned int encodedBytes(char32_t code) {
-    return code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
-}
-
-// 0 for a byte that starts no sequence.
-unsigned int sequenceBytes(unsigned char lead) {
-    if (lead < 0x80) {
-        return 1;
+// The character at `*src`, which moves on; something that is none if it is malformed. `end` is behind `*src`.
+unsigned int takeCharacter(char const** src, char const* end) {
+    unsigned int const bytes = utl::sequenceBytes(**src);
+    if (bytes == 0 || end - *src < static_cast<std::ptrdiff_t>(bytes)) {
+        return utl::INVALID_SIZE;
     }
-    if (lead < 0xC0 || lead >= 0xF8) {
-        return 0;
-    }
-    return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-}
-
-// Decodes the sequence at `src`, of which `left` bytes are there, at least 1. A sequence that is longer than
-// its character needs is malformed.
-Decoded decode(char const* src, unsigned int left) {
-    auto const lead = static_cast<unsigned char>(*src);
-    unsigned int const bytes = sequenceBytes(lead);
-    if (bytes == 0 || bytes > left) {
-        return MALFORMED;
-    }
-    char32_t code = bytes == 1 ? lead : lead & (0x7FU >> bytes);
-    for (unsigned int i = 1; i < bytes; ++i) {
-        auto const next = static_cast<unsigned char>(src[i]);
-        if ((next & 0xC0U) != 0x80U) {
-            return MALFORMED;
-        }
-        code = code << 6U | (next & 0x3FU);
-    }
-    return isCharacter(code) && encodedBytes(code) == bytes ? Decoded{code, bytes} : MALFORMED;
-}
-
-void encode(char* dst, char32_t code, unsigned int bytes) {
-    for (unsigned int i = bytes - 1; i > 0; --i) {
-        dst[i] = static_cast<char>(0x80U | (code & 0x3FU));
-        code >>= 6U;
-    }
-    unsigned int const leadMark = bytes == 1 ? 0U : 0xF00U >> bytes & 0xFFU;
-    dst[0] = static_cast<char>(leadMark | code);
+    unsigned int const value = utl::sequenceValue(*src, bytes);
+    *src += bytes;
+    return value;
 }
 
 // Number of characters, 0 if the text is malformed.
-unsigned int countCharacters(char const* src, unsigned int bytes) {
+unsigned int countCharacters(char const* src, char const* end) {
     unsigned int count = 0;
-    for (unsigned int i = 0; i < bytes; ++count) {
-        unsigned int const step = decode(src + i, bytes - i).bytes;
-        if (step == 0) {
+    for (; src != end; ++count) {
+        if (!isCodePoint(takeCharacter(&src, end))) {
             return 0;
         }
-        i += step;
     }
     return count;
 }
@@ -79,18 +39,27 @@ unsigned int countCharacters(char const* src, unsigned int bytes) {
 unsigned long long countBytes(wchar_t const* src, int count) {
     unsigned long long bytes = 0;
     for (int i = 0; i < count; ++i) {
-        auto const code = static_cast<char32_t>(src[i]);
-        if (!isCharacter(code)) {
+        auto const value = static_cast<unsigned int>(src[i]);
+        if (!isCodePoint(value)) {
             return 0;
         }
-        bytes += encodedBytes(code);
+        bytes += utl::shortestBytes(value);
     }
     return bytes;
 }
 
-// Results are signed, so there is never room for more than that.
-unsigned int usableRoom(unsigned int room) {
-    return std::min(room, static_cast<unsigned int>(INT_MAX));
+// True if so many units can be written. Results are signed, so that there is never room for more than that.
+bool fits(unsigned long long units, unsigned int room) {
+    return units != 0 && units <= room && units <= INT_MAX;
+}
+
+// Terminates the `count` units in front of `end` where there is room for it, and gives their number.
+template <typename T>
+int finish(T* end, unsigned int count, unsigned int room) {
+    if (count < room) {
+        *end = T();
+    }
+    return static_cast<int>(count);
 }
 
 }  // namespace
@@ -102,17 +71,15 @@ unsigned int usableRoom(unsigned int room) {
     if (dst == nullptr || src == nullptr || codePage != EN_KCP_UTF8) {
         return 0;
     }
-    unsigned int const count = countCharacters(src, srcBytes);
-    if (count > usableRoom(dstCount)) {
+    char const* const end = src + srcBytes;
+    unsigned int const count = countCharacters(src, end);
+    if (!fits(count, dstCount)) {
         return 0;
     }
-    for (unsigned int i = 0; i < count; ++i) {
-        Decoded const decoded = decode(src, srcBytes);
-        dst[i] = static_cast<wchar_t>(decoded.code);
-        src += decoded.bytes;
-        srcBytes -= decoded.bytes;
+    while (src != end) {
+        *dst++ = static_cast<wchar_t>(takeCharacter(&src, end));
     }
-    return static_cast<int>(count);
+    return finish(dst, count, dstCount);
 }
 
 [[gnu::weak]] int jk_wctomb(char* dst, unsigned int dstBytes, wchar_t const* src, int srcCount,
@@ -120,15 +87,13 @@ unsigned int usableRoom(unsigned int room) {
     if (dst == nullptr || src == nullptr || codePage != EN_KCP_UTF8) {
         return 0;
     }
-    unsigned long long const bytes = countBytes(src, srcCount);
-    if (bytes == 0 || bytes > usableRoom(dstBytes)) {
+    unsigned long long const count = countBytes(src, srcCount);
+    if (!fits(count, dstBytes)) {
         return 0;
     }
     for (int i = 0; i < srcCount; ++i) {
-        auto const code = static_cast<char32_t>(src[i]);
-        unsigned int const step = encodedBytes(code);
-        encode(dst, code, step);
-        dst += step;
+        utl::putSequence(static_cast<unsigned int>(src[i]),
+                         [&dst](auto... bytes) { ((*dst++ = static_cast<char>(bytes)), ...); });
     }
-    return static_cast<int>(bytes);
+    return finish(dst, static_cast<unsigned int>(count), dstBytes);
 }

@@ -26,7 +26,8 @@ std::unique_ptr<T[]> exactly(std::basic_string<T> const& text) {
     return copy;
 }
 
-// Converts into exactly the room given; nothing may be written behind the result.
+// Converts into exactly the room given. A result that leaves room must be terminated, and nothing may be
+// written behind that; a failure writes nothing at all.
 template <typename TO, typename CONVERT>
 int converted(unsigned int room, TO untouched, std::basic_string<TO>* result, CONVERT convert) {
     auto const dst = exactly(std::basic_string<TO>(room, untouched));
@@ -34,7 +35,11 @@ int converted(unsigned int room, TO untouched, std::basic_string<TO>* result, CO
     unsigned int const written = static_cast<unsigned int>(std::max(count, 0));
     EXPECT_LE(written, room);
     result->assign(dst.get(), std::min(written, room));
-    for (unsigned int i = written; i < room; ++i) {
+    bool const isTerminated = count > 0 && written < room;
+    if (isTerminated) {
+        EXPECT_EQ(dst[written], TO());
+    }
+    for (unsigned int i = written + (isTerminated ? 1 : 0); i < room; ++i) {
         EXPECT_EQ(dst[i], untouched) << i;
     }
     return count;
@@ -93,11 +98,33 @@ TEST(DefaultConverter, Samples_AreConvertedBothWaysIntoExactlyTheRoomNeeded) {
     }
 }
 
-TEST(DefaultConverter, WithRoomLeft_WritesNoTerminator) {
-    std::wstring wideResult;
-    std::string byteResult;
-    EXPECT_EQ(toWide("ab", 4, &wideResult), 2);
-    EXPECT_EQ(toBytes(L"ab", 4, &byteResult), 2);
+TEST(DefaultConverter, WithRoomLeft_WritesATerminatorThatDoesNotCount) {
+    for (Sample const& sample : SAMPLES) {
+        for (unsigned int left : {1U, 2U, 7U}) {
+            std::wstring wideResult;
+            std::string byteResult;
+            EXPECT_EQ(toWide(sample.bytes, static_cast<unsigned int>(sample.wide.size()) + left, &wideResult),
+                      static_cast<int>(sample.wide.size()));
+            EXPECT_EQ(wideResult, sample.wide);
+            EXPECT_EQ(
+                toBytes(sample.wide, static_cast<unsigned int>(sample.bytes.size()) + left, &byteResult),
+                static_cast<int>(sample.bytes.size()));
+            EXPECT_EQ(byteResult, sample.bytes);
+        }
+    }
+}
+
+TEST(DefaultConverter, TheTerminator_StandsDirectlyBehindTheText) {
+    wchar_t wideDst[] = {UNTOUCHED_WIDE, UNTOUCHED_WIDE, UNTOUCHED_WIDE, UNTOUCHED_WIDE};
+    char dst[] = {UNTOUCHED, UNTOUCHED, UNTOUCHED, UNTOUCHED};
+    EXPECT_EQ(jk_mbtowc(wideDst, 2, "ab", 2, EN_KCP_UTF8), 2);
+    EXPECT_EQ(jk_wctomb(dst, 2, L"ab", 2, EN_KCP_UTF8), 2);
+    EXPECT_EQ(wideDst[2], UNTOUCHED_WIDE);
+    EXPECT_EQ(dst[2], UNTOUCHED);
+    EXPECT_EQ(jk_mbtowc(wideDst, 3, "ab", 2, EN_KCP_UTF8), 2);
+    EXPECT_EQ(jk_wctomb(dst, 3, L"ab", 2, EN_KCP_UTF8), 2);
+    EXPECT_EQ(std::wstring(wideDst, 4), (std::wstring{L'a', L'b', L'\0', UNTOUCHED_WIDE}));
+    EXPECT_EQ(std::string(dst, 4), (std::string{'a', 'b', '\0', UNTOUCHED}));
 }
 
 TEST(DefaultConverter, WithTooLittleRoom_FailsAndWritesNothing) {
@@ -210,12 +237,12 @@ TEST(DefaultConverter, AnotherCodePage_Fails) {
 }
 
 TEST(DefaultConverter, RoomBeyondTheSignedRange_IsRoom) {
-    wchar_t wideDst = UNTOUCHED_WIDE;
-    char dst = UNTOUCHED;
-    EXPECT_EQ(jk_mbtowc(&wideDst, UINT_MAX, "a", 1, EN_KCP_UTF8), 1);
-    EXPECT_EQ(jk_wctomb(&dst, UINT_MAX, L"a", 1, EN_KCP_UTF8), 1);
-    EXPECT_EQ(wideDst, L'a');
-    EXPECT_EQ(dst, 'a');
+    wchar_t wideDst[] = {UNTOUCHED_WIDE, UNTOUCHED_WIDE, UNTOUCHED_WIDE};
+    char dst[] = {UNTOUCHED, UNTOUCHED, UNTOUCHED};
+    EXPECT_EQ(jk_mbtowc(wideDst, UINT_MAX, "a", 1, EN_KCP_UTF8), 1);
+    EXPECT_EQ(jk_wctomb(dst, UINT_MAX, L"a", 1, EN_KCP_UTF8), 1);
+    EXPECT_EQ(std::wstring(wideDst, 3), (std::wstring{L'a', L'\0', UNTOUCHED_WIDE}));
+    EXPECT_EQ(std::string(dst, 3), (std::string{'a', '\0', UNTOUCHED}));
 }
 
 TEST(DefaultLogSink, DropsTheText) {
