@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <memory>
 #include <vector>
 
 #include "UtlCharDecoder.h"
@@ -12,23 +11,17 @@
 #include "UtlLog.h"
 #include "UtlString.h"
 #include "UtlStringSearch.h"
+#include "UtlTextType.h"
+#include "UtlUtf8Text.h"
 
 namespace utl {
 
 namespace {
 
 constexpr unsigned int TEXT_BYTES_MAX = 5119;
-constexpr unsigned int UNIT_BYTES_MAX = 2;
-constexpr unsigned int UTF8_BYTES_MAX = 3;  // that a unit of another encoding becomes
 constexpr unsigned int SHORT_LINE_BYTES = 512;
 constexpr unsigned int BLOCK_BYTES = 4096;
 constexpr char LINE_END[] = "\n";
-constexpr int HIGH_BYTE_FIRST = 1;
-constexpr int LOW_BYTE_FIRST = 0;
-
-constexpr int byteOrder(int textType) {
-    return textType == TEXT_UTF16_BIG ? HIGH_BYTE_FIRST : LOW_BYTE_FIRST;
-}
 
 // What the line search asks for at a time is told as it is for one character. That is the only failure on the
 // way to a line end: any unit of UTF-16 and any code of Shift-JIS has a form in UTF-8.
@@ -39,58 +32,6 @@ void logLineReadError(int textType) {
     }
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "in findNextLineSize func file read error %dbyte", 6);
 }
-
-/// The UTF-8 of text from a file; *one owner thread*, for the time of a call.
-class Utf8Text {
-  public:
-    /// Converts the `count` bytes at `bytes`, in place where nothing is to be done. Terminates them for any
-    /// width, for which there must be room.
-    Utf8Text(int textType, char* bytes, unsigned int count) : mpText(bytes) {
-        std::memset(bytes + count, 0, UNIT_BYTES_MAX);
-        if (textType == TEXT_UTF8) {
-            mpText += startsWithMark(bytes, count) ? MARK_BYTES : 0;
-            mSize = textLength(mpText) + 1;
-        } else if (textType == TEXT_SJIS) {
-            convert(convertStrFromSjisToUtf8, count, static_cast<char const*>(bytes));
-        } else {
-            convertUtf16(textType, bytes, count);
-        }
-    }
-    Utf8Text(Utf8Text const&) = delete;
-    Utf8Text& operator=(Utf8Text const&) = delete;
-
-    char const* get() const { return mpText; }
-
-    /// With the terminator; `INVALID_SIZE` if there is no such text.
-    unsigned int size() const { return mSize; }
-
-  private:
-    static constexpr unsigned int MARK_BYTES = 3;
-
-    static bool startsWithMark(char const* bytes, unsigned int count) {
-        return count >= MARK_BYTES && std::memcmp(bytes, "\xEF\xBB\xBF", MARK_BYTES) == 0;
-    }
-
-    template <typename UNIT>
-    void convert(unsigned int (*function)(char*, unsigned int, UNIT const*), unsigned int units,
-                 UNIT const* src) {
-        unsigned int const room = UTF8_BYTES_MAX * units + 1;
-        mConverted.reset(new char[room]);
-        mpText = mConverted.get();
-        mSize = function(mConverted.get(), room, src);
-    }
-
-    void convertUtf16(int textType, char const* bytes, unsigned int count) {
-        std::vector<unsigned short> units(count / 2 + 1);
-        convertBinFromUint8ToDchar(units.data(), count / 2, reinterpret_cast<unsigned char const*>(bytes),
-                                   count / 2 * 2, byteOrder(textType));
-        convert(convertStrFromUtf16ToUtf8, count / 2, static_cast<unsigned short const*>(units.data()));
-    }
-
-    char const* mpText;
-    unsigned int mSize = INVALID_SIZE;
-    std::unique_ptr<char[]> mConverted;
-};
 
 /// Where text that was read goes to. A size of 0 is the question how long it is.
 struct TextTarget {
@@ -117,12 +58,10 @@ struct TextTarget {
         if (text.size() == INVALID_SIZE || size == 0) {
             return text.size();
         }
-        if (!hasRoom(text.size()) ||
-            copyStrBase(buffer + offset, size - offset, text.get(), INVALID_SIZE, 1) == INVALID_SIZE) {
+        if (!hasRoom(text.size()) || !text.copyTo(buffer + offset, size - offset)) {
             return INVALID_SIZE;
         }
-        truncateStr(buffer, text.size() + offset);
-        return text.size();
+        return text.size();  // whole characters, so that nothing is left to cut
     }
 };
 
@@ -170,7 +109,7 @@ int writeAsUtf16(File* file, char const* text, int textType, unsigned int length
     }
     unsigned int const count = used - 1;
     std::vector<unsigned char> bytes(std::size_t(2) * count);
-    convertStrFromDcharToUint8(bytes.data(), 2 * count, units.data(), count, byteOrder(textType));
+    convertStrFromDcharToUint8(bytes.data(), 2 * count, units.data(), count, textByteOrder(textType));
     return writeUnits(file, bytes.data(), count, 2, length, offset);
 }
 
@@ -260,7 +199,7 @@ int File::readText(char* buffer, unsigned int bufferSize, unsigned int length, u
     if (!target.hasRoom(unitBytes + count)) {
         return -1;
     }
-    std::vector<char> bytes(count + UNIT_BYTES_MAX);
+    std::vector<char> bytes(count + TEXT_UNIT_BYTES_MAX);
     int const result = read(bytes.data(), count);
     if (result < 0) {
         return result;
@@ -293,7 +232,7 @@ int File::readLine(char* buffer, unsigned int bufferSize, unsigned int* outputLe
     if (textUnitBytes(mTextType) == 0) {
         return -1;
     }
-    char block[SHORT_LINE_BYTES + UNIT_BYTES_MAX];
+    char block[SHORT_LINE_BYTES + TEXT_UNIT_BYTES_MAX];
     int const count =
         readFile(block, static_cast<unsigned int>(std::min<long long>(size - start, SHORT_LINE_BYTES)));
     if (count == -1) {

@@ -5,6 +5,7 @@
 
 #include "UtlSjisTable.h"
 #include "UtlString.h"
+#include "UtlTextType.h"
 
 namespace utl {
 

@@ -2,16 +2,6 @@
 
 namespace utl {
 
-/// How a `File` keeps its text.
-enum TextType { TEXT_SJIS = 0, TEXT_UTF8 = 1, TEXT_UTF16_BIG = 2, TEXT_UTF16_LITTLE = 3 };
-
-/// Bytes of which the text of a type is made one by one; 0 for what is no text type.
-constexpr unsigned int textUnitBytes(int textType) {
-    return textType == TEXT_SJIS || textType == TEXT_UTF8                ? 1U
-           : textType == TEXT_UTF16_BIG || textType == TEXT_UTF16_LITTLE ? 2U
-                                                                         : 0U;
-}
-
 /// Looks for the end of a line in the bytes of a file, as they come; *one owner thread*, because it remembers
 /// what came before.
 ///

@@ -6,12 +6,16 @@
 
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "TestFileCalls.h"
 #include "TestHooks.h"
 #include "TestTextFile.h"
+#include "UtlCharSet.h"
+#include "UtlString.h"
 
 namespace {
 
@@ -373,6 +377,40 @@ TEST_F(FileText, ReadText_OfAFileThatIsCutMeanwhile_IsAtTheEndOfFile) {
         return result;
     });
     EXPECT_EQ(file.readText(Buffer(9).get(), 9, 3, 0, nullptr), -3);
+}
+
+// Bytes of all kinds, many lengths around that of a conversion which needs no heap.
+TEST_F(FileText, ReadText_OfAnyShiftJis_GivesWhatConvertingAndCopyingGive) {
+    static char const* const pieces[] = {"\x81\x40", "\x82\xA0", "\xB1",    "a",
+                                         "\x83\xBF", "\x88\x9F", "\x84\x40"};
+    static char const* const rarePieces[] = {"\x80",     "\xA0",     "\xF1", "\xFD", "\xF1\x80\x80\x80",
+                                             "\xF1\x80", "\x85\x41", "\x81"};
+    std::minstd_rand lots(1);
+    std::string content;
+    std::vector<std::string> texts;
+    for (unsigned int round = 0; round < 4000; ++round) {
+        std::string text;
+        bool const hasRare = lots() % 2 == 0;
+        for (auto length = 1 + lots() % (round % 2 == 0 ? 12 : 300); text.size() < length;) {
+            bool const isRare = hasRare && lots() % length == 0;
+            text += isRare ? rarePieces[lots() % std::size(rarePieces)] : pieces[lots() % std::size(pieces)];
+        }
+        texts.push_back(text);
+        content += text;
+    }
+    File& file = reading(content, SJIS);
+    for (std::string const& text : texts) {
+        std::vector<char> converted(3 * text.size() + 1);
+        unsigned int const room = static_cast<unsigned int>(converted.size());
+        unsigned int const size = utl::convertStrFromSjisToUtf8(converted.data(), room, text.c_str());
+        bool const isText = utl::copyStrBase<char>(Buffer(room).get(), room, converted.data(),
+                                                   utl::INVALID_SIZE, 1) != utl::INVALID_SIZE;
+        auto const bytes = static_cast<unsigned int>(text.size());
+        TextRead const read = readText(file, bytes);
+        EXPECT_EQ(read.result, isText ? static_cast<int>(bytes) : -1) << testing::PrintToString(text);
+        EXPECT_EQ(read.text, isText ? std::string(converted.data()) : "~");
+        EXPECT_EQ(read.length, isText ? size : UNTOUCHED);
+    }
 }
 
 // --- reading into a string

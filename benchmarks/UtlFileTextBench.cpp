@@ -1,0 +1,229 @@
+// Text in files against the system calls that it cannot do without, and against the ways of the C++ and the C
+// library.
+
+#include <fcntl.h>
+#include <iconv.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "BenchFiles.h"
+#include "BenchRatio.h"
+#include "BenchText.h"
+#include "UtlCharSet.h"
+#include "UtlFile.h"
+#include "UtlString.h"
+
+namespace {
+
+using utl::File;
+using utlbench::reported;
+
+constexpr std::size_t FILE_BYTES = 20'000'000;
+constexpr unsigned int LINE_BYTES = 80;
+constexpr unsigned int BUFFER_SIZE = 1024;
+constexpr unsigned int BLOCK_BYTES = 512;
+constexpr int SJIS = 0;
+constexpr int UTF8 = 1;
+
+utlbench::BenchFolder const PLACE;
+
+// --- the files
+
+// Japanese text without line ends, about so much of it.
+std::string const& plainText() {
+    static std::string const theText = [] {
+        std::string const pages = utlbench::manualPages(FILE_BYTES / 2);
+        std::string text;
+        for (char const* rest = pages.c_str(); *rest != '\0';) {
+            unsigned int const bytes = utl::strCharBytesBase<char>(rest, nullptr);
+            bool const isCharacter = bytes != 0 && bytes != utl::INVALID_SIZE;
+            text.append(rest, isCharacter && *rest != '\n' ? bytes : 0);
+            rest += isCharacter ? bytes : 1;
+        }
+        return text;
+    }();
+    return theText;
+}
+
+// The same in Shift-JIS, with a question mark for what that lacks.
+std::string sjisText() {
+    std::string const& text = plainText();
+    std::string sjis(utl::convertStrFromUtf8ToSjis(nullptr, 0, text.c_str()), '\0');
+    utl::convertStrFromUtf8ToSjis(sjis.data(), static_cast<unsigned int>(sjis.size()), text.c_str());
+    sjis.pop_back();
+    std::replace(sjis.begin(), sjis.end(), '\0', '?');
+    return sjis;
+}
+
+unsigned int charBytes(char const* text, int textType) {
+    unsigned int bytes = 0;
+    if (textType == UTF8) {
+        return utl::strCharBytesBase<char>(text, nullptr);
+    }
+    char form[4];
+    utl::convertCharFromSjisToUtf8(form, sizeof(form), text, &bytes);
+    return bytes;
+}
+
+// A file of lines that are as near to `LINE_BYTES` as whole characters come. Gives its path.
+std::string makeLines(std::string const& name, int textType) {
+    std::string const text = textType == UTF8 ? plainText() : sjisText();
+    std::string const path = PLACE.make(name) + "/lines";
+    std::string lines;
+    std::size_t start = 0;
+    while (lines.size() < FILE_BYTES) {
+        unsigned int length = 0;
+        while (start + length < text.size() && length < LINE_BYTES) {
+            length += charBytes(text.c_str() + start + length, textType);
+        }
+        lines += text.substr(start, length) + '\n';
+        start = start + length < text.size() ? start + length : 0;
+    }
+    std::ofstream(path, std::ios::binary) << lines;
+    return path;
+}
+
+template <int TYPE>
+std::string const& pathOfLines() {
+    static std::string const thePath = makeLines(TYPE == UTF8 ? "utf8" : "sjis", TYPE);
+    return thePath;
+}
+
+// --- a line
+
+template <int TYPE>
+void readLine() {
+    static File theFile(pathOfLines<TYPE>().c_str(), TYPE);
+    static bool const isOpen = theFile.open(0, 0) == 1;
+    char line[BUFFER_SIZE];
+    unsigned int length = 0;
+    if (!isOpen || theFile.readLine(line, BUFFER_SIZE, &length) < 0) {
+        theFile.seek(0, 0);
+    }
+    utlbench::keep(length);
+}
+
+template <int TYPE>
+int openedLines() {
+    static int const theDescriptor = open(pathOfLines<TYPE>().c_str(), O_RDONLY | O_CLOEXEC);
+    return theDescriptor;
+}
+
+// What a line needs at least: the position, the size, one read and one seek, with the signs of life that
+// belong to them. Finds the line and converts nothing.
+template <int TYPE, bool IS_REPORTED>
+void readLineBarely() {
+    int const descriptor = openedLines<TYPE>();
+    auto const call = [](auto work) {
+        if constexpr (IS_REPORTED) {
+            return reported(work);
+        } else {
+            return work();
+        }
+    };
+    struct stat status = {};
+    char block[BLOCK_BYTES];
+    off_t const start = call([=] { return lseek(descriptor, 0, SEEK_CUR); });
+    call([=, &status] { return fstat(descriptor, &status); });
+    ssize_t const count = start < status.st_size ? read(descriptor, block, BLOCK_BYTES) : 0;
+    void const* const lineEnd = std::memchr(block, '\n', static_cast<std::size_t>(count));
+    off_t const next = lineEnd != nullptr ? start + 1 + (static_cast<char const*>(lineEnd) - block) : 0;
+    utlbench::keep(call([=] { return lseek(descriptor, next, SEEK_SET); }));
+}
+
+template <int TYPE>
+bool getLine(std::string* line) {
+    static std::ifstream theStream(pathOfLines<TYPE>(), std::ios::binary);
+    if (std::getline(theStream, *line)) {
+        return true;
+    }
+    theStream.clear();
+    theStream.seekg(0);
+    return false;
+}
+
+void getLineOfUtf8() {
+    static std::string theLine;
+    utlbench::keep(getLine<UTF8>(&theLine));
+}
+
+void getLineOfSjis() {
+    static std::string theLine;
+    static iconv_t const theConverter = iconv_open("UTF-8", "CP932");
+    char converted[BUFFER_SIZE];
+    utlbench::keep(getLine<SJIS>(&theLine));
+    char* from = theLine.data();
+    char* to = converted;
+    std::size_t left = theLine.size();
+    std::size_t room = sizeof(converted);
+    utlbench::keep(iconv(theConverter, &from, &left, &to, &room));
+}
+
+UTL_RATIO_CPU("readLine of 80 bytes of UTF-8, to position, size, read and seek as a file makes them",
+              readLine<UTF8>, (readLineBarely<UTF8, true>), 1.3);
+UTL_RATIO_CPU("readLine of 80 bytes of Shift-JIS, to position, size, read and seek as a file makes them",
+              readLine<SJIS>, (readLineBarely<SJIS, true>), 1.3);
+// For comparison.
+UTL_RATIO_CPU("readLine of 80 bytes of UTF-8, to these system calls without signs of life", readLine<UTF8>,
+              (readLineBarely<UTF8, false>), 3.0);
+UTL_RATIO_CPU("readLine of 80 bytes of Shift-JIS, to these system calls without signs of life",
+              readLine<SJIS>, (readLineBarely<SJIS, false>), 3.0);
+UTL_RATIO_CPU("readLine of 80 bytes of UTF-8, to std::getline of a stream with a buffer", readLine<UTF8>,
+              getLineOfUtf8, 60.0);
+UTL_RATIO_CPU("readLine of 80 bytes of Shift-JIS, to such a std::getline and iconv", readLine<SJIS>,
+              getLineOfSjis, 10.0);
+
+// --- a key
+
+constexpr char KEY[] = "\xE9\x9C\xA7\xE7\xAC\x9B\xE3\x81\xAE\xE9\x9F\xB3\xE3\x82\x92";
+
+// The lines of UTF-8 with the key at the end and nowhere else.
+std::string const& pathOfKey() {
+    static std::string const thePath = [] {
+        std::string const path = PLACE.make("key") + "/text";
+        std::ifstream lines(pathOfLines<UTF8>(), std::ios::binary);
+        std::ofstream(path, std::ios::binary) << lines.rdbuf() << KEY;
+        return path;
+    }();
+    return thePath;
+}
+
+void seekKey() {
+    static File theFile(pathOfKey().c_str(), UTF8);
+    static bool const isOpen = theFile.open(0, 0) == 1;
+    utlbench::keep(isOpen);
+    if (theFile.seekKey(KEY, 0, ~0ULL, 0) < static_cast<long long>(FILE_BYTES)) {
+        utlbench::giveUp("the key is not where it should be");
+    }
+}
+
+struct Mapping {
+    Mapping() {
+        int const descriptor = open(pathOfKey().c_str(), O_RDONLY | O_CLOEXEC);
+        struct stat status = {};
+        fstat(descriptor, &status);
+        size = static_cast<std::size_t>(status.st_size);
+        bytes = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, descriptor, 0);
+        close(descriptor);
+    }
+
+    void* bytes;
+    std::size_t size;
+};
+
+void findInMapping() {
+    static Mapping const theMapping;
+    utlbench::keep(memmem(theMapping.bytes, theMapping.size, KEY, sizeof(KEY) - 1));
+}
+
+UTL_RATIO_CPU("seekKey over 20 MB of Japanese UTF-8, to memmem on the mapped file", seekKey, findInMapping,
+              10.0);
+
+}  // namespace

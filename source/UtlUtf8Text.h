@@ -1,0 +1,45 @@
+#pragma once
+
+#include <memory>
+
+#include "UtlPlatform.h"
+
+namespace utl {
+
+/// Text of a file as UTF-8; *one owner thread*, for the time of a call.
+class Utf8Text {
+  public:
+    /// Converts the `count` bytes at `bytes`, or takes them as they are if they are UTF-8; without a byte
+    /// order mark in front then. `TEXT_UNIT_BYTES_MAX` bytes behind them are overwritten with a terminator.
+    Utf8Text(int textType, char* bytes, unsigned int count);
+    Utf8Text(Utf8Text const&) = delete;
+    Utf8Text& operator=(Utf8Text const&) = delete;
+
+    /// Bytes of the text with its terminator; `INVALID_SIZE` if the file's bytes are none of its type.
+    unsigned int size() const { return mSize; }
+
+    /// Copies the text, which must fit, up to its first zero; false, with nothing changed, if it is
+    /// malformed.
+    bool copyTo(char* dst, unsigned int dstSize) const;
+
+  private:
+    // Most lines need no memory from the heap.
+    static constexpr unsigned int SHORT_BYTES = 512;
+    static constexpr unsigned int ZEROS_IN_FRONT = 2;
+    static constexpr unsigned int ZEROS_BEHIND = 8;
+
+    void takeUtf8(char const* bytes, unsigned int count);
+    void convertUtf16(int textType, char const* bytes, unsigned int count);
+    template <typename UNIT>
+    void convert(unsigned int (*function)(char*, unsigned int, UNIT const*), unsigned int units,
+                 UNIT const* src);
+    char* roomFor(unsigned int bytes);
+    bool isMadeOfSequences() const;
+
+    char const* mpText = nullptr;
+    unsigned int mSize = INVALID_SIZE;
+    char mShort[ZEROS_IN_FRONT + SHORT_BYTES + ZEROS_BEHIND];
+    std::unique_ptr<char[]> mLong;
+};
+
+}  // namespace utl
