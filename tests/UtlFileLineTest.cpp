@@ -422,6 +422,27 @@ TEST_F(FileLine, ReadLine_ReadsAFileThatGrowsFromWhereItWas) {
     EXPECT_EQ(readLine(file).result, -3);
 }
 
+TEST_F(FileLine, ReadLine_InALoop_EndsWithMinusThreeIfAllCouldBeRead) {
+    for (bool const isGood : {true, false}) {
+        utltest::putFile("notes.txt", isGood ? "\x82\xA0\nb\n\nc" : "\x82\xA0\nb\n\x80\nc");
+        Lines lines;
+        bool wasComplete = !isGood;
+        auto const use = [&lines](char const* line) { lines.push_back(line); };
+        utl::File file("notes.txt", 0);
+        char line[5119];
+        if (file.open(0, 0) != 0) {
+            int result = 0;
+            while ((result = file.readLine(line, sizeof(line), nullptr)) >= 0) {
+                use(line);
+            }
+            bool const isComplete = result == -3;  // anything else is a line that cannot be read
+            wasComplete = isComplete;
+        }
+        EXPECT_EQ(wasComplete, isGood);
+        EXPECT_EQ(lines, isGood ? (Lines{"\xE3\x81\x82", "b", "", "c"}) : (Lines{"\xE3\x81\x82", "b"}));
+    }
+}
+
 // --- reading lines into a string
 
 TEST_F(FileLine, ReadLineIntoAString_UsesItsCapacityAndNeverEnlargesIt) {
