@@ -73,12 +73,13 @@ long long seekDescriptor(int descriptor, long long offset, int whence) {
 
 /// Opens, locks and places the file of `path` into the empty `file`, which closes it also after a failure.
 OpenFailure openInto(FileHandle* file, char const* path, Opening const& opening) {
-    int const descriptor =
-        fileCall("open", __LINE__, [path, &opening] { return ::open(path, opening.flags, opening.mode); });
-    if (!isValidDescriptor(descriptor)) {
+    OpenedDescriptor opened(
+        fileCall("open", __LINE__, [path, &opening] { return ::open(path, opening.flags, opening.mode); }));
+    if (!opened.isValid()) {
         return failureNow("open() Failed.", LOG_LEVEL_ERROR);
     }
-    file->set(descriptor);
+    int const descriptor = opened.get();
+    opened.giveTo(file);
     if (opening.isNew) {
         changeMode("open", __LINE__, path, NEW_FILE_MODE);
     }
@@ -112,12 +113,13 @@ File::AutoClose::~AutoClose() {
     mFile.close();
 }
 
-File::File(char const* path, int textType) : mPath(NormalPath(path).text()), mTextType(textType) {}
+File::File(char const* path, int textType) : mPath(AnyPath(path).text()), mTextType(textType) {}
 
 File::~File() {
     char folder[PATH_BUFFER_SIZE] = {};
     if (getDirectoryPath(folder, sizeof(folder)) != 0) {
-        FileHandle const synced(fileCall("~File", __LINE__, [&folder] { return ::open(folder, O_RDONLY); }));
+        OpenedDescriptor const synced(
+            fileCall("~File", __LINE__, [&folder] { return ::open(folder, O_RDONLY, UNUSED_MODE); }));
     }
 }
 
@@ -238,6 +240,8 @@ int File::read(void* buffer, unsigned int length) {
     return position < size ? readFile(buffer, length) : END_OF_FILE;
 }
 
+// Not in a bracket, unlike a write: alive times are chosen for readers that the watchdog last saw behind
+// their look-ahead.
 int File::readFile(void* buffer, unsigned int length) {
     auto const result = static_cast<int>(::read(mHandle.get(), buffer, length));
     if (result == -1) {
@@ -253,6 +257,8 @@ int File::write(void const* buffer, unsigned int length) {
     }
     int result = -1;
     {
+        // For each write anew, though the file is open by now, and for a write of nothing too: callers count
+        // on a folder that is wide while a write lasts and has its own mode behind it.
         WidenedParent const parent(getPath());
         if (buffer != nullptr && length != 0) {
             result = writeFile(mHandle.get(), buffer, length);

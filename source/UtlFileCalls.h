@@ -5,12 +5,16 @@
 #include <utility>
 
 #include "UtlKeepAlive.h"
+#include "UtlSmartPointer.h"
 
 namespace utl {
 
 // The system calls of `File` as all its sources make them.
 
 static_assert(sizeof(off_t) == 8, "files beyond 2 GiB need 64-bit offsets");
+
+/// The third argument of an `open` that creates nothing.
+constexpr unsigned int UNUSED_MODE = 0;
 
 /// What `File::read` gives at and beyond the end.
 constexpr int END_OF_FILE = -3;
@@ -28,6 +32,28 @@ decltype(auto) fileCall(char const* label, unsigned int line, CALL&& call) {
 constexpr bool isValidDescriptor(int descriptor) {
     return descriptor != 0 && descriptor != -1;
 }
+
+/// What an `open` gave, until a handle takes it: synced and closed at the end of the scope. Takes no memory,
+/// so that destructors may use it. *One owner thread*, because it lives on a stack.
+class [[nodiscard]] OpenedDescriptor {
+  public:
+    explicit OpenedDescriptor(int descriptor) : mDescriptor(descriptor) {}
+    ~OpenedDescriptor() { DestructCloseFile()(mDescriptor); }
+    OpenedDescriptor(OpenedDescriptor const&) = delete;
+    OpenedDescriptor& operator=(OpenedDescriptor const&) = delete;
+
+    bool isValid() const { return isValidDescriptor(mDescriptor); }
+    int get() const { return mDescriptor; }
+
+    /// From here on `handle` closes it. Without memory for a counter it stays here.
+    void giveTo(SmartHandle<DestructCloseFile>* handle) {
+        handle->set(mDescriptor);
+        mDescriptor = -1;
+    }
+
+  private:
+    int mDescriptor;
+};
 
 /// `stat` in a bracket; false with `errno` on failure.
 inline bool statPath(char const* label, unsigned int line, char const* path, struct stat* out) {

@@ -69,9 +69,10 @@ bool copyContent(CopyEnd const& source, CopyEnd const& destination) {
     return true;
 }
 
-bool copyFile(char const* sourcePath, char const* destinationPath, int overwrite) {
+// Kept out of `File::copy`, which calls itself for each level of a tree: the content's buffer is needed once.
+[[gnu::noinline]] bool copyFile(char const* sourcePath, char const* destinationPath, int overwrite) {
     WidenedParent sourceParent(sourcePath);
-    CopyEnd source(sourcePath, O_RDONLY, 0);
+    CopyEnd source(sourcePath, O_RDONLY, UNUSED_MODE);
     if (!source.isOpen()) {
         return false;
     }
@@ -84,6 +85,8 @@ bool copyFile(char const* sourcePath, char const* destinationPath, int overwrite
         return false;
     }
     WidenedParent destinationParent(destinationPath);
+    // Not emptied here: what an old file has beyond the copy is cut off at the end, so that a copy that fails
+    // costs no more of it than was written over.
     int const flags = O_WRONLY | O_CREAT | (overwrite == 1 ? 0 : O_EXCL);
     CopyEnd destination(destinationPath, flags, status.st_mode);
     if (!destination.isOpen()) {
@@ -103,16 +106,22 @@ bool copyFile(char const* sourcePath, char const* destinationPath, int overwrite
     return isCopied;
 }
 
+/// Puts the name of `entry` behind `destination`, which passes the path check, into a path buffer. False if
+/// `entry` cannot be dissected or the path becomes too long.
+bool nameTarget(char* target, char const* destination, char const* entry) {
+    auto const length = static_cast<unsigned int>(std::strlen(destination));
+    copyMemory(target, destination, length);
+    target[length] = '/';
+    return File::extractFileName(target + length + 1, PATH_BUFFER_SIZE - length - 1, entry, 0) != 0;
+}
+
 bool copyFolder(char const* source, char const* destination, int overwrite) {
     if (File::makeDirectories(destination) == 0) {
         return false;
     }
     return visitEntries(source, [destination, overwrite](char const* entry) {
-        char name[PATH_BUFFER_SIZE] = {};
-        char target[2 * PATH_BUFFER_SIZE] = {};
-        return File::extractFileName(name, sizeof(name), entry, 0) != 0 &&
-               formatStr(target, sizeof(target), "%s/%s", destination, name) != INVALID_SIZE &&
-               File::copy(entry, target, overwrite) != 0;
+        char target[PATH_BUFFER_SIZE] = {};
+        return nameTarget(target, destination, entry) && File::copy(entry, target, overwrite) != 0;
     });
 }
 

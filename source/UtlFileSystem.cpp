@@ -169,7 +169,7 @@ bool removeEntry(char const* path, bool isFolderPath) {
 }  // namespace
 
 int File::exists(char const* path) {
-    return path != nullptr && isThere(NormalPath(path).text()) ? 1 : 0;
+    return path != nullptr && isThere(AnyPath(path).text()) ? 1 : 0;
 }
 
 int File::exists() const {
@@ -190,11 +190,11 @@ int File::isReadOnly(char const* path) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "isReadOnly func 0 == npPath false");
         return 0;
     }
-    NormalPath const normalPath(path);
+    AnyPath const anyPath(path);
     struct stat status = {};
-    if (!statPath("isReadOnly", __LINE__, normalPath.text(), &status)) {
+    if (!statPath("isReadOnly", __LINE__, anyPath.text(), &status)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "is isReadOnly func stat Failed. errno[%d] Path:%s", errno,
-               normalPath.text());
+               anyPath.text());
         return 0;
     }
     return (status.st_mode & S_IWUSR) == 0 ? 1 : 0;
@@ -292,9 +292,9 @@ int File::isOpened(char const* path, bool* sharedOnly) {
     if (!normalPath.passesCheck() || isFolder(text) || !isThere(text)) {
         return 0;
     }
-    SmartHandle<DestructCloseFile> const file(
+    OpenedDescriptor const file(
         fileCall("isOpened", __LINE__, [text] { return ::open(text, O_RDONLY, PROBE_MODE); }));
-    if (!isValidDescriptor(file.get()) || takesLock(file.get(), LOCK_EX)) {
+    if (!file.isValid() || takesLock(file.get(), LOCK_EX)) {
         return 0;
     }
     isSharedOnly = takesLock(file.get(), LOCK_SH);
@@ -347,13 +347,13 @@ long long File::size(char const* path) {
 }
 
 long long File::sizeOfFile(char const* path) {
-    int const descriptor = fileCall("size", __LINE__, [path] { return ::open(path, O_RDONLY); });
-    if (!isValidDescriptor(descriptor)) {
+    OpenedDescriptor const file(
+        fileCall("size", __LINE__, [path] { return ::open(path, O_RDONLY, UNUSED_MODE); }));
+    if (!file.isValid()) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "in size func open Failed. Path:%s errno[%d]", path, errno);
         return -1;
     }
-    SmartHandle<DestructCloseFile> const file(descriptor);
-    return sizeOfDescriptor(descriptor, path);
+    return sizeOfDescriptor(file.get(), path);
 }
 
 }  // namespace utl

@@ -59,6 +59,8 @@ bool removeShare(RefCounter* counter, char const* className) {
 
 }  // namespace detail
 
+// Not in a bracket: handles are given up anywhere, also on threads that have no alive time, and users allow
+// for the device where they close a file.
 void DestructCloseFile::operator()(int handle) const {
     if (handle != 0 && handle != -1) {
         fsync(handle);

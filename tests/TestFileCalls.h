@@ -93,8 +93,7 @@ class [[nodiscard]] FileCalls {
 
     static void watchAll() {
         hooks::open.watch([](char const* path, int flags, mode_t mode) {
-            (flags & O_CREAT) != 0 ? record("open", path, flagsText(flags), mode)
-                                   : record("open", path, flagsText(flags));
+            mode != 0 ? record("open", path, flagsText(flags), mode) : record("open", path, flagsText(flags));
         });
         hooks::close.watch([](int) { record("close"); });
         hooks::fsync.watch([](int) { record("fsync"); });
@@ -122,5 +121,29 @@ class [[nodiscard]] FileCalls {
     inline static Lines sLines;
     inline static int sThread = 0;
 };
+
+/// The mode that `folder`, which had `mode`, must have behind the recorded `calls`, of which the one with
+/// this `number` of all calls of `name` failed. It is 0777 in two cases: that call was to put the folder
+/// back, or it hid the folder from `makeDirectories`, which gives a folder on its way the mode 0777 for good.
+inline int modeBehind(FileCalls::Lines const& calls, std::string const& name, unsigned int number,
+                      std::string const& folder, int mode) {
+    std::string const look = "changeParentAccessMode: stat " + folder;
+    std::string const change = "changeParentAccessMode: chmod " + folder + " ";
+    bool isWide = false;
+    for (std::string const& line : calls) {
+        bool const isChange = line.compare(0, change.size(), change) == 0;
+        bool const isCounted = line.find(": " + name + " ") != std::string::npos;
+        if (isCounted && --number == 0 && isWide && (isChange || line == look)) {
+            return 0777;
+        }
+        if (isChange) {
+            isWide = line == change + "777";
+        }
+        if (name == "stat" && line == "makeDirectories: chmod " + folder + "/ 777") {
+            return 0777;
+        }
+    }
+    return mode;
+}
 
 }  // namespace utltest

@@ -273,7 +273,9 @@ UTLTEST_HOOKED int open(char const* path, int flags, ...) {
     void const* const caller = UTLTEST_CALLER;
     va_list arguments;
     va_start(arguments, flags);
-    mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    // The library always gives a mode.
+    bool const hasMode = (flags & O_CREAT) != 0 || utltest::isLibraryCode(caller);
+    mode_t const mode = hasMode ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     return utltest::hooks::open.call(caller, path, flags, mode);
 }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "TestAllocations.h"
 #include "TestFileCalls.h"
 #include "TestFolder.h"
 #include "TestHooks.h"
@@ -75,6 +76,106 @@ class FileSystem : public utltest::InLoggedFolder {
         return path + name;
     }
 };
+
+// One operation on one path, and what it gives.
+struct OnePathCase {
+    char const* name;
+    std::string path;
+    long long expected;
+    long long (*call)(char const*);
+};
+
+long long childrenOf(char const* path) {
+    Paths paths(0, 1);
+    return File::children(path, &paths, 2, nullptr, 0);
+}
+
+TEST_F(FileSystem, StaticOperations_TakeABackslashForASlashAndLeaveTheCallersText) {
+    putFolder("a/b");
+    putFile("a/b/file", "x");
+    putFile("a/b/held", "x");
+    File held("a/b/held", UTF8);
+    ASSERT_EQ(held.open(0, 0), 1);
+    std::string const file = "a\\b\\file";
+    std::string const copied = "a\\b\\copied";
+    OnePathCase const cases[] = {
+        {"exists", file, 1, [](char const* path) -> long long { return File::exists(path); }},
+        {"isDirectory", "a\\b", 1, [](char const* path) -> long long { return File::isDirectory(path); }},
+        {"applyReadOnly", file, 1,
+         [](char const* path) -> long long { return File::applyReadOnly(path, 0); }},
+        {"isReadOnly", file, 1, [](char const* path) -> long long { return File::isReadOnly(path); }},
+        {"liftReadOnly", file, 1, [](char const* path) -> long long { return File::liftReadOnly(path, 0); }},
+        {"makeDirectories", "a\\b\\c\\d", 1,
+         [](char const* path) -> long long { return File::makeDirectories(path); }},
+        {"children", "a\\b", 3, childrenOf},
+        {"isOpened", "a\\b\\held", 1,
+         [](char const* path) -> long long { return File::isOpened(path, nullptr); }},
+        {"copy from", file, 1, [](char const* path) -> long long { return File::copy(path, "new", 0); }},
+        {"copy to", copied, 1, [](char const* path) -> long long { return File::copy("new", path, 0); }},
+        {"move from", file, 1, [](char const* path) -> long long { return File::move(path, "moved"); }},
+        {"move to", file, 1, [](char const* path) -> long long { return File::move("moved", path); }},
+        {"size", copied, 1, [](char const* path) -> long long { return File::size(path); }},
+        {"erase", copied, 1, [](char const* path) -> long long { return File::erase(path, 0); }},
+        {"changeParentAccessMode", file, 1,
+         [](char const* path) -> long long { return File::changeParentAccessMode(path, 0711, nullptr); }},
+    };
+    for (OnePathCase const& operation : cases) {
+        std::string text = operation.path;
+        EXPECT_EQ(operation.call(text.data()), operation.expected) << operation.name;
+        EXPECT_EQ(text, operation.path) << operation.name;
+    }
+    EXPECT_EQ(permissions("a/b/c/d"), 0777);
+    EXPECT_EQ(contentOf("a/b/file"), "x");
+    EXPECT_EQ(permissions("a/b/copied"), -1);
+    EXPECT_EQ(permissions("a/b"), 0711);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+// What goes through a folder, with the result for a path that ends in a separator.
+OnePathCase const WALKS[] = {
+    {"size", "dir/", -1, [](char const* path) { return File::size(path); }},
+    {"copy from", "dir/", 0, [](char const* path) -> long long { return File::copy(path, "copied", 1); }},
+    {"copy to", "copied/", 0, [](char const* path) -> long long { return File::copy("dir", path, 1); }},
+    {"applyReadOnly", "dir/", 0, [](char const* path) -> long long { return File::applyReadOnly(path, 1); }},
+    {"liftReadOnly", "dir/", 0, [](char const* path) -> long long { return File::liftReadOnly(path, 1); }},
+    {"erase", "dir/", 0, [](char const* path) -> long long { return File::erase(path, 1); }},
+};
+
+TEST_F(FileSystem, Walks_FromAPathThatEndsInASeparator_EndAtTheFirstEntryWithoutALine) {
+    putFolder("dir");
+    putFile("dir/file", "x");
+    for (OnePathCase const& walk : WALKS) {
+        EXPECT_EQ(walk.call(walk.path.c_str()), walk.expected) << walk.name;
+    }
+    EXPECT_EQ(contentOf("dir/file"), "x");
+    EXPECT_EQ(children("copied"), Names());
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Walks_OfAnEmptyFolder_DoNotMindASeparatorAtItsEnd) {
+    putFolder("dir");
+    for (OnePathCase const& walk : WALKS) {
+        EXPECT_EQ(walk.call(walk.path.c_str()), walk.expected + 1) << walk.name;
+    }
+    EXPECT_EQ(permissions("dir"), -1);
+    EXPECT_EQ(permissions("copied"), 0777);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Children_OfTheRoot_HaveADoubledSeparatorInFrontThatNothingElseTakes) {
+    Names const names = children("/");
+    ASSERT_FALSE(names.empty());
+    for (std::string const& name : names) {
+        EXPECT_EQ(name.compare(0, 2, "//"), 0) << name;
+        EXPECT_EQ(File::isDirectory(name.c_str()), 0) << name;
+    }
+}
+
+TEST_F(FileSystem, SizeAndIsOpened_OfAPath_NeedNoMemory) {
+    putFile("file", "12345");
+    EXPECT_EQ(utltest::allocationsOf([] { EXPECT_EQ(File::size("file"), 5); }), 0U);
+    EXPECT_EQ(utltest::allocationsOf([] { EXPECT_EQ(File::isOpened("file", nullptr), 0); }), 0U);
+}
 
 TEST_F(FileSystem, Exists_IsTrueForWhateverIsThere) {
     putFolder("folder");
@@ -676,6 +777,17 @@ TEST_F(FileSystem, ReadOnly_Recursive_StopsAtTheFirstFailure) {
     EXPECT_EQ(permissions("tree"), 0555);
 }
 
+TEST_F(FileSystem, LiftReadOnly_Recursive_StopsAtTheFirstFailure) {
+    putTree();
+    ASSERT_EQ(File::applyReadOnly("tree", 1), 1);
+    HookScope const scope;
+    hooks::chmod.failFrom(3, 1, -1, EIO);
+    EXPECT_EQ(File::liftReadOnly("tree", 1), 0);
+    EXPECT_EQ(hooks::chmod.calls(), 3U);
+    EXPECT_EQ(permissions("tree"), 0777);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
 TEST_F(FileSystem, ReadOnly_Recursive_OfAFolderThatCannotBeListed_IsFalse) {
     putTree();
     HookScope const scope;
@@ -709,14 +821,26 @@ TEST_F(FileSystem, IsOpened_MakesTheseCallsInThisOrder) {
     FileCalls calls;
     EXPECT_EQ(File::isOpened("file", nullptr), 1);
     EXPECT_EQ(calls.take(),
-              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY",
+              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY 777",
                      "isOpened: flock 6", "isOpened: flock 5", "-: fsync", "-: close"}));
     EXPECT_EQ(file.close(), 1);
     calls.take();
     EXPECT_EQ(File::isOpened("file", nullptr), 0);
     EXPECT_EQ(calls.take(),
-              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY",
+              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY 777",
                      "isOpened: flock 6", "-: fsync", "-: close"}));
+}
+
+TEST_F(FileSystem, IsOpened_WhoseExclusiveLockFailsForAnotherReason_TakesTheFileForSharedByReaders) {
+    putFile("file", "x");
+    for (int const reason : {ENOLCK, EINTR}) {
+        HookScope const scope;
+        hooks::flock.failFrom(1, 1, -1, reason);
+        bool sharedOnly = false;
+        EXPECT_EQ(File::isOpened("file", &sharedOnly), 1);
+        EXPECT_TRUE(sharedOnly);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileSystem, IsOpened_OfWhatCannotBeHeld_IsFalse) {
@@ -801,7 +925,7 @@ TEST_F(FileSystem, Move_MakesTheseCallsInThisOrderAndWidensNothing) {
     EXPECT_EQ(File::move("a/file", "b/moved"), 1);
     EXPECT_EQ(calls.take(),
               (Lines{"exists: stat a/file", "isDirectory: stat b/moved", "exists: stat b/moved",
-                     "isDirectory: stat a/file", "exists: stat a/file", "isOpened: open a/file RDONLY",
+                     "isDirectory: stat a/file", "exists: stat a/file", "isOpened: open a/file RDONLY 777",
                      "isOpened: flock 6", "-: fsync", "-: close", "exists: stat b", "isDirectory: stat b",
                      "move: rename a/file b/moved"}));
 }
@@ -928,7 +1052,7 @@ TEST_F(FileSystem, Copy_MakesTheseCallsInThisOrder) {
                                    "isDirectory: stat b",
                                    "isDirectory: stat a/file",
                                    "exists: stat a/file",
-                                   "isOpened: open a/file RDONLY",
+                                   "isOpened: open a/file RDONLY 777",
                                    "isOpened: flock 6",
                                    "-: fsync",
                                    "-: close",
@@ -962,6 +1086,57 @@ TEST_F(FileSystem, Copy_InsideOneFolder_LeavesItsModeAsItWas) {
     putFile("a/file", "x");
     EXPECT_EQ(File::copy("a/file", "a/copied", 0), 1);
     EXPECT_EQ(permissions("a"), 0711);
+}
+
+TEST_F(FileSystem, Copy_InsideOneFolderThatFails_LeavesItsModeAsItWas) {
+    putFolder("a", 0711);
+    putFile("a/file", "x");
+    auto const copyFails = [](char const* step, auto const& fail) {
+        HookScope const scope;
+        fail();
+        EXPECT_EQ(File::copy("a/file", "a/copied", 1), 0) << step;
+        EXPECT_EQ(permissions("a"), 0711) << step;
+    };
+    copyFails("open the source", [] { hooks::open.failFrom(2, 1, -1, EMFILE); });
+    copyFails("find its mode", [] { hooks::stat.failFrom(8, 1, -1, EIO); });
+    copyFails("open the destination", [] { hooks::open.failFrom(3, 1, -1, EROFS); });
+    copyFails("write", [] { hooks::write.failFrom(1, 1, -1, ENOSPC); });
+    EXPECT_EQ(mLog.lines(), (Lines{error("in copy func stat Failed. errno[5] Path:a/file")}));
+}
+
+// Keeps the descriptor of the standard input for the end of the scope.
+class StandardInputKeeper {
+  public:
+    StandardInputKeeper() = default;
+    ~StandardInputKeeper() {
+        dup2(mKept, STDIN_FILENO);
+        close(mKept);
+    }
+    StandardInputKeeper(StandardInputKeeper const&) = delete;
+    StandardInputKeeper& operator=(StandardInputKeeper const&) = delete;
+
+  private:
+    int const mKept = dup(STDIN_FILENO);
+};
+
+TEST_F(FileSystem, Copy_ThatGetsDescriptor0ForEitherFile_UsesAndClosesIt) {
+    putFile("file", std::string(3000, 'x'));
+    static unsigned int sGetsZero;
+    for (unsigned int const end : {2U, 3U}) {  // the first opening asks for the lock
+        std::string const copied = "copied" + std::to_string(end);
+        StandardInputKeeper const keeper;
+        HookScope const scope;
+        sGetsZero = end;
+        hooks::open.replace([](char const* path, int flags, mode_t mode) {
+            if (hooks::open.calls() == sGetsZero) {
+                close(STDIN_FILENO);
+            }
+            return hooks::open.real(path, flags, mode);
+        });
+        EXPECT_EQ(File::copy("file", copied.c_str(), 0), 1);
+        EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+        EXPECT_EQ(contentOf(copied), contentOf("file"));
+    }
 }
 
 TEST_F(FileSystem, Copy_ReplacesAFileWithTheFlag1Alone) {
@@ -1022,6 +1197,33 @@ TEST_F(FileSystem, Copy_OfAFolder_CopiesTheWholeTreeWithFoldersOfMode0777) {
     EXPECT_EQ(permissions("x/copied/empty"), 0777);
     EXPECT_EQ(permissions("x/copied/inner"), 0777);
     EXPECT_EQ(permissions("x/copied/inner/b"), 0640);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_OfAFolder_EndsWhereAPathOfTheCopyHas260Bytes) {
+    std::string const destination(200, 'd');
+    for (unsigned int const length : {258U, 259U, 260U, 261U}) {
+        std::string const name(length - destination.size() - 1, 'n');
+        std::filesystem::remove_all("from");
+        putFolder("from");
+        putFile("from/" + name, "x");
+        EXPECT_EQ(File::copy("from", destination.c_str(), 1), length < 260 ? 1 : 0) << length;
+        EXPECT_EQ(contentOf(destination + "/" + name), length < 260 ? "x" : "") << length;
+    }
+    std::string const longest = std::string(129, 'e') + "/" + std::string(129, 'e');
+    EXPECT_EQ(File::copy("from", longest.c_str(), 1), 0);
+    EXPECT_EQ(children(longest.c_str()), Names());
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_OfAFolder_EndsAtANameThatIsNotUtf8OrHoldsABackslash) {
+    for (char const* const name : {"\xFF", "a\\b"}) {
+        std::filesystem::remove_all("from");
+        putFolder("from");
+        putFile(std::string("from/") + name, "x");
+        EXPECT_EQ(File::copy("from", "copied", 1), 0);
+        EXPECT_EQ(children("copied"), Names());
+    }
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -1106,6 +1308,15 @@ TEST_F(CopyThatFails, ToWrite_ClosesBothAndPutsTheFoldersBackAndLeavesWhatWasWri
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
+TEST_F(FileSystem, Copy_OverAFileThatFailsToWrite_LeavesWhatItDidNotReach) {
+    putFile("file", std::string(1500, 'n'));
+    putFile("old", std::string(3000, 'o'));
+    HookScope const scope;
+    hooks::write.failFrom(2, 1, -1, EIO);
+    EXPECT_EQ(File::copy("file", "old", 1), 0);
+    EXPECT_EQ(contentOf("old"), std::string(1024, 'n') + std::string(1976, 'o'));
+}
+
 TEST_F(FileSystem, Copy_TakesAFailureToReadForTheEndOfTheFile) {
     putFile("file", std::string(3000, 'x'));
     HookScope const scope;
@@ -1123,8 +1334,8 @@ TEST_F(FileSystem, Erase_RemovesAFileAndPutsTheFolderBack) {
     EXPECT_EQ(permissions("a/file"), -1);
     EXPECT_EQ(Lines(lines.begin(), lines.begin() + 14),
               (Lines{"exists: stat a/file", "isDirectory: stat a/file", "isDirectory: stat a/file",
-                     "exists: stat a/file", "isOpened: open a/file RDONLY", "isOpened: flock 6", "-: fsync",
-                     "-: close", "isReadOnly: stat a/file", "changeParentAccessMode: stat a",
+                     "exists: stat a/file", "isOpened: open a/file RDONLY 777", "isOpened: flock 6",
+                     "-: fsync", "-: close", "isReadOnly: stat a/file", "changeParentAccessMode: stat a",
                      "changeParentAccessMode: chmod a 777", "erase: unlink a/file",
                      "changeParentAccessMode: stat a", "changeParentAccessMode: chmod a 711"}));
     EXPECT_EQ(permissions("a"), 0711);
@@ -1216,6 +1427,32 @@ TEST_F(FileSystem, Erase_OfALinkToAFile_RemovesTheLinkAlone) {
     EXPECT_EQ(contentOf("file"), "x");
 }
 
+TEST_F(FileSystem, Erase_OfALinkToAReadOnlyFile_ByForce_LeavesTheFileWithTheMode0777) {
+    putFile("file", "x");
+    chmod("file", 0444);
+    ASSERT_EQ(symlink("file", "link"), 0);
+    EXPECT_EQ(File::erase("link", 0), 0);
+    EXPECT_EQ(permissions("file"), 0444);
+    EXPECT_EQ(File::erase("link", 1), 1);
+    EXPECT_EQ(File::exists("link"), 0);
+    EXPECT_EQ(contentOf("file"), "x");
+    EXPECT_EQ(permissions("file"), 0777);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Erase_OfALinkToAHeldFileOrToNothing_IsFalseAndLeavesTheLink) {
+    putFile("file", "x");
+    ASSERT_EQ(symlink("file", "link"), 0);
+    File file("file", UTF8);
+    ASSERT_EQ(file.open(0, 0), 1);
+    EXPECT_EQ(File::erase("link", 1), 0);
+    EXPECT_EQ(file.close(), 1);
+    ASSERT_EQ(unlink("file"), 0);
+    EXPECT_EQ(File::erase("link", 1), 0);
+    EXPECT_TRUE(std::filesystem::is_symlink("link"));
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
 TEST_F(FileSystem, Erase_OfALinkToAFolder_EmptiesTheFolderAndFailsAtTheLink) {
     putFolder("folder");
     putFile("folder/file", "x");
@@ -1301,6 +1538,39 @@ TEST_F(FileSystem, Erase_ThatTheSystemRefuses_SaysSoAndPutsTheFolderBack) {
     }
 }
 
+TEST_F(FileSystem, Erase_WhoseFolderIsNotFound_SaysSoAtTheLowestLevelAndGoesOn) {
+    putFolder("a");
+    putFile("a/file", "x");
+    HookScope const scope;
+    hooks::stat.failFrom(6, 1, -1, ENOENT);
+    EXPECT_EQ(File::erase("a/file", 0), 1);
+    EXPECT_EQ(permissions("a/file"), -1);
+    EXPECT_EQ(mLog.lines(), (Lines{debug("is changeParentAccessMode func stat Failed. errno[2] Path:a")}));
+}
+
+TEST_F(FileSystem, Erase_WhoseFolderVanishesBehindTheLock_SaysSoAtEachStep) {
+    putFolder("a");
+    putFile("a/file", "x");
+    HookScope const scope;
+    hooks::flock.watch([](int, int) { EXPECT_EQ(rename("a", "gone"), 0); });
+    EXPECT_EQ(File::erase("a/file", 0), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("is isReadOnly func stat Failed. errno[2] Path:a/file"),
+                                   debug("is changeParentAccessMode func stat Failed. errno[2] Path:a"),
+                                   error("remove failed. errno[2] Path:a/file")}));
+    EXPECT_EQ(contentOf("gone/file"), "x");
+}
+
+TEST_F(FileSystem, Erase_WhoseLookForReadOnlyFails_SaysSoAndGoesOn) {
+    for (int const force : {0, 1}) {
+        mLog.clear();
+        putFile("file", "x");
+        HookScope const scope;
+        hooks::stat.failFrom(force == 0 ? 5 : 6, 1, -1, EACCES);
+        EXPECT_EQ(File::erase("file", force), 1);
+        EXPECT_EQ(mLog.lines(), (Lines{error("is isReadOnly func stat Failed. errno[13] Path:file")}));
+    }
+}
+
 TEST_F(FileSystem, Erase_OfAFolderThatCannotBeListed_IsFalse) {
     putTree();
     HookScope const scope;
@@ -1373,54 +1643,65 @@ TEST_F(FileSystem, Size_WithoutAnAnswerFromTheDescriptor_SaysSo) {
     EXPECT_EQ(mLog.lines(), (Lines{error("fstat Failed. errno[5]"), error("fileSize Failed. Path:file")}));
 }
 
-// Whatever call fails, an operation gives its failure or gets through, and leaves nothing open and no parent
-// widened.
+// Whatever call fails, an operation gives its failure or gets through, leaves nothing open and puts back
+// every folder that it widened.
 template <typename HOOK, typename RESULT>
-void failEachCall(HOOK& hook, RESULT result, int reason) {
+void failEachCall(char const* name, HOOK& hook, RESULT result, int reason) {
     bool isThrough = false;
     for (unsigned int failing = 1; !isThrough; ++failing) {
         ASSERT_LT(failing, 200U);
-        std::filesystem::remove_all("a");
-        std::filesystem::remove_all("b");
+        for (char const* const folder : {"a", "b", "c"}) {
+            std::filesystem::remove_all(folder);
+        }
         std::filesystem::create_directories("a/inner");
         std::filesystem::create_directories("b");
-        chmod("a", 0711);
-        chmod("b", 0722);
+        std::pair<char const*, mode_t> const folders[] = {{"a", 0711}, {"a/inner", 0755}, {"b", 0722}};
+        for (auto const& [folder, mode] : folders) {
+            chmod(folder, mode);
+        }
+        putFile("a/file", "0123456789");
         putFile("a/inner/file", "0123456789");
+        FileCalls calls;
         unsigned int const descriptors = openDescriptors();
-        HookScope const scope;
         hook.failFrom(failing, 1, result, reason);
         File::size("a");
-        File::copy("a/inner/file", "b/file", 0);
+        File::copy("a/file", "b/file", 0);
         File::move("b/file", "b/moved");
-        File::copy("a", "b/a", 1);
+        File::copy("a", "c", 1);
         File::applyReadOnly("a/inner/file", 0);
         File::erase("a/inner/file", 1);
-        File::erase("b/a", 1);
+        File::erase("c", 1);
         isThrough = hook.calls() < failing;
         EXPECT_EQ(openDescriptors(), descriptors);
+        Lines const lines = calls.take();
+        for (auto const& [folder, mode] : folders) {
+            EXPECT_EQ(permissions(folder),
+                      utltest::modeBehind(lines, name, failing, folder, static_cast<int>(mode)))
+                << folder << ", " << name << " " << failing;
+        }
     }
-    EXPECT_EQ(permissions("a"), 0711);
-    EXPECT_EQ(permissions("b/a"), -1);
+    EXPECT_EQ(contentOf("b/moved"), "0123456789");
+    EXPECT_EQ(permissions("a/inner/file"), -1);
+    EXPECT_EQ(permissions("c"), -1);
 }
 
-TEST_F(FileSystem, Operations_WithAnyCallFailing_LeaveNoDescriptor) {
-    failEachCall(hooks::stat, -1, EACCES);
-    failEachCall(hooks::fstat, -1, EIO);
-    failEachCall(hooks::chmod, -1, EPERM);
-    failEachCall(hooks::open, -1, EMFILE);
-    failEachCall(hooks::opendir, nullptr, EMFILE);
-    failEachCall(hooks::readdir, nullptr, EIO);
-    failEachCall(hooks::flock, -1, EINTR);
-    failEachCall(hooks::read, ssize_t{-1}, EIO);
-    failEachCall(hooks::write, ssize_t{-1}, ENOSPC);
-    failEachCall(hooks::mkdir, -1, ENOSPC);
-    failEachCall(hooks::rename, -1, EXDEV);
-    failEachCall(hooks::unlink, -1, EBUSY);
-    failEachCall(hooks::rmdir, -1, EBUSY);
-    failEachCall(hooks::lseek, off_t{-1}, EINVAL);
-    failEachCall(hooks::ftruncate, -1, EIO);
-    failEachCall(hooks::fsync, -1, EIO);
+TEST_F(FileSystem, Operations_WithAnyCallFailing_LeaveNoDescriptorAndTheFolders) {
+    failEachCall("stat", hooks::stat, -1, EACCES);
+    failEachCall("fstat", hooks::fstat, -1, EIO);
+    failEachCall("chmod", hooks::chmod, -1, EPERM);
+    failEachCall("open", hooks::open, -1, EMFILE);
+    failEachCall("opendir", hooks::opendir, nullptr, EMFILE);
+    failEachCall("readdir", hooks::readdir, nullptr, EIO);
+    failEachCall("flock", hooks::flock, -1, EINTR);
+    failEachCall("read", hooks::read, ssize_t{-1}, EIO);
+    failEachCall("write", hooks::write, ssize_t{-1}, ENOSPC);
+    failEachCall("mkdir", hooks::mkdir, -1, ENOSPC);
+    failEachCall("rename", hooks::rename, -1, EXDEV);
+    failEachCall("unlink", hooks::unlink, -1, EBUSY);
+    failEachCall("rmdir", hooks::rmdir, -1, EBUSY);
+    failEachCall("lseek", hooks::lseek, off_t{-1}, EINVAL);
+    failEachCall("ftruncate", hooks::ftruncate, -1, EIO);
+    failEachCall("fsync", hooks::fsync, -1, EIO);
 }
 
 }  // namespace

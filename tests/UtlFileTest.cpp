@@ -10,11 +10,14 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <string>
 #include <thread>
 #include <type_traits>
 #include <vector>
 
+#include "TestAllocations.h"
 #include "TestFileCalls.h"
 #include "TestFolder.h"
 #include "TestHooks.h"
@@ -26,6 +29,7 @@ using utl::File;
 using utltest::contentOf;
 using utltest::FileCalls;
 using utltest::HookScope;
+using utltest::NoMemoryScope;
 using utltest::openDescriptors;
 using utltest::permissions;
 using utltest::putFile;
@@ -98,11 +102,54 @@ TEST_F(FileInFolder, Destructor_WhoseFolderCannotBeOpened_ClosesTheFileWithoutAL
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
+TEST_F(FileInFolder, Destructor_WhoseFolderGetsDescriptor0_DoesNotCloseIt) {
+    FileCalls calls;
+    {
+        File const file("folder/f", UTF8);
+        hooks::open.failFrom(1, 1, 0, 0);
+    }
+    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY"}));
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Destructor_OfAPathWithoutAFolder_SyncsNothing) {
+    for (char const* const path : {"bare", "/bare"}) {
+        FileCalls calls;
+        { File const file(path, UTF8); }
+        EXPECT_EQ(calls.take(), (Lines{"~File: open  RDONLY"}));
+    }
+    FileCalls calls;
+    { File const file("./bare", UTF8); }
+    EXPECT_EQ(calls.take(), (Lines{"~File: open . RDONLY", "-: fsync", "-: close"}));
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileInFolder, Destructor_NeedsNoMemoryWhateverThePath) {
+    for (std::string const& path : {std::string("folder/f"), std::string(5000, 'p')}) {
+        auto file = std::make_unique<File>(path.c_str(), UTF8);
+        EXPECT_EQ(utltest::allocationsOf([&file] { file.reset(); }), 0U);
+    }
+}
+
+TEST_F(FileInFolder, Open_WithoutMemory_ThrowsAndLeavesTheFileFreeAndTheFolderAsItWas) {
+    for (int const access : {0, 1, 2}) {
+        unsigned int const descriptors = openDescriptors();
+        {
+            NoMemoryScope const scope;
+            EXPECT_THROW(mFile.open(0, access), std::bad_alloc);
+        }
+        EXPECT_EQ(openDescriptors(), descriptors);
+        EXPECT_EQ(permissions("folder"), 0755);
+        EXPECT_EQ(mFile.isOpened(), 0);
+        EXPECT_EQ(File::isOpened("folder/f", nullptr), 0);
+    }
+}
+
 TEST_F(FileInFolder, OpenToRead_MakesTheseCallsInThisOrder) {
     FileCalls calls;
     ASSERT_EQ(mFile.open(0, 0), 1);
     EXPECT_EQ(calls.take(), (Lines{"isDirectory: stat folder/f", "exists: stat folder/f",
-                                   "open: open folder/f RDONLY", "open: flock 5"}));
+                                   "open: open folder/f RDONLY 555", "open: flock 5"}));
 }
 
 TEST_F(FileInFolder, OpenToWrite_OfAFileThatIsThere_MakesTheseCallsInThisOrder) {
@@ -303,6 +350,13 @@ TEST_F(FileInFolder, OpenToWrite_WhoseSecondLookAtAReadOnlyFileFails_SaysSo) {
     HookScope const scope;
     hooks::stat.failFrom(6, 1, -1, EACCES);
     EXPECT_EQ(mFile.open(0, 1), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("is isReadOnly func stat Failed. errno[13] Path:folder/f")}));
+}
+
+TEST_F(FileInFolder, OpenToWrite_WhoseFirstLookForReadOnlyFails_SaysSoAndGoesOn) {
+    HookScope const scope;
+    hooks::stat.failFrom(5, 1, -1, EACCES);
+    EXPECT_EQ(mFile.open(0, 1), 1);
     EXPECT_EQ(mLog.lines(), (Lines{error("is isReadOnly func stat Failed. errno[13] Path:folder/f")}));
 }
 
@@ -773,6 +827,16 @@ TEST_F(FileInFolder, Write_WhoseFolderCannotBeWidened_GoesOnAndPutsNothingBack) 
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
+TEST_F(FileInFolder, Write_WhoseFolderIsGone_SaysSoAtTheLowestLevelAndGoesOn) {
+    ASSERT_EQ(mFile.open(0, 1), 1);
+    ASSERT_EQ(rename("folder", "gone"), 0);
+    EXPECT_EQ(mFile.write("abc", 3), 3);
+    EXPECT_EQ(mLog.lines(),
+              (Lines{debug("is changeParentAccessMode func stat Failed. errno[2] Path:folder")}));
+    EXPECT_EQ(contentOf("gone/f"), "abc3456789");
+    ASSERT_EQ(rename("gone", "folder"), 0);
+}
+
 TEST_F(FileInFolder, Write_ToAFileThatIsGone_GoesOn) {
     ASSERT_EQ(mFile.open(0, 2), 1);
     ASSERT_EQ(unlink("folder/f"), 0);
@@ -881,6 +945,25 @@ TEST_F(FileInFolder, ResizeToASize_WithAnyFailingSeek_IsFalse) {
     }
 }
 
+TEST_F(FileInFolder, ResizeToASize_WhoseSeekBackFails_LeavesThePositionAtTheNewSize) {
+    for (bool const isResized : {true, false}) {
+        ASSERT_EQ(mFile.open(0, 2), 1);
+        mLog.clear();
+        HookScope const scope;
+        hooks::lseek.failFrom(4, 1, -1, EIO);
+        if (!isResized) {
+            hooks::ftruncate.failFrom(1, 1, -1, EFBIG);
+        }
+        EXPECT_EQ(mFile.resize(20), 0);
+        EXPECT_EQ(mFile.position(), 20);
+        EXPECT_EQ(mFile.size(), isResized ? 20 : 10);
+        EXPECT_EQ(mLog.lines().back(), error("lseek64 Failed. errno[5]"));
+        EXPECT_EQ(mLog.lines().size(), isResized ? 1U : 2U);
+        EXPECT_EQ(mFile.resize(10), 1);
+        EXPECT_EQ(mFile.close(), 1);
+    }
+}
+
 TEST_F(FileInFolder, ResizeToASize_BeyondAllOffsets_IsFalse) {
     ASSERT_EQ(mFile.open(0, 2), 1);
     EXPECT_EQ(mFile.resize(0x8000000000000000ULL), 0);
@@ -980,32 +1063,43 @@ TEST_F(FileInFolder, ChangeParentAccessMode_ThatTheSystemRefuses_IsFalse) {
 
 // Each step of an opening fails in turn, until one run has none that does.
 template <typename HOOK, typename RESULT>
-void failEachCallOfOpening(HOOK& hook, RESULT result, int reason) {
+void failEachCallOfOpening(char const* name, HOOK& hook, RESULT result, int reason) {
     bool isThrough = false;
     for (unsigned int failing = 1; !isThrough; ++failing) {
         ASSERT_LT(failing, 20U);
+        chmod("folder", 0755);
+        FileCalls calls;
         unsigned int const descriptors = openDescriptors();
+        hook.failFrom(failing, 1, result, reason);
         {
-            HookScope const scope;
-            hook.failFrom(failing, 1, result, reason);
             File file("folder/f", UTF8);
             int const isOpen = file.open(1, 2);
             EXPECT_EQ(file.isOpened(), isOpen);
-            isThrough = hook.calls() < failing;
         }
+        isThrough = hook.calls() < failing;
         EXPECT_EQ(openDescriptors(), descriptors);
         EXPECT_EQ(contentOf("folder/f"), "0123456789");
-        chmod("folder", 0755);
+        EXPECT_EQ(permissions("folder"), utltest::modeBehind(calls.take(), name, failing, "folder", 0755))
+            << name << " " << failing;
     }
 }
 
-TEST_F(FileInFolder, Open_WithAnyCallFailing_LeavesNoDescriptorAndTheContent) {
-    failEachCallOfOpening(hooks::stat, -1, EACCES);
-    failEachCallOfOpening(hooks::chmod, -1, EPERM);
-    failEachCallOfOpening(hooks::open, -1, EMFILE);
-    failEachCallOfOpening(hooks::flock, -1, EINTR);
-    failEachCallOfOpening(hooks::lseek, off_t{-1}, EINVAL);
-    failEachCallOfOpening(hooks::fsync, -1, EIO);
+TEST_F(FileInFolder, Open_WithAnyCallFailing_LeavesNoDescriptorTheContentAndTheFolder) {
+    failEachCallOfOpening("stat", hooks::stat, -1, EACCES);
+    failEachCallOfOpening("chmod", hooks::chmod, -1, EPERM);
+    failEachCallOfOpening("open", hooks::open, -1, EMFILE);
+    failEachCallOfOpening("flock", hooks::flock, -1, EINTR);
+    failEachCallOfOpening("lseek", hooks::lseek, off_t{-1}, EINVAL);
+    failEachCallOfOpening("fsync", hooks::fsync, -1, EIO);
+}
+
+TEST_F(FileInFolder, OpenToWrite_WhoseFolderCannotBePutBack_LeavesItWidened) {
+    HookScope const scope;
+    hooks::chmod.failFrom(2, 1, -1, EPERM);
+    EXPECT_EQ(mFile.open(0, 1), 1);
+    EXPECT_EQ(permissions("folder"), 0777);
+    EXPECT_EQ(mLog.lines(), Lines());
+    chmod("folder", 0755);
 }
 
 TEST(FileFields, StandInTheirOrder) {

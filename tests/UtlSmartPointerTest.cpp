@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <functional>
 #include <new>
 #include <string>
@@ -13,50 +12,16 @@
 #include <utility>
 #include <vector>
 
+#include "TestAllocations.h"
 #include "TestHooks.h"
 #include "TestLayout.h"
 #include "TestLog.h"
 
 namespace {
 
-std::atomic<unsigned int> gAllocations{0};
-std::atomic<bool> gNoMemory{false};
-
-}  // namespace
-
-// The library allocates through these as well.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    ++gAllocations;
-    void* const memory = gNoMemory ? nullptr : std::malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-
-namespace {
-
 using Lines = std::vector<std::string>;
-
-template <typename WORK>
-unsigned int allocationsOf(WORK work) {
-    unsigned int const before = gAllocations;
-    work();
-    return gAllocations - before;
-}
-
-struct NoMemoryScope {
-    NoMemoryScope() { gNoMemory = true; }
-    ~NoMemoryScope() { gNoMemory = false; }
-};
+using utltest::allocationsOf;
+using utltest::NoMemoryScope;
 
 // What the destructing objects were given, and what a test does meanwhile.
 std::vector<int*> gDestroyedPointers;
