@@ -19,12 +19,17 @@ namespace utl {
 ///
 /// Results are 1 for true and 0 for false unless a function says otherwise. What closes a descriptor writes
 /// the file's content through to the device first, by `fsync`, and so may block for as long as the device
-/// takes. A descriptor of 0 counts as none: a program that closed its standard input cannot open a file.
+/// takes. A descriptor of 0 counts as none: in a program that closed its standard input the first opening
+/// fails, and the descriptor stays behind.
 ///
 /// A path is copied, with each `\` as a `/`. Most operations refuse a path of more than 259 bytes and one
-/// with a doubled separator; they name that the path check. What changes an entry of a folder or writes makes
-/// the folder's mode 0777 for the time of the call and puts it back; where that is not permitted the
-/// operation goes on without. Calls that may block are reported to the watchdog.
+/// with a doubled separator; they name that the path check. Leave the separator off the end of a folder's
+/// path: what goes through a folder names its entries by the path, "/" and the name, and a name behind "//"
+/// fails the check. What changes an entry of a folder or writes makes the folder's mode 0777 for the time of
+/// the call and puts it back; where that is not permitted the operation goes on without.
+///
+/// Each system call that may block is reported to the watchdog, but not the `read` of a file and not the
+/// `fsync` and `close` of a descriptor that is given back.
 class UTL_API File {
   public:
     /// Closes a file at the end of a scope, whatever the result. *One owner thread*, that of the file.
@@ -44,7 +49,8 @@ class UTL_API File {
     File(char const* path, int textType);
 
     /// Syncs the folder of the path, so that the file's entry in it is durable, also if the file was never
-    /// opened; then closes the file. Reports no failure.
+    /// opened; then closes the file. Reports no failure. A bare name and a file directly in the root have no
+    /// folder in their path, so that nothing is synced for them: "./name" has one.
     virtual ~File();
     File(File const&) = delete;
     File& operator=(File const&) = delete;
@@ -101,12 +107,14 @@ class UTL_API File {
     /// for a null `buffer` and for a `length` of 0.
     int write(void const* buffer, unsigned int length);
 
-    /// Makes the file end at the position, cutting or extending it with zeros. False if not open, and with a
-    /// line if the system refuses.
+    /// Makes the file end at the position, cutting or extending it with zeros. False if not open, without a
+    /// line if the position cannot be had, and with one if the system refuses the new end.
     int resize();
 
     /// Makes the file `newSize` bytes long. The position stays where it was if that is below `newSize`, else
-    /// it becomes the new end. False as for `resize()`; after a failure the position is where it was.
+    /// it becomes the new end. False as for `resize()`, and with a line if a seek is refused. After a failure
+    /// the position is where it was; only if the seek back was refused it is `newSize`, and the file may have
+    /// that size.
     int resize(unsigned long long newSize);
 
     /// The encoding of the file's text: 0 Shift-JIS, 1 UTF-8, 2 UTF-16 with the high byte first, 3 UTF-16
@@ -196,8 +204,8 @@ class UTL_API File {
     /// Gives the folder of `path` the permissions `mode`. `*previousMode`, if given, becomes its `st_mode`,
     /// with the bits of the type. True if the mode was changed. False if it was not: for a path without a
     /// folder, on failure, and if `mode` equals the whole `st_mode`. So a mode from `*previousMode` is set
-    /// only where it is needed, and plain permissions are always set. `*previousMode` is untouched if the
-    /// folder was not found.
+    /// only where it is needed, and plain permissions are always set. If the folder is not found, a line of
+    /// level 5 says so and `*previousMode` is untouched.
     static int changeParentAccessMode(char const* path, int mode, int* previousMode);
 
     ///@{
@@ -272,9 +280,8 @@ class UTL_API File {
     /// "/" and its name, in the order in which the system gives them, without "." and "..". `kind` 0 takes
     /// what is no folder, 1 folders, 2 both, links not followed. A given `extension` takes only files that
     /// have it, in any case of letters; to folders it does not apply. The last component of the path may be a
-    /// pattern with
-    /// "*", "?" and "[]" that names have to match to the letter, if there is no folder of that name. Stops at
-    /// `maximum` entries unless that is 0.
+    /// pattern with "*", "?" and "[]" that names have to match to the letter, if there is no folder of that
+    /// name. Stops at `maximum` entries unless that is 0.
     ///
     /// Gives the number of entries; 0 for a file; -1 without a line for null, another `kind`, a path that
     /// fails the check or is not there, a pattern without a folder in front or in a folder's name, a folder
@@ -329,10 +336,15 @@ class UTL_API File {
     ///@}
 
     ///@{
-    /// Erases a file, or a folder with all in it and below it, links followed. Stops at the first failure;
-    /// what is erased by then stays so. With `force` 1 what is read-only is erased as well, otherwise that
-    /// ends it. False without a line for null, a path that fails the check or is not there, a file that
-    /// somebody holds, what is read-only, and an open object; with a line if the system refuses.
+    /// Erases a file, or a folder with all in it and below it. Stops at the first failure; what is erased by
+    /// then stays so. With `force` 1 what is read-only is erased as well, otherwise that ends it.
+    ///
+    /// Of a link to a file the link goes and the file stays; but whether it is held and read-only is asked of
+    /// the file, and `force` 1 leaves a read-only one with the mode 0777. A link to a folder is followed: all
+    /// in that folder is erased, and then the system refuses to remove the link.
+    ///
+    /// False without a line for null, a path that fails the check or is not there, a file that somebody
+    /// holds, what is read-only, and an open object; with a line if the system refuses.
     static int erase(char const* path, int force);
     int erase(int force);
     ///@}

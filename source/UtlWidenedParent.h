@@ -3,7 +3,8 @@
 namespace utl {
 
 /// Makes the mode of a path's folder 0777 and puts it back at the end of the scope; *one owner thread*. Where
-/// the folder cannot be widened nothing is put back and nobody is told: the call that needs it will fail.
+/// the folder cannot be widened nothing is put back, and a line of level 5 tells at most that the folder was
+/// not found: the call that needs it will fail.
 class [[nodiscard]] WidenedParent {
   public:
     /// `path` must live as long as this.
