@@ -7,10 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <memory>
 #include <string>
 
 #include "BenchFiles.h"

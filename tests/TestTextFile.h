@@ -4,10 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <ostream>
 #include <string>
-#include <vector>
 
 #include "TestFolder.h"
 #include "TestLog.h"

@@ -63,7 +63,7 @@ TEST_F(FileText, SetTextType_TakesTheFourTypesAndNoOther) {
     }
 }
 
-TEST_F(FileText, OfAWrongTypeFromTheConstructor_IsMinusOneInEveryOperationWithoutALine) {
+TEST_F(FileText, OfAWrongTypeFromTheConstructor_IsMinusOneInEveryOperationOnTextWithoutALine) {
     for (int const type : WRONG_TYPES) {
         File& file = writing("ab\ncd", type);
         EXPECT_EQ(readText(file, 2), (TextRead{-1, "~", UNTOUCHED, 0}));
@@ -72,6 +72,9 @@ TEST_F(FileText, OfAWrongTypeFromTheConstructor_IsMinusOneInEveryOperationWithou
         EXPECT_EQ(file.writeText("x", 1, 0), -1);
         EXPECT_EQ(file.writeLine("x"), -1);
         EXPECT_EQ(file.position(), 0);
+        file.seek(0, 1);
+        EXPECT_EQ(readText(file, 2).result, -1);
+        EXPECT_EQ(readLine(file).result, -3) << "at the end, which it sees first";
         EXPECT_EQ(written(), "ab\ncd");
     }
     EXPECT_EQ(mLog.lines(), Lines());

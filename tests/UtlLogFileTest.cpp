@@ -188,24 +188,26 @@ TEST_F(LogFile, OfAWrongType_GetsNothingAndSaysNothing) {
 }
 
 TEST_F(LogFile, ThatIsClosed_GetsNothingAndSaysNothing) {
-    File file("text", UTF8);
-    applog(TYPE, 1, &file, "x");
-    rawlog(TYPE, 1, &file, "y");
-    EXPECT_EQ(mLog.sinkOrder(), "scbscb");
-    EXPECT_EQ(File::exists("text"), 0);
+    for (int const type : {SJIS, UTF8, UTF16_BIG, UTF16_LITTLE}) {
+        mLog.clear();
+        File file("text", type);
+        applog(TYPE, 1, &file, "x");
+        rawlog(TYPE, 1, &file, "yz");
+        EXPECT_EQ(mLog.sinkOrder(), "scbscb");
+        EXPECT_EQ(File::exists("text"), 0);
+    }
 }
 
 TEST_F(LogFile, ThatIsOpenToRead_LetsTheLinesAboutThatComeFirst) {
-    File& file = reading("abc", UTF8);
-    applog(TYPE, 1, &file, "x");
-    EXPECT_EQ(mLog.lines(), (Lines{error("WriteFile Failed. errno[9]"), error("writeFile Failed. Path:text"),
-                                   "<TEST> ERR: x"}));
-    EXPECT_EQ(mLog.sinkOrder(),
-              "s"
-              "scb"
-              "scb"
-              "cb");
-    EXPECT_EQ(written(), "abc");
+    for (int const type : {UTF8, UTF16_BIG, UTF16_LITTLE}) {
+        mLog.clear();
+        File& file = reading("abc", type);
+        applog(TYPE, 1, &file, "x");
+        EXPECT_EQ(mLog.lines(), (Lines{error("WriteFile Failed. errno[9]"),
+                                       error("writeFile Failed. Path:text"), "<TEST> ERR: x"}));
+        EXPECT_EQ(mLog.sinkOrder(), "sscbscbcb") << "the line itself, both of the file, and the line again";
+        EXPECT_EQ(written(), "abc");
+    }
 }
 
 TEST_F(LogFile, ThatIsFull_LetsTheProgramGoOnAndTheOtherSinksGetTheLine) {
