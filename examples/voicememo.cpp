@@ -79,8 +79,7 @@ struct Block {
 // The blocks that are on their way. Whoever takes one waits while all are.
 class BlockStore {
   public:
-    explicit BlockStore(Format const& format)
-        : mPool((sizeof(Block) + format.blockBytes() + 15) / 16 * 16, POOL_BLOCKS, "blocks") {}
+    explicit BlockStore(Format const& format) : mPool(placeBytes(format), POOL_BLOCKS, "blocks") {}
 
     Block* take() {
         void* place = nullptr;
@@ -105,6 +104,12 @@ class BlockStore {
     }
 
   private:
+    // A block and its samples, so large that the next block is aligned as well.
+    static unsigned int placeBytes(Format const& format) {
+        auto const bytes = static_cast<unsigned int>(sizeof(Block)) + format.blockBytes();
+        return (bytes + alignof(Block) - 1) / alignof(Block) * alignof(Block);
+    }
+
     utl::MemoryPool mPool;
     utl::Event mFreed{0, 1};
 };
