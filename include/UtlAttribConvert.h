@@ -46,16 +46,19 @@ UTL_API extern PairAttrib const (&NODAKUON_DAKUON_PAIR)[66 + 1];
 UTL_API extern PairAttrib const (&NODAKUON_HANDAKUON_PAIR)[17 + 1];
 
 // The functions below work in a `WorkingBuffer`: they wait for each other across the process, and texts of
-// more than 10239 bytes are too long for them. Nothing is logged, and nothing is allocated.
+// more than 10239 bytes are too long for them. Nothing is logged, and nothing is allocated. A caller that has
+// loans of its own must leave them the slots that they take: it may hold two in `convertAttrib`, one in
+// `strToInt`, and none in `compareStrNoCase`. With more the results are wrong, and nothing says so.
 
 /// Copies `src` to `dst` and replaces every left form of the table by its right one with a `direction` of 0,
 /// every right form by its left one with any other. At each place the first row decides whose form is there;
 /// what no row has stays as it is. `dst` may be `src`.
 ///
-/// Gives the bytes used, terminator included; with a `dstSize` of 0, where `dst` may be null, those that
-/// would be needed. With `truncate` 1, text that does not fit is cut off behind the last character that does;
-/// with any other value it is refused with `INVALID_SIZE`, and `dst` holds what came in front. `INVALID_SIZE`
-/// also for null and for `src` that is too long; `dst` is left alone then.
+/// Gives the bytes used, terminator included; with a `dstSize` of 0, where `dst` may be null, those that the
+/// whole result takes. With `truncate` 1, text that does not fit is cut off behind the last character that
+/// does; with any other value it is refused with `INVALID_SIZE`, and `dst` holds what came in front.
+/// `INVALID_SIZE` also for null `src` and for `src` that is too long; `dst` is left alone then. So it is for
+/// a null table, unless `src` is empty: then `dst` becomes empty whatever the table.
 ///
 /// A malformed byte ends the text without a failure: the rest is dropped, and with it a character that no row
 /// has and that stands right in front of a byte which can start none; the size that would be needed counts

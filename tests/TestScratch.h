@@ -3,35 +3,34 @@
 #include <atomic>
 #include <thread>
 
+#include "TestTask.h"
 #include "UtlWorkingBuffer.h"
 
 namespace utltest {
 
-/// Runs `function` on another thread while this one has a slot of the scratch store, and tells whether it
-/// came through only after the slot was given back.
+/// Runs `function` on another thread while this one has a slot of the scratch store, which it gives back when
+/// the function sleeps or has returned. True if the function slept before it returned. It must wait for
+/// nothing else.
 template <typename FUNCTION>
 bool waitsForScratch(FUNCTION function) {
-    std::atomic<bool> isStarted{false};
-    std::atomic<bool> isReleased{false};
-    bool waited = false;
+    std::atomic<int> id{0};
+    std::atomic<bool> hasReturned{false};
     std::thread other;
+    bool waits = false;
     {
         utl::WorkingBuffer<char> const mine;
         other = std::thread([&] {
-            isStarted = true;
+            id = kernelId();
             function();
-            waited = isReleased;
+            hasReturned = true;
         });
-        while (!isStarted) {
+        while (!hasReturned && (id == 0 || !isAsleep(id))) {
             std::this_thread::yield();
         }
-        for (int i = 0; i < 200; ++i) {
-            std::this_thread::yield();
-        }
-        isReleased = true;
+        waits = !hasReturned;
     }
     other.join();
-    return waited;
+    return waits;
 }
 
 }  // namespace utltest

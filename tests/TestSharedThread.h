@@ -3,13 +3,13 @@
 // A shared message thread and listeners for its tests.
 
 #include <atomic>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
 #include <utility>
 
 #include "TestMessages.h"
+#include "TestTask.h"
 #include "ThreadTestSupport.h"
 #include "UtlMsgDrivenSharedThread.h"
 
@@ -90,15 +90,6 @@ void workOn(utl::MsgDrivenSharedThread& thread, WORK work) {
 inline utl::StatementInfo lastStatementOf(int id) {
     return utl::ThreadWatchdogTestAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(), id)
         .lastStatement;
-}
-
-/// True while thread `id` of this process sleeps.
-inline bool isAsleep(int id) {
-    std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
-    std::string text;
-    std::getline(file, text);
-    std::size_t const nameEnd = text.rfind(')');
-    return nameEnd != std::string::npos && text.compare(nameEnd, 3, ") S") == 0;
 }
 
 /// A thread that is watched, so that it shows where it waits. The watchdog must be initialized.

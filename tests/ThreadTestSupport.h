@@ -10,6 +10,7 @@
 #include <atomic>
 #include <string>
 
+#include "TestTask.h"
 #include "UtlEvent.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
@@ -76,10 +77,6 @@ struct ThreadManagerTestAccess {
 }  // namespace utl
 
 namespace utltest {
-
-inline int kernelId() {
-    return static_cast<int>(syscall(SYS_gettid));
-}
 
 /// True as long as the kernel knows a thread of this process by this id.
 inline bool lives(int id) {

@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
-#include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "TestAllocations.h"
+#include "TestLayout.h"
 #include "TestScratch.h"
 #include "TestText.h"
 #include "UtlWorkingBuffer.h"
@@ -26,6 +28,7 @@ constexpr int TO_RIGHT = 0;
 constexpr int TO_LEFT = 1;
 constexpr unsigned int LONGEST_TEXT = 10239;
 constexpr char UNUSED = '#';
+constexpr PairAttrib const* NO_TABLE = nullptr;
 
 // What `convertAttrib` makes of a text, in a destination of exactly the size that it asked for.
 std::string converted(std::string const& text, PairAttrib const* table, int direction) {
@@ -65,7 +68,16 @@ TEST(PairAttrib, OfTwoForms_HasThemFromLeftToRight) {
     EXPECT_EQ(row.mFirst.mWide, left.mWide);
     EXPECT_EQ(row.mSecond.mNarrow, right.mNarrow);
     EXPECT_EQ(row.mSecond.mWide, right.mWide);
-    EXPECT_LT(static_cast<void const*>(&row.mFirst), static_cast<void const*>(&row.mSecond));
+}
+
+TEST(PairAttrib, Fields_StandInTheOrderFirstSecond) {
+    PairAttrib const row;
+    EXPECT_EQ(utltest::offsetIn(row, row.mFirst), utltest::FIRST_FIELD);
+    EXPECT_EQ(utltest::offsetIn(row, row.mSecond), utltest::FIRST_FIELD + sizeof(utl::CodeTableRow));
+}
+
+TEST(PairAttrib, HasAVirtualDestructor) {
+    EXPECT_TRUE(std::has_virtual_destructor_v<PairAttrib>);
 }
 
 // --- convertAttrib
@@ -285,6 +297,40 @@ TEST(ConvertAttrib, WithANullFormToWrite_Fails) {
     EXPECT_EQ(Converted(2, "漢b", table, TO_RIGHT, 1).size, INVALID_SIZE);
 }
 
+TEST(ConvertAttrib, OfAnEmptyText_DoesNotLookAtTheTable) {
+    for (PairAttrib const* table : {static_cast<PairAttrib const*>(utl::LOWER_UPPER_PAIR), NO_TABLE}) {
+        Converted const result(1, "", table, TO_RIGHT, 0);
+        EXPECT_EQ(result.size, 1U);
+        EXPECT_EQ(result.held(), std::string(1, '\0'));
+        EXPECT_EQ(convertAttrib<char>(nullptr, 0, "", table, TO_RIGHT, 0), 1U);
+        EXPECT_EQ(convertAttrib<char>(nullptr, 1, "", table, TO_RIGHT, 0), INVALID_SIZE);
+        char untouched = UNUSED;
+        EXPECT_EQ(convertAttrib(&untouched, 0, "", table, TO_RIGHT, 0), 1U);
+        EXPECT_EQ(untouched, UNUSED);
+    }
+}
+
+TEST(ConvertAttrib, WithoutATable_FailsAndLeavesTheDestinationAlone) {
+    Converted const result(4, "a", NO_TABLE, TO_RIGHT, 0);
+    EXPECT_EQ(result.size, INVALID_SIZE);
+    EXPECT_EQ(result.held(), "####");
+    EXPECT_EQ(convertAttrib<char>(nullptr, 0, "a", NO_TABLE, TO_RIGHT, 0), INVALID_SIZE);
+}
+
+TEST(ConvertAttrib, LeavesTwoLoansOfItsCallerAloneAndUsesTheSlotOfTheThird) {
+    utl::WorkingBuffer<char> const first;
+    utl::WorkingBuffer<char> const second;
+    std::strcpy(first.get(), "first");
+    std::strcpy(second.get(), "second");
+    EXPECT_EQ(converted("ｶﾞａ", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT), "ガａ");
+    utl::WorkingBuffer<char> const third;
+    std::strcpy(third.get(), "third");
+    EXPECT_EQ(converted("ｶﾞａ", utl::HANKAKU_ZENKAKU_PAIR, TO_RIGHT), "ガａ");
+    EXPECT_STREQ(first.get(), "first");
+    EXPECT_STREQ(second.get(), "second");
+    EXPECT_STREQ(third.get(), "ｶﾞａ");
+}
+
 TEST(ConvertAttrib, WaitsForTheScratchBuffer) {
     EXPECT_TRUE(waitsForScratch([] { converted("a", utl::LOWER_UPPER_PAIR, TO_RIGHT); }));
 }
@@ -320,13 +366,17 @@ TEST(ConvertCharSet, KeepsMalformedBytes) {
     EXPECT_STREQ(dst, "a\x80\xE3");
 }
 
-TEST(ConvertCharSet, HasNoLimitOnTheLengthAndWaitsForNobody) {
+TEST(ConvertCharSet, HasNoLimitOnTheLength) {
     std::string const text(20000, 'a');
     std::vector<char> dst(20001, UNUSED);
-    utl::WorkingBuffer<char> const held;
-    std::thread other([&] { EXPECT_EQ(convertCharSet(dst.data(), 20001, text.c_str()), 20001U); });
-    other.join();
+    EXPECT_EQ(convertCharSet(dst.data(), 20001, text.c_str()), 20001U);
     EXPECT_EQ(dst.data(), text);
+}
+
+TEST(ConvertCharSet, DoesNotWaitForTheScratchBuffer) {
+    char dst[4] = "";
+    EXPECT_FALSE(waitsForScratch([&] { convertCharSet(dst, 4, "a"); }));
+    EXPECT_STREQ(dst, "a");
 }
 
 // --- compareStrNoCase
@@ -377,6 +427,13 @@ TEST(CompareStrNoCase, EndsATextAtItsFirstMalformedByte) {
     EXPECT_EQ(compareStrNoCase("\x80zz", "", INVALID_SIZE), 0);
     EXPECT_EQ(compareStrNoCase("AB\x80", "ab", INVALID_SIZE), 0);
     EXPECT_EQ(compareStrNoCase("ab\x80", "a", INVALID_SIZE), 0);
+}
+
+// All three slots are in use then: what a loan of the caller takes away is the copy that is converted.
+TEST(CompareStrNoCase, WithALoanOfItsCaller_MistakesDifferentTexts) {
+    EXPECT_LT(compareStrNoCase("a", "aB", 9), 0);
+    utl::WorkingBuffer<char> const mine;
+    EXPECT_EQ(compareStrNoCase("a", "aB", 9), 0);
 }
 
 TEST(CompareStrNoCase, WaitsForTheScratchBuffer) {
@@ -503,6 +560,13 @@ TEST(StrToInt, OfTextThatIsTooLong_Fails) {
         wide += "ガ";
     }
     EXPECT_EQ(numberOf(wide.c_str(), 10), -1);
+}
+
+TEST(StrToInt, WithOneLoanOfItsCaller_IsRightAndWithTwoLosesDigits) {
+    utl::WorkingBuffer<char> const first;
+    EXPECT_EQ(numberOf("1２", 10), 12);
+    utl::WorkingBuffer<char> const second;
+    EXPECT_EQ(numberOf("1２", 10), 1);
 }
 
 TEST(StrToInt, WaitsForTheScratchBuffer) {

@@ -3,12 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
 
 #include "TestAllocations.h"
 #include "TestScratch.h"
 #include "TestText.h"
-#include "UtlWorkingBuffer.h"
 
 namespace {
 
@@ -270,14 +268,12 @@ TEST(AttribBlockSize, OfMalformedBytes_IsAFailure) {
 }
 
 TEST(AttribBlockSize, TakesNoLock) {
-    utl::WorkingBuffer<char> const held;
-    std::thread other([] {
+    EXPECT_FALSE(waitsForScratch([] {
         unsigned int position = 0;
         EXPECT_EQ(attribBlockSize("1", utl::ATTRIB_HAN_DIGIT), 1U);
         EXPECT_NE(findCodeTable("1", utl::HAN_DIGIT_TBL, &position), nullptr);
         EXPECT_TRUE(isStrAttribBase("1", utl::ATTRIB_HAN_DIGIT));
-    });
-    other.join();
+    }));
 }
 
 // --- isStrAttribBase

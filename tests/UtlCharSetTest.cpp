@@ -4,13 +4,12 @@
 
 #include <climits>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "TestAllocations.h"
 #include "TestCharSet.h"
+#include "TestScratch.h"
 #include "UtlSjisTable.h"
-#include "UtlWorkingBuffer.h"
 
 namespace {
 
@@ -789,36 +788,7 @@ TEST(CharSet, Conversions_TakeNothingFromTheHeap) {
 }
 
 TEST(CharSet, Conversions_DoNotWaitForAScratchBuffer) {
-    utl::WorkingBuffer<char> const mine;
-    std::thread other(&convertAll);
-    other.join();
-    EXPECT_NE(mine.get(), nullptr);
-}
-
-// --- before main
-
-// Converts while the objects of this program are still being made.
-struct EarlyUser {
-    EarlyUser() {
-        toSjisSize = utl::convertStrFromUtf8ToSjis(sjis, sizeof(sjis), UTF_8_TEXT);
-        toUtf8Size = utl::convertStrFromSjisToUtf8(utf8, sizeof(utf8), SHIFT_JIS_TEXT);
-    }
-
-    static constexpr char UTF_8_TEXT[] = "\xE3\x81\x82\xEF\xBD\xB1z\xE4\xBA\x9C";
-    static constexpr char SHIFT_JIS_TEXT[] = "\x82\xA0\xB1z\x88\x9F";
-    unsigned int toSjisSize;
-    unsigned int toUtf8Size;
-    char sjis[16];
-    char utf8[16];
-};
-
-EarlyUser const EARLY_USER __attribute__((init_priority(101)));
-
-TEST(CharSet, BeforeMain_TheTablesAreFilled) {
-    EXPECT_EQ(EARLY_USER.toSjisSize, 7U);
-    EXPECT_STREQ(EARLY_USER.sjis, EarlyUser::SHIFT_JIS_TEXT);
-    EXPECT_EQ(EARLY_USER.toUtf8Size, 11U);
-    EXPECT_STREQ(EARLY_USER.utf8, EarlyUser::UTF_8_TEXT);
+    EXPECT_FALSE(utltest::waitsForScratch(&convertAll));
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -36,14 +35,8 @@ class OddSharedThread : public ScopedSharedThread {
 
 /// Waits until the kernel says that the thread sleeps; `id` is 0 before it is known.
 void waitUntilAsleep(std::atomic<int> const& id) {
-    char state = 'R';
-    while (state != 'S') {
+    while (id == 0 || !isAsleep(id)) {
         std::this_thread::yield();
-        std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
-        std::string word;
-        if (id != 0 && file >> word && file >> word) {
-            file >> state;
-        }
     }
 }
 

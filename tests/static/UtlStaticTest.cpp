@@ -7,6 +7,7 @@
 
 #include "UtlAttribConvert.h"
 #include "UtlCharAttrib.h"
+#include "UtlCharSet.h"
 #include "UtlLog.h"
 #include "UtlPlatform.h"
 
@@ -53,12 +54,18 @@ struct EarlyUser {
     EarlyUser()
         : digit(utl::ZEN_DIGIT_TBL[9].mNarrow),
           digitSize(utl::attribBlockSize(digit, utl::ATTRIB_ZEN_DIGIT)),
-          kanaSize(utl::convertAttrib(kana, sizeof(kana), "ｶﾞ", utl::HANKAKU_ZENKAKU_PAIR, 0, 0)) {}
+          kanaSize(utl::convertAttrib(kana, sizeof(kana), "ｶﾞ", utl::HANKAKU_ZENKAKU_PAIR, 0, 0)),
+          sjisSize(utl::convertStrFromUtf8ToSjis(sjis, sizeof(sjis), "あｱz亜")),
+          utf8Size(utl::convertStrFromSjisToUtf8(utf8, sizeof(utf8), "\x82\xA0\xB1z\x88\x9F")) {}
 
     char const* digit;
     unsigned int digitSize;
     char kana[8]{};
     unsigned int kanaSize;
+    char sjis[16]{};
+    unsigned int sjisSize;
+    char utf8[16]{};
+    unsigned int utf8Size;
 };
 
 [[gnu::init_priority(101)]] EarlyUser gEarlyUser;
@@ -71,6 +78,13 @@ TEST(StaticLibrary, HasItsCodeTablesFilledBeforeAnyInitialiserRuns) {
 TEST(StaticLibrary, HasItsPairTablesFilledBeforeAnyInitialiserRuns) {
     EXPECT_STREQ(gEarlyUser.kana, "ガ");
     EXPECT_EQ(gEarlyUser.kanaSize, 4U);
+}
+
+TEST(StaticLibrary, HasItsTablesOfCharacterSetsFilledBeforeAnyInitialiserRuns) {
+    EXPECT_EQ(gEarlyUser.sjisSize, 7U);
+    EXPECT_STREQ(gEarlyUser.sjis, "\x82\xA0\xB1z\x88\x9F");
+    EXPECT_EQ(gEarlyUser.utf8Size, 11U);
+    EXPECT_STREQ(gEarlyUser.utf8, "あｱz亜");
 }
 
 }  // namespace
