@@ -1,0 +1,732 @@
+// Files and folders at their limits, on bad media, and while others have their hands on them.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TestFolder.h"
+#include "TestHooks.h"
+#include "UtlArray.h"
+#include "UtlFile.h"
+
+namespace {
+
+using utltest::contentOf;
+using utltest::HookScope;
+using utltest::openDescriptors;
+using utltest::permissions;
+using utltest::putFile;
+namespace hooks = utltest::hooks;
+
+using Lines = std::vector<std::string>;
+using Names = utl::Array<utl::BasicString<char>, utl::BasicString<char> const&>;
+
+constexpr int UTF8 = 1;
+
+class FileOdd : public utltest::InLoggedFolder {
+  protected:
+    /// Lets call 1, 2, 3, ... of a function fail, until the operation makes fewer calls than that. `prepare`
+    /// comes in front of each run; `check` gets the number and what the operation gave.
+    template <typename HOOK, typename PREPARE, typename OPERATION, typename CHECK>
+    void sweep(HOOK& hook, PREPARE prepare, OPERATION operation, CHECK check) {
+        bool isThrough = false;
+        for (unsigned int n = 1; !isThrough && n < 200; ++n) {
+            prepare();
+            mLog.clear();
+            unsigned int const descriptors = openDescriptors();
+            int result = -1;
+            {
+                HookScope const scope;
+                hook.failFrom(n, 1, -1, EIO);
+                result = operation();
+                isThrough = hook.calls() < n;
+            }
+            EXPECT_EQ(openDescriptors(), descriptors) << n;
+            check(isThrough ? 0 : n, result);
+        }
+        EXPECT_TRUE(isThrough);
+    }
+};
+
+/// A file system of its own in the folder "disk"; where the machine does not allow that, the caller has to
+/// imitate it.
+class Disk {
+  public:
+    explicit Disk(char const* options) {
+        mIsMounted = unshare(CLONE_NEWNS) == 0 &&
+                     mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                     mount("none", "disk", "tmpfs", 0, options) == 0;
+    }
+    ~Disk() {
+        if (mIsMounted) {
+            EXPECT_EQ(umount("disk"), 0);
+        }
+    }
+    Disk(Disk const&) = delete;
+    Disk& operator=(Disk const&) = delete;
+
+    bool isMounted() const { return mIsMounted; }
+    bool makeReadOnly() const {
+        return mIsMounted && mount(nullptr, "disk", nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+    }
+
+  private:
+    bool mIsMounted;
+};
+
+constexpr off_t DISK_SIZE = 16384;
+
+ssize_t writeToSmallDisk(int descriptor, void const* bytes, size_t size) {
+    off_t const left = DISK_SIZE - lseek(descriptor, 0, SEEK_CUR);
+    if (left <= 0) {
+        errno = ENOSPC;
+        return -1;
+    }
+    return write(descriptor, bytes, std::min(size, static_cast<size_t>(left)));
+}
+
+TEST_F(FileOdd, AFullDisk_TakesWhatFitsAndThenFailsWithItsLines_AndTakesMoreOnceThereIsRoom) {
+    putFolder("disk");
+    Disk const disk("size=16k,mode=0755");
+    HookScope const scope;
+    if (!disk.isMounted()) {
+        hooks::write.replace(writeToSmallDisk);
+    }
+    std::string const bytes(20000, 'b');
+    utl::File file("disk/full", UTF8);
+    ASSERT_EQ(file.open(2, 2), 1);
+    EXPECT_EQ(file.write(bytes.data(), 20000), DISK_SIZE);
+    EXPECT_EQ(file.write(bytes.data(), 20000), -1);
+    EXPECT_EQ(file.writeLine("more"), -1);
+    Lines const lines = {error("WriteFile Failed. errno[28]"), error("writeFile Failed. Path:disk/full")};
+    EXPECT_EQ(mLog.lines(), (Lines{lines[0], lines[1], lines[0], lines[1]}));
+    EXPECT_EQ(file.position(), DISK_SIZE);
+    EXPECT_EQ(file.resize(8192), 1);
+    EXPECT_EQ(file.writeLine("more"), 5);
+    EXPECT_EQ(file.size(), 8197);
+    EXPECT_EQ(permissions("disk"), 0755);
+    EXPECT_EQ(file.close(), 1);
+    EXPECT_EQ(utl::File::erase("disk/full", 0), 1);
+
+    putFile("source", bytes);
+    mLog.clear();
+    EXPECT_EQ(utl::File::copy("source", "disk/copy", 0), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+    EXPECT_EQ(contentOf("disk/copy"), bytes.substr(0, DISK_SIZE));
+    EXPECT_EQ(permissions("disk"), 0755);
+}
+
+void imitateReadOnlyDisk() {
+    hooks::open.replace([](char const* path, int flags, mode_t mode) {
+        errno = EROFS;
+        bool const isOnDisk = std::string(path).rfind("disk", 0) == 0;
+        return isOnDisk && (flags & O_ACCMODE) != O_RDONLY ? -1 : open(path, flags, mode);
+    });
+    hooks::mkdir.replace([](char const* path, mode_t) {
+        errno = access(path, F_OK) == 0 ? EEXIST : EROFS;
+        return -1;
+    });
+    hooks::chmod.replace([](char const* path, mode_t mode) {
+        errno = EROFS;
+        return std::string(path).rfind("disk", 0) == 0 ? -1 : chmod(path, mode);
+    });
+    hooks::unlink.failFrom(1, 0, -1, EROFS);
+    hooks::rmdir.failFrom(1, 0, -1, EROFS);
+    hooks::rename.failFrom(1, 0, -1, EROFS);
+}
+
+TEST_F(FileOdd, AReadOnlyDisk_CanBeReadAndRefusesAllElseWithoutAChange) {
+    putFolder("disk");
+    Disk const disk("size=64k,mode=0755");
+    putFile("disk/file", "text");
+    putFile("disk/locked", "text");
+    chmod("disk/locked", 0444);
+    putFolder("disk/folder");
+    HookScope const scope;
+    if (!disk.makeReadOnly()) {
+        imitateReadOnlyDisk();
+    }
+    {
+        utl::File reader("disk/file", UTF8);
+        EXPECT_EQ(reader.open(1, 0), 1);
+        EXPECT_EQ(reader.position(), 4);
+        EXPECT_EQ(utl::File::isOpened("disk/file", nullptr), 1);
+        EXPECT_EQ(utl::File::copy("disk/file", "copied", 0), 1);
+    }
+    EXPECT_EQ(contentOf("copied"), "text");
+    EXPECT_EQ(mLog.lines(), Lines());
+    EXPECT_EQ(utl::File("disk/file", UTF8).open(2, 2), 0);
+    EXPECT_EQ(utl::File("disk/new", UTF8).open(0, 1), 0);
+    EXPECT_EQ(utl::File("disk/locked", UTF8).open(0, 1), 0);
+    EXPECT_EQ(utl::File::copy("disk/file", "disk/copied", 1), 0);
+    EXPECT_EQ(utl::File::applyReadOnly("disk", 1), 0);
+    EXPECT_EQ(utl::File::liftReadOnly("disk/locked", 0), 0);
+    EXPECT_EQ(utl::File::liftReadOnly("disk/file", 0), 1);
+    EXPECT_EQ(mLog.lines(), (Lines{error("open() Failed. errno[30] Path:disk/file"),
+                                   error("open() Failed. errno[30] Path:disk/new")}));
+    mLog.clear();
+    EXPECT_EQ(utl::File::erase("disk/file", 0), 0);
+    EXPECT_EQ(utl::File::erase("disk/locked", 0), 0);
+    EXPECT_EQ(utl::File::erase("disk/locked", 1), 0);
+    EXPECT_EQ(utl::File::erase("disk/folder", 0), 0);
+    EXPECT_EQ(utl::File::move("disk/file", "disk/moved"), 0);
+    EXPECT_EQ(utl::File::makeDirectories("disk/folder/new"), 0);
+    Lines const lines = mLog.lines();
+    ASSERT_EQ(lines.size(), 5U);
+    EXPECT_EQ(lines[0], error("remove failed. errno[30] Path:disk/file"));
+    EXPECT_EQ(lines[1], error("Can't erase force because Not Permited:disk/locked"));
+    EXPECT_EQ(lines[2], error("rmdir Failed.Path:disk/folder errno[30]"));
+    EXPECT_EQ(lines[3], error("rename Failed. errno[30] Source:disk/file  Dest:disk/moved"));
+    EXPECT_EQ(lines[4].rfind(error("CreateDirectory Failed. errno[30] Path:disk/folder/new"), 0), 0U);
+    EXPECT_EQ(contentOf("disk/file"), "text");
+    EXPECT_EQ(permissions("disk/file"), 0644);
+    EXPECT_EQ(permissions("disk"), 0755);
+}
+
+TEST_F(FileOdd, AWriter_WhoseNthSystemCallFails_LeavesContentLockAndFolderAsTheyWere) {
+    auto const prepare = [] {
+        putFolder("d");
+        putFile("d/f", "content");
+    };
+    auto const run = [this, &prepare](auto& hook, bool canFailToRestore) {
+        int result = 0;
+        auto const operation = [&result] {
+            utl::File file("d/f", UTF8);
+            result = file.open(1, 2);
+            EXPECT_EQ(file.isOpened(), result);
+            EXPECT_EQ(file.close(), result);
+            return result;
+        };
+        sweep(hook, prepare, operation, [&](unsigned int n, int opened) {
+            EXPECT_TRUE(opened == 1 || n != 0);
+            EXPECT_EQ(contentOf("d/f"), "content") << n;
+            EXPECT_TRUE(permissions("d") == 0755 || (canFailToRestore && permissions("d") == 0777)) << n;
+            EXPECT_EQ(utl::File("d/f", UTF8).open(0, 1), 1) << n;
+        });
+    };
+    run(hooks::open, false);
+    run(hooks::flock, false);
+    run(hooks::lseek, false);
+    run(hooks::fsync, false);
+    run(hooks::stat, true);
+    run(hooks::chmod, true);
+}
+
+TEST_F(FileOdd, Copy_WhoseNthSystemCallFails_ClosesBothFilesAndPutsTheFoldersBack) {
+    std::string const source(2500, 's');
+    std::string const old(4000, 'o');
+    auto const prepare = [&] {
+        putFolder("a", 0700);
+        putFolder("b", 0750);
+        putFile("a/source", source);
+        putFile("b/copy", old);
+    };
+    auto const copyIt = [] { return utl::File::copy("a/source", "b/copy", 1); };
+    auto const run = [&](auto& hook, bool canFailToRestore, auto contentAfter) {
+        sweep(hook, prepare, copyIt, [&](unsigned int n, int result) {
+            EXPECT_EQ(contentOf("a/source"), source);
+            EXPECT_TRUE(canFailToRestore || permissions("a") == 0700) << n;
+            EXPECT_TRUE(canFailToRestore || permissions("b") == 0750) << n;
+            if (n == 0) {
+                EXPECT_EQ(result, 1);
+                EXPECT_EQ(contentOf("b/copy"), source);
+            } else {
+                contentAfter(n, result);
+            }
+        });
+    };
+    run(hooks::write, false, [&](unsigned int n, int result) {
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(contentOf("b/copy"), source.substr(0, 1024 * (n - 1)) + old.substr(1024 * (n - 1)));
+    });
+    // An error counts as the end of the file.
+    run(hooks::read, false, [&](unsigned int n, int result) {
+        EXPECT_EQ(result, 1);
+        EXPECT_EQ(contentOf("b/copy"), source.substr(0, 1024 * (n - 1)));
+    });
+    // The first is the look whether somebody holds the file.
+    run(hooks::open, false, [&](unsigned int n, int result) {
+        EXPECT_EQ(result, n == 1 ? 1 : 0);
+        EXPECT_EQ(contentOf("b/copy"), n == 1 ? source : old);
+    });
+    run(hooks::flock, false, [](unsigned int, int result) { EXPECT_EQ(result, 1); });
+    run(hooks::stat, true,
+        [&](unsigned int, int result) { EXPECT_EQ(contentOf("b/copy"), result == 1 ? source : old); });
+    run(hooks::chmod, true, [](unsigned int, int result) { EXPECT_EQ(result, 1); });
+}
+
+TEST_F(FileOdd, Erase_WhoseNthSystemCallFails_StopsThereAndCanBeFinished) {
+    auto const prepare = [] {
+        putFolder("d/tree/inner/most", 0755);
+        putFile("d/tree/one", "1");
+        putFile("d/tree/inner/two", "2");
+        putFile("d/tree/inner/three", "3");
+    };
+    auto const run = [&](auto& hook) {
+        sweep(
+            hook, prepare, [] { return utl::File::erase("d/tree", 0); },
+            [](unsigned int n, int result) {
+                EXPECT_EQ(result, n == 0 ? 1 : 0) << n;
+                EXPECT_EQ(permissions("d/tree"), n == 0 ? -1 : 0755) << n;
+                EXPECT_EQ(permissions("d"), 0755) << n;
+                EXPECT_EQ(utl::File::erase("d", 1), 1) << n;
+            });
+    };
+    run(hooks::unlink);
+    run(hooks::rmdir);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileOdd, Resize_WhoseNthSystemCallFails_IsFalseAndThePositionIsBackWhereThatCanBe) {
+    putFile("f", "");
+    utl::File file("f", UTF8);
+    ASSERT_EQ(file.open(0, 2), 1);
+    for (unsigned int const newSize : {3U, 7U, 20U}) {
+        auto const prepare = [&file] {
+            EXPECT_EQ(file.resize(0), 1);
+            EXPECT_EQ(file.write("0123456789", 10), 10);
+            EXPECT_EQ(file.seek(7, 0), 7);
+        };
+        auto const resizeIt = [&] { return file.resize(static_cast<unsigned long long>(newSize)); };
+        sweep(hooks::lseek, prepare, resizeIt, [&](unsigned int n, int result) {
+            EXPECT_EQ(result, n == 0 ? 1 : 0) << newSize << ", " << n;
+            EXPECT_EQ(file.size(), n == 0 || n == 4 ? newSize : 10) << n;
+            EXPECT_EQ(file.position(), n == 4 || (n == 0 && newSize == 3) ? newSize : 7) << n;
+        });
+        sweep(hooks::ftruncate, prepare, resizeIt, [&](unsigned int n, int result) {
+            EXPECT_EQ(result, n == 0 ? 1 : 0);
+            EXPECT_EQ(mLog.lines(), n == 0 ? Lines() : Lines{error("ftruncate Failed. Path:f")});
+            EXPECT_EQ(file.size(), n == 0 ? newSize : 10);
+            EXPECT_EQ(file.position(), n == 0 && newSize == 3 ? 3 : 7);
+        });
+    }
+    for (unsigned long long const newSize : {0x8000000000000000ULL, 0xFFFFFFFFFFFFFFFFULL}) {
+        mLog.clear();
+        EXPECT_EQ(file.resize(newSize), 0);
+        EXPECT_EQ(file.position(), 7);
+        EXPECT_EQ(mLog.lines(), Lines{error("lseek64 Failed. errno[22]")});
+    }
+}
+
+TEST_F(FileOdd, SizesAndPositionsAreWholeOnBothSidesOfTwoAndFourGibibytes) {
+    putFolder("d");
+    utl::File file("d/big", UTF8);
+    ASSERT_EQ(file.open(2, 2), 1);
+    for (long long const size : {0x7FFFFFFELL, 0x7FFFFFFFLL, 0x80000000LL, 0x80000001LL, 0xFFFFFFFELL,
+                                 0xFFFFFFFFLL, 0x100000000LL, 0x100000001LL, 0x140000000LL}) {
+        std::array<char, 4> bytes = {};
+        EXPECT_EQ(file.seek(0, 0), 0);
+        EXPECT_EQ(file.resize(static_cast<unsigned long long>(size)), 1);
+        EXPECT_EQ(file.position(), 0);
+        EXPECT_EQ(file.availableSize(), size);
+        EXPECT_EQ(file.seek(-1, 1), size - 1);
+        EXPECT_EQ(file.read(bytes.data(), 4), 1);
+        EXPECT_EQ(file.read(bytes.data(), 4), -3);
+        EXPECT_EQ(file.write("end", 3), 3);
+        EXPECT_EQ(file.position(), size + 3);
+        EXPECT_EQ(file.seek(-size - 3, 2), 0);
+        EXPECT_EQ(file.seek(size, 2), size);
+        EXPECT_EQ(file.availableSize(), 3);
+        EXPECT_EQ(utl::File::size("d/big"), size + 3);
+        EXPECT_EQ(file.seek(-size - 1, 2), -1);
+        EXPECT_EQ(file.position(), size);
+        EXPECT_EQ(file.resize(), 1);
+        EXPECT_EQ(file.size(), size);
+    }
+    EXPECT_EQ(truncate("d/big", 0x100000000LL), 0);
+    putFile("d/small", "1234567");
+    EXPECT_EQ(utl::File::size("d"), 0x100000007LL);
+    EXPECT_EQ(mLog.lines(), Lines(9, error("lseek64 Failed. errno[22]")));
+}
+
+TEST_F(FileOdd, AWriteOnlyFileCannotBeRead_ExceptThatItHasAnEnd_AndAReaderCannotWrite) {
+    putFile("f", "text");
+    std::array<char, 8> bytes = {};
+    utl::File writer("f", UTF8);
+    ASSERT_EQ(writer.open(0, 1), 1);
+    EXPECT_EQ(writer.read(bytes.data(), 8), -1);
+    EXPECT_EQ(mLog.lines(),
+              (Lines{error("ReadFile Failed. errno[9]"), error("in read func readFile Failed. Path:f")}));
+    mLog.clear();
+    EXPECT_EQ(writer.seek(0, 1), 4);
+    EXPECT_EQ(writer.read(bytes.data(), 8), -3);
+    EXPECT_EQ(mLog.lines(), Lines());
+    EXPECT_EQ(writer.close(), 1);
+
+    utl::File reader("f", UTF8);
+    ASSERT_EQ(reader.open(0, 0), 1);
+    EXPECT_EQ(reader.write("more", 4), -1);
+    EXPECT_EQ(reader.resize(2ULL), 0);
+    EXPECT_EQ(reader.position(), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("WriteFile Failed. errno[9]"), error("writeFile Failed. Path:f"),
+                                   error("ftruncate Failed. Path:f")}));
+    EXPECT_EQ(contentOf("f"), "text");
+}
+
+TEST_F(FileOdd, ALockOutlivesTheObject_AsLongAsAnotherProcessHasTheDescriptor) {
+    char const* const path = "held%s/%n%d";
+    utl::File file(path, UTF8);
+    ASSERT_EQ(file.open(0, 2), 1);
+    std::array<int, 2> ends = {};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    pid_t const child = fork();
+    if (child == 0) {
+        close(ends[1]);
+        char byte = 0;
+        _exit(static_cast<int>(read(ends[0], &byte, 1)));
+    }
+    close(ends[0]);
+    EXPECT_EQ(file.close(), 1);
+    mLog.clear();
+    EXPECT_EQ(file.open(0, 0), 0);
+    EXPECT_EQ(mLog.lines(), Lines{debug("Other process is opening. errno[11] Path:held%s/%n%d")});
+    bool isShared = true;
+    EXPECT_EQ(utl::File::isOpened(path, &isShared), 1);
+    EXPECT_FALSE(isShared);
+    EXPECT_EQ(file.move("moved"), 0);
+    EXPECT_EQ(file.erase(1), 0);
+    EXPECT_EQ(file.copy("copied", 1), 0);
+    EXPECT_EQ(file.size(), 0);
+    close(ends[1]);
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    EXPECT_EQ(utl::File::isOpened(path, &isShared), 0);
+    EXPECT_EQ(file.open(0, 0), 1);
+}
+
+TEST_F(FileOdd, AWriterWhoseFolderIsGone_WritesWithALineAboutTheFolderAndCanMakeItAgain) {
+    utl::File file("d/f", UTF8);
+    ASSERT_EQ(file.open(0, 2), 1);
+    std::filesystem::remove_all("d");
+    mLog.clear();
+    EXPECT_EQ(file.write("ab", 2), 2);
+    EXPECT_EQ(mLog.lines(), Lines{debug("is changeParentAccessMode func stat Failed. errno[2] Path:d")});
+    EXPECT_EQ(file.size(), 2);
+    EXPECT_EQ(file.resize(1ULL), 1);
+    EXPECT_EQ(file.availableSize(), 0);
+    EXPECT_EQ(file.close(), 1);
+    EXPECT_EQ(file.size(), -1);
+    EXPECT_EQ(file.open(0, 0), 0);
+    EXPECT_EQ(file.open(1, 1), 1);
+    EXPECT_EQ(permissions("d/f"), 0777);
+    EXPECT_EQ(contentOf("d/f"), "");
+}
+
+TEST_F(FileOdd, EveryModeOfAFolderComesBack_AndNothingOfTheUmaskReachesAFile) {
+    mode_t const before = umask(0777);
+    for (int const mode : {0500, 0511, 0555, 0700, 0755, 01777, 02755, 03775, 0777}) {
+        putFolder("d", static_cast<mode_t>(mode));
+        utl::File file("d/f", UTF8);
+        EXPECT_EQ(file.open(2, 2), 1);
+        EXPECT_EQ(permissions("d"), mode);
+        EXPECT_EQ(file.write("x", 1), 1);
+        EXPECT_EQ(permissions("d"), mode);
+        EXPECT_EQ(file.close(), 1);
+        EXPECT_EQ(permissions("d/f"), 0777);
+        chmod("d/f", 0640);
+        EXPECT_EQ(file.copy("d/g", 0), 1);
+        EXPECT_EQ(permissions("d/g"), 0640);
+        EXPECT_EQ(permissions("d"), mode);
+        EXPECT_EQ(utl::File::erase("d/f", 0) + utl::File::erase("d/g", 0), 2);
+        EXPECT_EQ(permissions("d"), mode);
+    }
+    putFolder("e", 0700);
+    EXPECT_EQ(utl::File("e/x\\y/f", UTF8).open(0, 1), 1);
+    umask(before);
+    for (char const* const path : {"e", "e/x", "e/x/y", "e/x/y/f"}) {
+        EXPECT_EQ(permissions(path), 0777) << path;
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileOdd, ADescriptorOfZero_IsLostOnceAndIsNoFileEver) {
+    putFile("f", "text");
+    int const input = dup(STDIN_FILENO);
+    ASSERT_GT(input, 0);
+    utl::File file("f", UTF8);
+    close(STDIN_FILENO);
+    EXPECT_EQ(file.open(0, 0), 0);
+    EXPECT_EQ(file.isOpened(), 0);
+    EXPECT_EQ(file.open(0, 0), 1);
+    EXPECT_EQ(file.close(), 1);
+    close(STDIN_FILENO);
+    EXPECT_EQ(utl::File::size("f"), -1);
+    EXPECT_EQ(utl::File::size("f"), 4);
+    Lines const lines = mLog.lines();
+    EXPECT_EQ(dup2(input, STDIN_FILENO), STDIN_FILENO);
+    close(input);
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0].rfind(error("open() Failed. errno["), 0), 0U);
+    EXPECT_EQ(lines[1].rfind(error("in size func open Failed. Path:f errno["), 0), 0U);
+}
+
+TEST_F(FileOdd, APathOf259BytesIsServedByEveryOperation_AndOneOf260ByExistsAndIsReadOnlyAlone) {
+    std::string const folder(200, 'n');
+    for (std::size_t const size : {259U, 260U}) {
+        bool const fits = size == 259;
+        int const good = fits ? 1 : 0;
+        std::string const name(size - 201, 'f');
+        std::string const path = folder + "/" + name;
+        char const* const text = path.c_str();
+        std::vector<char> output(256);
+        EXPECT_EQ(utl::File(text, UTF8).open(0, 1), good);
+        putFolder(folder);
+        putFile(path, "text");
+        EXPECT_EQ(utl::File::exists(text), 1);
+        EXPECT_EQ(utl::File::isReadOnly(text), 0);
+        EXPECT_EQ(utl::File(text, UTF8).open(1, 0), good);
+        EXPECT_EQ(utl::File::size(text), fits ? 4 : -1);
+        EXPECT_EQ(utl::File::extractFileName(output.data(), 256, text, 0), good);
+        EXPECT_EQ(utl::File::extractDirectoryPath(output.data(), 256, text), good);
+        EXPECT_EQ(utl::File::copy(text, "copy", 0), good);
+        EXPECT_EQ(utl::File::copy("copy", text, 1), good);
+        EXPECT_EQ(utl::File::applyReadOnly(text, 0), good);
+        EXPECT_EQ(utl::File::liftReadOnly(text, 0), good);
+        EXPECT_EQ(utl::File::move(text, "moved"), good);
+        EXPECT_EQ(utl::File::move("moved", text), good);
+        EXPECT_EQ(utl::File::erase(text, 0), good);
+        EXPECT_EQ(utl::File::makeDirectories((path.substr(0, size - 2) + "/d").c_str()), good);
+        EXPECT_EQ(permissions(path), fits ? -1 : 0644);
+        std::filesystem::remove_all(folder);
+        std::filesystem::remove("copy");
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileOdd, AFolderWithAnEntryWhosePathIsTooLong_IsListedAndFailsInAllThatGoesIntoIt) {
+    std::string const folder(10, 'd');
+    for (std::size_t const size : {248U, 249U}) {
+        int const good = size == 248 ? 1 : 0;
+        std::string const path = folder + "/" + std::string(size, 'e');
+        putFolder(folder);
+        putFile(path, "text");
+        Names names(0, 1);
+        EXPECT_EQ(utl::File::children(folder.c_str(), &names, 2, nullptr, 0), 1);
+        EXPECT_EQ(*names.getAt(0), path.c_str());
+        EXPECT_EQ(utl::File::size(folder.c_str()), good == 1 ? 4 : -1);
+        EXPECT_EQ(utl::File::copy(folder.c_str(), "copy", 0), good);
+        EXPECT_EQ(permissions("copy"), 0777);
+        EXPECT_EQ(utl::File::applyReadOnly(folder.c_str(), 1), good);
+        EXPECT_EQ(permissions(folder), 0555);
+        EXPECT_EQ(permissions(path), good == 1 ? 0555 : 0644);
+        EXPECT_EQ(utl::File::liftReadOnly(folder.c_str(), 1), good);
+        EXPECT_EQ(utl::File::erase(folder.c_str(), 1), good);
+        EXPECT_EQ(permissions(folder), good == 1 ? -1 : 0777);
+        EXPECT_EQ(contentOf(path), good == 1 ? "" : "text");
+        EXPECT_EQ(utl::File::erase("copy", 0), 1);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileOdd, ANameThatIsNotUtf8_CanBeListedReadAndErasedButNotTakenApart) {
+    putFolder("m");
+    putFile("m/ok.txt", "12");
+    putFile("m/x\xFF.txt", "345");
+    Names names(4, 0);
+    EXPECT_EQ(utl::File::children("m", &names, 0, nullptr, 0), 2);
+    EXPECT_EQ(utl::File::children("m", &names, 0, "TXT", 0), 1);
+    EXPECT_EQ(*names.getAt(0), "m/ok.txt");
+    EXPECT_EQ(utl::File::size("m"), 5);
+    {
+        utl::File file("m\\x\xFF.txt", UTF8);
+        EXPECT_EQ(file.open(0, 0), 1);
+        EXPECT_EQ(file.close(), 1);
+        EXPECT_EQ(file.open(0, 1), 0);
+    }
+    EXPECT_EQ(utl::File::move("m/ok.txt", "m/\xE3\x81.txt"), 0);
+    EXPECT_EQ(utl::File::move("m/x\xFF.txt", "m/y.txt"), 1);
+    putFile("m/\x82", "");
+    EXPECT_EQ(utl::File::erase("m", 0), 1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileOdd, Copy_OntoAnotherNameOfTheSameFile_KeepsItsContent) {
+    std::string const content(3000, 'c');
+    putFolder("d");
+    putFile("d/file", content);
+    ASSERT_EQ(link("d/file", "hard"), 0);
+    ASSERT_EQ(symlink("d/file", "soft"), 0);
+    EXPECT_EQ(utl::File::copy("d/file", "hard", 1), 1);
+    EXPECT_EQ(utl::File::copy("soft", "d/file", 1), 1);
+    EXPECT_EQ(utl::File::copy("d/file", "d/./file", 1), 1);
+    EXPECT_EQ(utl::File::copy("d/file", "d\\file", 0), 1);
+    EXPECT_EQ(utl::File::copy("d/file", "d/./file", 0), 0);
+    EXPECT_EQ(contentOf("d/file"), content);
+    EXPECT_EQ(permissions("d"), 0755);
+}
+
+TEST_F(FileOdd, FoldersThatContainThemselves_EndAtTheLongestPathOrAtTheMostLinks) {
+    putFolder("d");
+    putFile("d/f", "text");
+    EXPECT_EQ(utl::File::copy("d", "d/e", 0), 0);
+    EXPECT_EQ(contentOf("d/f"), "text");
+    EXPECT_EQ(utl::File::erase("d", 0), 1);
+    putFolder("loop");
+    ASSERT_EQ(symlink(".", "loop/again"), 0);
+    EXPECT_EQ(utl::File::size("loop"), -1);
+    EXPECT_EQ(utl::File::erase("loop", 0), 0);
+    EXPECT_EQ(utl::File::move("loop", "loop/inside/it"), 0);
+    EXPECT_EQ(mLog.lines(), Lines{error("rename Failed. errno[22] Source:loop  Dest:loop/inside/it")});
+    EXPECT_TRUE(std::filesystem::is_symlink("loop/again"));
+}
+
+/// The names that a listing gives, sorted; the result alone if it is negative.
+struct Listing {
+    char const* path;
+    int kind;
+    char const* extension;
+    int result;
+    Lines names;
+};
+
+TEST_F(FileOdd, Children_TakesTheLastComponentForAPatternOnlyWhereNoFolderHasThatName) {
+    putFolder("l/sub.txt");
+    putFolder("w*[x]/in");
+    for (char const* const name : {"l/a.txt", "l/B.TXT", "l/.hid.txt", "l/c1", "l/c2", "l/x[1]", "l/%s"}) {
+        putFile(name, "");
+    }
+    Listing const listings[] = {{"l/*.txt", 0, nullptr, 2, {"l/.hid.txt", "l/a.txt"}},
+                                {"l\\*.txt", 2, nullptr, 3, {"l/.hid.txt", "l/a.txt", "l/sub.txt"}},
+                                {"l/*.TXT", 2, "txt", 1, {"l/B.TXT"}},
+                                {"l/*", 2, "tXt", 4, {"l/.hid.txt", "l/B.TXT", "l/a.txt", "l/sub.txt"}},
+                                {"l", 1, "c", 1, {"l/sub.txt"}},
+                                {"l/*", 1, nullptr, 1, {"l/sub.txt"}},
+                                {"l/c[!1]", 0, nullptr, 1, {"l/c2"}},
+                                {"l/??", 0, "", 3, {"l/%s", "l/c1", "l/c2"}},
+                                {"l/x[1]", 0, nullptr, 0, {}},
+                                {"l/[]", 2, nullptr, 0, {}},
+                                {"l/a.txt", 0, nullptr, 0, {}},
+                                {"w*[x]", 2, nullptr, 1, {"w*[x]/in"}},
+                                {"w*[x]/*", 2, nullptr, -1, {}},
+                                {"l/*/", 2, nullptr, -1, {}},
+                                {"*", 2, nullptr, -1, {}},
+                                {"/*", 2, nullptr, -1, {}},
+                                {"none/*", 2, nullptr, -1, {}},
+                                {"l//*", 2, nullptr, -1, {}},
+                                {"l", 3, nullptr, -1, {}},
+                                {"l", -1, nullptr, -1, {}}};
+    for (Listing const& listing : listings) {
+        Names names(1, 1);
+        names.insertAt(0, "old");
+        EXPECT_EQ(utl::File::children(listing.path, &names, listing.kind, listing.extension, 0),
+                  listing.result)
+            << listing.path;
+        Lines found;
+        for (unsigned int i = 0; i < names.size(); ++i) {
+            found.emplace_back(names.getAt(i)->buffer());
+        }
+        std::sort(found.begin(), found.end());
+        EXPECT_EQ(found, listing.names) << listing.path;
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+/// The parts of a path; no parts for one that has no name or fails the check.
+struct Parts {
+    explicit Parts(std::string path) {
+        std::replace(path.begin(), path.end(), '\\', '/');
+        std::size_t const last = path.find_last_not_of('/');
+        areThere = last != std::string::npos && path.find("//") == std::string::npos;
+        if (!areThere) {
+            return;
+        }
+        path.erase(last + 1);
+        std::size_t const start = path.rfind('/') + 1;  // 0 where there is none
+        name = path.substr(start);
+        stem = name.substr(0, name.rfind('.'));
+        extension = name.find('.') == std::string::npos ? "" : name.substr(name.rfind('.') + 1);
+        folder = path.substr(0, start == 0 ? 0 : start - 1);
+        std::size_t const first = path.find_first_not_of('/');
+        volume = path.substr(first, path.find('/', first) - first);
+    }
+
+    bool areThere;
+    std::string name, stem, extension, folder, volume;
+};
+
+template <typename EXTRACT>
+void expectPart(std::string const& path, bool isThere, std::string const& part, EXTRACT extract) {
+    unsigned int const size = static_cast<unsigned int>(part.size()) + 1;
+    auto const output = std::make_unique<char[]>(size);
+    output[0] = '~';
+    EXPECT_EQ(extract(output.get(), size - 1), 0) << path;
+    EXPECT_EQ(output[0], '~') << path;
+    EXPECT_EQ(extract(output.get(), size), isThere ? 1 : 0) << path;
+    EXPECT_EQ(std::string(output.get(), size), isThere ? part + '\0' : "~") << path;
+}
+
+TEST_F(FileOdd, EveryShortPathComesApartAtItsSeparatorsAndItsLastDot) {
+    char const* const pieces[] = {"a", ".", "/", "\\", "\xE8\xA1\xA8"};
+    Lines paths = {""};
+    for (std::size_t from = 0, to = 1, size = 1; size <= 5; ++size, from = to, to = paths.size()) {
+        for (std::size_t i = from; i < to; ++i) {
+            for (char const* const piece : pieces) {
+                paths.push_back(paths[i] + piece);
+            }
+        }
+        to = paths.size();
+    }
+    for (std::string const& path : paths) {
+        Parts const parts(path);
+        char const* const text = path.c_str();
+        expectPart(path, parts.areThere, parts.name, [text](char* output, unsigned int size) {
+            return utl::File::extractFileName(output, size, text, 2);
+        });
+        expectPart(path, parts.areThere, parts.stem, [text](char* output, unsigned int size) {
+            return utl::File::extractFileName(output, size, text, 1);
+        });
+        expectPart(path, parts.areThere, parts.extension, [text](char* output, unsigned int size) {
+            return utl::File::extractExtension(output, size, text);
+        });
+        expectPart(path, parts.areThere, parts.folder, [text](char* output, unsigned int size) {
+            return utl::File::extractDirectoryPath(output, size, text);
+        });
+        expectPart(path, parts.areThere, parts.volume, [text](char* output, unsigned int size) {
+            return utl::File::extractVolumeName(output, size, text);
+        });
+    }
+}
+
+using FileOddQuiet = utltest::InFolder;
+
+TEST_F(FileOddQuiet, Writers_OnThreadsOfTheirOwn_NeverHaveAFileTogether) {
+    putFile("count", std::string(1, '\0'));
+    auto const countUp = [] {
+        for (int i = 0; i < 20; ++i) {
+            utl::File file("count", UTF8);
+            utl::File::AutoClose const closing(file);
+            while (file.open(0, 2) == 0) {
+                std::this_thread::yield();
+            }
+            unsigned char count = 0;
+            EXPECT_EQ(file.read(&count, 1), 1);
+            std::this_thread::yield();
+            ++count;
+            EXPECT_EQ(file.seek(0, 0), 0);
+            EXPECT_EQ(file.write(&count, 1), 1);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back(countUp);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(contentOf("count"), std::string(1, 80));
+}
+
+}  // namespace
