@@ -38,6 +38,13 @@ std::string bytesOf(unsigned int number) {
     return bytes;
 }
 
+std::string utf8Of(unsigned int unit) {
+    char bytes[3];
+    unsigned int const size =
+        utl::convertCharFromUtf16ToUtf8(bytes, 3, static_cast<unsigned short>(unit), nullptr);
+    return {bytes, size};
+}
+
 std::string hex(unsigned int number) {
     char text[16];
     std::snprintf(text, sizeof(text), "%X", number);
@@ -112,9 +119,7 @@ TEST(SjisTables, BothTables_HoldTheSameCharacters) {
 
 TEST(SjisTables, TheUnitAndTheBytesOfARow_AreTheSameCharacter) {
     for (SjisRecord const& record : FROM_SJIS) {
-        char bytes[3];
-        unsigned int const size = utl::convertCharFromUtf16ToUtf8(bytes, 3, record.mUtf16, nullptr);
-        EXPECT_EQ(std::string(bytes, size), bytesOf(record.mUtf8));
+        EXPECT_EQ(utf8Of(record.mUtf16), bytesOf(record.mUtf8));
     }
 }
 
@@ -262,28 +267,86 @@ std::map<unsigned int, unsigned int> const LOOKALIKES{{0xA2, 0x8191}, {0xA3, 0x8
                                                       {0xAC, 0x81CA}, {0x2014, 0x815C}, {0x2016, 0x8161},
                                                       {0x203E, 0x7E}, {0x2212, 0x817C}, {0x301C, 0x8160}};
 
-// The C library has codes for characters of users' own, with first bytes from 0xF0 to 0xF9.
-bool isUsersOwn(unsigned int unit) {
-    return unit >= 0xE000 && unit < 0xF900;
+// Characters of users' own have codes in the C library, 188 for each first byte from 0xF0 to 0xF9. Here these
+// bytes start no code and the characters have none: nobody outside of one program knows what they look like.
+constexpr unsigned int FIRST_OWN = 0xE000;
+constexpr unsigned int LAST_OWN = 0xE757;
+
+unsigned int ownCodeOf(unsigned int unit) {
+    unsigned int const index = unit - FIRST_OWN;
+    unsigned int const second = 0x40 + index % 188;
+    return (0xF0 + index / 188) << 8U | (second < 0x7F ? second : second + 1);
 }
 
-TEST(SjisTables, EveryCharacterWithoutARow_IsUnknownToTheCLibraryOrOneOfTheseLookalikes) {
+bool isOwn(unsigned int unit) {
+    return unit >= FIRST_OWN && unit <= LAST_OWN;
+}
+
+// What the C library writes for a character without a row.
+std::string writtenWithoutRow(unsigned int unit) {
+    auto const lookalike = LOOKALIKES.find(unit);
+    return lookalike != LOOKALIKES.end() ? bytesOf(lookalike->second)
+           : isOwn(unit)                 ? bytesOf(ownCodeOf(unit))
+                                         : "";
+}
+
+TEST(SjisTables, EveryCharacterWithoutARow_IsUnknownToTheCLibraryOrALookalikeOrUsersOwn) {
     Iconv const toSjis("CP932", "UTF-8");
     for (unsigned int unit = 0x80; unit <= 0xFFFF; ++unit) {
-        char bytes[3];
-        unsigned int const size =
-            utl::convertCharFromUtf16ToUtf8(bytes, 3, static_cast<unsigned short>(unit), nullptr);
+        std::string const bytes = utf8Of(unit);
         unsigned int key = 0;
-        for (unsigned int i = 0; i < size; ++i) {
-            key = key << 8U | static_cast<unsigned char>(bytes[i]);
+        for (char const byte : bytes) {
+            key = key << 8U | static_cast<unsigned char>(byte);
         }
-        if (size == 0 || isUsersOwn(unit) || found(FROM_UTF8, &Utf8ToSjisRecord::mUtf8, key) != nullptr) {
-            continue;
+        if (!bytes.empty() && found(FROM_UTF8, &Utf8ToSjisRecord::mUtf8, key) == nullptr) {
+            EXPECT_EQ(toSjis.convert(bytes), writtenWithoutRow(unit)) << hex(unit);
         }
-        auto const lookalike = LOOKALIKES.find(unit);
-        EXPECT_EQ(toSjis.convert(std::string(bytes, size)),
-                  lookalike != LOOKALIKES.end() ? bytesOf(lookalike->second) : "")
-            << hex(unit);
+    }
+}
+
+TEST(SjisTables, CharactersOfUsersOwn_PassByteByByteBelowF000AndAreLostFromThereOn) {
+    for (unsigned int unit = FIRST_OWN; unit <= 0xF8FF; ++unit) {
+        std::string const bytes = utf8Of(unit);
+        std::string const expected = unit < 0xF000 ? bytes : std::string(1, '\0');
+        ASSERT_EQ(textOf(converted(&utl::convertStrFromUtf8ToSjis, bytes)), expected) << hex(unit);
+    }
+}
+
+// A byte that passes as it is, alone and in front of others.
+void expectLiteral(std::string const& text) {
+    auto const first = static_cast<unsigned char>(text[0]);
+    char byte = 0;
+    unsigned short unit = 0;
+    unsigned int consumed = 0;
+    EXPECT_EQ(utl::convertCharFromSjisToUtf8(&byte, 1, text.c_str(), &consumed), 1U) << hex(first);
+    EXPECT_EQ(byte, text[0]);
+    EXPECT_EQ(consumed, 1U) << hex(first);
+    EXPECT_EQ(utl::convertCharFromSjisToUtf16(&unit, text.c_str(), nullptr), 2U) << hex(first);
+    EXPECT_EQ(unit, first);
+}
+
+TEST(SjisTables, CodesOfUsersOwn_AreReadByTheCLibraryAndAsSingleBytesHere) {
+    Iconv const toUtf16("UTF-16LE", "CP932");
+    std::set<unsigned int> own;
+    for (unsigned int unit = FIRST_OWN; unit <= LAST_OWN; ++unit) {
+        own.insert(ownCodeOf(unit));
+        EXPECT_EQ(toUtf16.convert(bytesOf(ownCodeOf(unit))), littleEndian(unit, 2)) << hex(unit);
+    }
+    for (unsigned int code = 0xF001; code <= 0xF9FF; ++code) {
+        if ((code & 0xFFU) != 0) {
+            EXPECT_EQ(toUtf16.convert(bytesOf(code)).empty(), own.count(code) == 0) << hex(code);
+            expectLiteral(bytesOf(code));
+        }
+    }
+}
+
+TEST(SjisTables, BytesThatTheCLibraryRefuses_PassHere) {
+    Iconv const toUtf8("UTF-8", "CP932");
+    for (unsigned int byte : {0x80U, 0xA0U, 0xFDU, 0xFEU, 0xFFU}) {
+        std::string const text = bytesOf(byte);
+        EXPECT_EQ(toUtf8.convert(text), "") << hex(byte);
+        expectLiteral(text);
+        EXPECT_EQ(textOf(converted(&utl::convertStrFromSjisToUtf8, text)), text) << hex(byte);
     }
 }
 
