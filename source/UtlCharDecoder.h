@@ -7,9 +7,9 @@
 
 namespace utl {
 
-// How UTF-8 is made. `Utf8Triple` and the index of the Shift-JIS tables know the bytes of their own cases as
-// well, for speed; nothing else does. What reads here looks at no more bytes than it needs and never behind a
-// terminator, since a terminator continues no sequence.
+// How UTF-8 is made, character by character. What looks at it in another way for speed knows it too:
+// `Utf8Triple`, `Utf8Text`, and the indexes of the Shift-JIS and the pair tables. What reads here looks at no
+// more bytes than it needs and never behind a terminator, since a terminator continues no sequence.
 
 /// Bytes that a sequence with this first byte should have, by its top bits; 0 if it can start none.
 constexpr unsigned int sequenceBytes(char first) {
