@@ -100,11 +100,12 @@ long long File::seekKey(unsigned char const* key, unsigned int keyLength, unsign
         return -1;
     }
     long long const bytes = bytesToKeyEnd(this, KeySearch(key, keyLength), range);
-    if (bytes < 0) {
+    long long const found =
+        bytes < 0 ? bytes : seek(begin + bytes - (mode == BEHIND_THE_KEY ? 0 : keyLength), START);
+    if (found < 0) {
         seek(oldPosition, START);
-        return bytes;
     }
-    return seek(begin + bytes - (mode == BEHIND_THE_KEY ? 0 : keyLength), START);
+    return found;
 }
 
 long long File::seekKey(char const* key, unsigned long long start, unsigned long long range, int mode) {

@@ -671,4 +671,13 @@ TEST_F(FileText, ALogLine_GoesToAFileWholeInItsEncoding_ItsLineEndToo) {
     EXPECT_EQ(written(), "");
 }
 
+TEST_F(FileText, SeekKey_WhoseLastSeekFails_GivesMinusOneAndStays) {
+    utl::File& file = reading(std::string(30, '-') + "key", UTF8);
+    for (unsigned int n = 1; n <= 5; ++n) {
+        file.seek(3, 0);
+        EXPECT_EQ(withNthFailing(1, n, [&] { return file.seekKey("key", 1, ANYWHERE, 1); }), -1) << n;
+        EXPECT_EQ(file.position(), 3) << n;
+    }
+}
+
 }  // namespace
