@@ -87,8 +87,9 @@ class UTL_API ThreadManager {
     /// The instance, null if there is none.
     static ThreadManager* getIfCreated();
 
-    /// Creates the instance with room for `entryMax` threads. False, with nothing changed, if there is one:
-    /// call it before any thread is started.
+    /// Creates the instance with room for `entryMax` threads, one of which is the watchdog's, which the first
+    /// `get` starts. False, with nothing changed, if there is an instance: call it before any thread is
+    /// started.
     static bool initializeEntryMax(unsigned int entryMax);
 
     /// Ends the watchdog's thread, waits for that, and deletes the instance. Not on the watchdog's thread,

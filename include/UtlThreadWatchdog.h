@@ -93,7 +93,8 @@ inline bool operator!=(WatchdogInfo const& left, WatchdogInfo const& right) {
 using WatchdogInfos = Map<int, WatchdogInfo>;
 
 /// Is told when a thread has kept silent too long; *one owner thread*, because the watchdog's thread alone
-/// calls it.
+/// calls it. A time-out that was found in time may reach it behind the `unregister` of its thread: it must
+/// live until the watchdog is shut down.
 class UTL_API WatchdogTimerListener {
   public:
     WatchdogTimerListener() = default;
@@ -165,9 +166,7 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
 
     /// Registers thread `id`, not yet watched. False, with a log line of level 1, for an `aliveTime` of 0,
     /// even before the watchdog is initialized, and for an id that is registered or a full table, which stays
-    /// as it is. False for a null `name`. `listener` may be null; a
-    /// time-out that was found before `unregister` may reach it behind that, so it must live until
-    /// `shutdown`.
+    /// as it is. False for a null `name`. `listener` may be null.
     bool entry(int id, unsigned int aliveTime, WatchdogTimerListener* listener, char const* name);
 
     /// Removes thread `id`; false if it is not registered.
