@@ -99,7 +99,7 @@ class UTL_API Time {
     /// Whole days from `reference` to this moment; 0xFFFFFFFF if either is invalid or this one lies before.
     ///
     /// The day that is not complete does not count: this moment has an earlier time of day, by seconds, or
-    /// the same second and a fraction that is less by under a millisecond. A fraction that is less by more
+    /// the same second and a fraction that is less by a millisecond at most. A fraction that is less by more
     /// does not count against it; callers rely on values that were computed so. Where 29 to 31 February of a
     /// shorter month lies in between, days are counted as `getDays` numbers them and the difference may wrap.
     unsigned int getElapsedDays(Time const& reference) const;
@@ -110,7 +110,7 @@ class UTL_API Time {
     /// They are 86400 for each day that `getElapsedDays` gives, and the difference of the times of day. Where
     /// this moment has the earlier time of day that difference is negative, so the result is a day short, and
     /// within the first day it wraps below 0: from 23:00 to 01:00 of the next day it is 2 hours less a day.
-    /// A second whose fraction is incomplete by less than a millisecond does not count. Callers have values
+    /// A second whose fraction is incomplete by a millisecond at most does not count. Callers have values
     /// that were computed so, and rely on all of this.
     unsigned int getElapsedSeconds(Time const& reference) const;
 

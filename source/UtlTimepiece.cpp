@@ -179,7 +179,7 @@ unsigned int Time::fraction() const {
     return mMillisecond * NANOSECONDS_OF_MILLISECOND + mMicrosecond * 1000U + mNanosecond;
 }
 
-// A fraction that is less than the reference's by a millisecond or more wraps, and does not count as less.
+// A fraction that is less than the reference's by more than a millisecond wraps, and does not count as less.
 bool Time::lacksFractionOf(Time const& reference) const {
     return fraction() != reference.fraction() &&
            fraction() + NANOSECONDS_OF_MILLISECOND - reference.fraction() < NANOSECONDS_OF_MILLISECOND;

@@ -309,7 +309,7 @@ TEST(Time, GetElapsedDays_WithinOneDay_Is0WhateverTheFractions) {
     EXPECT_EQ(atFraction(1, 999, 999, 999).getElapsedDays(atFraction(1, 0, 0, 0)), 0U);
 }
 
-TEST(Time, GetElapsedDays_AtTheSameSecond_IsADayLessOnlyForAShortfallBelowAMillisecond) {
+TEST(Time, GetElapsedDays_AtTheSameSecond_IsADayLessOnlyForAShortfallOfAMillisecondAtMost) {
     Time const reference = atFraction(1, 5, 0, 0);
     EXPECT_EQ(atFraction(2, 5, 0, 0).getElapsedDays(reference), 1U);
     EXPECT_EQ(atFraction(2, 5, 0, 1).getElapsedDays(reference), 1U);
@@ -351,7 +351,7 @@ TEST(Time, GetElapsedSeconds_ToAnEarlierTimeOfDay_IsADayShortAndWrapsOnTheFirst)
     EXPECT_EQ(atClock(2024, 1, 3, 1, 0, 0).getElapsedSeconds(evening), 2U * 3600);
 }
 
-TEST(Time, GetElapsedSeconds_IsASecondLessOnlyForAShortfallBelowAMillisecond) {
+TEST(Time, GetElapsedSeconds_IsASecondLessOnlyForAShortfallOfAMillisecondAtMost) {
     Time const reference(2024, 1, 1, 12, 0, 0, 5, 0, 0);
     auto const elapsed = [&reference](unsigned short millisecond, unsigned short microsecond,
                                       unsigned short nanosecond) {
