@@ -81,7 +81,8 @@ class UTL_API Memory {
     static Memory* get();
 
     /// Deletes the instance, if there is one; the next `get` makes a new one with empty tables. Nobody else
-    /// may be using it. A thread that begins meanwhile waits, or has its name in the new instance.
+    /// may be using it, and hooks that come here must be closed to this call too. A thread that begins
+    /// meanwhile waits, or has its name in the new instance.
     static void destroy();
 
     /// True in a library that was built with `UTL_HEAP_MANAGEMENT` as 1.
@@ -136,10 +137,10 @@ class UTL_API Memory {
 
     ///@{
     /// Writes a report to the file of `path`: the totals, all live allocations, or those since the mark.
-    /// Makes missing folders, leaves the file's folder with the mode 0777, and replaces what the file held.
-    /// Nothing is written for null, for a path that a `File` would refuse and where the system refuses. All
-    /// of that gives true; false is given for a report since a mark that was never set. Where management is
-    /// not enabled nothing is done, and true. `reserved` has no effect.
+    /// Makes missing folders, leaves a folder that `path` names with the mode 0777, and replaces what the
+    /// file held. Nothing is written for null, for a path that a `File` would refuse and where the system
+    /// refuses. All of that gives true; false is given for a report since a mark that was never set. Where
+    /// management is not enabled nothing is done, and true. `reserved` has no effect.
     bool printUsedHeap(int reserved, char const* path);
     bool printUsedHeapDetail(int reserved, char const* path);
     bool printMarkedHeapDetail(int reserved, char const* path);

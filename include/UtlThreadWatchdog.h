@@ -216,9 +216,14 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
   private:
     friend struct ThreadWatchdogTestAccess;
 
+    struct TableSize;
+    enum TimeoutAnswer { NOT_OVERDUE, NO_ROOM, DECLARED };
+
     bool setTimer(unsigned int interval);
     int findOverdue(unsigned int now);
-    bool declareTimeout(int id, WatchdogTimerListener** listener, WatchdogInfos* copy);
+    TableSize tableSize();
+    TimeoutAnswer declareTimeout(int id, TableSize const& made, WatchdogTimerListener** listener,
+                                 WatchdogInfos* copy);
 
     MsgDrivenThread* mThread;
     std::atomic<int> mTimerId;

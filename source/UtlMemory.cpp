@@ -46,10 +46,11 @@ unsigned int shownAddress(void const* address) {
     return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(address));
 }
 
+// A path that is too long is refused here: to look at it would take memory from the heap.
 int openReport(char const* path) {
     char folder[PATH_BUFFER_SIZE] = {};
-    if (path == nullptr || File::extractDirectoryPath(folder, sizeof(folder), path) == 0 ||
-        File::makeDirectories(folder) == 0) {
+    if (path == nullptr || std::strlen(path) >= PATH_BUFFER_SIZE ||
+        File::extractDirectoryPath(folder, sizeof(folder), path) == 0 || File::makeDirectories(folder) == 0) {
         return NO_DESCRIPTOR;
     }
     File::changeParentAccessMode(path, REPORT_MODE, nullptr);

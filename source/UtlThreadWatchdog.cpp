@@ -1,6 +1,8 @@
 #include "UtlThreadWatchdog.h"
 
+#include <algorithm>
 #include <cstring>
+#include <string>
 
 #include "UtlLog.h"
 #include "UtlLogText.h"
@@ -89,6 +91,24 @@ class [[nodiscard]] InKeepAlive {
 };
 
 }  // namespace
+
+// What a copy of the table has to have room for.
+struct ThreadWatchdog::TableSize {
+    unsigned int rows = 0;
+    unsigned int nameLength = 0;  // of the longest name
+
+    // Gives `copy`, which is empty, rows that take the table without an allocation.
+    void makeRows(WatchdogInfos* copy) const {
+        std::string const longest(nameLength, ' ');
+        WatchdogInfo const row(0, 0, nullptr, longest.c_str(), WatchdogInfo::NOT_WATCHING);
+        for (unsigned int i = 0; i < rows; ++i) {
+            copy->insert(static_cast<int>(i), row);
+        }
+    }
+
+    // True if this is at most what the rows of `copy` were made for.
+    bool isWithin(TableSize const& made) const { return rows <= made.rows && nameLength <= made.nameLength; }
+};
 
 StatementInfo const& StatementInfo::INVALID = *gInvalidStatement;
 WatchdogInfo const& WatchdogInfo::INVALID = *gInvalidInfo;
@@ -197,21 +217,44 @@ int ThreadWatchdog::findOverdue(unsigned int now) {
     return 0;
 }
 
+// The copy has its memory before the lock is taken: an allocation may wait, in operators of the application,
+// for a thread that reports here meanwhile. It is tried again where the table has grown in between.
 void ThreadWatchdog::executeWatchdogTimeout(int id) {
-    WatchdogTimerListener* listener = nullptr;
-    WatchdogInfos copy(1, 1);
-    if (declareTimeout(id, &listener, &copy)) {
-        DefaultTimerListener standIn;
-        (listener != nullptr ? listener : &standIn)->onTime(id, copy);
+    TimeoutAnswer answer = NO_ROOM;
+    while (answer == NO_ROOM) {
+        TableSize const size = tableSize();
+        WatchdogInfos copy(size.rows, 0);
+        size.makeRows(&copy);
+        WatchdogTimerListener* listener = nullptr;
+        answer = declareTimeout(id, size, &listener, &copy);
+        if (answer == DECLARED) {
+            DefaultTimerListener standIn;
+            (listener != nullptr ? listener : &standIn)->onTime(id, copy);
+        }
     }
 }
 
-bool ThreadWatchdog::declareTimeout(int id, WatchdogTimerListener** listener, WatchdogInfos* copy) {
+ThreadWatchdog::TableSize ThreadWatchdog::tableSize() {
+    SyncGuard const guard(mInfosSyncObject);
+    TableSize size;
+    size.rows = mInfos.size();
+    for (unsigned int i = 0; i < size.rows; ++i) {
+        size.nameLength = std::max(size.nameLength, mInfos.getAt(i)->mValue.name.length());
+    }
+    return size;
+}
+
+ThreadWatchdog::TimeoutAnswer ThreadWatchdog::declareTimeout(int id, TableSize const& made,
+                                                             WatchdogTimerListener** listener,
+                                                             WatchdogInfos* copy) {
     SyncGuard const guard(mInfosSyncObject);
     WatchdogInfo* const info = mInfos.find(id);
     if (info == nullptr || info->watchStatus == WatchdogInfo::NOT_WATCHING ||
         info->aliveStatus == WatchdogInfo::TIMED_OUT) {
-        return false;
+        return NOT_OVERDUE;
+    }
+    if (!tableSize().isWithin(made)) {
+        return NO_ROOM;
     }
     info->aliveStatus = WatchdogInfo::TIMED_OUT;
     ++info->timeoutCount;
@@ -219,7 +262,7 @@ bool ThreadWatchdog::declareTimeout(int id, WatchdogTimerListener** listener, Wa
            orEmpty(info->name.buffer()));
     copy->copy(mInfos);
     *listener = info->listener;
-    return true;
+    return DECLARED;
 }
 
 bool ThreadWatchdog::entry(int id, unsigned int aliveTime, WatchdogTimerListener* listener,

@@ -31,6 +31,8 @@ struct ThreadWatchdogTestAccess {
     }
     static WatchdogInfos& infos(ThreadWatchdog& watchdog) { return watchdog.mInfos; }
     static MsgDrivenThread& thread(ThreadWatchdog& watchdog) { return *watchdog.mThread; }
+    /// A look at the table, on this thread instead of the watchdog's, which must rest.
+    static void watchOnce(ThreadWatchdog& watchdog) { watchdog.executeWatchThreads(); }
     static void setTimerId(ThreadWatchdog& watchdog, int timerId) { watchdog.mTimerId = timerId; }
 
     /// A copy of the record of a registered thread, which the watchdog's thread may be about to change.

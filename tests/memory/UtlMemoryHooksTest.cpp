@@ -21,6 +21,23 @@ namespace {
 std::atomic<bool> gIsFed{false};
 thread_local bool tIsInside = false;  // the accounting may allocate itself: not fed with that
 
+// A thread that is stopped in one of its allocations until somebody holds the lock of the accounting.
+struct Stop {
+    std::atomic<int> thread{0};
+    std::atomic<unsigned int> allocation{0};  // counted down, stopped at 0
+    std::atomic<bool> isStopped{false};
+    std::atomic<bool> isHeld{false};
+
+    void pass() {
+        if (thread != 0 && thread == utltest::kernelId() && --allocation == 0) {
+            isStopped = true;
+            while (!isHeld) {
+                std::this_thread::yield();
+            }
+        }
+    }
+} gStop;
+
 void note(int operation, void* block, std::size_t size) {
     if (!tIsInside) {
         tIsInside = true;
@@ -40,6 +57,7 @@ void* allocated(std::size_t size) {
     if (block == nullptr) {
         throw std::bad_alloc();
     }
+    gStop.pass();
     noteIfFed(0, block, size);
     return block;
 }
@@ -93,6 +111,38 @@ Memory::ProcessHeapInfo totals() {
 
 class MemoryWithHooks : public utltest::InFolder {};
 
+class SilentListener : public utl::WatchdogTimerListener {
+  public:
+    void onTime(int /*id*/, utl::WatchdogInfos const& infos) override {
+        names.clear();
+        for (unsigned int i = infos.size(); i-- > 0;) {
+            names += std::string(infos.getAt(i)->mValue.name.buffer()) + ",";
+        }
+        ++calls;
+    }
+
+    std::string names;  // the last thread's first
+    std::atomic<unsigned int> calls{0};
+};
+
+/// A new manager, whose watchdog looks at its table only when the test has it do so.
+utl::ThreadManager& watched() {
+    utl::ThreadManager::destroy();
+    EXPECT_TRUE(utl::ThreadManager::get()->setWatchdogWatchInterval(0));
+    return *utl::ThreadManager::get();
+}
+
+/// Looks at the watchdog's table until the listener was called so often. The allocation of that number is the
+/// one to be stopped in.
+void watchStopped(unsigned int allocation, SilentListener const& listener, unsigned int calls) {
+    gStop.allocation = allocation;
+    gStop.thread = utltest::kernelId();
+    while (listener.calls < calls) {
+        utl::ThreadWatchdogTestAccess::watchOnce(utl::ThreadManagerTestAccess::watchdog());
+    }
+    gStop.thread = 0;
+}
+
 TEST_F(MemoryWithHooks, CountsWhatLives) {
     Fed const fed;
     Memory::ProcessHeapInfo const before = totals();
@@ -123,6 +173,65 @@ TEST_F(MemoryWithHooks, AReportTakesNothingFromTheHeapOnceTheManagerIsThere) {
     EXPECT_TRUE(Memory::get()->printUsedHeap(0, "folder/heap.txt"));
     EXPECT_TRUE(Memory::get()->printUsedHeapDetail(0, "folder/heap.txt"));
     EXPECT_EQ(utltest::MemoryAccess::nextSerial(), before);
+}
+
+TEST_F(MemoryWithHooks, AReportToAPathThatIsTooLong_TakesNothingFromTheHeapEither) {
+    std::string const path(300, 'x');
+    Fed const fed;
+    unsigned long long const before = utltest::MemoryAccess::nextSerial();
+    EXPECT_TRUE(Memory::get()->printUsedHeap(0, path.c_str()));
+    EXPECT_EQ(utltest::MemoryAccess::nextSerial(), before);
+}
+
+// At each of its allocations for a time-out the watchdog waits for a report, which itself reports to the
+// watchdog.
+TEST_F(MemoryWithHooks, AThreadMayTimeOutWhileItWritesAReport) {
+    utl::ThreadManager& manager = watched();
+    utltest::HeldThread const other("Worker", 1, 60000);
+    SilentListener listener;
+    ASSERT_TRUE(manager.entryWatchdog(1, &listener));
+    ASSERT_TRUE(manager.startWatchdog());
+    Fed const fed;
+    utltest::hooks::open.watch([](char const*, int, mode_t) { gStop.isHeld = true; });
+    unsigned int rounds = 0;
+    for (bool isOver = false; !isOver; ++rounds) {
+        gStop.isStopped = false;
+        gStop.isHeld = false;
+        manager.keepAliveWatchdog(utl::StatementInfo("test", "round", 0, 0));
+        std::atomic<bool> isDone{false};
+        std::thread watcher([&listener, &isDone, rounds] {
+            watchStopped(rounds + 1, listener, rounds + 1);
+            isDone = true;
+        });
+        while (!gStop.isStopped && !isDone) {
+            std::this_thread::yield();
+        }
+        isOver = !gStop.isStopped;
+        EXPECT_TRUE(Memory::get()->printUsedHeap(0, "heap.txt"));
+        watcher.join();
+    }
+    EXPECT_GT(rounds, 1U);
+    EXPECT_EQ(listener.names, "Worker,,");
+    EXPECT_TRUE(manager.unregisterWatchdog());
+}
+
+TEST_F(MemoryWithHooks, AThreadThatComesWhileATimeOutIsPrepared_IsInItsCopyOfTheTable) {
+    utl::ThreadManager& manager = watched();
+    SilentListener listener;
+    ASSERT_TRUE(manager.entryWatchdog(1, &listener));
+    ASSERT_TRUE(manager.startWatchdog());
+    gStop.isStopped = false;
+    gStop.isHeld = false;
+    std::thread watcher([&listener] { watchStopped(1, listener, 1); });
+    while (!gStop.isStopped) {
+        std::this_thread::yield();
+    }
+    utltest::HeldThread const other("A name that takes more room", 1, 60000);
+    gStop.isHeld = true;
+    watcher.join();
+    EXPECT_EQ(listener.calls, 1U);
+    EXPECT_EQ(listener.names, "A name that takes more room,,");
+    EXPECT_TRUE(manager.unregisterWatchdog());
 }
 
 TEST_F(MemoryWithHooks, ThreadsMayBeginAndEndWhileReportsAreWritten) {
