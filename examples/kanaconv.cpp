@@ -4,7 +4,9 @@
 //
 // FROM is sjis, which is the default, utf8, utf16be or utf16le; TO is utf8, the default, utf16be or utf16le.
 // A CONVERSION is one of full, half, hiragana, katakana, upper and lower; several work one after the other.
-// UTF-16 is written with a byte order mark and with CR LF at the line ends, UTF-8 with LF alone.
+// UTF-16 is written with a byte order mark and with CR LF at the line ends, UTF-8 with LF alone. UTF-16 knows
+// no pairs of units here: a character of four bytes in UTF-8 becomes a reference mark in it, and each unit of
+// a pair three bytes in UTF-8.
 //
 // Without arguments it shows what it makes of a text that it brings along.
 
@@ -61,22 +63,35 @@ class Input {
 
     bool open() { return mFile.open(0, 0) == 1 && skipMark(); }
 
-    // What Shift-JIS has no character for ends the text early; then there is less of it than was measured.
     LineState readLine() {
+        long long const start = mFile.position();
         unsigned int size = 0;
         int const result = mFile.readLine(mLine, LINE_SIZE, &size);
         if (result == -3) {
             return LineState::END;
         }
         ++mNumber;
-        bool const isWhole = result == 0 || size == std::strlen(mLine) + 1;
-        return result >= 0 && isWhole ? LineState::READ : LineState::UNREADABLE;
+        return result == 0 || (result > 0 && isWhole(start, result, size)) ? LineState::READ
+                                                                           : LineState::UNREADABLE;
     }
 
     char const* line() const { return mLine; }
     unsigned int number() const { return mNumber; }
 
   private:
+    // What Shift-JIS has no character for ends the text early, and then there is less of it than was
+    // measured. A zero in the file ends it, too.
+    bool isWhole(long long start, int bytes, unsigned int size) {
+        if (mType >= 2) {
+            return 2 * (utl::convertStrFromUtf8ToUtf16(nullptr, 0, mLine) - 1) ==
+                   static_cast<unsigned int>(bytes);
+        }
+        unsigned char const zero = 0;
+        return size == std::strlen(mLine) + 1 &&
+               mFile.seekKey(&zero, 1, static_cast<unsigned long long>(start),
+                             static_cast<unsigned long long>(bytes), 0) == -2;
+    }
+
     // In UTF-8 reading leaves it out by itself.
     bool skipMark() {
         unsigned char bytes[2] = {};
@@ -97,7 +112,8 @@ class Output {
   public:
     explicit Output(Job const& job) : mIsUtf16(job.toType >= 2), mFile(job.output, job.toType) {}
 
-    bool open() { return mFile.open(2, 1) == 1; }
+    // Emptied behind the lock and not by the opening: the file may be the input.
+    bool open() { return mFile.open(0, 1) == 1 && mFile.resize(0) == 1; }
 
     // Line end and mark go with the text: UTF-16 does not write one character alone.
     bool writeLine(char const* text) {
@@ -233,8 +249,11 @@ class DemoFolder {
   public:
     DemoFolder() : mIsThere(mkdtemp(mPath) != nullptr && chdir(mPath) == 0) {}
     ~DemoFolder() {
+        if (!mIsThere) {
+            return;  // and this is somebody else's folder
+        }
         unlink(OUTPUT);
-        if (mIsThere && chdir("/") == 0) {
+        if (chdir("/") == 0) {
             rmdir(mPath);
         }
     }
