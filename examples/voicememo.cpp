@@ -5,7 +5,7 @@
 // A thread reads the recording block by block, at ten times its speed, and sends each block to a message
 // thread that two listeners share: one writes the memos, one measures the level. Blocks come from a pool and
 // go back to it behind the second listener. The memos, an index in UTF-16 and a log stand in FOLDER, which is
-// "voicememo.out" by default.
+// "voicememo.out" by default; memos of an earlier run are erased first.
 
 #include <spawn.h>
 #include <sys/wait.h>
@@ -393,13 +393,14 @@ Texts readIndex(char const* path) {
     return lines;
 }
 
-// Takes away what an earlier run left.
+// Takes away what an earlier run left, unless somebody has one of the memos: it may be the recording.
 bool removeMemos(char const* folder) {
-    bool isRemoved = true;
-    for (std::string const& path : memosIn(folder)) {
-        isRemoved = utl::File::erase(path.c_str(), 1) != 0 && isRemoved;
-    }
-    return isRemoved;
+    Texts const memos = memosIn(folder);
+    return std::none_of(
+               memos.begin(), memos.end(),
+               [](std::string const& path) { return utl::File::isOpened(path.c_str(), nullptr) != 0; }) &&
+           std::all_of(memos.begin(), memos.end(),
+                       [](std::string const& path) { return utl::File::erase(path.c_str(), 1) != 0; });
 }
 
 // Opens a recording at its first sample. The rate is 0 for a file that is none.
@@ -466,8 +467,10 @@ int main(int argc, char** argv) {
     char const* const folder = argc > 2 ? argv[2] : "voicememo.out";
     std::string const spoken = std::string(folder) + "/recording.wav";
     char const* const source = argc > 1 ? argv[1] : spoken.c_str();
-    if (utl::File::makeDirectories(folder) == 0 || !removeMemos(folder)) {
-        return complain("this folder cannot be used", folder);
+    utl::File log((std::string(folder) + "/voicememo.log").c_str(), UTF8);
+    // Emptied behind the lock, so that one of two that share the folder keeps its log.
+    if (utl::File::makeDirectories(folder) == 0 || log.open(0, 1) == 0 || log.resize(0) == 0) {
+        return complain("the log cannot be written in this folder", folder);
     }
     if (argc <= 1 && !speak(spoken)) {
         return complain("espeak-ng cannot speak into this file; name a recording", source);
@@ -479,9 +482,8 @@ int main(int argc, char** argv) {
     if (format.rate == 0) {
         return complain("this is no WAVE file of 16 bits", source);
     }
-    utl::File log((std::string(folder) + "/voicememo.log").c_str(), UTF8);
-    if (log.open(2, 1) == 0) {
-        return complain("the log cannot be written in this folder", folder);
+    if (!removeMemos(folder)) {
+        return complain("a memo in this folder is in use or cannot be erased", folder);
     }
     auto const total = static_cast<unsigned long long>(recording.getChunkDataSize(1));
     applog(LOG_TYPE, utl::LOG_LEVEL_INFO, &log, "%s: %.2f s, %u times a second", source,
