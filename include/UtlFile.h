@@ -149,13 +149,13 @@ class UTL_API File {
     ///@{
     /// Reads the line at the position, as `readText` does, without its end, and moves behind that. A line
     /// ends with a line feed and the carriage returns in front of it, or with the file; a carriage return
-    /// anywhere else is text. What is cut inside a character is a line feed's neighbour and hides none.
+    /// anywhere else is text. No broken character hides a line feed behind it.
     ///
     /// Gives the bytes of the line in the file, -3 at its end. An empty line gives 0 and a `*outputLength` of
     /// 0. A `bufferSize` of 0 asks for the size and leaves the position. -1 as for `readText`, for a
     /// `bufferSize` above 5119 and for a line above 5119 bytes. The position then stays, or, for a line that
-    /// is no text of the file's type, is between the line and its end: a loop that reads lines must not go on
-    /// after -1.
+    /// is no text of the file's type or whose text does not fit, is between the line and its end, or on
+    /// failure anywhere: a loop that reads lines must not go on after -1.
     int readLine(char* buffer, unsigned int bufferSize, unsigned int* outputLength);
     int readLine(BasicString<char>* text, unsigned int* outputLength);
     ///@}
@@ -166,8 +166,8 @@ class UTL_API File {
     /// text.
     ///
     /// Beware of UTF-16, where the rest of a short text counts wrongly: one character at `offset` 0 is not
-    /// written and gives 0, as does an empty rest at `offset` 1; one character at any other `offset` and an
-    /// empty text give -1. In UTF-8 an empty text gives 0, an empty rest -1.
+    /// written and gives 0, as does an empty rest at `offset` 1; one character and an empty rest at any other
+    /// `offset` give -1, and so does an empty text. In UTF-8 an empty text gives 0, an empty rest -1.
     ///
     /// -1 without a line: if not open, for null, for a `length` above 5119, for Shift-JIS, which is read
     /// only, and for text that has no form in UTF-16; with lines as for `write`.

@@ -72,8 +72,8 @@ UTL_API void rawlog(int type, int level, char const* format, ...) __attribute__(
 /// With a file as one more sink, between the system log and standard output and at every level that passes:
 /// it gets by `File::writeText`, in its own encoding, what standard output gets, before that takes it for a
 /// format. No lock is held meanwhile: the file must be the caller's own. What `writeText` says is ignored;
-/// lines about a failure stand in front of this one on standard output and do not reach the file. A null
-/// `file` is none.
+/// lines about a failure stand in front of this one on standard output and do not reach the file. The write
+/// takes more stack, and for UTF-16 memory from the heap. A null `file` is none.
 UTL_API void applog(int type, int level, utl::File* file, char const* format, ...)
     __attribute__((format(printf, 4, 5)));
 UTL_API void rawlog(int type, int level, utl::File* file, char const* format, ...)

@@ -18,7 +18,6 @@ namespace utl {
 
 namespace {
 
-constexpr unsigned int TEXT_BYTES_MAX = 5119;
 constexpr unsigned int SHORT_LINE_BYTES = 512;
 constexpr unsigned int BLOCK_BYTES = 4096;
 constexpr char LINE_END[] = "\n";
@@ -107,7 +106,8 @@ int writeAsUtf16(File* file, char const* text, int textType, unsigned int length
     if (used == INVALID_SIZE) {
         return -1;
     }
-    unsigned int const count = used - 1;
+    // No more than can be written: to the comparison of the count all above 1 are the same.
+    unsigned int const count = std::min(used - 1, TEXT_BYTES_MAX / 2 + 1);
     std::vector<unsigned char> bytes(std::size_t(2) * count);
     convertStrFromDcharToUint8(bytes.data(), 2 * count, units.data(), count, textByteOrder(textType));
     return writeUnits(file, bytes.data(), count, 2, length, offset);

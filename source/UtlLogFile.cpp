@@ -3,12 +3,11 @@
 #include "UtlFile.h"
 #include "UtlLog.h"
 #include "UtlLogSink.h"
+#include "UtlTextType.h"
 
 namespace utl {
 
 namespace {
-
-constexpr unsigned int TEXT_BYTES_MAX = 5119;
 
 /// A file as a sink; *one owner thread*, that of the file. Null takes nothing.
 class FileSink final : public LogSink {

@@ -7,6 +7,9 @@ enum TextType { TEXT_SJIS = 0, TEXT_UTF8 = 1, TEXT_UTF16_BIG = 2, TEXT_UTF16_LIT
 
 constexpr unsigned int TEXT_UNIT_BYTES_MAX = 2;
 
+/// Bytes of a file that one operation on text reads or writes at most.
+constexpr unsigned int TEXT_BYTES_MAX = 5119;
+
 /// Bytes of which the text of a type is made one by one; 0 for what is no text type.
 constexpr unsigned int textUnitBytes(int textType) {
     switch (textType) {

@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -388,6 +390,27 @@ TEST_F(FileLine, ReadLine_WithAnyReadOfALongLineFailing_IsMinusOne) {
         EXPECT_EQ(file.isOpened(), 1);
     }
     EXPECT_GT(nth, 3U);
+}
+
+// It looks at the size before the search, for each block of it, in front of the text, and as it reads that.
+TEST_F(FileLine, ReadLine_OfALongLineInAFileThatIsCutMeanwhile_IsMinusThreeOrEmptyAndStays) {
+    static unsigned int cutAt = 0;
+    constexpr int RESULTS[] = {-3, 0, -3, -3, 2000};
+    for (cutAt = 1; cutAt <= std::size(RESULTS); ++cutAt) {
+        int const expected = RESULTS[cutAt - 1];
+        File& file = reading(std::string(2000, 'x') + "\n", UTF8);
+        HookScope const hookScope;
+        hooks::fstat.replace([](int descriptor, struct stat* status) {
+            int const result = hooks::fstat.real(descriptor, status);
+            status->st_size = hooks::fstat.calls() < cutAt ? status->st_size : 0;
+            return result;
+        });
+        unsigned int length = UNTOUCHED;
+        EXPECT_EQ(file.readLine(Buffer(5119).get(), 5119, &length), expected) << cutAt;
+        EXPECT_EQ(length, expected == -3 ? UNTOUCHED : expected == 0 ? 0U : 2001U);
+        EXPECT_EQ(file.position(), expected == 2000 ? 2001 : 0);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileLine, ReadLine_OfReadsThatComeShort_GivesTheSame) {
