@@ -1,11 +1,13 @@
 // 100 periodic timers of 10 ms on one message thread, against the same POSIX timers with a handler that
-// writes 8 bytes and a thread that reads them and queues a second token; and against timerfd with epoll.
+// writes 8 bytes and a thread that reads them, queues a second token and takes the locks on that way that a
+// message thread has to take; and against timerfd with epoll.
 //
 // Lateness is taken by the receiver: from the time at which the expiry was due. Each kind starts its timers
 // one behind the other on the thread that receives their expiries, so that they are due as close together as
 // that takes, and each knows when it was started. The kinds run in turn; the figures are medians over the
 // runs.
 
+#include <pthread.h>
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
@@ -29,7 +31,7 @@ namespace {
 constexpr unsigned int TIMERS = 100;
 constexpr unsigned int PERIOD_MS = 10;
 constexpr unsigned int RUN_MS = 3000;
-constexpr unsigned int RUNS = 5;
+constexpr unsigned int RUNS = 7;
 
 double processorNanoseconds() {
     timespec now{};
@@ -182,15 +184,37 @@ void writeBare(int id) {
     utlbench::keep(written);
 }
 
+pthread_mutex_t gBareLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+
+// Takes the lock so many times, one behind the other, and gives it back.
+void lockBare(unsigned int times) {
+    for (unsigned int i = 0; i < times; ++i) {
+        pthread_mutex_lock(&gBareLock);
+        utlbench::keep(times);
+        pthread_mutex_unlock(&gBareLock);
+    }
+}
+
 void readBare(Arrivals& arrivals) {
+    constexpr unsigned int WATCHED = 1;         // is the thread under the watchdog?
+    constexpr unsigned int FIND_AND_COUNT = 2;  // whose number is that, and may it expire?
+    constexpr unsigned int PEEK_AND_TAKE = 2;   // the head of the queue
+    constexpr unsigned int GOES_ON = 1;         // does the timer?
     int token[2];
     while (read(gBarePipe[0], token, sizeof(token)) == sizeof(token) && token[0] != 0) {
+        lockBare(WATCHED);
         if (token[0] == 1) {
+            lockBare(FIND_AND_COUNT);
             token[0] = 2;
+            pthread_mutex_lock(&gBareLock);
             ssize_t const written = write(gBarePipe[1], token, sizeof(token));
+            pthread_mutex_unlock(&gBareLock);
             utlbench::keep(written);
         } else {
+            lockBare(PEEK_AND_TAKE);
             arrivals.arrive(static_cast<unsigned int>(token[1]));
+            lockBare(GOES_ON);
+            lockBare(WATCHED);
         }
     }
 }
