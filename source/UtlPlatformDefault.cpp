@@ -39,7 +39,7 @@ unsigned int countCharacters(char const* src, char const* end) {
 unsigned long long countBytes(wchar_t const* src, int count) {
     unsigned long long bytes = 0;
     for (int i = 0; i < count; ++i) {
-        auto const value = static_cast<unsigned int>(src[i]);
+        auto const value = static_cast<unsigned int>(static_cast<int>(src[i]));
         if (!isCodePoint(value)) {
             return 0;
         }
