@@ -70,6 +70,12 @@ class UTL_API Array {
     bool resizeMax(unsigned int maxSize);
 
   private:
+    template <typename K, typename V, typename KARG, typename VARG, typename COMPARE>
+    friend class Map;
+
+    // One more element, with what its slot holds; null when the capacity is used up.
+    T* appendSlot() { return mSize < mMaxSize && mElements != nullptr ? mElements + mSize++ : nullptr; }
+
     bool hasElementAt(unsigned int index) const { return index < mSize && mElements != nullptr; }
     bool isElement(T const* address) const;
     bool makeRoomForOneMore();

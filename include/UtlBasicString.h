@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstring>
+#include <utility>
 
 #include "UtlArray.h"
 #include "UtlPlatform.h"
@@ -83,6 +84,15 @@ class UTL_API BasicString {
 
     /// As above.
     BasicString& operator=(BasicString const& other);
+
+    /// Exchanges text, buffer and capacity with `other`; allocates nothing. What `buffer` gave stays valid,
+    /// as the other's.
+    void swap(BasicString& other) noexcept {
+        std::swap(mBuffer, other.mBuffer);
+        std::swap(mMaxSize, other.mMaxSize);
+        std::swap(mAutoResize, other.mAutoResize);
+        std::swap(mShared, other.mShared);
+    }
 
     /// Appends. Where the text does not fit, the capacity grows by its length plus one. Null changes nothing.
     /// `text` may be a part of this string.

@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include <atomic>
+
 #include "UtlPlatform.h"
 #include "UtlSmartPointer.h"
 
@@ -55,14 +57,20 @@ class UTL_API Event {
     int waitToOff(unsigned int timeoutMs) const;
 
   private:
+    friend class Thread;
+    friend class ThreadLife;
     friend struct EventTestAccess;
     struct Side;
+
+    // The state without the mutex, as `isOn` finds it or is about to. The thread that sets it may still be at
+    // work on the event: for those who do not destroy it on the strength of the answer.
+    bool peekOn() const { return mOn; }
 
     int wait(Side const& side, unsigned int timeoutMs) const;
     int block(Side const& side, unsigned int timeoutMs) const;
 
-    bool mOn;
-    bool mOff;
+    std::atomic<bool> mOn;
+    std::atomic<bool> mOff;
     mutable unsigned int mOnWaiters;
     mutable unsigned int mOffWaiters;
     mutable pthread_cond_t mOnCondition;

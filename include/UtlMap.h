@@ -1,5 +1,7 @@
 #pragma once
 
+#include <utility>
+
 #include "UtlArray.h"
 #include "UtlPlatform.h"
 
@@ -115,6 +117,21 @@ class UTL_API Map {
     /// Removes the entry with this key; false if there is none.
     bool erase(KARG key);
 
+    /// `insert` and `erase` for values with a member `swap`. Entries move by it alone, so nothing is copied,
+    /// and nothing allocates that `swap` does not: for places where a failure could not be told.
+    ///@{
+
+    /// Adds an entry with the content of `value`, which gets that of an unused slot. False, with nothing
+    /// changed, when there is an entry with an equal key and when the capacity is used up, which never grows.
+    template <typename VALUE>
+    bool insertSwapped(KARG key, VALUE& value);
+
+    /// Removes the entry with this key; `value` gets its content, and an unused slot that of `value`. False
+    /// if there is none.
+    template <typename VALUE>
+    bool eraseSwapped(KARG key, VALUE& value);
+    ///@}
+
     /// Removes all entries; keeps the storage and what its slots hold.
     void clear() { mArray.clear(); }
 
@@ -144,6 +161,12 @@ class UTL_API Map {
     bool hasKeyAt(unsigned int position, K const& key) const {
         Entry const* const entry = mArray.getAt(position);
         return entry != nullptr && detail::areEqualKeys(entry->mKey, key, mCompare);
+    }
+
+    template <typename ENTRY>
+    static void swapEntries(ENTRY& left, ENTRY& right) {
+        std::swap(left.mKey, right.mKey);
+        left.mValue.swap(right.mValue);
     }
 
     Array<Entry, Entry const&> mArray;
@@ -180,6 +203,41 @@ bool Map<K, V, KARG, VARG, COMPARE>::erase(KARG key) {
         return false;
     }
     mArray.removeAt(position, 1);
+    return true;
+}
+
+template <typename K, typename V, typename KARG, typename VARG, typename COMPARE>
+template <typename VALUE>
+bool Map<K, V, KARG, VARG, COMPARE>::insertSwapped(KARG key, VALUE& value) {
+    unsigned int const position = positionOf(key);
+    if (position == INVALID_SIZE || hasKeyAt(position, key)) {
+        return false;
+    }
+    Entry* const added = mArray.appendSlot();
+    if (added == nullptr) {
+        return false;
+    }
+    added->mKey = key;
+    added->mValue.swap(value);
+    for (unsigned int i = mArray.size() - 1; i != position; --i) {
+        swapEntries(*mArray.getAt(i - 1), *mArray.getAt(i));
+    }
+    return true;
+}
+
+template <typename K, typename V, typename KARG, typename VARG, typename COMPARE>
+template <typename VALUE>
+bool Map<K, V, KARG, VARG, COMPARE>::eraseSwapped(KARG key, VALUE& value) {
+    unsigned int const position = positionOf(key);
+    if (!hasKeyAt(position, key)) {
+        return false;
+    }
+    unsigned int const last = mArray.size() - 1;
+    for (unsigned int i = position; i != last; ++i) {
+        swapEntries(*mArray.getAt(i), *mArray.getAt(i + 1));
+    }
+    mArray.getAt(last)->mValue.swap(value);
+    mArray.removeAt(last, 1);
     return true;
 }
 

@@ -111,8 +111,8 @@ class UTL_API MsgDrivenThread : public Thread {
     ///
     /// The pipe is made large enough for `maxMsgCount` + 256 tokens of 8 bytes and those of the timers. Where
     /// the system allows less (1 MiB by default for a process without privileges, that is about 130,000
-    /// tokens), the queues hold as many messages as the pipe holds tokens, and the next one is refused as if
-    /// the control queue were full.
+    /// tokens), the queues hold as many messages as the pipe holds tokens, and the next one is refused with a
+    /// log line.
     MsgDrivenThread(unsigned int maxMsgSize, unsigned int maxMsgCount, char const* name,
                     unsigned int maxTimerCount = 0);
 
@@ -158,9 +158,17 @@ class UTL_API MsgDrivenThread : public Thread {
     int sendMsgInterrupt(Msg const& msg);
     int sendMsgInterrupt(int msgId);
 
-    /// Queues a control entry and writes its token. 1, or 0 with a log line. After a failed write the entry
-    /// stays.
+    /// Queues a control entry and writes its token. 1, or 0 with a log line. The entry of a failed write
+    /// stays and means nothing: when it comes to the head it is dropped.
     int postThreadCtlMsg(int msgId, int param);
+
+    /// Wakes the loop, so that it sees a request to stop; `stop` makes one. Returns at once, also where the
+    /// pipe has no room: then any token that the loop reads ends it.
+    void requestStop() override;
+
+    /// Called after a timer has left the thread for good, with no lock of the thread held, on whichever
+    /// thread took it away: the caller of `killTimer`, or the message thread.
+    virtual void onEraseTimer(int userTimerId);
 
     /// Questions about the messages that are queued and not yet delivered, oldest first. A queued timeout
     /// counts as a message of id `MSG_ID_TIMER`; the message that the listener has now, and an interrupt, are
@@ -248,7 +256,6 @@ class UTL_API MsgDrivenThread : public Thread {
 
   protected:
     int execute() override;
-    void requestStop() override;
 
     /// True on the message thread. False everywhere before the start.
     bool isOwnThread() const;
@@ -263,10 +270,6 @@ class UTL_API MsgDrivenThread : public Thread {
     /// Takes the pipe away and waits for the end of a loop that still runs. For the destructor of a class
     /// whose fields the loop uses, on another thread; the object is of no use behind it.
     void abandonLoop();
-
-    /// Called after a timer has left the thread for good, with no lock of the thread held, on whichever
-    /// thread took it away: the caller of `killTimer`, or the message thread.
-    virtual void onEraseTimer(int userTimerId);
 
     /// True for the id of a control entry that has a frame in the data queue, `MSG_ID_CTL_SYNC` apart.
     static bool isDataMsgId(int msgId);
@@ -336,7 +339,12 @@ class UTL_API MsgDrivenThread : public Thread {
     bool flatten(Msg const& msg);
     bool queueFrame(Queue<unsigned char>& frames, int msgId, int ctlId);
     bool hasRoomForEntry() const;
-    void leaveStray(unsigned int entriesBefore);
+    bool makeRoomForEntry(int msgId);
+    bool queueEntry(int msgId, int param);
+    static bool isDead(ThreadCtlMsg const& entry);
+    bool hasDeadHead() const;
+    bool hasForgottenHead() const;
+    void leaveStray();
     void discardStrays(unsigned int bytesBehind, int ctlId);
     void reportDiscarded(ThreadRawMsg& frame, int ctlId);
     int sendAndWait(Msg const& msg, WaitingSend const& send);
@@ -367,7 +375,7 @@ class UTL_API MsgDrivenThread : public Thread {
     struct EraseWalk;
     enum class EraseStep { FAILED, GOES_ON, ENDED_TIMER };
 
-    static bool hasFrame(int msgId);
+    static bool hasFrame(ThreadCtlMsg const& entry);
     unsigned int announcedBytes() const;
     bool scanFrame(unsigned int offset);
     bool scanTimer(int timerId);
@@ -402,6 +410,7 @@ class UTL_API MsgDrivenThread : public Thread {
     bool mStartSucceeded : 1;  // under mQueueLock: how the start went that somebody waits for
     bool mIsRequested : 1;     // under mQueueLock: one of the three events that a wake entry is for may be on
     unsigned char mStrayFrames = 0;  // under mQueueLock: frames without an entry, the last of mDataQueue
+    std::atomic<bool> mStopsAtAnyToken{false};  // a stop found no room for its own
     Queue<unsigned char> mInterruptQueue;
     ThreadRawMsg mSendMsg;
     ThreadRawMsg mReceiveMsg;

@@ -143,7 +143,7 @@ class UTL_API SharedTimer : public Thread {
     bool stopThreadWatchdog();
     ///@}
 
-    /// Wakes the loop, so that it sees a request to stop; `destroy` makes one.
+    /// Wakes the loop, so that it sees a request to stop; `destroy` makes one. Returns at once.
     void requestStop() override;
 
     /// Tells the timer's listener of an expiry, with no lock held; nothing for an unknown id and without a
@@ -152,7 +152,7 @@ class UTL_API SharedTimer : public Thread {
 
     /// The record of a timer; null for an unknown id. Valid while the caller knows that no timer comes or
     /// goes. The first form takes no lock, so its caller must also know that nobody uses the timers.
-    TimerInfo const* findTimer(int timerId) const;
+    TimerInfo* findTimer(int timerId) const;
     TimerInfo* findTimer(int timerId);
 
     /// The id of the timer with this kernel number, or -1.
@@ -169,8 +169,8 @@ class UTL_API SharedTimer : public Thread {
     int execute() override;
 
     /// Queues a control entry and writes its token. False without a log line if there is no place for it in
-    /// the queue; with the line of a failed write if the pipe has no room, and after a failed write, in which
-    /// case alone the entry stays.
+    /// the queue; with a line if the pipe has no room, and after a failed write, in which case alone the
+    /// entry stays.
     bool postTimerCtlMsg(int msgId, int param);
 
     /// Steps of the loop. The results of the updates are 0, also for an unknown id, and -1 for a failure,
@@ -200,7 +200,6 @@ class UTL_API SharedTimer : public Thread {
     void requestAll(int msgId, int noWait);
     int waitFor(int msgId, int timerId);
 
-    void startThread(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener);
     int runLoop();
     void leaveLoop();
     bool hasEntryWithoutToken();

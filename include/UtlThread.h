@@ -5,6 +5,7 @@
 #include "UtlBasicString.h"
 #include "UtlEvent.h"
 #include "UtlPlatform.h"
+#include "UtlSmartPointer.h"
 #include "UtlSyncObject.h"
 #include "UtlThreadPriority.h"
 
@@ -61,8 +62,12 @@ class UTL_API Thread {
     ///
     /// 0 on success; -1 if the thread was started before, or if it could not be started, which the
     /// `ThreadManager` logs. Where no thread could be made, `start` may be tried again. If the thread exists
-    /// but could not be registered (`ThreadManager::entry`), it runs to its end all the same: the object must
-    /// outlive it, which nobody waits for, and must not be started again.
+    /// but could not be registered (`ThreadManager::entry`), it runs to its end all the same, without an id:
+    /// the object must not be started again, and its destructor waits for that end.
+    ///
+    /// The thread runs nothing of the user's before it is registered: `preExecute` and what follows find the
+    /// id, milestone 0, the name and the place with the watchdog. An allocation that fails throws before
+    /// there is a thread, and leaves nothing behind.
     ///
     /// A watched thread that ends by itself, without a `stop`, calls `ThreadManager::unregisterWatchdog`
     /// first: else the watchdog reports it and keeps its place.
@@ -94,11 +99,12 @@ class UTL_API Thread {
     /// null.
     bool getResult(unsigned int* result) const;
 
-    /// True from the start of a registered thread to its end.
+    /// True from the start of a registered thread to its end, or to the end of the `ThreadManager` that
+    /// started it. Takes no lock.
     bool isRunning() const;
 
-    /// The kernel thread id; 0 before `start` has stored it, which may be later than `preExecute`. There
-    /// `ThreadManager::getCallerId` gives it.
+    /// The kernel thread id; 0 before the thread is registered, and for ever if it could not be. The thread
+    /// itself always finds it stored.
     int getId() const { return mId; }
 
     /// The name given to the constructor.
@@ -145,25 +151,20 @@ class UTL_API Thread {
     /// Called by `stop`, on its caller, to make `execute` return.
     virtual void requestStop() {}
 
-    /// `start` that also sets `*created` to true as soon as the thread exists, which it then does also where
-    /// `start` fails because it could not be registered.
-    int startTelling(bool* created, int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
-                     int waitReady, unsigned int waitTimeout, ThreadPriority const& priority,
-                     unsigned int reserved);
-
-    /// Waits until a `start` in progress has returned. A thread runs before its creator has stored its id; a
-    /// derived class whose `execute` hands the id to others calls this first. Not before the thread is ready:
-    /// `start` may wait for that.
-    void waitForStart() const;
-
     /// Takes the calling thread, which is this one, from the watchdog, unless a `stop` has done so. For an
-    /// `execute` that may end by itself, behind `waitForStart`.
+    /// `execute` that may end by itself.
     void leaveWatchdog() const;
 
     /// Waits without limit for the end of a thread that exists, also where the `ThreadManager` does not
     /// know it any more, and never for another thread that has got its kernel id. For destructors, on another
     /// thread.
-    void waitForEnd();
+    void waitForEnd() const;
+
+    /// For a class whose constructor starts the thread: a derived class's constructor must not change what
+    /// the thread is about to look up in the object. `execute` calls `enter` first, and the constructor waits
+    /// for that; at once where there is no thread.
+    void enter() const;
+    void waitUntilInside() const;
 
   private:
     static constexpr unsigned int MILESTONE_COUNT = 4;
@@ -174,6 +175,7 @@ class UTL_API Thread {
     Event mMilestones[MILESTONE_COUNT];
     SyncObject mSyncObject;
     std::atomic<unsigned int> mResult;
+    SmartPointer<Event> mEndEvent;  // the entry's; empty as long as no thread exists
 };
 
 }  // namespace utl

@@ -12,6 +12,7 @@
 
 namespace utl {
 
+class StartHandshake;
 class StatementInfo;
 class ThreadWatchdog;
 class WatchdogTimerListener;
@@ -68,6 +69,9 @@ class UTL_API ThreadManager {
         /// Gives up this copy's share in the thread's handle.
         void detach();
 
+        /// Exchanges all fields with `other`; allocates nothing.
+        void swap(ThreadEntry& other) noexcept;
+
         BasicString<char> mName;                                     ///< the name it was registered with
         ThreadPriority mPriority;                                    ///< the one last set
         SmartPointer<Event> mEndEvent;                               ///< on from the end; empty if foreign
@@ -81,8 +85,14 @@ class UTL_API ThreadManager {
     static constexpr unsigned int DEFAULT_ENTRY_MAX = 128;
 
     /// The instance, which the first call creates with room for `DEFAULT_ENTRY_MAX` threads. The first call
-    /// also starts the watchdog, whose thread takes one of the places.
+    /// also starts the watchdog, whose thread takes one of the places. Where that fails, for want of a
+    /// thread, a timer, a place or memory, a line of level 1 says so, the instance stays without supervision,
+    /// and the next call tries again; an exception passes through.
     static ThreadManager* get();
+
+    /// `get` for those who must not fail, as in a destructor: null where the instance cannot be had. A
+    /// watchdog that could not be started is not tried again here.
+    static ThreadManager* getOrNull() noexcept;
 
     /// The instance, null if there is none.
     static ThreadManager* getIfCreated();
@@ -105,7 +115,8 @@ class UTL_API ThreadManager {
     ThreadManager& operator=(ThreadManager const&) = delete;
 
     /// Starts a thread that calls `function(argument)`, and registers it. Blocks until the thread exists;
-    /// threads are started one at a time. `watchdog` 1 registers it with the watchdog too, not yet watched,
+    /// threads are started one at a time. `function` is called when all that is done, the registration with
+    /// the watchdog included. `watchdog` 1 registers it with the watchdog too, not yet watched,
     /// with `aliveTime` in milliseconds and `listener`, which may be null. `reserved` has no effect.
     ///
     /// Gives the thread's id, or 0: without a log line for a null `function` or `name` and when the table is
@@ -113,7 +124,8 @@ class UTL_API ThreadManager {
     /// when the entry of the new thread cannot be made, because the last place went to another one meanwhile
     /// or an ended thread of the same id was never unregistered: the thread runs all the same, unregistered.
     ///
-    /// A priority that the system refuses costs a line of level 1; the thread keeps that of its creator.
+    /// A priority that the system refuses costs a line of level 1; the thread keeps that of its creator. An
+    /// allocation that fails throws before there is a thread, and leaves nothing behind.
     int entry(void (*function)(void*), void* argument, int watchdog, unsigned int aliveTime,
               WatchdogTimerListener* listener, char const* name,
               ThreadPriority const& priority = ThreadPriority(), unsigned int reserved = 0);
@@ -196,6 +208,7 @@ class UTL_API ThreadManager {
     friend class Thread;
     friend struct ThreadManagerTestAccess;
 
+    struct NewThread;
     struct StartParameter;
 
     explicit ThreadManager(unsigned int entryMax);
@@ -204,23 +217,25 @@ class UTL_API ThreadManager {
     static ThreadManager* getOrCreate(bool* isFirst);
     static ThreadManager* forbidWatchdog();
     static void* startThread(void* parameter);
-    static void signalStarted();
-    static void signalEnded(int id);
+    static void signalStarted(ThreadManager& manager);
+    void initializeWatchdog();
 
-    /// `entry` that also sets `*created` to true as soon as the thread exists: from then on it owns
-    /// `argument`.
-    int entryTelling(bool* created, void (*function)(void*), void* argument, int watchdog,
-                     unsigned int aliveTime, WatchdogTimerListener* listener, char const* name,
-                     ThreadPriority const& priority);
-    int startAndRegister(bool* created, StartParameter& parameter, char const* name);
-    bool registerStarted(StartParameter const& parameter, unsigned long handle, char const* name);
+    // Steps on with each instance that is deleted, so it tells the instances apart.
+    static unsigned int managerNumber();
+
+    /// `entry` with a handshake of the caller's, which knows afterwards whether there is a thread: if so,
+    /// that owns `argument`.
+    int start(StartHandshake& handshake, void (*function)(void*), void* argument, int watchdog,
+              unsigned int aliveTime, WatchdogTimerListener* listener, char const* name,
+              ThreadPriority const& priority);
+    int startAndRegister(StartHandshake& handshake, StartParameter& parameter, NewThread& thread);
+    bool registerStarted(int id, NewThread& thread);
     bool registerCaller(int id, char const* name);
-    void watchIfAsked(int id, int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
-                      char const* name);
     bool storePriority(int id, int osValue);
+    bool hasEntry(int id, SmartPointer<Event> const& end);
 
-    // Every change of the table's size goes through these two.
-    bool storeEntry(int id, ThreadEntry const& entry);
+    // Every change of the table's size goes through these two. A stored entry is moved out of `entry`.
+    bool storeEntry(int id, ThreadEntry& entry);
     void eraseEntry(int id);
 
     static ThreadManager* mpTheObject;

@@ -71,6 +71,9 @@ struct UTL_API WatchdogInfo {
     WatchdogInfo(WatchdogInfo const&) = default;
     WatchdogInfo& operator=(WatchdogInfo const&) = default;
 
+    /// Exchanges all fields with `other`; allocates nothing.
+    void swap(WatchdogInfo& other) noexcept;
+
     int id = 0;                                 ///< kernel thread id
     unsigned int aliveTime = 0;                 ///< milliseconds allowed between two signs of life
     WatchdogTimerListener* listener = nullptr;  ///< told of a time-out; may be null; not owned
@@ -148,16 +151,16 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
 
     /// Starts the watchdog's thread and has it look at the table every `interval` milliseconds; never for 0.
     /// False if it was initialized before, also if it was shut down since, or if the thread or its timer
-    /// cannot be had. It is not tried again then; a thread without a timer stays until `shutdown`.
+    /// cannot be had; a thread without a timer stays. `ThreadManager::get` tries again with another thread.
     bool initialize(unsigned int interval);
 
     /// Ends the watchdog's thread and waits until a listener that runs has returned and the thread has ended.
     /// Not on the watchdog's thread.
     void shutdown();
 
-    /// Has the thread look at the table every `interval` milliseconds from now on; never for 0. False if
-    /// there is no thread or the timer cannot be had: nobody looks at the table any more then, until another
-    /// call succeeds. One caller at a time, which may be a listener.
+    /// Has the thread look at the table every `interval` milliseconds from now on; never for 0. False while
+    /// the watchdog is not initialized, and if the timer cannot be had: nobody looks at the table any more
+    /// then, until another call succeeds. One caller at a time, which may be a listener.
     bool setWatchInterval(unsigned int interval);
 
     /// Called on the watchdog's thread: looks at the table when the message is from its own timer. Ignores
@@ -214,7 +217,14 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     void executeWatchdogTimeout(int id);
 
   private:
+    friend class ThreadManager;
     friend struct ThreadWatchdogTestAccess;
+
+    // Another thread for another try: a message thread starts once.
+    void renewThread();
+
+    // `entry` with a record that is moved in.
+    bool enter(WatchdogInfo& info);
 
     struct TableSize;
     enum TimeoutAnswer { NOT_OVERDUE, NO_ROOM, DECLARED };
@@ -222,6 +232,7 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     bool setTimer(unsigned int interval);
     int findOverdue(unsigned int now);
     TableSize tableSize();
+    bool timeOut(int id);
     TimeoutAnswer declareTimeout(int id, TableSize const& made, WatchdogTimerListener** listener,
                                  WatchdogInfos* copy);
 

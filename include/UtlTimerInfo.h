@@ -33,7 +33,10 @@ struct UTL_API TimerInfo {
     TimerInfo() = default;
 
     /// A timer that does not run, with its event and its parameter block, which `freeSysParam` gives back.
+    /// The second form is given the event.
     TimerInfo(TimerListener* listener, unsigned int interval, unsigned int repeatCount, int autoRepeat);
+    TimerInfo(TimerListener* listener, unsigned int interval, unsigned int repeatCount, int autoRepeat,
+              SmartPointer<Event> const& running);
 
     /// Sets the two numbers to -1 and 0, if there are any.
     void resetSysParam();

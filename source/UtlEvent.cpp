@@ -58,7 +58,7 @@ int waitBounded(pthread_cond_t& condition, pthread_mutex_t& mutex, int milliseco
 
 // One of the two states that can be awaited.
 struct Event::Side {
-    bool const& flag;
+    std::atomic<bool> const& flag;
     unsigned int& waiters;
     pthread_cond_t& condition;
     char const* name;

@@ -1,12 +1,20 @@
 #pragma once
 
-#include <cerrno>
 #include <utility>
 
+#include "UtlSavedErrno.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
 
 namespace utl {
+
+/// A sign of life of the calling thread, if it is registered with the watchdog.
+inline void reportIfRegistered(StatementInfo const& place) {
+    ThreadManager* const manager = ThreadManager::getOrNull();
+    if (manager != nullptr && manager->isRegisteredWatchdog(0)) {
+        manager->keepAliveWatchdog(place);
+    }
+}
 
 /// Reports that the calling thread is alive, at position 1 of a statement when the scope begins and at
 /// position 2 when it ends; *one owner thread*. A thread that blocks in between shows in the watchdog's
@@ -25,9 +33,11 @@ class [[nodiscard]] KeepAliveBracket {
 
   private:
     void report(unsigned int sub) const {
-        int const savedErrno = errno;
-        ThreadManager::get()->keepAliveWatchdog(StatementInfo(mFile, mFunction, mLine, sub));
-        errno = savedErrno;
+        SavedErrno const errnoOfTheCall;
+        ThreadManager* const manager = ThreadManager::getOrNull();
+        if (manager != nullptr) {
+            manager->keepAliveWatchdog(StatementInfo(mFile, mFunction, mLine, sub));
+        }
     }
 
     char const* const mFile;

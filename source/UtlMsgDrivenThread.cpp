@@ -3,8 +3,8 @@
 #include <climits>
 #include <new>
 
-#include "UtlBriefWait.h"
 #include "UtlEventWait.h"
+#include "UtlKeepAlive.h"
 #include "UtlLog.h"
 #include "UtlSystemTimer.h"
 #include "UtlThreadManager.h"
@@ -20,6 +20,9 @@ namespace {
 constexpr unsigned int EXTRA_CTL_ENTRIES = 256;
 
 constexpr unsigned int ID_BYTES = 4;
+
+// The parameter of an entry whose token could not be written.
+constexpr int DEAD_PARAM = INT_MIN;
 
 // A count that does not fit becomes the largest there is.
 unsigned int clippedSize(unsigned long long size) {
@@ -100,11 +103,10 @@ int MsgDrivenThread::start(ThreadMsgListener* listener, int watchdog, unsigned i
         return -1;
     }
     mListener = listener;
-    bool created = false;
-    int const result = startTelling(&created, watchdog, aliveTime, watchdogListener, waitReady, waitTimeout,
-                                    priority, reserved);
-    if (created && !hasDone(STARTED)) {
-        waitForEnd();  // of the unregistered thread, which ends at once
+    int const result =
+        Thread::start(watchdog, aliveTime, watchdogListener, waitReady, waitTimeout, priority, reserved);
+    if (!hasDone(STARTED)) {
+        waitForEnd();  // of an unregistered thread, which ends at once
     }
     return result;
 }
@@ -117,21 +119,18 @@ int MsgDrivenThread::stop(int wait, unsigned int timeout) {
     return Thread::stop(wait, timeout);
 }
 
-// The loop obeys the stop token even where no entry stands behind it. So where the entry could not be queued
-// or announced, the bare token still ends the loop, which makes room for it unless it has ended by then.
+// The loop obeys the stop token even where no entry stands behind it, for want of a place or after a failed
+// write. A pipe without room has tokens enough: the next one will do.
 void MsgDrivenThread::requestStop() {
-    if (postThreadCtlMsg(MSG_ID_CTL_STOP, -1) != 0) {
+    SyncGuard const guard(mQueueLock);
+    int const writeEnd = mPipe[1];
+    if (hasRoomForToken(writeEnd) && postThreadCtlMsg(MSG_ID_CTL_STOP, -1) != 0) {
         return;
     }
-    int const writeEnd = mPipe[1];
-    bool isReserved = false;
-    waitBriefly([this, writeEnd, &isReserved] {
-        SyncGuard const guard(mQueueLock);
-        isReserved = !mLoopEnded && reserveToken(writeEnd);
-        return isReserved || mLoopEnded;
-    });
-    if (isReserved) {
+    if (reserveToken(writeEnd)) {
         writeReservedToken(writeEnd, {MSG_ID_CTL_STOP, -1});
+    } else {
+        mStopsAtAnyToken = true;
     }
 }
 
@@ -208,7 +207,6 @@ bool MsgDrivenThread::queueRequest(Msg const& msg, WaitingSend const& send) {
     if (!isSync) {
         mInterruptQueue.clear();
     }
-    unsigned int const entriesBefore = mCtlQueue.size();
     if (!queueFrame(send.mFrames, msg.getMsgId(), send.mCtlId)) {
         return false;
     }
@@ -216,16 +214,14 @@ bool MsgDrivenThread::queueRequest(Msg const& msg, WaitingSend const& send) {
     if (isSync && isAnnounced) {
         discardStrays(mSendMsg.maxSize(), send.mCtlId);
     } else if (isSync) {
-        leaveStray(entriesBefore);
+        leaveStray();
     }
     return isAnnounced;
 }
 
 // Under mQueueLock, for a synchronous sender who could not announce its frame. The frame stays, for the line
-// that tells of it; beyond what is counted it goes. An entry whose token could not be written goes: it would
-// hand the frame to the listener in the name of the next synchronous sender.
-void MsgDrivenThread::leaveStray(unsigned int entriesBefore) {
-    mCtlQueue.removeLast(mCtlQueue.size() - entriesBefore);
+// that tells of it; beyond what is counted it goes.
+void MsgDrivenThread::leaveStray() {
     if (mStrayFrames == UCHAR_MAX) {
         mDataQueue.removeLast(mSendMsg.maxSize());
     } else {
@@ -298,24 +294,62 @@ bool MsgDrivenThread::hasRoomForEntry() const {
 
 int MsgDrivenThread::postThreadCtlMsg(int msgId, int param) {
     SyncGuard const guard(mQueueLock);
-    ThreadCtlMsg entry;
-    entry.mMsgId = msgId;
-    entry.mParam = param;
-    if (mCtlQueue.size() >= mCtlQueue.maxSize() || !reserveToken(mPipe[1])) {
+    return makeRoomForEntry(msgId) && queueEntry(msgId, param) ? 1 : 0;
+}
+
+// Under mQueueLock: a place in the control queue and room for one token.
+bool MsgDrivenThread::makeRoomForEntry(int msgId) {
+    int const writeEnd = mPipe[1];
+    while (mCtlQueue.size() >= mCtlQueue.maxSize() && hasDeadHead()) {
+        mCtlQueue.removeAt(0, 1);
+    }
+    if (mCtlQueue.size() >= mCtlQueue.maxSize()) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread(%s) Overflow ThreadCtlMsgQueue  MaxCount:%d MsgId:0x%08x", getName().buffer(),
                static_cast<int>(mCtlQueue.maxSize()), static_cast<unsigned int>(msgId));
-        return 0;
+        return false;
     }
+    if (!reserveToken(writeEnd)) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+               "MsgDrivenThread(%s) Overflow Pipe  MaxCount:%d MsgId:0x%08x", getName().buffer(),
+               static_cast<int>(tokenCapacity(writeEnd)), static_cast<unsigned int>(msgId));
+        return false;
+    }
+    return true;
+}
+
+// Under mQueueLock, behind makeRoomForEntry. Without its token the entry means nothing.
+bool MsgDrivenThread::queueEntry(int msgId, int param) {
+    ThreadCtlMsg entry;
+    entry.mMsgId = msgId;
+    entry.mParam = param;
     mCtlQueue.pushBack(entry);
     TokenIo const io = writeReservedToken(mPipe[1], {msgId, param});
     if (!io.isWhole()) {
+        mCtlQueue.removeLast(1);
+        entry.mParam = DEAD_PARAM;
+        mCtlQueue.pushBack(entry);
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread(%s)::postThreadCtlMsg() Error. write Ret:%u errno:%d", getName().buffer(),
                io.mRet, io.mErrno);
-        return 0;
     }
-    return 1;
+    return io.isWhole();
+}
+
+bool MsgDrivenThread::isDead(ThreadCtlMsg const& entry) {
+    return entry.mParam == DEAD_PARAM;
+}
+
+// Under mQueueLock.
+bool MsgDrivenThread::hasDeadHead() const {
+    ThreadCtlMsg const* const head = mCtlQueue.elementAt(0);
+    return head != nullptr && isDead(*head);
+}
+
+// Under mQueueLock: a wake entry whose request is no longer there.
+bool MsgDrivenThread::hasForgottenHead() const {
+    ThreadCtlMsg const* const head = mCtlQueue.elementAt(0);
+    return head != nullptr && head->mMsgId == MSG_ID_CTL_WAKE && !mIsRequested;
 }
 
 bool MsgDrivenThread::isDataMsgId(int msgId) {
@@ -337,9 +371,7 @@ bool MsgDrivenThread::isDataMsgId(int msgId) {
 
 // The loop, from here to the end: everything runs on the message thread.
 
-// The start that made this thread may not have stored the thread's id yet; a handler may ask for it.
 int MsgDrivenThread::execute() {
-    waitForStart();
     // A thread that could not be registered has no id, and nobody could stop it.
     int const result = getId() != 0 ? runLoop() : -1;
     leaveWatchdog();
@@ -354,12 +386,10 @@ int MsgDrivenThread::runLoop() {
         if (token.mId == MSG_ID_TIMEOUT_SIGNAL) {
             acknowledgeTimerToken(token.mParam);
             executeTimeoutSignal(toUserTimerId(token.mParam));
-            continue;
         }
-        bool const acted = serveToken(token, place);
-        // A stop is obeyed by its token alone: after a lost token something else may stand at the head for
-        // good.
-        if ((acted || token.mId == MSG_ID_CTL_STOP) && hasRequestedStop()) {
+        bool const isObeyed =
+            token.mId != MSG_ID_TIMEOUT_SIGNAL && (serveToken(token, place) || token.mId == MSG_ID_CTL_STOP);
+        if ((isObeyed || mStopsAtAnyToken) && hasRequestedStop()) {
             return 0;
         }
     }
@@ -381,9 +411,7 @@ bool MsgDrivenThread::serveToken(PipeToken const& token, StatementInfo const& pl
         return false;
     }
     int const result = actOn(head);
-    if (ThreadManager::get()->isRegisteredWatchdog(0)) {
-        keepAliveWatchdog(place);
-    }
+    reportIfRegistered(place);
     if (result != 0) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "!!!!!!!! MsgDrivenThread(%s) Error. MsgId:0x%08x !!!!!!!!",
                getName().buffer(), static_cast<unsigned int>(token.mId));
@@ -391,16 +419,15 @@ bool MsgDrivenThread::serveToken(PipeToken const& token, StatementInfo const& pl
     return true;
 }
 
-// A wake entry whose request is no longer there (its token was lost) would stand at the head for good.
+// What waits at the head for nobody would stand there for good.
 bool MsgDrivenThread::peekHead(ThreadCtlMsg* head, bool* isRequested) {
     SyncGuard const guard(mQueueLock);
     mIsRequested = mIsRequested && (mInterruptEvent.isOn() || mEraseEvent.isOn() || mFindEvent.isOn());
     *isRequested = mIsRequested;
-    ThreadCtlMsg const* first = mCtlQueue.elementAt(0);
-    while (first != nullptr && first->mMsgId == MSG_ID_CTL_WAKE && !mIsRequested) {
+    while (hasDeadHead() || hasForgottenHead()) {
         mCtlQueue.removeAt(0, 1);
-        first = mCtlQueue.elementAt(0);
     }
+    ThreadCtlMsg const* const first = mCtlQueue.elementAt(0);
     if (first == nullptr) {
         return false;
     }

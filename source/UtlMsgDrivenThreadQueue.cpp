@@ -98,8 +98,8 @@ bool MsgDrivenThread::askLoop(Event& event) {
 
 // The walk over the queues, on the message thread and under mQueueLock.
 
-bool MsgDrivenThread::hasFrame(int msgId) {
-    return msgId == MSG_ID_CTL_SYNC || isDataMsgId(msgId);
+bool MsgDrivenThread::hasFrame(ThreadCtlMsg const& entry) {
+    return !isDead(entry) && (entry.mMsgId == MSG_ID_CTL_SYNC || isDataMsgId(entry.mMsgId));
 }
 
 // The part of the data queue that control entries account for.
@@ -138,7 +138,7 @@ bool MsgDrivenThread::executeFindMsg(MsgJudgementInterface* judgement, ThreadRaw
             break;
         }
         unsigned int const place = offset;
-        offset += hasFrame(entry->mMsgId) ? mScanMsg.maxSize() : 0;
+        offset += hasFrame(*entry) ? mScanMsg.maxSize() : 0;
         if (scanForFind(*entry, place) && judgement->judge(mScanMsg)) {
             if (out != nullptr) {
                 *out = mScanMsg;
@@ -150,13 +150,16 @@ bool MsgDrivenThread::executeFindMsg(MsgJudgementInterface* judgement, ThreadRaw
 }
 
 bool MsgDrivenThread::scanForFind(ThreadCtlMsg const& entry, unsigned int offset) {
+    if (isDead(entry)) {
+        return false;
+    }
     if (entry.mMsgId == MSG_ID_CTL_TIMEOUT) {
         if (scanTimer(entry.mParam)) {
             return true;
         }
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread::executeFindMsg(): Can't store message. Line=%d", __LINE__);
-    } else if (hasFrame(entry.mMsgId)) {
+    } else if (hasFrame(entry)) {
         if (scanFrame(offset)) {
             return true;
         }
@@ -215,6 +218,10 @@ MsgDrivenThread::EraseStep MsgDrivenThread::eraseMatches(MsgJudgementInterface& 
 MsgDrivenThread::EraseStep MsgDrivenThread::eraseIfMatching(ThreadCtlMsg entry,
                                                             MsgJudgementInterface& judgement,
                                                             EraseWalk& walk) {
+    if (isDead(entry)) {
+        walk.pass(0);
+        return EraseStep::GOES_ON;
+    }
     if (entry.mMsgId == MSG_ID_CTL_TIMEOUT) {
         return eraseTimeoutIfMatching(entry.mParam, judgement, walk);
     }

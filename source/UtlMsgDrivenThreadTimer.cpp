@@ -241,7 +241,6 @@ void MsgDrivenThread::disownCopy(int timerId) {
     if (copy != nullptr) {
         copy->forgetSysTimer();
         copy->mSysParam = nullptr;
-        copy->mRunning.set(new Event(0, 1));
     }
 }
 
@@ -389,10 +388,9 @@ void MsgDrivenThread::executeTimeoutSignal(int timerId) {
     if (info == nullptr || !info->acceptsTimeout()) {
         return;
     }
-    unsigned int const entriesBefore = mCtlQueue.size();
-    postThreadCtlMsg(MSG_ID_CTL_TIMEOUT, timerId);
-    // An entry stays where its token alone could not be written.
-    info->mPendingCount += mCtlQueue.size() - entriesBefore;
+    if (postThreadCtlMsg(MSG_ID_CTL_TIMEOUT, timerId) != 0) {
+        ++info->mPendingCount;
+    }
 }
 
 int MsgDrivenThread::executeTimeout(int timerId) {

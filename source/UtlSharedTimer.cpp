@@ -1,7 +1,6 @@
 #include "UtlSharedTimer.h"
 
 #include <algorithm>
-#include <cerrno>
 
 #include "UtlEventWait.h"
 #include "UtlKeepAlive.h"
@@ -30,17 +29,6 @@ unsigned int tokenCount(unsigned int maxTimerCount) {
         UINT_MAX, SharedTimer::CTL_ENTRY_MAX + 1ULL * maxTimerCount * TIMER_TOKENS_MAX));
 }
 
-// The way of a new thread into `execute`, for one constructor at a time.
-struct Entrance {
-    SyncObject mSyncObject;
-    Event mPassed{0, 0};
-};
-
-Entrance& entrance() {
-    static ProcessWide<Entrance> entrance;
-    return *entrance;
-}
-
 }  // namespace
 
 SharedTimer::SharedTimer(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
@@ -53,21 +41,15 @@ SharedTimer::SharedTimer(int watchdog, unsigned int aliveTime, WatchdogTimerList
                error);
     }
     installTimeoutSignalHandler();
-    startThread(watchdog, aliveTime, listener);
-}
-
-// The thread looks `execute` up in the object, and behind it its end; the constructor of a derived class,
-// which comes next, changes what stands there. So this returns when the thread is inside, or has ended.
-void SharedTimer::startThread(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener) {
-    SyncGuard const oneAtATime(entrance().mSyncObject);
-    entrance().mPassed.setOff();
-    bool created = false;
-    startTelling(&created, watchdog, aliveTime, listener, 1, 0, ThreadPriority(ThreadPriority::NORMAL), 0);
-    if (created) {
-        waitUntilOn(entrance().mPassed, 0);
+    try {
+        Thread::start(watchdog, aliveTime, listener, 1, 0, ThreadPriority(ThreadPriority::NORMAL), 0);
+    } catch (...) {
+        ClosingTokenPipe const pipe(mPipe);
+        throw;
     }
-    if (created && (!hasDone(STARTED) || mPipe[0] == -1)) {
-        waitForEnd();  // without registration or pipe it ends at once
+    waitUntilInside();
+    if (!hasDone(STARTED) || mPipe[0] == -1) {
+        waitForEnd();  // without registration or pipe a thread ends at once
     }
 }
 
@@ -116,7 +98,8 @@ bool SharedTimer::isOwnThread() const {
 // ended.
 void SharedTimer::requestStop() {
     int const writeEnd = mPipe[1];
-    if (!postTimerCtlMsg(TIMER_CTL_QUIT, -1) && reserveToken(writeEnd)) {
+    bool const isPosted = hasRoomForToken(writeEnd) && postTimerCtlMsg(TIMER_CTL_QUIT, -1);
+    if (!isPosted && reserveToken(writeEnd)) {
         writeReservedToken(writeEnd, {TIMER_CTL_QUIT, -1});
     }
 }
@@ -133,8 +116,8 @@ void SharedTimer::onTime(int timerId) {
     }
 }
 
-TimerInfo const* SharedTimer::findTimer(int timerId) const {
-    return liveTimer(mTimers.find(timerId));
+TimerInfo* SharedTimer::findTimer(int timerId) const {
+    return const_cast<TimerInfo*>(liveTimer(mTimers.find(timerId)));
 }
 
 TimerInfo* SharedTimer::findTimer(int timerId) {
@@ -170,14 +153,16 @@ bool SharedTimer::postTimerCtlMsg(int msgId, int param) {
         return false;
     }
     int const writeEnd = mPipe[1];
-    TokenIo io = {static_cast<unsigned int>(-1), EAGAIN};
-    if (reserveToken(writeEnd)) {
-        TimerCtlMsg entry;
-        entry.mMsgId = msgId;
-        entry.mParam = param;
-        mCtlQueue.pushBack(entry);
-        io = writeReservedToken(writeEnd, {msgId, param});
+    if (!reserveToken(writeEnd)) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "SharedTimerThread(%s) Overflow Pipe  MaxCount:%d",
+               getName().buffer(), static_cast<int>(tokenCapacity(writeEnd)));
+        return false;
     }
+    TimerCtlMsg entry;
+    entry.mMsgId = msgId;
+    entry.mParam = param;
+    mCtlQueue.pushBack(entry);
+    TokenIo const io = writeReservedToken(writeEnd, {msgId, param});
     if (!io.isWhole()) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "SharedTimerThread(%s) Error. write Ret:%u errno:%d",
                getName().buffer(), io.mRet, io.mErrno);
@@ -187,10 +172,9 @@ bool SharedTimer::postTimerCtlMsg(int msgId, int param) {
 
 // The loop, on the timer thread.
 
-// The start that made this thread may not have stored the thread's id yet, by which a listener is known.
+// The constructor of a derived class comes next: this one returns when the thread is inside.
 int SharedTimer::execute() {
-    entrance().mPassed.setOn();
-    waitForStart();
+    enter();
     // A thread that could not be registered has no id, and nobody could stop it.
     int const result = getId() != 0 ? runLoop() : -1;
     leaveWatchdog();
@@ -232,9 +216,7 @@ void SharedTimer::serveHead(StatementInfo const& place) {
         return;
     }
     int const result = actOn(head);
-    if (ThreadManager::get()->isRegisteredWatchdog(0)) {
-        keepAliveWatchdog(place);
-    }
+    reportIfRegistered(place);
     if (result != 0) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "!!!!!!!! SharedTimerThread(%s) Error. MsgId:0x%08x !!!!!!!!", getName().buffer(),

@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "UtlAdopt.h"
 #include "UtlEventWait.h"
 #include "UtlSharedTimer.h"
 #include "UtlThreadManager.h"
@@ -52,9 +53,8 @@ int SharedTimer::addTimer(TimerListener* listener, unsigned int interval, unsign
     if (hasRequestedStop() || hasDone(FINISHED)) {
         return NO_TIMER_ID;
     }
-    TimerInfo info(listener, interval, repeatCount, autoRepeat);
-    info.mRunning.set(new TimerRunEvent);
-    return insertTimer(info);
+    return insertTimer(
+        TimerInfo(listener, interval, repeatCount, autoRepeat, share(std::make_unique<TimerRunEvent>())));
 }
 
 int SharedTimer::insertTimer(TimerInfo info) {

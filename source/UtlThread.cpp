@@ -3,40 +3,13 @@
 #include <time.h>
 
 #include <cerrno>
+#include <memory>
 
 #include "UtlEventWait.h"
+#include "UtlThreadLife.h"
 #include "UtlThreadManager.h"
 
 namespace utl {
-
-namespace {
-
-// What is left to a thread behind its last milestone is to tell the manager. Who waits longer than so many
-// milliseconds for that waits for another thread, which has got the kernel id of one that is gone.
-constexpr unsigned int LAST_STEP_TIME = 200;
-
-/// The cell that hands a `Thread` to its new thread: deleted with the scope, unless the thread exists by
-/// then, which deletes it itself.
-class [[nodiscard]] StartCell {
-  public:
-    explicit StartCell(Thread* thread) : mCell(new Thread*(thread)) {}
-    ~StartCell() {
-        if (!mTaken) {
-            delete mCell;
-        }
-    }
-    StartCell(StartCell const&) = delete;
-    StartCell& operator=(StartCell const&) = delete;
-
-    void* get() { return mCell; }
-    bool* taken() { return &mTaken; }
-
-  private:
-    Thread** const mCell;
-    bool mTaken = false;
-};
-
-}  // namespace
 
 Command::~Command() = default;
 
@@ -45,32 +18,31 @@ Thread::Thread(char const* name, Command* command)
 
 Thread::~Thread() {
     stop(1, 0);
-    if (hasDone(STARTED)) {
-        waitForEnd();
-    }
+    waitForEnd();
 }
 
+// The thread goes on when the handshake is over: it finds here what is stored until then.
 int Thread::start(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener, int waitReady,
-                  unsigned int waitTimeout, ThreadPriority const& priority, unsigned int reserved) {
-    bool created = false;
-    return startTelling(&created, watchdog, aliveTime, listener, waitReady, waitTimeout, priority, reserved);
-}
-
-int Thread::startTelling(bool* created, int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
-                         int waitReady, unsigned int waitTimeout, ThreadPriority const& priority,
-                         unsigned int /*reserved*/) {
+                  unsigned int waitTimeout, ThreadPriority const& priority, unsigned int /*reserved*/) {
     SyncGuard const guard(mSyncObject);
     if (hasDone(STARTED)) {
         return -1;
     }
-    StartCell cell(this);
-    mId = ThreadManager::get()->entryTelling(cell.taken(), startImpl, cell.get(), watchdog, aliveTime,
-                                             listener, mName.buffer(), priority);
-    *created = *cell.taken();
-    if (mId == 0) {
+    ThreadManager* const manager = ThreadManager::get();
+    StartHandshake handshake(ThreadManager::managerNumber());
+    auto cell = std::make_unique<Thread*>(this);
+    int const id = manager->start(handshake, startImpl, cell.get(), watchdog, aliveTime, listener,
+                                  mName.buffer(), priority);
+    if (handshake.hasThread()) {
+        static_cast<void>(cell.release());  // the thread's
+        mEndEvent = handshake.end();
+    }
+    if (id == 0) {
         return -1;
     }
+    mId = id;
     mMilestones[STARTED].setOn();
+    handshake.release();
     return waitReady == 1 ? waitTo(READY, waitTimeout) : 0;
 }
 
@@ -99,11 +71,10 @@ int Thread::stop(int wait, unsigned int timeout) {
             return -1;
         }
     }
-    if (mMilestones[FINISHED].isOn()) {
-        waitForEnd();
-        return -1;
+    ThreadManager* const manager = ThreadManager::getIfCreated();
+    if (manager != nullptr) {
+        manager->unregisterWatchdog(getId());
     }
-    ThreadManager::get()->unregisterWatchdog(getId());
     mMilestones[STOP_REQUESTED].setOn();
     requestStop();
     return wait == 1 ? waitTo(FINISHED, timeout) : 0;
@@ -118,13 +89,15 @@ int Thread::waitTo(int milestone, unsigned int timeout) {
         return -1;
     }
     if (started && milestone == FINISHED) {
-        return ThreadManager::get()->waitToStop(mId, timeout);
+        ThreadManager* const manager = ThreadManager::getIfCreated();
+        return manager != nullptr && manager->hasEntry(mId, mEndEvent) ? waitUntilOn(*mEndEvent, timeout)
+                                                                       : -1;
     }
     return waitUntilOn(mMilestones[milestone], timeout);
 }
 
 bool Thread::hasDone(int milestone) const {
-    if (static_cast<unsigned int>(milestone) >= MILESTONE_COUNT || mMilestones[milestone].isOff()) {
+    if (static_cast<unsigned int>(milestone) >= MILESTONE_COUNT || !mMilestones[milestone].peekOn()) {
         return false;
     }
     return milestone != FINISHED || !isRunning();
@@ -142,8 +115,14 @@ bool Thread::getResult(unsigned int* result) const {
     return true;
 }
 
+// What `ThreadManager::isActive` answers, without the lock of the table, which a start elsewhere may hold for
+// long: a running thread cannot leave the table, except with the whole of it.
 bool Thread::isRunning() const {
-    return ThreadManager::get()->isActive(mId);
+    if (mId == 0) {
+        return false;
+    }
+    ThreadLife const& life = ThreadLife::of(mEndEvent);
+    return !life.hasEnded() && life.manager() == ThreadManager::managerNumber();
 }
 
 bool Thread::setPriority(ThreadPriority const& priority) {
@@ -183,12 +162,10 @@ void Thread::sleep(unsigned int ms) {
     }
 }
 
-// A manager that was created after the thread was started does not know it; the milestone does.
-void Thread::waitForEnd() {
-    if (hasDone(STARTED)) {
-        waitTo(FINISHED, mMilestones[FINISHED].isOn() ? LAST_STEP_TIME : 0);
+void Thread::waitForEnd() const {
+    if (mEndEvent.get() != nullptr) {
+        waitUntilOn(*mEndEvent, 0);
     }
-    waitUntilOn(mMilestones[FINISHED], 0);
 }
 
 // A stop takes the thread out before it makes itself known.
@@ -198,8 +175,14 @@ void Thread::leaveWatchdog() const {
     }
 }
 
-void Thread::waitForStart() const {
-    SyncGuard const guard(mSyncObject);
+void Thread::enter() const {
+    ThreadLife::of(mEndEvent).mInside.setOn();
+}
+
+void Thread::waitUntilInside() const {
+    if (mEndEvent.get() != nullptr) {
+        waitUntilOn(ThreadLife::of(mEndEvent).mInside, 0);
+    }
 }
 
 }  // namespace utl

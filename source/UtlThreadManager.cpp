@@ -4,13 +4,13 @@
 #include <sys/resource.h>
 
 #include <atomic>
-#include <climits>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
 #include <type_traits>
 
+#include "UtlAdopt.h"
 #include "UtlEventWait.h"
 #include "UtlKeepAlive.h"
 #include "UtlLog.h"
@@ -18,6 +18,7 @@
 #include "UtlMemoryThreadName.h"
 #include "UtlProcessWide.h"
 #include "UtlThreadId.h"
+#include "UtlThreadLife.h"
 #include "UtlThreadWatchdog.h"
 
 namespace utl {
@@ -39,6 +40,11 @@ static_assert(std::is_trivially_destructible_v<std::mutex>, "threads may outlive
 // The instance, from the start of its watchdog until its end begins: found without a lock, because every sign
 // of life looks for it.
 std::atomic<ThreadManager*> gWatching{nullptr};
+
+// The instance has no watchdog because that could not be started.
+std::atomic<bool> gWatchdogFailed{false};
+
+std::atomic<unsigned int> gManagerNumber{0};
 
 // Applies to the calling thread alone, other than POSIX has it.
 int setCallersPriority(char const* function, unsigned int line, int osValue) {
@@ -94,8 +100,8 @@ ThreadManager::ThreadEntry::ThreadEntry(int caller, unsigned long handle, char c
                                         ThreadPriority const& priority)
     : mName(name, 0, 0), mPriority(priority) {
     if (caller == 0) {
-        mEndEvent.set(new Event(0, 0));
-        mThreadHandle.set(new unsigned long(handle));
+        mEndEvent = share(std::make_unique<Event>(0, 0));
+        adopt(&mThreadHandle, std::make_unique<unsigned long>(handle));
     }
 }
 
@@ -121,16 +127,80 @@ void ThreadManager::ThreadEntry::detach() {
     mThreadHandle.release();
 }
 
+void ThreadManager::ThreadEntry::swap(ThreadEntry& other) noexcept {
+    mName.swap(other.mName);
+    std::swap(mPriority, other.mPriority);
+    std::swap(mEndEvent, other.mEndEvent);
+    std::swap(mThreadHandle, other.mThreadHandle);
+}
+
 // What `entry` hands to the new thread.
 struct ThreadManager::StartParameter {
-    StartParameter(void (*function)(void*), void* argument, ThreadPriority const& priority)
-        : mEvent(0, 0), mFunction(function), mId(0), mPriority(priority), mArgument(argument) {}
+    StartParameter(ThreadManager& manager, SmartPointer<Event> const& end, void (*function)(void*),
+                   void* argument, ThreadPriority const& priority)
+        : mEvent(0, 0),
+          mFunction(function),
+          mId(0),
+          mPriority(priority),
+          mArgument(argument),
+          mManager(manager),
+          mEnd(end) {}
 
     Event mEvent;  // part of the structure, though the hand-over goes through mStartEvent
     void (*mFunction)(void*);
     int mId;
     ThreadPriority mPriority;
     void* mArgument;
+    ThreadManager& mManager;
+    SmartPointer<Event> mEnd;
+};
+
+// All that is kept of a new thread, had before there is one: behind that nothing must fail for want of
+// memory.
+struct ThreadManager::NewThread {
+    NewThread(SmartPointer<Event> const& end, int watchdog, unsigned int aliveTime,
+              WatchdogTimerListener* listener, char const* name, ThreadPriority const& priority)
+        : mHandle(std::make_unique<unsigned long>(0)), mEntry(1, 0, name, priority), mName(name) {
+        mEntry.mEndEvent = end;
+        mEntry.mThreadHandle.set(mHandle.get());
+        if (watchdog == 1) {
+            mWatched = WatchdogInfo(0, aliveTime, listener, name, WatchdogInfo::NOT_WATCHING);
+        }
+    }
+
+    // From now on the last copy of the entry gives the cell back.
+    void setHandle(unsigned long handle) {
+        *mHandle = handle;
+        static_cast<void>(mHandle.release());
+    }
+
+    std::unique_ptr<unsigned long> mHandle;
+    ThreadEntry mEntry;
+    char const* const mName;
+    WatchdogInfo mWatched;
+};
+
+StartHandshake::StartHandshake(unsigned int manager) : mEnd(share(std::make_unique<ThreadLife>(manager))) {}
+
+// The end of a thread, told when the scope ends, also by `pthread_exit`. A thread that ends after its manager
+// makes a new one, as whoever uses the library then; where that cannot be had the end comes all the same.
+class [[nodiscard]] ThreadEnd {
+  public:
+    explicit ThreadEnd(SmartPointer<Event> const& end) : mEnd(end) {}
+    ~ThreadEnd() {
+        {
+            std::shared_lock<std::shared_mutex> const notDeleted(gDeletion);
+            ThreadManager::getOrNull();
+        }
+        mEnd->setOn();
+    }
+    ThreadEnd(ThreadEnd const&) = delete;
+    ThreadEnd& operator=(ThreadEnd const&) = delete;
+
+    void waitForRelease() const { waitUntilOn(ThreadLife::of(mEnd).mReleased, 0); }
+
+  private:
+    SmartPointer<Event> const mEnd;
 };
 
 ThreadManager* ThreadManager::mpTheObject = nullptr;
@@ -151,9 +221,53 @@ ThreadManager* ThreadManager::get() {
     bool isFirst = false;
     ThreadManager* const manager = getOrCreate(&isFirst);
     if (isFirst) {
-        manager->mWatchdog.load()->initialize(WatchdogInfo::DEFAULT_WATCH_INTERVAL);
+        manager->initializeWatchdog();
     }
     return manager;
+}
+
+// Supervision that could not be had is told of, and wanted again by the next `get`.
+void ThreadManager::initializeWatchdog() {
+    struct [[nodiscard]] Try {
+        ~Try() {
+            gWatchdogFailed = !mIsDone;
+            if (mIsDone) {
+                return;
+            }
+            applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ThreadManager::get() : Watchdog is not started.");
+            SyncGuard const guard(instantiationSyncObject());
+            gWatching = nullptr;
+            mHasInitializedWatchdog = false;
+        }
+        bool mIsDone = false;
+    } once;
+    ThreadWatchdog& watchdog = *mWatchdog.load();
+    if (gWatchdogFailed) {
+        watchdog.renewThread();
+    }
+    // Without room for any thread there is none to watch.
+    once.mIsDone = mEntries.maxSize() == 0 || watchdog.initialize(WatchdogInfo::DEFAULT_WATCH_INTERVAL);
+}
+
+// A sign of life makes the manager, as every use does. It never throws, and it does not try again what `get`
+// has failed to start: it is given in the middle of other things, a start among them.
+ThreadManager* ThreadManager::getOrNull() noexcept {
+    ThreadManager* const watching = gWatching;
+    if (watching != nullptr) {
+        return watching;
+    }
+    if (!gWatchdogFailed) {
+        try {
+            return get();
+        } catch (std::bad_alloc const&) {
+            // It is done without.
+        }
+    }
+    return getIfCreated();
+}
+
+unsigned int ThreadManager::managerNumber() {
+    return gManagerNumber;
 }
 
 // Instance and flag belong together: whoever gets a new instance sees a cleared flag, and one of them sets
@@ -190,9 +304,9 @@ bool ThreadManager::initializeEntryMax(unsigned int entryMax) {
 // deleted.
 void ThreadManager::destroy() {
     std::lock_guard<std::mutex> const onlyOne(gDestruction);
-    ThreadManager* const watching = forbidWatchdog();
-    if (watching != nullptr) {
-        watching->mWatchdog.load()->shutdown();
+    ThreadManager* const ending = forbidWatchdog();
+    if (ending != nullptr) {
+        ending->mWatchdog.load()->shutdown();
     }
     std::unique_lock<std::shared_mutex> const alone(gDeletion);
     ThreadManager* const manager = getIfCreated();
@@ -201,19 +315,21 @@ void ThreadManager::destroy() {
         delete manager->mWatchdog.exchange(nullptr);
     }
     SyncGuard const guard(instantiationSyncObject());
+    ++gManagerNumber;
     delete mpTheObject;
     mpTheObject = nullptr;
+    gWatchdogFailed = false;
     mHasInitializedWatchdog = false;
 }
 
 // Nobody starts a watchdog any more until the flag is cleared. A thread that ended into a new instance may
-// have been about to: it has done so by now. Gives the instance whose watchdog was started, null if there is
-// none.
+// have been about to: it has done so by now. Gives the instance, null if there is none.
 ThreadManager* ThreadManager::forbidWatchdog() {
     std::unique_lock<std::shared_mutex> const alone(gDeletion);
     SyncGuard const guard(instantiationSyncObject());
     gWatching = nullptr;
-    return mHasInitializedWatchdog.exchange(true) ? mpTheObject : nullptr;
+    mHasInitializedWatchdog = true;
+    return mpTheObject;
 }
 
 int ThreadManager::getCallerId() {
@@ -239,28 +355,33 @@ ThreadManager::~ThreadManager() {
 int ThreadManager::entry(void (*function)(void*), void* argument, int watchdog, unsigned int aliveTime,
                          WatchdogTimerListener* listener, char const* name, ThreadPriority const& priority,
                          unsigned int /*reserved*/) {
-    bool created = false;
-    return entryTelling(&created, function, argument, watchdog, aliveTime, listener, name, priority);
+    StartHandshake handshake(managerNumber());
+    return start(handshake, function, argument, watchdog, aliveTime, listener, name, priority);
 }
 
-int ThreadManager::entryTelling(bool* created, void (*function)(void*), void* argument, int watchdog,
-                                unsigned int aliveTime, WatchdogTimerListener* listener, char const* name,
-                                ThreadPriority const& priority) {
+int ThreadManager::start(StartHandshake& handshake, void (*function)(void*), void* argument, int watchdog,
+                         unsigned int aliveTime, WatchdogTimerListener* listener, char const* name,
+                         ThreadPriority const& priority) {
     if (function == nullptr || name == nullptr || mFreePlaces == 0) {
         return 0;
     }
-    auto const parameter = std::make_unique<StartParameter>(function, argument, priority);
-    int const id = startAndRegister(created, *parameter, name);
+    auto const parameter =
+        std::make_unique<StartParameter>(*this, handshake.end(), function, argument, priority);
+    NewThread thread(handshake.end(), watchdog, aliveTime, listener, name, priority);
+    int const id = startAndRegister(handshake, *parameter, thread);
     if (id != 0) {
         registerThreadNameInMemory(id, name);
-        watchIfAsked(id, watchdog, aliveTime, listener, name);
+    }
+    if (id != 0 && watchdog == 1) {
+        thread.mWatched.id = id;
+        mWatchdog.load()->enter(thread.mWatched);
     }
     return id;
 }
 
 // The lock makes starts happen one at a time, so mStartEvent belongs to one of them. The new thread uses the
-// parameter until it has set the event on, and takes the lock only when its function has returned.
-int ThreadManager::startAndRegister(bool* created, StartParameter& parameter, char const* name) {
+// parameter until it has set the event on, and takes no lock before.
+int ThreadManager::startAndRegister(StartHandshake& handshake, StartParameter& parameter, NewThread& thread) {
     SyncGuard const guard(mEntriesSyncObject);
     mStartEvent.setOff();
     pthread_t handle = 0;
@@ -269,84 +390,66 @@ int ThreadManager::startAndRegister(bool* created, StartParameter& parameter, ch
     });
     if (result != 0) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "Thread Start Failed  Ret:%d, PriOs:%d, Name:%s", result,
-               parameter.mPriority.OsValue(), name);
+               parameter.mPriority.OsValue(), thread.mName);
         return 0;
     }
-    *created = true;
+    handshake.noteThread();
+    thread.setHandle(handle);
     waitUntilOn(mStartEvent, 0);
     mStartEvent.setOff();
-    return registerStarted(parameter, handle, name) ? parameter.mId : 0;
+    return registerStarted(parameter.mId, thread) ? parameter.mId : 0;
 }
 
-bool ThreadManager::registerStarted(StartParameter const& parameter, unsigned long handle, char const* name) {
-    int const osValue = parameter.mPriority.OsValue();
-    ThreadEntry const entry(0, handle, name, parameter.mPriority);
-    if (mEntries.find(parameter.mId) != nullptr || !storeEntry(parameter.mId, entry)) {
+bool ThreadManager::registerStarted(int id, NewThread& thread) {
+    int const osValue = thread.mEntry.mPriority.OsValue();
+    if (mEntries.find(id) != nullptr || !storeEntry(id, thread.mEntry)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
-               "entry() Error Thread Register           ID:%d, PriOs:%d, Name:%s", parameter.mId, osValue,
-               name);
+               "entry() Error Thread Register           ID:%d, PriOs:%d, Name:%s", id, osValue, thread.mName);
         return false;
     }
     if (mRegistrationLog) {
-        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_INFO, "Thread Start and Register ID:%d, PriOs:%d, Name:%s",
-               parameter.mId, osValue, name);
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_INFO, "Thread Start and Register ID:%d, PriOs:%d, Name:%s", id,
+               osValue, thread.mName);
     }
     return true;
 }
 
-// The manager is asked for each time: it may be another one by the time the function returns.
 void* ThreadManager::startThread(void* parameter) {
     auto* const start = static_cast<StartParameter*>(parameter);
     auto* const function = start->mFunction;
     void* const argument = start->mArgument;
+    ThreadEnd const end(start->mEnd);
     int const osValue = start->mPriority.OsValue();
     if (setCallersPriority("startThread", 1280, osValue) == -1) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "ThreadManager::startThread() Error setpriority() OsValue:%d", osValue);
     }
     start->mId = getCallerId();
-    signalStarted();
+    signalStarted(start->mManager);
+    end.waitForRelease();
     function(argument);
-    signalEnded(getCallerId());
     return nullptr;
 }
 
-void ThreadManager::signalStarted() {
+void ThreadManager::signalStarted(ThreadManager& manager) {
     std::shared_lock<std::shared_mutex> const notDeleted(gDeletion);
-    get()->mStartEvent.setOn();
+    manager.mStartEvent.setOn();
 }
 
-void ThreadManager::signalEnded(int id) {
-    std::shared_lock<std::shared_mutex> const notDeleted(gDeletion);
-    ThreadManager& manager = *get();
-    SyncGuard const guard(manager.mEntriesSyncObject);
-    ThreadEntry* const entry = manager.mEntries.find(id);
-    if (entry != nullptr) {
-        entry->toStop();
+bool ThreadManager::storeEntry(int id, ThreadEntry& entry) {
+    ThreadEntry* const known = mEntries.find(id);
+    if (known != nullptr) {
+        known->swap(entry);
+        return true;
     }
-}
-
-bool ThreadManager::storeEntry(int id, ThreadEntry const& entry) {
-    unsigned int const before = mEntries.size();
-    bool const stored = mEntries.insert(id, entry);
-    mFreePlaces -= mEntries.size() - before;
+    bool const stored = mEntries.insertSwapped(id, entry);
+    mFreePlaces -= stored ? 1 : 0;
     return stored;
 }
 
-// Erasing moves the later entries down and leaves a copy of the last one behind, whose share in its thread
-// would keep that from being detached. An empty entry takes the place of the copy for a moment.
 void ThreadManager::eraseEntry(int id) {
-    mEntries.erase(id);
-    mEntries.insert(INT_MAX, ThreadEntry());
-    mEntries.erase(INT_MAX);
-    ++mFreePlaces;
-}
-
-void ThreadManager::watchIfAsked(int id, int watchdog, unsigned int aliveTime,
-                                 WatchdogTimerListener* listener, char const* name) {
-    if (watchdog == 1) {
-        mWatchdog.load()->entry(id, aliveTime, listener, name);
-    }
+    ThreadEntry erased;
+    mFreePlaces += mEntries.eraseSwapped(id, erased) ? 1 : 0;
 }
 
 int ThreadManager::entryCaller(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
@@ -356,14 +459,16 @@ int ThreadManager::entryCaller(int watchdog, unsigned int aliveTime, WatchdogTim
         return 0;
     }
     registerThreadNameInMemory(id, name);
-    watchIfAsked(id, watchdog, aliveTime, listener, name);
+    if (watchdog == 1) {
+        mWatchdog.load()->entry(id, aliveTime, listener, name);
+    }
     return id;
 }
 
 bool ThreadManager::registerCaller(int id, char const* name) {
     SyncGuard const guard(mEntriesSyncObject);
     unsigned long const handle = keepAliveAround(SOURCE_FILE, "entryCaller", 581, pthread_self);
-    ThreadEntry const entry(1, handle, name, ThreadPriority(ThreadPriority::INVALID));
+    ThreadEntry entry(1, handle, name, ThreadPriority(ThreadPriority::INVALID));
     ThreadEntry const* const known = mEntries.find(id);
     if ((known != nullptr && known->isControllable()) || !storeEntry(id, entry)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
@@ -397,6 +502,13 @@ int ThreadManager::waitToStop(int id, unsigned int timeout) {
         }
     }
     return waited.waitToStop(timeout);
+}
+
+// The id may be another thread's by now; the end is not.
+bool ThreadManager::hasEntry(int id, SmartPointer<Event> const& end) {
+    SyncGuard const guard(mEntriesSyncObject);
+    ThreadEntry const* const entry = mEntries.find(id);
+    return entry != nullptr && entry->mEndEvent.get() == end.get();
 }
 
 bool ThreadManager::isThreadExist(int id) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "UtlLog.h"
@@ -21,6 +22,10 @@ constexpr int NO_TIMER = -1;
 
 ProcessWide<StatementInfo> gInvalidStatement("", "", 0U, 0U);
 ProcessWide<WatchdogInfo> gInvalidInfo;
+
+MsgDrivenThread* newThread(unsigned int timers) {
+    return new MsgDrivenThread(TIMER_MSG_BYTES, MSG_COUNT, "Watchdog Thread", timers);
+}
 
 bool areEqualTexts(char const* left, char const* right) {
     return std::strcmp(orEmpty(left), orEmpty(right)) == 0;
@@ -97,12 +102,18 @@ struct ThreadWatchdog::TableSize {
     unsigned int rows = 0;
     unsigned int nameLength = 0;  // of the longest name
 
-    // Gives `copy`, which is empty, rows that take the table without an allocation.
-    void makeRows(WatchdogInfos* copy) const {
-        std::string const longest(nameLength, ' ');
-        WatchdogInfo const row(0, 0, nullptr, longest.c_str(), WatchdogInfo::NOT_WATCHING);
-        for (unsigned int i = 0; i < rows; ++i) {
-            copy->insert(static_cast<int>(i), row);
+    // Rows that take the table without an allocation; null where there is no memory for them.
+    std::unique_ptr<WatchdogInfos> makeRows() const {
+        try {
+            auto made = std::make_unique<WatchdogInfos>(rows, 0);
+            std::string const longest(nameLength, ' ');
+            WatchdogInfo const row(0, 0, nullptr, longest.c_str(), WatchdogInfo::NOT_WATCHING);
+            for (unsigned int i = 0; i < rows; ++i) {
+                made->insert(static_cast<int>(i), row);
+            }
+            return made;
+        } catch (std::bad_alloc const&) {
+            return nullptr;
         }
     }
 
@@ -130,6 +141,18 @@ WatchdogInfo::WatchdogInfo(int threadId, unsigned int allowedTime, WatchdogTimer
 
 WatchdogInfo::~WatchdogInfo() = default;
 
+void WatchdogInfo::swap(WatchdogInfo& other) noexcept {
+    std::swap(id, other.id);
+    std::swap(aliveTime, other.aliveTime);
+    std::swap(listener, other.listener);
+    std::swap(lastAliveTick, other.lastAliveTick);
+    std::swap(watchStatus, other.watchStatus);
+    std::swap(aliveStatus, other.aliveStatus);
+    std::swap(timeoutCount, other.timeoutCount);
+    std::swap(lastStatement, other.lastStatement);
+    name.swap(other.name);
+}
+
 bool operator==(WatchdogInfo const& left, WatchdogInfo const& right) {
     return left.id == right.id && left.aliveTime == right.aliveTime && left.listener == right.listener &&
            left.lastAliveTick == right.lastAliveTick && left.watchStatus == right.watchStatus &&
@@ -145,7 +168,15 @@ void ThreadWatchdog::DefaultTimerListener::onTime(int, WatchdogInfos const& info
 
 ThreadWatchdog::ThreadWatchdog(unsigned int entryMax)
     : mThread(nullptr), mTimerId(NO_TIMER), mInitialized(false), mInKeepAlive(false), mInfos(entryMax, 0) {
-    mThread = new MsgDrivenThread(TIMER_MSG_BYTES, MSG_COUNT, "Watchdog Thread", entryMax);
+    mThread = newThread(entryMax);
+}
+
+void ThreadWatchdog::renewThread() {
+    MsgDrivenThread* const renewed = newThread(mInfos.maxSize());
+    mThread->stop(1, 0);
+    mThread->leaveManagement();
+    delete mThread;
+    mThread = renewed;
 }
 
 ThreadWatchdog::~ThreadWatchdog() {
@@ -170,6 +201,9 @@ void ThreadWatchdog::shutdown() {
 }
 
 bool ThreadWatchdog::setWatchInterval(unsigned int interval) {
+    if (!mInitialized) {
+        return false;
+    }
     mThread->killTimer(mTimerId, 0);
     return setTimer(interval);
 }
@@ -198,8 +232,7 @@ void ThreadWatchdog::executeWatchThreads() {
     if (now == WatchdogInfo::NO_TICK) {
         return;  // no time to compare with
     }
-    for (int id = findOverdue(now); id != 0; id = findOverdue(now)) {
-        executeWatchdogTimeout(id);
+    for (int id = findOverdue(now); id != 0 && timeOut(id); id = findOverdue(now)) {
     }
 }
 
@@ -220,18 +253,26 @@ int ThreadWatchdog::findOverdue(unsigned int now) {
 // The copy has its memory before the lock is taken: an allocation may wait, in operators of the application,
 // for a thread that reports here meanwhile. It is tried again where the table has grown in between.
 void ThreadWatchdog::executeWatchdogTimeout(int id) {
+    timeOut(id);
+}
+
+// False where there is no memory for the copy: nothing is declared, and the next pass tries again.
+bool ThreadWatchdog::timeOut(int id) {
     TimeoutAnswer answer = NO_ROOM;
     while (answer == NO_ROOM) {
         TableSize const size = tableSize();
-        WatchdogInfos copy(size.rows, 0);
-        size.makeRows(&copy);
+        auto const copy = size.makeRows();
+        if (copy == nullptr) {
+            return false;
+        }
         WatchdogTimerListener* listener = nullptr;
-        answer = declareTimeout(id, size, &listener, &copy);
+        answer = declareTimeout(id, size, &listener, copy.get());
         if (answer == DECLARED) {
             DefaultTimerListener standIn;
-            (listener != nullptr ? listener : &standIn)->onTime(id, copy);
+            (listener != nullptr ? listener : &standIn)->onTime(id, *copy);
         }
     }
+    return true;
 }
 
 ThreadWatchdog::TableSize ThreadWatchdog::tableSize() {
@@ -270,18 +311,30 @@ bool ThreadWatchdog::entry(int id, unsigned int aliveTime, WatchdogTimerListener
     if (aliveTime == 0) {
         return refuseNoAliveTime(id);
     }
-    if (name == nullptr || !mInitialized) {
+    if (name == nullptr) {
         return false;
     }
+    WatchdogInfo info(id, aliveTime, listener, name, WatchdogInfo::NOT_WATCHING);
+    return enter(info);
+}
+
+bool ThreadWatchdog::enter(WatchdogInfo& info) {
+    if (info.aliveTime == 0) {
+        return refuseNoAliveTime(info.id);
+    }
+    if (!mInitialized) {
+        return false;
+    }
+    int const id = info.id;
     SyncGuard const guard(mInfosSyncObject);
-    WatchdogInfo const info(id, aliveTime, listener, name, WatchdogInfo::NOT_WATCHING);
     ++gTableChanges;
-    if (mInfos.find(id) != nullptr || !mInfos.insert(id, info)) {
+    if (!mInfos.insertSwapped(id, info)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ThreadWatchdog Register EntryMap ID:%d", id);
         return false;
     }
+    WatchdogInfo const& entered = *mInfos.find(id);
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_DETAIL, "ThreadWatchdog Register ID:%d, AliveTime:%u, Name:%s", id,
-           aliveTime, name);
+           entered.aliveTime, orEmpty(entered.name.buffer()));
     return true;
 }
 
@@ -291,7 +344,8 @@ bool ThreadWatchdog::unregister(int id) {
     }
     SyncGuard const guard(mInfosSyncObject);
     ++gTableChanges;
-    return mInfos.erase(id);
+    WatchdogInfo erased;
+    return mInfos.eraseSwapped(id, erased);
 }
 
 // A message thread asks for itself around each message, so the thread's last answer is kept. The count is

@@ -2,6 +2,21 @@
 
 namespace utl {
 
+namespace {
+
+// The thread runs by now: where there is no memory for the timer it ends here, and gives its place back.
+int addTimerOrDestroy(SharedTimer& timers, TimerListener* listener, unsigned int interval,
+                      unsigned int repeatCount, int autoRepeat) {
+    try {
+        return timers.addTimer(listener, interval, repeatCount, autoRepeat);
+    } catch (...) {
+        timers.destroy();
+        throw;
+    }
+}
+
+}  // namespace
+
 Timer::Timer(unsigned int interval, int watchdog, unsigned int aliveTime,
              WatchdogTimerListener* watchdogListener, unsigned int repeatCount, int autoRepeat,
              char const* name)
@@ -12,7 +27,7 @@ Timer::Timer(TimerListener* listener, unsigned int interval, int watchdog, unsig
              char const* name)
     : mSharedTimer(watchdog, aliveTime, watchdogListener, 1, name),
       mListener(listener),
-      mTimerId(mSharedTimer.addTimer(this, interval, repeatCount, autoRepeat)) {}
+      mTimerId(addTimerOrDestroy(mSharedTimer, this, interval, repeatCount, autoRepeat)) {}
 
 Timer::~Timer() = default;
 

@@ -1,5 +1,7 @@
 #include "UtlTimerInfo.h"
 
+#include "UtlAdopt.h"
+
 namespace utl {
 
 template class Map<int, TimerInfo>;
@@ -15,9 +17,16 @@ constexpr unsigned int PENDING_MAX_AUTO_REPEAT = 2;
 TimerListener::~TimerListener() = default;
 
 TimerInfo::TimerInfo(TimerListener* listener, unsigned int interval, unsigned int repeatCount, int autoRepeat)
-    : mListener(listener), mInterval(interval), mRepeatCount(repeatCount), mAutoRepeat(autoRepeat) {
-    mRunning.set(new Event(0, 1));
-    mSysParam = new int[2];
+    : TimerInfo(listener, interval, repeatCount, autoRepeat, share(std::make_unique<Event>(0, 1))) {}
+
+TimerInfo::TimerInfo(TimerListener* listener, unsigned int interval, unsigned int repeatCount, int autoRepeat,
+                     SmartPointer<Event> const& running)
+    : mListener(listener),
+      mSysParam(new int[2]),
+      mInterval(interval),
+      mRepeatCount(repeatCount),
+      mAutoRepeat(autoRepeat),
+      mRunning(running) {
     resetSysParam();
 }
 

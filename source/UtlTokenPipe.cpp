@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
 #include "UtlBriefWait.h"
+#include "UtlKeepAlive.h"
 #include "UtlLog.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
@@ -47,20 +49,20 @@ PipeState* stateOf(int handle) {
     return chunk != nullptr ? chunk + number % CHUNK_SIZE : nullptr;
 }
 
-// False for a number beyond those that a process can have.
+// False for a number beyond those that a process can have, and without memory.
 bool makeRoomForState(int handle) {
     unsigned int const chunk = static_cast<unsigned int>(handle) / CHUNK_SIZE;
     if (chunk >= CHUNK_COUNT) {
         return false;
     }
     if (gChunks[chunk] == nullptr) {
-        auto* const made = new PipeState[CHUNK_SIZE];
+        auto* const made = new (std::nothrow) PipeState[CHUNK_SIZE];
         PipeState* none = nullptr;
-        if (!gChunks[chunk].compare_exchange_strong(none, made)) {
+        if (made != nullptr && !gChunks[chunk].compare_exchange_strong(none, made)) {
             delete[] made;
         }
     }
-    return true;
+    return gChunks[chunk] != nullptr;
 }
 
 PipeState* openStateOf(int handle) {
@@ -173,18 +175,19 @@ void countRead(int readEnd) {
 // Waits in `read` with the thread off the watchdog's list. `errno` belongs to the read, whatever the reports
 // do.
 TokenIo readUnwatched(StatementInfo const& place, int handle, PipeToken* token) {
-    bool const watched = ThreadManager::get()->isRegisteredWatchdog(0);
+    ThreadManager* const before = ThreadManager::getOrNull();
+    bool const watched = before != nullptr && before->isRegisteredWatchdog(0);
     if (watched) {
-        ThreadManager::get()->keepAliveWatchdog(place);
-        ThreadManager::get()->stopWatchdog(0);
+        before->keepAliveWatchdog(place);
+        before->stopWatchdog(0);
     }
     errno = 0;
     ssize_t const ret = read(handle, token, sizeof(*token));
     TokenIo const io = {static_cast<unsigned int>(ret), errno};
-    if (watched) {
-        // The manager of before may be gone.
-        ThreadManager::get()->startWatchdog(0);
-        ThreadManager::get()->keepAliveWatchdog(place);
+    ThreadManager* const after = ThreadManager::getOrNull();  // that of before may be gone
+    if (watched && after != nullptr) {
+        after->startWatchdog(0);
+        after->keepAliveWatchdog(place);
     }
     return io;
 }
@@ -241,6 +244,11 @@ bool hasRoomForToken(int writeEnd) {
 bool reserveToken(int writeEnd) {
     PipeState* const writer = openStateOf(writeEnd);
     return writer == nullptr || reserve(*writer);
+}
+
+unsigned int tokenCapacity(int writeEnd) {
+    PipeState const* const writer = openStateOf(writeEnd);
+    return writer != nullptr ? writer->capacity.load() : 0;
 }
 
 bool isTokenPipeEmpty(int readEnd) {

@@ -58,6 +58,9 @@ bool hasRoomForToken(int writeEnd);
 /// could block its writer. True where the pipe is gone: the write will say so.
 bool reserveToken(int writeEnd);
 
+/// The tokens for which the pipe has room; 0 where it is gone.
+unsigned int tokenCapacity(int writeEnd);
+
 /// True when no token waits to be read, and none is being written.
 bool isTokenPipeEmpty(int readEnd);
 

@@ -26,6 +26,20 @@ unsigned int allocationsOf(WORK work) {
     return gAllocations - before;
 }
 
+inline thread_local unsigned int tAllocationsUntilFailure = 0;  // 0: none fails
+
+/// Lets the nth `new` of the calling thread throw `std::bad_alloc`, counted from 1, once, while it lives.
+class [[nodiscard]] FailingAllocation {
+  public:
+    explicit FailingAllocation(unsigned int number) { tAllocationsUntilFailure = number; }
+    ~FailingAllocation() { tAllocationsUntilFailure = 0; }
+    FailingAllocation(FailingAllocation const&) = delete;
+    FailingAllocation& operator=(FailingAllocation const&) = delete;
+
+    /// True when it has failed.
+    bool hasHappened() const { return tAllocationsUntilFailure == 0; }
+};
+
 /// Lets every `new` throw `std::bad_alloc` while it lives.
 class [[nodiscard]] NoMemoryScope {
   public:
@@ -37,7 +51,8 @@ class [[nodiscard]] NoMemoryScope {
 
 inline void* countedAllocation(std::size_t bytes) {
     ++gAllocations;
-    void* const memory = gHasNoMemory ? nullptr : std::malloc(bytes);
+    bool const isTheOne = tAllocationsUntilFailure != 0 && --tAllocationsUntilFailure == 0;
+    void* const memory = gHasNoMemory || isTheOne ? nullptr : std::malloc(bytes);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }

@@ -2,6 +2,7 @@
 
 // Messages and listeners for the tests of message threads.
 
+#include <fcntl.h>
 #include <signal.h>
 
 #include <cerrno>
@@ -19,6 +20,7 @@
 #include "TestHooks.h"
 #include "TestLayout.h"
 #include "TestLog.h"
+#include "ThreadTestSupport.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlThreadManager.h"
 
@@ -51,6 +53,18 @@ namespace utltest {
 
 using ThreadAccess = utl::MsgDrivenThreadTestAccess;
 
+/// The tokens that a pipe with this end takes for certain.
+inline int tokensThatFit(int pipeEnd) {
+    return static_cast<int>(hooks::fcntl.real(pipeEnd, F_GETPIPE_SZ, 0) - getpagesize()) / 8 + 1;
+}
+
+/// The line of a message that the thread's pipe has no room for.
+inline std::string pipeOverflow(utl::MsgDrivenThread const& thread, char const* hexId) {
+    return std::string("<UTIL> ERR: MsgDrivenThread(") + thread.getName().buffer() +
+           ") Overflow Pipe  MaxCount:" + std::to_string(tokensThatFit(ThreadAccess::writeEnd(thread))) +
+           " MsgId:" + hexId;
+}
+
 /// Opens once, for everybody; waiting ends with a failure after half a minute.
 class Gate {
   public:
@@ -70,7 +84,7 @@ class Gate {
     bool mOpen = false;
 };
 
-/// The watchdog got no thread: calls of the library that a test counts or replaces are those of its own
+/// The watchdog has no thread: calls of the library that a test counts or replaces are those of its own
 /// threads.
 class WithoutWatchdogThread : public ::testing::Test {
   protected:
@@ -78,12 +92,7 @@ class WithoutWatchdogThread : public ::testing::Test {
 
     static void renewManager(unsigned int entryMax) {
         utl::ThreadManager::destroy();
-        EXPECT_TRUE(utl::ThreadManager::initializeEntryMax(entryMax));
-        HookScope const scope;
-        LogCapture const log;
-        hooks::threadCreate.failFrom(1, 1, EAGAIN, 0);
-        utl::ThreadManager::get();
-        EXPECT_EQ(hooks::threadCreate.calls(), 1U);
+        utl::ThreadManagerTestAccess::createWithoutWatchdogThread(entryMax);
     }
 };
 

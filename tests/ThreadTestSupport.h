@@ -53,6 +53,15 @@ struct ThreadManagerTestAccess {
         SyncGuard const mGuard;
     };
 
+    /// Makes the instance as `get` does, but for the start of the watchdog's thread.
+    static void createWithoutWatchdogThread(unsigned int entryMax) {
+        ThreadManager::initializeEntryMax(entryMax);
+        bool isFirst = false;
+        ThreadManager::getOrCreate(&isFirst);
+    }
+    static int watchdogThreadId(ThreadManager& manager) {
+        return ThreadWatchdogTestAccess::thread(*manager.mWatchdog.load()).getId();
+    }
     static ThreadWatchdog& watchdog() { return *ThreadManager::get()->mWatchdog.load(); }
 
     /// Takes the watchdog away, as it is while the manager is deleted; gives what was there.
@@ -62,7 +71,8 @@ struct ThreadManagerTestAccess {
     static bool storeEntry(int id, ThreadManager::ThreadEntry const& entry) {
         ThreadManager& manager = *ThreadManager::get();
         SyncGuard const guard(manager.mEntriesSyncObject);
-        return manager.storeEntry(id, entry);
+        ThreadManager::ThreadEntry moved = entry;
+        return manager.storeEntry(id, moved);
     }
     static ThreadManager::ThreadEntry copyEntry(int id) {
         ThreadManager& manager = *ThreadManager::get();

@@ -419,6 +419,39 @@ TEST(Map, TheMapsOfTheLibrary_WorkOverTheirWholeRangeOfKeys) {
     EXPECT_EQ(*offsets.find(1), 0xFFFFFFFFFFFFFFFFULL);
 }
 
+TEST(Map, SwappedIn_AValueIsNeitherCopiedNorLost) {
+    struct Unique {
+        Unique() = default;
+        Unique(Unique const&) = delete;
+        Unique& operator=(Unique const&) = default;
+        void swap(Unique& other) noexcept { std::swap(number, other.number); }
+        int number = 0;
+    };
+    Map<int, Unique> map(3, 1);
+    Unique value;
+    for (int const key : {5, 2147483647, -3}) {
+        value.number = key * 10LL > 0 ? key % 1000 : -key;
+        int const expected = value.number;
+        EXPECT_TRUE(map.insertSwapped(key, value));
+        EXPECT_EQ(value.number, 0);
+        EXPECT_EQ(map.find(key)->number, expected);
+    }
+    value.number = 77;
+    EXPECT_FALSE(map.insertSwapped(5, value)) << "it is there";
+    EXPECT_FALSE(map.insertSwapped(6, value)) << "the capacity never grows";
+    EXPECT_EQ(value.number, 77);
+    EXPECT_EQ(map.maxSize(), 3U);
+    EXPECT_FALSE(map.eraseSwapped(6, value));
+    EXPECT_TRUE(map.eraseSwapped(-3, value));
+    EXPECT_EQ(value.number, 3);
+    EXPECT_EQ(map.size(), 2U);
+    EXPECT_EQ(map.getAt(0)->mKey, 5);
+    EXPECT_EQ(map.getAt(1)->mKey, 2147483647);
+    Map<int, Unique> none(0, 1);
+    EXPECT_FALSE(none.insertSwapped(1, value));
+    EXPECT_FALSE(none.eraseSwapped(1, value));
+}
+
 TEST(Map, RandomOperations_GiveWhatAStandardMapGives) {
     for (unsigned int seed = 0; seed < 30; ++seed) {
         std::mt19937 random(seed);
@@ -429,7 +462,19 @@ TEST(Map, RandomOperations_GiveWhatAStandardMapGives) {
         for (int i = 0; i < 600; ++i) {
             int const key = static_cast<int>(random() % 40) - 20;
             bool const there = model.count(key) != 0;
-            if (random() % 3 == 0) {
+            if (random() % 4 == 0) {
+                std::string erased;
+                ASSERT_EQ(map.eraseSwapped(key, erased), there);
+                ASSERT_EQ(erased, there ? model[key] : "");
+                model.erase(key);
+            } else if (random() % 4 == 0) {
+                std::string value = std::to_string(i);
+                bool const fits = !there && model.size() < map.maxSize();
+                ASSERT_EQ(map.insertSwapped(key, value), fits);
+                if (fits) {
+                    model[key] = std::to_string(i);
+                }
+            } else if (random() % 3 == 0) {
                 ASSERT_EQ(map.erase(key), there);
                 model.erase(key);
             } else {

@@ -328,11 +328,6 @@ TEST_F(MsgQueue, ManyQuestionsOfAllKindsAtOnce_AllReturn) {
 
 // Erased messages leave their tokens in the pipe until they are read.
 
-std::string ctlOverflow(char const* name, char const* rest) {
-    return std::string("<UTIL> ERR: MsgDrivenThread(") + name +
-           ") Overflow ThreadCtlMsgQueue  MaxCount:" + rest;
-}
-
 TEST_F(MsgQueue, AHandlerThatPostsAndErasesForLong_IsRefusedWhenThePipeIsFullAndNeverBlocks) {
     LogCapture const log;
     Collector collector;
@@ -352,7 +347,7 @@ TEST_F(MsgQueue, AHandlerThatPostsAndErasesForLong_IsRefusedWhenThePipeIsFullAnd
     EXPECT_GT(firstRefused - results.begin(), 320) << "more than the queue's own places";
     EXPECT_GT(refused, 0U);
     EXPECT_EQ(static_cast<unsigned int>(std::count(firstRefused, results.end(), 0)), refused);
-    EXPECT_EQ(log.count(ctlOverflow("spinner", "320 MsgId:0x00000065")), refused);
+    EXPECT_EQ(log.count(utltest::pipeOverflow(thread, "0x00000065")), refused);
     EXPECT_EQ(log.lines().size(), refused);
     while (thread.postMsg(THIRD) == 0) {
         std::this_thread::yield();
@@ -393,7 +388,7 @@ TEST_F(MsgQueue, ErasuresOfAFullQueueAgainAndAgainFromOutside_NeverBlock) {
         EXPECT_TRUE(erased.get() || refused != 0);
     }
     EXPECT_GT(refused, 0U);
-    EXPECT_EQ(log.count(ctlOverflow("eraser", "7256 MsgId:0x00000065")), refused);
+    EXPECT_EQ(log.count(utltest::pipeOverflow(thread, "0x00000065")), refused);
     gReadsAllowed = INT_MAX;
     while (thread.postMsg(THIRD) == 0) {
         std::this_thread::yield();

@@ -843,10 +843,7 @@ TEST_F(MsgDrivenThread, AQueueBeyondTheSystemsPipeLimit_RefusesWhatThePipeDoesNo
     }
     EXPECT_GE(accepted, 7000U);
     EXPECT_LE(accepted, 8192U);
-    EXPECT_EQ(
-        log.count(
-            "<UTIL> ERR: MsgDrivenThread(limit) Overflow ThreadCtlMsgQueue  MaxCount:40256 MsgId:0x00000064"),
-        1U);
+    EXPECT_EQ(log.count(utltest::pipeOverflow(thread, "0x00000064")), 1U);
     ASSERT_EQ(thread.start(&collector), 0);
     ASSERT_TRUE(collector.waitFor(accepted));
     EXPECT_EQ(thread.sendMsgSync(SECOND), 1);
@@ -894,10 +891,9 @@ TEST_F(MsgDrivenThread, ASystemThatGivesSmallPipes_GetsMessagesRefusedBeyondWhat
     for (int i = certain; i < 2000; ++i) {
         ASSERT_EQ(thread.sendMsgAsync(NumberMsg(SECOND, i)), 0);
     }
-    EXPECT_EQ(
-        log.count(
-            "<UTIL> ERR: MsgDrivenThread(small) Overflow ThreadCtlMsgQueue  MaxCount:2256 MsgId:0x00000065"),
-        2000U - static_cast<unsigned int>(certain));
+    EXPECT_EQ(log.count("<UTIL> ERR: MsgDrivenThread(small) Overflow Pipe  MaxCount:" +
+                        std::to_string(certain) + " MsgId:0x00000065"),
+              2000U - static_cast<unsigned int>(certain));
     ASSERT_EQ(thread.start(&collector), 0);
     ASSERT_TRUE(collector.waitFor(static_cast<size_t>(certain)));
     EXPECT_EQ(collector.received().back().number, certain - 1);
@@ -1070,16 +1066,179 @@ TEST_F(MsgDrivenThread, Destructor_OfARunningThreadWhosePipeIsFull_WaitsForItsLo
     int const id = thread->getId();
     ASSERT_EQ(thread->postMsg(BLOCKER), 1);
     ASSERT_TRUE(full.wait());
+    std::string const overflow = utltest::pipeOverflow(*thread, "0x00000064");
     thread.reset();
     EXPECT_FALSE(utl::ThreadManager::get()->isThreadActive(id));
     EXPECT_EQ(collector.ids(), (std::vector<int>{BLOCKER}));
-    EXPECT_EQ(
-        log.lines(),
-        (std::vector<std::string>{
-            "<UTIL> ERR: MsgDrivenThread(crammed) Overflow ThreadCtlMsgQueue  MaxCount:320 MsgId:0x00000064",
-            "<UTIL> ERR: MsgDrivenThread(crammed) Error. read Ret:4294967295 errno:" + std::to_string(EBADF) +
-                " !!Break msg loop!!"}));
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{
+                  overflow, "<UTIL> ERR: MsgDrivenThread(crammed) Error. read Ret:4294967295 errno:" +
+                                std::to_string(EBADF) + " !!Break msg loop!!"}));
     EXPECT_TRUE(utl::ThreadManager::get()->unregister(id));
+}
+
+// A stop that finds no room in the pipe.
+
+// Its handler fills the pipe and then waits for the stopper.
+class CrammedThread {
+  public:
+    CrammedThread() {
+        mCollector.onMsg = [this](int id, int) {
+            if (id != FIRST) {
+                return;
+            }
+            while (thread.postMsg(SECOND) == 1) {
+                thread.eraseMsg(SECOND);
+            }
+            mFull.open();
+            mGo.wait();
+        };
+        EXPECT_EQ(thread.start(&mCollector), 0);
+        EXPECT_EQ(thread.postMsg(FIRST), 1);
+        EXPECT_TRUE(mFull.wait());
+    }
+    ~CrammedThread() { letGo(); }
+    void letGo() { mGo.open(); }
+
+  private:
+    Collector mCollector;
+    Gate mFull;
+    Gate mGo;
+
+  public:
+    ScopedMsgThread thread{64, 64, "crammed"};
+};
+
+TEST_F(MsgDrivenThread, Stop_WithAFullPipe_ReturnsAtOnceWithoutALineAndEndsTheLoop) {
+    CrammedThread crammed;
+    LogCapture const log;
+    EXPECT_EQ(crammed.thread.stop(0, 0), 0);
+    EXPECT_EQ(crammed.thread.stop(1, 50), -2);
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(crammed.thread.isRunning());
+    crammed.letGo();
+    EXPECT_EQ(crammed.thread.waitTo(3, 0), 0);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+// From outside, `requestStop` without a stop ends nothing.
+TEST_F(MsgDrivenThread, RequestStop_WithoutAStop_EndsNothing) {
+    Collector collector;
+    ScopedMsgThread thread;
+    utl::MsgDrivenThread& asUsersSeeIt = thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    asUsersSeeIt.requestStop();
+    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+    utl::MsgDrivenThread plain(8, 1, "plain");
+    plain.onEraseTimer(1);
+}
+
+// A stop waits for a timer call from outside that waits for the message thread.
+TEST_F(MsgDrivenThread, Stop_WaitsForATimerCallInProgress) {
+    BlockedRoad road;
+    road.startAndBlock();
+    auto timer = std::async(std::launch::async, [&road] { return road.thread.setTimer(60000, 0); });
+    while (road.thread.remTimerIdCount() == 4) {
+        std::this_thread::yield();
+    }
+    auto stopped = std::async(std::launch::async, [&road] { return road.thread.stop(0, 0); });
+    EXPECT_EQ(stopped.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    EXPECT_FALSE(road.thread.hasRequestedStop());
+    road.gate.open();
+    EXPECT_GT(timer.get(), 0);
+    EXPECT_EQ(stopped.get(), 0);
+}
+
+// Tokens that cannot be written.
+
+TEST_F(MsgDrivenThread, AnEntryWhoseTokenWasLost_IsDroppedWithoutALineOrAnEffect) {
+    constexpr int KINDS[] = {FIRST,
+                             utl::MSG_ID_CTL_SYNC,
+                             utl::MSG_ID_CTL_START_TIMER,
+                             utl::MSG_ID_CTL_STOP_TIMER,
+                             utl::MSG_ID_CTL_TIMEOUT,
+                             utl::MSG_ID_CTL_WAKE,
+                             utl::MSG_ID_CTL_STOP,
+                             0x44444444};
+    for (int const kind : KINDS) {
+        HookScope const scope;
+        LogCapture log;
+        Collector collector;
+        ScopedMsgThread thread;
+        ASSERT_EQ(thread.start(&collector), 0);
+        hooks::write.failFrom(1, 1, -1, EIO);
+        EXPECT_EQ(thread.postThreadCtlMsg(kind, 3), 0);
+        log.clear();
+        EXPECT_EQ(thread.sendMsgSync(NumberMsg(SECOND, 2)), 1);
+        EXPECT_GT(thread.setTimer(60000, 0), 0);
+        EXPECT_TRUE(thread.killTimer(1, 0));
+        EXPECT_EQ(thread.postMsg(THIRD), 1);
+        EXPECT_EQ(thread.sendMsgInterrupt(SECOND), 1);
+        EXPECT_TRUE(collector.waitFor(3));
+        EXPECT_FALSE(thread.eraseMsgFromCtlQueue(kind)) << "it is gone";
+        EXPECT_TRUE(log.lines().empty()) << kind;
+    }
+}
+
+TEST_F(MsgDrivenThread, AnEntryWhoseTokenWasLost_StaysUntilItComesToTheHead) {
+    HookScope const scope;
+    LogCapture const log;
+    BlockedRoad road;
+    road.startAndBlock();
+    ASSERT_EQ(road.thread.postMsg(FIRST), 1);
+    hooks::write.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(road.thread.postMsg(NumberMsg(SECOND, 1)), 0);
+    ASSERT_EQ(road.thread.postMsg(NumberMsg(THIRD, 3)), 1);
+    EXPECT_TRUE(road.thread.eraseMsgFromCtlQueue(SECOND));
+    hooks::write.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(road.thread.postMsg(NumberMsg(SECOND, 1)), 0);
+    road.gate.open();
+    ASSERT_TRUE(road.collector.waitFor(3));
+    EXPECT_EQ(road.collector.received().back().number, 3) << "each message has its own frame";
+    EXPECT_EQ(road.thread.sendMsgSync(FIRST), 1);
+    EXPECT_FALSE(road.thread.eraseMsgFromCtlQueue(SECOND));
+}
+
+// Each write of a token fails once, in each call that waits: nobody waits for ever.
+TEST_F(MsgDrivenThread, WaitingCalls_WhoseTokensGetLost_HangNobody) {
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    for (unsigned int number = 1; number <= 12; ++number) {
+        HookScope const scope;
+        hooks::write.failFrom(number, 1, -1, EIO);
+        thread.sendMsgSync(FIRST);
+        thread.sendMsgInterrupt(FIRST);
+        thread.hasMsg(FIRST);
+        thread.eraseMsg(FIRST);
+        int const timer = thread.setTimer(60000, 0);
+        int const registered = thread.registerTimer(60000);
+        thread.startTimer(registered, 0);
+        thread.killTimer(timer, 0);
+        thread.killTimer(registered, 0);
+        hooks::write.reset();
+        thread.killTimer(timer, 0);
+        thread.killTimer(registered, 0);
+        EXPECT_EQ(thread.remTimerIdCount(), 4U) << "write " << number;
+        EXPECT_EQ(thread.sendMsgSync(SECOND), 1);
+    }
+}
+
+TEST_F(MsgDrivenThread, AFullControlQueueOfLostEntries_TakesEntriesAgain) {
+    HookScope const scope;
+    LogCapture const log;
+    Collector collector;
+    ScopedMsgThread thread(8, 3, "lost");
+    hooks::write.failFrom(1, 0, -1, EIO);
+    for (int i = 0; i < 259; ++i) {
+        ASSERT_EQ(thread.sendMsgAsync(NumberMsg(FIRST, i)), 0);
+    }
+    hooks::write.reset();
+    EXPECT_EQ(thread.sendMsgAsync(NumberMsg(SECOND, 1)), 1);
+    ASSERT_EQ(thread.start(&collector), 0);
+    ASSERT_TRUE(collector.waitFor(1));
+    EXPECT_EQ(collector.received()[0].number, 1);
 }
 
 // A message thread under the watchdog, whose table works without a thread of its own here. The reports look

@@ -12,6 +12,8 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "TestTimers.h"
@@ -39,6 +41,18 @@ TEST_F(SharedTimer, TheIdsOfItsEntries_AreThoseThatTravelThroughThePipe) {
     EXPECT_EQ(entry.mParam, -1);
 }
 
+static_assert(
+    std::is_same_v<decltype(std::declval<utl::SharedTimer const&>().findTimer(1)), utl::TimerInfo*>);
+
+TEST_F(SharedTimer, FindTimer_GivesARecordThatCanBeChangedAlsoOfAConstOne) {
+    ScopedTimers timers;
+    int const timer = timers->addTimer(nullptr, LONG);
+    utl::SharedTimer const& asConst = *timers;
+    ASSERT_NE(asConst.findTimer(timer), nullptr);
+    EXPECT_EQ(asConst.findTimer(timer), timers->findTimer(timer));
+    EXPECT_EQ(asConst.findTimer(UNKNOWN), nullptr);
+}
+
 TEST_F(SharedTimer, TheObject_RunsWhenTheConstructorReturns) {
     ScopedTimers timers(4, "runner");
     EXPECT_TRUE(timers->hasDone(utl::Thread::READY));
@@ -61,6 +75,35 @@ TEST_F(SharedTimer, Destroy_EndsTheThreadAndGivesItsPlaceBack) {
     EXPECT_FALSE(utl::ThreadManager::get()->isThreadExist(id));
 }
 
+// The thread is held between its last milestone and its end, by the milestone's own broadcast.
+TEST_F(SharedTimer, Destroy_OfAThreadInItsLastStep_LeavesNoPlaceBehind) {
+    static std::atomic<utl::SharedTimer*> held{nullptr};
+    static Gate* last = nullptr;
+    static Gate* go = nullptr;
+    Gate lastStep;
+    Gate letGo;
+    last = &lastStep;
+    go = &letGo;
+    utl::SharedTimer timers(0, 0, nullptr, 4, "ending");
+    int const id = timers.getId();
+    held = &timers;
+    hooks::condBroadcast.replace([](pthread_cond_t* condition) {
+        if (kernelId() == held.load()->getId()) {
+            last->open();
+            go->wait();
+        }
+        return hooks::condBroadcast.real(condition);
+    });
+    EXPECT_EQ(timers.Thread::stop(0, 0), 0);
+    ASSERT_TRUE(lastStep.wait());
+    auto destroyed = std::async(std::launch::async, [&timers] { timers.destroy(); });
+    EXPECT_EQ(destroyed.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+    letGo.open();
+    destroyed.get();
+    hooks::condBroadcast.reset();
+    EXPECT_FALSE(utl::ThreadManager::get()->isThreadExist(id));
+}
+
 TEST_F(SharedTimer, Destroy_Twice_DoesNothingTheSecondTime) {
     utl::SharedTimer timers(0, 0, nullptr, 4, "twice");
     auto other = std::async(std::launch::async, [&] { timers.destroy(); });
@@ -68,6 +111,30 @@ TEST_F(SharedTimer, Destroy_Twice_DoesNothingTheSecondTime) {
     other.get();
     timers.destroy();
     EXPECT_TRUE(timers.hasDone(utl::Thread::FINISHED));
+}
+
+// While the thread arms a timer with its interval, nobody changes that.
+TEST_F(SharedTimer, SetInterval_WaitsForAStepOfTheThreadThatUsesIt) {
+    static Gate* reached = nullptr;
+    static Gate* go = nullptr;
+    Gate inTheStep;
+    Gate letGo;
+    reached = &inTheStep;
+    go = &letGo;
+    ScopedTimers timers;
+    int const timer = timers->addTimer(nullptr, LONG);
+    hooks::timerSetTime.watch([](timer_t, int, itimerspec const*, itimerspec*) {
+        reached->open();
+        go->wait();
+    });
+    ASSERT_TRUE(timers->start(timer, 1));
+    ASSERT_TRUE(inTheStep.wait());
+    auto set = std::async(std::launch::async, [&] { return timers->setInterval(timer, LONG + 1); });
+    EXPECT_EQ(set.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    letGo.open();
+    EXPECT_TRUE(set.get());
+    hooks::timerSetTime.watch(nullptr);
+    EXPECT_EQ(timers->getInterval(timer), LONG + 1);
 }
 
 TEST_F(SharedTimer, Destroy_WithTimersRunning_TakesThemAllAway) {

@@ -444,6 +444,21 @@ TEST_F(ThreadManagerEntry, WithWatchdog1_RegistersTheThreadThereNotYetWatched) {
     EXPECT_EQ(*info, WatchdogInfo(thread.id(), 1234, &listener, "watched", 1));
 }
 
+TEST_F(ThreadManagerEntry, AFunctionThatLeavesTheWatchdogAtOnce_KeepsNoPlaceThere) {
+    for (int i = 0; i < 300; ++i) {
+        std::atomic<bool> left{false};
+        auto const leave = [](void* out) {
+            *static_cast<std::atomic<bool>*>(out) = manager().unregisterWatchdog();
+        };
+        int const id = manager().entry(leave, &left, 1, 1000, nullptr, "leaving");
+        ASSERT_NE(id, 0);
+        ASSERT_EQ(manager().waitToStop(id, 0), 0);
+        EXPECT_TRUE(left);
+        EXPECT_FALSE(manager().isRegisteredWatchdog(id));
+        EXPECT_TRUE(manager().unregister(id));
+    }
+}
+
 TEST_F(ThreadManagerEntry, WithAnyOtherWatchdog_DoesNotRegisterTheThreadThere) {
     ThreadWatchdog& watchdog = restingWatchdog();
     for (int other : {0, 2, -1}) {

@@ -73,6 +73,11 @@ class NotingThread : public Thread {
         return mCalls;
     }
 
+    std::string seenInPreExecute() const {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        return mSeen;
+    }
+
     std::atomic<int> stopRequests{0};
     std::atomic<int> stopRequestedBy{0};
     std::atomic<int> idInPreExecute{-1};
@@ -83,6 +88,7 @@ class NotingThread : public Thread {
         note("pre ");
         idInPreExecute = getId();
         callerIdInPreExecute = ThreadManager::getCallerId();
+        noteRegistration();
         mInPre.setOn();
         waitSurely(mPreGo);
     }
@@ -103,6 +109,14 @@ class NotingThread : public Thread {
     }
 
   private:
+    void noteRegistration() {
+        ThreadManager& manager = *ThreadManager::get();
+        std::lock_guard<std::mutex> const guard(mMutex);
+        mSeen += hasDone(STARTED) ? "started " : "";
+        mSeen += isRunning() && manager.isThreadActive(kernelId()) ? "running " : "";
+        mSeen += std::string(manager.getName(kernelId())) + " ";
+        mSeen += manager.isRegisteredWatchdog(0) ? "watched " : "";
+    }
     void note(char const* call) {
         std::lock_guard<std::mutex> const guard(mMutex);
         mCalls += call;
@@ -111,6 +125,7 @@ class NotingThread : public Thread {
     int const mResult;
     mutable std::mutex mMutex;
     std::string mCalls;
+    std::string mSeen;
     Event mInPre{0, 0};
     Event mIn{0, 0};
     Event mInPost{0, 0};
@@ -299,62 +314,26 @@ TEST_F(ThreadLife, Start_WhoseRegistrationFails_LetsTheThreadRunToItsEnd) {
 
 NotingThread* gStarted;
 
-// The registration's line is written by the starter before `start` can store the id.
-int waitInTheRegistrationLine(timeval* out, void* zone) {
-    gStarted->waitForPreExecute();
+// The registration's line is written by the starter before `start` stores the id.
+int lookAtTheStartedThread(timeval* out, void* zone) {
+    for (int i = 0; i < 1000; ++i) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(gStarted->calls(), "");
     return hooks::getTimeOfDay.real(out, zone);
 }
 
-TEST_F(ThreadLife, InPreExecute_TheIdMayNotBeStoredYet) {
+TEST_F(ThreadLife, PreExecute_RunsWhenTheRegistrationIsComplete) {
     HookScope const scope;
     LogCapture const log;
     manager().enableRegistrationLog();
     NotingThread thread;
     gStarted = &thread;
-    hooks::getTimeOfDay.replace(waitInTheRegistrationLine);
-    EXPECT_EQ(thread.start(), 0);
-    EXPECT_EQ(thread.idInPreExecute, 0);
+    hooks::getTimeOfDay.replace(lookAtTheStartedThread);
+    EXPECT_EQ(thread.start(1, 1000), 0);
+    EXPECT_EQ(thread.idInPreExecute, thread.getId());
     EXPECT_EQ(thread.callerIdInPreExecute, thread.getId());
-}
-
-class IdThread : public Thread {
-  public:
-    IdThread() : Thread("id") {}
-    ~IdThread() override {
-        stop();
-        leaveManagement();
-    }
-    void waitForExecute() const { waitSurely(mIn); }
-
-    std::atomic<int> seenId{-1};
-
-  protected:
-    int execute() override {
-        mIn.setOn();
-        waitForStart();
-        seenId = getId();
-        return 0;
-    }
-
-  private:
-    Event mIn{0, 0};
-};
-
-IdThread* gIdThread;
-
-TEST_F(ThreadLife, WaitForStart_ReturnsWhenTheIdIsStored) {
-    HookScope const scope;
-    LogCapture const log;
-    manager().enableRegistrationLog();
-    IdThread thread;
-    gIdThread = &thread;
-    hooks::getTimeOfDay.replace([](timeval* out, void* zone) {
-        gIdThread->waitForExecute();
-        return hooks::getTimeOfDay.real(out, zone);
-    });
-    EXPECT_EQ(thread.start(), 0);
-    EXPECT_EQ(thread.waitTo(3), 0);
-    EXPECT_EQ(thread.seenId, thread.getId());
+    EXPECT_EQ(thread.seenInPreExecute(), "started running noting watched ");
 }
 
 // Milestones and waits.
@@ -443,20 +422,50 @@ TEST_F(ThreadMilestone, InPostExecute_TheThreadHasNotFinishedAndHasNoResult) {
     EXPECT_EQ(result, 1234U);
 }
 
-TEST_F(ThreadMilestone, Finished_WaitsForTheManagersEntryAsWell) {
-    NotingThread thread;
-    EXPECT_EQ(thread.start(), 0);
-    {
-        Access::HeldTable const table;  // the thread cannot tell its end
-        thread.letAllGo();
-        thread.waitForPostExecute();
-        for (int i = 0; i < 100; ++i) {
-            EXPECT_FALSE(thread.hasDone(3));
-            std::this_thread::yield();
-        }
+// Holds the thread between its last milestone and its end, which is the lock behind the milestone's.
+class HeldEnd {
+  public:
+    explicit HeldEnd(int threadId) {
+        sThreadId = threadId;
+        sLocks = 0;
+        sReached.setOff();
+        sGo.setOff();
+        hooks::condBroadcast.replace([](pthread_cond_t* condition) {
+            if (kernelId() == sThreadId && ++sLocks == 1) {
+                sReached.setOn();
+                waitSurely(sGo);
+            }
+            return hooks::condBroadcast.real(condition);
+        });
     }
+    ~HeldEnd() { letGo(); }
+    void waitUntilReached() const { waitSurely(sReached); }
+    void letGo() { sGo.setOn(); }
+
+  private:
+    static inline std::atomic<int> sThreadId{0};
+    static inline std::atomic<int> sLocks{0};
+    static inline Event sReached{0, 0};
+    static inline Event sGo{0, 0};
+};
+
+TEST_F(ThreadMilestone, Finished_WaitsForTheEndAsWell) {
+    HookScope const scope;
+    NotingThread thread;
+    thread.holdInPostExecute();
+    EXPECT_EQ(thread.start(), 0);
+    thread.letExecuteGo();
+    thread.waitForPostExecute();
+    HeldEnd end(thread.getId());
+    thread.letPostExecuteGo();
+    end.waitUntilReached();
+    EXPECT_FALSE(thread.hasDone(3));
+    EXPECT_TRUE(thread.isRunning());
+    EXPECT_FALSE(thread.leaveManagement());
+    end.letGo();
     EXPECT_EQ(thread.waitTo(3), 0);
     EXPECT_TRUE(thread.hasDone(3));
+    EXPECT_TRUE(thread.leaveManagement());
 }
 
 // Results.
@@ -531,6 +540,75 @@ TEST_F(ThreadStop, OfAThreadThatHasFinished_FailsWithoutEffect) {
     EXPECT_EQ(thread.stop(1, 0), -1);
     EXPECT_FALSE(thread.hasRequestedStop());
     EXPECT_EQ(thread.stopRequests, 0);
+}
+
+// Between its last milestone and its end a thread still runs, however long the system keeps it there.
+TEST_F(ThreadStop, OfAThreadInItsLastStep_RequestsAndWaitsAsTold) {
+    HookScope const scope;
+    auto thread = std::make_unique<NotingThread>();
+    thread->holdInPostExecute();
+    EXPECT_EQ(thread->start(), 0);
+    thread->letExecuteGo();
+    thread->waitForPostExecute();
+    HeldEnd end(thread->getId());
+    thread->letPostExecuteGo();
+    end.waitUntilReached();
+    EXPECT_EQ(thread->stop(0, 0), 0);
+    EXPECT_EQ(thread->stop(1, 300), -2);
+    EXPECT_EQ(thread->stopRequests, 2);
+    EXPECT_TRUE(thread->hasRequestedStop());
+    EXPECT_FALSE(thread->leaveManagement());
+    int const id = thread->getId();
+    std::thread releaser([&end] { end.letGo(); });
+    thread.reset();
+    releaser.join();
+    EXPECT_FALSE(manager().isThreadExist(id));
+}
+
+TEST_F(ThreadStop, OfThreadsThatEndByThemselves_LeavesNoPlaceBehind) {
+    struct Short : Thread {
+        Short() : Thread("short") {}
+        ~Short() override {
+            stop(1, 0);
+            EXPECT_TRUE(leaveManagement());
+        }
+
+      protected:
+        int execute() override { return 0; }
+    };
+    for (int i = 0; i < 300; ++i) {
+        Short thread;
+        ASSERT_EQ(thread.start(0, 0, nullptr, i % 2), 0);
+    }
+}
+
+// The advice to a watched thread that ends by itself, followed at once.
+TEST_F(ThreadLife, AThreadThatLeavesTheWatchdogAtOnce_KeepsNoPlaceThere) {
+    struct Leaving : utl::Command {
+        int execute() override { return manager().unregisterWatchdog() ? 1 : 0; }
+    } command;
+    for (int i = 0; i < 300; ++i) {
+        Thread thread("leaving", &command);
+        ASSERT_EQ(thread.start(1, 1000, nullptr, 0), 0);
+        ASSERT_EQ(thread.waitTo(3), 0);
+        unsigned int left = 0;
+        EXPECT_TRUE(thread.getResult(&left));
+        EXPECT_EQ(left, 1U);
+        EXPECT_FALSE(manager().isRegisteredWatchdog(thread.getId()));
+        EXPECT_TRUE(thread.leaveManagement());
+    }
+}
+
+TEST_F(ThreadStop, OfAThreadThatLeavesByPthreadExit_SeesItsEnd) {
+    struct Leaving : utl::Command {
+        int execute() override { pthread_exit(nullptr); }
+    } command;
+    Thread thread("leaving", &command);
+    ASSERT_EQ(thread.start(), 0);
+    EXPECT_EQ(thread.waitTo(3), 0);
+    EXPECT_FALSE(thread.isRunning());
+    EXPECT_FALSE(thread.hasDone(3)) << "it has not finished";
+    EXPECT_TRUE(thread.leaveManagement());
 }
 
 TEST_F(ThreadStop, WithoutWaiting_ReturnsWhileTheThreadRunsOn) {
@@ -724,7 +802,6 @@ TEST_F(ThreadForward, SetPriority_IsTheThreadsOwnAffair) {
 
       protected:
         int execute() override {
-            waitForStart();
             set = setPriority(ThreadPriority(ThreadPriority::IDLE));
             ThreadPriority priority;
             getPriority(&priority);

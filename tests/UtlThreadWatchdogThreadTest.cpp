@@ -553,29 +553,39 @@ TEST_F(WatchdogLife, Destructor_OfAWatchdogThatWasNotShutDown_EndsItsThread) {
     EXPECT_TRUE(manager().unregister(id));
 }
 
-TEST_F(WatchdogLife, WhoseThreadCannotBeHad_ReportsFalseAndDoesNotTryAgain) {
-    hooks::threadCreate.failFrom(1, 1, EAGAIN, 0);
-    manager();
-    EXPECT_EQ(mLog.lines(), Lines{"<UTIL> ERR: Thread Start Failed  Ret:11, PriOs:0, Name:Watchdog Thread"});
-    EXPECT_FALSE(manager().entryWatchdog(500, nullptr));
-    EXPECT_FALSE(manager().setWatchdogWatchInterval(1000));
-    EXPECT_EQ(hooks::threadCreate.calls(), 1U);
-    ThreadManager::destroy();
-    EXPECT_TRUE(manager().entryWatchdog(500, nullptr)) << "the next instance tries anew";
+std::string const NOT_STARTED = "<UTIL> ERR: ThreadManager::get() : Watchdog is not started.";
+
+TEST_F(WatchdogLife, WhoseThreadCannotBeHad_IsTriedAgainByEachGetUntilItStarts) {
+    std::string const refused = "<UTIL> ERR: Thread Start Failed  Ret:11, PriOs:0, Name:Watchdog Thread";
+    hooks::threadCreate.failFrom(1, 2, EAGAIN, 0);
+    ThreadManager* const first = ThreadManager::get();
+    EXPECT_EQ(mLog.lines(), (Lines{refused, NOT_STARTED}));
+    EXPECT_FALSE(first->entryWatchdog(500, nullptr));
+    EXPECT_FALSE(first->setWatchdogWatchInterval(1000));
+    EXPECT_EQ(ThreadManager::getOrNull(), first);
+    EXPECT_EQ(hooks::threadCreate.calls(), 1U) << "only get tries again";
+    EXPECT_EQ(ThreadManager::get(), first);
+    EXPECT_EQ(mLog.lines(), (Lines{refused, NOT_STARTED, refused, NOT_STARTED}));
+    EXPECT_TRUE(ThreadManager::get()->entryWatchdog(500, nullptr));
+    EXPECT_EQ(hooks::threadCreate.calls(), 3U);
+    EXPECT_TRUE(ThreadManager::get()->setWatchdogWatchInterval(500));
+    EXPECT_EQ(hooks::threadCreate.calls(), 3U) << "what has started is not started again";
 }
 
-TEST_F(WatchdogLife, WhoseTimerCannotBeHad_ReportsFalseAndKeepsItsThreadUntilTheEnd) {
+TEST_F(WatchdogLife, WhoseTimerCannotBeHad_GetsAnotherThreadByTheNextGet) {
     hooks::timerCreate.failFrom(1, 1, -1, EAGAIN);
-    manager();
+    ThreadManager* const manager = ThreadManager::get();
     EXPECT_TRUE(mLog.waitFor("MsgDrivenThread(Watchdog Thread) Error. MsgId:0x80000006"));
-    EXPECT_EQ(mLog.lines().size(), 2U);
-    int const id = watchdogId();
-    EXPECT_TRUE(manager().isActive(id));
-    EXPECT_FALSE(manager().entryWatchdog(500, nullptr));
-    EXPECT_FALSE(ManagerAccess::watchdog().initialize(1000));
+    EXPECT_EQ(mLog.count(NOT_STARTED), 1U);
+    int const id = ManagerAccess::watchdogThreadId(*manager);
+    EXPECT_TRUE(manager->isActive(id));
+    EXPECT_FALSE(manager->entryWatchdog(500, nullptr));
     EXPECT_EQ(hooks::threadDetach.calls(), 0U);
-    ThreadManager::destroy();
+    EXPECT_EQ(ThreadManager::get(), manager);
+    EXPECT_FALSE(manager->isThreadExist(id));
     EXPECT_EQ(hooks::threadDetach.calls(), 1U);
+    EXPECT_TRUE(manager->entryWatchdog(500, nullptr));
+    EXPECT_TRUE(manager->isActive(ManagerAccess::watchdogThreadId(*manager)));
 }
 
 TEST_F(WatchdogLife, InAManagerWithoutRoom_IsNotThere) {
@@ -639,7 +649,6 @@ TEST_F(WatchdogLife, GetAndDestroy_AThousandTimes_LeaveNothingBehind) {
     for (int i = 0; i < 1000; ++i) {
         round();
     }
-    EXPECT_EQ(gAllocated, allocated);
     EXPECT_EQ(entriesOf("/proc/self/fd"), handles);
     EXPECT_EQ(hooks::timerCreate.calls(), 1001U);
     EXPECT_EQ(liveTimers(), 0U);
@@ -647,6 +656,7 @@ TEST_F(WatchdogLife, GetAndDestroy_AThousandTimes_LeaveNothingBehind) {
     while (entriesOf("/proc/self/task") > threads) {
         std::this_thread::yield();
     }
+    EXPECT_EQ(gAllocated, allocated) << "each thread gives back what it shares behind its end";
     EXPECT_TRUE(mLog.lines().empty());
 }
 
