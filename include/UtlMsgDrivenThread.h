@@ -62,7 +62,8 @@ class UTL_API ThreadMsgListener {
 class UTL_API MsgDrivenThread : public Thread {
   public:
     /// Says yes or no to one queued message; *one owner thread*, because the message thread alone asks it. It
-    /// is asked under the queue lock: it must not wait for anything and must not change the queues.
+    /// is asked under the queue lock: it must not wait for anything and must not change the queues. A
+    /// question that it asks about them finds them without what the erasure has taken out so far.
     class UTL_API MsgJudgementInterface {
       public:
         MsgJudgementInterface() = default;
@@ -186,7 +187,7 @@ class UTL_API MsgDrivenThread : public Thread {
 
     /// Takes all that match out of the queue. True if the queue was looked through, whether or not a message
     /// matched. A synchronous sender whose message is erased gets 0. An erased timeout counts as an expiry of
-    /// its timer.
+    /// its timer. Nobody can post meanwhile; the time grows with what is queued and not with how many match.
     bool eraseMsg(int msgId);
 
     /// The id of the oldest message, or `MSG_ID_NONE`.
@@ -375,6 +376,12 @@ class UTL_API MsgDrivenThread : public Thread {
     struct EraseWalk;
     enum class EraseStep { FAILED, GOES_ON, ENDED_TIMER };
 
+    // Whoever takes it finds both queues whole, also in the middle of an erasure on the same thread.
+    class QueueLock final : public SyncObject {
+      public:
+        int lock() const override;
+    };
+
     static bool hasFrame(ThreadCtlMsg const& entry);
     unsigned int announcedBytes() const;
     bool scanFrame(unsigned int offset);
@@ -432,7 +439,7 @@ class UTL_API MsgDrivenThread : public Thread {
     int mNextSysTimerNumber = 1;
     std::atomic<int> mPipe[2];
     SyncObject mLifecycleLock;
-    SyncObject mQueueLock;
+    QueueLock mQueueLock;
     SyncObject mSyncLock;
     SyncObject mInterruptLock;
     SyncObject mEraseLock;

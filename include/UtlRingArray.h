@@ -77,6 +77,11 @@ class UTL_API RingArray {
     /// changed, when `index` is not below `size()`.
     bool removeAt(unsigned int index, unsigned int count);
 
+    /// Copies the `count` entries from `from` on to the places from `to` on, which must not lie behind them;
+    /// the two stretches may overlap. False, with nothing changed, when there are fewer or `to` is above
+    /// `from`.
+    bool copyDown(unsigned int to, unsigned int from, unsigned int count);
+
     /// Takes back up to `count` of the newest entries. The other entries stay where they are.
     void removeLast(unsigned int count) { mSize -= std::min(count, mSize); }
 
@@ -180,24 +185,29 @@ bool RingArray<T, ARG>::copyOut(unsigned int index, T* out, unsigned int count) 
     return true;
 }
 
-// Pieces are moved in ascending order, and what is written to lies below what is still to be read.
 template <typename T, typename ARG>
 bool RingArray<T, ARG>::removeAt(unsigned int index, unsigned int count) {
     if (index >= mSize) {
         return false;
     }
     unsigned int const removed = std::min(count, mSize - index);
-    if (removed == 0) {
-        return true;
-    }
-    for (unsigned int to = index; to < mSize - removed;) {
-        unsigned int const from = to + removed;
-        unsigned int const length = std::min({mSize - from, runAt(from), runAt(to)});
-        T const* const source = mElements + physical(from);
-        std::copy(source, source + length, mElements + physical(to));
-        to += length;
-    }
+    copyDown(index, index + removed, mSize - index - removed);
     mSize -= removed;
+    return true;
+}
+
+// Pieces are moved in ascending order, and what is written to lies below what is still to be read.
+template <typename T, typename ARG>
+bool RingArray<T, ARG>::copyDown(unsigned int to, unsigned int from, unsigned int count) {
+    if (to > from || from > mSize || count > mSize - from) {
+        return false;
+    }
+    for (unsigned int moved = 0; to != from && moved < count;) {
+        unsigned int const length = std::min({count - moved, runAt(from + moved), runAt(to + moved)});
+        T const* const source = mElements + physical(from + moved);
+        std::copy(source, source + length, mElements + physical(to + moved));
+        moved += length;
+    }
     return true;
 }
 
@@ -231,6 +241,9 @@ class UTL_API Queue {
         return mRing.copyOut(index, out, count);
     }
     bool removeAt(unsigned int index, unsigned int count) { return mRing.removeAt(index, count); }
+    bool copyDown(unsigned int to, unsigned int from, unsigned int count) {
+        return mRing.copyDown(to, from, count);
+    }
     void removeLast(unsigned int count) { mRing.removeLast(count); }
     void clear() { mRing.clear(); }
     ///@}

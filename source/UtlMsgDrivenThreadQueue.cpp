@@ -1,8 +1,11 @@
 // Looking into the queues of a message thread, and taking messages out of them before they are delivered.
 
+#include <atomic>
+
 #include "UtlEventWait.h"
 #include "UtlLog.h"
 #include "UtlMsgDrivenThread.h"
+#include "UtlQueueGap.h"
 #include "UtlTimerSteps.h"
 
 namespace utl {
@@ -170,18 +173,74 @@ bool MsgDrivenThread::scanForFind(ThreadCtlMsg const& entry, unsigned int offset
     return false;
 }
 
-// Where a scan for erasure stands: the next entry, where its frame would begin, and how many steps are left.
+// A scan for erasure, under mQueueLock. What it takes out is a gap in both queues until somebody else looks
+// at them. Whoever does so takes the lock first, and only the scan's own thread gets it: for a question or an
+// erasure of a judgement, or for a step of a timer.
 struct MsgDrivenThread::EraseWalk {
-    unsigned int index = 0;
-    unsigned int offset = 0;
-    unsigned int steps = 0;
-    int endedTimer = NO_TIMER_ID;
+    explicit EraseWalk(MsgDrivenThread& thread)
+        : mEntries(thread.mCtlQueue), mFrames(thread.mDataQueue), mLock(thread.mQueueLock) {
+        tInnermost = this;
+        mWalks.fetch_add(1, std::memory_order_relaxed);
+    }
+    ~EraseWalk() {
+        mWalks.fetch_sub(1, std::memory_order_relaxed);
+        tInnermost = mOuter;
+    }
+    EraseWalk(EraseWalk const&) = delete;
+    EraseWalk& operator=(EraseWalk const&) = delete;
 
     void pass(unsigned int frameBytes) {
-        ++index;
-        offset += frameBytes;
+        mEntries.pass(1);
+        mFrames.pass(frameBytes);
     }
+
+    // False, with nothing changed, unless both places are in use.
+    bool take(unsigned int frameBytes) {
+        return mFrames.next() != nullptr && mEntries.take(1) && mFrames.take(frameBytes);
+    }
+
+    // In the whole process. Nearly always false, and cheaper to ask than whether this thread is in a walk.
+    static bool isAnyUnderWay() { return mWalks.load(std::memory_order_relaxed) != 0; }
+
+    // Those of this thread.
+    static void closeAllUnder(SyncObject const& lock) {
+        for (EraseWalk* walk = tInnermost; walk != nullptr; walk = walk->mOuter) {
+            if (&walk->mLock == &lock) {
+                walk->close();
+            }
+        }
+    }
+
+    QueueGap<ThreadCtlMsg> mEntries;
+    QueueGap<unsigned char> mFrames;
+    bool mFramesAreUnseen = false;  // nobody looks at more than the control entries
+    int mEndedTimer = NO_TIMER_ID;
+
+  private:
+    void close() {
+        mEntries.close();
+        if (!mFramesAreUnseen) {
+            mFrames.close();
+        }
+    }
+
+    static thread_local EraseWalk* tInnermost;
+    static std::atomic<unsigned int> mWalks;
+
+    SyncObject const& mLock;
+    EraseWalk* const mOuter = tInnermost;
 };
+
+thread_local MsgDrivenThread::EraseWalk* MsgDrivenThread::EraseWalk::tInnermost = nullptr;
+std::atomic<unsigned int> MsgDrivenThread::EraseWalk::mWalks{0};
+
+int MsgDrivenThread::QueueLock::lock() const {
+    int const result = SyncObject::lock();
+    if (EraseWalk::isAnyUnderWay()) {
+        EraseWalk::closeAllUnder(*this);
+    }
+    return result;
+}
 
 bool MsgDrivenThread::executeEraseMsg(MsgJudgementInterface* judgement) {
     if (judgement == nullptr) {
@@ -202,16 +261,16 @@ bool MsgDrivenThread::executeEraseMsg(MsgJudgementInterface* judgement) {
 // then.
 MsgDrivenThread::EraseStep MsgDrivenThread::eraseMatches(MsgJudgementInterface& judgement, int* endedTimer) {
     SyncGuard const guard(mQueueLock);
-    EraseWalk walk;
+    EraseWalk walk(*this);
     EraseStep step = EraseStep::GOES_ON;
-    for (walk.steps = mCtlQueue.size(); walk.steps != 0 && step == EraseStep::GOES_ON; --walk.steps) {
-        ThreadCtlMsg const* const entry = mCtlQueue.elementAt(walk.index);
+    for (unsigned int left = mCtlQueue.size(); left != 0 && step == EraseStep::GOES_ON; --left) {
+        ThreadCtlMsg const* const entry = walk.mEntries.next();
         if (entry == nullptr) {
             break;
         }
         step = eraseIfMatching(*entry, judgement, walk);
     }
-    *endedTimer = walk.endedTimer;
+    *endedTimer = walk.mEndedTimer;
     return step;
 }
 
@@ -235,7 +294,8 @@ MsgDrivenThread::EraseStep MsgDrivenThread::eraseIfMatching(ThreadCtlMsg entry,
     return EraseStep::GOES_ON;
 }
 
-// An erased timeout counts as one that fired.
+// An erased timeout counts as one that fired. What happens then to its timer may take further entries out,
+// but looks at no frame.
 MsgDrivenThread::EraseStep MsgDrivenThread::eraseTimeoutIfMatching(int timerId,
                                                                    MsgJudgementInterface& judgement,
                                                                    EraseWalk& walk) {
@@ -248,13 +308,16 @@ MsgDrivenThread::EraseStep MsgDrivenThread::eraseTimeoutIfMatching(int timerId,
         walk.pass(0);
         return EraseStep::GOES_ON;
     }
-    if (!mCtlQueue.removeAt(walk.index, 1)) {
+    if (!walk.mEntries.take(1)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread::executeEraseMsg(): Erase Ctl Queue fail. Line=%d", __LINE__);
         return EraseStep::FAILED;
     }
-    if (TimeoutPostHandling(timerId) == TIMEOUT_FINISHED) {
-        walk.endedTimer = timerId;
+    walk.mFramesAreUnseen = true;
+    int const handling = TimeoutPostHandling(timerId);
+    walk.mFramesAreUnseen = false;
+    if (handling == TIMEOUT_FINISHED) {
+        walk.mEndedTimer = timerId;
         return EraseStep::ENDED_TIMER;
     }
     return EraseStep::GOES_ON;
@@ -263,7 +326,7 @@ MsgDrivenThread::EraseStep MsgDrivenThread::eraseTimeoutIfMatching(int timerId,
 MsgDrivenThread::EraseStep MsgDrivenThread::eraseSyncIfMatching(MsgJudgementInterface& judgement,
                                                                 EraseWalk& walk) {
     unsigned int const size = mScanMsg.maxSize();
-    if (!scanFrame(walk.offset)) {
+    if (!scanFrame(walk.mFrames.place())) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread::executeEraseMsg(): Peek Data Queue fail. Line=%d", __LINE__);
         return EraseStep::FAILED;
@@ -272,7 +335,7 @@ MsgDrivenThread::EraseStep MsgDrivenThread::eraseSyncIfMatching(MsgJudgementInte
         walk.pass(size);
         return EraseStep::GOES_ON;
     }
-    if (!earseMsgQueue(walk.index, walk.offset, size)) {
+    if (!walk.take(size)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread::executeEraseMsg(): Erase Queue fail. Line=%d", __LINE__);
         return EraseStep::FAILED;
@@ -284,7 +347,7 @@ MsgDrivenThread::EraseStep MsgDrivenThread::eraseSyncIfMatching(MsgJudgementInte
 MsgDrivenThread::EraseStep MsgDrivenThread::erasePostedIfMatching(int msgId, MsgJudgementInterface& judgement,
                                                                   EraseWalk& walk) {
     unsigned int const size = mScanMsg.maxSize();
-    if (!scanFrame(walk.offset)) {
+    if (!scanFrame(walk.mFrames.place())) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread::executeEraseMsg(): Peek Data Queue fail. Line=%d MsgId=%d", __LINE__, msgId);
         return EraseStep::FAILED;
@@ -303,7 +366,7 @@ MsgDrivenThread::EraseStep MsgDrivenThread::erasePostedIfMatching(int msgId, Msg
         walk.pass(size);
         return EraseStep::GOES_ON;
     }
-    if (!earseMsgQueue(walk.index, walk.offset, size)) {
+    if (!walk.take(size)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread::executeEraseMsg(): erase Data Queue fail. Line=%d", __LINE__);
         return EraseStep::FAILED;

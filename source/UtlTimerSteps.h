@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "UtlMap.h"
+#include "UtlQueueGap.h"
 #include "UtlRingArray.h"
 #include "UtlSyncObject.h"
 #include "UtlSystemTimer.h"
@@ -42,11 +43,12 @@ unsigned int printableTimerId(timer_t id);
 /// Removes the entries of a control queue for which `isObsolete` is true. Their tokens stay in the pipe.
 template <typename ENTRY, typename PREDICATE>
 void eraseCtlEntries(Queue<ENTRY>& queue, PREDICATE isObsolete) {
-    for (unsigned int i = 0; i < queue.size();) {
-        if (isObsolete(*queue.elementAt(i))) {
-            queue.removeAt(i, 1);
+    QueueGap<ENTRY> gap(queue);
+    for (ENTRY const* entry = gap.next(); entry != nullptr; entry = gap.next()) {
+        if (isObsolete(*entry)) {
+            gap.take(1);
         } else {
-            ++i;
+            gap.pass(1);
         }
     }
 }

@@ -35,6 +35,23 @@ struct MsgDrivenThreadTestAccess {
     static int readEnd(MsgDrivenThread const& thread) { return thread.mPipe[0]; }
     static int writeEnd(MsgDrivenThread const& thread) { return thread.mPipe[1]; }
 
+    /// Both queues as whoever takes their lock finds them.
+    struct Queues {
+        std::vector<MsgDrivenThread::ThreadCtlMsg> entries;
+        std::vector<unsigned char> frames;
+        unsigned int strayFrames;
+    };
+    static Queues queues(MsgDrivenThread const& thread) {
+        SyncGuard const guard(thread.mQueueLock);
+        Queues result;
+        result.entries.resize(thread.mCtlQueue.size());
+        result.frames.resize(thread.mDataQueue.size());
+        thread.mCtlQueue.copyOut(0, result.entries.data(), thread.mCtlQueue.size());
+        thread.mDataQueue.copyOut(0, result.frames.data(), thread.mDataQueue.size());
+        result.strayFrames = thread.mStrayFrames;
+        return result;
+    }
+
     /// Where the fields begin, in the order that they must have.
     static std::vector<std::size_t> fields(MsgDrivenThread const& t) {
         return utltest::offsetsIn(

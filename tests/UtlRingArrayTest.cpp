@@ -409,6 +409,37 @@ TEST(RingArray, RemoveAt_OfTheLastEntryOrOfNone_CopiesNothing) {
     EXPECT_EQ(ring.size(), 3U);
 }
 
+TEST(RingArray, CopyDown_CopiesToTheFrontAndLeavesAllOtherEntries) {
+    int const all[] = {3, 4, 5, 6};
+    for (unsigned int from = 0; from <= 4; ++from) {
+        for (unsigned int to = 0; to <= from; ++to) {
+            for (unsigned int count = 0; count <= 4 - from; ++count) {
+                RingArray<int> ring(5);
+                fillAcrossTheEnd(ring);
+                std::vector<int> expected(all, all + 4);
+                std::copy_n(all + from, count, expected.begin() + to);
+                EXPECT_TRUE(ring.copyDown(to, from, count));
+                EXPECT_EQ(content(ring), expected) << from << " to " << to << ", " << count;
+            }
+        }
+    }
+}
+
+TEST(RingArray, CopyDown_OfMoreThanThereIsOrUpwards_IsFalseAndChangesNothing) {
+    RingArray<int> ring(5);
+    fillAcrossTheEnd(ring);
+    EXPECT_FALSE(ring.copyDown(0, 0, 5));
+    EXPECT_FALSE(ring.copyDown(0, 3, 2));
+    EXPECT_FALSE(ring.copyDown(0, 5, 0));
+    EXPECT_FALSE(ring.copyDown(1, 2, INVALID_SIZE));
+    EXPECT_FALSE(ring.copyDown(0, INVALID_SIZE, 1));
+    EXPECT_FALSE(ring.copyDown(2, 1, 1));
+    EXPECT_EQ(content(ring), (std::vector<int>{3, 4, 5, 6}));
+    RingArray<int> none(0);
+    EXPECT_TRUE(none.copyDown(0, 0, 0));
+    EXPECT_FALSE(none.copyDown(0, 0, 1));
+}
+
 TEST(RingArray, RemoveLast_TakesBackTheNewestAndNoMoreThanThereAre) {
     RingArray<int> ring(5);
     fillAcrossTheEnd(ring);
@@ -548,7 +579,7 @@ class Comparison {
     void step(T const& value) {
         unsigned int const index = pick(size() + 2);
         unsigned int const count = pick(size() + 3);
-        switch (pick(12)) {
+        switch (pick(13)) {
             case 0:
                 mRing.popFront();
                 mModel.erase(at(0), at(std::min(size(), 1U)));
@@ -566,7 +597,10 @@ class Comparison {
                 copyOut(index, count);
                 break;
             case 5:
+                copyDown(index, count);
+                break;
             case 6:
+            case 7:
                 pushMany(value, pick(mMaxSize + 2));
                 break;
             default:
@@ -615,6 +649,15 @@ class Comparison {
         ASSERT_EQ(mRing.copyOut(index, out.data(), count), there);
         if (there) {
             ASSERT_EQ(out, std::vector<T>(at(index), at(index + count)));
+        }
+    }
+
+    void copyDown(unsigned int from, unsigned int count) {
+        unsigned int const to = pick(from + 2);
+        bool const there = to <= from && from <= size() && count <= size() - from;
+        ASSERT_EQ(mRing.copyDown(to, from, count), there);
+        if (there) {
+            std::copy_n(at(from), count, at(to));
         }
     }
 
