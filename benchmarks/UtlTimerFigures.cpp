@@ -18,11 +18,12 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "BenchRatio.h"
+#include "BenchRows.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlThreadManager.h"
 
@@ -332,19 +333,13 @@ void print(char const* name, Figures const& figures) {
         name, figures.processor, figures.median, figures.late, figures.delivered * 100);
 }
 
-std::FILE* gRows = nullptr;
-
-void printRatio(char const* name, bool spread, double subject, double baseline, double goal) {
-    double const ratio = subject / baseline;
-    char const* const answer = ratio <= goal ? "yes" : "no";
-    std::printf("ratio %.3f, goal %.3f, reached %s: %s\n", ratio, goal, answer, name);
-    if (gRows != nullptr) {
-        std::fprintf(gRows, "100 timers, %s: %s\t%.1f\t%.1f\t%.3f\t%.3f\t%s\n",
-                     spread ? "spread" : "due together", name, subject, baseline, ratio, goal, answer);
-    }
+void printRatio(utlbench::RatioRows& rows, char const* name, bool spread, double subject, double baseline) {
+    constexpr double GOAL = 1.3;
+    std::string const kind = spread ? "spread" : "due together";
+    rows.print(("100 timers, " + kind + ": " + name).c_str(), subject, baseline, GOAL);
 }
 
-void compare(bool spread) {
+void compare(utlbench::RatioRows& rows, bool spread) {
     std::vector<Figures> library;
     std::vector<Figures> bare;
     std::vector<Figures> timerFd;
@@ -359,22 +354,16 @@ void compare(bool spread) {
     print("library", ours);
     print("bare", theirs);
     print("timerfd", medianOf(timerFd));
-    printRatio("processor time (ms)", spread, ours.processor, theirs.processor, 1.3);
-    printRatio("median lateness (us)", spread, ours.median, theirs.median, 1.3);
-    printRatio("99th percentile of lateness (us)", spread, ours.late, theirs.late, 1.3);
+    printRatio(rows, "processor time (ms)", spread, ours.processor, theirs.processor);
+    printRatio(rows, "median lateness (us)", spread, ours.median, theirs.median);
+    printRatio(rows, "99th percentile of lateness (us)", spread, ours.late, theirs.late);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    constexpr char ROWS_OPTION[] = "--ratio_rows=";
-    for (int i = 1; i < argc; ++i) {
-        if (std::strncmp(argv[i], ROWS_OPTION, sizeof(ROWS_OPTION) - 1) == 0) {
-            gRows = std::fopen(argv[i] + sizeof(ROWS_OPTION) - 1, "ae");
-        }
-    }
+    utlbench::RatioRows rows(argc, argv);
     utl::ThreadManager::get();
-    compare(false);
-    compare(true);
-    return gRows == nullptr || std::fclose(gRows) == 0 ? 0 : 1;
+    compare(rows, false);
+    compare(rows, true);
 }

@@ -28,6 +28,11 @@ class UTL_API ThreadMsgListener {
 
     /// `msg` is valid during the call. Read its id with `getMsgId`, then restore an object of the class that
     /// belongs to the id.
+    ///
+    /// An exception that leaves it ends the process. `pthread_exit` in it ends the thread with its requests
+    /// unanswered: whoever waits for the thread, or for its timers, waits for ever. The thread's own `start`
+    /// and `stop` give -1 here, and its synchronous sends 0; `requestStop` of another thread, and posts, are
+    /// fine.
     virtual void receiveMsg(int threadId, ThreadRawMsg& msg) = 0;
 };
 

@@ -23,7 +23,9 @@ class UTL_API Command {
     Command& operator=(Command const&) = default;
     virtual ~Command();
 
-    /// The result becomes the thread's.
+    /// The result becomes the thread's. An exception that leaves it ends the process. `pthread_exit` in it
+    /// ends the thread without a result and without milestone 3; `exit` ends the process, whose other threads
+    /// run on meanwhile. It must not wait for its own thread's end, nor destroy the `Thread`.
     virtual int execute() = 0;
 };
 
@@ -42,6 +44,11 @@ class UTL_API Command {
 ///
 /// A derived class stops its thread in its own destructor. In the destructor of this class its `requestStop`
 /// and `execute` are gone already, and the wait for a thread that nobody asked to end never ends.
+///
+/// An exception that leaves `preExecute`, `execute` or `postExecute` ends the process. `pthread_exit` there
+/// ends the thread: it is not running any more and can leave the management, but it reaches no further
+/// milestone and has no result. `exit` ends the process without waiting for any thread. On the thread itself
+/// `start` gives -1, `stop(0)` requests, and a `stop` that waits for the end waits for ever.
 class UTL_API Thread {
   public:
     /// Numbers of the milestones.

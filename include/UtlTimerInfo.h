@@ -19,6 +19,10 @@ class UTL_API TimerListener {
     virtual ~TimerListener();
 
     /// Timer `timerId` has expired. No lock of the timer thread is held.
+    ///
+    /// An exception that leaves it ends the process. `pthread_exit` in it ends the thread with its requests
+    /// unanswered: whoever waits for its timers waits for ever. What would wait for the thread is refused
+    /// here; `destroy` ends the thread when this has returned.
     virtual void onTime(int timerId) = 0;
 };
 
