@@ -19,8 +19,9 @@ namespace utl {
 ///
 /// Results are 1 for true and 0 for false unless a function says otherwise. What closes a descriptor writes
 /// the file's content through to the device first, by `fsync`, and so may block for as long as the device
-/// takes. A descriptor of 0 counts as none: in a program that closed its standard input the first opening
-/// fails, and the descriptor stays behind.
+/// takes. A program that is started by `exec` gets none of these descriptors. A descriptor of 0 counts as
+/// none: in a program that closed its standard input the first opening fails, and the descriptor stays
+/// behind.
 ///
 /// A path is copied, with each `\` as a `/`. Most operations refuse a path of more than 259 bytes and one
 /// with a doubled separator; they name that the path check. Leave the separator off the end of a folder's

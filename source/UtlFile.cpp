@@ -73,8 +73,7 @@ long long seekDescriptor(int descriptor, long long offset, int whence) {
 
 /// Opens, locks and places the file of `path` into the empty `file`, which closes it also after a failure.
 OpenFailure openInto(FileHandle* file, char const* path, Opening const& opening) {
-    OpenedDescriptor opened(
-        fileCall("open", __LINE__, [path, &opening] { return ::open(path, opening.flags, opening.mode); }));
+    OpenedDescriptor opened(openPath("open", __LINE__, path, opening.flags, opening.mode));
     if (!opened.isValid()) {
         return failureNow("open() Failed.", LOG_LEVEL_ERROR);
     }
@@ -118,8 +117,7 @@ File::File(char const* path, int textType) : mPath(AnyPath(path).text()), mTextT
 File::~File() {
     char folder[PATH_BUFFER_SIZE] = {};
     if (getDirectoryPath(folder, sizeof(folder)) != 0) {
-        OpenedDescriptor const synced(
-            fileCall("~File", __LINE__, [&folder] { return ::open(folder, O_RDONLY, UNUSED_MODE); }));
+        OpenedDescriptor const synced(openPath("~File", __LINE__, folder, O_RDONLY));
     }
 }
 

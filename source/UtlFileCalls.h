@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <utility>
@@ -54,6 +55,12 @@ class [[nodiscard]] OpenedDescriptor {
   private:
     int mDescriptor;
 };
+
+/// `open` in a bracket, of a descriptor that no program started by `exec` gets; -1 with `errno` on failure.
+inline int openPath(char const* label, unsigned int line, char const* path, int flags,
+                    unsigned int mode = UNUSED_MODE) {
+    return fileCall(label, line, [=] { return ::open(path, flags | O_CLOEXEC, mode); });
+}
 
 /// `stat` in a bracket; false with `errno` on failure.
 inline bool statPath(char const* label, unsigned int line, char const* path, struct stat* out) {

@@ -23,7 +23,7 @@ constexpr std::size_t COPY_BUFFER_SIZE = 1024;
 class [[nodiscard]] CopyEnd {
   public:
     CopyEnd(char const* path, int flags, mode_t mode)
-        : mDescriptor(fileCall("copy", __LINE__, [=] { return ::open(path, flags, mode); })) {}
+        : mDescriptor(openPath("copy", __LINE__, path, flags, mode)) {}
     ~CopyEnd() { close(); }
     CopyEnd(CopyEnd const&) = delete;
     CopyEnd& operator=(CopyEnd const&) = delete;

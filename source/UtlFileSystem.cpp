@@ -292,8 +292,7 @@ int File::isOpened(char const* path, bool* sharedOnly) {
     if (!normalPath.passesCheck() || isFolder(text) || !isThere(text)) {
         return 0;
     }
-    OpenedDescriptor const file(
-        fileCall("isOpened", __LINE__, [text] { return ::open(text, O_RDONLY, PROBE_MODE); }));
+    OpenedDescriptor const file(openPath("isOpened", __LINE__, text, O_RDONLY, PROBE_MODE));
     if (!file.isValid() || takesLock(file.get(), LOCK_EX)) {
         return 0;
     }
@@ -347,8 +346,7 @@ long long File::size(char const* path) {
 }
 
 long long File::sizeOfFile(char const* path) {
-    OpenedDescriptor const file(
-        fileCall("size", __LINE__, [path] { return ::open(path, O_RDONLY, UNUSED_MODE); }));
+    OpenedDescriptor const file(openPath("size", __LINE__, path, O_RDONLY));
     if (!file.isValid()) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "in size func open Failed. Path:%s errno[%d]", path, errno);
         return -1;

@@ -78,9 +78,14 @@ class [[nodiscard]] FileCalls {
         sLines.push_back(line.str());
     }
 
+    // Closing on `exec` goes without saying: its absence shows.
     static std::string flagsText(int flags) {
-        static constexpr std::pair<int, char const*> NAMES[] = {
-            {O_CREAT, "+CREAT"}, {O_EXCL, "+EXCL"}, {O_TRUNC, "+TRUNC"}, {O_LARGEFILE, ""}};
+        static constexpr std::pair<int, char const*> NAMES[] = {{O_CREAT, "+CREAT"},
+                                                                {O_EXCL, "+EXCL"},
+                                                                {O_TRUNC, "+TRUNC"},
+                                                                {O_CLOEXEC, "+INHERITED"},
+                                                                {O_LARGEFILE, ""}};
+        flags ^= O_CLOEXEC;
         int const access = flags & O_ACCMODE;
         std::string text = access == O_RDONLY ? "RDONLY" : access == O_WRONLY ? "WRONLY" : "RDWR";
         flags &= ~O_ACCMODE;

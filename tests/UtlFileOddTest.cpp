@@ -407,6 +407,59 @@ TEST_F(FileOdd, ALockOutlivesTheObject_AsLongAsAnotherProcessHasTheDescriptor) {
     EXPECT_EQ(file.open(0, 0), 1);
 }
 
+/// "cat" as another program; it ends when the test's end of the pipe to it is closed.
+class Cat {
+  public:
+    Cat() {
+        std::array<int, 2> to = {};
+        std::array<int, 2> from = {};
+        EXPECT_EQ(pipe2(to.data(), O_CLOEXEC), 0);
+        EXPECT_EQ(pipe2(from.data(), O_CLOEXEC), 0);
+        mProcess = fork();
+        if (mProcess == 0) {
+            dup2(to[0], STDIN_FILENO);
+            dup2(from[1], STDOUT_FILENO);
+            execlp("cat", "cat", nullptr);
+            _exit(1);
+        }
+        close(to[0]);
+        close(from[1]);
+        mTo = to[1];
+        mFrom = from[0];
+    }
+    ~Cat() {
+        close(mTo);
+        close(mFrom);
+        EXPECT_EQ(waitpid(mProcess, nullptr, 0), mProcess);
+    }
+    Cat(Cat const&) = delete;
+    Cat& operator=(Cat const&) = delete;
+
+    /// True once the program runs: it gives back what it got.
+    bool answers() const {
+        char byte = 'x';
+        return write(mTo, &byte, 1) == 1 && read(mFrom, &byte, 1) == 1;
+    }
+
+  private:
+    pid_t mProcess = -1;
+    int mTo = -1;
+    int mFrom = -1;
+};
+
+TEST_F(FileOdd, AProgramThatIsStartedWhileAFileIsOpen_KeepsNeitherItsDescriptorNorItsLock) {
+    utl::File file("d/f", UTF8);
+    for (int const access : {1, 2, 0}) {
+        ASSERT_EQ(file.open(0, access), 1);
+        Cat const cat;
+        ASSERT_TRUE(cat.answers());
+        EXPECT_EQ(file.close(), 1);
+        EXPECT_EQ(utl::File::isOpened("d/f", nullptr), 0);
+        EXPECT_EQ(file.open(0, 1), 1);
+        EXPECT_EQ(file.close(), 1);
+    }
+}
+
 TEST_F(FileOdd, AWriterWhoseFolderIsGone_WritesWithALineAboutTheFolderAndCanMakeItAgain) {
     utl::File file("d/f", UTF8);
     ASSERT_EQ(file.open(0, 2), 1);
