@@ -66,7 +66,9 @@ class UTL_API File {
     ///
     /// A reader needs a file that is there and cannot empty it. A writer creates the file, with mode 0777
     /// whatever the umask, and the folders in front of it as `makeDirectories` does, and refuses a file whose
-    /// owner may not write. The content is emptied before the lock is taken, also where that then fails.
+    /// owner may not write. Nothing is created through a link that leads to nothing, and a file that appears
+    /// behind the look for it keeps its mode. The content is emptied before the lock is taken, also where
+    /// that then fails.
     ///
     /// False, and closed: without a line for wrong arguments, a folder, an open object, a path that fails the
     /// check, a missing file to read and a file that is read-only; with the lines of `makeDirectories` for a
@@ -294,7 +296,8 @@ class UTL_API File {
     ///@}
 
     ///@{
-    /// Makes a file or folder read-only, mode 0555. With `recursive` 1 also all in a folder and below it,
+    /// Makes a file or folder read-only, mode 0555. It is the path that is changed, whatever it names at that
+    /// moment, and of a link what the link leads to. With `recursive` 1 also all in a folder and below it,
     /// links followed, up to the first failure; what was changed stays. False for a path that fails the check
     /// or is not there and if the system refuses, with a line only where it did so without saying.
     static int applyReadOnly(char const* path, int recursive);
@@ -326,8 +329,9 @@ class UTL_API File {
     ///@{
     /// Copies a file with its mode, or a folder with all in it and below it, links followed; folders get the
     /// mode 0777. Makes the folders of the new path as `makeDirectories` does. With `overwrite` 1 it replaces
-    /// files that are there, otherwise one that is there ends it. A path to itself is true. Nothing is
-    /// synced, and the lock of neither file is taken.
+    /// files that are there, otherwise one that is there ends it. Nothing is created through a link that
+    /// leads to nothing, and a file that appears behind the look for it keeps its mode. A path to itself is
+    /// true. Nothing is synced, and the lock of neither file is taken.
     ///
     /// False for null, paths that fail the check, a `source` that is not there, a folder that cannot be made
     /// or listed, a file that a writer holds, and if the system refuses, with a line only if the source's

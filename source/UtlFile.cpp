@@ -29,7 +29,6 @@ struct Opening {
     int flags;
     unsigned int mode;
     int lock;
-    bool isNew;
     bool isAtEnd;
 };
 
@@ -79,8 +78,8 @@ OpenFailure openInto(FileHandle* file, char const* path, Opening const& opening)
     }
     int const descriptor = opened.get();
     opened.giveTo(file);
-    if (opening.isNew) {
-        changeMode("open", __LINE__, path, NEW_FILE_MODE);
+    if ((opening.flags & O_EXCL) != 0) {
+        setNewMode("open", __LINE__, descriptor, NEW_FILE_MODE);
     }
     int const lockResult =
         fileCall("open", __LINE__, [descriptor, &opening] { return ::flock(descriptor, opening.lock); });
@@ -138,7 +137,7 @@ int File::openForReading(int disposition) {
     }
     FileHandle file;
     OpenFailure const failure =
-        openInto(&file, path, {O_RDONLY, READER_MODE, LOCK_SH | LOCK_NB, false, disposition == KEEP_AT_END});
+        openInto(&file, path, {O_RDONLY, READER_MODE, LOCK_SH | LOCK_NB, disposition == KEEP_AT_END});
     if (failure.what != nullptr) {
         logOpenFailure(failure, path);
         return 0;
@@ -156,11 +155,21 @@ int File::openForWriting(int disposition, int access) {
     if (!isNew && refusesWriter(path)) {
         return 0;
     }
-    int const flags = (access == WRITE ? O_WRONLY : O_RDWR) | O_CREAT | (disposition == EMPTY ? O_TRUNC : 0);
+    int const flags = (access == WRITE ? O_WRONLY : O_RDWR) | (disposition == EMPTY ? O_TRUNC : 0);
+    Opening opening{flags | O_CREAT | (isNew ? O_EXCL : 0), NEW_FILE_MODE, LOCK_EX | LOCK_NB,
+                    disposition == KEEP_AT_END};
     WidenedParent parent(path);
     FileHandle file;
-    OpenFailure const failure =
-        openInto(&file, path, {flags, NEW_FILE_MODE, LOCK_EX | LOCK_NB, isNew, disposition == KEEP_AT_END});
+    OpenFailure failure = openInto(&file, path, opening);
+    if (isNew && failure.error == EEXIST) {
+        // Somebody put something there meanwhile. It is none of ours, so nothing is created through it and it
+        // keeps its mode.
+        if (exists() != 0 && refusesWriter(path)) {
+            return 0;
+        }
+        opening.flags = flags;
+        failure = openInto(&file, path, opening);
+    }
     if (failure.what != nullptr) {
         parent.restore();
         logOpenFailure(failure, path);

@@ -67,6 +67,26 @@ inline bool statPath(char const* label, unsigned int line, char const* path, str
     return fileCall(label, line, [path, out] { return ::stat(path, out); }) == 0;
 }
 
+/// What a path names, links followed. Opening what is special, a FIFO or a device, may block or do something.
+enum class PathKind { NOTHING, FOLDER, REGULAR, SPECIAL };
+
+/// A path that cannot be looked at counts as nothing.
+inline PathKind kindOfPath(char const* label, unsigned int line, char const* path) {
+    struct stat status = {};
+    if (!statPath(label, line, path, &status)) {
+        return PathKind::NOTHING;
+    }
+    return S_ISDIR(status.st_mode)   ? PathKind::FOLDER
+           : S_ISREG(status.st_mode) ? PathKind::REGULAR
+                                     : PathKind::SPECIAL;
+}
+
+/// `fchmod` in a bracket; failures are ignored. In place of `chmod` for what was just created, because
+/// somebody else may have exchanged what the path names.
+inline void setNewMode(char const* label, unsigned int line, int descriptor, unsigned int mode) {
+    fileCall(label, line, [descriptor, mode] { return ::fchmod(descriptor, mode); });
+}
+
 /// `chmod` in a bracket; false with `errno` on failure.
 inline bool changeMode(char const* label, unsigned int line, char const* path, unsigned int mode) {
     return fileCall(label, line, [path, mode] { return ::chmod(path, mode); }) == 0;

@@ -22,8 +22,7 @@ constexpr std::size_t COPY_BUFFER_SIZE = 1024;
 /// One of the two descriptors of a copy, closed at the end of the scope; *one owner thread*.
 class [[nodiscard]] CopyEnd {
   public:
-    CopyEnd(char const* path, int flags, mode_t mode)
-        : mDescriptor(openPath("copy", __LINE__, path, flags, mode)) {}
+    explicit CopyEnd(int descriptor) : mDescriptor(descriptor) {}
     ~CopyEnd() { close(); }
     CopyEnd(CopyEnd const&) = delete;
     CopyEnd& operator=(CopyEnd const&) = delete;
@@ -44,6 +43,8 @@ class [[nodiscard]] CopyEnd {
     ssize_t write(void const* buffer, std::size_t bytes) const {
         return fileCall("copy", __LINE__, [=] { return ::write(mDescriptor, buffer, bytes); });
     }
+
+    void setMode(mode_t mode) const { setNewMode("copy", __LINE__, mDescriptor, mode); }
 
     /// Makes the file end at the position.
     void cutHere() const {
@@ -69,10 +70,21 @@ bool copyContent(CopyEnd const& source, CopyEnd const& destination) {
     return true;
 }
 
+/// Opens what a copy with this mode goes to; -1 with `errno` on failure. What somebody puts there behind the
+/// look at it is used as it is: `*keepsMode` becomes true.
+int openTarget(char const* path, int overwrite, mode_t mode, bool* keepsMode) {
+    bool const isNew = overwrite != 1 || kindOfPath("copy", __LINE__, path) == PathKind::NOTHING;
+    // Not emptied here: what an old file has beyond the copy is cut off at the end, so that a copy that fails
+    // costs no more of it than was written over.
+    int const descriptor = openPath("copy", __LINE__, path, O_WRONLY | O_CREAT | (isNew ? O_EXCL : 0), mode);
+    *keepsMode = descriptor == -1 && errno == EEXIST && overwrite == 1;
+    return *keepsMode ? openPath("copy", __LINE__, path, O_WRONLY) : descriptor;
+}
+
 // Kept out of `File::copy`, which calls itself for each level of a tree: the content's buffer is needed once.
 [[gnu::noinline]] bool copyFile(char const* sourcePath, char const* destinationPath, int overwrite) {
     WidenedParent sourceParent(sourcePath);
-    CopyEnd source(sourcePath, O_RDONLY, UNUSED_MODE);
+    CopyEnd source(openPath("copy", __LINE__, sourcePath, O_RDONLY));
     if (!source.isOpen()) {
         return false;
     }
@@ -85,10 +97,8 @@ bool copyContent(CopyEnd const& source, CopyEnd const& destination) {
         return false;
     }
     WidenedParent destinationParent(destinationPath);
-    // Not emptied here: what an old file has beyond the copy is cut off at the end, so that a copy that fails
-    // costs no more of it than was written over.
-    int const flags = O_WRONLY | O_CREAT | (overwrite == 1 ? 0 : O_EXCL);
-    CopyEnd destination(destinationPath, flags, status.st_mode);
+    bool keepsMode = false;
+    CopyEnd destination(openTarget(destinationPath, overwrite, status.st_mode, &keepsMode));
     if (!destination.isOpen()) {
         destinationParent.restore();
         sourceParent.restore();
@@ -97,11 +107,11 @@ bool copyContent(CopyEnd const& source, CopyEnd const& destination) {
     // Both files are closed before their folders are put back, the one that was widened last first: the two
     // may be one folder.
     bool const isCopied = copyContent(source, destination);
+    if (isCopied && !keepsMode) {
+        destination.setMode(status.st_mode);
+    }
     source.close();
     destination.close();
-    if (isCopied) {
-        changeMode("copy", __LINE__, destinationPath, status.st_mode);
-    }
     destinationParent.restore();
     return isCopied;
 }

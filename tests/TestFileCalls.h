@@ -112,6 +112,7 @@ class [[nodiscard]] FileCalls {
         hooks::stat.watch([](char const* path, struct stat*) { record("stat", path); });
         hooks::fstat.watch([](int, struct stat*) { record("fstat"); });
         hooks::chmod.watch([](char const* path, mode_t mode) { record("chmod", path, mode & 07777); });
+        hooks::fchmod.watch([](int, mode_t mode) { record("fchmod", mode & 07777); });
         hooks::mkdir.watch([](char const* path, mode_t mode) { record("mkdir", path, mode); });
         hooks::rmdir.watch([](char const* path) { record("rmdir", path); });
         hooks::unlink.watch([](char const* path) { record("unlink", path); });

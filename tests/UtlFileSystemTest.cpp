@@ -1070,9 +1070,9 @@ TEST_F(FileSystem, Copy_MakesTheseCallsInThisOrder) {
                                    "copy: read",
                                    "copy: lseek 0 1",
                                    "copy: ftruncate 1025",
+                                   "copy: fchmod 640",
                                    "copy: close",
                                    "copy: close",
-                                   "copy: chmod b/copied 640",
                                    "changeParentAccessMode: stat b",
                                    "changeParentAccessMode: chmod b 722",
                                    "changeParentAccessMode: stat a",
@@ -1158,6 +1158,55 @@ TEST_F(FileSystem, Copy_OntoItself_IsTrueAndLeavesTheFileAlone) {
     EXPECT_EQ(File::copy("a/file", "a\\file", 1), 1);
     EXPECT_EQ(calls.take(), (Lines{"exists: stat a/file"}));
     EXPECT_EQ(contentOf("a/file"), "x");
+}
+
+// Somebody puts a link to "secret" in place of "copied" as soon as that is opened for the first time.
+void snatchCopy() {
+    hooks::open.replace([](char const* path, int flags, mode_t mode) {
+        if (path == std::string("copied") && !std::filesystem::is_symlink("copied")) {
+            EXPECT_EQ(symlink("secret", path), 0);
+        }
+        return hooks::open.real(path, flags, mode);
+    });
+}
+
+TEST_F(FileSystem, Copy_IntoWhatSomebodyElsePutThereMeanwhile_KeepsItsModeOrFails) {
+    putFile("file", "new");
+    chmod("file", 0777);
+    for (int const flag : {0, 1}) {
+        putFile("secret", "old and longer");
+        chmod("secret", 0600);
+        HookScope const scope;
+        snatchCopy();
+        EXPECT_EQ(File::copy("file", "copied", flag), flag);
+        EXPECT_EQ(permissions("secret"), 0600);
+        EXPECT_EQ(contentOf("secret"), flag == 1 ? "new" : "old and longer");
+        EXPECT_EQ(unlink("copied"), 0);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_ToALinkToNothing_CreatesNothing) {
+    putFile("file", "new");
+    ASSERT_EQ(symlink("secret", "copied"), 0);
+    EXPECT_EQ(File::copy("file", "copied", 1), 0);
+    EXPECT_EQ(permissions("secret"), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_WhoseTargetIsExchangedMeanwhile_SetsTheModeOfTheFileThatItWrote) {
+    putFile("file", "new");
+    chmod("file", 0777);
+    putFile("secret", "old");
+    chmod("secret", 0600);
+    HookScope const scope;
+    hooks::ftruncate.watch([](int, off_t) {
+        EXPECT_EQ(rename("copied", "gone"), 0);
+        EXPECT_EQ(symlink("secret", "copied"), 0);
+    });
+    EXPECT_EQ(File::copy("file", "copied", 1), 1);
+    EXPECT_EQ(permissions("secret"), 0600);
+    EXPECT_EQ(permissions("gone"), 0777);
 }
 
 TEST_F(FileSystem, Copy_OfAFileThatReadersHold_Works) {
@@ -1291,9 +1340,9 @@ TEST_F(CopyThatFails, ToFindTheModeOfTheSource_SaysSoAfterPuttingTheFolderBack) 
 
 TEST_F(CopyThatFails, ToOpenTheDestination_PutsBothFoldersBackAndThenClosesTheSource) {
     hooks::open.failFrom(3, 1, -1, EROFS);
-    EXPECT_EQ(callsOfCopy(),
-              (Lines{"stat a/file", "stat b", "chmod b 777", "open b/copied WRONLY+CREAT 100644", "stat b",
-                     "chmod b 722", "stat a", "chmod a 711", "close"}));
+    EXPECT_EQ(callsOfCopy(), (Lines{"stat a/file", "stat b", "chmod b 777", "stat b/copied",
+                                    "open b/copied WRONLY+CREAT+EXCL 100644", "stat b", "chmod b 722",
+                                    "stat a", "chmod a 711", "close"}));
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -1301,9 +1350,9 @@ TEST_F(CopyThatFails, ToWrite_ClosesBothAndPutsTheFoldersBackAndLeavesWhatWasWri
     hooks::write.replace([](int descriptor, void const* data, size_t) -> ssize_t {
         return hooks::write.real(descriptor, data, 4);
     });
-    EXPECT_EQ(callsOfCopy(),
-              (Lines{"stat a/file", "stat b", "chmod b 777", "open b/copied WRONLY+CREAT 100644", "read",
-                     "write", "close", "close", "stat b", "chmod b 722", "stat a", "chmod a 711"}));
+    EXPECT_EQ(callsOfCopy(), (Lines{"stat a/file", "stat b", "chmod b 777", "stat b/copied",
+                                    "open b/copied WRONLY+CREAT+EXCL 100644", "read", "write", "close",
+                                    "close", "stat b", "chmod b 722", "stat a", "chmod a 711"}));
     EXPECT_EQ(contentOf("b/copied"), "0123");
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -1689,6 +1738,7 @@ TEST_F(FileSystem, Operations_WithAnyCallFailing_LeaveNoDescriptorAndTheFolders)
     failEachCall("stat", hooks::stat, -1, EACCES);
     failEachCall("fstat", hooks::fstat, -1, EIO);
     failEachCall("chmod", hooks::chmod, -1, EPERM);
+    failEachCall("fchmod", hooks::fchmod, -1, EPERM);
     failEachCall("open", hooks::open, -1, EMFILE);
     failEachCall("opendir", hooks::opendir, nullptr, EMFILE);
     failEachCall("readdir", hooks::readdir, nullptr, EIO);
