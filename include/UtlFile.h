@@ -73,7 +73,9 @@ class UTL_API File {
     /// False, and closed: without a line for wrong arguments, a folder, an open object, a path that fails the
     /// check, a missing file to read and a file that is read-only; with the lines of `makeDirectories` for a
     /// folder that cannot be made; with one of level 1 if the system refuses the file, and of level 5 if
-    /// another holder has it locked or the end cannot be sought. False for an open object leaves it open.
+    /// another holder has it locked or the end cannot be sought. False for an open object leaves it open. The
+    /// other side of a FIFO is not waited for: where there is none the FIFO is refused, with the line of
+    /// level 1 and the error `ENXIO`.
     int open(int disposition, int access);
 
     /// Closes the file and gives its lock back; false if it was not open.
@@ -312,8 +314,10 @@ class UTL_API File {
 
     /// True if another holder has the lock of the file, in this process or any other. `*sharedOnly`, if
     /// given, tells if they all read; it is false whenever the result is, and untouched for a null `path`.
-    /// False for a folder and for what is not there or may not be read. Takes the lock itself for a moment,
-    /// in which another `open` fails.
+    /// False for what is no regular file or may not be read, and where the file system has no such locks.
+    /// Over NFS the lock of readers is not seen. True, with `*sharedOnly` false, if it cannot be found out
+    /// because the system has no descriptor or no memory left. Waits for nobody. Takes the lock itself for a
+    /// moment, in which another `open` fails.
     static int isOpened(char const* path, bool* sharedOnly);
 
     ///@{
@@ -334,8 +338,9 @@ class UTL_API File {
     /// true. Nothing is synced, and the lock of neither file is taken.
     ///
     /// False for null, paths that fail the check, a `source` that is not there, a folder that cannot be made
-    /// or listed, a file that a writer holds, and if the system refuses, with a line only if the source's
-    /// mode cannot be had. What was copied stays, the broken file too. An error in reading counts as the end.
+    /// or listed, a file that a writer holds, a FIFO or a device on either side, at which the copy of a
+    /// folder ends as well, and if the system refuses, with a line only if the source's mode cannot be had.
+    /// What was copied stays, the broken file too. An error in reading counts as the end.
     static int copy(char const* source, char const* destination, int overwrite);
     int copy(char const* destination, int overwrite) const;
     ///@}
@@ -354,8 +359,9 @@ class UTL_API File {
     int erase(int force);
     ///@}
 
-    /// Bytes of a file, and of all files in a folder and below it, links followed; takes no lock. -1 for a
-    /// path that fails the check and for what is not there, and with lines if a file cannot be opened; then
+    /// Bytes of a file, and of all files in a folder and below it, links followed; takes no lock. FIFOs and
+    /// devices are not opened and count as what the system says of their path, which is 0. -1 for a path that
+    /// fails the check and for what is not there, and with lines if a file cannot be opened; then
     /// also for the folders around it.
     static long long size(char const* path);
 

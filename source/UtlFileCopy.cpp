@@ -70,21 +70,25 @@ bool copyContent(CopyEnd const& source, CopyEnd const& destination) {
     return true;
 }
 
-/// Opens what a copy with this mode goes to; -1 with `errno` on failure. What somebody puts there behind the
-/// look at it is used as it is: `*keepsMode` becomes true.
+/// Opens what a copy with this mode goes to; -1 on failure and for what is special. What somebody puts there
+/// behind the look at it is used as it is: `*keepsMode` becomes true.
 int openTarget(char const* path, int overwrite, mode_t mode, bool* keepsMode) {
-    bool const isNew = overwrite != 1 || kindOfPath("copy", __LINE__, path) == PathKind::NOTHING;
+    PathKind const kind = overwrite == 1 ? kindOfPath("copy", __LINE__, path) : PathKind::NOTHING;
+    if (kind == PathKind::SPECIAL) {
+        return -1;
+    }
+    bool const isNew = kind == PathKind::NOTHING;
     // Not emptied here: what an old file has beyond the copy is cut off at the end, so that a copy that fails
     // costs no more of it than was written over.
     int const descriptor = openPath("copy", __LINE__, path, O_WRONLY | O_CREAT | (isNew ? O_EXCL : 0), mode);
     *keepsMode = descriptor == -1 && errno == EEXIST && overwrite == 1;
-    return *keepsMode ? openPath("copy", __LINE__, path, O_WRONLY) : descriptor;
+    return *keepsMode ? openPath("copy", __LINE__, path, O_WRONLY | O_NONBLOCK) : descriptor;
 }
 
 // Kept out of `File::copy`, which calls itself for each level of a tree: the content's buffer is needed once.
 [[gnu::noinline]] bool copyFile(char const* sourcePath, char const* destinationPath, int overwrite) {
     WidenedParent sourceParent(sourcePath);
-    CopyEnd source(openPath("copy", __LINE__, sourcePath, O_RDONLY));
+    CopyEnd source(openPath("copy", __LINE__, sourcePath, O_RDONLY | O_NONBLOCK));
     if (!source.isOpen()) {
         return false;
     }
@@ -94,6 +98,9 @@ int openTarget(char const* path, int overwrite, mode_t mode, bool* keepsMode) {
         sourceParent.restore();
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "in copy func stat Failed. errno[%d] Path:%s", error,
                sourcePath);
+        return false;
+    }
+    if (!S_ISREG(status.st_mode)) {
         return false;
     }
     WidenedParent destinationParent(destinationPath);
@@ -140,17 +147,20 @@ bool copyFolder(char const* source, char const* destination, int overwrite) {
 int File::copy(char const* source, char const* destination, int overwrite) {
     NormalPath const from(source);
     NormalPath const to(destination);
-    if (!from.passesCheck() || !to.passesCheck() || exists(from.text()) == 0) {
+    if (!from.passesCheck() || !to.passesCheck() ||
+        kindOfPath("exists", __LINE__, from.text()) == PathKind::NOTHING) {
         return 0;
     }
     if (std::strcmp(from.text(), to.text()) == 0) {
         return 1;
     }
-    if (isDirectory(from.text()) != 0) {
+    PathKind const kind = kindOfPath("isDirectory", __LINE__, from.text());
+    if (kind == PathKind::FOLDER) {
         return copyFolder(from.text(), to.text(), overwrite) ? 1 : 0;
     }
     bool sharedOnly = false;
-    if (!makeFolderOf(to.text()) || (isOpened(from.text(), &sharedOnly) != 0 && !sharedOnly)) {
+    if (kind == PathKind::SPECIAL || !makeFolderOf(to.text()) ||
+        (isOpened(from.text(), &sharedOnly) != 0 && !sharedOnly)) {
         return 0;
     }
     return copyFile(from.text(), to.text(), overwrite) ? 1 : 0;

@@ -80,11 +80,10 @@ class [[nodiscard]] FileCalls {
 
     // Closing on `exec` goes without saying: its absence shows.
     static std::string flagsText(int flags) {
-        static constexpr std::pair<int, char const*> NAMES[] = {{O_CREAT, "+CREAT"},
-                                                                {O_EXCL, "+EXCL"},
-                                                                {O_TRUNC, "+TRUNC"},
-                                                                {O_CLOEXEC, "+INHERITED"},
-                                                                {O_LARGEFILE, ""}};
+        static constexpr std::pair<int, char const*> NAMES[] = {
+            {O_CREAT, "+CREAT"},       {O_EXCL, "+EXCL"},         {O_TRUNC, "+TRUNC"},
+            {O_CLOEXEC, "+INHERITED"}, {O_NONBLOCK, "+NONBLOCK"}, {O_DIRECTORY, "+DIRECTORY"},
+            {O_LARGEFILE, ""}};
         flags ^= O_CLOEXEC;
         int const access = flags & O_ACCMODE;
         std::string text = access == O_RDONLY ? "RDONLY" : access == O_WRONLY ? "WRONLY" : "RDWR";

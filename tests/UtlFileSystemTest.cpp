@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -821,26 +822,65 @@ TEST_F(FileSystem, IsOpened_MakesTheseCallsInThisOrder) {
     FileCalls calls;
     EXPECT_EQ(File::isOpened("file", nullptr), 1);
     EXPECT_EQ(calls.take(),
-              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY 777",
+              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY+NONBLOCK 777",
                      "isOpened: flock 6", "isOpened: flock 5", "-: fsync", "-: close"}));
     EXPECT_EQ(file.close(), 1);
     calls.take();
     EXPECT_EQ(File::isOpened("file", nullptr), 0);
     EXPECT_EQ(calls.take(),
-              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY 777",
+              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY+NONBLOCK 777",
                      "isOpened: flock 6", "-: fsync", "-: close"}));
 }
 
-TEST_F(FileSystem, IsOpened_WhoseExclusiveLockFailsForAnotherReason_TakesTheFileForSharedByReaders) {
+// What the two locks that a probe asks for give as `errno`, 0 for a lock, and what the probe says then.
+struct ProbeCase {
+    int exclusive;
+    int shared;
+    int isOpened;
+    bool sharedOnly;
+};
+
+ProbeCase gProbe;
+
+TEST_F(FileSystem, IsOpened_TakesAFileForHeldOnlyWhereALockWouldBlock) {
     putFile("file", "x");
-    for (int const reason : {ENOLCK, EINTR}) {
-        HookScope const scope;
-        hooks::flock.failFrom(1, 1, -1, reason);
-        bool sharedOnly = false;
-        EXPECT_EQ(File::isOpened("file", &sharedOnly), 1);
-        EXPECT_TRUE(sharedOnly);
+    ProbeCase const cases[] = {{EWOULDBLOCK, 0, 1, true},
+                               {EWOULDBLOCK, EWOULDBLOCK, 1, false},
+                               {EWOULDBLOCK, ENOLCK, 1, false},
+                               {EBADF, EWOULDBLOCK, 1, false},
+                               {EBADF, 0, 0, false},
+                               {EBADF, EBADF, 0, false},
+                               {EBADF, ENOLCK, 0, false},
+                               {ENOLCK, EWOULDBLOCK, 0, false},
+                               {EOPNOTSUPP, EWOULDBLOCK, 0, false},
+                               {EIO, EWOULDBLOCK, 0, false}};
+    HookScope const scope;
+    hooks::flock.replace([](int, int operation) {
+        errno = (operation & LOCK_EX) != 0 ? gProbe.exclusive : gProbe.shared;
+        return errno == 0 ? 0 : -1;
+    });
+    for (ProbeCase const& probe : cases) {
+        gProbe = probe;
+        bool sharedOnly = !probe.sharedOnly;
+        EXPECT_EQ(File::isOpened("file", &sharedOnly), probe.isOpened) << probe.exclusive << probe.shared;
+        EXPECT_EQ(sharedOnly, probe.sharedOnly) << probe.exclusive << probe.shared;
     }
     EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, IsOpened_AsksAgainAfterASignal) {
+    putFile("file", "x");
+    File file("file", UTF8);
+    HookScope const scope;
+    hooks::flock.failFrom(1, 2, -1, EINTR);
+    EXPECT_EQ(File::isOpened("file", nullptr), 0);
+    EXPECT_EQ(hooks::flock.calls(), 3U);
+    ASSERT_EQ(file.open(0, 0), 1);
+    hooks::flock.failFrom(2, 1, -1, EINTR);  // between the two locks
+    bool sharedOnly = false;
+    EXPECT_EQ(File::isOpened("file", &sharedOnly), 1);
+    EXPECT_TRUE(sharedOnly);
+    EXPECT_EQ(hooks::flock.calls(), 3U);
 }
 
 TEST_F(FileSystem, IsOpened_OfWhatCannotBeHeld_IsFalse) {
@@ -858,15 +898,83 @@ TEST_F(FileSystem, IsOpened_OfNull_IsFalseAndLeavesTheOutputAlone) {
     EXPECT_TRUE(sharedOnly);
 }
 
-TEST_F(FileSystem, IsOpened_OfAFileThatCannotBeOpened_IsFalse) {
+TEST_F(FileSystem, IsOpened_OfAFileThatCannotBeOpened_IsFalseUnlessMeansAreWanting) {
     putFile("file", "x");
-    File file("file", UTF8);
-    ASSERT_EQ(file.open(0, 1), 1);
-    for (int const result : {-1, 0}) {
+    std::pair<int, int> const cases[] = {{EACCES, 0}, {EPERM, 0},  {ENOENT, 0}, {EIO, 0},
+                                         {EMFILE, 1}, {ENFILE, 1}, {ENOMEM, 1}, {EWOULDBLOCK, 1}};
+    for (auto const& [reason, expected] : cases) {
         HookScope const scope;
-        hooks::open.failFrom(1, 1, result, EACCES);
-        EXPECT_EQ(File::isOpened("file", nullptr), 0);
+        hooks::open.failFrom(1, 1, -1, reason);
+        bool sharedOnly = true;
+        EXPECT_EQ(File::isOpened("file", &sharedOnly), expected) << reason;
+        EXPECT_FALSE(sharedOnly);
+        hooks::open.failFrom(1, 1, 0, reason);  // descriptor 0 counts as none
+        EXPECT_EQ(File::isOpened("file", nullptr), 0) << reason;
     }
+}
+
+/// Leaves the process no descriptor to open anything more, until the end of the scope.
+class NoDescriptorScope {
+  public:
+    NoDescriptorScope() {
+        getrlimit(RLIMIT_NOFILE, &mLimit);
+        rlimit const none = {0, mLimit.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptorScope() { setrlimit(RLIMIT_NOFILE, &mLimit); }
+    NoDescriptorScope(NoDescriptorScope const&) = delete;
+    NoDescriptorScope& operator=(NoDescriptorScope const&) = delete;
+
+  private:
+    rlimit mLimit = {};
+};
+
+TEST_F(FileSystem, AHeldFile_IsNeitherErasedNorMovedNorCopiedWhileAllDescriptorsAreInUse) {
+    putFile("file", "x");
+    File held("file", UTF8);
+    ASSERT_EQ(held.open(0, 1), 1);
+    {
+        NoDescriptorScope const scope;
+        bool sharedOnly = true;
+        EXPECT_EQ(File::isOpened("file", &sharedOnly), 1);
+        EXPECT_FALSE(sharedOnly);
+        EXPECT_EQ(File::erase("file", 1), 0);
+        EXPECT_EQ(File::move("file", "moved"), 0);
+        EXPECT_EQ(File::copy("file", "copied", 1), 0);
+    }
+    EXPECT_EQ(contentOf("file"), "x");
+    EXPECT_EQ(permissions("moved"), -1);
+    EXPECT_EQ(permissions("copied"), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+// Locks as they are over NFS: an exclusive one needs a descriptor for writing, a shared one one for reading.
+int lockOverNfs(int descriptor, int operation) {
+    int const access = fcntl(descriptor, F_GETFL) & O_ACCMODE;
+    if (access == ((operation & LOCK_EX) != 0 ? O_RDONLY : O_WRONLY)) {
+        errno = EBADF;
+        return -1;
+    }
+    return hooks::flock.real(descriptor, operation);
+}
+
+TEST_F(FileSystem, OperationsOverNfs_WorkOnFilesThatNobodyHoldsAndRefuseAWritersFile) {
+    putFile("file", "x");
+    HookScope const scope;
+    hooks::flock.replace(lockOverNfs);
+    EXPECT_EQ(File::isOpened("file", nullptr), 0);
+    EXPECT_EQ(File::move("file", "moved"), 1);
+    EXPECT_EQ(File::copy("moved", "copied", 0), 1);
+    EXPECT_EQ(File::erase("copied", 0), 1);
+    File writer("moved", UTF8);
+    ASSERT_EQ(writer.open(0, 1), 1);
+    bool sharedOnly = true;
+    EXPECT_EQ(File::isOpened("moved", &sharedOnly), 1);
+    EXPECT_FALSE(sharedOnly);
+    EXPECT_EQ(File::move("moved", "file"), 0);
+    EXPECT_EQ(File::copy("moved", "copied", 0), 0);
+    EXPECT_EQ(File::erase("moved", 0), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileSystem, IsOpened_SeesAnotherProcess) {
@@ -925,9 +1033,9 @@ TEST_F(FileSystem, Move_MakesTheseCallsInThisOrderAndWidensNothing) {
     EXPECT_EQ(File::move("a/file", "b/moved"), 1);
     EXPECT_EQ(calls.take(),
               (Lines{"exists: stat a/file", "isDirectory: stat b/moved", "exists: stat b/moved",
-                     "isDirectory: stat a/file", "exists: stat a/file", "isOpened: open a/file RDONLY 777",
-                     "isOpened: flock 6", "-: fsync", "-: close", "exists: stat b", "isDirectory: stat b",
-                     "move: rename a/file b/moved"}));
+                     "isDirectory: stat a/file", "exists: stat a/file",
+                     "isOpened: open a/file RDONLY+NONBLOCK 777", "isOpened: flock 6", "-: fsync", "-: close",
+                     "exists: stat b", "isDirectory: stat b", "move: rename a/file b/moved"}));
 }
 
 TEST_F(FileSystem, Move_RenamesAFolderWithItsContent) {
@@ -1052,13 +1160,13 @@ TEST_F(FileSystem, Copy_MakesTheseCallsInThisOrder) {
                                    "isDirectory: stat b",
                                    "isDirectory: stat a/file",
                                    "exists: stat a/file",
-                                   "isOpened: open a/file RDONLY 777",
+                                   "isOpened: open a/file RDONLY+NONBLOCK 777",
                                    "isOpened: flock 6",
                                    "-: fsync",
                                    "-: close",
                                    "changeParentAccessMode: stat a",
                                    "changeParentAccessMode: chmod a 777",
-                                   "copy: open a/file RDONLY",
+                                   "copy: open a/file RDONLY+NONBLOCK",
                                    "copy: stat a/file",
                                    "changeParentAccessMode: stat b",
                                    "changeParentAccessMode: chmod b 777",
@@ -1318,7 +1426,7 @@ class CopyThatFails : public FileSystem {
         EXPECT_EQ(permissions("b"), 0722);
         EXPECT_EQ(contentOf("a/file"), "0123456789");
         Lines const all = mCalls.takeCalls();
-        auto const isOpening = [](std::string const& call) { return call == "open a/file RDONLY"; };
+        auto const isOpening = [](std::string const& call) { return call == "open a/file RDONLY+NONBLOCK"; };
         return {std::find_if(all.rbegin(), all.rend(), isOpening).base(), all.end()};
     }
 
@@ -1383,7 +1491,7 @@ TEST_F(FileSystem, Erase_RemovesAFileAndPutsTheFolderBack) {
     EXPECT_EQ(permissions("a/file"), -1);
     EXPECT_EQ(Lines(lines.begin(), lines.begin() + 14),
               (Lines{"exists: stat a/file", "isDirectory: stat a/file", "isDirectory: stat a/file",
-                     "exists: stat a/file", "isOpened: open a/file RDONLY 777", "isOpened: flock 6",
+                     "exists: stat a/file", "isOpened: open a/file RDONLY+NONBLOCK 777", "isOpened: flock 6",
                      "-: fsync", "-: close", "isReadOnly: stat a/file", "changeParentAccessMode: stat a",
                      "changeParentAccessMode: chmod a 777", "erase: unlink a/file",
                      "changeParentAccessMode: stat a", "changeParentAccessMode: chmod a 711"}));

@@ -76,7 +76,7 @@ TEST_F(FileInFolder, Constructor_TouchesNoFile) {
 TEST_F(FileInFolder, Destructor_OfAFileThatWasNeverOpened_SyncsTheFolder) {
     FileCalls calls;
     { File const file("folder/none", UTF8); }
-    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY", "-: fsync", "-: close"}));
+    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY+DIRECTORY", "-: fsync", "-: close"}));
 }
 
 TEST_F(FileInFolder, Destructor_SyncsTheFolderAndThenTheFile) {
@@ -87,7 +87,7 @@ TEST_F(FileInFolder, Destructor_SyncsTheFolderAndThenTheFile) {
         calls.take();
     }
     EXPECT_EQ(calls.take(),
-              (Lines{"~File: open folder RDONLY", "-: fsync", "-: close", "-: fsync", "-: close"}));
+              (Lines{"~File: open folder RDONLY+DIRECTORY", "-: fsync", "-: close", "-: fsync", "-: close"}));
 }
 
 TEST_F(FileInFolder, Destructor_WhoseFolderCannotBeOpened_ClosesTheFileWithoutALine) {
@@ -98,7 +98,7 @@ TEST_F(FileInFolder, Destructor_WhoseFolderCannotBeOpened_ClosesTheFileWithoutAL
         calls.take();
         hooks::open.failFrom(1, 0, -1, EMFILE);
     }
-    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY", "-: fsync", "-: close"}));
+    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY+DIRECTORY", "-: fsync", "-: close"}));
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -108,7 +108,7 @@ TEST_F(FileInFolder, Destructor_WhoseFolderGetsDescriptor0_DoesNotCloseIt) {
         File const file("folder/f", UTF8);
         hooks::open.failFrom(1, 1, 0, 0);
     }
-    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY"}));
+    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY+DIRECTORY"}));
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -116,11 +116,11 @@ TEST_F(FileInFolder, Destructor_OfAPathWithoutAFolder_SyncsNothing) {
     for (char const* const path : {"bare", "/bare"}) {
         FileCalls calls;
         { File const file(path, UTF8); }
-        EXPECT_EQ(calls.take(), (Lines{"~File: open  RDONLY"}));
+        EXPECT_EQ(calls.take(), (Lines{"~File: open  RDONLY+DIRECTORY"}));
     }
     FileCalls calls;
     { File const file("./bare", UTF8); }
-    EXPECT_EQ(calls.take(), (Lines{"~File: open . RDONLY", "-: fsync", "-: close"}));
+    EXPECT_EQ(calls.take(), (Lines{"~File: open . RDONLY+DIRECTORY", "-: fsync", "-: close"}));
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -210,8 +210,8 @@ TEST_F(FileThatIsSnatched, OpenToWrite_TakesWhatIsThereWithoutChangingItsMode) {
     Lines const lines = mCalls.take();
     EXPECT_EQ(Lines(lines.begin() + 6, lines.end()),
               (Lines{"open: open folder/new RDWR+CREAT+EXCL 777", "exists: stat folder/new",
-                     "isReadOnly: stat folder/new", "open: open folder/new RDWR 777", "open: flock 6",
-                     "seekFile: lseek 0 2", "changeParentAccessMode: stat folder",
+                     "isReadOnly: stat folder/new", "open: open folder/new RDWR+NONBLOCK 777",
+                     "open: flock 6", "seekFile: lseek 0 2", "changeParentAccessMode: stat folder",
                      "changeParentAccessMode: chmod folder 755"}));
     EXPECT_EQ(mNew.position(), 7);
     EXPECT_EQ(permissions("secret"), 0600);
@@ -685,8 +685,9 @@ TEST_F(FileInFolder, Size_OfAnOpenFile_IsAskedByDescriptor) {
 TEST_F(FileInFolder, Size_OfAClosedFile_IsAskedByPathWithoutALock) {
     FileCalls calls;
     EXPECT_EQ(mFile.size(), 10);
-    EXPECT_EQ(calls.take(), (Lines{"exists: stat folder/f", "isDirectory: stat folder/f",
-                                   "size: open folder/f RDONLY", "fileSize: fstat", "-: fsync", "-: close"}));
+    EXPECT_EQ(calls.take(),
+              (Lines{"exists: stat folder/f", "isDirectory: stat folder/f",
+                     "size: open folder/f RDONLY+NONBLOCK", "fileSize: fstat", "-: fsync", "-: close"}));
 }
 
 TEST_F(FileInFolder, Size_ThatCannotBeHad_IsMinusOneAndSaysSo) {
