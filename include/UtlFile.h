@@ -134,10 +134,10 @@ class UTL_API File {
     /// text. In UTF-8 a byte order mark at the front of what is read is left out; in UTF-16 text cannot be
     /// read that has one anywhere.
     ///
-    /// Gives the bytes taken from the file, -3 at its end. `*outputLength`, if given, becomes the bytes of
-    /// the text with its terminator; characters that Shift-JIS does not have count in it, but end what
-    /// `buffer` shows. A `bufferSize` of 0 asks for that alone, stores nothing, and moves the position all
-    /// the same.
+    /// Gives the bytes taken from the file, -3 at its end, which is where nothing comes any more, whatever
+    /// its size says. `*outputLength`, if given, becomes the bytes of the text with its terminator;
+    /// characters that Shift-JIS does not have count in it, but end what `buffer` shows. A `bufferSize` of 0
+    /// asks for that alone, stores nothing, and moves the position all the same.
     ///
     /// -1, with `buffer` and `*outputLength` untouched: if not open, for a null `buffer` that has a size, a
     /// `length` of 0 or above 5119, and a `bufferSize` below `offset` + the bytes to read + 1 (2 in UTF-16),
