@@ -214,7 +214,7 @@ TEST_F(SubChunkOdd, ReadHeader_AtEveryPlaceOfAFile_TellsEndFromPartAndPutsThePos
         EXPECT_EQ(file.position(), 3) << place;
     }
     // Where no file can have a place.
-    EXPECT_EQ(SubChunk::readHeader(&file, ~0ULL, nullptr, 0, nullptr), -1);
+    EXPECT_EQ(SubChunk::readHeader(&file, ~0ULL, nullptr, 0, nullptr), -3);
     EXPECT_EQ(file.position(), 3);
     char id[6] = "kept";
     unsigned int size = 77;
@@ -535,6 +535,50 @@ TEST_F(RiffOdd, Open_WalksOverSizesBeyond32Bits) {
 }
 
 // ---- containers
+
+// Seeks of a file system whose files end at 4 GiB.
+off_t seekBelow4GiB(int descriptor, off_t offset, int whence) {
+    if (whence == SEEK_SET && offset >= static_cast<off_t>(GIB4)) {
+        errno = EINVAL;
+        return -1;
+    }
+    return hooks::lseek.real(descriptor, offset, whence);
+}
+
+TEST_F(WaveOdd, AStreamedFile_WhoseDataSizeIsNotKnown_OpensWhereNoFileCanBeThatLong) {
+    putFile("f",
+            riff("WAVE", subChunk("fmt ", format(8000, 1, 16)) + liarChunk("data", 0xFFFFFFFFU, "0123")));
+    for (int const access : {0, 1}) {
+        WaveFile wave("f");
+        HookScope const scope;
+        hooks::lseek.replace(seekBelow4GiB);
+        ASSERT_EQ(wave.open(0, access), 0);
+        EXPECT_EQ(wave.getSamplingRate(), 8000U);
+        EXPECT_EQ(wave.getChunkDataSize(1), 0xFFFFFFFFLL);
+        ASSERT_TRUE(wave.openSubChunk(0, 1));
+        char buffer[8] = {};
+        EXPECT_EQ(wave.read(buffer, 8), 4);
+        EXPECT_STREQ(buffer, "0123");
+        EXPECT_EQ(wave.read(buffer, 8), -4);
+        EXPECT_TRUE(wave.close());
+    }
+    EXPECT_EQ(mLog.lines(), Names());
+}
+
+TEST_F(SubChunkOdd, ReadHeader_AtTheEndOfAFile_SeeksNothing) {
+    putFile("f", three());
+    File file("f", 1);
+    ASSERT_TRUE(file.open(0, 0));
+    HookScope const scope;
+    for (unsigned long long const place : {0ULL, 1ULL, GIB4, ~0ULL}) {
+        unsigned long long const end = three().size();
+        EXPECT_EQ(SubChunk::readHeader(&file, std::max(end, end + place), nullptr, 0, nullptr), -3);
+    }
+    EXPECT_EQ(hooks::lseek.calls(), 0U);
+    hooks::fstat.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(SubChunk::readHeader(&file, 12, nullptr, 0, nullptr), -1);
+    EXPECT_EQ(mLog.lines(), (Names{error("fstat Failed. errno[5]"), error("fileSize Failed. Path:f")}));
+}
 
 TEST_F(RiffOdd, Open_OfAFileCutAtEveryByte_GivesTheToldResultAndLeavesIt) {
     std::string const whole = three();
