@@ -273,9 +273,10 @@ class UTL_API File {
     ///@{
     /// Makes a folder and all in front of it that are missing. If the folder is missing, every folder on the
     /// way to it gets the mode 0777, those that were there as well: with an absolute path and the rights for
-    /// it, that begins with `/` itself. An empty path is the current folder. True if the folder is there at
-    /// the end. False for a path that fails the check, without a line if something in the way is no folder,
-    /// and with one if the system refuses; what was made stays.
+    /// it, that begins with `/` itself. The name of each new folder is made durable by a sync of the folder
+    /// in front of it, which may block for as long as the device takes. An empty path is the current folder.
+    /// True if the folder is there at the end. False for a path that fails the check, without a line if
+    /// something in the way is no folder, and with one if the system refuses; what was made stays.
     static int makeDirectories(char const* path);
     int makeDirectories();
     ///@}
@@ -335,7 +336,7 @@ class UTL_API File {
     /// mode 0777. Makes the folders of the new path as `makeDirectories` does. With `overwrite` 1 it replaces
     /// files that are there, otherwise one that is there ends it. Nothing is created through a link that
     /// leads to nothing, and a file that appears behind the look for it keeps its mode. A path to itself is
-    /// true. Nothing is synced, and the lock of neither file is taken.
+    /// true. Neither file is synced, and the lock of neither is taken.
     ///
     /// False for null, paths that fail the check, a `source` that is not there, a folder that cannot be made
     /// or listed, a file that a writer holds, a FIFO or a device on either side, at which the copy of a

@@ -143,7 +143,7 @@ File::File(char const* path, int textType) : mPath(AnyPath(path).text()), mTextT
 File::~File() {
     char folder[PATH_BUFFER_SIZE] = {};
     if (getDirectoryPath(folder, sizeof(folder)) != 0) {
-        OpenedDescriptor const synced(openPath("~File", __LINE__, folder, O_RDONLY | O_DIRECTORY));
+        syncFolder("~File", __LINE__, folder);
     }
 }
 

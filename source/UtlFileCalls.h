@@ -62,6 +62,11 @@ inline int openPath(char const* label, unsigned int line, char const* path, int 
     return fileCall(label, line, [=] { return ::open(path, flags | O_CLOEXEC, mode); });
 }
 
+/// Makes the entries of a folder durable, as far as it can be opened; failures are ignored. Takes no memory.
+inline void syncFolder(char const* label, unsigned int line, char const* folder) {
+    OpenedDescriptor const synced(openPath(label, line, folder, O_RDONLY | O_DIRECTORY));
+}
+
 /// `stat` in a bracket; false with `errno` on failure.
 inline bool statPath(char const* label, unsigned int line, char const* path, struct stat* out) {
     return fileCall(label, line, [path, out] { return ::stat(path, out); }) == 0;

@@ -11,6 +11,7 @@
 #include "UtlFolderWalk.h"
 #include "UtlLog.h"
 #include "UtlPathRules.h"
+#include "UtlSavedErrno.h"
 #include "UtlString.h"
 #include "UtlWidenedParent.h"
 
@@ -32,6 +33,17 @@ bool isFolder(char const* path) {
     return kindOfPath("isDirectory", __LINE__, path) == PathKind::FOLDER;
 }
 
+/// Makes the name of a new folder durable.
+void syncParentOf(char const* path) {
+    SavedErrno const savedErrno;
+    char folder[PATH_BUFFER_SIZE] = {};
+    if (File::extractDirectoryPath(folder, sizeof(folder), path) == 0) {
+        return;
+    }
+    char const* const first = *path == '/' ? "/" : ".";
+    syncFolder("makeDirectories", __LINE__, *folder != '\0' ? folder : first);
+}
+
 /// Makes the folder that the first `length` bytes of `whole` name, a separator at their end included, and
 /// gives it the mode of a folder also if it was there. False if it is not there behind that.
 bool makeFolder(char const* whole, unsigned int length) {
@@ -40,7 +52,9 @@ bool makeFolder(char const* whole, unsigned int length) {
     copyMemory(prefix, whole, length);
     copyMemory(name, whole, length - 1);
     WidenedParent parent(name);
-    if (fileCall("makeDirectories", __LINE__, [&prefix] { return ::mkdir(prefix, FOLDER_MODE); }) != 0) {
+    bool const isNew =
+        fileCall("makeDirectories", __LINE__, [&prefix] { return ::mkdir(prefix, FOLDER_MODE); }) == 0;
+    if (!isNew) {
         int const error = errno;
         parent.restore();
         if (error != EEXIST) {
@@ -53,6 +67,9 @@ bool makeFolder(char const* whole, unsigned int length) {
         parent.restoreAgainAtEnd();
     }
     changeMode("makeDirectories", __LINE__, prefix, FOLDER_MODE);
+    if (isNew) {
+        syncParentOf(name);
+    }
     return true;
 }
 

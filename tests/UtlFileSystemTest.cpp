@@ -308,11 +308,66 @@ TEST_F(FileSystem, MakeDirectories_MakesTheseCallsInThisOrder) {
                // "a/b/" is new; its folder has been widened for good, which leaves nothing to put back.
                "changeParentAccessMode: stat a", "changeParentAccessMode: chmod a 777",
                "makeDirectories: mkdir a/b/ 777", "makeDirectories: chmod a/b/ 777",
+               "makeDirectories: open a RDONLY+DIRECTORY", "-: fsync", "-: close",
                "changeParentAccessMode: stat a",
                // The whole path comes once more.
                "changeParentAccessMode: stat a", "changeParentAccessMode: chmod a 777",
                "makeDirectories: mkdir a/b/ 777", "changeParentAccessMode: stat a", "isDirectory: stat a/b/",
                "makeDirectories: chmod a/b/ 777", "changeParentAccessMode: stat a"}));
+}
+
+TEST_F(FileSystem, MakeDirectories_SyncsTheParentOfEachFolderThatItMakesAndOfNoOther) {
+    putFolder("there");
+    std::pair<char const*, Lines> const cases[] = {
+        {"new", {"."}},
+        {"./dot/x", {".", "./dot"}},
+        {"there", {}},
+        {"there/a/b", {"there", "there/a"}},
+        {"there/a/b/c/", {"there/a/b"}},
+    };
+    for (auto const& [path, expected] : cases) {
+        FileCalls calls;
+        EXPECT_EQ(File::makeDirectories(path), 1) << path;
+        Lines const lines = calls.take();
+        Lines synced;
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            std::string const begin = "makeDirectories: open ";
+            if (lines[i].rfind(begin, 0) == 0) {
+                ASSERT_LT(i + 2, lines.size());
+                EXPECT_EQ(lines[i + 1] + lines[i + 2], "-: fsync-: close");
+                synced.push_back(lines[i].substr(begin.size(), lines[i].rfind(' ') - begin.size()));
+            }
+        }
+        EXPECT_EQ(synced, expected) << path;
+    }
+    chmod(".", 0755);  // was on the way, too
+}
+
+TEST_F(FileSystem, MakeDirectories_DirectlyInTheRoot_SyncsTheRoot) {
+    FileCalls calls;
+    hooks::chmod.replace([](char const*, mode_t) { return 0; });
+    hooks::mkdir.replace([](char const* path, mode_t) {
+        errno = EEXIST;
+        return path == std::string("/") ? -1 : 0;
+    });
+    EXPECT_EQ(File::makeDirectories("/no-such-folder-at-all"), 1);
+    Lines const lines = calls.take();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "makeDirectories: open / RDONLY+DIRECTORY"), 2);
+}
+
+TEST_F(FileSystem, MakeDirectories_WhoseParentCannotBeSynced_MakesTheFolderAndKeepsErrno) {
+    static int sErrno;
+    sErrno = 0;
+    HookScope const scope;
+    hooks::chmod.watch([](char const*, mode_t) { errno = ENOTTY; });
+    hooks::open.failFrom(1, 0, -1, EMFILE);
+    hooks::stat.watch(
+        [](char const*, struct stat*) { sErrno = hooks::open.calls() == 1 && sErrno == 0 ? errno : sErrno; });
+    EXPECT_EQ(File::makeDirectories("there/a"), 1);
+    EXPECT_EQ(hooks::open.calls(), 2U);
+    EXPECT_EQ(sErrno, ENOTTY);
+    EXPECT_EQ(permissions("there/a"), 0777);
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 // The machine's own root is in the way of an absolute path: nothing is really changed here.
