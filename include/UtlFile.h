@@ -289,7 +289,8 @@ class UTL_API File {
     /// pattern with "*", "?" and "[]" that names have to match to the letter, if there is no folder of that
     /// name. Stops at `maximum` entries unless that is 0.
     ///
-    /// Gives the number of entries; 0 for a file; -1 without a line for null, another `kind`, a path that
+    /// Gives the number of entries; 0 for a file; -1 with a line if the folder cannot be read to its end,
+    /// when `result` holds what came until then; -1 without a line for null, another `kind`, a path that
     /// fails the check or is not there, a pattern without a folder in front or in a folder's name, a folder
     /// that cannot be opened, and when a `result` of fixed capacity is full, which then holds what fitted.
     static int children(char const* path, Array<BasicString<char>, BasicString<char> const&>* result,
@@ -302,7 +303,8 @@ class UTL_API File {
     /// Makes a file or folder read-only, mode 0555. It is the path that is changed, whatever it names at that
     /// moment, and of a link what the link leads to. With `recursive` 1 also all in a folder and below it,
     /// links followed, up to the first failure; what was changed stays. False for a path that fails the check
-    /// or is not there and if the system refuses, with a line only where it did so without saying.
+    /// or is not there and if the system refuses, with a line only where it did so without saying and for a
+    /// folder that cannot be read to its end.
     static int applyReadOnly(char const* path, int recursive);
     int applyReadOnly(int recursive);
     ///@}
@@ -340,8 +342,9 @@ class UTL_API File {
     ///
     /// False for null, paths that fail the check, a `source` that is not there, a folder that cannot be made
     /// or listed, a file that a writer holds, a FIFO or a device on either side, at which the copy of a
-    /// folder ends as well, and if the system refuses, with a line only if the source's mode cannot be had.
-    /// What was copied stays, the broken file too. An error in reading counts as the end.
+    /// folder ends as well, and if the system refuses, with lines only if the source's mode cannot be had or
+    /// the source or a folder cannot be read to its end. What was copied stays, the broken file too. That a
+    /// file system without modes did not take the mode is no failure.
     static int copy(char const* source, char const* destination, int overwrite);
     int copy(char const* destination, int overwrite) const;
     ///@}
@@ -355,15 +358,16 @@ class UTL_API File {
     /// in that folder is erased, and then the system refuses to remove the link.
     ///
     /// False without a line for null, a path that fails the check or is not there, a file that somebody
-    /// holds, what is read-only, and an open object; with a line if the system refuses.
+    /// holds, what is read-only, and an open object; with a line if the system refuses, and if a folder
+    /// cannot be read to its end, of which nothing is erased then.
     static int erase(char const* path, int force);
     int erase(int force);
     ///@}
 
     /// Bytes of a file, and of all files in a folder and below it, links followed; takes no lock. FIFOs and
     /// devices are not opened and count as what the system says of their path, which is 0. -1 for a path that
-    /// fails the check and for what is not there, and with lines if a file cannot be opened; then
-    /// also for the folders around it.
+    /// fails the check and for what is not there, and with lines if a file cannot be opened or a folder
+    /// cannot be read to its end; then also for the folders around it.
     static long long size(char const* path);
 
   protected:

@@ -285,8 +285,7 @@ int File::read(void* buffer, unsigned int length) {
 int File::readFile(void* buffer, unsigned int length) {
     auto const result = static_cast<int>(::read(mHandle.get(), buffer, length));
     if (result == -1) {
-        logErrno("ReadFile");
-        logPathError("in read func readFile", getPath());
+        logReadFailure(getPath());
     }
     return result;
 }

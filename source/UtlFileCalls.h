@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <utility>
 
 #include "UtlKeepAlive.h"
+#include "UtlLog.h"
 #include "UtlSmartPointer.h"
 
 namespace utl {
@@ -27,6 +29,23 @@ enum Origin { START = 0, END = 1, POSITION = 2 };
 template <typename CALL>
 decltype(auto) fileCall(char const* label, unsigned int line, CALL&& call) {
     return keepAliveAround("source/UtlFile", label, line, std::forward<CALL>(call));
+}
+
+/// Gives what `call()` gives, which is -1 with `errno` on failure, and calls again where a signal interrupted
+/// it.
+template <typename CALL>
+auto beyondSignals(CALL&& call) {
+    auto result = call();
+    while (result == -1 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+/// Tells of a failed `read` of the file of `path`; must follow it at once.
+inline void logReadFailure(char const* path) {
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ReadFile Failed. errno[%d]", errno);
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "in read func readFile Failed. Path:%s", path);
 }
 
 /// True for a descriptor that a `File` takes for open.

@@ -29,15 +29,17 @@ class [[nodiscard]] CopyEnd {
 
     bool isOpen() const { return mDescriptor >= 0; }
 
-    void close() {
-        if (isOpen()) {
-            fileCall("copy", __LINE__, [this] { return ::close(mDescriptor); });
-        }
+    /// False if the system says only now that it could not store what was written.
+    bool close() {
+        bool const isStored =
+            !isOpen() || fileCall("copy", __LINE__, [this] { return ::close(mDescriptor); }) == 0;
         mDescriptor = -1;
+        return isStored;
     }
 
     ssize_t read(void* buffer, std::size_t bytes) const {
-        return fileCall("copy", __LINE__, [=] { return ::read(mDescriptor, buffer, bytes); });
+        return beyondSignals(
+            [=] { return fileCall("copy", __LINE__, [=] { return ::read(mDescriptor, buffer, bytes); }); });
     }
 
     ssize_t write(void const* buffer, std::size_t bytes) const {
@@ -46,28 +48,31 @@ class [[nodiscard]] CopyEnd {
 
     void setMode(mode_t mode) const { setNewMode("copy", __LINE__, mDescriptor, mode); }
 
-    /// Makes the file end at the position.
-    void cutHere() const {
+    /// Makes the file end at the position; false on failure.
+    bool cutHere() const {
         off_t const position =
             fileCall("copy", __LINE__, [this] { return ::lseek(mDescriptor, 0, SEEK_CUR); });
-        fileCall("copy", __LINE__, [=] { return ::ftruncate(mDescriptor, position); });
+        return fileCall("copy", __LINE__, [=] { return ::ftruncate(mDescriptor, position); }) == 0;
     }
 
   private:
     int mDescriptor;
 };
 
-/// False if not everything that could be read was written.
-bool copyContent(CopyEnd const& source, CopyEnd const& destination) {
+/// False if not everything was read and written; a failure to read is told with the source's path.
+bool copyContent(CopyEnd const& source, CopyEnd const& destination, char const* sourcePath) {
     char buffer[COPY_BUFFER_SIZE];
-    for (ssize_t count = source.read(buffer, sizeof(buffer)); count > 0;
-         count = source.read(buffer, sizeof(buffer))) {
+    ssize_t count = 0;
+    while ((count = source.read(buffer, sizeof(buffer))) > 0) {
         if (destination.write(buffer, static_cast<std::size_t>(count)) != count) {
             return false;
         }
     }
-    destination.cutHere();
-    return true;
+    if (count == -1) {
+        logReadFailure(sourcePath);
+        return false;
+    }
+    return destination.cutHere();
 }
 
 /// Opens what a copy with this mode goes to; -1 on failure and for what is special. What somebody puts there
@@ -113,14 +118,14 @@ int openTarget(char const* path, int overwrite, mode_t mode, bool* keepsMode) {
     }
     // Both files are closed before their folders are put back, the one that was widened last first: the two
     // may be one folder.
-    bool const isCopied = copyContent(source, destination);
-    if (isCopied && !keepsMode) {
+    bool const isWritten = copyContent(source, destination, sourcePath);
+    if (isWritten && !keepsMode) {
         destination.setMode(status.st_mode);
     }
     source.close();
-    destination.close();
+    bool const isStored = destination.close();
     destinationParent.restore();
-    return isCopied;
+    return isWritten && isStored;
 }
 
 /// Puts the name of `entry` behind `destination`, which passes the path check, into a path buffer. False if

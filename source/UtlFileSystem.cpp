@@ -138,11 +138,10 @@ bool changeReadOnly(char const* path, int recursive, ReadOnlyChange const& chang
 
 /// 0 if the lock could be had at once, else why not.
 int lockError(int descriptor, int operation) {
-    int result = -1;
-    do {
-        result = fileCall("isOpened", __LINE__,
-                          [descriptor, operation] { return ::flock(descriptor, operation | LOCK_NB); });
-    } while (result != 0 && errno == EINTR);
+    int const result = beyondSignals([descriptor, operation] {
+        return fileCall("isOpened", __LINE__,
+                        [descriptor, operation] { return ::flock(descriptor, operation | LOCK_NB); });
+    });
     return result != 0 ? errno : 0;
 }
 

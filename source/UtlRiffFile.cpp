@@ -85,7 +85,7 @@ int RiffFile::open(int disposition, int access) {
 // The form type is not written: `setFormType` does that.
 int RiffFile::writeRiffHeader() {
     bool const isWritten = mFile->isOpened() != 0 && mFile->position() == 0 &&
-                           mFile->write(MAGIC, RIFF_ID_BYTES) != -1 && writeRiffSize(mFile, 0);
+                           writeRiffBytes(mFile, MAGIC, RIFF_ID_BYTES) && writeRiffSize(mFile, 0);
     return isWritten ? OPENED : FAILED;
 }
 
@@ -225,7 +225,7 @@ int RiffFile::setFormType(char const* formType) {
     if (before == -1 || !padRiffId(padded, formType) || mFile->seek(FORM_TYPE_OFFSET, 0) == -1) {
         return 0;
     }
-    bool const isWritten = mFile->write(padded, RIFF_ID_BYTES) != -1;
+    bool const isWritten = writeRiffBytes(mFile, padded, RIFF_ID_BYTES);
     if (mFile->seek(before, 0) == -1 || !isWritten) {
         return 0;
     }

@@ -259,7 +259,7 @@ unsigned int SubChunk::getDataSize() const {
 int SubChunk::writeSubChunKId(char const* id, File* file) {
     RiffIdText padded = {};
     bool const isId = id != nullptr && file != nullptr && padRiffId(padded, id);
-    return isId && file->write(padded, RIFF_ID_BYTES) != -1 ? 1 : 0;
+    return isId && writeRiffBytes(file, padded, RIFF_ID_BYTES) ? 1 : 0;
 }
 
 // Under the lock.

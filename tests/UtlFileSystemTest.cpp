@@ -727,18 +727,64 @@ TEST_F(FileSystem, Children_OfAFolderThatCannotBeOpened_IsMinusOneWithoutALine) 
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
-TEST_F(FileSystem, Children_TakesAFailureToReadOnForTheEnd) {
+TEST_F(FileSystem, Children_ThatCannotBeReadOn_IsMinusOneWithALineAndKeepsWhatCame) {
     putFolder("dir");
     for (int i = 0; i < 10; ++i) {
         putFile("dir/" + std::to_string(i), "");
     }
-    FileCalls calls;
-    hooks::readdir.failFrom(7, 0, nullptr, EIO);
+    for (unsigned int const capacity : {0U, 2U, 20U}) {
+        mLog.clear();
+        FileCalls calls;
+        hooks::readdir.failFrom(7, 0, nullptr, EIO);
+        Paths paths(capacity, 1);
+        EXPECT_EQ(File::children("dir", &paths, 2, nullptr, 0), -1);
+        unsigned int const count = static_cast<unsigned int>(namesIn(paths).size());
+        EXPECT_GE(count, 4U);
+        EXPECT_LE(count, 6U);
+        EXPECT_EQ(calls.take().back(), "children: closedir");
+        EXPECT_EQ(mLog.lines(), (Lines{error("readdir Failed. errno[5] Path:dir")}));
+    }
+}
+
+TEST_F(FileSystem, Children_AtTheMaximum_DoNotSeeAFailureBehindIt) {
+    putFolder("dir");
+    putFile("dir/file", "");
+    HookScope const scope;
+    hooks::readdir.failFrom(4, 0, nullptr, EIO);
     Paths paths(0, 1);
-    int const count = File::children("dir", &paths, 2, nullptr, 0);
-    EXPECT_GE(count, 4);
-    EXPECT_LE(count, 6);
-    EXPECT_EQ(calls.take().back(), "children: closedir");
+    EXPECT_EQ(File::children("dir", &paths, 0, nullptr, 1), 1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Children_GoOnAfterASignal) {
+    putFolder("dir");
+    putFile("dir/file", "");
+    for (unsigned int nth = 1; nth <= 4; ++nth) {  // the last of them is the end
+        HookScope const scope;
+        hooks::readdir.failFrom(nth, 2, nullptr, EINTR);
+        EXPECT_EQ(children("dir"), (Names{"dir/file"})) << nth;
+        EXPECT_EQ(hooks::readdir.calls(), 6U);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Walks_OfAFolderThatCannotBeReadOn_EndBeforeTheirFirstStep) {
+    putTree();
+    for (auto const call : {+[](char const* path) { return File::size(path) + 1; },
+                            +[](char const* path) -> long long { return File::copy(path, "copied", 1); },
+                            +[](char const* path) -> long long { return File::applyReadOnly(path, 1); },
+                            +[](char const* path) -> long long { return File::liftReadOnly(path, 1); },
+                            +[](char const* path) -> long long { return File::erase(path, 1); }}) {
+        mLog.clear();
+        HookScope const scope;
+        hooks::readdir.failFrom(5, 0, nullptr, EIO);
+        EXPECT_EQ(call("tree"), 0);
+        EXPECT_EQ(mLog.lines(), (Lines{error("readdir Failed. errno[5] Path:tree")}));
+    }
+    EXPECT_EQ(children("copied"), Names());
+    EXPECT_EQ(contentOf("tree/a"), "1");
+    EXPECT_EQ(permissions("tree/a"), 0644);
+    EXPECT_EQ(File::size("tree"), 321);
 }
 
 TEST_F(FileSystem, ApplyReadOnly_GivesTheMode0555) {
@@ -1529,12 +1575,57 @@ TEST_F(FileSystem, Copy_OverAFileThatFailsToWrite_LeavesWhatItDidNotReach) {
     EXPECT_EQ(contentOf("old"), std::string(1024, 'n') + std::string(1976, 'o'));
 }
 
-TEST_F(FileSystem, Copy_TakesAFailureToReadForTheEndOfTheFile) {
-    putFile("file", std::string(3000, 'x'));
-    HookScope const scope;
-    hooks::read.failFrom(2, 1, -1, EIO);
-    EXPECT_EQ(File::copy("file", "copied", 0), 1);
-    EXPECT_EQ(contentOf("copied").size(), 1024U);
+TEST_F(CopyThatFails, ToRead_SaysSoAndClosesBothAndLeavesTheModeAndTheLengthOfTheTarget) {
+    putFile("b/copied", std::string(20, 'o'));
+    chmod("b/copied", 0600);
+    hooks::read.replace([](int descriptor, void* out, size_t) -> ssize_t {
+        errno = EIO;
+        return lseek(descriptor, 0, SEEK_CUR) != 0 ? -1 : hooks::read.real(descriptor, out, 4);
+    });
+    EXPECT_EQ(callsOfCopy(), (Lines{"stat a/file", "stat b", "chmod b 777", "stat b/copied",
+                                    "open b/copied WRONLY+CREAT 100644", "read", "write", "read", "close",
+                                    "close", "stat b", "chmod b 722", "stat a", "chmod a 711"}));
+    EXPECT_EQ(contentOf("b/copied"), "0123" + std::string(16, 'o'));
+    EXPECT_EQ(permissions("b/copied"), 0600);
+    EXPECT_EQ(mLog.lines(), (Lines{error("ReadFile Failed. errno[5]"),
+                                   error("in read func readFile Failed. Path:a/file")}));
+}
+
+TEST_F(CopyThatFails, ToCutTheTarget_LeavesItsMode) {
+    putFile("b/copied", std::string(20, 'o'));
+    chmod("b/copied", 0600);
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    callsOfCopy();
+    hooks::lseek.reset();
+    hooks::ftruncate.failFrom(1, 1, -1, EIO);
+    callsOfCopy();
+    EXPECT_EQ(hooks::ftruncate.calls(), 1U);
+    EXPECT_EQ(permissions("b/copied"), 0600);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(CopyThatFails, ToCloseTheTarget_IsFalse) {
+    hooks::close.replace([](int descriptor) {
+        int const result = hooks::close.real(descriptor);
+        errno = EDQUOT;
+        return hooks::close.calls() == 3 ? -1 : result;  // behind that of the probe and of the source
+    });
+    callsOfCopy();
+    EXPECT_EQ(contentOf("b/copied"), "0123456789");
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_ReadsAgainAfterASignal) {
+    std::string const content(3000, 'x');
+    putFile("file", content);
+    for (unsigned int nth = 1; nth <= 4; ++nth) {
+        HookScope const scope;
+        hooks::read.failFrom(nth, 2, -1, EINTR);
+        EXPECT_EQ(File::copy("file", "copied", 1), 1);
+        EXPECT_EQ(contentOf("copied"), content);
+        EXPECT_EQ(hooks::read.calls(), 6U);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileSystem, Erase_RemovesAFileAndPutsTheFolderBack) {

@@ -646,6 +646,15 @@ TEST_F(RiffOdd, Open_WhoseAnyCallFails_IsClosedForgetsAllAndCanBeTriedAgain) {
     }
 }
 
+/// Lets the library's write number `number` take all but the last byte.
+void writeShort(unsigned int number) {
+    static unsigned int sNumber;
+    sNumber = number;
+    hooks::write.replace([](int descriptor, void const* bytes, size_t size) {
+        return hooks::write.real(descriptor, bytes, hooks::write.calls() == sNumber ? size - 1 : size);
+    });
+}
+
 /// Writes a container, each operation up to the end, and gives the name of the first that failed.
 std::string writeAll(RiffFile& file) {
     std::string failed;
@@ -661,6 +670,23 @@ std::string writeAll(RiffFile& file) {
     check(file.closeSubChunk(), "closeSubChunk");
     check(file.close(), "close");
     return failed;
+}
+
+TEST_F(RiffOdd, AWriterWhoseNthWriteComesShort_SaysSoInTheOperationThatMadeIt) {
+    Names writers;
+    for (unsigned int nth = 1; writers.empty() || !writers.back().empty(); ++nth) {
+        ASSERT_LT(nth, 20U);
+        RiffFile file("f", 4);
+        HookScope const scope;
+        writeShort(nth);
+        writers.push_back(writeAll(file));
+        hooks::write.reset();
+        file.closeSubChunk();
+        file.close();
+    }
+    EXPECT_EQ(writers, (Names{"open", "open", "setFormType", "addSubChunk", "addSubChunk", "write",
+                              "closeSubChunk", "close", ""}));
+    EXPECT_EQ(mLog.lines(), Names());
 }
 
 TEST_F(RiffOdd, AWriterWhoseNthCallFails_SaysSoInTheOperationThatMadeIt) {
@@ -1054,6 +1080,20 @@ TEST_F(WaveOdd, TheLargestFormatValues_WrapInTheirWidths) {
     }
     EXPECT_EQ(contentOf("f").substr(20), "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF" + littleEndian(0x0001FFFFU) +
                                              littleEndian(1, 2) + "\xFF\xFF");
+}
+
+TEST_F(WaveOdd, AFormatOfWhichOnlyAPartWasWritten_IsAFailureThatKeepsTheOldValues) {
+    WaveFile wave("f");
+    ASSERT_EQ(wave.open(1, 1), 0);
+    ASSERT_TRUE(wave.setFmtChunkData(8000, 1, 16, 1));
+    HookScope const scope;
+    writeShort(1);
+    EXPECT_FALSE(wave.setFmtChunkData(48000, 2, 24, 1));
+    EXPECT_EQ(hooks::write.calls(), 1U);
+    EXPECT_EQ(wave.getSamplingRate(), 8000U);
+    EXPECT_TRUE(wave.setFmtChunkData(48000, 2, 24, 1));
+    EXPECT_EQ(wave.getSamplingRate(), 48000U);
+    EXPECT_TRUE(wave.close());
 }
 
 TEST_F(WaveOdd, AWriterWhoseNthWriteFails_KeepsOldValuesAndCanGoOn) {
