@@ -247,20 +247,11 @@ int RiffFile::write(void const* buffer, unsigned int length) {
     return mOpenedSubChunkId == lastInFile() ? mSubChunk.write(buffer, length) : -1;
 }
 
-// The number of the sub-chunk that stands behind all others, -1 if there is none.
+// The number of the last sub-chunk that has both its entry and its position, -1 if there is none. It stands
+// behind all others, because they are taken down in the order of the file.
 int RiffFile::lastInFile() const {
-    unsigned int const bound = std::min(mSubChunkInfos.size(), mSubChunkPositions.size());
-    int last = NO_ID;
-    unsigned long long lastPosition = 0;
-    for (unsigned int i = 0; i < bound; ++i) {
-        auto const number = static_cast<int>(mSubChunkInfos.getAt(i)->mId);
-        unsigned long long const* const position = mSubChunkPositions.find(number);
-        if (position != nullptr && *position > lastPosition) {
-            last = number;
-            lastPosition = *position;
-        }
-    }
-    return last;
+    unsigned int const known = std::min(mSubChunkInfos.size(), mSubChunkPositions.size());
+    return known != 0 ? static_cast<int>(mSubChunkInfos.getAt(known - 1)->mId) : NO_ID;
 }
 
 long long RiffFile::seek(int origin, long long offset) {
