@@ -27,7 +27,8 @@ namespace utl {
 /// with a doubled separator; they name that the path check. Leave the separator off the end of a folder's
 /// path: what goes through a folder names its entries by the path, "/" and the name, and a name behind "//"
 /// fails the check. What changes an entry of a folder or writes makes the folder's mode 0777 for the time of
-/// the call and puts it back; where that is not permitted the operation goes on without.
+/// the call and puts it back; where that is not permitted the operation goes on without. A process that is
+/// killed meanwhile leaves it so.
 ///
 /// Each system call that may block is reported to the watchdog, but not the `read` of a file and not the
 /// `fsync` and `close` of a descriptor that is given back.
@@ -103,7 +104,8 @@ class UTL_API File {
     long long availableSize() const;
 
     /// Reads up to `length` bytes with one system call. Gives how many came, which may be fewer; -3 at and
-    /// beyond the end, where nothing is read; -1 with lines if not open or on failure, and without a line for
+    /// beyond the end, where nothing is read, and which a file to which the system gives the size 0, as most
+    /// in `/proc`, has at its start; -1 with lines if not open or on failure, and without a line for
     /// a null `buffer` and for a `length` of 0 or above 0x7FFFFFFF.
     int read(void* buffer, unsigned int length);
 
@@ -287,7 +289,8 @@ class UTL_API File {
     /// what is no folder, 1 folders, 2 both, links not followed. A given `extension` takes only files that
     /// have it, in any case of letters; to folders it does not apply. The last component of the path may be a
     /// pattern with "*", "?" and "[]" that names have to match to the letter, if there is no folder of that
-    /// name. Stops at `maximum` entries unless that is 0.
+    /// name; "?" is a byte, unless the program has chosen a locale with longer characters. Stops at `maximum`
+    /// entries unless that is 0.
     ///
     /// Gives the number of entries; 0 for a file; -1 with a line if the folder cannot be read to its end,
     /// when `result` holds what came until then; -1 without a line for null, another `kind`, a path that
@@ -325,10 +328,10 @@ class UTL_API File {
 
     ///@{
     /// Renames a file or folder, making the folders of the new path as `makeDirectories` does. The object's
-    /// own path stays as it is. A path to itself is true. False without a line for null, paths that fail the
-    /// check, a `source` that is not there, a file in the way, a file that somebody holds, and an open
-    /// object; with the lines of `makeDirectories`, and with one if the system refuses, as across file
-    /// systems.
+    /// own path stays as it is. A path to itself is true. A folder replaces an empty one. False without a
+    /// line for null, paths that fail the check, a `source` that is not there, a file in the way, a file that
+    /// somebody holds, and an open object; with the lines of `makeDirectories`, and with one if the system
+    /// refuses, as across file systems.
     static int move(char const* source, char const* destination);
     int move(char const* destination);
     ///@}
@@ -341,10 +344,10 @@ class UTL_API File {
     /// true. Neither file is synced, and the lock of neither is taken.
     ///
     /// False for null, paths that fail the check, a `source` that is not there, a folder that cannot be made
-    /// or listed, a file that a writer holds, a FIFO or a device on either side, at which the copy of a
-    /// folder ends as well, and if the system refuses, with lines only if the source's mode cannot be had or
-    /// the source or a folder cannot be read to its end. What was copied stays, the broken file too. That a
-    /// file system without modes did not take the mode is no failure.
+    /// or listed or holds a name that is not UTF-8, a file that a writer holds, a FIFO or a device on either
+    /// side, at which the copy of a folder ends as well, and if the system refuses, with lines only if the
+    /// source's mode cannot be had or the source or a folder cannot be read to its end. What was copied
+    /// stays, the broken file too. That a file system without modes did not take the mode is no failure.
     static int copy(char const* source, char const* destination, int overwrite);
     int copy(char const* destination, int overwrite) const;
     ///@}

@@ -447,6 +447,16 @@ TEST_F(FileLine, TextOfAFileThatPromisesMoreThanItGives_EndsWhereNothingMoreCame
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
+TEST_F(FileLine, AFileToWhichTheSystemGivesNoSize_IsAtItsEndAtOnce) {
+    File file("/proc/self/status", UTF8);
+    ASSERT_EQ(file.open(0, 0), 1);
+    char byte = 0;
+    EXPECT_EQ(file.size(), 0);
+    EXPECT_EQ(file.read(&byte, 1), -3);
+    EXPECT_EQ(readLine(file).result, -3);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
 TEST_F(FileLine, TextOfAnEmptyFileThatPromisesMore_IsAtItsEndAtOnce) {
     File& file = reading("", UTF8);
     HookScope const hookScope;

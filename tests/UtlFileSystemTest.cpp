@@ -604,6 +604,13 @@ TEST_F(FileSystem, Children_MatchThePatternToTheLetter) {
     EXPECT_EQ(children("dir/[x"), Names());
 }
 
+TEST_F(FileSystem, Children_MatchAQuestionMarkWithAByte) {
+    putFolder("dir");
+    putFile("dir/あ", "");
+    EXPECT_EQ(children("dir/?"), Names());
+    EXPECT_EQ(children("dir/???"), (Names{"dir/あ"}));
+}
+
 TEST_F(FileSystem, Children_OfAPatternWithoutAFolderOrInAFolder_IsMinusOne) {
     putFolder("dir/x");
     EXPECT_EQ(children("dir/*/x"), (Names{"-1"}));

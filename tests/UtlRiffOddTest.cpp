@@ -565,6 +565,21 @@ TEST_F(WaveOdd, AStreamedFile_WhoseDataSizeIsNotKnown_OpensWhereNoFileCanBeThatL
     EXPECT_EQ(mLog.lines(), Names());
 }
 
+TEST_F(RiffOdd, ASubChunkThatIsAppendedBehindALyingSize_IsNotFoundByTheNextOpen) {
+    putFile("f", riff("TEST", liarChunk("one ", 1000, "0123")));
+    RiffFile file("f", 8);
+    ASSERT_EQ(file.open(0, 1), 0);
+    EXPECT_EQ(file.addSubChunk("two"), 1);
+    EXPECT_EQ(file.write("data", 4), 4);
+    EXPECT_TRUE(file.close());
+    ASSERT_EQ(file.open(0, 0), 0);
+    EXPECT_EQ(file.getSubChunkNumber(), 1U);
+    ASSERT_TRUE(file.openSubChunk(0, 0));
+    char buffer[32] = {};
+    EXPECT_EQ(file.read(buffer, 32), 16) << "the other sub-chunk is data of the first";
+    EXPECT_TRUE(file.close());
+}
+
 TEST_F(SubChunkOdd, ReadHeader_AtTheEndOfAFile_SeeksNothing) {
     putFile("f", three());
     File file("f", 1);
