@@ -579,7 +579,10 @@ TEST_F(FifoFile, OpenToWrite_WithAReader_WorksAndWritesAsAnyFileDoes) {
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
+// The first refusal shows a sanitizer all types on the way: it needs descriptors to look at a new one.
 TEST_F(FifoFile, OpenToRead_WithoutDescriptorsToLookForTheWriter_IsRefused) {
+    EXPECT_EQ(mFile.open(0, 0), 0);
+    mLog.clear();
     openOtherSide(O_RDWR);
     rlimit before = {};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
