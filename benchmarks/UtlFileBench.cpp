@@ -65,8 +65,8 @@ void writeBareFile(char const* path) {
     look(path, &status);
     look(folder, &folderStatus);
     change(folder, 0777);
-    int const file = reported([=] { return open(path, O_WRONLY | O_CREAT, 0777); });
-    change(path, 0777);
+    int const file = reported([=] { return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0777); });
+    reported([file] { return fchmod(file, 0777); });
     reported([=] { return flock(file, LOCK_EX | LOCK_NB); });
     look(folder, &status);
     change(folder, folderStatus.st_mode & 07777);

@@ -19,14 +19,16 @@ namespace utl {
 ///
 /// Results are 1 for true and 0 for false unless a function says otherwise. What closes a descriptor writes
 /// the file's content through to the device first, by `fsync`, and so may block for as long as the device
-/// takes. A descriptor of 0 counts as none: in a program that closed its standard input the first opening
-/// fails, and the descriptor stays behind.
+/// takes. A program that is started by `exec` gets none of these descriptors. A descriptor of 0 counts as
+/// none: in a program that closed its standard input the first opening fails, and the descriptor stays
+/// behind.
 ///
 /// A path is copied, with each `\` as a `/`. Most operations refuse a path of more than 259 bytes and one
 /// with a doubled separator; they name that the path check. Leave the separator off the end of a folder's
 /// path: what goes through a folder names its entries by the path, "/" and the name, and a name behind "//"
 /// fails the check. What changes an entry of a folder or writes makes the folder's mode 0777 for the time of
-/// the call and puts it back; where that is not permitted the operation goes on without.
+/// the call and puts it back; where that is not permitted the operation goes on without. A process that is
+/// killed meanwhile leaves it so.
 ///
 /// Each system call that may block is reported to the watchdog, but not the `read` of a file and not the
 /// `fsync` and `close` of a descriptor that is given back.
@@ -65,12 +67,16 @@ class UTL_API File {
     ///
     /// A reader needs a file that is there and cannot empty it. A writer creates the file, with mode 0777
     /// whatever the umask, and the folders in front of it as `makeDirectories` does, and refuses a file whose
-    /// owner may not write. The content is emptied before the lock is taken, also where that then fails.
+    /// owner may not write. Nothing is created through a link that leads to nothing, and a file that appears
+    /// behind the look for it keeps its mode. The content is emptied before the lock is taken, also where
+    /// that then fails.
     ///
     /// False, and closed: without a line for wrong arguments, a folder, an open object, a path that fails the
     /// check, a missing file to read and a file that is read-only; with the lines of `makeDirectories` for a
     /// folder that cannot be made; with one of level 1 if the system refuses the file, and of level 5 if
-    /// another holder has it locked or the end cannot be sought. False for an open object leaves it open.
+    /// another holder has it locked or the end cannot be sought. False for an open object leaves it open. The
+    /// other side of a FIFO is not waited for: where there is none the FIFO is refused, with the line of
+    /// level 1 and the error `ENXIO`.
     int open(int disposition, int access);
 
     /// Closes the file and gives its lock back; false if it was not open.
@@ -98,7 +104,8 @@ class UTL_API File {
     long long availableSize() const;
 
     /// Reads up to `length` bytes with one system call. Gives how many came, which may be fewer; -3 at and
-    /// beyond the end, where nothing is read; -1 with lines if not open or on failure, and without a line for
+    /// beyond the end, where nothing is read, and which a file to which the system gives the size 0, as most
+    /// in `/proc`, has at its start; -1 with lines if not open or on failure, and without a line for
     /// a null `buffer` and for a `length` of 0 or above 0x7FFFFFFF.
     int read(void* buffer, unsigned int length);
 
@@ -129,10 +136,10 @@ class UTL_API File {
     /// text. In UTF-8 a byte order mark at the front of what is read is left out; in UTF-16 text cannot be
     /// read that has one anywhere.
     ///
-    /// Gives the bytes taken from the file, -3 at its end. `*outputLength`, if given, becomes the bytes of
-    /// the text with its terminator; characters that Shift-JIS does not have count in it, but end what
-    /// `buffer` shows. A `bufferSize` of 0 asks for that alone, stores nothing, and moves the position all
-    /// the same.
+    /// Gives the bytes taken from the file, -3 at its end, which is where nothing comes any more, whatever
+    /// its size says. `*outputLength`, if given, becomes the bytes of the text with its terminator;
+    /// characters that Shift-JIS does not have count in it, but end what `buffer` shows. A `bufferSize` of 0
+    /// asks for that alone, stores nothing, and moves the position all the same.
     ///
     /// -1, with `buffer` and `*outputLength` untouched: if not open, for a null `buffer` that has a size, a
     /// `length` of 0 or above 5119, and a `bufferSize` below `offset` + the bytes to read + 1 (2 in UTF-16),
@@ -268,9 +275,10 @@ class UTL_API File {
     ///@{
     /// Makes a folder and all in front of it that are missing. If the folder is missing, every folder on the
     /// way to it gets the mode 0777, those that were there as well: with an absolute path and the rights for
-    /// it, that begins with `/` itself. An empty path is the current folder. True if the folder is there at
-    /// the end. False for a path that fails the check, without a line if something in the way is no folder,
-    /// and with one if the system refuses; what was made stays.
+    /// it, that begins with `/` itself. The name of each new folder is made durable by a sync of the folder
+    /// in front of it, which may block for as long as the device takes. An empty path is the current folder.
+    /// True if the folder is there at the end. False for a path that fails the check, without a line if
+    /// something in the way is no folder, and with one if the system refuses; what was made stays.
     static int makeDirectories(char const* path);
     int makeDirectories();
     ///@}
@@ -281,9 +289,11 @@ class UTL_API File {
     /// what is no folder, 1 folders, 2 both, links not followed. A given `extension` takes only files that
     /// have it, in any case of letters; to folders it does not apply. The last component of the path may be a
     /// pattern with "*", "?" and "[]" that names have to match to the letter, if there is no folder of that
-    /// name. Stops at `maximum` entries unless that is 0.
+    /// name; "?" is a byte, unless the program has chosen a locale with longer characters. Stops at `maximum`
+    /// entries unless that is 0.
     ///
-    /// Gives the number of entries; 0 for a file; -1 without a line for null, another `kind`, a path that
+    /// Gives the number of entries; 0 for a file; -1 with a line if the folder cannot be read to its end,
+    /// when `result` holds what came until then; -1 without a line for null, another `kind`, a path that
     /// fails the check or is not there, a pattern without a folder in front or in a folder's name, a folder
     /// that cannot be opened, and when a `result` of fixed capacity is full, which then holds what fitted.
     static int children(char const* path, Array<BasicString<char>, BasicString<char> const&>* result,
@@ -293,9 +303,11 @@ class UTL_API File {
     ///@}
 
     ///@{
-    /// Makes a file or folder read-only, mode 0555. With `recursive` 1 also all in a folder and below it,
+    /// Makes a file or folder read-only, mode 0555. It is the path that is changed, whatever it names at that
+    /// moment, and of a link what the link leads to. With `recursive` 1 also all in a folder and below it,
     /// links followed, up to the first failure; what was changed stays. False for a path that fails the check
-    /// or is not there and if the system refuses, with a line only where it did so without saying.
+    /// or is not there and if the system refuses, with a line only where it did so without saying and for a
+    /// folder that cannot be read to its end.
     static int applyReadOnly(char const* path, int recursive);
     int applyReadOnly(int recursive);
     ///@}
@@ -308,16 +320,18 @@ class UTL_API File {
 
     /// True if another holder has the lock of the file, in this process or any other. `*sharedOnly`, if
     /// given, tells if they all read; it is false whenever the result is, and untouched for a null `path`.
-    /// False for a folder and for what is not there or may not be read. Takes the lock itself for a moment,
-    /// in which another `open` fails.
+    /// False for what is no regular file or may not be read, and where the file system has no such locks.
+    /// Over NFS the lock of readers is not seen. True, with `*sharedOnly` false, if it cannot be found out
+    /// because the system has no descriptor or no memory left. Waits for nobody. Takes the lock itself for a
+    /// moment, in which another `open` fails.
     static int isOpened(char const* path, bool* sharedOnly);
 
     ///@{
     /// Renames a file or folder, making the folders of the new path as `makeDirectories` does. The object's
-    /// own path stays as it is. A path to itself is true. False without a line for null, paths that fail the
-    /// check, a `source` that is not there, a file in the way, a file that somebody holds, and an open
-    /// object; with the lines of `makeDirectories`, and with one if the system refuses, as across file
-    /// systems.
+    /// own path stays as it is. A path to itself is true. A folder replaces an empty one. False without a
+    /// line for null, paths that fail the check, a `source` that is not there, a file in the way, a file that
+    /// somebody holds, and an open object; with the lines of `makeDirectories`, and with one if the system
+    /// refuses, as across file systems.
     static int move(char const* source, char const* destination);
     int move(char const* destination);
     ///@}
@@ -325,12 +339,15 @@ class UTL_API File {
     ///@{
     /// Copies a file with its mode, or a folder with all in it and below it, links followed; folders get the
     /// mode 0777. Makes the folders of the new path as `makeDirectories` does. With `overwrite` 1 it replaces
-    /// files that are there, otherwise one that is there ends it. A path to itself is true. Nothing is
-    /// synced, and the lock of neither file is taken.
+    /// files that are there, otherwise one that is there ends it. Nothing is created through a link that
+    /// leads to nothing, and a file that appears behind the look for it keeps its mode. A path to itself is
+    /// true. Neither file is synced, and the lock of neither is taken.
     ///
     /// False for null, paths that fail the check, a `source` that is not there, a folder that cannot be made
-    /// or listed, a file that a writer holds, and if the system refuses, with a line only if the source's
-    /// mode cannot be had. What was copied stays, the broken file too. An error in reading counts as the end.
+    /// or listed or holds a name that is not UTF-8, a file that a writer holds, a FIFO or a device on either
+    /// side, at which the copy of a folder ends as well, and if the system refuses, with lines only if the
+    /// source's mode cannot be had or the source or a folder cannot be read to its end. What was copied
+    /// stays, the broken file too. That a file system without modes did not take the mode is no failure.
     static int copy(char const* source, char const* destination, int overwrite);
     int copy(char const* destination, int overwrite) const;
     ///@}
@@ -344,14 +361,16 @@ class UTL_API File {
     /// in that folder is erased, and then the system refuses to remove the link.
     ///
     /// False without a line for null, a path that fails the check or is not there, a file that somebody
-    /// holds, what is read-only, and an open object; with a line if the system refuses.
+    /// holds, what is read-only, and an open object; with a line if the system refuses, and if a folder
+    /// cannot be read to its end, of which nothing is erased then.
     static int erase(char const* path, int force);
     int erase(int force);
     ///@}
 
-    /// Bytes of a file, and of all files in a folder and below it, links followed; takes no lock. -1 for a
-    /// path that fails the check and for what is not there, and with lines if a file cannot be opened; then
-    /// also for the folders around it.
+    /// Bytes of a file, and of all files in a folder and below it, links followed; takes no lock. FIFOs and
+    /// devices are not opened and count as what the system says of their path, which is 0. -1 for a path that
+    /// fails the check and for what is not there, and with lines if a file cannot be opened or a folder
+    /// cannot be read to its end; then also for the folders around it.
     static long long size(char const* path);
 
   protected:

@@ -28,9 +28,11 @@ class File;
 /// | sub-chunk open | 1, stays open    | fails                         | open                | closed   |
 ///
 /// Results are 1 for true and 0 for false unless a function says otherwise. Nothing is logged here; the
-/// `File` below logs what fails. A process that dies leaves the sizes of what it had not closed at 0: what
-/// stands behind such a size is then taken for headers, and `open` may fail on it. So `close` before the
-/// destructor, which patches no size.
+/// `File` below logs what fails. Sizes in a file are believed. Behind one that promises more than there is
+/// nothing is found, what is appended to the file later neither, since it lies within those data; and what
+/// is written at their end makes a file with a hole of up to 4 GiB. A process that dies leaves the sizes of
+/// what it had not closed at 0: what stands behind such a size is then taken for headers, and `open` may fail
+/// on it. So `close` before the destructor, which patches no size.
 class UTL_API RiffFile {
   public:
     /// Closes a container at the end of a scope, whatever the result. *One owner thread*, that of the scope.

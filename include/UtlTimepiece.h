@@ -157,7 +157,8 @@ class UTL_API Time {
 
 /// Sets `*time` to the present, in Coordinated Universal Time or in local time, with a resolution of a second
 /// and a fraction of 0; a leap second counts as 59. False, with `*time` as it was, for null, if the system
-/// has no time to give, and for a year outside the range. Any thread may call them.
+/// has no time to give, and for a year outside the range. Any thread may call them. Another time zone of the
+/// process or the machine shows in local time once the program has called `tzset`.
 ///@{
 UTL_API bool getSystemTime(Time* time);
 UTL_API bool getLocalTime(Time* time);

@@ -60,7 +60,8 @@ class UTL_API WaveFile {
     /// | 3      | there is no "fmt"                                           | open, and to be closed  |
     /// | 4      | there is no "data"                                          | open, and to be closed  |
     ///
-    /// Wrong arguments leave an open object as it is.
+    /// Wrong arguments leave an open object as it is. After 4 the "fmt" of the file is not known either:
+    /// `setFmtChunkData` and `openSubChunk` append a second one, which the next `open` does not look at.
     int open(int disposition, int access);
 
     /// As `RiffFile::close`.

@@ -29,7 +29,6 @@ struct Opening {
     int flags;
     unsigned int mode;
     int lock;
-    bool isNew;
     bool isAtEnd;
 };
 
@@ -71,17 +70,38 @@ long long seekDescriptor(int descriptor, long long offset, int whence) {
     return position;
 }
 
+/// Makes what was opened without blocking, a FIFO perhaps, block from here on. False with `errno` for a FIFO
+/// without its other side: opening it to write fails by itself, but opening it to read does not, and only a
+/// look at what could be read from it tells. That look takes nothing away.
+bool becomesBlocking(int descriptor) {
+    ::fcntl(descriptor, F_SETFL, 0);
+    if (::fcntl(descriptor, F_GETPIPE_SZ) == -1) {
+        return true;
+    }
+    int ends[2] = {};
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
+        return false;
+    }
+    ssize_t const count = ::tee(descriptor, ends[1], 1, SPLICE_F_NONBLOCK);
+    ::close(ends[0]);
+    ::close(ends[1]);
+    errno = ENXIO;
+    return count != 0;
+}
+
 /// Opens, locks and places the file of `path` into the empty `file`, which closes it also after a failure.
 OpenFailure openInto(FileHandle* file, char const* path, Opening const& opening) {
-    OpenedDescriptor opened(
-        fileCall("open", __LINE__, [path, &opening] { return ::open(path, opening.flags, opening.mode); }));
+    OpenedDescriptor opened(openPath("open", __LINE__, path, opening.flags, opening.mode));
     if (!opened.isValid()) {
         return failureNow("open() Failed.", LOG_LEVEL_ERROR);
     }
     int const descriptor = opened.get();
     opened.giveTo(file);
-    if (opening.isNew) {
-        changeMode("open", __LINE__, path, NEW_FILE_MODE);
+    if ((opening.flags & O_NONBLOCK) != 0 && !becomesBlocking(descriptor)) {
+        return failureNow("open() Failed.", LOG_LEVEL_ERROR);
+    }
+    if ((opening.flags & O_EXCL) != 0) {
+        setNewMode("open", __LINE__, descriptor, NEW_FILE_MODE);
     }
     int const lockResult =
         fileCall("open", __LINE__, [descriptor, &opening] { return ::flock(descriptor, opening.lock); });
@@ -92,6 +112,11 @@ OpenFailure openInto(FileHandle* file, char const* path, Opening const& opening)
         return failureNow("seekFile in open Failed.", LOG_LEVEL_DEBUG);
     }
     return {};
+}
+
+/// A FIFO is opened without waiting for its other side.
+constexpr int withoutBlocking(PathKind kind) {
+    return kind == PathKind::SPECIAL ? O_NONBLOCK : 0;
 }
 
 /// True if the owner may not write the file that is there, seen by two looks at it.
@@ -118,8 +143,7 @@ File::File(char const* path, int textType) : mPath(AnyPath(path).text()), mTextT
 File::~File() {
     char folder[PATH_BUFFER_SIZE] = {};
     if (getDirectoryPath(folder, sizeof(folder)) != 0) {
-        OpenedDescriptor const synced(
-            fileCall("~File", __LINE__, [&folder] { return ::open(folder, O_RDONLY, UNUSED_MODE); }));
+        syncFolder("~File", __LINE__, folder);
     }
 }
 
@@ -135,12 +159,17 @@ int File::open(int disposition, int access) {
 
 int File::openForReading(int disposition) {
     char const* const path = getPath();
-    if (disposition == EMPTY || !NormalPath(path).passesCheck() || exists() == 0) {
+    if (disposition == EMPTY || !NormalPath(path).passesCheck()) {
+        return 0;
+    }
+    PathKind const kind = kindOfPath("exists", __LINE__, path);
+    if (kind == PathKind::NOTHING) {
         return 0;
     }
     FileHandle file;
-    OpenFailure const failure =
-        openInto(&file, path, {O_RDONLY, READER_MODE, LOCK_SH | LOCK_NB, false, disposition == KEEP_AT_END});
+    OpenFailure const failure = openInto(
+        &file, path,
+        {O_RDONLY | withoutBlocking(kind), READER_MODE, LOCK_SH | LOCK_NB, disposition == KEEP_AT_END});
     if (failure.what != nullptr) {
         logOpenFailure(failure, path);
         return 0;
@@ -154,15 +183,26 @@ int File::openForWriting(int disposition, int access) {
     if (!makeFolderOf(path)) {
         return 0;
     }
-    bool const isNew = exists() == 0;
+    PathKind const kind = kindOfPath("exists", __LINE__, path);
+    bool const isNew = kind == PathKind::NOTHING;
     if (!isNew && refusesWriter(path)) {
         return 0;
     }
-    int const flags = (access == WRITE ? O_WRONLY : O_RDWR) | O_CREAT | (disposition == EMPTY ? O_TRUNC : 0);
+    int const flags = (access == WRITE ? O_WRONLY : O_RDWR) | (disposition == EMPTY ? O_TRUNC : 0);
+    Opening opening{flags | O_CREAT | (isNew ? O_EXCL : withoutBlocking(kind)), NEW_FILE_MODE,
+                    LOCK_EX | LOCK_NB, disposition == KEEP_AT_END};
     WidenedParent parent(path);
     FileHandle file;
-    OpenFailure const failure =
-        openInto(&file, path, {flags, NEW_FILE_MODE, LOCK_EX | LOCK_NB, isNew, disposition == KEEP_AT_END});
+    OpenFailure failure = openInto(&file, path, opening);
+    if (isNew && failure.error == EEXIST) {
+        // Somebody put something there meanwhile. Whatever it is, it is not ours: nothing is created through
+        // it, it keeps its mode, and nobody waits for it.
+        if (exists() != 0 && refusesWriter(path)) {
+            return 0;
+        }
+        opening.flags = flags | O_NONBLOCK;
+        failure = openInto(&file, path, opening);
+    }
     if (failure.what != nullptr) {
         parent.restore();
         logOpenFailure(failure, path);
@@ -245,8 +285,7 @@ int File::read(void* buffer, unsigned int length) {
 int File::readFile(void* buffer, unsigned int length) {
     auto const result = static_cast<int>(::read(mHandle.get(), buffer, length));
     if (result == -1) {
-        logErrno("ReadFile");
-        logPathError("in read func readFile", getPath());
+        logReadFailure(getPath());
     }
     return result;
 }

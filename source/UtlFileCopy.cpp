@@ -22,57 +22,78 @@ constexpr std::size_t COPY_BUFFER_SIZE = 1024;
 /// One of the two descriptors of a copy, closed at the end of the scope; *one owner thread*.
 class [[nodiscard]] CopyEnd {
   public:
-    CopyEnd(char const* path, int flags, mode_t mode)
-        : mDescriptor(fileCall("copy", __LINE__, [=] { return ::open(path, flags, mode); })) {}
+    explicit CopyEnd(int descriptor) : mDescriptor(descriptor) {}
     ~CopyEnd() { close(); }
     CopyEnd(CopyEnd const&) = delete;
     CopyEnd& operator=(CopyEnd const&) = delete;
 
     bool isOpen() const { return mDescriptor >= 0; }
 
-    void close() {
-        if (isOpen()) {
-            fileCall("copy", __LINE__, [this] { return ::close(mDescriptor); });
-        }
+    /// False if the system says only now that it could not store what was written.
+    bool close() {
+        bool const isStored =
+            !isOpen() || fileCall("copy", __LINE__, [this] { return ::close(mDescriptor); }) == 0;
         mDescriptor = -1;
+        return isStored;
     }
 
     ssize_t read(void* buffer, std::size_t bytes) const {
-        return fileCall("copy", __LINE__, [=] { return ::read(mDescriptor, buffer, bytes); });
+        return beyondSignals(
+            [=] { return fileCall("copy", __LINE__, [=] { return ::read(mDescriptor, buffer, bytes); }); });
     }
 
     ssize_t write(void const* buffer, std::size_t bytes) const {
         return fileCall("copy", __LINE__, [=] { return ::write(mDescriptor, buffer, bytes); });
     }
 
-    /// Makes the file end at the position.
-    void cutHere() const {
+    void setMode(mode_t mode) const { setNewMode("copy", __LINE__, mDescriptor, mode); }
+
+    /// Makes the file end at the position; false on failure.
+    bool cutHere() const {
         off_t const position =
             fileCall("copy", __LINE__, [this] { return ::lseek(mDescriptor, 0, SEEK_CUR); });
-        fileCall("copy", __LINE__, [=] { return ::ftruncate(mDescriptor, position); });
+        return fileCall("copy", __LINE__, [=] { return ::ftruncate(mDescriptor, position); }) == 0;
     }
 
   private:
     int mDescriptor;
 };
 
-/// False if not everything that could be read was written.
-bool copyContent(CopyEnd const& source, CopyEnd const& destination) {
+/// False if not everything was read and written; a failure to read is told with the source's path.
+bool copyContent(CopyEnd const& source, CopyEnd const& destination, char const* sourcePath) {
     char buffer[COPY_BUFFER_SIZE];
-    for (ssize_t count = source.read(buffer, sizeof(buffer)); count > 0;
-         count = source.read(buffer, sizeof(buffer))) {
+    ssize_t count = 0;
+    while ((count = source.read(buffer, sizeof(buffer))) > 0) {
         if (destination.write(buffer, static_cast<std::size_t>(count)) != count) {
             return false;
         }
     }
-    destination.cutHere();
-    return true;
+    if (count == -1) {
+        logReadFailure(sourcePath);
+        return false;
+    }
+    return destination.cutHere();
+}
+
+/// Opens what a copy with this mode goes to; -1 on failure and for what is special. What somebody puts there
+/// behind the look at it is used as it is: `*keepsMode` becomes true.
+int openTarget(char const* path, int overwrite, mode_t mode, bool* keepsMode) {
+    PathKind const kind = overwrite == 1 ? kindOfPath("copy", __LINE__, path) : PathKind::NOTHING;
+    if (kind == PathKind::SPECIAL) {
+        return -1;
+    }
+    bool const isNew = kind == PathKind::NOTHING;
+    // Not emptied here: what an old file has beyond the copy is cut off at the end, so that a copy that fails
+    // costs no more of it than was written over.
+    int const descriptor = openPath("copy", __LINE__, path, O_WRONLY | O_CREAT | (isNew ? O_EXCL : 0), mode);
+    *keepsMode = descriptor == -1 && errno == EEXIST && overwrite == 1;
+    return *keepsMode ? openPath("copy", __LINE__, path, O_WRONLY | O_NONBLOCK) : descriptor;
 }
 
 // Kept out of `File::copy`, which calls itself for each level of a tree: the content's buffer is needed once.
 [[gnu::noinline]] bool copyFile(char const* sourcePath, char const* destinationPath, int overwrite) {
     WidenedParent sourceParent(sourcePath);
-    CopyEnd source(sourcePath, O_RDONLY, UNUSED_MODE);
+    CopyEnd source(openPath("copy", __LINE__, sourcePath, O_RDONLY | O_NONBLOCK));
     if (!source.isOpen()) {
         return false;
     }
@@ -84,11 +105,12 @@ bool copyContent(CopyEnd const& source, CopyEnd const& destination) {
                sourcePath);
         return false;
     }
+    if (!S_ISREG(status.st_mode)) {
+        return false;
+    }
     WidenedParent destinationParent(destinationPath);
-    // Not emptied here: what an old file has beyond the copy is cut off at the end, so that a copy that fails
-    // costs no more of it than was written over.
-    int const flags = O_WRONLY | O_CREAT | (overwrite == 1 ? 0 : O_EXCL);
-    CopyEnd destination(destinationPath, flags, status.st_mode);
+    bool keepsMode = false;
+    CopyEnd destination(openTarget(destinationPath, overwrite, status.st_mode, &keepsMode));
     if (!destination.isOpen()) {
         destinationParent.restore();
         sourceParent.restore();
@@ -96,14 +118,14 @@ bool copyContent(CopyEnd const& source, CopyEnd const& destination) {
     }
     // Both files are closed before their folders are put back, the one that was widened last first: the two
     // may be one folder.
-    bool const isCopied = copyContent(source, destination);
-    source.close();
-    destination.close();
-    if (isCopied) {
-        changeMode("copy", __LINE__, destinationPath, status.st_mode);
+    bool const isWritten = copyContent(source, destination, sourcePath);
+    if (isWritten && !keepsMode) {
+        destination.setMode(status.st_mode);
     }
+    source.close();
+    bool const isStored = destination.close();
     destinationParent.restore();
-    return isCopied;
+    return isWritten && isStored;
 }
 
 /// Puts the name of `entry` behind `destination`, which passes the path check, into a path buffer. False if
@@ -130,17 +152,20 @@ bool copyFolder(char const* source, char const* destination, int overwrite) {
 int File::copy(char const* source, char const* destination, int overwrite) {
     NormalPath const from(source);
     NormalPath const to(destination);
-    if (!from.passesCheck() || !to.passesCheck() || exists(from.text()) == 0) {
+    if (!from.passesCheck() || !to.passesCheck() ||
+        kindOfPath("exists", __LINE__, from.text()) == PathKind::NOTHING) {
         return 0;
     }
     if (std::strcmp(from.text(), to.text()) == 0) {
         return 1;
     }
-    if (isDirectory(from.text()) != 0) {
+    PathKind const kind = kindOfPath("isDirectory", __LINE__, from.text());
+    if (kind == PathKind::FOLDER) {
         return copyFolder(from.text(), to.text(), overwrite) ? 1 : 0;
     }
     bool sharedOnly = false;
-    if (!makeFolderOf(to.text()) || (isOpened(from.text(), &sharedOnly) != 0 && !sharedOnly)) {
+    if (kind == PathKind::SPECIAL || !makeFolderOf(to.text()) ||
+        (isOpened(from.text(), &sharedOnly) != 0 && !sharedOnly)) {
         return 0;
     }
     return copyFile(from.text(), to.text(), overwrite) ? 1 : 0;

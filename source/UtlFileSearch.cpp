@@ -79,8 +79,8 @@ int File::nextEOLSize() {
     unsigned char bytes[2] = {};
     int const count = read(bytes, sizeof(bytes));
     seek(start, START);
-    if (count < 0) {
-        return count == END_OF_FILE ? 0 : -1;
+    if (count <= 0) {
+        return count == -1 ? -1 : 0;
     }
     if (bytes[0] == '\r' && bytes[1] == '\n') {
         return 2;

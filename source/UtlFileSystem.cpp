@@ -11,6 +11,7 @@
 #include "UtlFolderWalk.h"
 #include "UtlLog.h"
 #include "UtlPathRules.h"
+#include "UtlSavedErrno.h"
 #include "UtlString.h"
 #include "UtlWidenedParent.h"
 
@@ -25,13 +26,22 @@ constexpr unsigned int PROBE_MODE = 0777;
 constexpr unsigned int FOLDER_BUFFER_SIZE = PATH_BUFFER_SIZE + 1;
 
 bool isThere(char const* path) {
-    struct stat status = {};
-    return statPath("exists", __LINE__, path, &status);
+    return kindOfPath("exists", __LINE__, path) != PathKind::NOTHING;
 }
 
 bool isFolder(char const* path) {
-    struct stat status = {};
-    return statPath("isDirectory", __LINE__, path, &status) && S_ISDIR(status.st_mode);
+    return kindOfPath("isDirectory", __LINE__, path) == PathKind::FOLDER;
+}
+
+/// Makes the name of a new folder durable.
+void syncParentOf(char const* path) {
+    SavedErrno const savedErrno;
+    char folder[PATH_BUFFER_SIZE] = {};
+    if (File::extractDirectoryPath(folder, sizeof(folder), path) == 0) {
+        return;
+    }
+    char const* const first = *path == '/' ? "/" : ".";
+    syncFolder("makeDirectories", __LINE__, *folder != '\0' ? folder : first);
 }
 
 /// Makes the folder that the first `length` bytes of `whole` name, a separator at their end included, and
@@ -42,7 +52,9 @@ bool makeFolder(char const* whole, unsigned int length) {
     copyMemory(prefix, whole, length);
     copyMemory(name, whole, length - 1);
     WidenedParent parent(name);
-    if (fileCall("makeDirectories", __LINE__, [&prefix] { return ::mkdir(prefix, FOLDER_MODE); }) != 0) {
+    bool const isNew =
+        fileCall("makeDirectories", __LINE__, [&prefix] { return ::mkdir(prefix, FOLDER_MODE); }) == 0;
+    if (!isNew) {
         int const error = errno;
         parent.restore();
         if (error != EEXIST) {
@@ -55,6 +67,9 @@ bool makeFolder(char const* whole, unsigned int length) {
         parent.restoreAgainAtEnd();
     }
     changeMode("makeDirectories", __LINE__, prefix, FOLDER_MODE);
+    if (isNew) {
+        syncParentOf(name);
+    }
     return true;
 }
 
@@ -121,10 +136,42 @@ bool changeReadOnly(char const* path, int recursive, ReadOnlyChange const& chang
            visitEntries(text, [&change](char const* entry) { return changeReadOnly(entry, 1, change); });
 }
 
-/// True if the lock could be had at once.
-bool takesLock(int descriptor, int operation) {
-    return fileCall("isOpened", __LINE__,
-                    [descriptor, operation] { return ::flock(descriptor, operation | LOCK_NB); }) == 0;
+/// 0 if the lock could be had at once, else why not.
+int lockError(int descriptor, int operation) {
+    int const result = beyondSignals([descriptor, operation] {
+        return fileCall("isOpened", __LINE__,
+                        [descriptor, operation] { return ::flock(descriptor, operation | LOCK_NB); });
+    });
+    return result != 0 ? errno : 0;
+}
+
+/// Who holds the lock of a file, as far as the file system can tell.
+enum class Holders {
+    NOBODY,
+    READERS,
+    SOMEBODY  ///< also where nothing could be found out for want of means
+};
+
+Holders holdersOf(int descriptor) {
+    int const error = lockError(descriptor, LOCK_EX);
+    if (error == EWOULDBLOCK) {
+        return lockError(descriptor, LOCK_SH) == 0 ? Holders::READERS : Holders::SOMEBODY;
+    }
+    // Over NFS only a descriptor for writing has an exclusive lock.
+    bool const isHeld = error == EBADF && lockError(descriptor, LOCK_SH) == EWOULDBLOCK;
+    return isHeld ? Holders::SOMEBODY : Holders::NOBODY;
+}
+
+/// The same for a path that names a regular file. Never waits, for a FIFO that stands there by now and for a
+/// lease neither.
+Holders holdersOf(char const* path) {
+    OpenedDescriptor const file(openPath("isOpened", __LINE__, path, O_RDONLY | O_NONBLOCK, PROBE_MODE));
+    if (file.isValid()) {
+        return holdersOf(file.get());
+    }
+    bool const isUnknown =
+        file.get() == -1 && (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == EWOULDBLOCK);
+    return isUnknown ? Holders::SOMEBODY : Holders::NOBODY;
 }
 
 bool renamePath(char const* source, char const* destination) {
@@ -284,21 +331,15 @@ int File::isOpened(char const* path, bool* sharedOnly) {
     if (path == nullptr) {
         return 0;
     }
-    bool local = false;
-    bool& isSharedOnly = sharedOnly != nullptr ? *sharedOnly : local;
-    isSharedOnly = false;
     NormalPath const normalPath(path);
     char const* const text = normalPath.text();
-    if (!normalPath.passesCheck() || isFolder(text) || !isThere(text)) {
-        return 0;
+    bool const isFile = normalPath.passesCheck() && !isFolder(text) &&
+                        kindOfPath("exists", __LINE__, text) == PathKind::REGULAR;
+    Holders const holders = isFile ? holdersOf(text) : Holders::NOBODY;
+    if (sharedOnly != nullptr) {
+        *sharedOnly = holders == Holders::READERS;
     }
-    OpenedDescriptor const file(
-        fileCall("isOpened", __LINE__, [text] { return ::open(text, O_RDONLY, PROBE_MODE); }));
-    if (!file.isValid() || takesLock(file.get(), LOCK_EX)) {
-        return 0;
-    }
-    isSharedOnly = takesLock(file.get(), LOCK_SH);
-    return 1;
+    return holders != Holders::NOBODY ? 1 : 0;
 }
 
 int File::move(char const* source, char const* destination) {
@@ -343,12 +384,16 @@ long long File::size(char const* path) {
     if (!normalPath.passesCheck() || !isThere(normalPath.text())) {
         return -1;
     }
-    return isFolder(normalPath.text()) ? sizeOfFolder(normalPath.text()) : sizeOfFile(normalPath.text());
+    struct stat status = {};
+    bool const isKnown = statPath("isDirectory", __LINE__, normalPath.text(), &status);
+    if (isKnown && S_ISDIR(status.st_mode)) {
+        return sizeOfFolder(normalPath.text());
+    }
+    return isKnown && !S_ISREG(status.st_mode) ? status.st_size : sizeOfFile(normalPath.text());
 }
 
 long long File::sizeOfFile(char const* path) {
-    OpenedDescriptor const file(
-        fileCall("size", __LINE__, [path] { return ::open(path, O_RDONLY, UNUSED_MODE); }));
+    OpenedDescriptor const file(openPath("size", __LINE__, path, O_RDONLY | O_NONBLOCK));
     if (!file.isValid()) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "in size func open Failed. Path:%s errno[%d]", path, errno);
         return -1;

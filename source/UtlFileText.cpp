@@ -167,6 +167,9 @@ int readLongLine(File* file, long long start, TextTarget const& target, unsigned
     if (next == -1 || file->seek(start, START) == -1) {
         return -1;
     }
+    if (next == start) {
+        return END_OF_FILE;  // whatever the file's size promises
+    }
     unsigned int length = 0;
     int const result =
         size != 0 ? file->readText(target.buffer, target.size, size, 0, &length) : target.storeNothing();
@@ -201,8 +204,8 @@ int File::readText(char* buffer, unsigned int bufferSize, unsigned int length, u
     }
     std::vector<char> bytes(count + TEXT_UNIT_BYTES_MAX);
     int const result = read(bytes.data(), count);
-    if (result < 0) {
-        return result;
+    if (result <= 0) {
+        return result == -1 ? -1 : END_OF_FILE;
     }
     unsigned int const size =
         target.store(Utf8Text(mTextType, bytes.data(), static_cast<unsigned int>(result)));

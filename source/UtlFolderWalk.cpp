@@ -4,6 +4,7 @@
 #include <fnmatch.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -11,6 +12,7 @@
 #include "UtlCharDecoder.h"
 #include "UtlFile.h"
 #include "UtlFileCalls.h"
+#include "UtlLog.h"
 #include "UtlPathRules.h"
 
 namespace utl {
@@ -32,10 +34,16 @@ class [[nodiscard]] OpenFolder {
 
     bool isOpen() const { return mFolder != nullptr; }
 
-    /// The next entry, valid until the next call; null behind the last one and on failure.
+    /// The next entry, valid until the next call; null behind the last one, where `errno` is 0, and on
+    /// failure.
     dirent const* next() const {
-        // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread has this folder
-        return fileCall("children", __LINE__, [this] { return ::readdir(mFolder); });
+        dirent const* entry = nullptr;
+        do {
+            errno = 0;
+            // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread has this folder
+            entry = fileCall("children", __LINE__, [this] { return ::readdir(mFolder); });
+        } while (entry == nullptr && errno == EINTR);
+        return entry;
     }
 
   private:
@@ -146,6 +154,15 @@ bool matches(dirent const& entry, EntryFilter const& filter, ExtensionFilter con
     return *filter.pattern == '\0' || ::fnmatch(filter.pattern, entry.d_name, FNM_PATHNAME) == 0;
 }
 
+/// True behind the last entry; else tells why there is no next one. Must follow the look for that at once.
+bool isAtEnd(char const* folder) {
+    if (errno == 0) {
+        return true;
+    }
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "readdir Failed. errno[%d] Path:%s", errno, folder);
+    return false;
+}
+
 }  // namespace
 
 int listFolder(char const* path, EntryFilter const& filter, unsigned int maximum,
@@ -157,9 +174,11 @@ int listFolder(char const* path, EntryFilter const& filter, unsigned int maximum
     ExtensionFilter const extension(filter.extension);
     PathAppender paths(path, result);
     unsigned int count = 0;
+    bool isWhole = true;
     while (maximum == 0 || count < maximum) {
         dirent const* const entry = folder.next();
         if (entry == nullptr) {
+            isWhole = isAtEnd(path);
             break;
         }
         if (!matches(*entry, filter, extension)) {
@@ -170,7 +189,7 @@ int listFolder(char const* path, EntryFilter const& filter, unsigned int maximum
         }
         ++count;
     }
-    return paths.finish() ? static_cast<int>(count) : -1;
+    return paths.finish() && isWhole ? static_cast<int>(count) : -1;
 }
 
 }  // namespace utl

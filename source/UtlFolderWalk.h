@@ -16,7 +16,7 @@ struct EntryFilter {
 
 /// Appends the paths of entries to an empty `result`, in the order in which the system gives them; stops at
 /// `maximum` unless that is 0. Gives their number, -1 if the folder cannot be opened or `result` cannot take
-/// one more.
+/// one more, and with a line if the folder cannot be read to its end; `result` holds what came until then.
 int listFolder(char const* path, EntryFilter const& filter, unsigned int maximum,
                Array<BasicString<char>>* result);
 

@@ -56,7 +56,7 @@ int openReport(char const* path) {
     File::changeParentAccessMode(path, REPORT_MODE, nullptr);
     NormalPath const normal(path);
     return keepAliveAround("source/UtlMemory", "openReport", __LINE__, [&normal] {
-        return ::open(normal.text(), O_WRONLY | O_CREAT | O_TRUNC, REPORT_MODE);
+        return ::open(normal.text(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, REPORT_MODE);
     });
 }
 

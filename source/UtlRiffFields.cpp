@@ -39,9 +39,13 @@ bool decodeRiffId(RiffIdText& text, char const* bytes) {
     return convertCharSet(text, sizeof(text), terminated) != INVALID_SIZE;
 }
 
+bool writeRiffBytes(File* file, void const* bytes, unsigned int length) {
+    return file->write(bytes, length) == static_cast<int>(length);
+}
+
 bool writeRiffSize(File* file, unsigned int size) {
     unsigned char bytes[RIFF_SIZE_BYTES] = {};
-    return serialize(size, bytes) && file->write(bytes, sizeof(bytes)) != -1;
+    return serialize(size, bytes) && writeRiffBytes(file, bytes, sizeof(bytes));
 }
 
 int readRiffBytes(File* file, void* bytes, unsigned int length) {

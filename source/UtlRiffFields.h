@@ -26,7 +26,10 @@ bool trimRiffId(RiffIdText& text, char const* id);
 /// of a text.
 bool decodeRiffId(RiffIdText& text, char const* bytes);
 
-/// Writes a size at the file's position.
+/// Writes exactly `length` bytes at the file's position; false if only a part of them went in.
+bool writeRiffBytes(File* file, void const* bytes, unsigned int length);
+
+/// Writes a size at the file's position, as `writeRiffBytes`.
 bool writeRiffSize(File* file, unsigned int size);
 
 /// Reads exactly `length` bytes. Gives 0; -3 at the end of the file, and -1 for everything else.

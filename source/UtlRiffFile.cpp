@@ -85,7 +85,7 @@ int RiffFile::open(int disposition, int access) {
 // The form type is not written: `setFormType` does that.
 int RiffFile::writeRiffHeader() {
     bool const isWritten = mFile->isOpened() != 0 && mFile->position() == 0 &&
-                           mFile->write(MAGIC, RIFF_ID_BYTES) != -1 && writeRiffSize(mFile, 0);
+                           writeRiffBytes(mFile, MAGIC, RIFF_ID_BYTES) && writeRiffSize(mFile, 0);
     return isWritten ? OPENED : FAILED;
 }
 
@@ -225,7 +225,7 @@ int RiffFile::setFormType(char const* formType) {
     if (before == -1 || !padRiffId(padded, formType) || mFile->seek(FORM_TYPE_OFFSET, 0) == -1) {
         return 0;
     }
-    bool const isWritten = mFile->write(padded, RIFF_ID_BYTES) != -1;
+    bool const isWritten = writeRiffBytes(mFile, padded, RIFF_ID_BYTES);
     if (mFile->seek(before, 0) == -1 || !isWritten) {
         return 0;
     }
@@ -247,20 +247,11 @@ int RiffFile::write(void const* buffer, unsigned int length) {
     return mOpenedSubChunkId == lastInFile() ? mSubChunk.write(buffer, length) : -1;
 }
 
-// The number of the sub-chunk that stands behind all others, -1 if there is none.
+// The number of the last sub-chunk that has both its entry and its position, -1 if there is none. It stands
+// behind all others, because they are taken down in the order of the file.
 int RiffFile::lastInFile() const {
-    unsigned int const bound = std::min(mSubChunkInfos.size(), mSubChunkPositions.size());
-    int last = NO_ID;
-    unsigned long long lastPosition = 0;
-    for (unsigned int i = 0; i < bound; ++i) {
-        auto const number = static_cast<int>(mSubChunkInfos.getAt(i)->mId);
-        unsigned long long const* const position = mSubChunkPositions.find(number);
-        if (position != nullptr && *position > lastPosition) {
-            last = number;
-            lastPosition = *position;
-        }
-    }
-    return last;
+    unsigned int const known = std::min(mSubChunkInfos.size(), mSubChunkPositions.size());
+    return known != 0 ? static_cast<int>(mSubChunkInfos.getAt(known - 1)->mId) : NO_ID;
 }
 
 long long RiffFile::seek(int origin, long long offset) {

@@ -65,7 +65,15 @@ SubChunk::~SubChunk() {
 
 int SubChunk::readHeader(File* file, unsigned long long position, char* id, unsigned int idSize,
                          unsigned int* dataSize) {
-    long long const before = isUsable(file) ? file->position() : -1;
+    long long const fileSize = isUsable(file) ? file->size() : -1;
+    if (fileSize == -1) {
+        return -1;
+    }
+    // Known without a seek, which is refused behind the last place that a file of this system may have.
+    if (position >= static_cast<unsigned long long>(fileSize)) {
+        return END_OF_FILE;
+    }
+    long long const before = file->position();
     if (before == -1 || !seekTo(file, position)) {
         return -1;
     }
@@ -251,7 +259,7 @@ unsigned int SubChunk::getDataSize() const {
 int SubChunk::writeSubChunKId(char const* id, File* file) {
     RiffIdText padded = {};
     bool const isId = id != nullptr && file != nullptr && padRiffId(padded, id);
-    return isId && file->write(padded, RIFF_ID_BYTES) != -1 ? 1 : 0;
+    return isId && writeRiffBytes(file, padded, RIFF_ID_BYTES) ? 1 : 0;
 }
 
 // Under the lock.

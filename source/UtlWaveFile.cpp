@@ -173,7 +173,7 @@ int WaveFile::setFmtChunkData(unsigned int samplingRate, unsigned short channels
     if (!openOrAdd(AT_START, mFmtChunkId, FMT)) {
         return 0;
     }
-    bool const isWritten = mRiffFile->write(format.bytes(), FORMAT_BYTES) != -1;
+    bool const isWritten = mRiffFile->write(format.bytes(), FORMAT_BYTES) == int{FORMAT_BYTES};
     if (mRiffFile->closeSubChunk() == 0 || !isWritten) {
         return 0;
     }

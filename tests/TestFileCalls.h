@@ -78,9 +78,13 @@ class [[nodiscard]] FileCalls {
         sLines.push_back(line.str());
     }
 
+    // Closing on `exec` goes without saying: its absence shows.
     static std::string flagsText(int flags) {
         static constexpr std::pair<int, char const*> NAMES[] = {
-            {O_CREAT, "+CREAT"}, {O_EXCL, "+EXCL"}, {O_TRUNC, "+TRUNC"}, {O_LARGEFILE, ""}};
+            {O_CREAT, "+CREAT"},       {O_EXCL, "+EXCL"},         {O_TRUNC, "+TRUNC"},
+            {O_CLOEXEC, "+INHERITED"}, {O_NONBLOCK, "+NONBLOCK"}, {O_DIRECTORY, "+DIRECTORY"},
+            {O_LARGEFILE, ""}};
+        flags ^= O_CLOEXEC;
         int const access = flags & O_ACCMODE;
         std::string text = access == O_RDONLY ? "RDONLY" : access == O_WRONLY ? "WRONLY" : "RDWR";
         flags &= ~O_ACCMODE;
@@ -107,6 +111,7 @@ class [[nodiscard]] FileCalls {
         hooks::stat.watch([](char const* path, struct stat*) { record("stat", path); });
         hooks::fstat.watch([](int, struct stat*) { record("fstat"); });
         hooks::chmod.watch([](char const* path, mode_t mode) { record("chmod", path, mode & 07777); });
+        hooks::fchmod.watch([](int, mode_t mode) { record("fchmod", mode & 07777); });
         hooks::mkdir.watch([](char const* path, mode_t mode) { record("mkdir", path, mode); });
         hooks::rmdir.watch([](char const* path) { record("rmdir", path); });
         hooks::unlink.watch([](char const* path) { record("unlink", path); });

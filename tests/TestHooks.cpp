@@ -92,6 +92,7 @@ Hook<int(int, int)> flock("flock");
 Hook<int(char const*, struct stat*)> stat(timeName("stat64", "__stat64_time64"));
 Hook<int(int, struct stat*)> fstat(timeName("fstat64", "__fstat64_time64"));
 Hook<int(char const*, mode_t)> chmod("chmod");
+Hook<int(int, mode_t)> fchmod("fchmod");
 Hook<int(char const*, mode_t)> mkdir("mkdir");
 Hook<int(char const*)> rmdir("rmdir");
 Hook<int(char const*)> unlink("unlink");
@@ -135,6 +136,7 @@ static void resetAllHooks() {
     hooks::stat.reset();
     hooks::fstat.reset();
     hooks::chmod.reset();
+    hooks::fchmod.reset();
     hooks::mkdir.reset();
     hooks::rmdir.reset();
     hooks::unlink.reset();
@@ -302,6 +304,10 @@ UTLTEST_HOOKED int fstat(int handle, struct stat* out) noexcept {
 
 UTLTEST_HOOKED int chmod(char const* path, mode_t mode) noexcept {
     return utltest::hooks::chmod.call(UTLTEST_CALLER, path, mode);
+}
+
+UTLTEST_HOOKED int fchmod(int handle, mode_t mode) noexcept {
+    return utltest::hooks::fchmod.call(UTLTEST_CALLER, handle, mode);
 }
 
 UTLTEST_HOOKED int mkdir(char const* path, mode_t mode) noexcept {

@@ -134,6 +134,7 @@ extern Hook<int(int, int)> flock;
 extern Hook<int(char const*, struct stat*)> stat;
 extern Hook<int(int, struct stat*)> fstat;
 extern Hook<int(char const*, mode_t)> chmod;
+extern Hook<int(int, mode_t)> fchmod;
 extern Hook<int(char const*, mode_t)> mkdir;
 extern Hook<int(char const*)> rmdir;
 extern Hook<int(char const*)> unlink;

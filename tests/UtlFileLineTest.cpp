@@ -393,9 +393,9 @@ TEST_F(FileLine, ReadLine_WithAnyReadOfALongLineFailing_IsMinusOne) {
 }
 
 // It looks at the size before the search, for each block of it, in front of the text, and as it reads that.
-TEST_F(FileLine, ReadLine_OfALongLineInAFileThatIsCutMeanwhile_IsMinusThreeOrEmptyAndStays) {
+TEST_F(FileLine, ReadLine_OfALongLineInAFileThatIsCutMeanwhile_IsMinusThreeAndStays) {
     static unsigned int cutAt = 0;
-    constexpr int RESULTS[] = {-3, 0, -3, -3, 2000};
+    constexpr int RESULTS[] = {-3, -3, -3, -3, 2000};
     for (cutAt = 1; cutAt <= std::size(RESULTS); ++cutAt) {
         int const expected = RESULTS[cutAt - 1];
         File& file = reading(std::string(2000, 'x') + "\n", UTF8);
@@ -407,10 +407,62 @@ TEST_F(FileLine, ReadLine_OfALongLineInAFileThatIsCutMeanwhile_IsMinusThreeOrEmp
         });
         unsigned int length = UNTOUCHED;
         EXPECT_EQ(file.readLine(Buffer(5119).get(), 5119, &length), expected) << cutAt;
-        EXPECT_EQ(length, expected == -3 ? UNTOUCHED : expected == 0 ? 0U : 2001U);
+        EXPECT_EQ(length, expected == -3 ? UNTOUCHED : 2001U);
         EXPECT_EQ(file.position(), expected == 2000 ? 2001 : 0);
     }
     EXPECT_EQ(mLog.lines(), Lines());
+}
+
+// A file of the system, whose size is that of a page whatever stands in it.
+void promiseAPage() {
+    hooks::fstat.replace([](int descriptor, struct stat* status) {
+        int const result = hooks::fstat.real(descriptor, status);
+        status->st_size = 4096;
+        return result;
+    });
+}
+
+TEST_F(FileLine, TextOfAFileThatPromisesMoreThanItGives_EndsWhereNothingMoreCame) {
+    for (int const type : ALL_TYPES) {
+        for (char const* const end : {"", "\n"}) {
+            std::string const last = encoded("cd", type);
+            File& file = reading(encoded("ab\n", type) + last + encoded(end, type), type);
+            HookScope const hookScope;
+            promiseAPage();
+            EXPECT_EQ(readLine(file).text, "ab");
+            TextRead const read = readLine(file);
+            EXPECT_EQ(read.text, "cd");
+            EXPECT_EQ(read.result, static_cast<int>(last.size()));
+            long long const position = file.position();
+            for (int i = 0; i < 2; ++i) {
+                EXPECT_EQ(readLine(file), (TextRead{-3, "~", UNTOUCHED, position}));
+                EXPECT_EQ(readText(file, 100), (TextRead{-3, "~", UNTOUCHED, position}));
+                EXPECT_EQ(file.readLine(nullptr, 0, nullptr), -3);
+                EXPECT_EQ(file.nextEOLSize(), 0);
+                EXPECT_EQ(file.findNextLineSize(0, nullptr, nullptr), 0);
+                EXPECT_EQ(file.seekKey("a", 0xFFFFFFFFFFFFFFFEULL, 100, 0), -2);
+            }
+        }
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileLine, AFileToWhichTheSystemGivesNoSize_IsAtItsEndAtOnce) {
+    File file("/proc/self/status", UTF8);
+    ASSERT_EQ(file.open(0, 0), 1);
+    char byte = 0;
+    EXPECT_EQ(file.size(), 0);
+    EXPECT_EQ(file.read(&byte, 1), -3);
+    EXPECT_EQ(readLine(file).result, -3);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileLine, TextOfAnEmptyFileThatPromisesMore_IsAtItsEndAtOnce) {
+    File& file = reading("", UTF8);
+    HookScope const hookScope;
+    promiseAPage();
+    EXPECT_EQ(readLine(file), (TextRead{-3, "~", UNTOUCHED, 0}));
+    EXPECT_EQ(readText(file, 100), (TextRead{-3, "~", UNTOUCHED, 0}));
 }
 
 TEST_F(FileLine, ReadLine_OfReadsThatComeShort_GivesTheSame) {

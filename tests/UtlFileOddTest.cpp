@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -253,10 +255,10 @@ TEST_F(FileOdd, Copy_WhoseNthSystemCallFails_ClosesBothFilesAndPutsTheFoldersBac
         EXPECT_EQ(result, 0);
         EXPECT_EQ(contentOf("b/copy"), source.substr(0, 1024 * (n - 1)) + old.substr(1024 * (n - 1)));
     });
-    // An error counts as the end of the file.
     run(hooks::read, false, [&](unsigned int n, int result) {
-        EXPECT_EQ(result, 1);
-        EXPECT_EQ(contentOf("b/copy"), source.substr(0, 1024 * (n - 1)));
+        std::size_t const read = std::min<std::size_t>(1024 * (n - 1), source.size());
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(contentOf("b/copy"), source.substr(0, read) + old.substr(read));
     });
     // The first is the look whether somebody holds the file.
     run(hooks::open, false, [&](unsigned int n, int result) {
@@ -405,6 +407,204 @@ TEST_F(FileOdd, ALockOutlivesTheObject_AsLongAsAnotherProcessHasTheDescriptor) {
     EXPECT_EQ(waitpid(child, nullptr, 0), child);
     EXPECT_EQ(utl::File::isOpened(path, &isShared), 0);
     EXPECT_EQ(file.open(0, 0), 1);
+}
+
+/// "cat" as another program; it ends when the test's end of the pipe to it is closed.
+class Cat {
+  public:
+    Cat() {
+        std::array<int, 2> to = {};
+        std::array<int, 2> from = {};
+        EXPECT_EQ(pipe2(to.data(), O_CLOEXEC), 0);
+        EXPECT_EQ(pipe2(from.data(), O_CLOEXEC), 0);
+        mProcess = fork();
+        if (mProcess == 0) {
+            dup2(to[0], STDIN_FILENO);
+            dup2(from[1], STDOUT_FILENO);
+            execlp("cat", "cat", nullptr);
+            _exit(1);
+        }
+        close(to[0]);
+        close(from[1]);
+        mTo = to[1];
+        mFrom = from[0];
+    }
+    ~Cat() {
+        close(mTo);
+        close(mFrom);
+        EXPECT_EQ(waitpid(mProcess, nullptr, 0), mProcess);
+    }
+    Cat(Cat const&) = delete;
+    Cat& operator=(Cat const&) = delete;
+
+    /// True once the program runs: it gives back what it got.
+    bool answers() const {
+        char byte = 'x';
+        return write(mTo, &byte, 1) == 1 && read(mFrom, &byte, 1) == 1;
+    }
+
+  private:
+    pid_t mProcess = -1;
+    int mTo = -1;
+    int mFrom = -1;
+};
+
+TEST_F(FileOdd, AProgramThatIsStartedWhileAFileIsOpen_KeepsNeitherItsDescriptorNorItsLock) {
+    utl::File file("d/f", UTF8);
+    for (int const access : {1, 2, 0}) {
+        ASSERT_EQ(file.open(0, access), 1);
+        Cat const cat;
+        ASSERT_TRUE(cat.answers());
+        EXPECT_EQ(file.close(), 1);
+        EXPECT_EQ(utl::File::isOpened("d/f", nullptr), 0);
+        EXPECT_EQ(file.open(0, 1), 1);
+        EXPECT_EQ(file.close(), 1);
+    }
+}
+
+TEST_F(FileOdd, FifosSocketsAndDevices_AreNotOpenedByWhatGoesThroughFolders) {
+    putFolder("d/e");
+    putFile("d/f", "text");
+    ASSERT_EQ(mkfifo("d/fifo", 0644), 0);
+    ASSERT_EQ(mknod("d/socket", S_IFSOCK | 0644, 0), 0);
+    ASSERT_EQ(symlink("/dev/zero", "d/e/device"), 0);
+    HookScope const scope;
+    hooks::open.watch([](char const* path, int flags, mode_t) {
+        struct stat status = {};
+        EXPECT_EQ(stat(path, &status), 0);
+        EXPECT_TRUE(S_ISREG(status.st_mode) || (flags & (O_EXCL | O_DIRECTORY)) != 0) << path;
+    });
+    for (char const* const path : {"d/fifo", "d/socket", "d/e/device"}) {
+        bool sharedOnly = true;
+        EXPECT_EQ(utl::File::isOpened(path, &sharedOnly), 0) << path;
+        EXPECT_FALSE(sharedOnly);
+        EXPECT_EQ(utl::File::size(path), 0) << path;
+        EXPECT_EQ(utl::File::copy(path, "copied", 1), 0) << path;
+        EXPECT_EQ(utl::File::copy("d/f", path, 1), 0) << path;
+        EXPECT_EQ(utl::File::copy("d/f", path, 0), 0) << path;
+    }
+    EXPECT_EQ(utl::File::size("d"), 4);
+    EXPECT_EQ(permissions("copied"), -1);
+    EXPECT_EQ(utl::File::copy("d", "copied", 1), 0);
+    EXPECT_EQ(permissions("d"), 0755);
+    EXPECT_EQ(utl::File::move("d/fifo", "d/moved"), 1);
+    EXPECT_EQ(utl::File::erase("d", 0), 1);
+    EXPECT_EQ(utl::File::exists("/dev/zero"), 1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileOdd, AFifoThatTakesTheFilesPlaceMeanwhile_BlocksNeitherProbeNorSizeNorCopy) {
+    static unsigned int sOpening;
+    auto const exchanging = [](unsigned int opening, auto operation) {
+        std::filesystem::remove("f");
+        putFile("f", "text");
+        HookScope const scope;
+        sOpening = opening;
+        hooks::open.watch([](char const*, int, mode_t) {
+            if (--sOpening == 0) {
+                EXPECT_EQ(rename("f", "gone"), 0);
+                EXPECT_EQ(mkfifo("f", 0644), 0);
+            }
+        });
+        return operation();
+    };
+    EXPECT_EQ(exchanging(1, [] { return utl::File::isOpened("f", nullptr); }), 0);
+    EXPECT_EQ(exchanging(1, [] { return utl::File::size("f"); }), 0);
+    EXPECT_EQ(exchanging(2, [] { return utl::File::copy("f", "copied", 1); }), 0);
+    EXPECT_EQ(permissions("copied"), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileOdd, AFifoThatTakesANewFilesPlaceMeanwhile_IsRefusedAtOnce) {
+    putFile("source", "text");
+    HookScope const scope;
+    hooks::open.watch([](char const* path, int, mode_t) {
+        EXPECT_TRUE(path != std::string("f") || mkfifo("f", 0644) == 0 || errno == EEXIST);
+    });
+    EXPECT_EQ(utl::File("f", UTF8).open(0, 1), 0);
+    EXPECT_EQ(mLog.lines(), Lines{error("open() Failed. errno[6] Path:f")});
+    mLog.clear();
+    ASSERT_EQ(unlink("f"), 0);
+    EXPECT_EQ(utl::File::copy("source", "f", 1), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+class FifoFile : public FileOdd {
+  protected:
+    FifoFile() { EXPECT_EQ(mkfifo("fifo", 0644), 0); }
+    ~FifoFile() override { close(mOtherSide); }
+
+    void openOtherSide(int flags) { mOtherSide = ::open("fifo", flags | O_NONBLOCK | O_CLOEXEC); }
+
+    utl::File mFile{"fifo", UTF8};
+    int mOtherSide = -1;
+};
+
+TEST_F(FifoFile, Open_WithoutTheOtherSide_IsRefusedAtOnceWithALine) {
+    for (int const access : {0, 1}) {
+        mLog.clear();
+        EXPECT_EQ(mFile.open(0, access), 0);
+        EXPECT_EQ(mLog.lines(), Lines{error("open() Failed. errno[6] Path:fifo")});
+    }
+}
+
+TEST_F(FifoFile, OpenToRead_WithAWriter_WorksAndTakesNothingAway) {
+    openOtherSide(O_RDWR);
+    for (unsigned int written = 0; written < 3; ++written) {
+        EXPECT_EQ(mFile.open(0, 0), 1) << written;
+        int waiting = -1;
+        EXPECT_EQ(ioctl(mOtherSide, FIONREAD, &waiting), 0);
+        EXPECT_EQ(waiting, static_cast<int>(written));
+        EXPECT_EQ(mFile.close(), 1);
+        EXPECT_EQ(write(mOtherSide, "x", 1), 1);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FifoFile, OpenToWrite_WithAReader_WorksAndWritesAsAnyFileDoes) {
+    static int sDescriptor;
+    openOtherSide(O_RDONLY);
+    for (int const access : {1, 2}) {
+        HookScope const scope;
+        hooks::open.replace([](char const* path, int flags, mode_t mode) {
+            return sDescriptor = hooks::open.real(path, flags, mode);
+        });
+        ASSERT_EQ(mFile.open(0, access), 1);
+        EXPECT_EQ(fcntl(sDescriptor, F_GETFL) & O_NONBLOCK, 0);
+        EXPECT_EQ(mFile.write("ab", 2), 2);
+        std::array<char, 3> bytes = {};
+        EXPECT_EQ(read(mOtherSide, bytes.data(), 3), 2);
+        EXPECT_EQ(mFile.close(), 1);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+// The first refusal shows a sanitizer all types on the way: it needs descriptors to look at a new one.
+TEST_F(FifoFile, OpenToRead_WithoutDescriptorsToLookForTheWriter_IsRefused) {
+    EXPECT_EQ(mFile.open(0, 0), 0);
+    mLog.clear();
+    openOtherSide(O_RDWR);
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    {
+        HookScope const scope;
+        hooks::open.replace([](char const* path, int flags, mode_t mode) {
+            int const descriptor = hooks::open.real(path, flags, mode);
+            rlimit limit = {};
+            getrlimit(RLIMIT_NOFILE, &limit);
+            limit.rlim_cur = 0;
+            setrlimit(RLIMIT_NOFILE, &limit);
+            return descriptor;
+        });
+        EXPECT_EQ(mFile.open(0, 0), 0);
+    }
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(mLog.lines(), Lines{error("open() Failed. errno[24] Path:fifo")});
+}
+
+TEST_F(FifoFile, Destructor_OfAPathThroughAFifo_DoesNotWaitForItsOtherSide) {
+    { utl::File const file("fifo/f", UTF8); }
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileOdd, AWriterWhoseFolderIsGone_WritesWithALineAboutTheFolderAndCanMakeItAgain) {

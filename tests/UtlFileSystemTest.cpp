@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -307,11 +308,66 @@ TEST_F(FileSystem, MakeDirectories_MakesTheseCallsInThisOrder) {
                // "a/b/" is new; its folder has been widened for good, which leaves nothing to put back.
                "changeParentAccessMode: stat a", "changeParentAccessMode: chmod a 777",
                "makeDirectories: mkdir a/b/ 777", "makeDirectories: chmod a/b/ 777",
+               "makeDirectories: open a RDONLY+DIRECTORY", "-: fsync", "-: close",
                "changeParentAccessMode: stat a",
                // The whole path comes once more.
                "changeParentAccessMode: stat a", "changeParentAccessMode: chmod a 777",
                "makeDirectories: mkdir a/b/ 777", "changeParentAccessMode: stat a", "isDirectory: stat a/b/",
                "makeDirectories: chmod a/b/ 777", "changeParentAccessMode: stat a"}));
+}
+
+TEST_F(FileSystem, MakeDirectories_SyncsTheParentOfEachFolderThatItMakesAndOfNoOther) {
+    putFolder("there");
+    std::pair<char const*, Lines> const cases[] = {
+        {"new", {"."}},
+        {"./dot/x", {".", "./dot"}},
+        {"there", {}},
+        {"there/a/b", {"there", "there/a"}},
+        {"there/a/b/c/", {"there/a/b"}},
+    };
+    for (auto const& [path, expected] : cases) {
+        FileCalls calls;
+        EXPECT_EQ(File::makeDirectories(path), 1) << path;
+        Lines const lines = calls.take();
+        Lines synced;
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            std::string const begin = "makeDirectories: open ";
+            if (lines[i].rfind(begin, 0) == 0) {
+                ASSERT_LT(i + 2, lines.size());
+                EXPECT_EQ(lines[i + 1] + lines[i + 2], "-: fsync-: close");
+                synced.push_back(lines[i].substr(begin.size(), lines[i].rfind(' ') - begin.size()));
+            }
+        }
+        EXPECT_EQ(synced, expected) << path;
+    }
+    chmod(".", 0755);  // was on the way, too
+}
+
+TEST_F(FileSystem, MakeDirectories_DirectlyInTheRoot_SyncsTheRoot) {
+    FileCalls calls;
+    hooks::chmod.replace([](char const*, mode_t) { return 0; });
+    hooks::mkdir.replace([](char const* path, mode_t) {
+        errno = EEXIST;
+        return path == std::string("/") ? -1 : 0;
+    });
+    EXPECT_EQ(File::makeDirectories("/no-such-folder-at-all"), 1);
+    Lines const lines = calls.take();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "makeDirectories: open / RDONLY+DIRECTORY"), 2);
+}
+
+TEST_F(FileSystem, MakeDirectories_WhoseParentCannotBeSynced_MakesTheFolderAndKeepsErrno) {
+    static int sErrno;
+    sErrno = 0;
+    HookScope const scope;
+    hooks::chmod.watch([](char const*, mode_t) { errno = ENOTTY; });
+    hooks::open.failFrom(1, 0, -1, EMFILE);
+    hooks::stat.watch(
+        [](char const*, struct stat*) { sErrno = hooks::open.calls() == 1 && sErrno == 0 ? errno : sErrno; });
+    EXPECT_EQ(File::makeDirectories("there/a"), 1);
+    EXPECT_EQ(hooks::open.calls(), 2U);
+    EXPECT_EQ(sErrno, ENOTTY);
+    EXPECT_EQ(permissions("there/a"), 0777);
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 // The machine's own root is in the way of an absolute path: nothing is really changed here.
@@ -548,6 +604,13 @@ TEST_F(FileSystem, Children_MatchThePatternToTheLetter) {
     EXPECT_EQ(children("dir/[x"), Names());
 }
 
+TEST_F(FileSystem, Children_MatchAQuestionMarkWithAByte) {
+    putFolder("dir");
+    putFile("dir/あ", "");
+    EXPECT_EQ(children("dir/?"), Names());
+    EXPECT_EQ(children("dir/???"), (Names{"dir/あ"}));
+}
+
 TEST_F(FileSystem, Children_OfAPatternWithoutAFolderOrInAFolder_IsMinusOne) {
     putFolder("dir/x");
     EXPECT_EQ(children("dir/*/x"), (Names{"-1"}));
@@ -671,18 +734,64 @@ TEST_F(FileSystem, Children_OfAFolderThatCannotBeOpened_IsMinusOneWithoutALine) 
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
-TEST_F(FileSystem, Children_TakesAFailureToReadOnForTheEnd) {
+TEST_F(FileSystem, Children_ThatCannotBeReadOn_IsMinusOneWithALineAndKeepsWhatCame) {
     putFolder("dir");
     for (int i = 0; i < 10; ++i) {
         putFile("dir/" + std::to_string(i), "");
     }
-    FileCalls calls;
-    hooks::readdir.failFrom(7, 0, nullptr, EIO);
+    for (unsigned int const capacity : {0U, 2U, 20U}) {
+        mLog.clear();
+        FileCalls calls;
+        hooks::readdir.failFrom(7, 0, nullptr, EIO);
+        Paths paths(capacity, 1);
+        EXPECT_EQ(File::children("dir", &paths, 2, nullptr, 0), -1);
+        unsigned int const count = static_cast<unsigned int>(namesIn(paths).size());
+        EXPECT_GE(count, 4U);
+        EXPECT_LE(count, 6U);
+        EXPECT_EQ(calls.take().back(), "children: closedir");
+        EXPECT_EQ(mLog.lines(), (Lines{error("readdir Failed. errno[5] Path:dir")}));
+    }
+}
+
+TEST_F(FileSystem, Children_AtTheMaximum_DoNotSeeAFailureBehindIt) {
+    putFolder("dir");
+    putFile("dir/file", "");
+    HookScope const scope;
+    hooks::readdir.failFrom(4, 0, nullptr, EIO);
     Paths paths(0, 1);
-    int const count = File::children("dir", &paths, 2, nullptr, 0);
-    EXPECT_GE(count, 4);
-    EXPECT_LE(count, 6);
-    EXPECT_EQ(calls.take().back(), "children: closedir");
+    EXPECT_EQ(File::children("dir", &paths, 0, nullptr, 1), 1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Children_GoOnAfterASignal) {
+    putFolder("dir");
+    putFile("dir/file", "");
+    for (unsigned int nth = 1; nth <= 4; ++nth) {  // the last of them is the end
+        HookScope const scope;
+        hooks::readdir.failFrom(nth, 2, nullptr, EINTR);
+        EXPECT_EQ(children("dir"), (Names{"dir/file"})) << nth;
+        EXPECT_EQ(hooks::readdir.calls(), 6U);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Walks_OfAFolderThatCannotBeReadOn_EndBeforeTheirFirstStep) {
+    putTree();
+    for (auto const call : {+[](char const* path) { return File::size(path) + 1; },
+                            +[](char const* path) -> long long { return File::copy(path, "copied", 1); },
+                            +[](char const* path) -> long long { return File::applyReadOnly(path, 1); },
+                            +[](char const* path) -> long long { return File::liftReadOnly(path, 1); },
+                            +[](char const* path) -> long long { return File::erase(path, 1); }}) {
+        mLog.clear();
+        HookScope const scope;
+        hooks::readdir.failFrom(5, 0, nullptr, EIO);
+        EXPECT_EQ(call("tree"), 0);
+        EXPECT_EQ(mLog.lines(), (Lines{error("readdir Failed. errno[5] Path:tree")}));
+    }
+    EXPECT_EQ(children("copied"), Names());
+    EXPECT_EQ(contentOf("tree/a"), "1");
+    EXPECT_EQ(permissions("tree/a"), 0644);
+    EXPECT_EQ(File::size("tree"), 321);
 }
 
 TEST_F(FileSystem, ApplyReadOnly_GivesTheMode0555) {
@@ -821,26 +930,65 @@ TEST_F(FileSystem, IsOpened_MakesTheseCallsInThisOrder) {
     FileCalls calls;
     EXPECT_EQ(File::isOpened("file", nullptr), 1);
     EXPECT_EQ(calls.take(),
-              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY 777",
+              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY+NONBLOCK 777",
                      "isOpened: flock 6", "isOpened: flock 5", "-: fsync", "-: close"}));
     EXPECT_EQ(file.close(), 1);
     calls.take();
     EXPECT_EQ(File::isOpened("file", nullptr), 0);
     EXPECT_EQ(calls.take(),
-              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY 777",
+              (Lines{"isDirectory: stat file", "exists: stat file", "isOpened: open file RDONLY+NONBLOCK 777",
                      "isOpened: flock 6", "-: fsync", "-: close"}));
 }
 
-TEST_F(FileSystem, IsOpened_WhoseExclusiveLockFailsForAnotherReason_TakesTheFileForSharedByReaders) {
+// What the two locks that a probe asks for give as `errno`, 0 for a lock, and what the probe says then.
+struct ProbeCase {
+    int exclusive;
+    int shared;
+    int isOpened;
+    bool sharedOnly;
+};
+
+ProbeCase gProbe;
+
+TEST_F(FileSystem, IsOpened_TakesAFileForHeldOnlyWhereALockWouldBlock) {
     putFile("file", "x");
-    for (int const reason : {ENOLCK, EINTR}) {
-        HookScope const scope;
-        hooks::flock.failFrom(1, 1, -1, reason);
-        bool sharedOnly = false;
-        EXPECT_EQ(File::isOpened("file", &sharedOnly), 1);
-        EXPECT_TRUE(sharedOnly);
+    ProbeCase const cases[] = {{EWOULDBLOCK, 0, 1, true},
+                               {EWOULDBLOCK, EWOULDBLOCK, 1, false},
+                               {EWOULDBLOCK, ENOLCK, 1, false},
+                               {EBADF, EWOULDBLOCK, 1, false},
+                               {EBADF, 0, 0, false},
+                               {EBADF, EBADF, 0, false},
+                               {EBADF, ENOLCK, 0, false},
+                               {ENOLCK, EWOULDBLOCK, 0, false},
+                               {EOPNOTSUPP, EWOULDBLOCK, 0, false},
+                               {EIO, EWOULDBLOCK, 0, false}};
+    HookScope const scope;
+    hooks::flock.replace([](int, int operation) {
+        errno = (operation & LOCK_EX) != 0 ? gProbe.exclusive : gProbe.shared;
+        return errno == 0 ? 0 : -1;
+    });
+    for (ProbeCase const& probe : cases) {
+        gProbe = probe;
+        bool sharedOnly = !probe.sharedOnly;
+        EXPECT_EQ(File::isOpened("file", &sharedOnly), probe.isOpened) << probe.exclusive << probe.shared;
+        EXPECT_EQ(sharedOnly, probe.sharedOnly) << probe.exclusive << probe.shared;
     }
     EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, IsOpened_AsksAgainAfterASignal) {
+    putFile("file", "x");
+    File file("file", UTF8);
+    HookScope const scope;
+    hooks::flock.failFrom(1, 2, -1, EINTR);
+    EXPECT_EQ(File::isOpened("file", nullptr), 0);
+    EXPECT_EQ(hooks::flock.calls(), 3U);
+    ASSERT_EQ(file.open(0, 0), 1);
+    hooks::flock.failFrom(2, 1, -1, EINTR);  // between the two locks
+    bool sharedOnly = false;
+    EXPECT_EQ(File::isOpened("file", &sharedOnly), 1);
+    EXPECT_TRUE(sharedOnly);
+    EXPECT_EQ(hooks::flock.calls(), 3U);
 }
 
 TEST_F(FileSystem, IsOpened_OfWhatCannotBeHeld_IsFalse) {
@@ -858,15 +1006,83 @@ TEST_F(FileSystem, IsOpened_OfNull_IsFalseAndLeavesTheOutputAlone) {
     EXPECT_TRUE(sharedOnly);
 }
 
-TEST_F(FileSystem, IsOpened_OfAFileThatCannotBeOpened_IsFalse) {
+TEST_F(FileSystem, IsOpened_OfAFileThatCannotBeOpened_IsFalseUnlessMeansAreWanting) {
     putFile("file", "x");
-    File file("file", UTF8);
-    ASSERT_EQ(file.open(0, 1), 1);
-    for (int const result : {-1, 0}) {
+    std::pair<int, int> const cases[] = {{EACCES, 0}, {EPERM, 0},  {ENOENT, 0}, {EIO, 0},
+                                         {EMFILE, 1}, {ENFILE, 1}, {ENOMEM, 1}, {EWOULDBLOCK, 1}};
+    for (auto const& [reason, expected] : cases) {
         HookScope const scope;
-        hooks::open.failFrom(1, 1, result, EACCES);
-        EXPECT_EQ(File::isOpened("file", nullptr), 0);
+        hooks::open.failFrom(1, 1, -1, reason);
+        bool sharedOnly = true;
+        EXPECT_EQ(File::isOpened("file", &sharedOnly), expected) << reason;
+        EXPECT_FALSE(sharedOnly);
+        hooks::open.failFrom(1, 1, 0, reason);  // descriptor 0 counts as none
+        EXPECT_EQ(File::isOpened("file", nullptr), 0) << reason;
     }
+}
+
+/// Leaves the process no descriptor to open anything more, until the end of the scope.
+class NoDescriptorScope {
+  public:
+    NoDescriptorScope() {
+        getrlimit(RLIMIT_NOFILE, &mLimit);
+        rlimit const none = {0, mLimit.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptorScope() { setrlimit(RLIMIT_NOFILE, &mLimit); }
+    NoDescriptorScope(NoDescriptorScope const&) = delete;
+    NoDescriptorScope& operator=(NoDescriptorScope const&) = delete;
+
+  private:
+    rlimit mLimit = {};
+};
+
+TEST_F(FileSystem, AHeldFile_IsNeitherErasedNorMovedNorCopiedWhileAllDescriptorsAreInUse) {
+    putFile("file", "x");
+    File held("file", UTF8);
+    ASSERT_EQ(held.open(0, 1), 1);
+    {
+        NoDescriptorScope const scope;
+        bool sharedOnly = true;
+        EXPECT_EQ(File::isOpened("file", &sharedOnly), 1);
+        EXPECT_FALSE(sharedOnly);
+        EXPECT_EQ(File::erase("file", 1), 0);
+        EXPECT_EQ(File::move("file", "moved"), 0);
+        EXPECT_EQ(File::copy("file", "copied", 1), 0);
+    }
+    EXPECT_EQ(contentOf("file"), "x");
+    EXPECT_EQ(permissions("moved"), -1);
+    EXPECT_EQ(permissions("copied"), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+// Locks as they are over NFS: an exclusive one needs a descriptor for writing, a shared one one for reading.
+int lockOverNfs(int descriptor, int operation) {
+    int const access = fcntl(descriptor, F_GETFL) & O_ACCMODE;
+    if (access == ((operation & LOCK_EX) != 0 ? O_RDONLY : O_WRONLY)) {
+        errno = EBADF;
+        return -1;
+    }
+    return hooks::flock.real(descriptor, operation);
+}
+
+TEST_F(FileSystem, OperationsOverNfs_WorkOnFilesThatNobodyHoldsAndRefuseAWritersFile) {
+    putFile("file", "x");
+    HookScope const scope;
+    hooks::flock.replace(lockOverNfs);
+    EXPECT_EQ(File::isOpened("file", nullptr), 0);
+    EXPECT_EQ(File::move("file", "moved"), 1);
+    EXPECT_EQ(File::copy("moved", "copied", 0), 1);
+    EXPECT_EQ(File::erase("copied", 0), 1);
+    File writer("moved", UTF8);
+    ASSERT_EQ(writer.open(0, 1), 1);
+    bool sharedOnly = true;
+    EXPECT_EQ(File::isOpened("moved", &sharedOnly), 1);
+    EXPECT_FALSE(sharedOnly);
+    EXPECT_EQ(File::move("moved", "file"), 0);
+    EXPECT_EQ(File::copy("moved", "copied", 0), 0);
+    EXPECT_EQ(File::erase("moved", 0), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileSystem, IsOpened_SeesAnotherProcess) {
@@ -925,9 +1141,9 @@ TEST_F(FileSystem, Move_MakesTheseCallsInThisOrderAndWidensNothing) {
     EXPECT_EQ(File::move("a/file", "b/moved"), 1);
     EXPECT_EQ(calls.take(),
               (Lines{"exists: stat a/file", "isDirectory: stat b/moved", "exists: stat b/moved",
-                     "isDirectory: stat a/file", "exists: stat a/file", "isOpened: open a/file RDONLY 777",
-                     "isOpened: flock 6", "-: fsync", "-: close", "exists: stat b", "isDirectory: stat b",
-                     "move: rename a/file b/moved"}));
+                     "isDirectory: stat a/file", "exists: stat a/file",
+                     "isOpened: open a/file RDONLY+NONBLOCK 777", "isOpened: flock 6", "-: fsync", "-: close",
+                     "exists: stat b", "isDirectory: stat b", "move: rename a/file b/moved"}));
 }
 
 TEST_F(FileSystem, Move_RenamesAFolderWithItsContent) {
@@ -1052,13 +1268,13 @@ TEST_F(FileSystem, Copy_MakesTheseCallsInThisOrder) {
                                    "isDirectory: stat b",
                                    "isDirectory: stat a/file",
                                    "exists: stat a/file",
-                                   "isOpened: open a/file RDONLY 777",
+                                   "isOpened: open a/file RDONLY+NONBLOCK 777",
                                    "isOpened: flock 6",
                                    "-: fsync",
                                    "-: close",
                                    "changeParentAccessMode: stat a",
                                    "changeParentAccessMode: chmod a 777",
-                                   "copy: open a/file RDONLY",
+                                   "copy: open a/file RDONLY+NONBLOCK",
                                    "copy: stat a/file",
                                    "changeParentAccessMode: stat b",
                                    "changeParentAccessMode: chmod b 777",
@@ -1070,9 +1286,9 @@ TEST_F(FileSystem, Copy_MakesTheseCallsInThisOrder) {
                                    "copy: read",
                                    "copy: lseek 0 1",
                                    "copy: ftruncate 1025",
+                                   "copy: fchmod 640",
                                    "copy: close",
                                    "copy: close",
-                                   "copy: chmod b/copied 640",
                                    "changeParentAccessMode: stat b",
                                    "changeParentAccessMode: chmod b 722",
                                    "changeParentAccessMode: stat a",
@@ -1158,6 +1374,55 @@ TEST_F(FileSystem, Copy_OntoItself_IsTrueAndLeavesTheFileAlone) {
     EXPECT_EQ(File::copy("a/file", "a\\file", 1), 1);
     EXPECT_EQ(calls.take(), (Lines{"exists: stat a/file"}));
     EXPECT_EQ(contentOf("a/file"), "x");
+}
+
+// Somebody puts a link to "secret" in place of "copied" as soon as that is opened for the first time.
+void snatchCopy() {
+    hooks::open.replace([](char const* path, int flags, mode_t mode) {
+        if (path == std::string("copied") && !std::filesystem::is_symlink("copied")) {
+            EXPECT_EQ(symlink("secret", path), 0);
+        }
+        return hooks::open.real(path, flags, mode);
+    });
+}
+
+TEST_F(FileSystem, Copy_IntoWhatSomebodyElsePutThereMeanwhile_KeepsItsModeOrFails) {
+    putFile("file", "new");
+    chmod("file", 0777);
+    for (int const flag : {0, 1}) {
+        putFile("secret", "old and longer");
+        chmod("secret", 0600);
+        HookScope const scope;
+        snatchCopy();
+        EXPECT_EQ(File::copy("file", "copied", flag), flag);
+        EXPECT_EQ(permissions("secret"), 0600);
+        EXPECT_EQ(contentOf("secret"), flag == 1 ? "new" : "old and longer");
+        EXPECT_EQ(unlink("copied"), 0);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_ToALinkToNothing_CreatesNothing) {
+    putFile("file", "new");
+    ASSERT_EQ(symlink("secret", "copied"), 0);
+    EXPECT_EQ(File::copy("file", "copied", 1), 0);
+    EXPECT_EQ(permissions("secret"), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_WhoseTargetIsExchangedMeanwhile_SetsTheModeOfTheFileThatItWrote) {
+    putFile("file", "new");
+    chmod("file", 0777);
+    putFile("secret", "old");
+    chmod("secret", 0600);
+    HookScope const scope;
+    hooks::ftruncate.watch([](int, off_t) {
+        EXPECT_EQ(rename("copied", "gone"), 0);
+        EXPECT_EQ(symlink("secret", "copied"), 0);
+    });
+    EXPECT_EQ(File::copy("file", "copied", 1), 1);
+    EXPECT_EQ(permissions("secret"), 0600);
+    EXPECT_EQ(permissions("gone"), 0777);
 }
 
 TEST_F(FileSystem, Copy_OfAFileThatReadersHold_Works) {
@@ -1269,7 +1534,7 @@ class CopyThatFails : public FileSystem {
         EXPECT_EQ(permissions("b"), 0722);
         EXPECT_EQ(contentOf("a/file"), "0123456789");
         Lines const all = mCalls.takeCalls();
-        auto const isOpening = [](std::string const& call) { return call == "open a/file RDONLY"; };
+        auto const isOpening = [](std::string const& call) { return call == "open a/file RDONLY+NONBLOCK"; };
         return {std::find_if(all.rbegin(), all.rend(), isOpening).base(), all.end()};
     }
 
@@ -1291,9 +1556,9 @@ TEST_F(CopyThatFails, ToFindTheModeOfTheSource_SaysSoAfterPuttingTheFolderBack) 
 
 TEST_F(CopyThatFails, ToOpenTheDestination_PutsBothFoldersBackAndThenClosesTheSource) {
     hooks::open.failFrom(3, 1, -1, EROFS);
-    EXPECT_EQ(callsOfCopy(),
-              (Lines{"stat a/file", "stat b", "chmod b 777", "open b/copied WRONLY+CREAT 100644", "stat b",
-                     "chmod b 722", "stat a", "chmod a 711", "close"}));
+    EXPECT_EQ(callsOfCopy(), (Lines{"stat a/file", "stat b", "chmod b 777", "stat b/copied",
+                                    "open b/copied WRONLY+CREAT+EXCL 100644", "stat b", "chmod b 722",
+                                    "stat a", "chmod a 711", "close"}));
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -1301,9 +1566,9 @@ TEST_F(CopyThatFails, ToWrite_ClosesBothAndPutsTheFoldersBackAndLeavesWhatWasWri
     hooks::write.replace([](int descriptor, void const* data, size_t) -> ssize_t {
         return hooks::write.real(descriptor, data, 4);
     });
-    EXPECT_EQ(callsOfCopy(),
-              (Lines{"stat a/file", "stat b", "chmod b 777", "open b/copied WRONLY+CREAT 100644", "read",
-                     "write", "close", "close", "stat b", "chmod b 722", "stat a", "chmod a 711"}));
+    EXPECT_EQ(callsOfCopy(), (Lines{"stat a/file", "stat b", "chmod b 777", "stat b/copied",
+                                    "open b/copied WRONLY+CREAT+EXCL 100644", "read", "write", "close",
+                                    "close", "stat b", "chmod b 722", "stat a", "chmod a 711"}));
     EXPECT_EQ(contentOf("b/copied"), "0123");
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -1317,12 +1582,57 @@ TEST_F(FileSystem, Copy_OverAFileThatFailsToWrite_LeavesWhatItDidNotReach) {
     EXPECT_EQ(contentOf("old"), std::string(1024, 'n') + std::string(1976, 'o'));
 }
 
-TEST_F(FileSystem, Copy_TakesAFailureToReadForTheEndOfTheFile) {
-    putFile("file", std::string(3000, 'x'));
-    HookScope const scope;
-    hooks::read.failFrom(2, 1, -1, EIO);
-    EXPECT_EQ(File::copy("file", "copied", 0), 1);
-    EXPECT_EQ(contentOf("copied").size(), 1024U);
+TEST_F(CopyThatFails, ToRead_SaysSoAndClosesBothAndLeavesTheModeAndTheLengthOfTheTarget) {
+    putFile("b/copied", std::string(20, 'o'));
+    chmod("b/copied", 0600);
+    hooks::read.replace([](int descriptor, void* out, size_t) -> ssize_t {
+        errno = EIO;
+        return lseek(descriptor, 0, SEEK_CUR) != 0 ? -1 : hooks::read.real(descriptor, out, 4);
+    });
+    EXPECT_EQ(callsOfCopy(), (Lines{"stat a/file", "stat b", "chmod b 777", "stat b/copied",
+                                    "open b/copied WRONLY+CREAT 100644", "read", "write", "read", "close",
+                                    "close", "stat b", "chmod b 722", "stat a", "chmod a 711"}));
+    EXPECT_EQ(contentOf("b/copied"), "0123" + std::string(16, 'o'));
+    EXPECT_EQ(permissions("b/copied"), 0600);
+    EXPECT_EQ(mLog.lines(), (Lines{error("ReadFile Failed. errno[5]"),
+                                   error("in read func readFile Failed. Path:a/file")}));
+}
+
+TEST_F(CopyThatFails, ToCutTheTarget_LeavesItsMode) {
+    putFile("b/copied", std::string(20, 'o'));
+    chmod("b/copied", 0600);
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    callsOfCopy();
+    hooks::lseek.reset();
+    hooks::ftruncate.failFrom(1, 1, -1, EIO);
+    callsOfCopy();
+    EXPECT_EQ(hooks::ftruncate.calls(), 1U);
+    EXPECT_EQ(permissions("b/copied"), 0600);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(CopyThatFails, ToCloseTheTarget_IsFalse) {
+    hooks::close.replace([](int descriptor) {
+        int const result = hooks::close.real(descriptor);
+        errno = EDQUOT;
+        return hooks::close.calls() == 3 ? -1 : result;  // behind that of the probe and of the source
+    });
+    callsOfCopy();
+    EXPECT_EQ(contentOf("b/copied"), "0123456789");
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSystem, Copy_ReadsAgainAfterASignal) {
+    std::string const content(3000, 'x');
+    putFile("file", content);
+    for (unsigned int nth = 1; nth <= 4; ++nth) {
+        HookScope const scope;
+        hooks::read.failFrom(nth, 2, -1, EINTR);
+        EXPECT_EQ(File::copy("file", "copied", 1), 1);
+        EXPECT_EQ(contentOf("copied"), content);
+        EXPECT_EQ(hooks::read.calls(), 6U);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileSystem, Erase_RemovesAFileAndPutsTheFolderBack) {
@@ -1334,7 +1644,7 @@ TEST_F(FileSystem, Erase_RemovesAFileAndPutsTheFolderBack) {
     EXPECT_EQ(permissions("a/file"), -1);
     EXPECT_EQ(Lines(lines.begin(), lines.begin() + 14),
               (Lines{"exists: stat a/file", "isDirectory: stat a/file", "isDirectory: stat a/file",
-                     "exists: stat a/file", "isOpened: open a/file RDONLY 777", "isOpened: flock 6",
+                     "exists: stat a/file", "isOpened: open a/file RDONLY+NONBLOCK 777", "isOpened: flock 6",
                      "-: fsync", "-: close", "isReadOnly: stat a/file", "changeParentAccessMode: stat a",
                      "changeParentAccessMode: chmod a 777", "erase: unlink a/file",
                      "changeParentAccessMode: stat a", "changeParentAccessMode: chmod a 711"}));
@@ -1689,6 +1999,7 @@ TEST_F(FileSystem, Operations_WithAnyCallFailing_LeaveNoDescriptorAndTheFolders)
     failEachCall("stat", hooks::stat, -1, EACCES);
     failEachCall("fstat", hooks::fstat, -1, EIO);
     failEachCall("chmod", hooks::chmod, -1, EPERM);
+    failEachCall("fchmod", hooks::fchmod, -1, EPERM);
     failEachCall("open", hooks::open, -1, EMFILE);
     failEachCall("opendir", hooks::opendir, nullptr, EMFILE);
     failEachCall("readdir", hooks::readdir, nullptr, EIO);

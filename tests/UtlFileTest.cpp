@@ -76,7 +76,7 @@ TEST_F(FileInFolder, Constructor_TouchesNoFile) {
 TEST_F(FileInFolder, Destructor_OfAFileThatWasNeverOpened_SyncsTheFolder) {
     FileCalls calls;
     { File const file("folder/none", UTF8); }
-    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY", "-: fsync", "-: close"}));
+    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY+DIRECTORY", "-: fsync", "-: close"}));
 }
 
 TEST_F(FileInFolder, Destructor_SyncsTheFolderAndThenTheFile) {
@@ -87,7 +87,7 @@ TEST_F(FileInFolder, Destructor_SyncsTheFolderAndThenTheFile) {
         calls.take();
     }
     EXPECT_EQ(calls.take(),
-              (Lines{"~File: open folder RDONLY", "-: fsync", "-: close", "-: fsync", "-: close"}));
+              (Lines{"~File: open folder RDONLY+DIRECTORY", "-: fsync", "-: close", "-: fsync", "-: close"}));
 }
 
 TEST_F(FileInFolder, Destructor_WhoseFolderCannotBeOpened_ClosesTheFileWithoutALine) {
@@ -98,7 +98,7 @@ TEST_F(FileInFolder, Destructor_WhoseFolderCannotBeOpened_ClosesTheFileWithoutAL
         calls.take();
         hooks::open.failFrom(1, 0, -1, EMFILE);
     }
-    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY", "-: fsync", "-: close"}));
+    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY+DIRECTORY", "-: fsync", "-: close"}));
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -108,7 +108,7 @@ TEST_F(FileInFolder, Destructor_WhoseFolderGetsDescriptor0_DoesNotCloseIt) {
         File const file("folder/f", UTF8);
         hooks::open.failFrom(1, 1, 0, 0);
     }
-    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY"}));
+    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY+DIRECTORY"}));
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -116,11 +116,11 @@ TEST_F(FileInFolder, Destructor_OfAPathWithoutAFolder_SyncsNothing) {
     for (char const* const path : {"bare", "/bare"}) {
         FileCalls calls;
         { File const file(path, UTF8); }
-        EXPECT_EQ(calls.take(), (Lines{"~File: open  RDONLY"}));
+        EXPECT_EQ(calls.take(), (Lines{"~File: open  RDONLY+DIRECTORY"}));
     }
     FileCalls calls;
     { File const file("./bare", UTF8); }
-    EXPECT_EQ(calls.take(), (Lines{"~File: open . RDONLY", "-: fsync", "-: close"}));
+    EXPECT_EQ(calls.take(), (Lines{"~File: open . RDONLY+DIRECTORY", "-: fsync", "-: close"}));
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -170,9 +170,9 @@ TEST_F(FileInFolder, OpenToWrite_OfANewFile_SetsItsModeBeforeItIsLocked) {
     EXPECT_EQ(calls.take(),
               (Lines{"isDirectory: stat folder/new", "exists: stat folder", "isDirectory: stat folder",
                      "exists: stat folder/new", "changeParentAccessMode: stat folder",
-                     "changeParentAccessMode: chmod folder 777", "open: open folder/new RDWR+CREAT+TRUNC 777",
-                     "open: chmod folder/new 777", "open: flock 6", "changeParentAccessMode: stat folder",
-                     "changeParentAccessMode: chmod folder 755"}));
+                     "changeParentAccessMode: chmod folder 777",
+                     "open: open folder/new RDWR+CREAT+EXCL+TRUNC 777", "open: fchmod 777", "open: flock 6",
+                     "changeParentAccessMode: stat folder", "changeParentAccessMode: chmod folder 755"}));
 }
 
 TEST_F(FileInFolder, OpenToWrite_CreatesTheFileWithMode0777WhateverTheUmask) {
@@ -184,6 +184,80 @@ TEST_F(FileInFolder, OpenToWrite_CreatesTheFileWithMode0777WhateverTheUmask) {
         EXPECT_EQ(permissions("folder/new"), 0777);
         unlink("folder/new");
     }
+}
+
+// The file "folder/new" is not there, and at the moment of its creation somebody has put a link to "secret"
+// in its place.
+class FileThatIsSnatched : public FileInFolder {
+  protected:
+    FileThatIsSnatched() {
+        hooks::open.replace([](char const* path, int flags, mode_t mode) {
+            if (hooks::open.calls() == 1) {
+                EXPECT_EQ(symlink("../secret", path), 0);
+            }
+            return hooks::open.real(path, flags, mode);
+        });
+    }
+
+    FileCalls mCalls;
+    File mNew{"folder/new", UTF8};
+};
+
+TEST_F(FileThatIsSnatched, OpenToWrite_TakesWhatIsThereWithoutChangingItsMode) {
+    putFile("secret", "content");
+    chmod("secret", 0600);
+    ASSERT_EQ(mNew.open(1, 2), 1);
+    Lines const lines = mCalls.take();
+    EXPECT_EQ(Lines(lines.begin() + 6, lines.end()),
+              (Lines{"open: open folder/new RDWR+CREAT+EXCL 777", "exists: stat folder/new",
+                     "isReadOnly: stat folder/new", "open: open folder/new RDWR+NONBLOCK 777",
+                     "open: flock 6", "seekFile: lseek 0 2", "changeParentAccessMode: stat folder",
+                     "changeParentAccessMode: chmod folder 755"}));
+    EXPECT_EQ(mNew.position(), 7);
+    EXPECT_EQ(permissions("secret"), 0600);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileThatIsSnatched, OpenToWrite_CreatesNothingThroughALinkToNothing) {
+    EXPECT_EQ(mNew.open(0, 1), 0);
+    EXPECT_EQ(permissions("secret"), -1);
+    EXPECT_EQ(mLog.lines(), (Lines{error("open() Failed. errno[2] Path:folder/new")}));
+}
+
+TEST_F(FileThatIsSnatched, OpenToWrite_RefusesWhatItsOwnerMayNotWriteWithoutALine) {
+    putFile("secret", "content");
+    chmod("secret", 0400);
+    EXPECT_EQ(mNew.open(2, 1), 0);
+    EXPECT_EQ(mNew.isOpened(), 0);
+    EXPECT_EQ(contentOf("secret"), "content");
+    EXPECT_EQ(permissions("folder"), 0755);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileThatIsSnatched, OpenToWrite_BehindTheCreation_SetsTheModeOfTheFileThatWasCreated) {
+    putFile("secret", "content");
+    chmod("secret", 0600);
+    hooks::open.replace([](char const* path, int flags, mode_t mode) {
+        int const descriptor = hooks::open.real(path, flags, mode);
+        if (hooks::open.calls() == 1) {
+            EXPECT_EQ(rename(path, "folder/gone"), 0);
+            EXPECT_EQ(symlink("../secret", path), 0);
+        }
+        return descriptor;
+    });
+    mode_t const old = umask(0077);
+    EXPECT_EQ(mNew.open(0, 1), 1);
+    umask(old);
+    EXPECT_EQ(permissions("secret"), 0600);
+    EXPECT_EQ(permissions("folder/gone"), 0777);
+}
+
+TEST_F(FileInFolder, OpenToWrite_OfANewFile_OpensItAlsoWhereTheSystemDoesNotSetItsMode) {
+    HookScope const scope;
+    hooks::fchmod.failFrom(1, 0, -1, EPERM);
+    File file("folder/new", UTF8);
+    EXPECT_EQ(file.open(0, 1), 1);
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileInFolder, OpenToWrite_CreatesMissingFoldersWithMode0777WhateverTheUmask) {
@@ -611,8 +685,9 @@ TEST_F(FileInFolder, Size_OfAnOpenFile_IsAskedByDescriptor) {
 TEST_F(FileInFolder, Size_OfAClosedFile_IsAskedByPathWithoutALock) {
     FileCalls calls;
     EXPECT_EQ(mFile.size(), 10);
-    EXPECT_EQ(calls.take(), (Lines{"exists: stat folder/f", "isDirectory: stat folder/f",
-                                   "size: open folder/f RDONLY", "fileSize: fstat", "-: fsync", "-: close"}));
+    EXPECT_EQ(calls.take(),
+              (Lines{"exists: stat folder/f", "isDirectory: stat folder/f",
+                     "size: open folder/f RDONLY+NONBLOCK", "fileSize: fstat", "-: fsync", "-: close"}));
 }
 
 TEST_F(FileInFolder, Size_ThatCannotBeHad_IsMinusOneAndSaysSo) {
@@ -1087,6 +1162,7 @@ void failEachCallOfOpening(char const* name, HOOK& hook, RESULT result, int reas
 TEST_F(FileInFolder, Open_WithAnyCallFailing_LeavesNoDescriptorTheContentAndTheFolder) {
     failEachCallOfOpening("stat", hooks::stat, -1, EACCES);
     failEachCallOfOpening("chmod", hooks::chmod, -1, EPERM);
+    failEachCallOfOpening("fchmod", hooks::fchmod, -1, EPERM);
     failEachCallOfOpening("open", hooks::open, -1, EMFILE);
     failEachCallOfOpening("flock", hooks::flock, -1, EINTR);
     failEachCallOfOpening("lseek", hooks::lseek, off_t{-1}, EINVAL);

@@ -214,7 +214,7 @@ TEST_F(SubChunkOdd, ReadHeader_AtEveryPlaceOfAFile_TellsEndFromPartAndPutsThePos
         EXPECT_EQ(file.position(), 3) << place;
     }
     // Where no file can have a place.
-    EXPECT_EQ(SubChunk::readHeader(&file, ~0ULL, nullptr, 0, nullptr), -1);
+    EXPECT_EQ(SubChunk::readHeader(&file, ~0ULL, nullptr, 0, nullptr), -3);
     EXPECT_EQ(file.position(), 3);
     char id[6] = "kept";
     unsigned int size = 77;
@@ -536,6 +536,65 @@ TEST_F(RiffOdd, Open_WalksOverSizesBeyond32Bits) {
 
 // ---- containers
 
+// Seeks of a file system whose files end at 4 GiB.
+off_t seekBelow4GiB(int descriptor, off_t offset, int whence) {
+    if (whence == SEEK_SET && offset >= static_cast<off_t>(GIB4)) {
+        errno = EINVAL;
+        return -1;
+    }
+    return hooks::lseek.real(descriptor, offset, whence);
+}
+
+TEST_F(WaveOdd, AStreamedFile_WhoseDataSizeIsNotKnown_OpensWhereNoFileCanBeThatLong) {
+    putFile("f",
+            riff("WAVE", subChunk("fmt ", format(8000, 1, 16)) + liarChunk("data", 0xFFFFFFFFU, "0123")));
+    for (int const access : {0, 1}) {
+        WaveFile wave("f");
+        HookScope const scope;
+        hooks::lseek.replace(seekBelow4GiB);
+        ASSERT_EQ(wave.open(0, access), 0);
+        EXPECT_EQ(wave.getSamplingRate(), 8000U);
+        EXPECT_EQ(wave.getChunkDataSize(1), 0xFFFFFFFFLL);
+        ASSERT_TRUE(wave.openSubChunk(0, 1));
+        char buffer[8] = {};
+        EXPECT_EQ(wave.read(buffer, 8), 4);
+        EXPECT_STREQ(buffer, "0123");
+        EXPECT_EQ(wave.read(buffer, 8), -4);
+        EXPECT_TRUE(wave.close());
+    }
+    EXPECT_EQ(mLog.lines(), Names());
+}
+
+TEST_F(RiffOdd, ASubChunkThatIsAppendedBehindALyingSize_IsNotFoundByTheNextOpen) {
+    putFile("f", riff("TEST", liarChunk("one ", 1000, "0123")));
+    RiffFile file("f", 8);
+    ASSERT_EQ(file.open(0, 1), 0);
+    EXPECT_EQ(file.addSubChunk("two"), 1);
+    EXPECT_EQ(file.write("data", 4), 4);
+    EXPECT_TRUE(file.close());
+    ASSERT_EQ(file.open(0, 0), 0);
+    EXPECT_EQ(file.getSubChunkNumber(), 1U);
+    ASSERT_TRUE(file.openSubChunk(0, 0));
+    char buffer[32] = {};
+    EXPECT_EQ(file.read(buffer, 32), 16) << "the other sub-chunk is data of the first";
+    EXPECT_TRUE(file.close());
+}
+
+TEST_F(SubChunkOdd, ReadHeader_AtTheEndOfAFile_SeeksNothing) {
+    putFile("f", three());
+    File file("f", 1);
+    ASSERT_TRUE(file.open(0, 0));
+    HookScope const scope;
+    for (unsigned long long const place : {0ULL, 1ULL, GIB4, ~0ULL}) {
+        unsigned long long const end = three().size();
+        EXPECT_EQ(SubChunk::readHeader(&file, std::max(end, end + place), nullptr, 0, nullptr), -3);
+    }
+    EXPECT_EQ(hooks::lseek.calls(), 0U);
+    hooks::fstat.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(SubChunk::readHeader(&file, 12, nullptr, 0, nullptr), -1);
+    EXPECT_EQ(mLog.lines(), (Names{error("fstat Failed. errno[5]"), error("fileSize Failed. Path:f")}));
+}
+
 TEST_F(RiffOdd, Open_OfAFileCutAtEveryByte_GivesTheToldResultAndLeavesIt) {
     std::string const whole = three();
     std::vector<std::size_t> const ends{12, 24, 37};
@@ -602,6 +661,15 @@ TEST_F(RiffOdd, Open_WhoseAnyCallFails_IsClosedForgetsAllAndCanBeTriedAgain) {
     }
 }
 
+/// Lets the library's write number `number` take all but the last byte.
+void writeShort(unsigned int number) {
+    static unsigned int sNumber;
+    sNumber = number;
+    hooks::write.replace([](int descriptor, void const* bytes, size_t size) {
+        return hooks::write.real(descriptor, bytes, hooks::write.calls() == sNumber ? size - 1 : size);
+    });
+}
+
 /// Writes a container, each operation up to the end, and gives the name of the first that failed.
 std::string writeAll(RiffFile& file) {
     std::string failed;
@@ -617,6 +685,23 @@ std::string writeAll(RiffFile& file) {
     check(file.closeSubChunk(), "closeSubChunk");
     check(file.close(), "close");
     return failed;
+}
+
+TEST_F(RiffOdd, AWriterWhoseNthWriteComesShort_SaysSoInTheOperationThatMadeIt) {
+    Names writers;
+    for (unsigned int nth = 1; writers.empty() || !writers.back().empty(); ++nth) {
+        ASSERT_LT(nth, 20U);
+        RiffFile file("f", 4);
+        HookScope const scope;
+        writeShort(nth);
+        writers.push_back(writeAll(file));
+        hooks::write.reset();
+        file.closeSubChunk();
+        file.close();
+    }
+    EXPECT_EQ(writers, (Names{"open", "open", "setFormType", "addSubChunk", "addSubChunk", "write",
+                              "closeSubChunk", "close", ""}));
+    EXPECT_EQ(mLog.lines(), Names());
 }
 
 TEST_F(RiffOdd, AWriterWhoseNthCallFails_SaysSoInTheOperationThatMadeIt) {
@@ -1010,6 +1095,20 @@ TEST_F(WaveOdd, TheLargestFormatValues_WrapInTheirWidths) {
     }
     EXPECT_EQ(contentOf("f").substr(20), "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF" + littleEndian(0x0001FFFFU) +
                                              littleEndian(1, 2) + "\xFF\xFF");
+}
+
+TEST_F(WaveOdd, AFormatOfWhichOnlyAPartWasWritten_IsAFailureThatKeepsTheOldValues) {
+    WaveFile wave("f");
+    ASSERT_EQ(wave.open(1, 1), 0);
+    ASSERT_TRUE(wave.setFmtChunkData(8000, 1, 16, 1));
+    HookScope const scope;
+    writeShort(1);
+    EXPECT_FALSE(wave.setFmtChunkData(48000, 2, 24, 1));
+    EXPECT_EQ(hooks::write.calls(), 1U);
+    EXPECT_EQ(wave.getSamplingRate(), 8000U);
+    EXPECT_TRUE(wave.setFmtChunkData(48000, 2, 24, 1));
+    EXPECT_EQ(wave.getSamplingRate(), 48000U);
+    EXPECT_TRUE(wave.close());
 }
 
 TEST_F(WaveOdd, AWriterWhoseNthWriteFails_KeepsOldValuesAndCanGoOn) {

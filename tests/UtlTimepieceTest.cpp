@@ -736,6 +736,15 @@ TEST_F(TimeOfSystem, WithNull_IsFalse) {
     EXPECT_EQ(hooks::time.calls(), 0U);
 }
 
+TEST_F(TimeOfSystem, LocalTime_FollowsAnotherZoneOnceTheProgramSaysSo) {
+    setClock(0);
+    Time const before = local();
+    setenv("TZ", "HERE-5", 1);
+    EXPECT_EQ(local(), before);
+    tzset();
+    EXPECT_EQ(local().hour(), before.hour() + 5);
+}
+
 TEST_F(TimeOfSystem, GivesTheSecondOfTheClock) {
     time_t const before = time(nullptr);
     Time const now = system();

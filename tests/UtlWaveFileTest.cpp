@@ -26,6 +26,7 @@ using utl::RiffFile;
 using utl::WaveFile;
 using utltest::contentOf;
 using utltest::HookScope;
+using utltest::liarChunk;
 using utltest::littleEndian;
 using utltest::LogCapture;
 using utltest::outputOf;
@@ -202,6 +203,30 @@ TEST_F(WaveFileInFolder, Open_WithoutData_GivesFourAndStaysOpen) {
     EXPECT_EQ(mWave.open(0, 0), 4);
     EXPECT_EQ(mWave.isOpened(), 1);
     EXPECT_EQ(mWave.getSamplingRate(), 0U);
+    EXPECT_EQ(mWave.close(), 1);
+}
+
+TEST_F(WaveFileInFolder, Open_WithoutData_KnowsNoFmtEither_SoThatASecondOneIsAppended) {
+    std::string const first = subChunk("fmt ", format(8000, 1, 16, 1));
+    putFile("f.wav", riff("WAVE", first));
+    ASSERT_EQ(mWave.open(0, 1), 4);
+    EXPECT_EQ(mWave.setFmtChunkData(48000, 2, 16, 1), 1);
+    EXPECT_EQ(mWave.close(), 1);
+    EXPECT_EQ(contentOf("f.wav").size(), riff("WAVE", first + first).size());
+    EXPECT_EQ(contentOf("f.wav").substr(0, 4), "RIFF");
+    EXPECT_EQ(contentOf("f.wav").substr(12, first.size()), first);
+    EXPECT_EQ(contentOf("f.wav").substr(12 + first.size(), 4), "fmt ");
+}
+
+TEST_F(WaveFileInFolder, WriteBehindDataOfALyingSize_MakesAFileWithAHoleOfThatSize) {
+    std::string const content = riff(
+        "WAVE", subChunk("fmt ", format(8000, 1, 16, 1)) + liarChunk("data", 0xFFFFFF00U, "0123456789ab"));
+    ASSERT_EQ(content.size(), 56U);
+    putFile("f.wav", content);
+    ASSERT_EQ(mWave.open(0, 1), 0);
+    ASSERT_EQ(mWave.openSubChunk(1, 1), 1);
+    EXPECT_EQ(mWave.write("x", 1), 1);
+    EXPECT_EQ(mWave.size(), 44 + 0xFFFFFF00LL + 1);
     EXPECT_EQ(mWave.close(), 1);
 }
 

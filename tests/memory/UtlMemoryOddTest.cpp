@@ -270,7 +270,10 @@ TEST_F(MemoryOdd, AReport_OpensItsFileOnceWithTheToldFlagsAndReplacesIt) {
     static std::vector<std::string> sCalls;
     sCalls.clear();
     hooks::open.watch([](char const* path, int flags, mode_t mode) {
-        EXPECT_EQ(flags & ~O_LARGEFILE, O_WRONLY | O_CREAT | O_TRUNC);
+        if ((flags & O_DIRECTORY) != 0) {
+            return;  // of a new folder's parent, to sync it
+        }
+        EXPECT_EQ(flags & ~O_LARGEFILE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC);
         EXPECT_EQ(mode, 0777U);
         sCalls.push_back(path);
     });
