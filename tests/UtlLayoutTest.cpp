@@ -84,8 +84,8 @@ static_assert(hasTargetSize<utl::DualType<char const*, wchar_t const*>>(12));
 static_assert(hasTargetSize<utl::PairAttrib>(4 + 2 * sizeof(utl::CodeTableRow)));
 static_assert(hasTargetSize<utl::Range<char>>(8));
 static_assert(hasTargetSize<utl::BasicString<char>>(20));
-static_assert(hasTargetSize<utl::StaticBuffer>(sizeof(utl::SyncObject) + 3 * 10240 + 4));
-static_assert(hasTargetSize<utl::WorkingBuffer<char>>(12));
+static_assert(hasTargetSize<utl::StaticBuffer>(sizeof(utl::SyncObject) + 3 * 10240 + 4 + 3 * 4));
+static_assert(hasTargetSize<utl::WorkingBuffer<char>>(8));
 
 static_assert(hasTargetSize<utl::TimerInfo>(52));
 static_assert(hasTargetSize<utl::ThreadMsgListener>(4));
