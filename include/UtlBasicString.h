@@ -61,7 +61,7 @@ class UTL_API BasicString {
 
     /// The empty text that strings share. It is filled before any code runs and never destroyed; users still
     /// take a null `mNarrow` for "not available yet", so that a table that is built first does no harm.
-    static DualType<char const*, wchar_t const*>& EMPTY_STR;
+    static DualType<char const*, wchar_t const*> EMPTY_STR;
 
     /// An empty string of capacity 1; allocates nothing.
     BasicString();
@@ -145,6 +145,9 @@ class UTL_API BasicString {
 inline bool operator==(char const* left, BasicString<char> const& right) {
     return right == left;
 }
+template <>
+UTL_API DualType<char const*, wchar_t const*> BasicString<char>::EMPTY_STR;
+
 inline bool operator!=(char const* left, BasicString<char> const& right) {
     return right != left;
 }

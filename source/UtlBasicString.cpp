@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "UtlDualTypeImage.h"
 #include "UtlCharDecoder.h"
 #include "UtlString.h"
 #include "UtlStringSearch.h"
@@ -35,19 +36,6 @@ unsigned int countMatches(char const* text, char const* from) {
     return count;
 }
 
-using EmptyTexts = DualType<char const*, wchar_t const*>;
-
-/// Holds the empty texts from the first moment on, and for ever: threads may still make strings while the
-/// process runs its exit handlers, and a union's member is destroyed by nobody.
-union UndestroyedEmptyTexts {
-    constexpr UndestroyedEmptyTexts(char const* narrow, wchar_t const* wide) : texts(narrow, wide) {}
-    ~UndestroyedEmptyTexts() {}
-
-    EmptyTexts texts;
-};
-
-UndestroyedEmptyTexts gEmptyTexts(&BasicString<char>::mEmptyChar, &BasicString<char>::mEmptyWChar);
-
 }  // namespace
 
 template <typename T>
@@ -56,8 +44,9 @@ T BasicString<T>::mEmptyChar = 0;
 template <typename T>
 wchar_t BasicString<T>::mEmptyWChar = 0;
 
-template <typename T>
-DualType<char const*, wchar_t const*>& BasicString<T>::EMPTY_STR = gEmptyTexts.texts;
+/// `BasicString<char>::EMPTY_STR`, as it is when no code has run yet.
+UTL_API DualTypeImage gEmptyStr asm("_ZN3utl11BasicStringIcE9EMPTY_STRE") = {
+    DUAL_TYPE_TABLE + DESTRUCTOR_ENTRIES, &BasicString<char>::mEmptyChar, &BasicString<char>::mEmptyWChar};
 
 template <typename T>
 BasicString<T>::BasicString() : mBuffer(nullptr), mMaxSize(1), mAutoResize(0), mShared(false) {

@@ -79,14 +79,20 @@ bool isShared(String const& text) {
     return text.buffer() == String::EMPTY_STR.mNarrow;
 }
 
-// An object of this type would be destroyed while threads still make strings.
-static_assert(std::is_reference_v<decltype(String::EMPTY_STR)>);
+using EmptyTexts = utl::DualType<char const*, wchar_t const*>;
+
+static_assert(std::is_same_v<decltype(String::EMPTY_STR), EmptyTexts>);
 
 TEST(EmptyStr, PointsAtTheZeroCharacters) {
     EXPECT_EQ(String::EMPTY_STR.mNarrow, &String::mEmptyChar);
     EXPECT_EQ(String::EMPTY_STR.mWide, &String::mEmptyWChar);
     EXPECT_EQ(String::mEmptyChar, '\0');
     EXPECT_EQ(String::mEmptyWChar, L'\0');
+}
+
+TEST(EmptyStr, IsAnObjectAsItsConstructorMakesIt) {
+    EmptyTexts const made(&String::mEmptyChar, &String::mEmptyWChar);
+    EXPECT_TRUE(utltest::haveSameBytes(made, String::EMPTY_STR));
 }
 
 TEST(EmptyStr, IsFilledBeforeAnyInitialiserRuns) {
