@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstring>
+#include <memory>
 
 #include "UtlArray.h"
 #include "UtlPlatform.h"
@@ -129,8 +130,10 @@ class UTL_API BasicString {
     bool operator!=(BasicString const& other) const { return !(*this == other); }
 
   private:
+    using Buffer = std::unique_ptr<T[]>;
+
     T const* text() const { return mBuffer != nullptr ? mBuffer : &mEmptyChar; }
-    unsigned int offsetOf(T const* part) const;
+    bool renewBuffer(unsigned int maxSize, Buffer* old);
     bool copyInside(T const* text, unsigned int count, int truncate);
     bool shareEmptyText();
     void makeEmpty();
@@ -142,12 +145,12 @@ class UTL_API BasicString {
     bool mShared;
 };
 
-inline bool operator==(char const* left, BasicString<char> const& right) {
-    return right == left;
-}
 template <>
 UTL_API DualType<char const*, wchar_t const*> BasicString<char>::EMPTY_STR;
 
+inline bool operator==(char const* left, BasicString<char> const& right) {
+    return right == left;
+}
 inline bool operator!=(char const* left, BasicString<char> const& right) {
     return right != left;
 }

@@ -1,10 +1,9 @@
 #include "UtlBasicString.h"
 
 #include <algorithm>
-#include <functional>
 
-#include "UtlDualTypeImage.h"
 #include "UtlCharDecoder.h"
+#include "UtlDualTypeImage.h"
 #include "UtlString.h"
 #include "UtlStringSearch.h"
 #include "UtlWorkingBuffer.h"
@@ -79,8 +78,9 @@ BasicString<T>::~BasicString() {
 template <typename T>
 BasicString<T>& BasicString<T>::operator=(T const* text) {
     unsigned int const needed = textLength(text) + 1;
+    Buffer old;
     if (mMaxSize < needed) {
-        resizeMax(needed);
+        renewBuffer(needed, &old);
     }
     if (needed == 1) {
         makeEmpty();
@@ -101,12 +101,9 @@ BasicString<T>& BasicString<T>::operator+=(T const* text) {
     if (addLength == 0) {
         return *this;
     }
+    Buffer old;
     if (mMaxSize - length() < addLength + 1) {
-        unsigned int const offset = offsetOf(text);
-        resizeMax(mMaxSize + 1 + addLength);
-        if (offset != INVALID_SIZE) {
-            text = mBuffer != nullptr ? mBuffer + offset : nullptr;
-        }
+        renewBuffer(mMaxSize + 1 + addLength, &old);
     }
     copyGeneral<T>(mBuffer, mMaxSize, length(), text, 0, INVALID_SIZE, 0);
     return *this;
@@ -115,8 +112,9 @@ BasicString<T>& BasicString<T>::operator+=(T const* text) {
 template <typename T>
 bool BasicString<T>::copy(T const* text, unsigned int length, int truncate) {
     unsigned int const fullLength = boundedLength(text, length);
+    Buffer old;
     if (mAutoResize == 1 && mMaxSize < fullLength + 1) {
-        resizeMax(fullLength + 1);
+        renewBuffer(fullLength + 1, &old);
     }
     if (text == nullptr) {
         return false;
@@ -168,22 +166,21 @@ bool BasicString<T>::resizeMax(unsigned int maxSize) {
     if (maxSize <= 1) {
         return shareEmptyText();
     }
+    Buffer old;
+    return renewBuffer(maxSize, &old);
+}
+
+/// `resizeMax` to another capacity above 1. The buffer that was the string's own so far goes to `*old`: a
+/// text that is to be taken may be a part of it.
+template <typename T>
+bool BasicString<T>::renewBuffer(unsigned int maxSize, Buffer* old) {
     T* const newBuffer = allocateText(maxSize);
     bool const isKept = copyStrBase<T>(newBuffer, maxSize, text(), maxSize - 1, 0) != INVALID_SIZE;
-    deleteBuffer();
+    old->reset(mShared ? nullptr : mBuffer);
     mBuffer = newBuffer;
     mMaxSize = maxSize;
     mShared = false;
     return isKept;
-}
-
-/// Where `part` stands in the own buffer; `INVALID_SIZE` if it is no part of it.
-template <typename T>
-unsigned int BasicString<T>::offsetOf(T const* part) const {
-    std::less<T const*> const isBefore;
-    bool const isInside =
-        mBuffer != nullptr && !isBefore(part, mBuffer) && isBefore(part, mBuffer + mMaxSize);
-    return isInside ? static_cast<unsigned int>(part - mBuffer) : INVALID_SIZE;
 }
 
 template <typename T>
