@@ -122,7 +122,7 @@ void Array<T, ARG>::removeAt(unsigned int index, unsigned int count) {
     if (index >= mSize || count == 0) {
         return;
     }
-    unsigned int const removed = std::min(count, mSize - index);
+    unsigned int const removed = std::min<unsigned int>(count, mSize - index);
     if (mElements != nullptr) {
         std::copy(mElements + index + removed, mElements + mSize, mElements + index);
     }
@@ -132,10 +132,10 @@ void Array<T, ARG>::removeAt(unsigned int index, unsigned int count) {
 template <typename T, typename ARG>
 bool Array<T, ARG>::copy(Array const& source, unsigned int count) {
     if (&source == this) {
-        mSize = std::min(count, mSize);
+        mSize = std::min<unsigned int>(count, mSize);
         return true;
     }
-    unsigned int const copied = std::min(count, source.mSize);
+    unsigned int const copied = std::min<unsigned int>(count, source.mSize);
     if (mAutoResize == 1 && copied > mMaxSize && !reallocate(copied)) {
         return false;
     }
@@ -194,7 +194,7 @@ bool Array<T, ARG>::reallocate(unsigned int maxSize) {
         return false;
     }
     mSize = 0;
-    return copy(kept, std::min(kept.mSize, maxSize));
+    return copy(kept, std::min<unsigned int>(kept.mSize, maxSize));
 }
 
 extern template class Array<int>;
