@@ -17,7 +17,8 @@ namespace utl {
 /// refers to stays the caller's.
 ///
 /// A failed allocation that throws leaves through every operation that allocates. An element type whose own
-/// `operator new[]` gives null instead makes that operation give false.
+/// `operator new[]` gives null instead makes that operation give false. Either way a growth that failed, in
+/// `insertAt` and `copy` too, leaves what a failed `resizeMax` does: as a rule the content is lost.
 template <typename T, typename ARG = T const&>
 class UTL_API Array {
   public:
@@ -64,9 +65,10 @@ class UTL_API Array {
     bool copy(Array const& source, unsigned int count);
 
     /// Makes the capacity `maxSize`, whether it is fixed or not, and keeps what fits; 0 gives the storage
-    /// back. The content goes through a temporary of its size. If the new storage could not be had, by an
-    /// exception or by null, the content is lost: `maxSize()` tells the new capacity and `size()` the old
-    /// size, but there are no elements until `resizeMax` with another capacity succeeds.
+    /// back. The content goes through a temporary of its size; if that could not be had, by an exception or
+    /// by null, the array is unchanged. If the new storage could not be had, the content is lost: `maxSize()`
+    /// tells the new capacity and `size()` the old size, but there are no elements until `resizeMax` with
+    /// another capacity succeeds.
     bool resizeMax(unsigned int maxSize);
 
   private:
@@ -128,7 +130,7 @@ void Array<T, ARG>::removeAt(unsigned int index, unsigned int count) {
     if (index >= mSize || count == 0) {
         return;
     }
-    unsigned int const removed = std::min(count, mSize - index);
+    unsigned int const removed = std::min<unsigned int>(count, mSize - index);
     if (mElements != nullptr) {
         std::copy(mElements + index + removed, mElements + mSize, mElements + index);
     }
@@ -138,10 +140,10 @@ void Array<T, ARG>::removeAt(unsigned int index, unsigned int count) {
 template <typename T, typename ARG>
 bool Array<T, ARG>::copy(Array const& source, unsigned int count) {
     if (&source == this) {
-        mSize = std::min(count, mSize);
+        mSize = std::min<unsigned int>(count, mSize);
         return true;
     }
-    unsigned int const copied = std::min(count, source.mSize);
+    unsigned int const copied = std::min<unsigned int>(count, source.mSize);
     if (mAutoResize == 1 && copied > mMaxSize && !reallocate(copied)) {
         return false;
     }
@@ -200,7 +202,7 @@ bool Array<T, ARG>::reallocate(unsigned int maxSize) {
         return false;
     }
     mSize = 0;
-    return copy(kept, std::min(kept.mSize, maxSize));
+    return copy(kept, std::min<unsigned int>(kept.mSize, maxSize));
 }
 
 extern template class Array<int>;

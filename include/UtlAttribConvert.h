@@ -19,7 +19,7 @@ class UTL_API PairAttrib {
         : mFirst(firstNarrow, firstWide), mSecond(secondNarrow, secondWide) {}
     PairAttrib(CodeTableRow const& first, CodeTableRow const& second) : mFirst(first), mSecond(second) {}
 
-    virtual ~PairAttrib() = default;
+    virtual ~PairAttrib();
     PairAttrib(PairAttrib const&) = default;
     PairAttrib& operator=(PairAttrib const&) = default;
 
@@ -33,17 +33,17 @@ class UTL_API PairAttrib {
 
 /// Left and right: lower and upper case in both widths; half-width and full-width characters of every kind;
 /// full-width katakana and hiragana; half-width katakana and hiragana.
-UTL_API extern PairAttrib const (&LOWER_UPPER_PAIR)[52 + 1];
-UTL_API extern PairAttrib const (&HANKAKU_ZENKAKU_PAIR)[184 + 1];
-UTL_API extern PairAttrib const (&ZENKATA_HIRAGANA_PAIR)[86 + 1];
-UTL_API extern PairAttrib const (&HANKATA_HIRAGANA_PAIR)[88 + 1];
+UTL_API extern PairAttrib const LOWER_UPPER_PAIR[52 + 1];
+UTL_API extern PairAttrib const HANKAKU_ZENKAKU_PAIR[184 + 1];
+UTL_API extern PairAttrib const ZENKATA_HIRAGANA_PAIR[86 + 1];
+UTL_API extern PairAttrib const HANKATA_HIRAGANA_PAIR[88 + 1];
 
 /// Left and right: unvoiced and voiced, and unvoiced and half-voiced kana of every kind. A mark that stands
 /// alone is paired with the empty text, so that the way left deletes it. That left form matches everywhere:
 /// the way right is for texts of the kana in front of that row alone. `convertAttrib` tells what else becomes
 /// of it.
-UTL_API extern PairAttrib const (&NODAKUON_DAKUON_PAIR)[66 + 1];
-UTL_API extern PairAttrib const (&NODAKUON_HANDAKUON_PAIR)[17 + 1];
+UTL_API extern PairAttrib const NODAKUON_DAKUON_PAIR[66 + 1];
+UTL_API extern PairAttrib const NODAKUON_HANDAKUON_PAIR[17 + 1];
 
 // The functions below work in a `WorkingBuffer`: they wait for each other across the process, and texts of
 // more than 10239 bytes are too long for them. Nothing is logged, and nothing is allocated. A caller that has

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstring>
+#include <memory>
 #include <utility>
 
 #include "UtlArray.h"
@@ -62,7 +63,7 @@ class UTL_API BasicString {
 
     /// The empty text that strings share. It is filled before any code runs and never destroyed; users still
     /// take a null `mNarrow` for "not available yet", so that a table that is built first does no harm.
-    static DualType<char const*, wchar_t const*>& EMPTY_STR;
+    static DualType<char const*, wchar_t const*> EMPTY_STR;
 
     /// An empty string of capacity 1; allocates nothing.
     BasicString();
@@ -139,8 +140,10 @@ class UTL_API BasicString {
     bool operator!=(BasicString const& other) const { return !(*this == other); }
 
   private:
+    using Buffer = std::unique_ptr<T[]>;
+
     T const* text() const { return mBuffer != nullptr ? mBuffer : &mEmptyChar; }
-    unsigned int offsetOf(T const* part) const;
+    bool renewBuffer(unsigned int maxSize, Buffer* old);
     bool copyInside(T const* text, unsigned int count, int truncate);
     bool shareEmptyText();
     void makeEmpty();
@@ -151,6 +154,9 @@ class UTL_API BasicString {
     int mAutoResize;
     bool mShared;
 };
+
+template <>
+UTL_API DualType<char const*, wchar_t const*> BasicString<char>::EMPTY_STR;
 
 inline bool operator==(char const* left, BasicString<char> const& right) {
     return right == left;

@@ -24,59 +24,59 @@ using CodeTableRow = DualType<char const*, wchar_t const*>;
 // callers rely on; in the tables of marks the same row belongs to the same sign in either width.
 
 /// Controls, spaces, and the half-width marks, digits and signs.
-UTL_API extern CodeTableRow const (&KAIGYO_TBL)[2 + 1];
-UTL_API extern CodeTableRow const (&TAB_FF_TBL)[3 + 1];
-UTL_API extern CodeTableRow const (&CTL_OTHER_TBL)[27 + 1];
-UTL_API extern CodeTableRow const (&HAN_SPACE_TBL)[1 + 1];
-UTL_API extern CodeTableRow const (&ZEN_SPACE_TBL)[1 + 1];
-UTL_API extern CodeTableRow const (&HAN_MARK_TBL)[32 + 1];
-UTL_API extern CodeTableRow const (&HAN_DIGIT_TBL)[10 + 1];
-UTL_API extern CodeTableRow const (&HAN_SIGN_TBL)[2 + 1];
+UTL_API extern CodeTableRow const KAIGYO_TBL[2 + 1];
+UTL_API extern CodeTableRow const TAB_FF_TBL[3 + 1];
+UTL_API extern CodeTableRow const CTL_OTHER_TBL[27 + 1];
+UTL_API extern CodeTableRow const HAN_SPACE_TBL[1 + 1];
+UTL_API extern CodeTableRow const ZEN_SPACE_TBL[1 + 1];
+UTL_API extern CodeTableRow const HAN_MARK_TBL[32 + 1];
+UTL_API extern CodeTableRow const HAN_DIGIT_TBL[10 + 1];
+UTL_API extern CodeTableRow const HAN_SIGN_TBL[2 + 1];
 
 /// The full-width marks, digits and signs. Four marks are not the full-width forms of their half-width
 /// partners but what Japanese text has in their place: U+201D, U+2019, U+FFE5 and U+FFE3 for 0x22, 0x27, 0x5C
 /// and 0x7E.
-UTL_API extern CodeTableRow const (&ZEN_MARK_TBL)[32 + 1];
-UTL_API extern CodeTableRow const (&ZEN_DIGIT_TBL)[10 + 1];
-UTL_API extern CodeTableRow const (&ZEN_SIGN_TBL)[2 + 1];
+UTL_API extern CodeTableRow const ZEN_MARK_TBL[32 + 1];
+UTL_API extern CodeTableRow const ZEN_DIGIT_TBL[10 + 1];
+UTL_API extern CodeTableRow const ZEN_SIGN_TBL[2 + 1];
 
 /// What stands before and behind a hexadecimal number, and the letters: those that are digits of such a
 /// number and those that are not.
-UTL_API extern CodeTableRow const (&HAN_HEX_PREFIX_TBL)[1 + 1];
-UTL_API extern CodeTableRow const (&ZEN_HEX_PREFIX_TBL)[1 + 1];
-UTL_API extern CodeTableRow const (&HAN_HEX_SUFFIX_TBL)[2 + 1];
-UTL_API extern CodeTableRow const (&ZEN_HEX_SUFFIX_TBL)[2 + 1];
-UTL_API extern CodeTableRow const (&LOWER_HAN_HEX_ALPHA_TBL)[6 + 1];
-UTL_API extern CodeTableRow const (&LOWER_ZEN_HEX_ALPHA_TBL)[6 + 1];
-UTL_API extern CodeTableRow const (&UPPER_HAN_HEX_ALPHA_TBL)[6 + 1];
-UTL_API extern CodeTableRow const (&UPPER_ZEN_HEX_ALPHA_TBL)[6 + 1];
-UTL_API extern CodeTableRow const (&LOWER_HAN_NOHEX_ALPHA_TBL)[20 + 1];
-UTL_API extern CodeTableRow const (&LOWER_ZEN_NOHEX_ALPHA_TBL)[20 + 1];
-UTL_API extern CodeTableRow const (&UPPER_HAN_NOHEX_ALPHA_TBL)[20 + 1];
-UTL_API extern CodeTableRow const (&UPPER_ZEN_NOHEX_ALPHA_TBL)[20 + 1];
+UTL_API extern CodeTableRow const HAN_HEX_PREFIX_TBL[1 + 1];
+UTL_API extern CodeTableRow const ZEN_HEX_PREFIX_TBL[1 + 1];
+UTL_API extern CodeTableRow const HAN_HEX_SUFFIX_TBL[2 + 1];
+UTL_API extern CodeTableRow const ZEN_HEX_SUFFIX_TBL[2 + 1];
+UTL_API extern CodeTableRow const LOWER_HAN_HEX_ALPHA_TBL[6 + 1];
+UTL_API extern CodeTableRow const LOWER_ZEN_HEX_ALPHA_TBL[6 + 1];
+UTL_API extern CodeTableRow const UPPER_HAN_HEX_ALPHA_TBL[6 + 1];
+UTL_API extern CodeTableRow const UPPER_ZEN_HEX_ALPHA_TBL[6 + 1];
+UTL_API extern CodeTableRow const LOWER_HAN_NOHEX_ALPHA_TBL[20 + 1];
+UTL_API extern CodeTableRow const LOWER_ZEN_NOHEX_ALPHA_TBL[20 + 1];
+UTL_API extern CodeTableRow const UPPER_HAN_NOHEX_ALPHA_TBL[20 + 1];
+UTL_API extern CodeTableRow const UPPER_ZEN_NOHEX_ALPHA_TBL[20 + 1];
 
 /// Katakana. The `NODAKU` tables end with the sentence marks and the prolonged sound mark, which belong to
 /// any kana text. A voiced half-width kana is two characters.
-UTL_API extern CodeTableRow const (&NODAKU_HAN_KATA_TBL)[61 + 1];
-UTL_API extern CodeTableRow const (&NODAKU_ZEN_KATA_TBL)[67 + 1];
-UTL_API extern CodeTableRow const (&DAKU_HAN_KATA_TBL)[22 + 1];
-UTL_API extern CodeTableRow const (&DAKU_ZEN_KATA_TBL)[23 + 1];
-UTL_API extern CodeTableRow const (&HANDAKU_HAN_KATA_TBL)[6 + 1];
-UTL_API extern CodeTableRow const (&HANDAKU_ZEN_KATA_TBL)[6 + 1];
-UTL_API extern CodeTableRow const (&HAN_KATA_YOUSOKU_TBL)[9 + 1];
-UTL_API extern CodeTableRow const (&ZEN_KATA_YOUSOKU_TBL)[10 + 1];
+UTL_API extern CodeTableRow const NODAKU_HAN_KATA_TBL[61 + 1];
+UTL_API extern CodeTableRow const NODAKU_ZEN_KATA_TBL[67 + 1];
+UTL_API extern CodeTableRow const DAKU_HAN_KATA_TBL[22 + 1];
+UTL_API extern CodeTableRow const DAKU_ZEN_KATA_TBL[23 + 1];
+UTL_API extern CodeTableRow const HANDAKU_HAN_KATA_TBL[6 + 1];
+UTL_API extern CodeTableRow const HANDAKU_ZEN_KATA_TBL[6 + 1];
+UTL_API extern CodeTableRow const HAN_KATA_YOUSOKU_TBL[9 + 1];
+UTL_API extern CodeTableRow const ZEN_KATA_YOUSOKU_TBL[10 + 1];
 
 /// Hiragana. All three kinds have the sentence marks among their rows.
-UTL_API extern CodeTableRow const (&NODAKU_HIRA_TBL)[65 + 1];
-UTL_API extern CodeTableRow const (&DAKU_HIRA_TBL)[27 + 1];
-UTL_API extern CodeTableRow const (&HANDAKU_HIRA_TBL)[11 + 1];
-UTL_API extern CodeTableRow const (&HIRA_YOUSOKU_TBL)[10 + 1];
+UTL_API extern CodeTableRow const NODAKU_HIRA_TBL[65 + 1];
+UTL_API extern CodeTableRow const DAKU_HIRA_TBL[27 + 1];
+UTL_API extern CodeTableRow const HANDAKU_HIRA_TBL[11 + 1];
+UTL_API extern CodeTableRow const HIRA_YOUSOKU_TBL[10 + 1];
 
 /// The marks that follow a kana and voice it.
-UTL_API extern CodeTableRow const (&HAN_DAKUTEN_TBL)[1 + 1];
-UTL_API extern CodeTableRow const (&ZEN_DAKUTEN_TBL)[1 + 1];
-UTL_API extern CodeTableRow const (&HAN_HANDAKUTEN_TBL)[1 + 1];
-UTL_API extern CodeTableRow const (&ZEN_HANDAKUTEN_TBL)[1 + 1];
+UTL_API extern CodeTableRow const HAN_DAKUTEN_TBL[1 + 1];
+UTL_API extern CodeTableRow const ZEN_DAKUTEN_TBL[1 + 1];
+UTL_API extern CodeTableRow const HAN_HANDAKUTEN_TBL[1 + 1];
+UTL_API extern CodeTableRow const ZEN_HANDAKUTEN_TBL[1 + 1];
 
 /// The attributes, one bit each, to be combined into a mask. What a unit of each is:
 ///

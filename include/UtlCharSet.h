@@ -25,8 +25,9 @@ namespace utl {
 // - A string function gives the bytes or units used, terminator included. It fails for null and for too
 //   little room, which for it is room for the terminator, too.
 // - A character function looks at the first character of `src` alone, writes no terminator, and stores the
-//   bytes of `src` that it covers in `*consumed`, which may be null and stays untouched on failure. A
-//   terminator among these bytes is never covered; as a first byte it is a character of one byte.
+//   bytes of `src` that it covers in `*consumed`, which may be null: also where the character then has too
+//   little room or no form in the target, so that callers can step over it. It stays untouched for
+//   null. A terminator among these bytes is never covered; as a first byte it is a character of one byte.
 // - `src` and `dst` do not overlap.
 //
 // Any thread may call any function at any time: nothing is locked, allocated or waited for. The conversions
@@ -65,8 +66,8 @@ UTL_API unsigned int convertCharFromUtf16ToUtf8(char* dst, unsigned int dstSize,
 /// Fails for text with 0xFEFF or 0xFFFE anywhere in it: skip a mark at the beginning before the call.
 UTL_API unsigned int convertStrFromUtf16ToUtf8(char* dst, unsigned int dstSize, unsigned short const* src);
 
-/// Stores one unit and gives 1; a byte order mark becomes 0xFEFF. Fails for null, at the end of the text, for
-/// malformed bytes and for a character of 4 bytes.
+/// Stores one unit and gives 1; a byte order mark becomes 0xFEFF. Fails for null, at the end of the text and
+/// for malformed bytes, which leaves `*consumed` alone, and for a character of 4 bytes.
 UTL_API unsigned int convertCharFromUtf8ToUtf16(unsigned short* dst, char const* src, unsigned int* consumed);
 
 /// `dstSize` and the result count units. A character that is cut off, broken or longer than it needs to be

@@ -97,15 +97,16 @@ template <typename K, typename V, typename KARG = K const&, typename VARG = V co
           typename COMPARE = CompareLessPairKey<K, V>>
 class UTL_API Map {
   public:
-    /// Arguments as for `Array`. A map that is built with `maxSize` 0 stays empty, even with `autoResize` 1:
-    /// owners pass on a capacity that they were given, and 0 means that there are to be no entries.
+    /// Arguments as for `Array`. A map that is built with `maxSize` 0 refuses every entry, even with
+    /// `autoResize` 1, until a `copy` has brought it storage: owners pass on a capacity that they were given,
+    /// and 0 means that there are to be no entries.
     Map(unsigned int maxSize, int autoResize) : mArray(maxSize, autoResize), mCompare() {}
     virtual ~Map() = default;
     Map(Map const&) = delete;
     Map& operator=(Map const&) = delete;
 
     /// Adds an entry; an entry with an equal key is replaced, key and value. False, with nothing changed,
-    /// when a fixed capacity is used up or the map was built with no slot.
+    /// when a fixed capacity is used up or the map has no slot at all.
     bool insert(KARG key, VARG value);
 
     /// The value under `key`, null if there is none. Valid until an entry is inserted or erased.

@@ -34,6 +34,9 @@ UTL_API int jk_wctomb(char* dst, unsigned int dstBytes, wchar_t const* src, int 
 
 namespace utl {
 
+/// A byte of text in the form that the library keeps it in, UTF-8.
+using tchar = char;
+
 /// All bits set: the failure result of every function that gives a size or an offset, and, as a length
 /// argument, "to the end".
 inline constexpr unsigned int INVALID_SIZE = ~0U;

@@ -83,7 +83,7 @@ class UTL_API RingArray {
     bool copyDown(unsigned int to, unsigned int from, unsigned int count);
 
     /// Takes back up to `count` of the newest entries. The other entries stay where they are.
-    void removeLast(unsigned int count) { mSize -= std::min(count, mSize); }
+    void removeLast(unsigned int count) { mSize -= std::min<unsigned int>(count, mSize); }
 
     /// Removes all entries; the next one goes to the start of the storage.
     void clear();
@@ -116,7 +116,7 @@ template <typename T, typename ARG>
 template <typename STEP>
 void RingArray<T, ARG>::forEachRun(unsigned int index, unsigned int count, STEP step) const {
     for (unsigned int offset = 0; offset < count;) {
-        unsigned int const length = std::min(count - offset, runAt(index + offset));
+        unsigned int const length = std::min<unsigned int>(count - offset, runAt(index + offset));
         step(mElements + physical(index + offset), offset, length);
         offset += length;
     }
@@ -138,8 +138,8 @@ bool RingArray<T, ARG>::pushBack(T const* items, unsigned int count) {
     if (count > mMaxSize - mSize || (items == nullptr && count != 0)) {
         return false;
     }
-    forEachRun(mSize, count, [items](T* slots, unsigned int offset, unsigned int length) {
-        std::copy_n(items + offset, length, slots);
+    forEachRun(mSize, count, [items](T* run, unsigned int offset, unsigned int length) {
+        std::copy_n(items + offset, length, run);
     });
     mSize += count;
     return true;
@@ -155,7 +155,7 @@ void RingArray<T, ARG>::popFront() {
 
 template <typename T, typename ARG>
 bool RingArray<T, ARG>::popFrontInto(T* out, unsigned int count) {
-    unsigned int const moved = std::min(count, mSize);
+    unsigned int const moved = std::min<unsigned int>(count, mSize);
     if constexpr (std::is_trivially_copyable_v<T>) {
         if (out != nullptr) {
             copyOut(0, out, moved);
@@ -179,8 +179,8 @@ bool RingArray<T, ARG>::copyOut(unsigned int index, T* out, unsigned int count) 
     if (index > mSize || count > mSize - index || (out == nullptr && count != 0)) {
         return false;
     }
-    forEachRun(index, count, [out](T const* slots, unsigned int offset, unsigned int length) {
-        std::copy_n(slots, length, out + offset);
+    forEachRun(index, count, [out](T const* run, unsigned int offset, unsigned int length) {
+        std::copy_n(run, length, out + offset);
     });
     return true;
 }
@@ -190,7 +190,7 @@ bool RingArray<T, ARG>::removeAt(unsigned int index, unsigned int count) {
     if (index >= mSize) {
         return false;
     }
-    unsigned int const removed = std::min(count, mSize - index);
+    unsigned int const removed = std::min<unsigned int>(count, mSize - index);
     copyDown(index, index + removed, mSize - index - removed);
     mSize -= removed;
     return true;

@@ -31,12 +31,21 @@ class UTL_API StaticBuffer {
     StaticBuffer() = default;
     ~StaticBuffer() = default;
 
-    /// Lends the slot of the present depth and goes one deeper; `mSyncObject` must be held. From the third
-    /// loan on it is always the last slot: deeper loans share it. A depth below 0 lends the first.
-    char* takeSlot();
+    /// Lends the slot of the present depth to `borrower` and goes one deeper; `mSyncObject` must be held, as
+    /// for all of these. From the third loan on it is always the last slot: deeper loans share it. A depth
+    /// below 0 lends the first.
+    void lendTo(void const* borrower);
 
-    /// Gives back the loan taken last; `mSyncObject` must be held.
-    void giveSlotBack();
+    /// The slot that was lent to `borrower`.
+    char* slotOf(void const* borrower) {
+        if (borrower == mBorrowers[0]) {
+            return mBuffers[0];
+        }
+        return mBuffers[borrower == mBorrowers[1] || borrower == mBorrowers[2] ? 1 : SLOT_COUNT - 1];
+    }
+
+    /// Ends the loan of `borrower`.
+    void takeBackFrom(void const* borrower);
 
   private:
     friend class WorkingBuffer<char>;
@@ -44,6 +53,10 @@ class UTL_API StaticBuffer {
     SyncObject mSyncObject;
     char mBuffers[SLOT_COUNT][SLOT_SIZE]{};
     int mDepth = 0;
+
+    // Who has the first slot, and who the second: these are two where a loan was taken between the ends of an
+    // outer and an inner one. Whoever else has a loan has the last slot.
+    void const* mBorrowers[3]{};
 };
 
 /// Scratch space for the length of a scope: borrows a slot of the `StaticBuffer`; *one owner thread*, because
@@ -62,14 +75,13 @@ class [[nodiscard]] UTL_API WorkingBuffer {
     WorkingBuffer& operator=(WorkingBuffer const&) = delete;
 
     /// The slot, of `size()` bytes; valid as long as this object lives.
-    T* get() const { return mpSlot; }
+    T* get() const { return mStaticBuffer->slotOf(this); }
 
     /// Bytes of the slot, for text with its terminator.
     static constexpr unsigned int size() { return StaticBuffer::SLOT_SIZE; }
 
   private:
     StaticBuffer* mStaticBuffer;
-    T* mpSlot;
 };
 
 extern template class WorkingBuffer<char>;

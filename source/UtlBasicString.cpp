@@ -1,9 +1,9 @@
 #include "UtlBasicString.h"
 
 #include <algorithm>
-#include <functional>
 
 #include "UtlCharDecoder.h"
+#include "UtlDualTypeImage.h"
 #include "UtlString.h"
 #include "UtlStringSearch.h"
 #include "UtlWorkingBuffer.h"
@@ -35,19 +35,6 @@ unsigned int countMatches(char const* text, char const* from) {
     return count;
 }
 
-using EmptyTexts = DualType<char const*, wchar_t const*>;
-
-/// Holds the empty texts from the first moment on, and for ever: threads may still make strings while the
-/// process runs its exit handlers, and a union's member is destroyed by nobody.
-union UndestroyedEmptyTexts {
-    constexpr UndestroyedEmptyTexts(char const* narrow, wchar_t const* wide) : texts(narrow, wide) {}
-    ~UndestroyedEmptyTexts() {}
-
-    EmptyTexts texts;
-};
-
-UndestroyedEmptyTexts gEmptyTexts(&BasicString<char>::mEmptyChar, &BasicString<char>::mEmptyWChar);
-
 }  // namespace
 
 template <typename T>
@@ -56,8 +43,9 @@ T BasicString<T>::mEmptyChar = 0;
 template <typename T>
 wchar_t BasicString<T>::mEmptyWChar = 0;
 
-template <typename T>
-DualType<char const*, wchar_t const*>& BasicString<T>::EMPTY_STR = gEmptyTexts.texts;
+/// `BasicString<char>::EMPTY_STR`, as it is when no code has run yet.
+UTL_API DualTypeImage gEmptyStr asm("_ZN3utl11BasicStringIcE9EMPTY_STRE") = {
+    DUAL_TYPE_TABLE + DESTRUCTOR_ENTRIES, &BasicString<char>::mEmptyChar, &BasicString<char>::mEmptyWChar};
 
 template <typename T>
 BasicString<T>::BasicString() : mBuffer(nullptr), mMaxSize(1), mAutoResize(0), mShared(false) {
@@ -90,8 +78,9 @@ BasicString<T>::~BasicString() {
 template <typename T>
 BasicString<T>& BasicString<T>::operator=(T const* text) {
     unsigned int const needed = textLength(text) + 1;
+    Buffer old;
     if (mMaxSize < needed) {
-        resizeMax(needed);
+        renewBuffer(needed, &old);
     }
     if (needed == 1) {
         makeEmpty();
@@ -112,12 +101,9 @@ BasicString<T>& BasicString<T>::operator+=(T const* text) {
     if (addLength == 0) {
         return *this;
     }
+    Buffer old;
     if (mMaxSize - length() < addLength + 1) {
-        unsigned int const offset = offsetOf(text);
-        resizeMax(mMaxSize + 1 + addLength);
-        if (offset != INVALID_SIZE) {
-            text = mBuffer != nullptr ? mBuffer + offset : nullptr;
-        }
+        renewBuffer(mMaxSize + 1 + addLength, &old);
     }
     copyGeneral<T>(mBuffer, mMaxSize, length(), text, 0, INVALID_SIZE, 0);
     return *this;
@@ -126,8 +112,9 @@ BasicString<T>& BasicString<T>::operator+=(T const* text) {
 template <typename T>
 bool BasicString<T>::copy(T const* text, unsigned int length, int truncate) {
     unsigned int const fullLength = boundedLength(text, length);
+    Buffer old;
     if (mAutoResize == 1 && mMaxSize < fullLength + 1) {
-        resizeMax(fullLength + 1);
+        renewBuffer(fullLength + 1, &old);
     }
     if (text == nullptr) {
         return false;
@@ -179,22 +166,21 @@ bool BasicString<T>::resizeMax(unsigned int maxSize) {
     if (maxSize <= 1) {
         return shareEmptyText();
     }
+    Buffer old;
+    return renewBuffer(maxSize, &old);
+}
+
+/// `resizeMax` to another capacity above 1. The buffer that was the string's own so far goes to `*old`: a
+/// text that is to be taken may be a part of it.
+template <typename T>
+bool BasicString<T>::renewBuffer(unsigned int maxSize, Buffer* old) {
     T* const newBuffer = allocateText(maxSize);
     bool const isKept = copyStrBase<T>(newBuffer, maxSize, text(), maxSize - 1, 0) != INVALID_SIZE;
-    deleteBuffer();
+    old->reset(mShared ? nullptr : mBuffer);
     mBuffer = newBuffer;
     mMaxSize = maxSize;
     mShared = false;
     return isKept;
-}
-
-/// Where `part` stands in the own buffer; `INVALID_SIZE` if it is no part of it.
-template <typename T>
-unsigned int BasicString<T>::offsetOf(T const* part) const {
-    std::less<T const*> const isBefore;
-    bool const isInside =
-        mBuffer != nullptr && !isBefore(part, mBuffer) && isBefore(part, mBuffer + mMaxSize);
-    return isInside ? static_cast<unsigned int>(part - mBuffer) : INVALID_SIZE;
 }
 
 template <typename T>

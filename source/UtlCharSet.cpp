@@ -107,11 +107,15 @@ unsigned int convertStrFromUtf16ToUtf8(char* dst, unsigned int dstSize, unsigned
 
 unsigned int convertCharFromUtf8ToUtf16(unsigned short* dst, char const* src, unsigned int* consumed) {
     unsigned int const bytes = src != nullptr ? charBytes(src) : 0;
-    if (dst == nullptr || !isCharacter(bytes) || bytes > 3) {
+    if (dst == nullptr || !isCharacter(bytes)) {
+        return INVALID_SIZE;
+    }
+    tellCovered(bytes, consumed);
+    if (bytes > 3) {
         return INVALID_SIZE;
     }
     *dst = static_cast<unsigned short>(sequenceValue(src, bytes));
-    return consume(1, bytes, consumed);
+    return 1;
 }
 
 unsigned int convertStrFromUtf8ToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) {

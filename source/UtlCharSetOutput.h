@@ -213,12 +213,11 @@ unsigned int convertText(TO* dst, unsigned int dstSize, FROM const* src, STEP st
                         : convertEach(SizeOnly(), src, step);
 }
 
-/// Tells the caller how much of the source a result covers; a failure covers nothing.
-inline unsigned int consume(unsigned int result, unsigned int bytes, unsigned int* consumed) {
-    if (result != INVALID_SIZE && consumed != nullptr) {
+/// Tells the caller how much of the source the character covers, whatever becomes of it.
+inline void tellCovered(unsigned int bytes, unsigned int* consumed) {
+    if (consumed != nullptr) {
         *consumed = bytes;
     }
-    return result;
 }
 
 }  // namespace utl

@@ -29,9 +29,9 @@ unsigned int convertCharFromUtf8ToSjis(char* dst, unsigned int dstSize, char con
         return INVALID_SIZE;
     }
     Utf8Char const character = utf8CharAt(src);
-    unsigned int const result =
-        character.mIsLiteral ? storeLiteral(dst, dstSize, *src) : storeNumber(dst, dstSize, character.mSjis);
-    return consume(result, character.mBytes, consumed);
+    tellCovered(character.mBytes, consumed);
+    return character.mIsLiteral ? storeLiteral(dst, dstSize, *src)
+                                : storeNumber(dst, dstSize, character.mSjis);
 }
 
 unsigned int convertStrFromUtf8ToSjis(char* dst, unsigned int dstSize, char const* src) {
@@ -49,10 +49,9 @@ unsigned int convertCharFromSjisToUtf8(char* dst, unsigned int dstSize, char con
         return INVALID_SIZE;
     }
     SjisChar const character = sjisCharAt(src);
-    unsigned int const result = character.mKind == SjisKind::LITERAL
-                                    ? storeLiteral(dst, dstSize, *src)
-                                    : storeNumber(dst, dstSize, character.mpRecord->mUtf8);
-    return consume(result, character.mBytes, consumed);
+    tellCovered(character.mBytes, consumed);
+    return character.mKind == SjisKind::LITERAL ? storeLiteral(dst, dstSize, *src)
+                                                : storeNumber(dst, dstSize, character.mpRecord->mUtf8);
 }
 
 unsigned int convertStrFromSjisToUtf8(char* dst, unsigned int dstSize, char const* src) {
@@ -73,7 +72,8 @@ unsigned int convertCharFromSjisToUtf16(unsigned short* dst, char const* src, un
     SjisChar const character = sjisCharAt(src);
     bool const isLiteral = character.mKind == SjisKind::LITERAL;
     *dst = isLiteral ? static_cast<unsigned char>(*src) : character.mpRecord->mUtf16;
-    return consume(isLiteral ? 2 : 1, character.mBytes, consumed);
+    tellCovered(character.mBytes, consumed);
+    return isLiteral ? 2 : 1;
 }
 
 unsigned int convertStrFromSjisToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) {

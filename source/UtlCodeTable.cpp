@@ -7,10 +7,9 @@
 namespace utl {
 
 /// Defines a code table by the list of its rows.
-#define UTL_CODE_TABLE(NAME, LIST)                  \
-    UTL_ROW_TEXTS(NAME, RowForms::ONE, LIST);       \
-    TableOf<CodeTableRow, NAME##_NARROW.ROWS> NAME( \
-        RowTable<CodeTableRow, NAME##_NARROW, NAME##_WIDE>::OF_ONE_FORM.rows)
+#define UTL_CODE_TABLE(NAME, LIST)            \
+    UTL_ROW_TEXTS(NAME, RowForms::ONE, LIST); \
+    UTL_TABLE(CodeTableRow, NAME, codeTableImage)
 
 // --- ASCII and what stands in its place in full width
 

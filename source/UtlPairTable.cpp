@@ -6,11 +6,12 @@
 
 namespace utl {
 
+PairAttrib::~PairAttrib() = default;
+
 /// Defines a pair table by the list of its rows.
-#define UTL_PAIR_TABLE(NAME, LIST)                \
-    UTL_ROW_TEXTS(NAME, RowForms::TWO, LIST);     \
-    TableOf<PairAttrib, NAME##_NARROW.ROWS> NAME( \
-        RowTable<PairAttrib, NAME##_NARROW, NAME##_WIDE>::OF_TWO_FORMS.rows)
+#define UTL_PAIR_TABLE(NAME, LIST)            \
+    UTL_ROW_TEXTS(NAME, RowForms::TWO, LIST); \
+    UTL_TABLE(PairAttrib, NAME, pairTableImage)
 
 UTL_PAIR_TABLE(LOWER_UPPER_PAIR,
                "a=A b=B c=C d=D e=E f=F g=G h=H i=I j=J k=K l=L m=M n=N o=O p=P q=Q r=R s=S t=T u=U v=V w=W "

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstddef>
-#include <utility>
+
+#include "UtlAttribConvert.h"
+#include "UtlDualTypeImage.h"
 
 namespace utl {
 
@@ -93,37 +95,52 @@ constexpr RowTexts<T, COUNT> rowTexts(T const (&list)[SIZE], CutList<T, SIZE> co
     constexpr auto NAME##_NARROW = rowTexts<FORMS, rowCount(u8##LIST)>(u8##LIST, NAME##_NARROW_CUT); \
     constexpr auto NAME##_WIDE = rowTexts<FORMS, rowCount(L##LIST)>(L##LIST, NAME##_WIDE_CUT)
 
-/// Rows and an empty one behind them, destroyed by nobody, as the member of a union is not: threads may read
-/// them while the process runs its exit handlers.
-template <typename ROW, std::size_t COUNT>
-union LastingRows {
-    ROW rows[COUNT + 1];
-    ~LastingRows() {}
+/// The virtual table of `PairAttrib`.
+UTL_API extern DestructorTable PAIR_ATTRIB_TABLE asm("_ZTVN3utl10PairAttribE");
+
+/// What a `PairAttrib` is in memory.
+struct PairAttribImage {
+    void const* const* table = PAIR_ATTRIB_TABLE + DESTRUCTOR_ENTRIES;
+    DualTypeImage first;
+    DualTypeImage second;
 };
 
-/// A table as it is given to users.
-template <typename ROW, std::size_t COUNT>
-using TableOf = ROW const (&)[COUNT + 1];
+static_assert(sizeof(PairAttribImage) == sizeof(PairAttrib));
 
-/// The tables of these texts as UTF-8 and as wide text, one `ROW` for each of the `INDICES`; only the one
-/// that is used comes into being. They are aggregates, since g++ would let code fill an array that a
-/// constructor has to initialise.
-template <typename ROW, auto const& NARROW, auto const& WIDE,
-          typename INDICES = std::make_index_sequence<NARROW.ROWS>>
-struct RowTable;
-
-template <typename ROW, auto const& NARROW, auto const& WIDE, std::size_t... I>
-struct RowTable<ROW, NARROW, WIDE, std::index_sequence<I...>> {
-    static LastingRows<ROW, NARROW.ROWS> const OF_ONE_FORM;
-    static LastingRows<ROW, NARROW.ROWS> const OF_TWO_FORMS;
+/// The rows of a table and the one that ends it.
+template <typename IMAGE, unsigned int COUNT>
+struct TableImage {
+    IMAGE rows[COUNT + 1]{};
 };
 
-template <typename ROW, auto const& NARROW, auto const& WIDE, std::size_t... I>
-LastingRows<ROW, NARROW.ROWS> const RowTable<ROW, NARROW, WIDE, std::index_sequence<I...>>::OF_ONE_FORM = {
-    {ROW(NARROW.first[I], WIDE.first[I])..., ROW()}};
+template <unsigned int COUNT>
+constexpr TableImage<DualTypeImage, COUNT> codeTableImage(RowTexts<char, COUNT> const& narrow,
+                                                          RowTexts<wchar_t, COUNT> const& wide) {
+    TableImage<DualTypeImage, COUNT> image;
+    for (unsigned int row = 0; row < COUNT; ++row) {
+        image.rows[row].narrow = narrow.first[row];
+        image.rows[row].wide = wide.first[row];
+    }
+    return image;
+}
 
-template <typename ROW, auto const& NARROW, auto const& WIDE, std::size_t... I>
-LastingRows<ROW, NARROW.ROWS> const RowTable<ROW, NARROW, WIDE, std::index_sequence<I...>>::OF_TWO_FORMS = {
-    {ROW(NARROW.first[I], WIDE.first[I], NARROW.second[I], WIDE.second[I])..., ROW()}};
+template <unsigned int COUNT>
+constexpr TableImage<PairAttribImage, COUNT> pairTableImage(RowTexts<char, COUNT> const& narrow,
+                                                            RowTexts<wchar_t, COUNT> const& wide) {
+    TableImage<PairAttribImage, COUNT> image;
+    for (unsigned int row = 0; row < COUNT; ++row) {
+        image.rows[row].first.narrow = narrow.first[row];
+        image.rows[row].first.wide = wide.first[row];
+        image.rows[row].second.narrow = narrow.second[row];
+        image.rows[row].second.wide = wide.second[row];
+    }
+    return image;
+}
+
+/// Defines the array of `ROW` that users know as an alias of its image.
+#define UTL_TABLE(ROW, NAME, MAKE_IMAGE)                               \
+    [[maybe_unused]] constexpr auto NAME##_IMAGE asm(#NAME "_IMAGE") = \
+        MAKE_IMAGE(NAME##_NARROW, NAME##_WIDE);                        \
+    extern ROW const NAME[NAME##_NARROW.ROWS + 1] __attribute__((alias(#NAME "_IMAGE")))
 
 }  // namespace utl

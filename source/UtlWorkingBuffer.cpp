@@ -1,5 +1,8 @@
 #include "UtlWorkingBuffer.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "UtlProcessWide.h"
 
 namespace utl {
@@ -10,25 +13,29 @@ StaticBuffer& StaticBuffer::get() {
     return *lTheBuffer;
 }
 
-char* StaticBuffer::takeSlot() {
+void StaticBuffer::lendTo(void const* borrower) {
     int const depth = mDepth++;
-    int const lastSlot = static_cast<int>(SLOT_COUNT) - 1;
-    return mBuffers[depth < 0 ? 0 : depth < lastSlot ? depth : lastSlot];
+    if (depth <= 0) {
+        mBorrowers[0] = borrower;
+    } else if (depth == 1) {
+        mBorrowers[mBorrowers[1] == nullptr ? 1 : 2] = borrower;
+    }
 }
 
-void StaticBuffer::giveSlotBack() {
+void StaticBuffer::takeBackFrom(void const* borrower) {
+    std::replace(std::begin(mBorrowers), std::end(mBorrowers), borrower, static_cast<void const*>(nullptr));
     --mDepth;
 }
 
 template <typename T>
 WorkingBuffer<T>::WorkingBuffer() : mStaticBuffer(&StaticBuffer::get()) {
     mStaticBuffer->mSyncObject.lock();
-    mpSlot = mStaticBuffer->takeSlot();
+    mStaticBuffer->lendTo(this);
 }
 
 template <typename T>
 WorkingBuffer<T>::~WorkingBuffer() {
-    mStaticBuffer->giveSlotBack();
+    mStaticBuffer->takeBackFrom(this);
     mStaticBuffer->mSyncObject.unlock();
 }
 

@@ -44,6 +44,34 @@ FIELD fieldAt(OBJECT const& object, std::size_t offset) {
     return field;
 }
 
+/// True if two objects are the same byte by byte, virtual table included.
+template <typename OBJECT>
+bool haveSameBytes(OBJECT const& left, OBJECT const& right) {
+    void const* const bytes = &left;
+    void const* const others = &right;
+    return std::memcmp(bytes, others, sizeof(OBJECT)) == 0;
+}
+
+/// As a derived class of these bases with one field of its own.
+template <typename FIELD, typename... BASES>
+struct Derived : BASES... {
+    FIELD field;
+};
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored \
+    "-Winvalid-offsetof"  // the bases are not virtual: both compilers know the place
+
+/// Where the first field of a class with these bases begins: behind their fields, where its alignment lets
+/// it. That may be in front of the end of the last base, if this one has padding there.
+template <typename FIELD, typename... BASES>
+constexpr std::size_t firstFieldBehind() {
+    using Class = Derived<FIELD, BASES...>;
+    return offsetof(Class, field);
+}
+
+#pragma GCC diagnostic pop
+
 /// Where the fields of a class begin that has virtual operations and no base class.
 constexpr std::size_t FIRST_FIELD = sizeof(void*);
 

@@ -3,10 +3,14 @@
 // The rows of code and pair tables as numbers: characters that look alike are told apart, and nobody needs a
 // font to read a failure.
 
+#include <dlfcn.h>
+#include <link.h>
+
 #include <cstddef>
 #include <cstdio>
 #include <string>
 
+#include "TestLayout.h"
 #include "UtlAttribConvert.h"
 #include "UtlCharAttrib.h"
 
@@ -77,5 +81,33 @@ struct ExpectedTable {
     std::size_t size;
     char const* codes;
 };
+
+/// What the dynamic linker knows at this address: the name of the variable and its size.
+inline std::string variableAt(void const* address) {
+    Dl_info info{};
+    ElfW(Sym)* symbol = nullptr;
+    bool const isKnown = dladdr1(address, &info, reinterpret_cast<void**>(&symbol), RTLD_DL_SYMENT) != 0;
+    return isKnown && info.dli_saddr == address ? info.dli_sname + (' ' + std::to_string(symbol->st_size))
+                                                : "nothing";
+}
+
+/// The same for an array of a table's name and size.
+template <typename ROW>
+std::string arrayOf(ExpectedTable<ROW> const& table) {
+    std::string const name = table.name;
+    return "_ZN3utl" + std::to_string(name.size()) + name + "E " + std::to_string(table.size * sizeof(ROW));
+}
+
+/// True if the rows are objects as their constructor makes them, virtual table included.
+template <typename ROW>
+bool hasConstructedRows(ExpectedTable<ROW> const& table) {
+    for (std::size_t i = 0; i < table.size; ++i) {
+        ROW const copy(table.rows[i]);
+        if (!haveSameBytes(copy, table.rows[i])) {
+            return false;
+        }
+    }
+    return true;
+}
 
 }  // namespace utltest

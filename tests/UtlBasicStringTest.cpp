@@ -79,14 +79,20 @@ bool isShared(String const& text) {
     return text.buffer() == String::EMPTY_STR.mNarrow;
 }
 
-// An object of this type would be destroyed while threads still make strings.
-static_assert(std::is_reference_v<decltype(String::EMPTY_STR)>);
+using EmptyTexts = utl::DualType<char const*, wchar_t const*>;
+
+static_assert(std::is_same_v<decltype(String::EMPTY_STR), EmptyTexts>);
 
 TEST(EmptyStr, PointsAtTheZeroCharacters) {
     EXPECT_EQ(String::EMPTY_STR.mNarrow, &String::mEmptyChar);
     EXPECT_EQ(String::EMPTY_STR.mWide, &String::mEmptyWChar);
     EXPECT_EQ(String::mEmptyChar, '\0');
     EXPECT_EQ(String::mEmptyWChar, L'\0');
+}
+
+TEST(EmptyStr, IsAnObjectAsItsConstructorMakesIt) {
+    EmptyTexts const made(&String::mEmptyChar, &String::mEmptyWChar);
+    EXPECT_TRUE(utltest::haveSameBytes(made, String::EMPTY_STR));
 }
 
 TEST(EmptyStr, IsFilledBeforeAnyInitialiserRuns) {
@@ -696,6 +702,45 @@ TEST(BasicString, ResizeMax_ToZeroOfASharingString_KeepsItSharing) {
     EXPECT_TRUE(isShared(text));
     EXPECT_EQ(text.maxSize(), 1U);
     EXPECT_EQ(gArrayDeletions, deletions);
+}
+
+// Leaves the text and its buffer with a capacity of 1.
+void loseCapacity(String* text) {
+    NoEmptyTextScope const scope;
+    text->resizeMax(1);
+}
+
+TEST(BasicString, Assign_OfItselfOrOfAPartOfItself_InACapacityBelowTheText_TakesThatText) {
+    String whole("abcdef");
+    loseCapacity(&whole);
+    whole = *&whole;
+    EXPECT_STREQ(whole.buffer(), "abcdef");
+    EXPECT_EQ(whole.maxSize(), 7U);
+    String part("abcdef");
+    loseCapacity(&part);
+    part = part.buffer() + 2;
+    EXPECT_STREQ(part.buffer(), "cdef");
+    EXPECT_EQ(part.maxSize(), 5U);
+}
+
+TEST(BasicString, Copy_OfItselfOrOfAPartOfItself_InACapacityBelowTheText_TakesThatText) {
+    String whole("abcdef", 0, 1);
+    loseCapacity(&whole);
+    EXPECT_TRUE(whole.copy(whole.buffer(), INVALID_SIZE, 0));
+    EXPECT_STREQ(whole.buffer(), "abcdef");
+    String part("abcdef", 0, 1);
+    loseCapacity(&part);
+    EXPECT_TRUE(part.copy(part.buffer() + 2, 3, 0));
+    EXPECT_STREQ(part.buffer(), "cde");
+}
+
+TEST(BasicString, Assign_OfAPartOfItself_WhereTheAllocatorGivesNull_LeavesNoBuffer) {
+    String text("abcdef");
+    loseCapacity(&text);
+    AllocatorScope const scope(Allocator::GIVES_NULL);
+    text = text.buffer() + 2;
+    EXPECT_EQ(text.buffer(), nullptr);
+    EXPECT_EQ(text.maxSize(), 5U);
 }
 
 TEST(BasicString, ResizeMax_ToZeroOrOneBeforeTheEmptyTextIsThere_IsFalseAndKeepsTheBuffer) {

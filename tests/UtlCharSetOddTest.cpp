@@ -182,22 +182,21 @@ TEST(CharSet, Utf8ToSjis_OfACharacterWithSeveralCodes_WritesTheOneThatOthersWrit
     }
 }
 
-TEST(CharSet, AnyCharacterFunction_ThatFails_TouchesNeitherTheTextNorTheCount) {
-    Step const refused{utl::INVALID_SIZE, UNTOUCHED, "#"};
-    EXPECT_EQ(stepInto(1, utl::convertCharFromUtf8ToSjis, "あ"), refused);
-    EXPECT_EQ(stepInto(1, utl::convertCharFromSjisToUtf8, "\xB1"), refused);
-    EXPECT_EQ(stepInto(1, utl::convertCharFromSjisToUtf8, "\x81\x98"), refused);
-    EXPECT_EQ(stepInto(2, utl::convertCharFromSjisToUtf8, "\x82\xA0"),
-              (Step{utl::INVALID_SIZE, UNTOUCHED, "##"}));
+TEST(CharSet, AnyCharacterFunction_WithTooLittleRoom_TouchesTheCountAlone) {
+    EXPECT_EQ(stepInto(1, utl::convertCharFromUtf8ToSjis, "あ"), (Step{utl::INVALID_SIZE, 3, "#"}));
+    EXPECT_EQ(stepInto(1, utl::convertCharFromSjisToUtf8, "\xB1"), (Step{utl::INVALID_SIZE, 1, "#"}));
+    EXPECT_EQ(stepInto(1, utl::convertCharFromSjisToUtf8, "\x81\x98"), (Step{utl::INVALID_SIZE, 2, "#"}));
+    EXPECT_EQ(stepInto(2, utl::convertCharFromSjisToUtf8, "\x82\xA0"), (Step{utl::INVALID_SIZE, 2, "##"}));
+}
+
+TEST(CharSet, AnyCharacterFunction_ThatSeesNoCharacter_TouchesNeitherTheTextNorTheCount) {
     unsigned int consumed = UNTOUCHED;
     unsigned short unit = 0xBEEF;
-    EXPECT_EQ(utl::convertCharFromUtf8ToSjis(nullptr, 9, "あ", &consumed), utl::INVALID_SIZE);
-    EXPECT_EQ(utl::convertCharFromUtf8ToSjis(nullptr, 9, "\xE2\x82\xAC", &consumed), utl::INVALID_SIZE);
-    EXPECT_EQ(utl::convertCharFromSjisToUtf8(nullptr, 9, "\xB1", &consumed), utl::INVALID_SIZE);
+    EXPECT_EQ(utl::convertCharFromUtf8ToSjis(nullptr, 9, nullptr, &consumed), utl::INVALID_SIZE);
     EXPECT_EQ(utl::convertCharFromSjisToUtf8(nullptr, 9, nullptr, &consumed), utl::INVALID_SIZE);
     EXPECT_EQ(utl::convertCharFromSjisToUtf16(nullptr, "a", &consumed), utl::INVALID_SIZE);
     EXPECT_EQ(utl::convertCharFromUtf8ToUtf16(nullptr, "a", &consumed), utl::INVALID_SIZE);
-    for (char const* const text : {"", "\x80", "\xC3", "\xC3x", "\xC0\x80", "\xE3\x81", "\xF0\x9F\x98\x80"}) {
+    for (char const* const text : {"", "\x80", "\xC3", "\xC3x", "\xC0\x80", "\xE3\x81", "\xF0\x9F\x98"}) {
         EXPECT_EQ(utl::convertCharFromUtf8ToUtf16(&unit, exactly(text).data(), &consumed), utl::INVALID_SIZE);
     }
     EXPECT_EQ(utl::convertCharFromUtf8ToUtf16(&unit, nullptr, &consumed), utl::INVALID_SIZE);

@@ -172,23 +172,32 @@ TEST(CharFunctions, TheTerminator_IsACharacterOfOneByte) {
     EXPECT_EQ(toUtf8(""), converting(ZERO, 1));
 }
 
-TEST(CharFunctions, TooLittleRoom_FailsAndLeavesEverythingAlone) {
-    EXPECT_EQ(convertOne(&utl::convertCharFromUtf8ToSjis, "\xE3\x81\x82", 1),
-              (One{INVALID_SIZE, NOT_SET, "~"}));
+TEST(CharFunctions, TooLittleRoom_FailsAndTellsOnlyWhatTheCharacterCovers) {
+    EXPECT_EQ(convertOne(&utl::convertCharFromUtf8ToSjis, "\xE3\x81\x82", 1), (One{INVALID_SIZE, 3, "~"}));
+    EXPECT_EQ(convertOne(&utl::convertCharFromUtf8ToSjis, "\xC2\xA7", 1), (One{INVALID_SIZE, 2, "~"}));
     for (unsigned int size : {1U, 2U}) {
         EXPECT_EQ(convertOne(&utl::convertCharFromSjisToUtf8, "\x82\xA0", size),
-                  (One{INVALID_SIZE, NOT_SET, std::string(size, '~')}));
+                  (One{INVALID_SIZE, 2, std::string(size, '~')}));
+        EXPECT_EQ(convertOne(&utl::convertCharFromSjisToUtf8, "\xB1", size),
+                  (One{INVALID_SIZE, 1, std::string(size, '~')}));
     }
-    EXPECT_EQ(convertOne(&utl::convertCharFromSjisToUtf8, "\x81\x98", 1), (One{INVALID_SIZE, NOT_SET, "~"}));
+    EXPECT_EQ(convertOne(&utl::convertCharFromSjisToUtf8, "\x81\x98", 1), (One{INVALID_SIZE, 2, "~"}));
+}
+
+// A null `consumed` is told nothing, on failure as on success.
+unsigned int coveredWithoutBuffer(CharFunction convert, char const* text) {
+    unsigned int consumed = NOT_SET;
+    EXPECT_EQ(convert(nullptr, 4, text, &consumed), INVALID_SIZE);
+    EXPECT_EQ(convert(nullptr, 4, text, nullptr), INVALID_SIZE);
+    return consumed;
 }
 
 TEST(CharFunctions, NullWithASize_FailsExceptForALiteral) {
+    EXPECT_EQ(coveredWithoutBuffer(&utl::convertCharFromUtf8ToSjis, "\xE3\x81\x82"), 3U);
+    EXPECT_EQ(coveredWithoutBuffer(&utl::convertCharFromUtf8ToSjis, "\xC3\xA9"), 2U);
+    EXPECT_EQ(coveredWithoutBuffer(&utl::convertCharFromSjisToUtf8, "\x82\xA0"), 2U);
+    EXPECT_EQ(coveredWithoutBuffer(&utl::convertCharFromSjisToUtf8, "\xB1"), 1U);
     unsigned int consumed = NOT_SET;
-    EXPECT_EQ(utl::convertCharFromUtf8ToSjis(nullptr, 4, "\xE3\x81\x82", &consumed), INVALID_SIZE);
-    EXPECT_EQ(utl::convertCharFromUtf8ToSjis(nullptr, 4, "\xC3\xA9", &consumed), INVALID_SIZE);
-    EXPECT_EQ(utl::convertCharFromSjisToUtf8(nullptr, 4, "\x82\xA0", &consumed), INVALID_SIZE);
-    EXPECT_EQ(utl::convertCharFromSjisToUtf8(nullptr, 4, "\xB1", &consumed), INVALID_SIZE);
-    EXPECT_EQ(consumed, NOT_SET);
     EXPECT_EQ(utl::convertCharFromUtf8ToSjis(nullptr, 4, "z", &consumed), 1U);
     EXPECT_EQ(consumed, 1U);
     consumed = NOT_SET;
@@ -283,11 +292,16 @@ TEST(CharFromUtf8ToUtf16, AByteOrderMark_IsACharacterOfThreeBytes) {
 }
 
 TEST(CharFromUtf8ToUtf16, WhatIsNoCharacterOfThreeBytes_Fails) {
-    for (char const* text :
-         {"", "\x80", "\xC0\x80", "\xC1\xBF", "\xC2", "\xC2z", "\xE3", "\xE3\x81", "\xE3\x81z",
-          "\xE0\x9F\xBF", "\xF0\x9F\x98\x80", "\xF0\x9F\x98", "\xF8", "\xFF"}) {
+    for (char const* text : {"", "\x80", "\xC0\x80", "\xC1\xBF", "\xC2", "\xC2z", "\xE3", "\xE3\x81",
+                             "\xE3\x81z", "\xE0\x9F\xBF", "\xF0\x9F\x98", "\xF8", "\xFF"}) {
         EXPECT_EQ(unitOf(&utl::convertCharFromUtf8ToUtf16, text), NO_RESULT) << testing::PrintToString(text);
     }
+}
+
+TEST(CharFromUtf8ToUtf16, ACharacterOfFourBytes_FailsAndTellsWhatItCovers) {
+    OneUnit expected = NO_RESULT;
+    expected.consumed = 4;
+    EXPECT_EQ(unitOf(&utl::convertCharFromUtf8ToUtf16, "\xF0\x9F\x98\x80"), expected);
 }
 
 TEST(CharFunctions, ANullUnit_Fails) {

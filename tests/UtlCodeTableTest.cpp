@@ -88,6 +88,18 @@ Expected const TABLES[] = {
     {"ZEN_HANDAKUTEN_TBL", utl::ZEN_HANDAKUTEN_TBL, "309C"},
 };
 
+TEST(CodeTable, IsAnArrayUnderItsName) {
+    for (Expected const& table : TABLES) {
+        EXPECT_EQ(utltest::variableAt(table.rows), utltest::arrayOf(table));
+    }
+}
+
+TEST(CodeTable, HoldsRowsAsTheirConstructorMakesThem) {
+    for (Expected const& table : TABLES) {
+        EXPECT_TRUE(utltest::hasConstructedRows(table)) << table.name;
+    }
+}
+
 TEST(CodeTable, HoldsItsCharactersInTheirOrder) {
     for (Expected const& table : TABLES) {
         EXPECT_EQ(codesOf(table.rows, table.size), table.codes) << table.name;

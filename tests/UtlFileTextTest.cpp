@@ -315,6 +315,12 @@ TEST_F(FileText, ReadText_OfShiftJisBytesThatAreNoUtf8_IsMinusOneAndHasMoved) {
                                    "a\xFD", "a\xF0\x40"}) {
         EXPECT_EQ(readText(reading(text, SJIS), 100).result, -1);
     }
+    for (char const lead : {'\xF0', '\xF4', '\xF9', '\xFD', '\xFF'}) {
+        for (char digit = '0'; digit <= '9'; ++digit) {
+            EXPECT_EQ(readText(reading({lead, digit}, SJIS), 100).result, -1);
+            EXPECT_EQ(readText(reading({'a', lead, digit, 'b'}, SJIS), 100).result, -1);
+        }
+    }
     unsigned int length = UNTOUCHED;
     EXPECT_EQ(reading("a\x80", SJIS).readText(static_cast<char*>(nullptr), 0, 100, 0, &length), 2);
     EXPECT_EQ(length, 3U) << "which the question for the size does not see";
@@ -389,8 +395,8 @@ TEST_F(FileText, ReadText_OfAFileThatIsCutMeanwhile_IsAtTheEndOfFile) {
 
 // Bytes of all kinds, many lengths around that of a conversion which needs no heap.
 TEST_F(FileText, ReadText_OfAnyShiftJis_GivesWhatConvertingAndCopyingGive) {
-    static char const* const pieces[] = {"\x81\x40", "\x82\xA0", "\xB1",    "a",
-                                         "\x83\xBF", "\x88\x9F", "\x84\x40"};
+    static char const* const pieces[] = {"\x81\x40", "\x82\xA0", "\xB1",     "a",
+                                         "7",        "\x83\xBF", "\x88\x9F", "\x84\x40"};
     static char const* const rarePieces[] = {"\x80",     "\xA0",     "\xF1", "\xFD", "\xF1\x80\x80\x80",
                                              "\xF1\x80", "\x85\x41", "\x81"};
     std::minstd_rand lots(1);

@@ -373,6 +373,16 @@ TEST(Map, Copy_TakesAllEntriesOrFailsAndKeepsItsOwn) {
     EXPECT_EQ(growing.size(), 3U);
 }
 
+TEST(Map, Insert_IntoAMapBuiltWithNoSlots_WorksOnceACopyHasBroughtStorage) {
+    Map<int, int> source(1, 0);
+    source.insert(1, 10);
+    Map<int, int> map(0, 1);
+    EXPECT_FALSE(map.insert(2, 20));
+    EXPECT_TRUE(map.copy(source));
+    EXPECT_TRUE(map.insert(2, 20));
+    EXPECT_EQ(keysOf(map), (std::vector<int>{1, 2}));
+}
+
 TEST(Map, AnOrderOfItsOwn_RulesInsertionFindingAndErasing) {
     Map<int, int, int const&, int const&, Descending> map(4, 0);
     for (int key : {2, 4, 1, 3}) {

@@ -835,8 +835,10 @@ TEST_F(SharedThread, ItsFields_HaveTheirOrder) {
     std::vector<std::size_t> const fields = utl::MsgDrivenSharedThreadTestAccess::fields(thread);
     EXPECT_EQ(offsetIn(thread, static_cast<utl::MsgDrivenThread const&>(thread)), 0U);
     EXPECT_EQ(offsetIn(thread, static_cast<utl::ThreadMsgListener const&>(thread)),
-              sizeof(utl::MsgDrivenThread));
-    EXPECT_EQ(fields.front(), sizeof(utl::MsgDrivenThread) + sizeof(utl::ThreadMsgListener));
+              (utltest::firstFieldBehind<void*, utl::MsgDrivenThread>()));
+    using Listeners = utl::Array<utl::ThreadMsgListener*>;
+    EXPECT_EQ(fields.front(),
+              (utltest::firstFieldBehind<Listeners, utl::MsgDrivenThread, utl::ThreadMsgListener>()));
     EXPECT_TRUE(areRising(fields));
 }
 

@@ -1369,7 +1369,7 @@ TEST_F(MsgDrivenThread, FramesBeyondThirtyTwoBits_AreNotAllocatedOnAnyAbi) {
 TEST_F(MsgDrivenThread, ItsFields_HaveTheirOrder) {
     utl::MsgDrivenThread const thread(8, 4, "fields", 2);
     std::vector<std::size_t> const fields = ThreadAccess::fields(thread);
-    EXPECT_EQ(fields.front(), sizeof(utl::Thread));
+    EXPECT_EQ(fields.front(), (utltest::firstFieldBehind<utl::ThreadMsgListener*, utl::Thread>()));
     EXPECT_TRUE(areRising(fields));
 }
 

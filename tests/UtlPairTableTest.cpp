@@ -82,6 +82,18 @@ Expected const TABLES[] = {
      "30D2=30D4 30D5=30D7 30D8=30DA 30DB=30DD 306F=3071 3072=3074 3075=3077 3078=307A 307B=307D =309C"},
 };
 
+TEST(PairTable, IsAnArrayUnderItsName) {
+    for (Expected const& table : TABLES) {
+        EXPECT_EQ(utltest::variableAt(table.rows), utltest::arrayOf(table));
+    }
+}
+
+TEST(PairTable, HoldsRowsAsTheirConstructorMakesThem) {
+    for (Expected const& table : TABLES) {
+        EXPECT_TRUE(utltest::hasConstructedRows(table)) << table.name;
+    }
+}
+
 TEST(PairTable, HoldsItsPairsInTheirOrder) {
     for (Expected const& table : TABLES) {
         EXPECT_EQ(codesOf(table.rows, table.size), table.codes) << table.name;

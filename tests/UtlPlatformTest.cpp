@@ -7,12 +7,15 @@
 #include <climits>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 // The built-in platform functions. The tests link a `BinaryLogWrite` of their own, so the built-in one is
 // asked for at the library itself.
 
 namespace {
+
+static_assert(std::is_same_v<utl::tchar, char>);
 
 // Marks a place that must not be written to.
 constexpr wchar_t UNTOUCHED_WIDE = 0x7EADBEEF;

@@ -270,7 +270,8 @@ TEST_F(SharedTimer, AThreadThatCannotBeRegistered_EndsAtOnce) {
 TEST_F(SharedTimer, ItsFields_HaveTheirOrder) {
     ScopedTimers timers;
     std::vector<std::size_t> const fields = SharedTimerAccess::fields(*timers);
-    EXPECT_EQ(fields.front(), sizeof(utl::Thread));
+    using CtlQueue = utl::Queue<utl::SharedTimer::TimerCtlMsg>;
+    EXPECT_EQ(fields.front(), (utltest::firstFieldBehind<CtlQueue, utl::Thread>()));
     EXPECT_TRUE(areRising(fields));
 }
 

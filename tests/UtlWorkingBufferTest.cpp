@@ -26,8 +26,14 @@ static_assert(!std::is_polymorphic_v<utl::StaticBuffer>);
 
 // A store of its own, so that its state can be brought where the process's one never gets.
 struct OwnStore : utl::StaticBuffer {
-    using StaticBuffer::giveSlotBack;
-    using StaticBuffer::takeSlot;
+    using StaticBuffer::lendTo;
+    using StaticBuffer::slotOf;
+    using StaticBuffer::takeBackFrom;
+
+    char* slotLentTo(void const* borrower) {
+        lendTo(borrower);
+        return slotOf(borrower);
+    }
 };
 
 TEST(WorkingBuffer, Nested_ThreeDeep_HaveSlotsOfTheirOwn) {
@@ -78,6 +84,55 @@ TEST(WorkingBuffer, Destructor_GivesTheSlotBackForTheNextOne) {
         Scratch const second;
         EXPECT_EQ(second.get(), inner);
     }
+}
+
+TEST(WorkingBuffer, EndedInAnyOrder_LeavesTheSlotsOfTheOthersWhereTheyAre) {
+    for (std::size_t ended = 0; ended < 5; ++ended) {
+        std::vector<std::unique_ptr<Scratch>> loans;
+        std::vector<char*> slots;
+        for (int i = 0; i < 5; ++i) {
+            loans.push_back(std::make_unique<Scratch>());
+            slots.push_back(loans.back()->get());
+        }
+        for (std::size_t i = 0; i < 5; ++i) {
+            loans[(ended + 2 * i) % 5].reset();
+            for (std::size_t left = 0; left < 5; ++left) {
+                EXPECT_TRUE(loans[left] == nullptr || loans[left]->get() == slots[left]);
+            }
+        }
+    }
+}
+
+TEST(WorkingBuffer, TakenBehindTheEndOfAnOuterOne_HasTheSlotOfItsDepth) {
+    auto outer = std::make_unique<Scratch>();
+    auto inner = std::make_unique<Scratch>();
+    char* const firstSlot = outer->get();
+    char* const secondSlot = inner->get();
+    outer.reset();
+    for (int i = 0; i < 3; ++i) {
+        outer = std::make_unique<Scratch>();
+        EXPECT_EQ(outer->get(), secondSlot);
+        EXPECT_EQ(inner->get(), secondSlot);
+        std::swap(outer, inner);
+        outer.reset();
+    }
+    inner.reset();
+    Scratch const next;
+    EXPECT_EQ(next.get(), firstSlot);
+}
+
+TEST(WorkingBuffer, TakenWhereAnotherOneStood_HasTheSlotOfItsOwnDepth) {
+    alignas(Scratch) unsigned char place[sizeof(Scratch)];
+    auto* loan = new (place) Scratch;
+    char* const firstSlot = loan->get();
+    loan->~Scratch();
+    Scratch const first;
+    Scratch const second;
+    loan = new (place) Scratch;
+    EXPECT_EQ(first.get(), firstSlot);
+    EXPECT_NE(loan->get(), first.get());
+    EXPECT_NE(loan->get(), second.get());
+    loan->~Scratch();
 }
 
 TEST(WorkingBuffer, Size_Is10240Bytes) {
@@ -144,8 +199,9 @@ TEST(StaticBuffer, Construction_ZeroesAllSlots) {
     std::size_t room = memory.size();
     std::align(alignof(OwnStore), sizeof(OwnStore), place, room);
     auto* const store = new (place) OwnStore;
-    for (int i = 0; i < 3; ++i) {
-        char const* const slot = store->takeSlot();
+    char const borrowers[3]{};
+    for (char const& borrower : borrowers) {
+        char const* const slot = store->slotLentTo(&borrower);
         EXPECT_EQ(std::count(slot, slot + utl::StaticBuffer::SLOT_SIZE, '\0'), 10240);
     }
     store->~OwnStore();
@@ -154,30 +210,32 @@ TEST(StaticBuffer, Construction_ZeroesAllSlots) {
 TEST(StaticBuffer, Fields_StandInTheOrderLockSlotsDepth) {
     auto const store = std::make_unique<OwnStore>();
     utl::SyncObject const lock;
+    char const borrowers[3]{};
     EXPECT_EQ(utltest::fieldAt<void*>(*store, 0), utltest::fieldAt<void*>(lock, 0));
     for (std::size_t i = 0; i < 3; ++i) {
-        char const* const slot = store->takeSlot();
+        char const* const slot = store->slotLentTo(borrowers + i);
         EXPECT_EQ(utltest::offsetIn(*store, *slot), sizeof(lock) + i * 10240);
     }
     EXPECT_EQ(utltest::fieldAt<int>(*store, sizeof(lock) + std::size_t{3} * 10240), 3);
 }
 
-TEST(WorkingBuffer, Fields_StandInTheOrderStoreSlot) {
+TEST(WorkingBuffer, HasTheStoreAsItsOnlyField) {
     Scratch const scratch;
     EXPECT_EQ(utltest::fieldAt<utl::StaticBuffer*>(scratch, utltest::FIRST_FIELD), &utl::StaticBuffer::get());
-    EXPECT_EQ(utltest::fieldAt<char*>(scratch, utltest::BEHIND_POINTER), scratch.get());
+    EXPECT_EQ(sizeof(scratch), utltest::BEHIND_POINTER);
 }
 
-TEST(StaticBuffer, TakeSlot_BelowDepthZero_GivesTheFirstSlot) {
+TEST(StaticBuffer, LendTo_BelowDepthZero_LendsTheFirstSlot) {
     auto const store = std::make_unique<OwnStore>();
-    char* const first = store->takeSlot();
-    store->giveSlotBack();
-    store->giveSlotBack();
-    store->giveSlotBack();
-    EXPECT_EQ(store->takeSlot(), first);
-    EXPECT_EQ(store->takeSlot(), first);
-    EXPECT_EQ(store->takeSlot(), first);
-    EXPECT_NE(store->takeSlot(), first);
+    char const borrowers[4]{};
+    char* const first = store->slotLentTo(borrowers);
+    for (int i = 0; i < 3; ++i) {
+        store->takeBackFrom(borrowers);
+    }
+    EXPECT_EQ(store->slotLentTo(borrowers), first);
+    EXPECT_EQ(store->slotLentTo(borrowers + 1), first);
+    EXPECT_EQ(store->slotLentTo(borrowers + 2), first);
+    EXPECT_NE(store->slotLentTo(borrowers + 3), first);
 }
 
 // Runs behind the destructors of everything that came into being after its registration.
