@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "UtlCharDecoder.h"
+#include "UtlProcessWide.h"
 #include "UtlString.h"
 #include "UtlStringSearch.h"
 #include "UtlWorkingBuffer.h"
@@ -37,16 +38,9 @@ unsigned int countMatches(char const* text, char const* from) {
 
 using EmptyTexts = DualType<char const*, wchar_t const*>;
 
-/// Holds the empty texts from the first moment on, and for ever: threads may still make strings while the
-/// process runs its exit handlers, and a union's member is destroyed by nobody.
-union UndestroyedEmptyTexts {
-    constexpr UndestroyedEmptyTexts(char const* narrow, wchar_t const* wide) : texts(narrow, wide) {}
-    ~UndestroyedEmptyTexts() {}
-
-    EmptyTexts texts;
-};
-
-UndestroyedEmptyTexts gEmptyTexts(&BasicString<char>::mEmptyChar, &BasicString<char>::mEmptyWChar);
+// Threads may still make strings while the process runs its exit handlers.
+UTL_CONSTINIT ProcessWideConstant<EmptyTexts> gEmptyTexts(&BasicString<char>::mEmptyChar,
+                                                          &BasicString<char>::mEmptyWChar);
 
 }  // namespace
 
@@ -57,7 +51,7 @@ template <typename T>
 wchar_t BasicString<T>::mEmptyWChar = 0;
 
 template <typename T>
-DualType<char const*, wchar_t const*>& BasicString<T>::EMPTY_STR = gEmptyTexts.texts;
+DualType<char const*, wchar_t const*>& BasicString<T>::EMPTY_STR = gEmptyTexts.mValue;
 
 template <typename T>
 BasicString<T>::BasicString() : mBuffer(nullptr), mMaxSize(1), mAutoResize(0), mShared(false) {
