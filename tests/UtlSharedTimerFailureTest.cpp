@@ -963,7 +963,8 @@ TEST_F(SharedTimerWatched, EachCallOfTheConstructor_IsReportedInFrontOfItAndBehi
         return hooks::sigAction.real(number, action, old);
     });
     ScopedTimers const timers;
-    EXPECT_EQ(mPlaces, (std::vector<std::string>{"SharedTimer 1", "installTimeoutSignalHandler 1"}));
+    EXPECT_EQ(mPlaces, (std::vector<std::string>{"SharedTimer 1", "installTimeoutSignalHandler 1",
+                                                 "installTimeoutSignalHandler 1"}));
     EXPECT_EQ(reportsAtSigAction - reportsAtPipe, 4U)
         << "behind the pipe, around the signal set, in front of the signal action";
     EXPECT_TRUE(manager->unregister(kernelId()));
