@@ -420,6 +420,7 @@ TEST_F(SharedTimerFailure, APipeAtItsLimit_GetsNoTokenThatCouldBlockItsWriter) {
         std::atomic<int> ready{0};
         auto const meet = [&ready] {
             for (++ready; ready < 2;) {
+                std::this_thread::yield();
             }
         };
         std::thread handler([&] {
