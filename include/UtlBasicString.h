@@ -40,6 +40,9 @@ class UTL_API Range {
     T mHigh;  ///< the last value
 };
 
+/// Chooses the constructor that makes a constant: what it makes is there before any code of the program runs.
+struct ConstantTag {};
+
 /// UTF-8 text that owns its buffer; *external lock needed*, because a string holds none.
 ///
 /// The capacity is explicit and never shrinks by itself. `operator=` and `operator+=` always enlarge it to
@@ -67,6 +70,10 @@ class UTL_API BasicString {
 
     /// An empty string of capacity 1; allocates nothing.
     BasicString();
+
+    /// The same as a constant, whatever `EMPTY_STR` holds.
+    explicit constexpr BasicString(ConstantTag)
+        : mBuffer(&mEmptyChar), mMaxSize(1), mAutoResize(0), mShared(true) {}
 
     /// An empty string; `maxSize` counts the terminator, and 0 means 1. All bytes are zero.
     BasicString(unsigned int maxSize, int autoResize);

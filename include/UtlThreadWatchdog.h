@@ -32,7 +32,7 @@ class UTL_API StatementInfo {
     unsigned int line;     ///< counted from 1
     unsigned int sub;      ///< position inside the statement
 
-    /// No place: empty texts, line 0 and sub 0.
+    /// No place: empty texts, line 0 and sub 0. It is there before any code runs, and never destroyed.
     static StatementInfo const& INVALID;
 };
 
@@ -59,10 +59,13 @@ struct UTL_API WatchdogInfo {
     /// The default time between two looks at the watched threads, in milliseconds.
     static constexpr unsigned int DEFAULT_WATCH_INTERVAL = 1000;
 
-    /// A thread without id that is not watched.
+    /// A thread without id that is not watched. It is there before any code runs, and never destroyed.
     static WatchdogInfo const& INVALID;
 
     WatchdogInfo();
+
+    /// The same as a constant.
+    explicit constexpr WatchdogInfo(ConstantTag tag) : name(tag) {}
 
     /// The fields with the given values; a null name counts as empty. The others as in a default record.
     WatchdogInfo(int threadId, unsigned int allowedTime, WatchdogTimerListener* timerListener,

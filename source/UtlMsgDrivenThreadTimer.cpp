@@ -30,9 +30,9 @@ bool MsgDrivenThread::installTimeoutSignalHandler() {
     return false;
 }
 
-void MsgDrivenThread::TimeoutSignalHandler(int /*signo*/, siginfo_t* info, void* /*context*/) {
+void MsgDrivenThread::TimeoutSignalHandler(int signalNumber, siginfo_t* info, void* context) {
     TokenIo io = {};
-    if (!writeTimerToken(*info, &io)) {
+    if (!serveTimerSignal(signalNumber, info, context, &io)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread::TimeoutSignalHandler() Error. write Ret:%u errno:%d SysTimerNum=%d PIPE=%d",
                io.mRet, io.mErrno, info->si_timerid, info->si_value.sival_int);

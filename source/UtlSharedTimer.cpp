@@ -81,9 +81,9 @@ bool SharedTimer::installTimeoutSignalHandler() {
     return result != TimerHandlerInstallation::Result::FAILED;
 }
 
-void SharedTimer::TimeoutSignalHandler(int /*signo*/, siginfo_t* info, void* /*context*/) {
+void SharedTimer::TimeoutSignalHandler(int signalNumber, siginfo_t* info, void* context) {
     TokenIo io = {};
-    if (!writeTimerToken(*info, &io)) {
+    if (!serveTimerSignal(signalNumber, info, context, &io)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "SharedTimerThread() Error. write Ret:%u errno:%d", io.mRet,
                io.mErrno);
     }

@@ -19,12 +19,16 @@ namespace {
 
 constexpr int NO_NUMBER = -1;
 
-// A live timer, as the signal handler sees it. Slots are never freed, so that a handler may look at one at
-// any time; a slot whose timer is gone serves the next one of its bucket. Each has a cache line of its own:
-// while the handler of one timer works, the reader takes the tokens of another.
+enum TimerState { GONE, LIVE, ABANDONED };
+
+// A timer, as the signal handler sees it. Slots are never freed, so that a handler may look at one at any
+// time. A slot whose timer is gone serves the next one of its bucket; until then a late signal is known by
+// it. Each has a cache line of its own: while the handler of one timer works, the reader takes the tokens of
+// another.
 struct alignas(64) TimerSlot {
     std::atomic<int> number{NO_NUMBER};
     std::atomic<int> writeEnd{-1};
+    std::atomic<TimerState> state{GONE};
     std::atomic<unsigned int> waiting{0};   // tokens in the pipe
     std::atomic<unsigned int> handlers{0};  // handlers that are at work on this slot
     std::atomic<TimerSlot*> next{nullptr};
@@ -52,10 +56,15 @@ TimerSlot* findSlot(int number) {
     return nullptr;
 }
 
-// A free slot of the bucket, a new one where all are taken; null if there is no memory for it.
-TimerSlot* freeSlot(int number) {
-    TimerSlot* slot = &bucketOf(number);
-    while (slot->number != NO_NUMBER) {
+// A free slot of the bucket, a new one where all are taken; null if there is no memory for it. A number that
+// the kernel gives again keeps its slot, so that it never has two.
+TimerSlot* slotFor(int number) {
+    TimerSlot* slot = findSlot(number);
+    if (slot != nullptr) {
+        return slot;
+    }
+    slot = &bucketOf(number);
+    while (slot->state != GONE) {
         TimerSlot* next = slot->next;
         if (next == nullptr) {
             next = new (std::nothrow) TimerSlot;
@@ -70,24 +79,25 @@ TimerSlot* freeSlot(int number) {
 }
 
 bool addTimer(int number, int writeEnd) {
-    TimerSlot* const slot = freeSlot(number);
+    TimerSlot* const slot = slotFor(number);
     if (slot == nullptr) {
         return false;
     }
+    slot->number = number;
     slot->writeEnd = writeEnd;
     slot->waiting = 0;
-    slot->number = number;
+    slot->state = LIVE;
     return true;
 }
 
-// A handler enters first and looks then; so once the number is gone and nobody is inside, nobody will write.
-// A handler never waits: this ends.
-void removeTimer(int number) {
+// A handler enters first and looks then; so once the timer is not live and nobody is inside, nobody will
+// write. A handler that writes never waits: this ends.
+void endTimer(int number, TimerState state) {
     TimerSlot* const slot = findSlot(number);
     if (slot == nullptr) {
         return;
     }
-    slot->number = NO_NUMBER;
+    slot->state = state;
     waitBriefly([slot] { return slot->handlers == 0; });
 }
 
@@ -98,9 +108,11 @@ void takeOne(std::atomic<unsigned int>& count) {
     }
 }
 
-// Only so many tokens of one timer wait at a time; see TIMER_TOKENS_MAX.
+// Only so many tokens of one timer wait at a time; see TIMER_TOKENS_MAX. The state is looked at first:
+// whoever finds a slot live finds there the number and the pipe of that time or of a later one.
 bool writeTokenOf(TimerSlot& slot, int number, int writeEnd, TokenIo* io) {
-    if (slot.number != number || slot.writeEnd != writeEnd || slot.waiting >= TIMER_TOKENS_MAX) {
+    if (slot.state != LIVE || slot.number != number || slot.writeEnd != writeEnd ||
+        slot.waiting >= TIMER_TOKENS_MAX) {
         return true;
     }
     ++slot.waiting;
@@ -112,11 +124,39 @@ bool writeTokenOf(TimerSlot& slot, int number, int writeEnd, TokenIo* io) {
     return isDone;
 }
 
+// The handler that stood there before the library's own, of a program or of another copy of the library.
+class ReplacedHandler {
+  public:
+    /// None where `replaced` is no function, or the handler of `own`.
+    void set(struct sigaction const& replaced, struct sigaction const& own) {
+        bool const isFunction = replaced.sa_handler != SIG_DFL && replaced.sa_handler != SIG_IGN;
+        bool const hasInfo = (replaced.sa_flags & SA_SIGINFO) != 0;
+        bool const isOwn = hasInfo && replaced.sa_sigaction == own.sa_sigaction;
+        mWithInfo = isFunction && hasInfo && !isOwn ? replaced.sa_sigaction : nullptr;
+        mPlain = isFunction && !hasInfo ? replaced.sa_handler : nullptr;
+    }
+
+    void call(int signalNumber, siginfo_t* info, void* context) const {
+        if (auto const withInfo = mWithInfo.load()) {
+            withInfo(signalNumber, info, context);
+        } else if (auto const plain = mPlain.load()) {
+            plain(signalNumber);
+        }
+    }
+
+  private:
+    std::atomic<void (*)(int, siginfo_t*, void*)> mWithInfo{nullptr};
+    std::atomic<void (*)(int)> mPlain{nullptr};
+};
+
+ReplacedHandler gReplacedHandlers[NSIG];
+
 // A child process has none of its parent's timers, and its own begin with the same numbers.
 void forgetTimersInChild() {
     for (TimerSlot& bucket : gBuckets) {
         for (TimerSlot* slot = &bucket; slot != nullptr; slot = slot->next) {
             slot->number = NO_NUMBER;
+            slot->state = GONE;
             slot->handlers = 0;
         }
     }
@@ -166,13 +206,13 @@ int deleteSystemTimer(timer_t id, int number) {
     if (timer_delete(id) != 0) {
         return errno;
     }
-    removeTimer(number);
+    endTimer(number, GONE);
     return 0;
 }
 
 void abandonSystemTimer(int number) {
     SyncGuard const guard(slotLock());
-    removeTimer(number);
+    endTimer(number, ABANDONED);
 }
 
 void acknowledgeTimerToken(int number) {
@@ -182,17 +222,18 @@ void acknowledgeTimerToken(int number) {
     }
 }
 
-bool writeTimerToken(siginfo_t const& info, TokenIo* io) {
+bool serveTimerSignal(int signalNumber, siginfo_t* info, void* context, TokenIo* io) {
     SavedErrno const errnoOfTheInterrupted;
-    int const number = info.si_timerid;
+    int const number = info->si_timerid;
+    int const writeEnd = info->si_value.sival_int;
     TimerSlot* const slot = findSlot(number);
-    bool isDone = true;
-    if (slot != nullptr) {
-        ++slot->handlers;
-        isDone = writeTokenOf(*slot, number, info.si_value.sival_int, io);
-        --slot->handlers;
+    if (slot == nullptr || slot->writeEnd != writeEnd) {
+        gReplacedHandlers[signalNumber].call(signalNumber, info, context);
+        return true;
     }
-    errnoOfTheInterrupted.restore();
+    ++slot->handlers;
+    bool const isDone = writeTokenOf(*slot, number, writeEnd, io);
+    --slot->handlers;
     return isDone;
 }
 
@@ -205,8 +246,17 @@ struct sigaction timerSignalAction(void (*handler)(int, siginfo_t*, void*)) {
     return action;
 }
 
+// The handler of before is known when the first signal comes; asked for again, because another thread may
+// have put one there in between.
 int installSignalAction(int signalNumber, struct sigaction const& action) {
-    return sigaction(signalNumber, &action, nullptr) == 0 ? 0 : errno;
+    struct sigaction replaced;
+    for (struct sigaction const* const next : {static_cast<struct sigaction const*>(nullptr), &action}) {
+        if (sigaction(signalNumber, next, &replaced) != 0) {
+            return errno;
+        }
+        gReplacedHandlers[signalNumber].set(replaced, action);
+    }
+    return 0;
 }
 
 }  // namespace utl

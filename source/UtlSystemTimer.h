@@ -13,8 +13,10 @@ namespace utl {
 // pipe. The handler that serves the signal writes {MSG_ID_TIMEOUT_SIGNAL, kernel timer number} into that
 // pipe; the rest happens on the thread that reads it.
 //
-// Live timers are known by their kernel numbers, so that an expiry that is still on its way when its timer
-// goes finds nothing: it must not reach a descriptor that was closed and means another file by then. For each
+// Timers are known by their kernel numbers and pipes. An expiry that is still on its way when its timer goes
+// finds it gone and is dropped: it must not reach a descriptor that was closed and means another file by
+// then. A signal of no timer known here goes on to the handler that stood there before: a program may hold
+// the library twice, once in itself and once in a plug-in, and each copy has timers of its own. For each
 // timer only so many tokens wait in the pipe; more could only be ignored by the reader, and would fill the
 // pipe up while the reader is busy.
 
@@ -41,14 +43,15 @@ void abandonSystemTimer(int number);
 /// The reader took a token of the timer out of the pipe.
 void acknowledgeTimerToken(int number);
 
-/// What the handlers do. False when a write was tried and gave `*io` instead of a whole token. `errno` is
-/// what it was before.
-bool writeTimerToken(siginfo_t const& info, TokenIo* io);
+/// What the handlers do, with their arguments. False when a write was tried and gave `*io` instead of a whole
+/// token. `errno` is what it was before.
+bool serveTimerSignal(int signalNumber, siginfo_t* info, void* context, TokenIo* io);
 
 /// The action that runs `handler`; interrupted calls go on behind it.
 struct sigaction timerSignalAction(void (*handler)(int, siginfo_t*, void*));
 
-/// Installs the action for the signal. Gives 0 or `errno`.
+/// Installs the action for the signal; signals that are not the library's go on to the handler that it
+/// replaces. Gives 0 or `errno`.
 int installSignalAction(int signalNumber, struct sigaction const& action);
 
 }  // namespace utl

@@ -20,8 +20,8 @@ constexpr unsigned int TIMER_MSG_BYTES = 4;
 constexpr unsigned int MSG_COUNT = 64;
 constexpr int NO_TIMER = -1;
 
-ProcessWide<StatementInfo> gInvalidStatement("", "", 0U, 0U);
-ProcessWide<WatchdogInfo> gInvalidInfo;
+UTL_CONSTINIT ProcessWideConstant<StatementInfo> gInvalidStatement("", "", 0U, 0U);
+UTL_CONSTINIT ProcessWideConstant<WatchdogInfo> gInvalidInfo{ConstantTag()};
 
 MsgDrivenThread* newThread(unsigned int timers) {
     return new MsgDrivenThread(TIMER_MSG_BYTES, MSG_COUNT, "Watchdog Thread", timers);
@@ -121,8 +121,8 @@ struct ThreadWatchdog::TableSize {
     bool isWithin(TableSize const& made) const { return rows <= made.rows && nameLength <= made.nameLength; }
 };
 
-StatementInfo const& StatementInfo::INVALID = *gInvalidStatement;
-WatchdogInfo const& WatchdogInfo::INVALID = *gInvalidInfo;
+UTL_CONSTINIT StatementInfo const& StatementInfo::INVALID = gInvalidStatement.mValue;
+UTL_CONSTINIT WatchdogInfo const& WatchdogInfo::INVALID = gInvalidInfo.mValue;
 
 bool operator==(StatementInfo const& left, StatementInfo const& right) {
     return areEqualTexts(left.file, right.file) && areEqualTexts(left.function, right.function) &&

@@ -19,15 +19,14 @@
 namespace utltest {
 
 /// Records the system calls on files that the library makes on the thread of the object while it lives, as
-/// "open: flock 6", with the label of the keep-alive bracket in front; "-" stands for no bracket. Needs a
-/// `HookScope` around it, and the thread must not be under the watchdog itself. One at a time.
+/// "open: flock 6", with the label of the keep-alive bracket in front; "-" stands for no bracket. It is an
+/// `OwnHookScope` itself, and the thread must not be under the watchdog. One at a time.
 class [[nodiscard]] FileCalls {
   public:
     using Lines = std::vector<std::string>;
 
     FileCalls() {
         sLines.clear();
-        sThread = kernelId();
         enterWatchdogSilently();
         watchAll();
     }
@@ -61,7 +60,7 @@ class [[nodiscard]] FileCalls {
 
     static std::string label() {
         utl::StatementInfo const last =
-            utl::ThreadWatchdogTestAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(), sThread)
+            utl::ThreadWatchdogTestAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(), kernelId())
                 .lastStatement;
         return last.sub == 1 && std::string(last.file) == "source/UtlFile" && last.line != 0 ? last.function
                                                                                              : "-";
@@ -69,9 +68,6 @@ class [[nodiscard]] FileCalls {
 
     template <typename... PARTS>
     static void record(PARTS... parts) {
-        if (kernelId() != sThread) {
-            return;
-        }
         std::ostringstream line;
         line << label() << ":" << std::oct;
         ((line << ' ' << parts), ...);
@@ -122,9 +118,8 @@ class [[nodiscard]] FileCalls {
         hooks::closedir.watch([](DIR*) { record("closedir"); });
     }
 
-    HookScope const mHooks;
+    OwnHookScope const mHooks;
     inline static Lines sLines;
-    inline static int sThread = 0;
 };
 
 /// The mode that `folder`, which had `mode`, must have behind the recorded `calls`, of which the one with

@@ -49,6 +49,19 @@ bool isLibraryCode(void const* address) {
     return place >= gLibrary.begin && place < gLibrary.end;
 }
 
+namespace {
+
+// A thread is known by the address of its mark.
+thread_local char tMark;
+std::atomic<char*> gOnlyThread{nullptr};
+
+}  // namespace
+
+bool isHookedThread() {
+    char* const only = gOnlyThread;
+    return only == nullptr || only == &tMark;
+}
+
 // With 64-bit time on a 32-bit machine the C library's functions have names of their own.
 constexpr bool HAS_TIME64_NAMES = sizeof(void*) == 4 && sizeof(time_t) == 8;
 
@@ -103,6 +116,7 @@ Hook<int(DIR*)> closedir("closedir");
 }  // namespace hooks
 
 static void resetAllHooks() {
+    gOnlyThread = nullptr;
     hooks::pipe.reset();
     hooks::read.reset();
     hooks::write.reset();
@@ -152,6 +166,10 @@ HookScope::HookScope() {
 
 HookScope::~HookScope() {
     resetAllHooks();
+}
+
+OwnHookScope::OwnHookScope() {
+    gOnlyThread = &tMark;
 }
 
 }  // namespace utltest

@@ -21,6 +21,9 @@ namespace utltest {
 /// True for an address inside libutl's code.
 bool isLibraryCode(void const* address);
 
+/// False for a thread that an `OwnHookScope` of another one leaves alone.
+bool isHookedThread();
+
 template <typename FUNCTION>
 class Hook;
 
@@ -61,7 +64,7 @@ class Hook<RESULT(ARGS...)> {
 
     /// What the defined function does for a caller at `caller`.
     RESULT call(void const* caller, ARGS... args) {
-        if (!isLibraryCode(caller)) {
+        if (!isLibraryCode(caller) || !isHookedThread()) {
             return real(args...);
         }
         if (auto const watcher = mWatcher.load()) {
@@ -151,6 +154,13 @@ class [[nodiscard]] HookScope {
     ~HookScope();
     HookScope(HookScope const&) = delete;
     HookScope& operator=(HookScope const&) = delete;
+};
+
+/// The same for the calls of the thread that makes the scope; those of other threads go to the system and do
+/// not count. The watchdog's thread reads and writes when it likes, and would take the nth call away.
+class [[nodiscard]] OwnHookScope : public HookScope {
+  public:
+    OwnHookScope();
 };
 
 }  // namespace utltest

@@ -15,7 +15,7 @@
 namespace utltest {
 
 /// Puts the calling thread under the watchdog, which never looks at its table, and records every statement
-/// that the thread reports while the object lives. One at a time, and a `HookScope` around it.
+/// that the thread reports while the object lives. It is an `OwnHookScope` itself. One at a time.
 class [[nodiscard]] Statements {
   public:
     Statements() {
@@ -23,7 +23,6 @@ class [[nodiscard]] Statements {
         EXPECT_TRUE(manager.setWatchdogWatchInterval(0));
         EXPECT_TRUE(manager.entryWatchdog(60000, nullptr));
         EXPECT_TRUE(manager.startWatchdog());
-        sThread = kernelId();
         sSeen.clear();
         hooks::clockGetTime.watch(note);
     }
@@ -45,16 +44,14 @@ class [[nodiscard]] Statements {
   private:
     // A report stores its statement and asks the clock then.
     static void note(clockid_t, timespec*) {
-        if (kernelId() == sThread) {
-            utl::StatementInfo const last =
-                utl::ThreadWatchdogTestAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(), sThread)
-                    .lastStatement;
-            sSeen.push_back(std::string(last.file) + " " + last.function + " " + std::to_string(last.sub));
-        }
+        utl::StatementInfo const last =
+            utl::ThreadWatchdogTestAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(), kernelId())
+                .lastStatement;
+        sSeen.push_back(std::string(last.file) + " " + last.function + " " + std::to_string(last.sub));
     }
 
+    OwnHookScope const mHooks;
     inline static std::vector<std::string> sSeen;
-    inline static int sThread = 0;
 };
 
 }  // namespace utltest

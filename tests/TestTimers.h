@@ -35,6 +35,7 @@ struct SharedTimerTestAccess {
         SyncGuard const guard(timers.mQueueLock);
         timers.mNextSysTimerNumber = number;
     }
+    static int writeEnd(SharedTimer const& timers) { return timers.mPipe[1]; }
 
     /// Where the fields begin, in the order that they must have.
     static std::vector<std::size_t> fields(SharedTimer const& t) {

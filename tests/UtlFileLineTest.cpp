@@ -25,7 +25,7 @@ using utl::File;
 using utltest::Buffer;
 using utltest::encoded;
 using utltest::FileCalls;
-using utltest::HookScope;
+using HookScope = utltest::OwnHookScope;
 using utltest::SJIS;
 using utltest::TextRead;
 using utltest::UNTOUCHED;

@@ -28,7 +28,7 @@
 namespace {
 
 using utltest::contentOf;
-using utltest::HookScope;
+using HookScope = utltest::OwnHookScope;
 using utltest::openDescriptors;
 using utltest::permissions;
 using utltest::putFile;
@@ -927,6 +927,16 @@ TEST_F(FileOddQuiet, Writers_OnThreadsOfTheirOwn_NeverHaveAFileTogether) {
         thread.join();
     }
     EXPECT_EQ(contentOf("count"), std::string(1, 80));
+}
+
+// What the sweeps rest on: a call of another thread, such as the watchdog's, takes no failure away.
+TEST_F(FileOdd, AFailureOfOnesOwn_IsNotTakenByAnotherThread) {
+    putFile("f", "12345");
+    HookScope const scope;
+    hooks::fstat.failFrom(1, 1, -1, EIO);
+    std::thread([] { EXPECT_EQ(utl::File::size("f"), 5); }).join();
+    EXPECT_EQ(hooks::fstat.calls(), 0U);
+    EXPECT_EQ(utl::File::size("f"), -1);
 }
 
 }  // namespace

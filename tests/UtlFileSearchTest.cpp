@@ -16,7 +16,7 @@
 namespace {
 
 using utl::File;
-using utltest::HookScope;
+using HookScope = utltest::OwnHookScope;
 using utltest::UTF8;
 namespace hooks = utltest::hooks;
 using namespace std::string_literals;

@@ -25,7 +25,7 @@ using utl::BasicString;
 using utl::File;
 using utltest::contentOf;
 using utltest::FileCalls;
-using utltest::HookScope;
+using HookScope = utltest::OwnHookScope;
 using utltest::openDescriptors;
 using utltest::permissions;
 using utltest::putFile;

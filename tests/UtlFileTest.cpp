@@ -28,7 +28,7 @@ namespace {
 using utl::File;
 using utltest::contentOf;
 using utltest::FileCalls;
-using utltest::HookScope;
+using HookScope = utltest::OwnHookScope;
 using utltest::NoMemoryScope;
 using utltest::openDescriptors;
 using utltest::permissions;

@@ -25,7 +25,7 @@ namespace {
 using utltest::Buffer;
 using utltest::contentOf;
 using utltest::encoded;
-using utltest::HookScope;
+using HookScope = utltest::OwnHookScope;
 using utltest::SJIS;
 using utltest::TextRead;
 using utltest::UNTOUCHED;

@@ -20,7 +20,7 @@ using utl::INVALID_SIZE;
 using utl::RiffFile;
 using utl::SubChunkInfo;
 using utltest::contentOf;
-using utltest::HookScope;
+using HookScope = utltest::OwnHookScope;
 using utltest::liarChunk;
 using utltest::littleEndian;
 using utltest::LogCapture;

@@ -37,7 +37,7 @@ using utl::SubChunkInfo;
 using utl::WaveFile;
 using utltest::contentOf;
 using utltest::fieldAt;
-using utltest::HookScope;
+using HookScope = utltest::OwnHookScope;
 using utltest::liarChunk;
 using utltest::littleEndian;
 using utltest::offsetIn;
@@ -1291,7 +1291,6 @@ class WithStatements : public utltest::InLoggedFolder {
         EXPECT_EQ(all[1], prefix + "2");
     }
 
-    HookScope const mHooks;
     utltest::Statements mStatements;
 };
 
@@ -1386,10 +1385,11 @@ utl::StatementInfo lastStatementOf(int thread) {
         .lastStatement;
 }
 
-TEST_F(RiffStatements, AThreadThatWaitsForTheLock_StandsInFrontOfIt) {
+TEST_F(RiffOdd, AThreadThatWaitsForTheLock_StandsInFrontOfIt) {
     putFile("f", three());
     RiffFile file("f", 4);
     ASSERT_EQ(file.open(0, 0), 0);
+    utltest::HookScope const scope;
     hooks::fstat.replace(heldFstat);
     std::thread holder([&] { EXPECT_EQ(file.size(), static_cast<long long>(three().size())); });
     while (!gIsHeld) {

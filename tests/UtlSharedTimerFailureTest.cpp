@@ -420,6 +420,7 @@ TEST_F(SharedTimerFailure, APipeAtItsLimit_GetsNoTokenThatCouldBlockItsWriter) {
         std::atomic<int> ready{0};
         auto const meet = [&ready] {
             for (++ready; ready < 2;) {
+                std::this_thread::yield();
             }
         };
         std::thread handler([&] {
@@ -963,7 +964,8 @@ TEST_F(SharedTimerWatched, EachCallOfTheConstructor_IsReportedInFrontOfItAndBehi
         return hooks::sigAction.real(number, action, old);
     });
     ScopedTimers const timers;
-    EXPECT_EQ(mPlaces, (std::vector<std::string>{"SharedTimer 1", "installTimeoutSignalHandler 1"}));
+    EXPECT_EQ(mPlaces, (std::vector<std::string>{"SharedTimer 1", "installTimeoutSignalHandler 1",
+                                                 "installTimeoutSignalHandler 1"}));
     EXPECT_EQ(reportsAtSigAction - reportsAtPipe, 4U)
         << "behind the pipe, around the signal set, in front of the signal action";
     EXPECT_TRUE(manager->unregister(kernelId()));

@@ -22,7 +22,7 @@ using utl::INVALID_SIZE;
 using utl::SubChunk;
 using utl::SubChunkInfo;
 using utltest::contentOf;
-using utltest::HookScope;
+using HookScope = utltest::OwnHookScope;
 using utltest::littleEndian;
 using utltest::LogCapture;
 using utltest::putFile;

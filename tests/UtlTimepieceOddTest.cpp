@@ -473,7 +473,6 @@ TEST(TimeOdd, SystemAndLocalTime_OfAYearOutsideTheField_FailAndTouchNothing) {
 }
 
 TEST(TimeOdd, SystemAndLocalTime_WhoseCallsFail_StopThereAndReportTheirLines) {
-    HookScope const scope;
     utltest::Statements statements;
     using Lines = std::vector<std::string>;
     Time time = timeOf(LAST);
@@ -492,7 +491,6 @@ TEST(TimeOdd, SystemAndLocalTime_WhoseCallsFail_StopThereAndReportTheirLines) {
 }
 
 TEST(TimeOdd, SystemAndLocalTime_ReportTheNumbersOfTheirLines) {
-    HookScope const scope;
     utltest::Statements statements;
     static std::vector<unsigned int> sLines;
     sLines.clear();

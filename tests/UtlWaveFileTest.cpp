@@ -25,7 +25,7 @@ namespace {
 using utl::RiffFile;
 using utl::WaveFile;
 using utltest::contentOf;
-using utltest::HookScope;
+using HookScope = utltest::OwnHookScope;
 using utltest::liarChunk;
 using utltest::littleEndian;
 using utltest::LogCapture;

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "TestLayout.h"
+#include "TestScratch.h"
 #include "UtlSyncObject.h"
 
 namespace {
@@ -140,28 +141,24 @@ TEST(WorkingBuffer, Size_Is10240Bytes) {
 }
 
 TEST(WorkingBuffer, HoldsEveryOtherThreadBackUntilTheOutermostOneEnds) {
-    std::atomic<bool> isStarted{false};
-    std::atomic<bool> isReleased{false};
-    bool cameTooEarly = false;
+    std::atomic<int> id{0};
+    std::atomic<bool> isInside{false};
     std::thread other;
     {
         Scratch const outer;
-        other = std::thread([&] {
-            isStarted = true;
-            Scratch const mine;
-            cameTooEarly = !isReleased;
-        });
-        while (!isStarted) {
-            std::this_thread::yield();
-        }
         { Scratch const inner; }
-        for (int i = 0; i < 1000; ++i) {
+        other = std::thread([&] {
+            id = utltest::kernelId();
+            Scratch const mine;
+            isInside = true;
+        });
+        while (!isInside && (id == 0 || !utltest::isAsleep(id))) {
             std::this_thread::yield();
         }
-        isReleased = true;
+        EXPECT_FALSE(isInside);
     }
     other.join();
-    EXPECT_FALSE(cameTooEarly);
+    EXPECT_TRUE(isInside);
 }
 
 TEST(WorkingBuffer, SlotsOfManyThreads_AreNeverInUseTogether) {
@@ -240,22 +237,7 @@ TEST(StaticBuffer, LendTo_BelowDepthZero_LendsTheFirstSlot) {
 
 // Runs behind the destructors of everything that came into being after its registration.
 void useScratchFromTwoThreads() {
-    std::atomic<bool> isReleased{false};
-    bool cameTooEarly = false;
-    std::thread other;
-    {
-        Scratch const mine;
-        other = std::thread([&] {
-            Scratch const theirs;
-            cameTooEarly = !isReleased;
-        });
-        for (int i = 0; i < 1000; ++i) {
-            std::this_thread::yield();
-        }
-        isReleased = true;
-    }
-    other.join();
-    std::_Exit(cameTooEarly ? 1 : 42);
+    std::_Exit(utltest::waitsForScratch([] { Scratch const theirs; }) ? 42 : 1);
 }
 
 TEST(StaticBuffer, Instance_ServesThreadsThatStillRunWhileTheProcessExits) {

@@ -10,6 +10,7 @@
 #include "UtlCharSet.h"
 #include "UtlLog.h"
 #include "UtlPlatform.h"
+#include "UtlThreadWatchdog.h"
 
 namespace {
 
@@ -48,7 +49,7 @@ TEST(StaticLibrary, KeepsTheBuiltInFunctionThatTheProgramLeavesOut) {
     EXPECT_STREQ(text, "\xE3\x81\x82");
 }
 
-// Uses the tables of Japanese text while the program is being initialised, in front of all initialisers that
+// Uses tables and constants while the program is being initialised, in front of all initialisers that
 // come from the library: those of a shared library have run by then in any case.
 struct EarlyUser {
     EarlyUser()
@@ -56,7 +57,10 @@ struct EarlyUser {
           digitSize(utl::attribBlockSize(digit, utl::ATTRIB_ZEN_DIGIT)),
           kanaSize(utl::convertAttrib(kana, sizeof(kana), "ｶﾞ", utl::HANKAKU_ZENKAKU_PAIR, 0, 0)),
           sjisSize(utl::convertStrFromUtf8ToSjis(sjis, sizeof(sjis), "あｱz亜")),
-          utf8Size(utl::convertStrFromSjisToUtf8(utf8, sizeof(utf8), "\x82\xA0\xB1z\x88\x9F")) {}
+          utf8Size(utl::convertStrFromSjisToUtf8(utf8, sizeof(utf8), "\x82\xA0\xB1z\x88\x9F")),
+          isNoPlaceThere(utl::StatementInfo::INVALID == utl::StatementInfo("", "", 0, 0)),
+          isNoThreadThere(utl::WatchdogInfo::INVALID == utl::WatchdogInfo()),
+          nameOfNoThread(utl::WatchdogInfo::INVALID.name.buffer()) {}
 
     char const* digit;
     unsigned int digitSize;
@@ -66,6 +70,9 @@ struct EarlyUser {
     unsigned int sjisSize;
     char utf8[16]{};
     unsigned int utf8Size;
+    bool isNoPlaceThere;
+    bool isNoThreadThere;
+    char const* nameOfNoThread;
 };
 
 [[gnu::init_priority(101)]] EarlyUser gEarlyUser;
@@ -85,6 +92,12 @@ TEST(StaticLibrary, HasItsTablesOfCharacterSetsFilledBeforeAnyInitialiserRuns) {
     EXPECT_STREQ(gEarlyUser.sjis, "\x82\xA0\xB1z\x88\x9F");
     EXPECT_EQ(gEarlyUser.utf8Size, 11U);
     EXPECT_STREQ(gEarlyUser.utf8, "あｱz亜");
+}
+
+TEST(StaticLibrary, HasItsInvalidStatementAndRecordBeforeAnyInitialiserRuns) {
+    EXPECT_TRUE(gEarlyUser.isNoPlaceThere);
+    EXPECT_TRUE(gEarlyUser.isNoThreadThere);
+    EXPECT_STREQ(gEarlyUser.nameOfNoThread, "");
 }
 
 }  // namespace
