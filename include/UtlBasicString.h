@@ -162,6 +162,7 @@ class UTL_API BasicString {
     bool mShared;
 };
 
+/// The library brings it with it.
 template <>
 UTL_API DualType<char const*, wchar_t const*> BasicString<char>::EMPTY_STR;
 

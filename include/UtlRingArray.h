@@ -203,7 +203,8 @@ bool RingArray<T, ARG>::copyDown(unsigned int to, unsigned int from, unsigned in
         return false;
     }
     for (unsigned int moved = 0; to != from && moved < count;) {
-        unsigned int const length = std::min({count - moved, runAt(from + moved), runAt(to + moved)});
+        unsigned int const length =
+            std::min<unsigned int>({count - moved, runAt(from + moved), runAt(to + moved)});
         T const* const source = mElements + physical(from + moved);
         std::copy(source, source + length, mElements + physical(to + moved));
         moved += length;

@@ -33,7 +33,7 @@ class UTL_API StatementInfo {
     unsigned int sub;      ///< position inside the statement
 
     /// No place: empty texts, line 0 and sub 0. It is there before any code runs, and never destroyed.
-    static StatementInfo const& INVALID;
+    static StatementInfo const INVALID;
 };
 
 /// Compares the texts, of which a null one counts as empty, and the numbers.
@@ -60,7 +60,7 @@ struct UTL_API WatchdogInfo {
     static constexpr unsigned int DEFAULT_WATCH_INTERVAL = 1000;
 
     /// A thread without id that is not watched. It is there before any code runs, and never destroyed.
-    static WatchdogInfo const& INVALID;
+    static WatchdogInfo const INVALID;
 
     WatchdogInfo();
 

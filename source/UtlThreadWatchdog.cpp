@@ -20,9 +20,6 @@ constexpr unsigned int TIMER_MSG_BYTES = 4;
 constexpr unsigned int MSG_COUNT = 64;
 constexpr int NO_TIMER = -1;
 
-UTL_CONSTINIT ProcessWideConstant<StatementInfo> gInvalidStatement("", "", 0U, 0U);
-UTL_CONSTINIT ProcessWideConstant<WatchdogInfo> gInvalidInfo{ConstantTag()};
-
 MsgDrivenThread* newThread(unsigned int timers) {
     return new MsgDrivenThread(TIMER_MSG_BYTES, MSG_COUNT, "Watchdog Thread", timers);
 }
@@ -97,6 +94,14 @@ class [[nodiscard]] InKeepAlive {
 
 }  // namespace
 
+// The constants of the two classes under their own names: a plain definition would have their destructors
+// registered at the start, and run at the end.
+UTL_API extern ProcessWideConstant<StatementInfo> const gInvalidStatement asm(
+    "_ZN3utl13StatementInfo7INVALIDE");
+UTL_CONSTINIT ProcessWideConstant<StatementInfo> const gInvalidStatement("", "", 0U, 0U);
+UTL_API extern ProcessWideConstant<WatchdogInfo> const gInvalidInfo asm("_ZN3utl12WatchdogInfo7INVALIDE");
+UTL_CONSTINIT ProcessWideConstant<WatchdogInfo> const gInvalidInfo{ConstantTag()};
+
 // What a copy of the table has to have room for.
 struct ThreadWatchdog::TableSize {
     unsigned int rows = 0;
@@ -120,9 +125,6 @@ struct ThreadWatchdog::TableSize {
     // True if this is at most what the rows of `copy` were made for.
     bool isWithin(TableSize const& made) const { return rows <= made.rows && nameLength <= made.nameLength; }
 };
-
-UTL_CONSTINIT StatementInfo const& StatementInfo::INVALID = gInvalidStatement.mValue;
-UTL_CONSTINIT WatchdogInfo const& WatchdogInfo::INVALID = gInvalidInfo.mValue;
 
 bool operator==(StatementInfo const& left, StatementInfo const& right) {
     return areEqualTexts(left.file, right.file) && areEqualTexts(left.function, right.function) &&
