@@ -76,7 +76,7 @@ class UTL_API File {
     /// folder that cannot be made; with one of level 1 if the system refuses the file, and of level 5 if
     /// another holder has it locked or the end cannot be sought. False for an open object leaves it open. The
     /// other side of a FIFO is not waited for: where there is none the FIFO is refused, with the line of
-    /// level 1 and the error `ENXIO`.
+    /// level 1 and the error `ENXIO`; opened for both, it is its own other side.
     int open(int disposition, int access);
 
     /// Closes the file and gives its lock back; false if it was not open.
@@ -322,8 +322,8 @@ class UTL_API File {
     /// given, tells if they all read; it is false whenever the result is, and untouched for a null `path`.
     /// False for what is no regular file or may not be read, and where the file system has no such locks.
     /// Over NFS the lock of readers is not seen. True, with `*sharedOnly` false, if it cannot be found out
-    /// because the system has no descriptor or no memory left. Waits for nobody. Takes the lock itself for a
-    /// moment, in which another `open` fails.
+    /// because the system has no descriptor or no memory left, or has a lease on it. Waits for no holder.
+    /// Takes the lock itself for as long as closing the file takes, in which another `open` fails.
     static int isOpened(char const* path, bool* sharedOnly);
 
     ///@{
@@ -341,13 +341,14 @@ class UTL_API File {
     /// mode 0777. Makes the folders of the new path as `makeDirectories` does. With `overwrite` 1 it replaces
     /// files that are there, otherwise one that is there ends it. Nothing is created through a link that
     /// leads to nothing, and a file that appears behind the look for it keeps its mode. A path to itself is
-    /// true. Neither file is synced, and the lock of neither is taken.
+    /// true. The target is not synced, and no lock is held while it is written.
     ///
     /// False for null, paths that fail the check, a `source` that is not there, a folder that cannot be made
     /// or listed or holds a name that is not UTF-8, a file that a writer holds, a FIFO or a device on either
-    /// side, at which the copy of a folder ends as well, and if the system refuses, with lines only if the
-    /// source's mode cannot be had or the source or a folder cannot be read to its end. What was copied
-    /// stays, the broken file too. That a file system without modes did not take the mode is no failure.
+    /// side, at which the copy of a folder ends as well, and if the system refuses; with the lines of
+    /// `makeDirectories`, and with lines if the source's mode cannot be had or the source or a folder cannot
+    /// be read to its end. What was copied stays, the broken file too. That a file system without modes did
+    /// not take the mode is no failure.
     static int copy(char const* source, char const* destination, int overwrite);
     int copy(char const* destination, int overwrite) const;
     ///@}

@@ -165,7 +165,8 @@ class UTL_API MsgDrivenThread : public Thread {
     int sendMsgInterrupt(int msgId);
 
     /// Queues a control entry and writes its token. 1, or 0 with a log line. The entry of a failed write
-    /// stays and means nothing: when it comes to the head it is dropped.
+    /// stays and means nothing: when it comes to the head it is dropped. So is one with a `param` of
+    /// `INT_MIN`, which marks such entries.
     int postThreadCtlMsg(int msgId, int param);
 
     /// Wakes the loop, so that it sees a request to stop; `stop` makes one. Returns at once, also where the

@@ -47,8 +47,9 @@ class UTL_API Command {
 ///
 /// An exception that leaves `preExecute`, `execute` or `postExecute` ends the process. `pthread_exit` there
 /// ends the thread: it is not running any more and can leave the management, but it reaches no further
-/// milestone and has no result. `exit` ends the process without waiting for any thread. On the thread itself
-/// `start` gives -1, `stop(0)` requests, and a `stop` that waits for the end waits for ever.
+/// milestone and has no result, and a `start` that waits for it to be ready waits for ever. `exit` ends the
+/// process without waiting for any thread. In `execute` the thread's own `start` gives -1, and `stop(0)`
+/// requests; a `stop` that waits for the end, and both of them in `preExecute`, wait for ever.
 class UTL_API Thread {
   public:
     /// Numbers of the milestones.
@@ -95,8 +96,8 @@ class UTL_API Thread {
     /// for milestone 3 of one that has left the management.
     int waitTo(int milestone, unsigned int timeout = 0);
 
-    /// True if the milestone has been reached; for milestone 3 the `ThreadManager` must also have seen the
-    /// thread's end. False for an unknown number.
+    /// True if the milestone has been reached; for milestone 3 `isRunning` must also be false. False for an
+    /// unknown number.
     bool hasDone(int milestone) const;
 
     /// `hasDone(2)`.

@@ -235,9 +235,9 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     bool setTimer(unsigned int interval);
     int findOverdue(unsigned int now);
     TableSize tableSize();
-    bool timeOut(int id);
-    TimeoutAnswer declareTimeout(int id, TableSize const& made, WatchdogTimerListener** listener,
-                                 WatchdogInfos* copy);
+    bool timeOut(int id, unsigned int now);
+    TimeoutAnswer declareTimeout(int id, unsigned int now, TableSize const& made,
+                                 WatchdogTimerListener** listener, WatchdogInfos* copy);
 
     MsgDrivenThread* mThread;
     std::atomic<int> mTimerId;

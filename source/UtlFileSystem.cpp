@@ -165,7 +165,8 @@ Holders holdersOf(int descriptor) {
 /// The same for a path that names a regular file. Never waits, for a FIFO that stands there by now and for a
 /// lease neither.
 Holders holdersOf(char const* path) {
-    OpenedDescriptor const file(openPath("isOpened", __LINE__, path, O_RDONLY | O_NONBLOCK, PROBE_MODE));
+    OpenedDescriptor const file(beyondSignals(
+        [path] { return openPath("isOpened", __LINE__, path, O_RDONLY | O_NONBLOCK, PROBE_MODE); }));
     if (file.isValid()) {
         return holdersOf(file.get());
     }

@@ -110,9 +110,18 @@ void Memory::destroy() {
     mpTheObject = nullptr;
 }
 
-void registerThreadNameInMemory(int threadId, char const* name) {
+void prepareThreadNamesInMemory() {
     std::shared_lock<std::shared_mutex> const notDeleted(gDeletion);
-    Memory::get()->registerThreadName(threadId, name);
+    Memory::get();
+}
+
+void registerThreadNameInMemory(int threadId, char const* name) noexcept {
+    std::shared_lock<std::shared_mutex> const notDeleted(gDeletion);
+    try {
+        Memory::get()->registerThreadName(threadId, name);
+    } catch (std::bad_alloc const&) {
+        // The instance was deleted meanwhile, and its names with it.
+    }
 }
 
 Memory::Memory()

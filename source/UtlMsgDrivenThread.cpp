@@ -85,6 +85,7 @@ void MsgDrivenThread::abandonLoop() {
     if (hasDone(STARTED) && !isOwnThread()) {
         pipe.wakeReader();
         waitForEnd();
+        eraseAllTimer();  // of a loop that a handler left by pthread_exit
     }
 }
 

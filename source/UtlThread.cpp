@@ -125,32 +125,43 @@ bool Thread::isRunning() const {
     return !life.hasEnded() && life.manager() == ThreadManager::managerNumber();
 }
 
+// Without a manager no thread is known, and none is made for a question: ends and destructors come here, too.
+
 bool Thread::setPriority(ThreadPriority const& priority) {
-    return ThreadManager::get()->setPriority(mId, priority);
+    ThreadManager* const manager = ThreadManager::getIfCreated();
+    return manager != nullptr && manager->setPriority(mId, priority);
 }
 
 bool Thread::getPriority(ThreadPriority* priority) const {
-    return ThreadManager::get()->getPriority(mId, priority);
+    ThreadManager* const manager = ThreadManager::getIfCreated();
+    return manager != nullptr && manager->getPriority(mId, priority);
 }
 
 bool Thread::leaveManagement() {
-    return ThreadManager::get()->unregister(mId);
+    ThreadManager* const manager = ThreadManager::getIfCreated();
+    return manager != nullptr && manager->unregister(mId);
 }
 
 bool Thread::setWatchdogAliveTime(unsigned int aliveTime) {
-    return ThreadManager::get()->setWatchdogAliveTime(aliveTime, mId);
+    ThreadManager* const manager = ThreadManager::getIfCreated();
+    return manager != nullptr && manager->setWatchdogAliveTime(aliveTime, mId);
 }
 
 bool Thread::startWatchdog() {
-    return ThreadManager::get()->startWatchdog(mId);
+    ThreadManager* const manager = ThreadManager::getIfCreated();
+    return manager != nullptr && manager->startWatchdog(mId);
 }
 
 bool Thread::stopWatchdog() {
-    return ThreadManager::get()->stopWatchdog(mId);
+    ThreadManager* const manager = ThreadManager::getIfCreated();
+    return manager != nullptr && manager->stopWatchdog(mId);
 }
 
 void Thread::keepAliveWatchdog(StatementInfo const& info) {
-    ThreadManager::get()->keepAliveWatchdog(info);
+    ThreadManager* const manager = ThreadManager::getOrNull();
+    if (manager != nullptr) {
+        manager->keepAliveWatchdog(info);
+    }
 }
 
 void Thread::sleep(unsigned int ms) {
@@ -170,8 +181,9 @@ void Thread::waitForEnd() const {
 
 // A stop takes the thread out before it makes itself known.
 void Thread::leaveWatchdog() const {
-    if (!hasRequestedStop()) {
-        ThreadManager::get()->unregisterWatchdog(0);
+    ThreadManager* const manager = ThreadManager::getIfCreated();
+    if (!hasRequestedStop() && manager != nullptr) {
+        manager->unregisterWatchdog(0);
     }
 }
 

@@ -46,6 +46,9 @@ std::atomic<bool> gWatchdogFailed{false};
 
 std::atomic<unsigned int> gManagerNumber{0};
 
+// As much of a name as the kernel keeps, for tools that show threads.
+using KernelName = ColumnText<15>;
+
 // Applies to the calling thread alone, other than POSIX has it.
 int setCallersPriority(char const* function, unsigned int line, int osValue) {
     return keepAliveAround(SOURCE_FILE, function, line,
@@ -137,14 +140,15 @@ void ThreadManager::ThreadEntry::swap(ThreadEntry& other) noexcept {
 // What `entry` hands to the new thread.
 struct ThreadManager::StartParameter {
     StartParameter(ThreadManager& manager, SmartPointer<Event> const& end, void (*function)(void*),
-                   void* argument, ThreadPriority const& priority)
+                   void* argument, char const* name, ThreadPriority const& priority)
         : mEvent(0, 0),
           mFunction(function),
           mId(0),
           mPriority(priority),
           mArgument(argument),
           mManager(manager),
-          mEnd(end) {}
+          mEnd(end),
+          mName(name) {}
 
     Event mEvent;  // part of the structure, though the hand-over goes through mStartEvent
     void (*mFunction)(void*);
@@ -153,6 +157,7 @@ struct ThreadManager::StartParameter {
     void* mArgument;
     ThreadManager& mManager;
     SmartPointer<Event> mEnd;
+    char const* mName;
 };
 
 // All that is kept of a new thread, had before there is one: behind that nothing must fail for want of
@@ -365,8 +370,9 @@ int ThreadManager::start(StartHandshake& handshake, void (*function)(void*), voi
     if (function == nullptr || name == nullptr || mFreePlaces == 0) {
         return 0;
     }
+    prepareThreadNamesInMemory();
     auto const parameter =
-        std::make_unique<StartParameter>(*this, handshake.end(), function, argument, priority);
+        std::make_unique<StartParameter>(*this, handshake.end(), function, argument, name, priority);
     NewThread thread(handshake.end(), watchdog, aliveTime, listener, name, priority);
     int const id = startAndRegister(handshake, *parameter, thread);
     if (id != 0) {
@@ -419,6 +425,7 @@ void* ThreadManager::startThread(void* parameter) {
     auto* const function = start->mFunction;
     void* const argument = start->mArgument;
     ThreadEnd const end(start->mEnd);
+    pthread_setname_np(pthread_self(), KernelName(start->mName).get());
     int const osValue = start->mPriority.OsValue();
     if (setCallersPriority("startThread", 1280, osValue) == -1) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,

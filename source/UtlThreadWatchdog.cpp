@@ -59,6 +59,16 @@ void print(int level, WatchdogInfos const& infos) {
     }
 }
 
+bool canTimeOut(WatchdogInfo const& info) {
+    return info.watchStatus == WatchdogInfo::WATCHING && info.aliveStatus != WatchdogInfo::TIMED_OUT;
+}
+
+// A tick that lies ahead, as after the counter wrapped, is not overdue, and neither is a thread that gave no
+// sign of life yet.
+bool isOverdue(WatchdogInfo const& info, unsigned int now) {
+    return now >= info.lastAliveTick && now - info.lastAliveTick >= info.aliveTime;
+}
+
 bool refuseNoAliveTime(int id) {
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ThreadWatchdog Register AliveTime is 0 ID:%d ", id);
     return false;
@@ -234,18 +244,16 @@ void ThreadWatchdog::executeWatchThreads() {
     if (now == WatchdogInfo::NO_TICK) {
         return;  // no time to compare with
     }
-    for (int id = findOverdue(now); id != 0 && timeOut(id); id = findOverdue(now)) {
+    for (int id = findOverdue(now); id != 0 && timeOut(id, now); id = findOverdue(now)) {
     }
 }
 
-// The first thread that kept silent too long, 0 for none. A tick that lies ahead, as after the counter
-// wrapped, is not overdue, and neither is a thread that gave no sign of life yet.
+// The first thread that kept silent too long, 0 for none.
 int ThreadWatchdog::findOverdue(unsigned int now) {
     SyncGuard const guard(mInfosSyncObject);
     for (unsigned int i = 0; i < mInfos.size(); ++i) {
         WatchdogInfo const& info = mInfos.getAt(i)->mValue;
-        if (info.watchStatus == WatchdogInfo::WATCHING && info.aliveStatus != WatchdogInfo::TIMED_OUT &&
-            now >= info.lastAliveTick && now - info.lastAliveTick >= info.aliveTime) {
+        if (canTimeOut(info) && isOverdue(info, now)) {
             return info.id;
         }
     }
@@ -255,11 +263,12 @@ int ThreadWatchdog::findOverdue(unsigned int now) {
 // The copy has its memory before the lock is taken: an allocation may wait, in operators of the application,
 // for a thread that reports here meanwhile. It is tried again where the table has grown in between.
 void ThreadWatchdog::executeWatchdogTimeout(int id) {
-    timeOut(id);
+    timeOut(id, WatchdogInfo::NO_TICK);
 }
 
-// False where there is no memory for the copy: nothing is declared, and the next pass tries again.
-bool ThreadWatchdog::timeOut(int id) {
+// False where there is no memory for the copy: nothing is declared, and the next pass tries again. A sign of
+// life since the pass found the thread overdue counts; without the time of a pass nobody asks.
+bool ThreadWatchdog::timeOut(int id, unsigned int now) {
     TimeoutAnswer answer = NO_ROOM;
     while (answer == NO_ROOM) {
         TableSize const size = tableSize();
@@ -268,7 +277,7 @@ bool ThreadWatchdog::timeOut(int id) {
             return false;
         }
         WatchdogTimerListener* listener = nullptr;
-        answer = declareTimeout(id, size, &listener, copy.get());
+        answer = declareTimeout(id, now, size, &listener, copy.get());
         if (answer == DECLARED) {
             DefaultTimerListener standIn;
             (listener != nullptr ? listener : &standIn)->onTime(id, *copy);
@@ -287,13 +296,12 @@ ThreadWatchdog::TableSize ThreadWatchdog::tableSize() {
     return size;
 }
 
-ThreadWatchdog::TimeoutAnswer ThreadWatchdog::declareTimeout(int id, TableSize const& made,
+ThreadWatchdog::TimeoutAnswer ThreadWatchdog::declareTimeout(int id, unsigned int now, TableSize const& made,
                                                              WatchdogTimerListener** listener,
                                                              WatchdogInfos* copy) {
     SyncGuard const guard(mInfosSyncObject);
     WatchdogInfo* const info = mInfos.find(id);
-    if (info == nullptr || info->watchStatus == WatchdogInfo::NOT_WATCHING ||
-        info->aliveStatus == WatchdogInfo::TIMED_OUT) {
+    if (info == nullptr || !canTimeOut(*info) || (now != WatchdogInfo::NO_TICK && !isOverdue(*info, now))) {
         return NOT_OVERDUE;
     }
     if (!tableSize().isWithin(made)) {

@@ -91,7 +91,8 @@ static_assert(hasTargetSize<utl::ThreadRawMsg>(24));
 
 static_assert(hasTargetSize<utl::ThreadPriority>(8));
 static_assert(hasTargetSize<utl::Command>(4));
-constexpr Fields<VirtualTable, utl::Command*, int, String, utl::Event[4], utl::SyncObject, unsigned int>
+constexpr Fields<VirtualTable, utl::Command*, int, String, utl::Event[4], utl::SyncObject, unsigned int,
+                 utl::SmartPointer<utl::Event>>
     THREAD;
 static_assert(hasTargetFields<utl::Thread>(THREAD));
 static_assert(hasTargetSize<utl::ThreadManager::DetachThread>(1));

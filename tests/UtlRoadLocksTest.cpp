@@ -19,6 +19,7 @@
 namespace {
 
 thread_local unsigned int tLocks = 0;  // by the library, on this thread
+thread_local void (*tOnLock)() = nullptr;
 
 }  // namespace
 
@@ -33,6 +34,9 @@ extern "C" __attribute__((no_sanitize("address", "thread", "undefined"))) int pt
     }
     if (utltest::isLibraryCode(__builtin_return_address(0))) {
         ++tLocks;
+        if (tOnLock != nullptr) {
+            tOnLock();
+        }
     }
     return real(mutex);
 }
@@ -91,6 +95,38 @@ TEST_F(RoadLocks, ADelivery_TakesAtMostFour) {
     EXPECT_GT(locks, 0U);
     EXPECT_LE(locks, 4 * (COUNT - 1));
     RecordProperty("LocksForEachDelivery", static_cast<int>(locks / (COUNT - 1)));
+}
+
+class PassBesideAReport : public utltest::WithManager {
+  protected:
+    struct Counting : utl::WatchdogTimerListener {
+        void onTime(int, utl::WatchdogInfos const&) override { ++calls; }
+        int calls = 0;
+    };
+    static inline utl::WatchdogInfo* sInfo = nullptr;
+    static inline unsigned int sFirstLock = 0;
+};
+
+// The second lock of a pass stands behind its search and in front of its decision.
+TEST_F(PassBesideAReport, ASignOfLifeBehindTheSearch_Counts) {
+    Counting listener;
+    utl::ThreadWatchdog& watchdog = restingWatchdog();
+    ASSERT_TRUE(watchdog.entry(NO_THREAD, 1, &listener, "late"));
+    ASSERT_TRUE(watchdog.start(NO_THREAD));
+    sInfo = watchdog.findWatchdogInfo(NO_THREAD);
+    sInfo->lastAliveTick = 0;
+    sFirstLock = tLocks + 1;
+    tOnLock = [] {
+        if (tLocks > sFirstLock) {
+            sInfo->lastAliveTick = utl::WatchdogInfo::NO_TICK - 1;
+        }
+    };
+    utl::ThreadWatchdogTestAccess::watchOnce(watchdog);
+    tOnLock = nullptr;
+    EXPECT_GT(tLocks, sFirstLock + 1);
+    EXPECT_EQ(listener.calls, 0);
+    EXPECT_EQ(sInfo->timeoutCount, 0U);
+    EXPECT_TRUE(watchdog.unregister(NO_THREAD));
 }
 
 class RoadBesideAStart : public utltest::WithManager {};

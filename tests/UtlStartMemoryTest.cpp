@@ -18,6 +18,7 @@
 #include "TestTimers.h"
 #include "ThreadTestSupport.h"
 #include "UtlFile.h"
+#include "UtlMemory.h"
 #include "UtlMsgDrivenSharedThread.h"
 #include "UtlSharedTimer.h"
 #include "UtlThread.h"
@@ -141,6 +142,7 @@ TEST_F(StartMemory, OfAnEntry_IsHadBeforeThereIsAThread) {
     int id = 0;
     unsigned int const failures = failEachAllocation(
         [&id] {
+            utl::Memory::destroy();  // a start makes it, for the thread's name
             id = ThreadManager::get()->entry([](void*) {}, nullptr, 1, 1000, nullptr,
                                              "a name that is longer than any short text is");
             EXPECT_NE(id, 0);

@@ -254,6 +254,34 @@ TEST_F(ThreadManagerEntry, RegistersTheThreadUnderItsNameAndPriority) {
 
 std::atomic<pthread_attr_t const*> gAttributes;
 
+TEST_F(ThreadManagerEntry, GivesTheKernelAsMuchOfTheNameAsItKeeps) {
+    for (auto const& [name, kernelName] : {std::pair<char const*, char const*>("short", "short"),
+                                           {"exactly 15 byte", "exactly 15 byte"},
+                                           {"sixteen bytes it", "sixteen bytes i"},
+                                           {"aスレッド名前", "aスレッド"},
+                                           {"", ""}}) {
+        std::string seen;
+        auto const look = [](void* out) {
+            char kept[16] = "?";
+            pthread_getname_np(pthread_self(), kept, sizeof(kept));
+            *static_cast<std::string*>(out) = kept;
+        };
+        int const id = manager().entry(look, &seen, 0, 0, nullptr, name);
+        ASSERT_EQ(manager().waitToStop(id, 0), 0);
+        EXPECT_EQ(seen, kernelName);
+        EXPECT_TRUE(manager().unregister(id));
+    }
+}
+
+TEST_F(ThreadManagerEntry, OfACaller_LeavesItTheKernelsName) {
+    char before[16] = "";
+    char after[16] = "?";
+    pthread_getname_np(pthread_self(), before, sizeof(before));
+    EXPECT_NE(manager().entryCaller(0, 0, nullptr, "another"), 0);
+    pthread_getname_np(pthread_self(), after, sizeof(after));
+    EXPECT_STREQ(after, before);
+}
+
 TEST_F(ThreadManagerEntry, CreatesTheThreadWithDefaultAttributesWhateverReservedSays) {
     manager();
     HookScope const scope;
