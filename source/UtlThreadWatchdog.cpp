@@ -352,9 +352,9 @@ bool ThreadWatchdog::unregister(int id) {
     if (!mInitialized) {
         return false;
     }
+    WatchdogInfo erased;  // given back behind the lock, like all memory
     SyncGuard const guard(mInfosSyncObject);
     ++gTableChanges;
-    WatchdogInfo erased;
     return mInfos.eraseSwapped(id, erased);
 }
 

@@ -111,11 +111,12 @@ class NotingThread : public Thread {
   private:
     void noteRegistration() {
         ThreadManager& manager = *ThreadManager::get();
+        std::string seen = hasDone(STARTED) ? "started " : "";
+        seen += isRunning() && manager.isThreadActive(kernelId()) ? "running " : "";
+        seen += std::string(manager.getName(kernelId())) + " ";
+        seen += manager.isRegisteredWatchdog(0) ? "watched " : "";
         std::lock_guard<std::mutex> const guard(mMutex);
-        mSeen += hasDone(STARTED) ? "started " : "";
-        mSeen += isRunning() && manager.isThreadActive(kernelId()) ? "running " : "";
-        mSeen += std::string(manager.getName(kernelId())) + " ";
-        mSeen += manager.isRegisteredWatchdog(0) ? "watched " : "";
+        mSeen = seen;
     }
     void note(char const* call) {
         std::lock_guard<std::mutex> const guard(mMutex);
