@@ -3,12 +3,12 @@
 #include <cstring>
 #include <limits>
 
-#include "UtlCharDecoder.h"
-#include "UtlCharKind.h"
-#include "UtlPairIndex.h"
-#include "UtlRowMatch.h"
 #include "UtlString.h"
 #include "UtlWorkingBuffer.h"
+#include "internal/text/UtlCharDecoder.h"
+#include "internal/text/UtlCharKind.h"
+#include "internal/text/UtlPairIndex.h"
+#include "internal/text/UtlRowMatch.h"
 
 namespace utl {
 

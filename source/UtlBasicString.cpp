@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
-#include "UtlCharDecoder.h"
-#include "UtlDualTypeImage.h"
 #include "UtlString.h"
-#include "UtlStringSearch.h"
 #include "UtlWorkingBuffer.h"
+#include "internal/text/UtlCharDecoder.h"
+#include "internal/text/UtlDualTypeImage.h"
+#include "internal/text/UtlStringSearch.h"
 
 namespace utl {
 

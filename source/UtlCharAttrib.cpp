@@ -1,10 +1,10 @@
 #include "UtlCharAttrib.h"
 
-#include "UtlCharDecoder.h"
-#include "UtlCharKind.h"
-#include "UtlRowMatch.h"
 #include "UtlString.h"
 #include "UtlWorkingBuffer.h"
+#include "internal/text/UtlCharDecoder.h"
+#include "internal/text/UtlCharKind.h"
+#include "internal/text/UtlRowMatch.h"
 
 namespace utl {
 

@@ -3,10 +3,10 @@
 #include <cstring>
 #include <cwchar>
 
-#include "UtlCharDecoder.h"
-#include "UtlCharSetOutput.h"
-#include "UtlSjisTable.h"
-#include "UtlUtf8Triple.h"
+#include "internal/text/UtlCharDecoder.h"
+#include "internal/text/UtlCharSetOutput.h"
+#include "internal/text/UtlSjisTable.h"
+#include "internal/text/UtlUtf8Triple.h"
 
 namespace utl {
 

@@ -1,6 +1,6 @@
 #include "UtlCharSet.h"
-#include "UtlCharSetOutput.h"
-#include "UtlSjisTable.h"
+#include "internal/text/UtlCharSetOutput.h"
+#include "internal/text/UtlSjisTable.h"
 
 namespace utl {
 

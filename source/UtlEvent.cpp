@@ -3,9 +3,9 @@
 #include <cerrno>
 
 #include "UtlLog.h"
-#include "UtlMonotonicTime.h"
-#include "UtlRecursiveMutex.h"
 #include "UtlTimeCounter.h"
+#include "internal/base/UtlRecursiveMutex.h"
+#include "internal/time/UtlMonotonicTime.h"
 
 namespace utl {
 

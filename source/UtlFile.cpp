@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <climits>
 
-#include "UtlFileCalls.h"
 #include "UtlLog.h"
-#include "UtlPathRules.h"
-#include "UtlWidenedParent.h"
+#include "internal/file/UtlFileCalls.h"
+#include "internal/file/UtlPathRules.h"
+#include "internal/file/UtlWidenedParent.h"
 
 namespace utl {
 

@@ -6,12 +6,12 @@
 #include <cstring>
 
 #include "UtlFile.h"
-#include "UtlFileCalls.h"
-#include "UtlFolderWalk.h"
 #include "UtlLog.h"
-#include "UtlPathRules.h"
 #include "UtlString.h"
-#include "UtlWidenedParent.h"
+#include "internal/file/UtlFileCalls.h"
+#include "internal/file/UtlFolderWalk.h"
+#include "internal/file/UtlPathRules.h"
+#include "internal/file/UtlWidenedParent.h"
 
 namespace utl {
 

@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "UtlFile.h"
-#include "UtlPathRules.h"
 #include "UtlString.h"
+#include "internal/file/UtlPathRules.h"
 
 namespace utl {
 

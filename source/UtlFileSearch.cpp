@@ -2,9 +2,9 @@
 #include <cstring>
 #include <memory>
 
-#include "UtlCharDecoder.h"
 #include "UtlFile.h"
-#include "UtlFileCalls.h"
+#include "internal/file/UtlFileCalls.h"
+#include "internal/text/UtlCharDecoder.h"
 
 namespace utl {
 

@@ -3,16 +3,16 @@
 #include <cstring>
 #include <vector>
 
-#include "UtlCharDecoder.h"
 #include "UtlCharSet.h"
 #include "UtlFile.h"
-#include "UtlFileCalls.h"
-#include "UtlLineSearch.h"
 #include "UtlLog.h"
 #include "UtlString.h"
-#include "UtlStringSearch.h"
-#include "UtlTextType.h"
-#include "UtlUtf8Text.h"
+#include "internal/file/UtlFileCalls.h"
+#include "internal/file/UtlLineSearch.h"
+#include "internal/text/UtlCharDecoder.h"
+#include "internal/text/UtlStringSearch.h"
+#include "internal/text/UtlTextType.h"
+#include "internal/text/UtlUtf8Text.h"
 
 namespace utl {
 

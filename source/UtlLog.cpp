@@ -4,12 +4,12 @@
 #include <string.h>
 #include <syslog.h>
 
-#include "UtlLogSink.h"
-#include "UtlLogStamp.h"
-#include "UtlLogTypes.h"
-#include "UtlProcessWide.h"
-#include "UtlSavedErrno.h"
 #include "UtlSyncObject.h"
+#include "internal/base/UtlProcessWide.h"
+#include "internal/base/UtlSavedErrno.h"
+#include "internal/log/UtlLogSink.h"
+#include "internal/log/UtlLogStamp.h"
+#include "internal/log/UtlLogTypes.h"
 
 namespace utl {
 

@@ -2,8 +2,8 @@
 
 #include "UtlFile.h"
 #include "UtlLog.h"
-#include "UtlLogSink.h"
-#include "UtlTextType.h"
+#include "internal/log/UtlLogSink.h"
+#include "internal/text/UtlTextType.h"
 
 namespace utl {
 

@@ -13,13 +13,13 @@
 #include <type_traits>
 
 #include "UtlFile.h"
-#include "UtlKeepAlive.h"
-#include "UtlLogText.h"
-#include "UtlMemoryThreadName.h"
-#include "UtlPathRules.h"
-#include "UtlProcessWide.h"
-#include "UtlSavedErrno.h"
 #include "UtlThreadManager.h"
+#include "internal/base/UtlProcessWide.h"
+#include "internal/base/UtlSavedErrno.h"
+#include "internal/file/UtlPathRules.h"
+#include "internal/log/UtlLogText.h"
+#include "internal/memory/UtlMemoryThreadName.h"
+#include "internal/thread/UtlKeepAlive.h"
 
 namespace utl {
 

@@ -7,7 +7,7 @@
 #include <new>
 
 #include "UtlLog.h"
-#include "UtlWatchedGuard.h"
+#include "internal/thread/UtlWatchedGuard.h"
 
 namespace utl {
 

@@ -3,9 +3,9 @@
 #include <climits>
 #include <utility>
 
-#include "UtlKeepAlive.h"
 #include "UtlLog.h"
-#include "UtlTimerSteps.h"
+#include "internal/message/UtlTimerSteps.h"
+#include "internal/thread/UtlKeepAlive.h"
 
 namespace utl {
 

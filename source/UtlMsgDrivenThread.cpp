@@ -3,13 +3,13 @@
 #include <climits>
 #include <new>
 
-#include "UtlEventWait.h"
-#include "UtlKeepAlive.h"
 #include "UtlLog.h"
-#include "UtlSystemTimer.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
-#include "UtlTokenPipe.h"
+#include "internal/message/UtlSystemTimer.h"
+#include "internal/message/UtlTokenPipe.h"
+#include "internal/thread/UtlKeepAlive.h"
+#include "internal/time/UtlEventWait.h"
 
 namespace utl {
 

@@ -2,11 +2,11 @@
 
 #include <atomic>
 
-#include "UtlEventWait.h"
 #include "UtlLog.h"
 #include "UtlMsgDrivenThread.h"
-#include "UtlQueueGap.h"
-#include "UtlTimerSteps.h"
+#include "internal/message/UtlQueueGap.h"
+#include "internal/message/UtlTimerSteps.h"
+#include "internal/time/UtlEventWait.h"
 
 namespace utl {
 

@@ -1,13 +1,13 @@
 // The timers of a message thread: from the request to the POSIX timer, and from its signal back to the
 // listener.
 
-#include "UtlEventWait.h"
 #include "UtlLog.h"
 #include "UtlMsgDrivenThread.h"
-#include "UtlProcessWide.h"
-#include "UtlSystemTimer.h"
 #include "UtlThreadManager.h"
-#include "UtlTimerSteps.h"
+#include "internal/base/UtlProcessWide.h"
+#include "internal/message/UtlSystemTimer.h"
+#include "internal/message/UtlTimerSteps.h"
+#include "internal/time/UtlEventWait.h"
 
 namespace utl {
 

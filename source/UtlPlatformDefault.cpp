@@ -1,8 +1,8 @@
 #include <climits>
 #include <cstddef>
 
-#include "UtlCharDecoder.h"
 #include "UtlPlatform.h"
+#include "internal/text/UtlCharDecoder.h"
 
 // What a program gets that brings no platform functions of its own. The definitions are weak, so that the
 // program's win in the static form of the library as well.

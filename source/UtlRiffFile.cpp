@@ -5,9 +5,9 @@
 #include <cstring>
 
 #include "UtlFile.h"
-#include "UtlRiffFields.h"
 #include "UtlString.h"
-#include "UtlWatchedGuard.h"
+#include "internal/file/UtlRiffFields.h"
+#include "internal/thread/UtlWatchedGuard.h"
 
 namespace utl {
 

@@ -2,16 +2,16 @@
 
 #include <algorithm>
 
-#include "UtlEventWait.h"
-#include "UtlKeepAlive.h"
 #include "UtlLog.h"
-#include "UtlProcessWide.h"
-#include "UtlSystemTimer.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
-#include "UtlTimerRun.h"
-#include "UtlTimerSteps.h"
-#include "UtlTokenPipe.h"
+#include "internal/base/UtlProcessWide.h"
+#include "internal/message/UtlSystemTimer.h"
+#include "internal/message/UtlTimerRun.h"
+#include "internal/message/UtlTimerSteps.h"
+#include "internal/message/UtlTokenPipe.h"
+#include "internal/thread/UtlKeepAlive.h"
+#include "internal/time/UtlEventWait.h"
 
 namespace utl {
 

@@ -2,12 +2,12 @@
 
 #include <optional>
 
-#include "UtlAdopt.h"
-#include "UtlEventWait.h"
 #include "UtlSharedTimer.h"
 #include "UtlThreadManager.h"
-#include "UtlTimerRun.h"
-#include "UtlTimerSteps.h"
+#include "internal/base/UtlAdopt.h"
+#include "internal/message/UtlTimerRun.h"
+#include "internal/message/UtlTimerSteps.h"
+#include "internal/time/UtlEventWait.h"
 
 namespace utl {
 

@@ -5,9 +5,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "UtlCharDecoder.h"
-#include "UtlStringSearch.h"
 #include "UtlWorkingBuffer.h"
+#include "internal/text/UtlCharDecoder.h"
+#include "internal/text/UtlStringSearch.h"
 
 namespace utl {
 

@@ -1,6 +1,6 @@
 #include "UtlSyncObject.h"
 
-#include "UtlRecursiveMutex.h"
+#include "internal/base/UtlRecursiveMutex.h"
 
 namespace utl {
 

@@ -5,9 +5,9 @@
 #include <cerrno>
 #include <memory>
 
-#include "UtlEventWait.h"
-#include "UtlThreadLife.h"
 #include "UtlThreadManager.h"
+#include "internal/thread/UtlThreadLife.h"
+#include "internal/time/UtlEventWait.h"
 
 namespace utl {
 

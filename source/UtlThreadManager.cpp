@@ -10,16 +10,16 @@
 #include <shared_mutex>
 #include <type_traits>
 
-#include "UtlAdopt.h"
-#include "UtlEventWait.h"
-#include "UtlKeepAlive.h"
 #include "UtlLog.h"
-#include "UtlLogText.h"
-#include "UtlMemoryThreadName.h"
-#include "UtlProcessWide.h"
-#include "UtlThreadId.h"
-#include "UtlThreadLife.h"
 #include "UtlThreadWatchdog.h"
+#include "internal/base/UtlAdopt.h"
+#include "internal/base/UtlProcessWide.h"
+#include "internal/log/UtlLogText.h"
+#include "internal/memory/UtlMemoryThreadName.h"
+#include "internal/thread/UtlKeepAlive.h"
+#include "internal/thread/UtlThreadId.h"
+#include "internal/thread/UtlThreadLife.h"
+#include "internal/time/UtlEventWait.h"
 
 namespace utl {
 

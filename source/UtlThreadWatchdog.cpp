@@ -6,10 +6,10 @@
 #include <string>
 
 #include "UtlLog.h"
-#include "UtlLogText.h"
-#include "UtlProcessWide.h"
-#include "UtlThreadId.h"
 #include "UtlTimeCounter.h"
+#include "internal/base/UtlProcessWide.h"
+#include "internal/log/UtlLogText.h"
+#include "internal/thread/UtlThreadId.h"
 
 namespace utl {
 

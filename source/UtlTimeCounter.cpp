@@ -6,8 +6,8 @@
 
 #include "UtlLog.h"
 #include "UtlMap.h"
-#include "UtlProcessWide.h"
 #include "UtlSyncObject.h"
+#include "internal/base/UtlProcessWide.h"
 
 namespace utl {
 

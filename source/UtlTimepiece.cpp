@@ -4,7 +4,7 @@
 
 #include <tuple>
 
-#include "UtlKeepAlive.h"
+#include "internal/thread/UtlKeepAlive.h"
 
 namespace utl {
 

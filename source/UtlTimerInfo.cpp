@@ -1,6 +1,6 @@
 #include "UtlTimerInfo.h"
 
-#include "UtlAdopt.h"
+#include "internal/base/UtlAdopt.h"
 
 namespace utl {
 

@@ -5,7 +5,7 @@
 #include "UtlBitStream.h"
 #include "UtlFile.h"
 #include "UtlRiffFile.h"
-#include "UtlWatchedGuard.h"
+#include "internal/thread/UtlWatchedGuard.h"
 
 namespace utl {
 

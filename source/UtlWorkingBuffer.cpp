@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "UtlProcessWide.h"
+#include "internal/base/UtlProcessWide.h"
 
 namespace utl {
 

@@ -12,7 +12,7 @@
 
 #include "TestFolder.h"
 #include "TestMemory.h"
-#include "ThreadTestSupport.h"
+#include "TestThreads.h"
 
 using utl::Memory;
 

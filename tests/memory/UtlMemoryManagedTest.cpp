@@ -23,7 +23,7 @@
 #include "TestFolder.h"
 #include "TestLog.h"
 #include "TestMemory.h"
-#include "ThreadTestSupport.h"
+#include "TestThreads.h"
 #include "UtlMemory.h"
 
 using utl::Memory;

@@ -14,7 +14,7 @@
 #include "TestFolder.h"
 #include "TestHooks.h"
 #include "TestMemory.h"
-#include "ThreadTestSupport.h"
+#include "TestThreads.h"
 #include "UtlMemory.h"
 
 namespace {

@@ -1,0 +1,262 @@
+#include "internal/message/UtlSystemTimer.h"
+
+#include <pthread.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <new>
+
+#include "UtlMsg.h"
+#include "UtlSyncObject.h"
+#include "internal/base/UtlProcessWide.h"
+#include "internal/base/UtlSavedErrno.h"
+#include "internal/thread/UtlBriefWait.h"
+
+namespace utl {
+
+namespace {
+
+constexpr int NO_NUMBER = -1;
+
+enum TimerState { GONE, LIVE, ABANDONED };
+
+// A timer, as the signal handler sees it. Slots are never freed, so that a handler may look at one at any
+// time. A slot whose timer is gone serves the next one of its bucket; until then a late signal is known by
+// it. Each has a cache line of its own: while the handler of one timer works, the reader takes the tokens of
+// another.
+struct alignas(64) TimerSlot {
+    std::atomic<int> number{NO_NUMBER};
+    std::atomic<int> writeEnd{-1};
+    std::atomic<TimerState> state{GONE};
+    std::atomic<unsigned int> waiting{0};   // tokens in the pipe
+    std::atomic<unsigned int> handlers{0};  // handlers that are at work on this slot
+    std::atomic<TimerSlot*> next{nullptr};
+};
+
+// The kernel counts its numbers up, so the low bits spread them evenly.
+constexpr unsigned int BUCKET_COUNT = 256;
+TimerSlot gBuckets[BUCKET_COUNT];
+
+TimerSlot& bucketOf(int number) {
+    return gBuckets[static_cast<unsigned int>(number) % BUCKET_COUNT];
+}
+
+SyncObject& slotLock() {
+    static ProcessWide<SyncObject> lock;
+    return *lock;
+}
+
+TimerSlot* findSlot(int number) {
+    for (TimerSlot* slot = &bucketOf(number); slot != nullptr; slot = slot->next) {
+        if (slot->number == number) {
+            return slot;
+        }
+    }
+    return nullptr;
+}
+
+// A free slot of the bucket, a new one where all are taken; null if there is no memory for it. A number that
+// the kernel gives again keeps its slot, so that it never has two.
+TimerSlot* slotFor(int number) {
+    TimerSlot* slot = findSlot(number);
+    if (slot != nullptr) {
+        return slot;
+    }
+    slot = &bucketOf(number);
+    while (slot->state != GONE) {
+        TimerSlot* next = slot->next;
+        if (next == nullptr) {
+            next = new (std::nothrow) TimerSlot;
+            slot->next = next;
+        }
+        if (next == nullptr) {
+            return nullptr;
+        }
+        slot = next;
+    }
+    return slot;
+}
+
+bool addTimer(int number, int writeEnd) {
+    TimerSlot* const slot = slotFor(number);
+    if (slot == nullptr) {
+        return false;
+    }
+    slot->number = number;
+    slot->writeEnd = writeEnd;
+    slot->waiting = 0;
+    slot->state = LIVE;
+    return true;
+}
+
+// A handler enters first and looks then; so once the timer is not live and nobody is inside, nobody will
+// write. A handler that writes never waits: this ends.
+void endTimer(int number, TimerState state) {
+    TimerSlot* const slot = findSlot(number);
+    if (slot == nullptr) {
+        return;
+    }
+    slot->state = state;
+    waitBriefly([slot] { return slot->handlers == 0; });
+}
+
+// The slot may have passed to another timer meanwhile, whose count starts anew.
+void takeOne(std::atomic<unsigned int>& count) {
+    unsigned int before = count;
+    while (before != 0 && !count.compare_exchange_weak(before, before - 1)) {
+    }
+}
+
+// Only so many tokens of one timer wait at a time; see TIMER_TOKENS_MAX. The state is looked at first:
+// whoever finds a slot live finds there the number and the pipe of that time or of a later one.
+bool writeTokenOf(TimerSlot& slot, int number, int writeEnd, TokenIo* io) {
+    if (slot.state != LIVE || slot.number != number || slot.writeEnd != writeEnd ||
+        slot.waiting >= TIMER_TOKENS_MAX) {
+        return true;
+    }
+    ++slot.waiting;
+    bool written = false;
+    bool const isDone = writeTokenFromHandler(writeEnd, {MSG_ID_TIMEOUT_SIGNAL, number}, io, &written);
+    if (!written) {
+        takeOne(slot.waiting);
+    }
+    return isDone;
+}
+
+// The handler that stood there before the library's own, of a program or of another copy of the library.
+class ReplacedHandler {
+  public:
+    /// None where `replaced` is no function, or the handler of `own`.
+    void set(struct sigaction const& replaced, struct sigaction const& own) {
+        bool const isFunction = replaced.sa_handler != SIG_DFL && replaced.sa_handler != SIG_IGN;
+        bool const hasInfo = (replaced.sa_flags & SA_SIGINFO) != 0;
+        bool const isOwn = hasInfo && replaced.sa_sigaction == own.sa_sigaction;
+        mWithInfo = isFunction && hasInfo && !isOwn ? replaced.sa_sigaction : nullptr;
+        mPlain = isFunction && !hasInfo ? replaced.sa_handler : nullptr;
+    }
+
+    void call(int signalNumber, siginfo_t* info, void* context) const {
+        if (auto const withInfo = mWithInfo.load()) {
+            withInfo(signalNumber, info, context);
+        } else if (auto const plain = mPlain.load()) {
+            plain(signalNumber);
+        }
+    }
+
+  private:
+    std::atomic<void (*)(int, siginfo_t*, void*)> mWithInfo{nullptr};
+    std::atomic<void (*)(int)> mPlain{nullptr};
+};
+
+ReplacedHandler gReplacedHandlers[NSIG];
+
+// A child process has none of its parent's timers, and its own begin with the same numbers.
+void forgetTimersInChild() {
+    for (TimerSlot& bucket : gBuckets) {
+        for (TimerSlot* slot = &bucket; slot != nullptr; slot = slot->next) {
+            slot->number = NO_NUMBER;
+            slot->state = GONE;
+            slot->handlers = 0;
+        }
+    }
+    new (&slotLock()) SyncObject;
+}
+
+[[maybe_unused]] int const gForkIsSeen = pthread_atfork(nullptr, nullptr, forgetTimersInChild);
+
+}  // namespace
+
+int kernelTimerNumber(timer_t id) {
+    return static_cast<int>(reinterpret_cast<std::intptr_t>(id));
+}
+
+int createSystemTimer(int signalNumber, int writeEnd, timer_t* id, int* number) {
+    sigevent event;
+    std::memset(&event, 0, sizeof(event));
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = signalNumber;
+    event.sigev_value.sival_int = writeEnd;
+    // The kernel may give the number of a timer that is just being deleted.
+    SyncGuard const guard(slotLock());
+    timer_t created = timer_t();
+    if (timer_create(CLOCK_MONOTONIC, &event, &created) != 0) {
+        return errno;
+    }
+    if (!addTimer(kernelTimerNumber(created), writeEnd)) {
+        timer_delete(created);
+        return ENOMEM;
+    }
+    *id = created;
+    *number = kernelTimerNumber(created);
+    return 0;
+}
+
+int armSystemTimer(timer_t id, unsigned int milliseconds) {
+    itimerspec spec;
+    spec.it_value.tv_sec = static_cast<time_t>(milliseconds / 1000);
+    spec.it_value.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000;
+    spec.it_interval = spec.it_value;
+    itimerspec old;
+    return timer_settime(id, 0, &spec, &old) == 0 ? 0 : errno;
+}
+
+int deleteSystemTimer(timer_t id, int number) {
+    SyncGuard const guard(slotLock());
+    if (timer_delete(id) != 0) {
+        return errno;
+    }
+    endTimer(number, GONE);
+    return 0;
+}
+
+void abandonSystemTimer(int number) {
+    SyncGuard const guard(slotLock());
+    endTimer(number, ABANDONED);
+}
+
+void acknowledgeTimerToken(int number) {
+    TimerSlot* const slot = findSlot(number);
+    if (slot != nullptr) {
+        takeOne(slot->waiting);
+    }
+}
+
+bool serveTimerSignal(int signalNumber, siginfo_t* info, void* context, TokenIo* io) {
+    SavedErrno const errnoOfTheInterrupted;
+    int const number = info->si_timerid;
+    int const writeEnd = info->si_value.sival_int;
+    TimerSlot* const slot = findSlot(number);
+    if (slot == nullptr || slot->writeEnd != writeEnd) {
+        gReplacedHandlers[signalNumber].call(signalNumber, info, context);
+        return true;
+    }
+    ++slot->handlers;
+    bool const isDone = writeTokenOf(*slot, number, writeEnd, io);
+    --slot->handlers;
+    return isDone;
+}
+
+struct sigaction timerSignalAction(void (*handler)(int, siginfo_t*, void*)) {
+    struct sigaction action;
+    std::memset(&action, 0, sizeof(action));
+    action.sa_sigaction = handler;
+    action.sa_flags = SA_SIGINFO | SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    return action;
+}
+
+// The handler of before is known when the first signal comes; asked for again, because another thread may
+// have put one there in between.
+int installSignalAction(int signalNumber, struct sigaction const& action) {
+    struct sigaction replaced;
+    for (struct sigaction const* const next : {static_cast<struct sigaction const*>(nullptr), &action}) {
+        if (sigaction(signalNumber, next, &replaced) != 0) {
+            return errno;
+        }
+        gReplacedHandlers[signalNumber].set(replaced, action);
+    }
+    return 0;
+}
+
+}  // namespace utl

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include "internal/text/UtlEachChar.h"
+
+namespace utl {
+
+/// The usual character of Japanese text, a sequence of three bytes, looked at in one step. It reads four
+/// bytes, the terminator among them, and is not whole where there are fewer.
+class Utf8Triple {
+  public:
+    /// `end` is that of the whole text.
+    UTL_EACH_CHAR Utf8Triple(char const* text, char const* end) {
+        if (end - text >= 3) {
+            std::memcpy(&mBytes, text, sizeof(mBytes));
+        }
+    }
+
+    /// True for a first byte that calls for two more, and two that continue a sequence. It may be longer than
+    /// its value needs.
+    UTL_EACH_CHAR bool isWhole() const { return (mBytes & 0x00C0C0F0U) == 0x008080E0U; }
+
+    /// The first byte, and what the other two add to it.
+    ///@{
+    unsigned int first() const { return mBytes & 0xFFU; }
+    unsigned int second() const { return mBytes >> 8U & 0x3FU; }
+    unsigned int third() const { return mBytes >> 16U & 0x3FU; }
+    ///@}
+
+    unsigned int value() const { return (first() & 0xFU) << 12U | second() << 6U | third(); }
+
+  private:
+    std::uint32_t mBytes = 0;
+};
+
+}  // namespace utl

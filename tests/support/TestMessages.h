@@ -1,0 +1,349 @@
+#pragma once
+
+// Messages and listeners for the tests of message threads.
+
+#include <fcntl.h>
+#include <signal.h>
+
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "TestHooks.h"
+#include "TestLayout.h"
+#include "TestLog.h"
+#include "TestThreads.h"
+#include "UtlMsgDrivenThread.h"
+#include "UtlThreadManager.h"
+
+namespace utl {
+
+/// A way to the state of a message thread that no operation shows.
+struct MsgDrivenThreadTestAccess {
+    static void setNextTimerId(MsgDrivenThread& thread, int id) {
+        SyncGuard const guard(thread.mQueueLock);
+        thread.mNextUserTimerId = id;
+    }
+    static int readEnd(MsgDrivenThread const& thread) { return thread.mPipe[0]; }
+    static int writeEnd(MsgDrivenThread const& thread) { return thread.mPipe[1]; }
+
+    /// Both queues as whoever takes their lock finds them.
+    struct Queues {
+        std::vector<MsgDrivenThread::ThreadCtlMsg> entries;
+        std::vector<unsigned char> frames;
+        unsigned int strayFrames;
+    };
+    static Queues queues(MsgDrivenThread const& thread) {
+        SyncGuard const guard(thread.mQueueLock);
+        Queues result;
+        result.entries.resize(thread.mCtlQueue.size());
+        result.frames.resize(thread.mDataQueue.size());
+        thread.mCtlQueue.copyOut(0, result.entries.data(), thread.mCtlQueue.size());
+        thread.mDataQueue.copyOut(0, result.frames.data(), thread.mDataQueue.size());
+        result.strayFrames = thread.mStrayFrames;
+        return result;
+    }
+
+    /// Where the fields begin, in the order that they must have.
+    static std::vector<std::size_t> fields(MsgDrivenThread const& t) {
+        return utltest::offsetsIn(
+            t, t.mListener, t.mMaxMsgCount, t.mCtlQueue, t.mDataQueue, t.mDataOverflowLogged,
+            t.mInterruptQueue, t.mSendMsg, t.mReceiveMsg, t.mScanMsg, t.mPeekTarget, t.mInterruptEvent,
+            t.mSyncEvent, t.mEraseEvent, t.mFindEvent, t.mSyncResult, t.mInterruptResult, t.mEraseResult,
+            t.mFindResult, t.mTimers, t.mStopTimers, t.mNextUserTimerId, t.mEraseJudgement, t.mFindJudgement,
+            t.mNextSysTimerNumber, t.mPipe, t.mLifecycleLock, t.mQueueLock, t.mSyncLock, t.mInterruptLock,
+            t.mEraseLock, t.mFindLock);
+    }
+};
+
+}  // namespace utl
+
+namespace utltest {
+
+using ThreadAccess = utl::MsgDrivenThreadTestAccess;
+
+/// The tokens that a pipe with this end takes for certain.
+inline int tokensThatFit(int pipeEnd) {
+    return static_cast<int>(hooks::fcntl.real(pipeEnd, F_GETPIPE_SZ, 0) - getpagesize()) / 8 + 1;
+}
+
+/// The line of a message that the thread's pipe has no room for.
+inline std::string pipeOverflow(utl::MsgDrivenThread const& thread, char const* hexId) {
+    return std::string("<UTIL> ERR: MsgDrivenThread(") + thread.getName().buffer() +
+           ") Overflow Pipe  MaxCount:" + std::to_string(tokensThatFit(ThreadAccess::writeEnd(thread))) +
+           " MsgId:" + hexId;
+}
+
+/// Opens once, for everybody; waiting ends with a failure after half a minute.
+class Gate {
+  public:
+    void open() {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        mOpen = true;
+        mChanged.notify_all();
+    }
+    bool wait() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mChanged.wait_for(lock, std::chrono::seconds(30), [this] { return mOpen; });
+    }
+
+  private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    bool mOpen = false;
+};
+
+/// The watchdog has no thread: calls of the library that a test counts or replaces are those of its own
+/// threads.
+class WithoutWatchdogThread : public ::testing::Test {
+  protected:
+    WithoutWatchdogThread() { renewManager(utl::ThreadManager::DEFAULT_ENTRY_MAX); }
+
+    static void renewManager(unsigned int entryMax) {
+        utl::ThreadManager::destroy();
+        utl::ThreadManagerTestAccess::createWithoutWatchdogThread(entryMax);
+    }
+};
+
+/// A message with one number.
+class NumberMsg : public utl::Msg {
+  public:
+    explicit NumberMsg(int id, int number = 0) : Msg(id), mNumber(number) {}
+    int mNumber;
+
+  protected:
+    int storeDataTo(utl::MsgDataBroker* broker) const override { return broker->set(mNumber); }
+    int restoreDataFrom(utl::MsgDataBroker& broker) override { return broker.get(&mNumber); }
+};
+
+/// A message of so many bytes.
+class BytesMsg : public utl::Msg {
+  public:
+    BytesMsg(int id, unsigned int count) : Msg(id), mBytes(count, static_cast<unsigned char>(0x5A)) {}
+    std::vector<unsigned char> mBytes;
+
+  protected:
+    int storeDataTo(utl::MsgDataBroker* broker) const override {
+        return broker->set(mBytes.data(), static_cast<unsigned int>(mBytes.size()));
+    }
+    int restoreDataFrom(utl::MsgDataBroker& broker) override {
+        return broker.get(mBytes.data(), static_cast<unsigned int>(mBytes.size()));
+    }
+};
+
+/// A function for each message, which may be exchanged while messages arrive.
+class MsgHandler {
+  public:
+    using Function = std::function<void(int id, int number)>;
+
+    MsgHandler& operator=(Function function) {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        mFunction = std::move(function);
+        return *this;
+    }
+    void operator()(int id, int number) const {
+        Function const function = get();
+        if (function) {
+            function(id, number);
+        }
+    }
+    Function get() const {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        return mFunction;
+    }
+
+  private:
+    mutable std::mutex mMutex;
+    Function mFunction;
+};
+
+/// Keeps ids and numbers of what it receives, and runs `onMsg` behind each.
+class Collector : public utl::ThreadMsgListener {
+  public:
+    struct Received {
+        int threadId;
+        int id;
+        int number;
+        bool operator==(Received const& other) const {
+            return threadId == other.threadId && id == other.id && number == other.number;
+        }
+    };
+
+    MsgHandler onMsg;
+
+    void receiveMsg(int threadId, utl::ThreadRawMsg& raw) override {
+        NumberMsg msg(0);
+        msg.restoreFrom(raw);
+        {
+            std::lock_guard<std::mutex> const guard(mMutex);
+            mReceived.push_back({threadId, msg.getMsgId(), msg.mNumber});
+            mChanged.notify_all();
+        }
+        onMsg(msg.getMsgId(), msg.mNumber);
+    }
+
+    std::vector<Received> received() const {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        return mReceived;
+    }
+
+    std::vector<int> ids() const {
+        std::vector<int> result;
+        for (Received const& one : received()) {
+            result.push_back(one.id);
+        }
+        return result;
+    }
+
+    /// Waits until `count` messages were received; false after half a minute.
+    bool waitFor(size_t count) const {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mChanged.wait_for(lock, std::chrono::seconds(30), [&] { return mReceived.size() >= count; });
+    }
+
+  private:
+    mutable std::mutex mMutex;
+    mutable std::condition_variable mChanged;
+    std::vector<Received> mReceived;
+};
+
+/// A message thread that is stopped and taken out of the registry at the end of the scope.
+class ScopedMsgThread : public utl::MsgDrivenThread {
+  public:
+    explicit ScopedMsgThread(unsigned int maxMsgSize = 64, unsigned int maxMsgCount = 16,
+                             char const* name = "road", unsigned int maxTimerCount = 4)
+        : MsgDrivenThread(maxMsgSize, maxMsgCount, name, maxTimerCount) {}
+    ~ScopedMsgThread() override { finish(); }
+
+    void finish() {
+        stop(1, 0);
+        leaveManagement();
+    }
+    using MsgDrivenThread::isDataMsgId;
+    using MsgDrivenThread::TimeoutPostHandling;
+
+    /// The timers that have gone, in their order.
+    std::vector<int> erasedTimers() const {
+        std::lock_guard<std::mutex> const guard(mErasedMutex);
+        return mErased;
+    }
+
+    /// The threads that the hook ran on, in the same order.
+    std::vector<int> erasingThreads() const {
+        std::lock_guard<std::mutex> const guard(mErasedMutex);
+        return mErasingThreads;
+    }
+
+    /// Runs in the hook, with the timer's id as the number.
+    MsgHandler onErase;
+
+  protected:
+    void onEraseTimer(int timerId) override {
+        {
+            std::lock_guard<std::mutex> const guard(mErasedMutex);
+            mErased.push_back(timerId);
+            mErasingThreads.push_back(utl::ThreadManager::getCallerId());
+        }
+        onErase(utl::MSG_ID_TIMER, timerId);
+    }
+
+  private:
+    mutable std::mutex mErasedMutex;
+    std::vector<int> mErased;
+    std::vector<int> mErasingThreads;
+};
+
+/// A thread that is joined at the end of the scope or before.
+class JoinedThread {
+  public:
+    explicit JoinedThread(std::function<void()> work) : mThread(std::move(work)) {}
+    ~JoinedThread() { join(); }
+    void join() {
+        if (mThread.joinable()) {
+            mThread.join();
+        }
+    }
+
+  private:
+    std::thread mThread;
+};
+
+constexpr int BLOCKER = 900;
+
+/// A thread whose handler holds at message BLOCKER until the gate opens, so that a test can fill the queues.
+struct BlockedRoad {
+    explicit BlockedRoad(unsigned int maxMsgSize = 64, unsigned int maxMsgCount = 16,
+                         char const* name = "road")
+        : thread(maxMsgSize, maxMsgCount, name) {
+        collector.onMsg = [this](int id, int number) {
+            if (id == BLOCKER) {
+                entered.open();
+                gate.wait();
+            } else {
+                onOther(id, number);
+            }
+        };
+    }
+    ~BlockedRoad() { gate.open(); }
+
+    void startAndBlock() {
+        ASSERT_EQ(thread.start(&collector), 0);
+        ASSERT_EQ(thread.postMsg(BLOCKER), 1);
+        ASSERT_TRUE(entered.wait());
+    }
+
+    Gate entered;
+    Gate gate;
+    MsgHandler onOther;
+    Collector collector;
+    ScopedMsgThread thread;
+};
+
+/// Does `work` with a control queue that has no place left. The loop must be held meanwhile.
+template <typename WORK>
+void withFullCtlQueue(utl::MsgDrivenThread& thread, WORK work) {
+    while (thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1) == 1) {
+    }
+    work();
+    while (thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_WAKE)) {
+    }
+}
+
+/// Does `work` while no token can be written.
+template <typename WORK>
+void withoutTokens(WORK work) {
+    hooks::write.failFrom(1, 0, -1, EIO);
+    work();
+    hooks::write.reset();
+}
+
+/// The line of a frame that its synchronous sender could not announce, met by an entry with `ctlId`.
+inline std::string mismatchLine(char const* thread, char const* frameId, char const* ctlId) {
+    return std::string("<UTIL> ERR: !!!!!!!! MsgDrivenThread(") + thread +
+           ") MismatchedMsg... DataQueueMsgId:" + frameId + " CtlMsgId:" + ctlId + " Erased Data !!!!!!!!";
+}
+
+/// Waits until the library has written so many tokens since the hooks were reset.
+inline void waitForTokens(unsigned int count) {
+    while (hooks::write.calls() < count) {
+        std::this_thread::yield();
+    }
+}
+
+/// Calls the timer's handler, as the system does when the timer expires.
+inline void expire(ScopedMsgThread& thread, int timerId) {
+    siginfo_t info = {};
+    info.si_timerid = thread.findTimer(timerId)->mSysTimerNum;
+    info.si_value.sival_int = ThreadAccess::writeEnd(thread);
+    utl::MsgDrivenThread::TimeoutSignalHandler(SIGRTMIN + 2, &info, nullptr);
+}
+
+}  // namespace utltest

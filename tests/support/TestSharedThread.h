@@ -1,0 +1,129 @@
+#pragma once
+
+// A shared message thread and listeners for its tests.
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "TestMessages.h"
+#include "TestTask.h"
+#include "TestThreads.h"
+#include "UtlMsgDrivenSharedThread.h"
+
+namespace utl {
+
+/// A way to the fields of a shared message thread.
+struct MsgDrivenSharedThreadTestAccess {
+    /// Where they begin, in the order that they must have.
+    static std::vector<std::size_t> fields(MsgDrivenSharedThread const& t) {
+        return utltest::offsetsIn(t, t.mListeners, t.mAttachResult, t.mForwardIndex, t.mPostMsg, t.mSyncMsg,
+                                  t.mInterruptMsg, t.mReceivedMsg, t.mTimerListeners, t.mAttachLock,
+                                  t.mPostLock, t.mSyncSendLock, t.mInterruptSendLock, t.mTimerMapLock);
+    }
+};
+
+}  // namespace utl
+
+namespace utltest {
+
+/// A shared thread that is stopped and taken out of the registry at the end of the scope.
+class ScopedSharedThread : public utl::MsgDrivenSharedThread {
+  public:
+    explicit ScopedSharedThread(unsigned int maxMsgSize = 64, unsigned int maxMsgCount = 16,
+                                unsigned int maxListenerCount = 4, char const* name = "shared",
+                                unsigned int maxTimerCount = 4)
+        : MsgDrivenSharedThread(maxMsgSize, maxMsgCount, maxListenerCount, name, maxTimerCount) {}
+    ~ScopedSharedThread() override { finish(); }
+
+    void finish() {
+        stop(1, 0);
+        leaveManagement();
+    }
+
+    using MsgDrivenSharedThread::JudgeMsgBroadcast;
+    using MsgDrivenSharedThread::JudgeMsgSpecifiedListener;
+    using MsgDrivenSharedThread::MsgListenerMsg;
+    using MsgDrivenSharedThread::SpecifiedMsgListenerMsg;
+    using MsgDrivenSharedThread::TimerListenerMap;
+};
+
+/// Holds the thread in its first message until the gate opens.
+class Holder : public utl::ThreadMsgListener {
+  public:
+    Gate entered;
+    Gate gate;
+
+    ~Holder() override { gate.open(); }
+    void receiveMsg(int, utl::ThreadRawMsg&) override {
+        entered.open();
+        gate.wait();
+    }
+};
+
+/// Holds the thread from now on.
+inline void holdIn(Holder& holder, utl::MsgDrivenSharedThread& thread) {
+    ASSERT_EQ(thread.postMsg(&holder, BLOCKER), 1);
+    ASSERT_TRUE(holder.entered.wait());
+}
+
+/// Runs a piece of work for each message.
+class Worker : public utl::ThreadMsgListener {
+  public:
+    explicit Worker(std::function<void()> work) : mWork(std::move(work)) {}
+    void receiveMsg(int, utl::ThreadRawMsg&) override { mWork(); }
+
+  private:
+    std::function<void()> const mWork;
+};
+
+/// Works on the message thread, to the end.
+template <typename WORK>
+void workOn(utl::MsgDrivenSharedThread& thread, WORK work) {
+    Worker worker(work);
+    ASSERT_EQ(thread.sendMsgSync(&worker, 1), 1);
+}
+
+/// Where thread `id` reported last; no place for one that is not registered.
+inline utl::StatementInfo lastStatementOf(int id) {
+    return utl::ThreadWatchdogTestAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(), id)
+        .lastStatement;
+}
+
+/// A thread that is watched, so that it shows where it waits. The watchdog must be initialized.
+class WatchedThread {
+  public:
+    template <typename WORK>
+    explicit WatchedThread(WORK work)
+        : mThread([this, work] {
+              utl::ThreadManager::get()->entryWatchdog(60000, nullptr);
+              utl::ThreadManager::get()->startWatchdog();
+              mId = kernelId();
+              work();
+              utl::ThreadManager::get()->unregisterWatchdog(kernelId());
+          }) {}
+    ~WatchedThread() { mThread.join(); }
+
+    /// As `waitUntilIn`, and the thread sleeps.
+    void waitUntilAsleepIn(std::string const& function) const {
+        do {
+            waitUntilIn(function);
+        } while (!isAsleep(mId));
+    }
+
+    /// Waits until the thread stands in front of something in `function` that may block.
+    void waitUntilIn(std::string const& function) const {
+        auto const place = [this] { return lastStatementOf(mId); };
+        while (place().function != function || place().sub != 1) {
+            std::this_thread::yield();
+        }
+    }
+
+  private:
+    std::atomic<int> mId{0};
+    std::thread mThread;
+};
+
+}  // namespace utltest

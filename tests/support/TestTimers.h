@@ -1,0 +1,404 @@
+#pragma once
+
+// Listeners and system calls for the tests of shared timers.
+
+#include <signal.h>
+#include <time.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "TestHooks.h"
+#include "TestLayout.h"
+#include "TestLog.h"
+#include "TestMessages.h"
+#include "TestThreads.h"
+#include "UtlSharedTimer.h"
+#include "UtlThreadManager.h"
+#include "UtlTimer.h"
+
+namespace utl {
+
+/// A way to the state of shared timers that no operation shows.
+struct SharedTimerTestAccess {
+    static void setNextTimerId(SharedTimer& timers, int id) {
+        SyncGuard const guard(timers.mQueueLock);
+        timers.mNextUserTimerId = id;
+    }
+    static void setNextSysTimerNumber(SharedTimer& timers, int number) {
+        SyncGuard const guard(timers.mQueueLock);
+        timers.mNextSysTimerNumber = number;
+    }
+    static int writeEnd(SharedTimer const& timers) { return timers.mPipe[1]; }
+
+    /// Where the fields begin, in the order that they must have.
+    static std::vector<std::size_t> fields(SharedTimer const& t) {
+        return utltest::offsetsIn(t, t.mCtlQueue, t.mTimers, t.mNextUserTimerId, t.mNextSysTimerNumber,
+                                  t.mPipe, t.mApiLock, t.mQueueLock);
+    }
+};
+
+struct TimerTestAccess {
+    static int timerId(Timer const& timer) { return timer.mTimerId; }
+    static std::vector<std::size_t> fields(Timer const& t) {
+        return utltest::offsetsIn(t, t.mSharedTimer, t.mListener, t.mTimerId);
+    }
+};
+
+}  // namespace utl
+
+namespace utltest {
+
+using SharedTimerAccess = utl::SharedTimerTestAccess;
+using TimerAccess = utl::TimerTestAccess;
+
+constexpr unsigned int LONG = 60000;              // a period that does not end during a test
+constexpr unsigned int NO_INTERVAL = 0xFFFFFFFF;  // of an unknown timer
+constexpr int UNKNOWN = 77;                       // the id of no timer
+
+using Ids = std::vector<int>;
+
+inline Ids idsOf(utl::SharedTimer& timers) {
+    utl::Array<int> ids(0, 0);
+    EXPECT_EQ(timers.getTimerIdSet(&ids), 1);
+    return ids.size() == 0 ? Ids() : Ids(ids.elements(), ids.elements() + ids.size());
+}
+
+/// Keeps the ids of the expiries that it is told of, and runs `onTick` behind each.
+class Ticker : public utl::TimerListener {
+  public:
+    Ticker() = default;
+    explicit Ticker(std::function<void(int)> function) : mOnTick(std::move(function)) {}
+    Ticker(Ticker const&) = delete;
+    Ticker& operator=(Ticker const&) = delete;
+
+    void onTime(int timerId) override {
+        {
+            std::lock_guard<std::mutex> const guard(mMutex);
+            mTicks.push_back(timerId);
+            mChanged.notify_all();
+        }
+        if (mOnTick) {
+            mOnTick(timerId);
+        }
+    }
+
+    std::vector<int> ticks() const {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        return mTicks;
+    }
+    size_t count() const { return ticks().size(); }
+
+    /// Waits until there were `count` expiries; false after half a minute.
+    bool waitFor(size_t count) const {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mChanged.wait_for(lock, std::chrono::seconds(30), [&] { return mTicks.size() >= count; });
+    }
+
+    /// Waits for `count` more.
+    bool waitForMore(size_t count) const { return waitFor(ticks().size() + count); }
+
+  private:
+    std::function<void(int)> const mOnTick;
+    mutable std::mutex mMutex;
+    mutable std::condition_variable mChanged;
+    std::vector<int> mTicks;
+};
+
+/// Holds the timer thread at its first expiry until it is let go, so that a test can fill the queue.
+class Blocker : public Ticker {
+  public:
+    Blocker()
+        : Ticker([this](int) {
+              mEntered.open();
+              mGo.wait();
+          }) {}
+    ~Blocker() override { letGo(); }
+
+    /// Gives a timer to the thread that blocks it, and waits until it does.
+    void block(utl::SharedTimer& timers) {
+        int const timer = timers.addTimer(this, 1, 1, 0);
+        ASSERT_GT(timer, 0);
+        ASSERT_TRUE(timers.start(timer, 0));
+        ASSERT_TRUE(mEntered.wait());
+    }
+    void letGo() { mGo.open(); }
+
+  private:
+    Gate mEntered;
+    Gate mGo;
+};
+
+/// A shared timer that is destroyed by `destroy` at the end of the scope.
+class ScopedTimers {
+  public:
+    explicit ScopedTimers(unsigned int maxTimerCount = 8, char const* name = "shared", int watchdog = 0,
+                          unsigned int aliveTime = 0)
+        : mTimers(watchdog, aliveTime, nullptr, maxTimerCount, name) {}
+    ~ScopedTimers() { mTimers.destroy(); }
+    ScopedTimers(ScopedTimers const&) = delete;
+    ScopedTimers& operator=(ScopedTimers const&) = delete;
+
+    utl::SharedTimer* operator->() { return &mTimers; }
+    utl::SharedTimer& operator*() { return mTimers; }
+
+    /// Returns when the thread has acted on all that was asked for before. Takes a free place.
+    void settle() {
+        int const fence = mTimers.addTimer(nullptr, 0);
+        ASSERT_GT(fence, 0);
+        ASSERT_TRUE(mTimers.start(fence, 0));
+        ASSERT_TRUE(mTimers.eraseTimer(fence, 0));
+    }
+
+  private:
+    utl::SharedTimer mTimers;
+};
+
+/// The calls of one system function by shared timers; some of them can be made to fail.
+class PlannedCall {
+  public:
+    /// Call `first`, counted from 1 from now on, and the `count` - 1 behind it fail; a `count` of 0 means all
+    /// that follow.
+    void failFrom(unsigned int first, unsigned int count, int error) {
+        mCalls = 0;
+        mError = error;
+        mFirst = first;
+        mCount = count;
+    }
+    void reset() { failFrom(0, 0, 0); }
+    unsigned int calls() const { return mCalls; }
+
+    /// Counts a call. True, with `errno` set, if it is to fail.
+    bool fails() {
+        unsigned int const number = ++mCalls;
+        unsigned int const first = mFirst;
+        unsigned int const count = mCount;
+        if (first == 0 || number < first || (count != 0 && number - first >= count)) {
+            return false;
+        }
+        errno = mError;
+        return true;
+    }
+
+  private:
+    std::atomic<unsigned int> mCalls{0};
+    std::atomic<unsigned int> mFirst{0};
+    std::atomic<unsigned int> mCount{0};
+    std::atomic<int> mError{0};
+};
+
+/// What shared timers ask the system for, apart from what other threads of the library do meanwhile.
+struct TimerCalls {
+    PlannedCall create;
+    PlannedCall setTime;
+    PlannedCall remove;
+    PlannedCall read;
+    PlannedCall write;
+
+    std::atomic<int> readEnd{-1};  // of the pipe that was opened last
+    std::atomic<int> writeEnd{-1};
+    std::atomic<int> failingWriteId{0};     // if not 0, writes of other tokens are left alone
+    std::atomic<unsigned int> requests{0};  // tokens that are not of signals
+
+    std::mutex mutex;
+    std::vector<timer_t> alive;
+    std::vector<itimerspec> specs;
+
+    static int signalNumber() { return SIGRTMIN + 1; }
+
+    /// For a test that begins.
+    void reset() {
+        for (PlannedCall* const call : {&create, &setTime, &remove, &read, &write}) {
+            call->reset();
+        }
+        readEnd = -1;
+        writeEnd = -1;
+        failingWriteId = 0;
+        requests = 0;
+        std::lock_guard<std::mutex> const guard(mutex);
+        alive.clear();
+        specs.clear();
+    }
+
+    bool knows(timer_t timer) {
+        std::lock_guard<std::mutex> const guard(mutex);
+        return std::find(alive.begin(), alive.end(), timer) != alive.end();
+    }
+    void add(timer_t timer) {
+        std::lock_guard<std::mutex> const guard(mutex);
+        alive.push_back(timer);
+    }
+    void forget(timer_t timer) {
+        std::lock_guard<std::mutex> const guard(mutex);
+        alive.erase(std::find(alive.begin(), alive.end(), timer));
+    }
+
+    /// System timers that exist.
+    size_t aliveCount() {
+        std::lock_guard<std::mutex> const guard(mutex);
+        return alive.size();
+    }
+
+    /// The times that system timers were armed with, in milliseconds, oldest first.
+    std::vector<long> armed() {
+        std::lock_guard<std::mutex> const guard(mutex);
+        std::vector<long> result;
+        for (itimerspec const& spec : specs) {
+            result.push_back(static_cast<long>(spec.it_value.tv_sec) * 1000 +
+                             spec.it_value.tv_nsec / 1000000);
+        }
+        return result;
+    }
+};
+
+inline TimerCalls& timerCalls() {
+    static auto* const calls = new TimerCalls;
+    return *calls;
+}
+
+inline int createTimerHook(clockid_t clock, sigevent* event, timer_t* timer) {
+    if (event->sigev_signo != TimerCalls::signalNumber()) {
+        return hooks::timerCreate.real(clock, event, timer);
+    }
+    if (timerCalls().create.fails()) {
+        return -1;
+    }
+    int const result = hooks::timerCreate.real(clock, event, timer);
+    if (result == 0) {
+        timerCalls().add(*timer);
+    }
+    return result;
+}
+
+inline int setTimerHook(timer_t timer, int flags, itimerspec const* spec, itimerspec* old) {
+    TimerCalls& calls = timerCalls();
+    if (calls.knows(timer)) {
+        if (calls.setTime.fails()) {
+            return -1;
+        }
+        std::lock_guard<std::mutex> const guard(calls.mutex);
+        calls.specs.push_back(*spec);
+    }
+    return hooks::timerSetTime.real(timer, flags, spec, old);
+}
+
+inline int deleteTimerHook(timer_t timer) {
+    if (timerCalls().knows(timer)) {
+        if (timerCalls().remove.fails()) {
+            return -1;
+        }
+        timerCalls().forget(timer);
+    }
+    return hooks::timerDelete.real(timer);
+}
+
+inline ssize_t readHook(int handle, void* buffer, size_t bytes) {
+    if (handle == timerCalls().readEnd && timerCalls().read.fails()) {
+        return -1;
+    }
+    return hooks::read.real(handle, buffer, bytes);
+}
+
+inline ssize_t writeHook(int handle, void const* buffer, size_t bytes) {
+    TimerCalls& calls = timerCalls();
+    int id = 0;
+    std::memcpy(&id, buffer, sizeof(id));
+    calls.requests += handle == calls.writeEnd && id != utl::MSG_ID_TIMEOUT_SIGNAL ? 1U : 0U;
+    if (handle == calls.writeEnd && (calls.failingWriteId == 0 || calls.failingWriteId == id) &&
+        calls.write.fails()) {
+        return -1;
+    }
+    return hooks::write.real(handle, buffer, bytes);
+}
+
+inline int pipeHook(int* ends) {
+    int const result = hooks::pipe.real(ends);
+    timerCalls().readEnd = ends[0];
+    timerCalls().writeEnd = ends[1];
+    return result;
+}
+
+/// All free places of the registry go to other threads while the next thread is created, which therefore
+/// cannot be registered; until the scope ends.
+class [[nodiscard]] FullRegistry {
+  public:
+    FullRegistry() {
+        hooks::threadCreate.replace(
+            +[](pthread_t* thread, pthread_attr_t const* attributes, void* (*entry)(void*), void* argument) {
+                for (int i = 0; i < PLACES; ++i) {
+                    utl::ThreadManagerTestAccess::storeEntry(NO_THREAD + i, foreignEntry("filler"));
+                }
+                return hooks::threadCreate.real(thread, attributes, entry, argument);
+            });
+    }
+    ~FullRegistry() {
+        hooks::threadCreate.replace(nullptr);
+        for (int i = 0; i < PLACES; ++i) {
+            utl::ThreadManagerTestAccess::eraseEntry(NO_THREAD + i);
+        }
+    }
+    FullRegistry(FullRegistry const&) = delete;
+    FullRegistry& operator=(FullRegistry const&) = delete;
+
+  private:
+    static constexpr int PLACES = utl::ThreadManager::DEFAULT_ENTRY_MAX;
+};
+
+/// The log and the system calls of shared timers are watched. The registry of threads is there already, so
+/// that what it does at its own start is not counted.
+class TimerTest : public ::testing::Test {
+  protected:
+    TimerTest() {
+        calls().reset();
+        hooks::timerCreate.replace(createTimerHook);
+        hooks::timerSetTime.replace(setTimerHook);
+        hooks::timerDelete.replace(deleteTimerHook);
+        hooks::read.replace(readHook);
+        hooks::write.replace(writeHook);
+        hooks::pipe.replace(pipeHook);
+    }
+
+    static TimerCalls& calls() { return timerCalls(); }
+
+    static std::string error(std::string const& text, int number) {
+        return "<UTIL> ERR: " + text + std::to_string(number);
+    }
+
+    /// Waits until one more request was posted than `before`.
+    static void waitForRequestBehind(unsigned int before) {
+        while (calls().requests == before) {
+            std::this_thread::yield();
+        }
+    }
+
+    /// The line behind which the loop goes on after an entry that failed.
+    static std::string loopError(std::string const& name, char const* id) {
+        return "<UTIL> ERR: !!!!!!!! SharedTimerThread(" + name + ") Error. MsgId:" + id + " !!!!!!!!";
+    }
+
+    /// True if a line begins and ends like this; what stands between is a system timer's id.
+    bool hasLine(std::string const& begin, std::string const& end) const {
+        for (std::string const& line : log.lines()) {
+            if (line.size() >= begin.size() + end.size() && line.compare(0, begin.size(), begin) == 0 &&
+                line.compare(line.size() - end.size(), end.size(), end) == 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+  private:
+    utl::ThreadManager* const mManager = utl::ThreadManager::get();
+    HookScope const mHooks;
+
+  protected:
+    LogCapture log;
+};
+
+}  // namespace utltest

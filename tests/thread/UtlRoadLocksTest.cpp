@@ -1,0 +1,168 @@
+// The road of a message, of a timer and of a sign of life: how many locks it takes, and that none of them is
+// that of the table of threads, which a start elsewhere may hold until the kernel runs the new thread.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <future>
+#include <vector>
+
+#include "TestHooks.h"
+#include "TestMessages.h"
+#include "TestThreads.h"
+#include "TestTimers.h"
+#include "UtlSharedTimer.h"
+#include "UtlThreadWatchdog.h"
+
+namespace {
+
+thread_local unsigned int tLocks = 0;  // by the library, on this thread
+thread_local void (*tOnLock)() = nullptr;
+
+}  // namespace
+
+extern "C" __attribute__((no_sanitize("address", "thread", "undefined"))) int pthread_mutex_lock(
+    pthread_mutex_t* mutex) noexcept {
+    using Lock = int (*)(pthread_mutex_t*);
+    static std::atomic<Lock> sReal{nullptr};
+    Lock real = sReal;
+    if (real == nullptr) {
+        real = reinterpret_cast<Lock>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
+        sReal = real;
+    }
+    if (utltest::isLibraryCode(__builtin_return_address(0))) {
+        ++tLocks;
+        if (tOnLock != nullptr) {
+            tOnLock();
+        }
+    }
+    return real(mutex);
+}
+
+namespace {
+
+using namespace utltest;
+
+constexpr int FIRST = 100;
+constexpr unsigned int COUNT = 100;
+
+template <typename WORK>
+unsigned int locksOf(WORK work) {
+    unsigned int const before = tLocks;
+    work();
+    return tLocks - before;
+}
+
+using RoadLocks = WithoutWatchdogThread;
+
+TEST_F(RoadLocks, TheQuestionWhetherAThreadRuns_TakesNone) {
+    BlockedRoad road;
+    road.startAndBlock();
+    EXPECT_EQ(locksOf([&road] { EXPECT_TRUE(road.thread.isRunning()); }), 0U);
+    EXPECT_EQ(locksOf([&road] { EXPECT_FALSE(road.thread.hasRequestedStop()); }), 0U);
+    road.gate.open();
+}
+
+TEST_F(RoadLocks, APost_TakesAtMostFive) {
+    BlockedRoad road(64, COUNT + 1);
+    road.startAndBlock();
+    unsigned int const locks = locksOf([&road] {
+        for (unsigned int i = 0; i < COUNT; ++i) {
+            EXPECT_EQ(road.thread.postMsg(FIRST), 1);
+        }
+    });
+    EXPECT_GT(locks, 0U);
+    EXPECT_LE(locks, 5 * COUNT);
+    RecordProperty("LocksForEachPost", static_cast<int>(locks / COUNT));
+    road.gate.open();
+}
+
+TEST_F(RoadLocks, ADelivery_TakesAtMostFour) {
+    BlockedRoad road(64, COUNT + 1);
+    std::vector<unsigned int> seen;
+    road.onOther = [&seen](int, int) { seen.push_back(tLocks); };
+    road.startAndBlock();
+    for (unsigned int i = 0; i < COUNT; ++i) {
+        ASSERT_EQ(road.thread.postMsg(FIRST), 1);
+    }
+    road.gate.open();
+    ASSERT_TRUE(road.collector.waitFor(COUNT + 1));
+    ASSERT_EQ(road.thread.stop(1, 0), 0);
+    ASSERT_EQ(seen.size(), COUNT);
+    unsigned int const locks = seen.back() - seen.front();
+    EXPECT_GT(locks, 0U);
+    EXPECT_LE(locks, 4 * (COUNT - 1));
+    RecordProperty("LocksForEachDelivery", static_cast<int>(locks / (COUNT - 1)));
+}
+
+class PassBesideAReport : public utltest::WithManager {
+  protected:
+    struct Counting : utl::WatchdogTimerListener {
+        void onTime(int, utl::WatchdogInfos const&) override { ++calls; }
+        int calls = 0;
+    };
+    static inline utl::WatchdogInfo* sInfo = nullptr;
+    static inline unsigned int sFirstLock = 0;
+};
+
+// The second lock of a pass stands behind its search and in front of its decision.
+TEST_F(PassBesideAReport, ASignOfLifeBehindTheSearch_Counts) {
+    Counting listener;
+    utl::ThreadWatchdog& watchdog = restingWatchdog();
+    ASSERT_TRUE(watchdog.entry(NO_THREAD, 1, &listener, "late"));
+    ASSERT_TRUE(watchdog.start(NO_THREAD));
+    sInfo = watchdog.findWatchdogInfo(NO_THREAD);
+    sInfo->lastAliveTick = 0;
+    sFirstLock = tLocks + 1;
+    tOnLock = [] {
+        if (tLocks > sFirstLock) {
+            sInfo->lastAliveTick = utl::WatchdogInfo::NO_TICK - 1;
+        }
+    };
+    utl::ThreadWatchdogTestAccess::watchOnce(watchdog);
+    tOnLock = nullptr;
+    EXPECT_GT(tLocks, sFirstLock + 1);
+    EXPECT_EQ(listener.calls, 0);
+    EXPECT_EQ(sInfo->timeoutCount, 0U);
+    EXPECT_TRUE(watchdog.unregister(NO_THREAD));
+}
+
+class RoadBesideAStart : public utltest::WithManager {};
+
+TEST_F(RoadBesideAStart, MessagesTimersAndSignsOfLife_DoNotWaitForTheTableOfThreads) {
+    Collector collector;
+    ScopedMsgThread thread(64, 16, "road", 4);
+    ASSERT_EQ(thread.start(&collector, 1, 60000), 0);
+    ASSERT_TRUE(thread.startWatchdog());
+    Ticker ticker;
+    ScopedTimers timers;
+    int const shared = timers->addTimer(&ticker, 1, 3, 0);
+    std::future<void> road;
+    {
+        utl::ThreadManagerTestAccess::HeldTable const table;
+        road = std::async(std::launch::async, [&] {
+            EXPECT_TRUE(thread.isRunning());
+            EXPECT_EQ(thread.postMsg(FIRST), 1);
+            EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
+            EXPECT_EQ(thread.sendMsgInterrupt(FIRST), 1);
+            EXPECT_FALSE(thread.hasMsg(FIRST));
+            EXPECT_TRUE(thread.eraseMsg(FIRST));
+            int const timer = thread.setTimer(1, 0, 2, 0);
+            EXPECT_GT(timer, 0);
+            EXPECT_TRUE(collector.waitFor(5));
+            int const other = thread.registerTimer(60000);
+            EXPECT_TRUE(thread.startTimer(other));
+            EXPECT_TRUE(thread.killTimer(other));
+            EXPECT_TRUE(timers->start(shared));
+            EXPECT_TRUE(ticker.waitFor(3));
+            utl::Thread::keepAliveWatchdog(utl::StatementInfo::INVALID);
+        });
+        EXPECT_EQ(road.wait_for(std::chrono::seconds(60)), std::future_status::ready);
+    }
+    road.wait();
+    EXPECT_EQ(thread.stop(1, 0), 0);
+}
+
+}  // namespace
