@@ -59,7 +59,6 @@ class UTL_API Event {
   private:
     friend class Thread;
     friend class ThreadLife;
-    friend struct EventTestAccess;
     struct Side;
 
     // The state without the mutex, as `isOn` finds it or is about to. The thread that sets it may still be at

@@ -158,8 +158,6 @@ class UTL_API Memory {
     virtual ~Memory();
 
   private:
-    friend struct MemoryTestAccess;
-
     Memory();
 
     static SyncObject const& instantiationSyncObject();

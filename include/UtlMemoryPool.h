@@ -34,8 +34,6 @@ class UTL_API MemoryPool {
     void release(void* block);
 
   private:
-    friend struct MemoryPoolTestAccess;
-
     bool isBlock(void const* block, unsigned int* index) const;
     void logError(char const* format) const;
 

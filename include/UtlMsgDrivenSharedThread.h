@@ -245,8 +245,6 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
     ///@}
 
   private:
-    friend struct MsgDrivenSharedThreadTestAccess;
-
     using JudgeBroadcast = JudgeMsgBroadcast<JudgeMsgSpecifiedMsgId>;
     using JudgeListener = JudgeMsgSpecifiedListener<JudgeMsgSpecifiedMsgId>;
 

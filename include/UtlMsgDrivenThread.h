@@ -332,8 +332,6 @@ class UTL_API MsgDrivenThread : public Thread {
     void updateNextUserTimerIdValue();
 
   private:
-    friend struct MsgDrivenThreadTestAccess;
-
     // What a synchronous send and an interrupt differ in.
     struct WaitingSend {
         SyncObject& mLock;

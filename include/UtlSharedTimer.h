@@ -188,8 +188,6 @@ class UTL_API SharedTimer : public Thread {
     ///@}
 
   private:
-    friend struct SharedTimerTestAccess;
-
     class ApiGuard;
 
     static bool installTimeoutSignalHandler();

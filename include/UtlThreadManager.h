@@ -206,7 +206,6 @@ class UTL_API ThreadManager {
 
   private:
     friend class Thread;
-    friend struct ThreadManagerTestAccess;
 
     struct NewThread;
     struct StartParameter;

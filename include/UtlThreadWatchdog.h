@@ -221,7 +221,6 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
 
   private:
     friend class ThreadManager;
-    friend struct ThreadWatchdogTestAccess;
 
     // Another thread for another try: a message thread starts once.
     void renewThread();

@@ -45,8 +45,6 @@ class UTL_API Timer : public TimerListener {
     void onTime(int timerId) override;
 
   private:
-    friend struct TimerTestAccess;
-
     SharedTimer mSharedTimer;
     TimerListener* mListener;
     int mTimerId;

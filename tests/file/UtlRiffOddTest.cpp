@@ -1381,7 +1381,7 @@ int heldFstat(int descriptor, struct stat* status) {
 }
 
 utl::StatementInfo lastStatementOf(int thread) {
-    return utl::ThreadWatchdogTestAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(), thread)
+    return utltest::ThreadWatchdogAccess::copyInfo(utltest::ThreadManagerAccess::watchdog(), thread)
         .lastStatement;
 }
 

@@ -1,6 +1,5 @@
 // The two locks of the log: which call takes which of them, and for how long.
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -36,8 +35,8 @@ class LockTrace {
         }
     }
 
-    static void noteLock(void const* caller, void const* mutex) {
-        if (tCurrent != nullptr && utltest::isLibraryCode(caller)) {
+    static void noteLock(pthread_mutex_t* mutex) {
+        if (tCurrent != nullptr) {
             if (!tCurrent->takenBefore(mutex)) {
                 tCurrent->mMutexes.push_back(mutex);
             }
@@ -45,10 +44,8 @@ class LockTrace {
         }
     }
 
-    // A sink's mutex that is given back by the last call of the sink seems to be the library's; that was not
-    // seen to be taken.
-    static void noteUnlock(void const* caller, void const* mutex) {
-        if (tCurrent != nullptr && utltest::isLibraryCode(caller) && tCurrent->takenBefore(mutex)) {
+    static void noteUnlock(pthread_mutex_t* mutex) {
+        if (tCurrent != nullptr) {
             tCurrent->add('-', mutex);
         }
     }
@@ -71,41 +68,12 @@ class LockTrace {
 
 thread_local LockTrace* LockTrace::tCurrent = nullptr;
 
-using MutexFunction = int (*)(pthread_mutex_t*);
-
-int callSystem(std::atomic<MutexFunction>& system, char const* name, pthread_mutex_t* mutex) {
-    MutexFunction function = system.load(std::memory_order_relaxed);
-    if (function == nullptr) {
-        function = reinterpret_cast<MutexFunction>(dlsym(RTLD_NEXT, name));
-        system.store(function, std::memory_order_relaxed);
-    }
-    return function(mutex);
-}
-
-std::atomic<MutexFunction> gSystemLock{nullptr};
-std::atomic<MutexFunction> gSystemUnlock{nullptr};
-
-}  // namespace
-
-// Defined here, so that the library calls them.
-#define UTLTEST_MUTEX extern "C" __attribute__((no_sanitize("address", "thread", "undefined")))
-
-UTLTEST_MUTEX int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-    LockTrace::noteLock(__builtin_return_address(0), mutex);
-    return callSystem(gSystemLock, "pthread_mutex_lock", mutex);
-}
-
-UTLTEST_MUTEX int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
-    LockTrace::noteUnlock(__builtin_return_address(0), mutex);
-    return callSystem(gSystemUnlock, "pthread_mutex_unlock", mutex);
-}
-
-namespace {
-
 class LogLocks : public testing::Test {
   protected:
     LogLocks() {
         mLog.atEachSink(LockTrace::note);
+        utltest::hooks::mutexLock.watch(LockTrace::noteLock);
+        utltest::hooks::mutexUnlock.watch(LockTrace::noteUnlock);
         utltest::hooks::getTimeOfDay.replace([](timeval* now, void* zone) {
             LockTrace::note('t');
             return utltest::hooks::getTimeOfDay.real(now, zone);

@@ -138,7 +138,7 @@ void watchStopped(unsigned int allocation, SilentListener const& listener, unsig
     gStop.allocation = allocation;
     gStop.thread = utltest::kernelId();
     while (listener.calls < calls) {
-        utl::ThreadWatchdogTestAccess::watchOnce(utl::ThreadManagerTestAccess::watchdog());
+        utltest::ThreadWatchdogAccess::watchOnce(utltest::ThreadManagerAccess::watchdog());
     }
     gStop.thread = 0;
 }

@@ -669,8 +669,8 @@ TEST_F(ManagedMemoryReport, OpensAndClosesItsFileInSightOfTheWatchdog) {
     static std::vector<std::string> seen;
     seen.clear();
     static constexpr auto look = [] {
-        utl::StatementInfo const last = utl::ThreadWatchdogTestAccess::copyInfo(
-                                            utl::ThreadManagerTestAccess::watchdog(), utltest::kernelId())
+        utl::StatementInfo const last = utltest::ThreadWatchdogAccess::copyInfo(
+                                            utltest::ThreadManagerAccess::watchdog(), utltest::kernelId())
                                             .lastStatement;
         seen.push_back(std::string(last.file) + " " + last.function + " " + std::to_string(last.sub));
     };

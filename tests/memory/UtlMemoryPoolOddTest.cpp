@@ -81,7 +81,7 @@ namespace {
 using utl::MemoryPool;
 using utl::StatementInfo;
 using utltest::LogCapture;
-using Access = utl::ThreadWatchdogTestAccess;
+using Access = utltest::ThreadWatchdogAccess;
 
 /// Fails one request of the calling thread for memory, counted from 1; 0 fails none.
 class HeapPlan {

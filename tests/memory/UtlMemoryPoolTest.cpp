@@ -16,35 +16,45 @@
 #include "TestHooks.h"
 #include "TestLayout.h"
 #include "TestLog.h"
+#include "TestPrivate.h"
 #include "TestThreads.h"
 #include "UtlThreadWatchdog.h"
 
 using utltest::LogCapture;
 
-namespace utl {
+namespace utltest {
+
+namespace in_pool {
+UTLTEST_REVEAL(utl::MemoryPool, mName);
+UTLTEST_REVEAL(utl::MemoryPool, mBlockSize);
+UTLTEST_REVEAL(utl::MemoryPool, mBlockCount);
+UTLTEST_REVEAL(utl::MemoryPool, mActive);
+UTLTEST_REVEAL(utl::MemoryPool, mMemory);
+UTLTEST_REVEAL(utl::MemoryPool, mSyncObject);
+}  // namespace in_pool
 
 /// A way to the fields of a pool.
-struct MemoryPoolTestAccess {
+struct MemoryPoolAccess {
     /// Where they begin, in the order that they must have.
-    static std::vector<std::size_t> fields(MemoryPool const& pool) {
-        return utltest::offsetsIn(pool, pool.mName, pool.mBlockSize, pool.mBlockCount, pool.mActive,
-                                  pool.mMemory, pool.mSyncObject);
+    static std::vector<std::size_t> fields(utl::MemoryPool const& pool) {
+        using namespace in_pool;
+        return offsetsOf(pool, mName, mBlockSize, mBlockCount, mActive, mMemory, mSyncObject);
     }
 
     /// True if some thread holds the pool's lock.
-    static bool isHeld(MemoryPool const& pool) {
+    static bool isHeld(utl::MemoryPool const& pool) {
         bool held = false;
         std::thread([&] {
-            held = !pool.mSyncObject.tryLock();
+            held = !(pool.*in_pool::mSyncObject).tryLock();
             if (!held) {
-                pool.mSyncObject.unlock();
+                (pool.*in_pool::mSyncObject).unlock();
             }
         }).join();
         return held;
     }
 };
 
-}  // namespace utl
+}  // namespace utltest
 
 namespace {
 
@@ -268,7 +278,7 @@ TEST(MemoryPool, UsedByManyThreads_GivesNoBlockTwice) {
 // Derived classes and their callers are compiled apart from the library.
 TEST(MemoryPool, ItsFields_HaveTheirOrder) {
     utl::MemoryPool const pool(8, 4, "fields");
-    std::vector<std::size_t> const fields = utl::MemoryPoolTestAccess::fields(pool);
+    std::vector<std::size_t> const fields = utltest::MemoryPoolAccess::fields(pool);
     EXPECT_EQ(fields.front(), utltest::FIRST_FIELD);
     EXPECT_TRUE(utltest::areRising(fields));
 }
@@ -280,11 +290,11 @@ std::vector<std::string> gReports;
 
 int clockThatLooksAtThePool(clockid_t clock, timespec* time) {
     if (utltest::kernelId() == gUser) {
-        utl::ThreadWatchdog& watchdog = utl::ThreadManagerTestAccess::watchdog();
+        utl::ThreadWatchdog& watchdog = utltest::ThreadManagerAccess::watchdog();
         utl::StatementInfo const place =
-            utl::ThreadWatchdogTestAccess::copyInfo(watchdog, gUser).lastStatement;
+            utltest::ThreadWatchdogAccess::copyInfo(watchdog, gUser).lastStatement;
         gReports.push_back(std::string(place.function) + " " + std::to_string(place.sub) +
-                           (utl::MemoryPoolTestAccess::isHeld(*gPool) ? " held" : " free"));
+                           (utltest::MemoryPoolAccess::isHeld(*gPool) ? " held" : " free"));
     }
     return utltest::hooks::clockGetTime.real(clock, time);
 }

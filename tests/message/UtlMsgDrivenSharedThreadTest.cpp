@@ -333,7 +333,7 @@ TEST_F(SharedThread, AttachAndDetach_AfterTheThreadHasLeftTheManagement_AreDoneD
 
 // The kernel gives the id of a thread that has ended to a new one.
 TEST_F(SharedThread, AttachAndDetach_WhenTheIdIsAnotherThreadsNow_DoNotWaitForThat) {
-    using Access = utl::ThreadManagerTestAccess;
+    using Access = utltest::ThreadManagerAccess;
     Collector listener;
     HeldThread const stranger("stranger");
     auto thread = std::make_unique<ScopedSharedThread>();
@@ -832,7 +832,7 @@ TEST_F(SharedThread, AnEnvelopeWithoutAListener_ReachesNobody) {
 // Derived classes and their callers are compiled apart from the library.
 TEST_F(SharedThread, ItsFields_HaveTheirOrder) {
     utl::MsgDrivenSharedThread const thread(8, 4, 2, "fields", 2);
-    std::vector<std::size_t> const fields = utl::MsgDrivenSharedThreadTestAccess::fields(thread);
+    std::vector<std::size_t> const fields = utltest::MsgDrivenSharedThreadAccess::fields(thread);
     EXPECT_EQ(offsetIn(thread, static_cast<utl::MsgDrivenThread const&>(thread)), 0U);
     EXPECT_EQ(offsetIn(thread, static_cast<utl::ThreadMsgListener const&>(thread)),
               (utltest::firstFieldBehind<void*, utl::MsgDrivenThread>()));

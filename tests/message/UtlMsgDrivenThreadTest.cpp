@@ -960,7 +960,7 @@ TEST_F(MsgDrivenThread, APipeThatMayNotBeAsLargeAsAsked_IsTheLargestThatIsAllowe
 
 int createWhileThePlaceGoes(pthread_t* thread, pthread_attr_t const* attributes, void* (*entry)(void*),
                             void* argument) {
-    utl::ThreadManagerTestAccess::storeEntry(NO_THREAD, foreignEntry("the faster one"));
+    utltest::ThreadManagerAccess::storeEntry(NO_THREAD, foreignEntry("the faster one"));
     return hooks::threadCreate.real(thread, attributes, entry, argument);
 }
 
@@ -982,7 +982,7 @@ TEST_F(MsgDrivenThread, Start_WhoseRegistrationFails_LeavesNoThreadBehindThatUse
         }
         EXPECT_TRUE(collector.received().empty());
         EXPECT_EQ(log.lines().size(), 1U);
-        utl::ThreadManagerTestAccess::eraseEntry(NO_THREAD);
+        utltest::ThreadManagerAccess::eraseEntry(NO_THREAD);
     }
 }
 
@@ -1244,20 +1244,20 @@ TEST_F(MsgDrivenThread, AFullControlQueueOfLostEntries_TakesEntriesAgain) {
 // A message thread under the watchdog, whose table works without a thread of its own here. The reports look
 // at the clock and are seen from there.
 
-using WatchdogAccess = utl::ThreadWatchdogTestAccess;
+using WatchdogAccess = utltest::ThreadWatchdogAccess;
 
 std::atomic<int> gWatched{0};
 std::vector<std::string> gReports;  // of the watched thread, which alone writes it
 
 utl::WatchdogInfo watchedInfo() {
-    return WatchdogAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(), gWatched);
+    return WatchdogAccess::copyInfo(utltest::ThreadManagerAccess::watchdog(), gWatched);
 }
 
 // Leaves another `errno` behind, as a report may.
 int clockThatNotesReports(clockid_t clock, timespec* out) {
     if (gWatched == kernelId()) {
         utl::WatchdogInfo const info = watchedInfo();
-        if (WatchdogAccess::isInKeepAlive(utl::ThreadManagerTestAccess::watchdog())) {
+        if (WatchdogAccess::isInKeepAlive(utltest::ThreadManagerAccess::watchdog())) {
             gReports.push_back(std::string("alive ") + info.lastStatement.file + " " +
                                info.lastStatement.function + " " + std::to_string(info.lastStatement.sub));
         } else if (info.watchStatus == utl::WatchdogInfo::WATCHING) {
@@ -1277,7 +1277,7 @@ ssize_t readThatIsNoted(int handle, void* out, size_t bytes) {
 
 TEST_F(MsgDrivenThread, UnderTheWatchdog_ReportsBeforeAndBehindAReadDuringWhichItIsNotWatched) {
     HookScope const scope;
-    WatchdogAccess::setInitialized(utl::ThreadManagerTestAccess::watchdog(), true);
+    WatchdogAccess::setInitialized(utltest::ThreadManagerAccess::watchdog(), true);
     Collector collector;
     ScopedMsgThread thread;
     std::vector<std::string> between;
@@ -1305,7 +1305,7 @@ TEST_F(MsgDrivenThread, UnderTheWatchdog_ReportsBeforeAndBehindAReadDuringWhichI
 TEST_F(MsgDrivenThread, UnderTheWatchdog_ErrnoOfTheReadOutlivesTheReports) {
     HookScope const scope;
     LogCapture const log;
-    WatchdogAccess::setInitialized(utl::ThreadManagerTestAccess::watchdog(), true);
+    WatchdogAccess::setInitialized(utltest::ThreadManagerAccess::watchdog(), true);
     Collector collector;
     ScopedMsgThread thread(8, 4, "watched");
     hooks::clockGetTime.replace(clockThatNotesReports);
@@ -1326,7 +1326,7 @@ TEST_F(MsgDrivenThread, UnderTheWatchdog_ErrnoOfTheReadOutlivesTheReports) {
 TEST_F(MsgDrivenThread, UnderTheWatchdog_AThreadWhoseReadFails_IsNotRegisteredAnyMore) {
     HookScope const scope;
     LogCapture const log;
-    WatchdogAccess::setInitialized(utl::ThreadManagerTestAccess::watchdog(), true);
+    WatchdogAccess::setInitialized(utltest::ThreadManagerAccess::watchdog(), true);
     Collector collector;
     ScopedMsgThread thread;
     hooks::read.failFrom(2, 0, -1, EIO);
@@ -1339,7 +1339,7 @@ TEST_F(MsgDrivenThread, UnderTheWatchdog_AThreadWhoseReadFails_IsNotRegisteredAn
 
 TEST_F(MsgDrivenThread, UnderTheWatchdog_AThreadWhoseObjectGoesWithoutAStop_IsNotRegisteredAnyMore) {
     LogCapture const log;
-    WatchdogAccess::setInitialized(utl::ThreadManagerTestAccess::watchdog(), true);
+    WatchdogAccess::setInitialized(utltest::ThreadManagerAccess::watchdog(), true);
     int id = 0;
     {
         Collector collector;

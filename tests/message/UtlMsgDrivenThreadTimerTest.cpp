@@ -1253,7 +1253,7 @@ TEST(MsgTimerOfAFreshProcess, SigAction_ThatKeepsFailing_RefusesTheStartOfATimer
     EXPECT_EQ(log.count(line), 2U);
     ASSERT_TRUE(log.waitFor("MsgDrivenThread(Watchdog Thread) Error. MsgId:0x80000006"));
     utl::ThreadManager::destroy();
-    utl::ThreadManagerTestAccess::createWithoutWatchdogThread(16);
+    utltest::ThreadManagerAccess::createWithoutWatchdogThread(16);
     log.clear();
     Collector collector;
     ScopedMsgThread thread(64, 16, "handlerless");

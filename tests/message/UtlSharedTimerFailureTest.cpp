@@ -771,12 +771,12 @@ TEST_F(SharedTimerFailure, AnyOneSystemCallThatFails_LeavesNothingBehind) {
 class SharedTimerWatched : public TimerTest {
   protected:
     SharedTimerWatched() {
-        utl::ThreadWatchdogTestAccess::setInitialized(utl::ThreadManagerTestAccess::watchdog(), true);
+        utltest::ThreadWatchdogAccess::setInitialized(utltest::ThreadManagerAccess::watchdog(), true);
     }
 
     static utl::StatementInfo lastStatement(int thread) {
         utl::WatchdogInfo const* const info =
-            utl::ThreadManagerTestAccess::watchdog().findWatchdogInfo(thread);
+            utltest::ThreadManagerAccess::watchdog().findWatchdogInfo(thread);
         return info != nullptr ? info->lastStatement : utl::StatementInfo::INVALID;
     }
 
@@ -799,10 +799,10 @@ std::vector<std::string> gReports;
 std::atomic<unsigned int> gReads{0};
 
 int noteReport(clockid_t clock, timespec* now) {
-    utl::ThreadWatchdog& watchdog = utl::ThreadManagerTestAccess::watchdog();
-    if (gReporter == kernelId() && utl::ThreadWatchdogTestAccess::isInKeepAlive(watchdog)) {
+    utl::ThreadWatchdog& watchdog = utltest::ThreadManagerAccess::watchdog();
+    if (gReporter == kernelId() && utltest::ThreadWatchdogAccess::isInKeepAlive(watchdog)) {
         utl::StatementInfo const place =
-            utl::ThreadWatchdogTestAccess::copyInfo(watchdog, kernelId()).lastStatement;
+            utltest::ThreadWatchdogAccess::copyInfo(watchdog, kernelId()).lastStatement;
         gReports.push_back(std::string(place.function) + " " + std::to_string(place.sub));
     }
     return hooks::clockGetTime.real(clock, now);
@@ -873,7 +873,7 @@ TEST_F(SharedTimerWatched, TheForwarders_ReachTheThreadsEntry) {
     EXPECT_TRUE(timers->stopThreadWatchdog());
     EXPECT_FALSE(manager->isWatchingWatchdog(id));
     EXPECT_TRUE(timers->setThreadWatchdogAliveTime(LONG + 1));
-    EXPECT_EQ(utl::ThreadManagerTestAccess::watchdog().findWatchdogInfo(id)->aliveTime, LONG + 1);
+    EXPECT_EQ(utltest::ThreadManagerAccess::watchdog().findWatchdogInfo(id)->aliveTime, LONG + 1);
     EXPECT_FALSE(timers->setThreadWatchdogAliveTime(0));
     ScopedTimers other;
     EXPECT_FALSE(other->startThreadWatchdog());

@@ -32,7 +32,7 @@ class OfSharedTimer {
     }
     void end() { EXPECT_TRUE(mTimers.eraseTimer(mTimer, 0)); }
     utl::TimerInfo const& info() { return *mTimers.findTimer(mTimer); }
-    int writeEnd() const { return utl::SharedTimerTestAccess::writeEnd(mTimers); }
+    int writeEnd() const { return utltest::SharedTimerAccess::writeEnd(mTimers); }
     bool ticks() const { return mTicker.waitFor(1); }
 
   private:

@@ -199,8 +199,8 @@ TEST_F(Timer, ItsFieldsAndItsVirtualOperation_HaveTheirPlaces) {
 }
 
 TEST_F(Timer, TheArgumentsForTheWatchdog_ReachTheThread) {
-    utl::ThreadWatchdog& watchdog = utl::ThreadManagerTestAccess::watchdog();
-    utl::ThreadWatchdogTestAccess::setInitialized(watchdog, true);
+    utl::ThreadWatchdog& watchdog = utltest::ThreadManagerAccess::watchdog();
+    utltest::ThreadWatchdogAccess::setInitialized(watchdog, true);
     utl::ThreadWatchdog::DefaultTimerListener listener;
     utl::Timer timer(1, 1, LONG, &listener, 0, 1, "watched");
     utl::WatchdogInfo const* const info = watchdog.findWatchdogInfo(threadOf("watched"));

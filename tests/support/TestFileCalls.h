@@ -60,7 +60,7 @@ class [[nodiscard]] FileCalls {
 
     static std::string label() {
         utl::StatementInfo const last =
-            utl::ThreadWatchdogTestAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(), kernelId())
+            utltest::ThreadWatchdogAccess::copyInfo(utltest::ThreadManagerAccess::watchdog(), kernelId())
                 .lastStatement;
         return last.sub == 1 && std::string(last.file) == "source/UtlFile" && last.line != 0 ? last.function
                                                                                              : "-";

@@ -1,12 +1,14 @@
 #pragma once
 
-// System calls of the library, seen and replaced by the tests. The test program defines the functions, so the
-// library calls them here; a call that does not come from the library always goes to the system.
+// System calls of the library, seen and replaced by the tests. The tests link the library's objects with
+// calls that lead here; calls of the tests themselves go to the system.
 
 #include <dirent.h>
-#include <dlfcn.h>
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <time.h>
@@ -15,11 +17,9 @@
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <cstdio>
 
 namespace utltest {
-
-/// True for an address inside libutl's code.
-bool isLibraryCode(void const* address);
 
 /// False for a thread that an `OwnHookScope` of another one leaves alone.
 bool isHookedThread();
@@ -33,7 +33,8 @@ class Hook<RESULT(ARGS...)> {
   public:
     using Function = RESULT (*)(ARGS...);
 
-    explicit constexpr Hook(char const* name) : mName(name) {}
+    /// `system` calls the function of the system.
+    explicit constexpr Hook(Function system) : mSystem(system) {}
 
     /// Calls of the library go to `function` from now on; null gives them back to the system.
     void replace(Function function) { mReplacement = function; }
@@ -62,38 +63,32 @@ class Hook<RESULT(ARGS...)> {
         mCalls = 0;
     }
 
-    /// What the defined function does for a caller at `caller`.
-    RESULT call(void const* caller, ARGS... args) {
-        if (!isLibraryCode(caller) || !isHookedThread()) {
+    /// A call of the library.
+    RESULT call(ARGS... args) {
+        if (!isHookedThread()) {
             return real(args...);
         }
-        if (auto const watcher = mWatcher.load()) {
+        if (auto const watcher = mWatcher.load(std::memory_order_relaxed)) {
             watcher(args...);
         }
-        unsigned int const number = ++mCalls;
-        unsigned int const first = mFailFirst;
-        unsigned int const count = mFailCount;
+        unsigned int const number = mCalls.fetch_add(1, std::memory_order_relaxed) + 1;
+        unsigned int const first = mFailFirst.load(std::memory_order_acquire);
+        unsigned int const count = mFailCount.load(std::memory_order_relaxed);
         if (first != 0 && number >= first && (count == 0 || number - first < count)) {
             errno = mError;
             return mResult;
         }
-        Function const replacement = mReplacement;
+        Function const replacement = mReplacement.load(std::memory_order_relaxed);
         return replacement != nullptr ? replacement(args...) : real(args...);
     }
 
     /// The system's own function.
-    RESULT real(ARGS... args) {
-        Function function = mReal;
-        if (function == nullptr) {
-            function = reinterpret_cast<Function>(dlsym(RTLD_NEXT, mName));
-            mReal = function;
-        }
-        return function(args...);
-    }
+    RESULT real(ARGS... args) { return mSystem(args...); }
 
   private:
-    char const* const mName;
-    std::atomic<Function> mReal{nullptr};
+    // The counts are relaxed: what a hook sees must not order the threads that pass it, or it would hide
+    // races.
+    Function const mSystem;
     std::atomic<Function> mReplacement{nullptr};
     std::atomic<void (*)(ARGS...)> mWatcher{nullptr};
     std::atomic<unsigned int> mCalls{0};
@@ -104,47 +99,9 @@ class Hook<RESULT(ARGS...)> {
 };
 
 namespace hooks {
-extern Hook<int(int*)> pipe;
-extern Hook<ssize_t(int, void*, size_t)> read;
-extern Hook<ssize_t(int, void const*, size_t)> write;
-extern Hook<int(int)> close;
-extern Hook<int(int)> fsync;
-extern Hook<int(int, int, long)> fcntl;
-extern Hook<int(clockid_t, timespec*)> clockGetTime;
-extern Hook<int(timeval*, void*)> getTimeOfDay;
-extern Hook<char*(time_t const*, char*)> ctimeR;
-extern Hook<time_t(time_t*)> time;
-extern Hook<tm*(time_t const*, tm*)> gmtimeR;
-extern Hook<tm*(time_t const*, tm*)> localtimeR;
-extern Hook<int(timespec const*, timespec*)> nanoSleep;
-extern Hook<int(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*)> threadCreate;
-extern Hook<int(pthread_t)> threadDetach;
-extern Hook<int(int, unsigned int, int)> setPriority;
-extern Hook<int(pthread_cond_t*, pthread_condattr_t const*)> condInit;
-extern Hook<int(pthread_cond_t*)> condDestroy;
-extern Hook<int(pthread_cond_t*)> condBroadcast;
-extern Hook<int(pthread_cond_t*, pthread_mutex_t*)> condWait;
-extern Hook<int(pthread_cond_t*, pthread_mutex_t*, timespec const*)> condTimedWait;
-extern Hook<int(pthread_mutex_t*)> mutexDestroy;
-extern Hook<int(clockid_t, sigevent*, timer_t*)> timerCreate;
-extern Hook<int(timer_t, int, itimerspec const*, itimerspec*)> timerSetTime;
-extern Hook<int(timer_t)> timerDelete;
-extern Hook<int(int, struct sigaction const*, struct sigaction*)> sigAction;
-extern Hook<int(char const*, int, mode_t)> open;
-extern Hook<off_t(int, off_t, int)> lseek;
-extern Hook<int(int, off_t)> ftruncate;
-extern Hook<int(int, int)> flock;
-extern Hook<int(char const*, struct stat*)> stat;
-extern Hook<int(int, struct stat*)> fstat;
-extern Hook<int(char const*, mode_t)> chmod;
-extern Hook<int(int, mode_t)> fchmod;
-extern Hook<int(char const*, mode_t)> mkdir;
-extern Hook<int(char const*)> rmdir;
-extern Hook<int(char const*)> unlink;
-extern Hook<int(char const*, char const*)> rename;
-extern Hook<DIR*(char const*)> opendir;
-extern Hook<dirent*(DIR*)> readdir;
-extern Hook<int(DIR*)> closedir;
+#define UTLTEST_CALL(hook, RESULT, function, PARAMETERS, ARGUMENTS) extern Hook<RESULT PARAMETERS> hook;
+#include "HookedCalls.inc"
+#undef UTLTEST_CALL
 }  // namespace hooks
 
 /// Begins with every hook as new, its calls counted from 0, and puts every hook back when the scope ends.

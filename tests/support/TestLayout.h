@@ -31,6 +31,12 @@ std::vector<std::size_t> offsetsIn(OBJECT const& object, PARTS const&... parts) 
     return {offsetIn(object, parts)...};
 }
 
+/// The same for the fields that pointers to members name.
+template <typename OBJECT, typename... MEMBERS>
+std::vector<std::size_t> offsetsOf(OBJECT const& object, MEMBERS... members) {
+    return offsetsIn(object, object.*members...);
+}
+
 /// True if each offset lies behind the one before it.
 inline bool areRising(std::vector<std::size_t> const& offsets) {
     return std::is_sorted(offsets.begin(), offsets.end(), std::less_equal<>());

@@ -48,4 +48,7 @@ class [[nodiscard]] LogCapture {
 /// as well. For a process that ends soon: nothing takes it back.
 void openSystemLog(char const* name);
 
+/// What reaches the third sink.
+void captureBinaryLog(int channel, void const* text, unsigned int bytes);
+
 }  // namespace utltest

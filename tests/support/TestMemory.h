@@ -7,19 +7,10 @@
 #include <string>
 
 #include "TestHooks.h"
+#include "TestPrivate.h"
 #include "UtlMemory.h"
 
 namespace utl {
-
-struct MemoryTestAccess {
-    static Memory::ProcessHeapInfo totals() { return Memory::get()->mProcessHeapInfo; }
-    static unsigned int count() { return Memory::get()->mDetailHeapInfoCount; }
-    static Memory::DetailHeapInfo row(unsigned int index) { return Memory::get()->mDetailHeapInfo[index]; }
-    static unsigned long long nextSerial() { return Memory::get()->mNextSerial; }
-    static unsigned long long markedSerial() { return Memory::get()->mMarkedSerial; }
-    static unsigned int threadNameCount() { return Memory::get()->mThreadNameInfoCount; }
-    static SyncObject const& lock() { return Memory::get()->mSyncObject; }
-};
 
 inline bool operator==(Memory::DetailHeapInfo const& a, Memory::DetailHeapInfo const& b) {
     return a.mSerial == b.mSerial && a.mAddress == b.mAddress && a.mUseBytes == b.mUseBytes &&
@@ -35,7 +26,27 @@ inline bool operator==(Memory::ProcessHeapInfo const& a, Memory::ProcessHeapInfo
 
 namespace utltest {
 
-using MemoryAccess = utl::MemoryTestAccess;
+namespace in_memory {
+UTLTEST_REVEAL(utl::Memory, mProcessHeapInfo);
+UTLTEST_REVEAL(utl::Memory, mDetailHeapInfoCount);
+UTLTEST_REVEAL(utl::Memory, mDetailHeapInfo);
+UTLTEST_REVEAL(utl::Memory, mNextSerial);
+UTLTEST_REVEAL(utl::Memory, mMarkedSerial);
+UTLTEST_REVEAL(utl::Memory, mThreadNameInfoCount);
+UTLTEST_REVEAL(utl::Memory, mSyncObject);
+}  // namespace in_memory
+
+struct MemoryAccess {
+    static utl::Memory::ProcessHeapInfo totals() { return utl::Memory::get()->*in_memory::mProcessHeapInfo; }
+    static unsigned int count() { return utl::Memory::get()->*in_memory::mDetailHeapInfoCount; }
+    static utl::Memory::DetailHeapInfo row(unsigned int index) {
+        return (utl::Memory::get()->*in_memory::mDetailHeapInfo)[index];
+    }
+    static unsigned long long nextSerial() { return utl::Memory::get()->*in_memory::mNextSerial; }
+    static unsigned long long markedSerial() { return utl::Memory::get()->*in_memory::mMarkedSerial; }
+    static unsigned int threadNameCount() { return utl::Memory::get()->*in_memory::mThreadNameInfoCount; }
+    static utl::SyncObject const& lock() { return utl::Memory::get()->*in_memory::mSyncObject; }
+};
 
 constexpr int ALLOCATION = 0;
 constexpr int RELEASE = 1;

@@ -20,55 +20,89 @@
 #include "TestHooks.h"
 #include "TestLayout.h"
 #include "TestLog.h"
+#include "TestPrivate.h"
 #include "TestThreads.h"
 #include "UtlMsgDrivenThread.h"
 #include "UtlThreadManager.h"
 
-namespace utl {
+namespace utltest {
+
+namespace in_thread {
+UTLTEST_REVEAL(utl::MsgDrivenThread, mQueueLock);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mNextUserTimerId);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mPipe);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mCtlQueue);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mDataQueue);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mStrayFrames);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mListener);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mMaxMsgCount);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mDataOverflowLogged);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mInterruptQueue);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mSendMsg);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mReceiveMsg);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mScanMsg);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mPeekTarget);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mInterruptEvent);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mSyncEvent);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mEraseEvent);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mFindEvent);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mSyncResult);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mInterruptResult);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mEraseResult);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mFindResult);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mTimers);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mStopTimers);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mEraseJudgement);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mFindJudgement);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mNextSysTimerNumber);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mLifecycleLock);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mSyncLock);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mInterruptLock);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mEraseLock);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mFindLock);
+}  // namespace in_thread
 
 /// A way to the state of a message thread that no operation shows.
-struct MsgDrivenThreadTestAccess {
-    static void setNextTimerId(MsgDrivenThread& thread, int id) {
-        SyncGuard const guard(thread.mQueueLock);
-        thread.mNextUserTimerId = id;
+struct MsgDrivenThreadAccess {
+    static void setNextTimerId(utl::MsgDrivenThread& thread, int id) {
+        utl::SyncGuard const guard(thread.*in_thread::mQueueLock);
+        thread.*in_thread::mNextUserTimerId = id;
     }
-    static int readEnd(MsgDrivenThread const& thread) { return thread.mPipe[0]; }
-    static int writeEnd(MsgDrivenThread const& thread) { return thread.mPipe[1]; }
+    static int readEnd(utl::MsgDrivenThread const& thread) { return (thread.*in_thread::mPipe)[0]; }
+    static int writeEnd(utl::MsgDrivenThread const& thread) { return (thread.*in_thread::mPipe)[1]; }
 
     /// Both queues as whoever takes their lock finds them.
     struct Queues {
-        std::vector<MsgDrivenThread::ThreadCtlMsg> entries;
+        std::vector<utl::MsgDrivenThread::ThreadCtlMsg> entries;
         std::vector<unsigned char> frames;
         unsigned int strayFrames;
     };
-    static Queues queues(MsgDrivenThread const& thread) {
-        SyncGuard const guard(thread.mQueueLock);
+    static Queues queues(utl::MsgDrivenThread const& thread) {
+        utl::SyncGuard const guard(thread.*in_thread::mQueueLock);
         Queues result;
-        result.entries.resize(thread.mCtlQueue.size());
-        result.frames.resize(thread.mDataQueue.size());
-        thread.mCtlQueue.copyOut(0, result.entries.data(), thread.mCtlQueue.size());
-        thread.mDataQueue.copyOut(0, result.frames.data(), thread.mDataQueue.size());
-        result.strayFrames = thread.mStrayFrames;
+        result.entries.resize((thread.*in_thread::mCtlQueue).size());
+        result.frames.resize((thread.*in_thread::mDataQueue).size());
+        (thread.*in_thread::mCtlQueue)
+            .copyOut(0, result.entries.data(), (thread.*in_thread::mCtlQueue).size());
+        (thread.*in_thread::mDataQueue)
+            .copyOut(0, result.frames.data(), (thread.*in_thread::mDataQueue).size());
+        result.strayFrames = thread.*in_thread::mStrayFrames;
         return result;
     }
 
     /// Where the fields begin, in the order that they must have.
-    static std::vector<std::size_t> fields(MsgDrivenThread const& t) {
-        return utltest::offsetsIn(
-            t, t.mListener, t.mMaxMsgCount, t.mCtlQueue, t.mDataQueue, t.mDataOverflowLogged,
-            t.mInterruptQueue, t.mSendMsg, t.mReceiveMsg, t.mScanMsg, t.mPeekTarget, t.mInterruptEvent,
-            t.mSyncEvent, t.mEraseEvent, t.mFindEvent, t.mSyncResult, t.mInterruptResult, t.mEraseResult,
-            t.mFindResult, t.mTimers, t.mStopTimers, t.mNextUserTimerId, t.mEraseJudgement, t.mFindJudgement,
-            t.mNextSysTimerNumber, t.mPipe, t.mLifecycleLock, t.mQueueLock, t.mSyncLock, t.mInterruptLock,
-            t.mEraseLock, t.mFindLock);
+    static std::vector<std::size_t> fields(utl::MsgDrivenThread const& t) {
+        using namespace in_thread;
+        return offsetsOf(t, mListener, mMaxMsgCount, mCtlQueue, mDataQueue, mDataOverflowLogged,
+                         mInterruptQueue, mSendMsg, mReceiveMsg, mScanMsg, mPeekTarget, mInterruptEvent,
+                         mSyncEvent, mEraseEvent, mFindEvent, mSyncResult, mInterruptResult, mEraseResult,
+                         mFindResult, mTimers, mStopTimers, mNextUserTimerId, mEraseJudgement, mFindJudgement,
+                         mNextSysTimerNumber, mPipe, mLifecycleLock, mQueueLock, mSyncLock, mInterruptLock,
+                         mEraseLock, mFindLock);
     }
 };
 
-}  // namespace utl
-
-namespace utltest {
-
-using ThreadAccess = utl::MsgDrivenThreadTestAccess;
+using ThreadAccess = MsgDrivenThreadAccess;
 
 /// The tokens that a pipe with this end takes for certain.
 inline int tokensThatFit(int pipeEnd) {
@@ -109,7 +143,7 @@ class WithoutWatchdogThread : public ::testing::Test {
 
     static void renewManager(unsigned int entryMax) {
         utl::ThreadManager::destroy();
-        utl::ThreadManagerTestAccess::createWithoutWatchdogThread(entryMax);
+        utltest::ThreadManagerAccess::createWithoutWatchdogThread(entryMax);
     }
 };
 

@@ -9,25 +9,39 @@
 #include <utility>
 
 #include "TestMessages.h"
+#include "TestPrivate.h"
 #include "TestTask.h"
 #include "TestThreads.h"
 #include "UtlMsgDrivenSharedThread.h"
 
-namespace utl {
+namespace utltest {
+
+namespace in_shared {
+UTLTEST_REVEAL(utl::MsgDrivenSharedThread, mListeners);
+UTLTEST_REVEAL(utl::MsgDrivenSharedThread, mAttachResult);
+UTLTEST_REVEAL(utl::MsgDrivenSharedThread, mForwardIndex);
+UTLTEST_REVEAL(utl::MsgDrivenSharedThread, mPostMsg);
+UTLTEST_REVEAL(utl::MsgDrivenSharedThread, mSyncMsg);
+UTLTEST_REVEAL(utl::MsgDrivenSharedThread, mInterruptMsg);
+UTLTEST_REVEAL(utl::MsgDrivenSharedThread, mReceivedMsg);
+UTLTEST_REVEAL(utl::MsgDrivenSharedThread, mTimerListeners);
+UTLTEST_REVEAL(utl::MsgDrivenSharedThread, mAttachLock);
+UTLTEST_REVEAL(utl::MsgDrivenSharedThread, mPostLock);
+UTLTEST_REVEAL(utl::MsgDrivenSharedThread, mSyncSendLock);
+UTLTEST_REVEAL(utl::MsgDrivenSharedThread, mInterruptSendLock);
+UTLTEST_REVEAL(utl::MsgDrivenSharedThread, mTimerMapLock);
+}  // namespace in_shared
 
 /// A way to the fields of a shared message thread.
-struct MsgDrivenSharedThreadTestAccess {
+struct MsgDrivenSharedThreadAccess {
     /// Where they begin, in the order that they must have.
-    static std::vector<std::size_t> fields(MsgDrivenSharedThread const& t) {
-        return utltest::offsetsIn(t, t.mListeners, t.mAttachResult, t.mForwardIndex, t.mPostMsg, t.mSyncMsg,
-                                  t.mInterruptMsg, t.mReceivedMsg, t.mTimerListeners, t.mAttachLock,
-                                  t.mPostLock, t.mSyncSendLock, t.mInterruptSendLock, t.mTimerMapLock);
+    static std::vector<std::size_t> fields(utl::MsgDrivenSharedThread const& t) {
+        using namespace in_shared;
+        return offsetsOf(t, mListeners, mAttachResult, mForwardIndex, mPostMsg, mSyncMsg, mInterruptMsg,
+                         mReceivedMsg, mTimerListeners, mAttachLock, mPostLock, mSyncSendLock,
+                         mInterruptSendLock, mTimerMapLock);
     }
 };
-
-}  // namespace utl
-
-namespace utltest {
 
 /// A shared thread that is stopped and taken out of the registry at the end of the scope.
 class ScopedSharedThread : public utl::MsgDrivenSharedThread {
@@ -88,7 +102,7 @@ void workOn(utl::MsgDrivenSharedThread& thread, WORK work) {
 
 /// Where thread `id` reported last; no place for one that is not registered.
 inline utl::StatementInfo lastStatementOf(int id) {
-    return utl::ThreadWatchdogTestAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(), id)
+    return utltest::ThreadWatchdogAccess::copyInfo(utltest::ThreadManagerAccess::watchdog(), id)
         .lastStatement;
 }
 

@@ -45,7 +45,7 @@ class [[nodiscard]] Statements {
     // A report stores its statement and asks the clock then.
     static void note(clockid_t, timespec*) {
         utl::StatementInfo const last =
-            utl::ThreadWatchdogTestAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(), kernelId())
+            utltest::ThreadWatchdogAccess::copyInfo(utltest::ThreadManagerAccess::watchdog(), kernelId())
                 .lastStatement;
         sSeen.push_back(std::string(last.file) + " " + last.function + " " + std::to_string(last.sub));
     }

@@ -10,85 +10,108 @@
 #include <atomic>
 #include <string>
 
+#include "TestPrivate.h"
 #include "TestTask.h"
 #include "UtlEvent.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
 
-namespace utl {
+namespace utltest {
 
-struct ThreadWatchdogTestAccess {
-    static void setInitialized(ThreadWatchdog& watchdog, bool initialized) {
-        watchdog.mInitialized = initialized;
+namespace in_watchdog {
+UTLTEST_REVEAL(utl::ThreadWatchdog, mInitialized);
+UTLTEST_REVEAL(utl::ThreadWatchdog, mInfosSyncObject);
+UTLTEST_REVEAL(utl::ThreadWatchdog, mInKeepAlive);
+UTLTEST_REVEAL(utl::ThreadWatchdog, mInfos);
+UTLTEST_REVEAL(utl::ThreadWatchdog, mThread);
+UTLTEST_REVEAL(utl::ThreadWatchdog, mTimerId);
+UTLTEST_REVEAL(utl::ThreadWatchdog, executeWatchThreads);
+}  // namespace in_watchdog
+
+struct ThreadWatchdogAccess {
+    static void setInitialized(utl::ThreadWatchdog& watchdog, bool initialized) {
+        watchdog.*in_watchdog::mInitialized = initialized;
     }
-    static void setInKeepAlive(ThreadWatchdog& watchdog, bool inKeepAlive) {
-        SyncGuard const guard(watchdog.mInfosSyncObject);
-        watchdog.mInKeepAlive = inKeepAlive;
+    static void setInKeepAlive(utl::ThreadWatchdog& watchdog, bool inKeepAlive) {
+        utl::SyncGuard const guard(watchdog.*in_watchdog::mInfosSyncObject);
+        watchdog.*in_watchdog::mInKeepAlive = inKeepAlive;
     }
-    static bool isInKeepAlive(ThreadWatchdog& watchdog) {
-        SyncGuard const guard(watchdog.mInfosSyncObject);
-        return watchdog.mInKeepAlive;
+    static bool isInKeepAlive(utl::ThreadWatchdog& watchdog) {
+        utl::SyncGuard const guard(watchdog.*in_watchdog::mInfosSyncObject);
+        return watchdog.*in_watchdog::mInKeepAlive;
     }
-    static WatchdogInfos& infos(ThreadWatchdog& watchdog) { return watchdog.mInfos; }
-    static MsgDrivenThread& thread(ThreadWatchdog& watchdog) { return *watchdog.mThread; }
+    static utl::WatchdogInfos& infos(utl::ThreadWatchdog& watchdog) { return watchdog.*in_watchdog::mInfos; }
+    static utl::MsgDrivenThread& thread(utl::ThreadWatchdog& watchdog) {
+        return *(watchdog.*in_watchdog::mThread);
+    }
     /// A look at the table, on this thread instead of the watchdog's, which must rest.
-    static void watchOnce(ThreadWatchdog& watchdog) { watchdog.executeWatchThreads(); }
-    static void setTimerId(ThreadWatchdog& watchdog, int timerId) { watchdog.mTimerId = timerId; }
+    static void watchOnce(utl::ThreadWatchdog& watchdog) { (watchdog.*in_watchdog::executeWatchThreads)(); }
+    static void setTimerId(utl::ThreadWatchdog& watchdog, int timerId) {
+        watchdog.*in_watchdog::mTimerId = timerId;
+    }
 
     /// A copy of the record of a registered thread, which the watchdog's thread may be about to change.
-    static WatchdogInfo copyInfo(ThreadWatchdog& watchdog, int id) {
-        SyncGuard const guard(watchdog.mInfosSyncObject);
-        WatchdogInfo const* const info = watchdog.mInfos.find(id);
-        return info != nullptr ? *info : WatchdogInfo();
+    static utl::WatchdogInfo copyInfo(utl::ThreadWatchdog& watchdog, int id) {
+        utl::SyncGuard const guard(watchdog.*in_watchdog::mInfosSyncObject);
+        utl::WatchdogInfo const* const info = (watchdog.*in_watchdog::mInfos).find(id);
+        return info != nullptr ? *info : utl::WatchdogInfo();
     }
 };
 
-struct ThreadManagerTestAccess {
+namespace in_manager {
+UTLTEST_REVEAL(utl::ThreadManager, mWatchdog);
+UTLTEST_REVEAL(utl::ThreadManager, mEntriesSyncObject);
+UTLTEST_REVEAL(utl::ThreadManager, mEntries);
+UTLTEST_REVEAL(utl::ThreadManager, initializeEntryMax);
+UTLTEST_REVEAL(utl::ThreadManager, getOrCreate);
+UTLTEST_REVEAL(utl::ThreadManager, storeEntry);
+UTLTEST_REVEAL(utl::ThreadManager, eraseEntry);
+}  // namespace in_manager
+
+struct ThreadManagerAccess {
     /// Holds the lock of the manager's table for its scope.
     class HeldTable {
       public:
-        HeldTable() : mGuard(ThreadManager::get()->mEntriesSyncObject) {}
+        HeldTable() : mGuard(utl::ThreadManager::get()->*in_manager::mEntriesSyncObject) {}
 
       private:
-        SyncGuard const mGuard;
+        utl::SyncGuard const mGuard;
     };
 
     /// Makes the instance as `get` does, but for the start of the watchdog's thread.
     static void createWithoutWatchdogThread(unsigned int entryMax) {
-        ThreadManager::initializeEntryMax(entryMax);
+        in_manager::initializeEntryMax(entryMax);
         bool isFirst = false;
-        ThreadManager::getOrCreate(&isFirst);
+        in_manager::getOrCreate(&isFirst);
     }
-    static int watchdogThreadId(ThreadManager& manager) {
-        return ThreadWatchdogTestAccess::thread(*manager.mWatchdog.load()).getId();
+    static int watchdogThreadId(utl::ThreadManager& manager) {
+        return ThreadWatchdogAccess::thread(*(manager.*in_manager::mWatchdog).load()).getId();
     }
-    static ThreadWatchdog& watchdog() { return *ThreadManager::get()->mWatchdog.load(); }
+    static utl::ThreadWatchdog& watchdog() {
+        return *(utl::ThreadManager::get()->*in_manager::mWatchdog).load();
+    }
 
     /// Takes the watchdog away, as it is while the manager is deleted; gives what was there.
-    static ThreadWatchdog* exchangeWatchdog(ThreadWatchdog* watchdog) {
-        return ThreadManager::get()->mWatchdog.exchange(watchdog);
+    static utl::ThreadWatchdog* exchangeWatchdog(utl::ThreadWatchdog* watchdog) {
+        return (utl::ThreadManager::get()->*in_manager::mWatchdog).exchange(watchdog);
     }
-    static bool storeEntry(int id, ThreadManager::ThreadEntry const& entry) {
-        ThreadManager& manager = *ThreadManager::get();
-        SyncGuard const guard(manager.mEntriesSyncObject);
-        ThreadManager::ThreadEntry moved = entry;
-        return manager.storeEntry(id, moved);
+    static bool storeEntry(int id, utl::ThreadManager::ThreadEntry const& entry) {
+        utl::ThreadManager& manager = *utl::ThreadManager::get();
+        utl::SyncGuard const guard(manager.*in_manager::mEntriesSyncObject);
+        utl::ThreadManager::ThreadEntry moved = entry;
+        return (manager.*in_manager::storeEntry)(id, moved);
     }
-    static ThreadManager::ThreadEntry copyEntry(int id) {
-        ThreadManager& manager = *ThreadManager::get();
-        SyncGuard const guard(manager.mEntriesSyncObject);
-        return *manager.mEntries.find(id);
+    static utl::ThreadManager::ThreadEntry copyEntry(int id) {
+        utl::ThreadManager& manager = *utl::ThreadManager::get();
+        utl::SyncGuard const guard(manager.*in_manager::mEntriesSyncObject);
+        return *(manager.*in_manager::mEntries).find(id);
     }
     static void eraseEntry(int id) {
-        ThreadManager& manager = *ThreadManager::get();
-        SyncGuard const guard(manager.mEntriesSyncObject);
-        manager.eraseEntry(id);
+        utl::ThreadManager& manager = *utl::ThreadManager::get();
+        utl::SyncGuard const guard(manager.*in_manager::mEntriesSyncObject);
+        (manager.*in_manager::eraseEntry)(id);
     }
 };
-
-}  // namespace utl
-
-namespace utltest {
 
 /// True as long as the kernel knows a thread of this process by this id.
 inline bool lives(int id) {
@@ -121,19 +144,19 @@ class WithManager : public ::testing::Test {
     /// The watchdog, which does not look at its table any more: what a test finds there it has done itself.
     static utl::ThreadWatchdog& restingWatchdog() {
         EXPECT_TRUE(manager().setWatchdogWatchInterval(0));
-        return utl::ThreadManagerTestAccess::watchdog();
+        return utltest::ThreadManagerAccess::watchdog();
     }
 
     /// The kernel id of the watchdog's own thread.
     static int watchdogId() {
-        return utl::ThreadWatchdogTestAccess::thread(utl::ThreadManagerTestAccess::watchdog()).getId();
+        return utltest::ThreadWatchdogAccess::thread(utltest::ThreadManagerAccess::watchdog()).getId();
     }
 
     /// Fills a table of `entryMax` places, one of which the watchdog's thread has, with foreign threads until
     /// only `places` are free.
     static void fillTable(unsigned int entryMax, unsigned int places) {
         for (unsigned int i = 0; i + places + 1 < entryMax; ++i) {
-            ASSERT_TRUE(utl::ThreadManagerTestAccess::storeEntry(NO_THREAD + static_cast<int>(i),
+            ASSERT_TRUE(utltest::ThreadManagerAccess::storeEntry(NO_THREAD + static_cast<int>(i),
                                                                  foreignEntry("filler")));
         }
     }

@@ -18,45 +18,57 @@
 #include "TestLayout.h"
 #include "TestLog.h"
 #include "TestMessages.h"
+#include "TestPrivate.h"
 #include "TestThreads.h"
 #include "UtlSharedTimer.h"
 #include "UtlThreadManager.h"
 #include "UtlTimer.h"
 
-namespace utl {
-
-/// A way to the state of shared timers that no operation shows.
-struct SharedTimerTestAccess {
-    static void setNextTimerId(SharedTimer& timers, int id) {
-        SyncGuard const guard(timers.mQueueLock);
-        timers.mNextUserTimerId = id;
-    }
-    static void setNextSysTimerNumber(SharedTimer& timers, int number) {
-        SyncGuard const guard(timers.mQueueLock);
-        timers.mNextSysTimerNumber = number;
-    }
-    static int writeEnd(SharedTimer const& timers) { return timers.mPipe[1]; }
-
-    /// Where the fields begin, in the order that they must have.
-    static std::vector<std::size_t> fields(SharedTimer const& t) {
-        return utltest::offsetsIn(t, t.mCtlQueue, t.mTimers, t.mNextUserTimerId, t.mNextSysTimerNumber,
-                                  t.mPipe, t.mApiLock, t.mQueueLock);
-    }
-};
-
-struct TimerTestAccess {
-    static int timerId(Timer const& timer) { return timer.mTimerId; }
-    static std::vector<std::size_t> fields(Timer const& t) {
-        return utltest::offsetsIn(t, t.mSharedTimer, t.mListener, t.mTimerId);
-    }
-};
-
-}  // namespace utl
-
 namespace utltest {
 
-using SharedTimerAccess = utl::SharedTimerTestAccess;
-using TimerAccess = utl::TimerTestAccess;
+namespace in_timers {
+UTLTEST_REVEAL(utl::SharedTimer, mQueueLock);
+UTLTEST_REVEAL(utl::SharedTimer, mNextUserTimerId);
+UTLTEST_REVEAL(utl::SharedTimer, mNextSysTimerNumber);
+UTLTEST_REVEAL(utl::SharedTimer, mPipe);
+UTLTEST_REVEAL(utl::SharedTimer, mCtlQueue);
+UTLTEST_REVEAL(utl::SharedTimer, mTimers);
+UTLTEST_REVEAL(utl::SharedTimer, mApiLock);
+}  // namespace in_timers
+
+/// A way to the state of shared timers that no operation shows.
+struct SharedTimerAccess {
+    static void setNextTimerId(utl::SharedTimer& timers, int id) {
+        utl::SyncGuard const guard(timers.*in_timers::mQueueLock);
+        timers.*in_timers::mNextUserTimerId = id;
+    }
+    static void setNextSysTimerNumber(utl::SharedTimer& timers, int number) {
+        utl::SyncGuard const guard(timers.*in_timers::mQueueLock);
+        timers.*in_timers::mNextSysTimerNumber = number;
+    }
+    static int writeEnd(utl::SharedTimer const& timers) { return (timers.*in_timers::mPipe)[1]; }
+
+    /// Where the fields begin, in the order that they must have.
+    static std::vector<std::size_t> fields(utl::SharedTimer const& t) {
+        using namespace in_timers;
+        return offsetsOf(t, mCtlQueue, mTimers, mNextUserTimerId, mNextSysTimerNumber, mPipe, mApiLock,
+                         mQueueLock);
+    }
+};
+
+namespace in_timer {
+UTLTEST_REVEAL(utl::Timer, mTimerId);
+UTLTEST_REVEAL(utl::Timer, mSharedTimer);
+UTLTEST_REVEAL(utl::Timer, mListener);
+}  // namespace in_timer
+
+struct TimerAccess {
+    static int timerId(utl::Timer const& timer) { return timer.*in_timer::mTimerId; }
+    static std::vector<std::size_t> fields(utl::Timer const& t) {
+        using namespace in_timer;
+        return offsetsOf(t, mSharedTimer, mListener, mTimerId);
+    }
+};
 
 constexpr unsigned int LONG = 60000;              // a period that does not end during a test
 constexpr unsigned int NO_INTERVAL = 0xFFFFFFFF;  // of an unknown timer
@@ -332,7 +344,7 @@ class [[nodiscard]] FullRegistry {
         hooks::threadCreate.replace(
             +[](pthread_t* thread, pthread_attr_t const* attributes, void* (*entry)(void*), void* argument) {
                 for (int i = 0; i < PLACES; ++i) {
-                    utl::ThreadManagerTestAccess::storeEntry(NO_THREAD + i, foreignEntry("filler"));
+                    utltest::ThreadManagerAccess::storeEntry(NO_THREAD + i, foreignEntry("filler"));
                 }
                 return hooks::threadCreate.real(thread, attributes, entry, argument);
             });
@@ -340,7 +352,7 @@ class [[nodiscard]] FullRegistry {
     ~FullRegistry() {
         hooks::threadCreate.replace(nullptr);
         for (int i = 0; i < PLACES; ++i) {
-            utl::ThreadManagerTestAccess::eraseEntry(NO_THREAD + i);
+            utltest::ThreadManagerAccess::eraseEntry(NO_THREAD + i);
         }
     }
     FullRegistry(FullRegistry const&) = delete;

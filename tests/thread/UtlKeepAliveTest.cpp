@@ -27,7 +27,7 @@ class KeepAliveBracket : public utltest::WithManager {
     }
 
     static StatementInfo lastStatement() {
-        return utl::ThreadManagerTestAccess::watchdog().findWatchdogInfo(kernelId())->lastStatement;
+        return utltest::ThreadManagerAccess::watchdog().findWatchdogInfo(kernelId())->lastStatement;
     }
 
     LogCapture mLog;

@@ -1,7 +1,6 @@
 // The road of a message, of a timer and of a sign of life: how many locks it takes, and that none of them is
 // that of the table of threads, which a start elsewhere may hold until the kernel runs the new thread.
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -18,32 +17,17 @@
 
 namespace {
 
-thread_local unsigned int tLocks = 0;  // by the library, on this thread
+using namespace utltest;
+
+thread_local unsigned int tLocks = 0;  // taken by the library, on this thread
 thread_local void (*tOnLock)() = nullptr;
 
-}  // namespace
-
-extern "C" __attribute__((no_sanitize("address", "thread", "undefined"))) int pthread_mutex_lock(
-    pthread_mutex_t* mutex) noexcept {
-    using Lock = int (*)(pthread_mutex_t*);
-    static std::atomic<Lock> sReal{nullptr};
-    Lock real = sReal;
-    if (real == nullptr) {
-        real = reinterpret_cast<Lock>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
-        sReal = real;
+void noteLock(pthread_mutex_t*) {
+    ++tLocks;
+    if (tOnLock != nullptr) {
+        tOnLock();
     }
-    if (utltest::isLibraryCode(__builtin_return_address(0))) {
-        ++tLocks;
-        if (tOnLock != nullptr) {
-            tOnLock();
-        }
-    }
-    return real(mutex);
 }
-
-namespace {
-
-using namespace utltest;
 
 constexpr int FIRST = 100;
 constexpr unsigned int COUNT = 100;
@@ -55,7 +39,13 @@ unsigned int locksOf(WORK work) {
     return tLocks - before;
 }
 
-using RoadLocks = WithoutWatchdogThread;
+class RoadLocks : public WithoutWatchdogThread {
+  protected:
+    RoadLocks() { hooks::mutexLock.watch(noteLock); }
+
+  private:
+    HookScope mHooks;
+};
 
 TEST_F(RoadLocks, TheQuestionWhetherAThreadRuns_TakesNone) {
     BlockedRoad road;
@@ -99,12 +89,16 @@ TEST_F(RoadLocks, ADelivery_TakesAtMostFour) {
 
 class PassBesideAReport : public utltest::WithManager {
   protected:
+    PassBesideAReport() { hooks::mutexLock.watch(noteLock); }
     struct Counting : utl::WatchdogTimerListener {
         void onTime(int, utl::WatchdogInfos const&) override { ++calls; }
         int calls = 0;
     };
     static inline utl::WatchdogInfo* sInfo = nullptr;
     static inline unsigned int sFirstLock = 0;
+
+  private:
+    HookScope mHooks;
 };
 
 // The second lock of a pass stands behind its search and in front of its decision.
@@ -121,7 +115,7 @@ TEST_F(PassBesideAReport, ASignOfLifeBehindTheSearch_Counts) {
             sInfo->lastAliveTick = utl::WatchdogInfo::NO_TICK - 1;
         }
     };
-    utl::ThreadWatchdogTestAccess::watchOnce(watchdog);
+    utltest::ThreadWatchdogAccess::watchOnce(watchdog);
     tOnLock = nullptr;
     EXPECT_GT(tLocks, sFirstLock + 1);
     EXPECT_EQ(listener.calls, 0);
@@ -141,7 +135,7 @@ TEST_F(RoadBesideAStart, MessagesTimersAndSignsOfLife_DoNotWaitForTheTableOfThre
     int const shared = timers->addTimer(&ticker, 1, 3, 0);
     std::future<void> road;
     {
-        utl::ThreadManagerTestAccess::HeldTable const table;
+        utltest::ThreadManagerAccess::HeldTable const table;
         road = std::async(std::launch::async, [&] {
             EXPECT_TRUE(thread.isRunning());
             EXPECT_EQ(thread.postMsg(FIRST), 1);

@@ -47,7 +47,7 @@ struct Kept {
         ThreadManager::Names names(ThreadManager::DEFAULT_ENTRY_MAX, 0);
         ThreadManager::get()->getNames(&names);
         places = names.size();
-        watched = utl::ThreadWatchdogTestAccess::infos(utl::ThreadManagerTestAccess::watchdog()).size();
+        watched = utltest::ThreadWatchdogAccess::infos(utltest::ThreadManagerAccess::watchdog()).size();
     }
     unsigned int const descriptors = entriesOf("/proc/self/fd");
     unsigned int places = 0;
@@ -266,7 +266,7 @@ TEST_F(StartMemory, OfATimeOutsCopy_IsWantedAgainByTheNextPass) {
     watchdog.findWatchdogInfo(NO_THREAD)->lastAliveTick = 0;
     for (unsigned int number = 1, failed = 1; failed != 0; ++number) {
         FailingAllocation const failing(number);
-        utl::ThreadWatchdogTestAccess::watchOnce(watchdog);
+        utltest::ThreadWatchdogAccess::watchOnce(watchdog);
         failed = failing.hasHappened() ? 1 : 0;
         ASSERT_EQ(listener.rows, 1 - failed) << "allocation " << number;
     }

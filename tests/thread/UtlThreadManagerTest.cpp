@@ -34,8 +34,8 @@ using utltest::LogCapture;
 using utltest::NO_THREAD;
 using utltest::runOnManagedThread;
 using utltest::waitSurely;
-using Access = utl::ThreadManagerTestAccess;
-using WatchdogAccess = utl::ThreadWatchdogTestAccess;
+using Access = utltest::ThreadManagerAccess;
+using WatchdogAccess = utltest::ThreadWatchdogAccess;
 using Entry = ThreadManager::ThreadEntry;
 namespace hooks = utltest::hooks;
 

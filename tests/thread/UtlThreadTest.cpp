@@ -31,7 +31,7 @@ using utltest::HookScope;
 using utltest::kernelId;
 using utltest::LogCapture;
 using utltest::waitSurely;
-using Access = utl::ThreadManagerTestAccess;
+using Access = utltest::ThreadManagerAccess;
 namespace hooks = utltest::hooks;
 
 // A thread that notes what is called on it, and stays in `preExecute`, `execute` and `postExecute` as long as
@@ -1015,7 +1015,7 @@ void exitWhileThreadsRun() {
     static auto* const log = new LogCapture;
     log->clear();
     Access::watchdog();
-    utl::ThreadWatchdogTestAccess::setInitialized(Access::watchdog(), true);
+    utltest::ThreadWatchdogAccess::setInitialized(Access::watchdog(), true);
     static TirelessThread* threads[2];
     for (auto*& thread : threads) {
         thread = new TirelessThread;

@@ -20,7 +20,7 @@ using utl::ThreadWatchdog;
 using utl::WatchdogInfo;
 using utl::WatchdogInfos;
 using namespace utltest;
-using Access = utl::ThreadWatchdogTestAccess;
+using Access = utltest::ThreadWatchdogAccess;
 using Lines = std::vector<std::string>;
 
 // A watchdog without a thread.

@@ -26,7 +26,7 @@ using utltest::kernelId;
 using utltest::LogCapture;
 using utltest::standingClock;
 using utltest::TITLE;
-using Access = utl::ThreadWatchdogTestAccess;
+using Access = utltest::ThreadWatchdogAccess;
 using Lines = std::vector<std::string>;
 namespace hooks = utltest::hooks;
 

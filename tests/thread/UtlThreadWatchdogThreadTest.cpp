@@ -69,8 +69,8 @@ using utl::ThreadWatchdog;
 using utl::WatchdogInfo;
 using utl::WatchdogInfos;
 using namespace utltest;
-using Access = utl::ThreadWatchdogTestAccess;
-using ManagerAccess = utl::ThreadManagerTestAccess;
+using Access = utltest::ThreadWatchdogAccess;
+using ManagerAccess = utltest::ThreadManagerAccess;
 using Lines = std::vector<std::string>;
 
 std::atomic<int> gWatchdogId;

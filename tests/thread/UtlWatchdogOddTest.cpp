@@ -26,7 +26,7 @@
 namespace {
 
 using namespace utltest;
-using Access = utl::ThreadWatchdogTestAccess;
+using Access = utltest::ThreadWatchdogAccess;
 using Ids = std::vector<int>;
 
 constexpr int TIMER = 42;
@@ -267,7 +267,7 @@ TEST_F(WatchdogThreadOdd, AListenerThatSetsTheInterval_IsServedByTheNewTimerAlon
     EXPECT_EQ(accepted, 2);
     EXPECT_EQ(listener.threadId(), watchdogId());
     EXPECT_EQ(listener.ids(), (Ids{NO_THREAD, NO_THREAD + 1}));
-    utl::MsgDrivenThread& thread = Access::thread(utl::ThreadManagerTestAccess::watchdog());
+    utl::MsgDrivenThread& thread = Access::thread(utltest::ThreadManagerAccess::watchdog());
     EXPECT_EQ(thread.remTimerIdCount(), utl::ThreadManager::DEFAULT_ENTRY_MAX - 1);  // one timer, not three
 }
 
@@ -280,7 +280,7 @@ TEST_F(WatchdogThreadOdd, AnIntervalThatCannotBeHad_StopsTheLooksUntilAnotherCan
         hooks::timerCreate.failFrom(1, 1, -1, EAGAIN);
         EXPECT_FALSE(manager().setWatchdogWatchInterval(1));
     }
-    utl::MsgDrivenThread& thread = Access::thread(utl::ThreadManagerTestAccess::watchdog());
+    utl::MsgDrivenThread& thread = Access::thread(utltest::ThreadManagerAccess::watchdog());
     EXPECT_TRUE(watchNobody(NO_THREAD, listener));
     EXPECT_EQ(thread.sendMsgSync(1), 1);
     EXPECT_TRUE(listener.ids().empty());
@@ -293,7 +293,7 @@ TEST_F(WatchdogThreadOdd, Destroy_WaitsForAListenerThatUsesTheManagerMeanwhile) 
     std::atomic<bool> returned{false};
     utl::MsgDrivenThread& thread = [&]() -> utl::MsgDrivenThread& {
         manager();
-        return Access::thread(utl::ThreadManagerTestAccess::watchdog());
+        return Access::thread(utltest::ThreadManagerAccess::watchdog());
     }();
     utl::ThreadManager* const before = &manager();
     listener.work = [&](int, utl::WatchdogInfos const&) {

@@ -495,7 +495,7 @@ TEST(TimeOdd, SystemAndLocalTime_ReportTheNumbersOfTheirLines) {
     static std::vector<unsigned int> sLines;
     sLines.clear();
     auto const note = [] {
-        sLines.push_back(utl::ThreadWatchdogTestAccess::copyInfo(utl::ThreadManagerTestAccess::watchdog(),
+        sLines.push_back(utltest::ThreadWatchdogAccess::copyInfo(utltest::ThreadManagerAccess::watchdog(),
                                                                  utltest::kernelId())
                              .lastStatement.line);
     };

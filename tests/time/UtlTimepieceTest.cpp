@@ -867,7 +867,7 @@ class TimeUnderWatchdog : public utltest::WithManager {
     ~TimeUnderWatchdog() override { sSeen.clear(); }
 
     static utl::StatementInfo last() {
-        return utl::ThreadManagerTestAccess::watchdog().findWatchdogInfo(utltest::kernelId())->lastStatement;
+        return utltest::ThreadManagerAccess::watchdog().findWatchdogInfo(utltest::kernelId())->lastStatement;
     }
 
     utltest::LogCapture mLog;
