@@ -1,9 +1,9 @@
-# Installing, the packages for CMake and pkg-config, and the archives of CPack.
+# The installation, the packages for CMake and pkg-config, and the archives of CPack.
 include(CMakePackageConfigHelpers)
 
 set(UTL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/utl)
 
-# The way back from the .pc file, so that an installed tree can be moved.
+# The path from the .pc file back to the prefix, so that an installed tree can be moved.
 file(RELATIVE_PATH UTL_PREFIX_FROM_PKGCONFIG ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 string(REGEX REPLACE "/$" "" UTL_PREFIX_FROM_PKGCONFIG "${UTL_PREFIX_FROM_PKGCONFIG}")
 
@@ -20,7 +20,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/utl-config.cmake ${CMAKE_CURRENT_BINAR
     DESTINATION ${UTL_CMAKE_DIR})
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/utl.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# A 32-bit build on a 64-bit PC names itself after the machine it is for.
+# A 32-bit build on a 64-bit PC has the name of the machine that it is for.
 set(UTL_PROCESSOR ${CMAKE_SYSTEM_PROCESSOR})
 if(UTL_PROCESSOR STREQUAL x86_64 AND CMAKE_SIZEOF_VOID_P EQUAL 4)
     set(UTL_PROCESSOR i386)
@@ -35,6 +35,6 @@ set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/package)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
-# 64-bit time on 32-bit machines came with this C library.
+# This C library is the first with 64-bit time on 32-bit machines.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libstdc++6 (>= 12)")
 include(CPack)

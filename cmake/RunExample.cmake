@@ -1,4 +1,4 @@
-# cmake -DPROGRAM=... -DEXPECTED=... -P: runs an example and looks for the expected lines in what it prints.
+# cmake -DPROGRAM=... -DEXPECTED=... -P: runs an example, which must print the expected lines in their order.
 execute_process(COMMAND ${PROGRAM} OUTPUT_VARIABLE output RESULT_VARIABLE result)
 if(NOT result EQUAL 0)
     message(FATAL_ERROR "${PROGRAM} ended with ${result}:\n${output}")
@@ -14,7 +14,7 @@ foreach(line IN LISTS lines)
     if(place EQUAL -1)
         message(FATAL_ERROR "'${line}' is missing, or in another place, in:\n${output}")
     endif()
-    # The line end stays, as the start of the next line.
+    # The line end is kept: it is the start of the next line.
     string(LENGTH "\n${line}" length)
     math(EXPR place "${place} + ${length}")
     string(SUBSTRING "${rest}" ${place} -1 rest)

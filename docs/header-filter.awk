@@ -1,5 +1,5 @@
-# Shows the headers to Doxygen as a person reads them: a comment speaks for every declaration of its paragraph,
-# and what the compiler makes, and destructors, say all by their names. Lines keep their numbers.
+# Shows the headers to Doxygen as a person reads them: a comment applies to every declaration of its paragraph, and
+# destructors and what the compiler makes need none. Lines keep their numbers.
 {
     match($0, /^ */)
     indent = RLENGTH

@@ -4,9 +4,9 @@
 
 #include "UtlSharedTimer.h"
 #include "UtlThreadManager.h"
-#include "internal/base/UtlAdopt.h"
 #include "internal/message/UtlTimerRun.h"
 #include "internal/message/UtlTimerSteps.h"
+#include "internal/time/UtlAdopt.h"
 #include "internal/time/UtlEventWait.h"
 
 namespace utl {

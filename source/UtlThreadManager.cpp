@@ -12,13 +12,13 @@
 
 #include "UtlLog.h"
 #include "UtlThreadWatchdog.h"
-#include "internal/base/UtlAdopt.h"
 #include "internal/base/UtlProcessWide.h"
 #include "internal/log/UtlLogText.h"
 #include "internal/memory/UtlMemoryThreadName.h"
 #include "internal/thread/UtlKeepAlive.h"
 #include "internal/thread/UtlThreadId.h"
 #include "internal/thread/UtlThreadLife.h"
+#include "internal/time/UtlAdopt.h"
 #include "internal/time/UtlEventWait.h"
 
 namespace utl {

@@ -1,6 +1,6 @@
 #include "UtlTimerInfo.h"
 
-#include "internal/base/UtlAdopt.h"
+#include "internal/time/UtlAdopt.h"
 
 namespace utl {
 
