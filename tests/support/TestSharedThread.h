@@ -15,7 +15,7 @@
 
 namespace utl {
 
-/// A way to the fields of a shared message thread.
+/// Access to the fields of a shared message thread.
 struct MsgDrivenSharedThreadTestAccess {
     /// Where they begin, in the order that they must have.
     static std::vector<std::size_t> fields(MsgDrivenSharedThread const& t) {
@@ -29,7 +29,7 @@ struct MsgDrivenSharedThreadTestAccess {
 
 namespace utltest {
 
-/// A shared thread that is stopped and taken out of the registry at the end of the scope.
+/// A shared thread that is stopped and unregistered at the end of the scope.
 class ScopedSharedThread : public utl::MsgDrivenSharedThread {
   public:
     explicit ScopedSharedThread(unsigned int maxMsgSize = 64, unsigned int maxMsgCount = 16,
@@ -79,7 +79,7 @@ class Worker : public utl::ThreadMsgListener {
     std::function<void()> const mWork;
 };
 
-/// Works on the message thread, to the end.
+/// Runs the work on the message thread, and waits until it is done.
 template <typename WORK>
 void workOn(utl::MsgDrivenSharedThread& thread, WORK work) {
     Worker worker(work);
@@ -113,7 +113,7 @@ class WatchedThread {
         } while (!isAsleep(mId));
     }
 
-    /// Waits until the thread stands in front of something in `function` that may block.
+    /// Waits until the thread is about to make a call in `function` that may block.
     void waitUntilIn(std::string const& function) const {
         auto const place = [this] { return lastStatementOf(mId); };
         while (place().function != function || place().sub != 1) {
