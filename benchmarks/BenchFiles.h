@@ -1,7 +1,7 @@
 #pragma once
 
-// What the benchmarks of files share: a place to work in, and the system calls as the library is told to make
-// them.
+// What the benchmarks of files share: a place to work in, and the system calls as the library promises to
+// make them.
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,8 +15,9 @@
 
 namespace utlbench {
 
-/// A folder for the length of the process, in memory where the machine has that, so that the device does not
-/// hide what the library adds. It is there before a file is opened: nothing on the way to it is ever widened.
+/// A folder for the life of the process, in memory if the machine has such a file system, so that the device
+/// does not hide what the library adds. It exists before a file is opened, so the library never widens a
+/// folder on the way to it.
 class BenchFolder {
   public:
     BenchFolder() {
@@ -40,8 +41,8 @@ class BenchFolder {
     std::string mPath;
 };
 
-/// Gives what `call()` gives, with a sign of life in front of it and behind it, as each system call of an
-/// opening, a writing and a closing has.
+/// Returns what `call()` returns, with a sign of life before and after it, as around each system call of an
+/// opening, a write and a close.
 template <typename CALL>
 auto reported(CALL call) {
     utl::ThreadManager::get()->keepAliveWatchdog(utl::StatementInfo("f", "f", 1, 1));

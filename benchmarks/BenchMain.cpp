@@ -1,6 +1,6 @@
 // Runs what a benchmark program declares: first the single figures, then the ratios with their goals.
-// Takes the options of Google Benchmark, and `--ratio_rows=FILE`: appends there one line for each ratio,
-// fields parted by tabs, for a table over several programs.
+// Takes the options of Google Benchmark, and `--ratio_rows=FILE`: appends one line for each ratio to that
+// file, with fields separated by tabs, for a table over several programs.
 
 #include <benchmark/benchmark.h>
 
@@ -16,7 +16,7 @@ namespace {
 
 constexpr char const* ROWS_OPTION = "--ratio_rows=";
 
-// Takes the option out of the arguments; empty if it was not given.
+// Removes the option from the arguments; empty if it is not among them.
 std::string takeRowsFile(int& argc, char** argv) {
     std::string file;
     int kept = 1;
@@ -31,7 +31,7 @@ std::string takeRowsFile(int& argc, char** argv) {
     return file;
 }
 
-// A program that has ratios alone is as good as any; Google Benchmark would call it an error.
+// A program may have ratios alone, which Google Benchmark would report as an error.
 std::size_t runSingleFigures() {
     std::ostringstream errors;
     benchmark::ConsoleReporter reporter(benchmark::ConsoleReporter::OO_Tabular);

@@ -22,7 +22,8 @@ inline void pauseBeforeRetry() {
     nanosleep(&pause, nullptr);
 }
 
-/// Posts `messages` messages, divided among so many threads; a `post` that finds no place is repeated later.
+/// Posts `messages` messages, divided among `producers` threads; a `post` that finds no place is repeated
+/// later.
 template <typename POST>
 void postFromThreads(unsigned int producers, POST post, unsigned int messages = MESSAGES) {
     std::vector<std::thread> threads;

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-// Compares two ways to do the same. Both run in one process, in short turns whose order is drawn by lot, and
-// the figure is the median over all rounds: what slows the machine for a while slows both sides alike.
+// Compares two ways to do the same. Both run in one process, in short turns in random order, and the figure
+// is the median over all rounds: what slows the machine for a while slows both sides alike.
 //
 //     UTL_RATIO("lock and unlock, against the standard library",
 //               [] { utl::SyncGuard const guard(gLock); },
@@ -19,13 +19,13 @@
 //
 // says: one call of the first may take up to 1.1 times as long as one call of the second.
 //
-// UTL_RATIO_CPU says the same of processor time, of which the calling thread's alone counts: a busy machine
-// that takes the processor away in the middle of a turn does not show. It is for work that this thread does
-// by itself; where threads hand over to each other, only UTL_RATIO sees what it costs.
+// UTL_RATIO_CPU compares processor time instead, of the calling thread alone: the figures do not show that a
+// busy machine takes the processor away in the middle of a turn. Use it for work that this thread does by
+// itself. If threads hand over to each other, only UTL_RATIO sees the cost.
 
 namespace utlbench {
 
-/// Makes the compiler believe that `value` is used, so that it has to be computed.
+/// Makes the compiler treat `value` as used, so that it must be computed.
 template <typename T>
 inline void keep(T const& value) {
     asm volatile("" : : "r,m"(value) : "memory");
@@ -50,8 +50,8 @@ constexpr Clock THREAD_TIME = nanosecondsOf<CLOCK_THREAD_CPUTIME_ID>;
 /// A comparison as a benchmark file declares it.
 struct RatioFigure {
     std::string name;
-    std::function<void(std::size_t)> subject;   ///< calls the subject so many times
-    std::function<void(std::size_t)> baseline;  ///< calls the baseline so many times
+    std::function<void(std::size_t)> subject;   ///< calls the subject that many times
+    std::function<void(std::size_t)> baseline;  ///< calls the baseline that many times
     double goal;                                ///< the largest ratio that is good enough
     Clock clock;                                ///< what both are measured by
 };
@@ -80,7 +80,7 @@ class RatioDeclaration {
     }
 
   private:
-    // The loop is compiled together with the operation, so that a short one is not drowned in calls.
+    // The loop is compiled together with the operation, so that calls do not outweigh a short one.
     template <typename WORK>
     static std::function<void(std::size_t)> repeated(WORK work) {
         return [work = std::move(work)](std::size_t calls) mutable {
@@ -107,8 +107,8 @@ inline double elapsed(std::function<void(std::size_t)> const& work, std::size_t 
     return now() - start;
 }
 
-/// How many calls fill a turn, at least 1. Warms the caches on the way; the first call of all does not count,
-/// because it may make what the others use.
+/// How many calls fill a turn, at least 1. Also warms the caches. The very first call does not count, because
+/// it may create what the others use.
 inline std::size_t callsForOneTurn(std::function<void(std::size_t)> const& work, Clock now) {
     work(1);
     std::size_t calls = 1;

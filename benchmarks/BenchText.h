@@ -14,7 +14,7 @@ namespace utlbench {
     std::exit(1);
 }
 
-/// Real Japanese text: about so many bytes of the manual pages, as UTF-8, perhaps cut inside a character, and
+/// Real Japanese text: about `bytes` bytes of the manual pages, as UTF-8, perhaps cut inside a character, and
 /// without control characters other than line ends and tabs.
 inline std::string manualPages(std::size_t bytes) {
     std::FILE* const pages = popen("gzip -cd /usr/share/man/ja/man?/*.gz 2>/dev/null", "re");

@@ -1,5 +1,5 @@
 // Kinds and forms of Japanese text, on manual pages: against ICU, and twice the bytes against once. ICU works
-// on its own UTF-16, so its figures hold nothing of a conversion.
+// on its own UTF-16, so its figures include no conversion.
 
 #include "UtlAttribConvert.h"
 
@@ -78,7 +78,7 @@ std::string halfWidth(unsigned int bytes, IsWanted isWanted) {
 
 // --- against ICU
 
-// `convertAttrib` to the right, of a text that stays.
+// `convertAttrib` to the right, of a text that does not change.
 auto convert(std::string const& text, utl::PairAttrib const* table) {
     return [text, table, dst = std::vector<char>(4 * text.size())]() mutable {
         utlbench::keep(
@@ -119,7 +119,7 @@ auto transliterate(std::string const& text, char16_t const* name) {
     };
 }
 
-// Tells whether a text is in kana: a look-up of the script for each character.
+// Whether a text is in kana: looks up the script of each character.
 auto isInKanaByIcu(std::string const& text) {
     return [text] {
         auto const* const bytes = reinterpret_cast<unsigned char const*>(text.c_str());
@@ -204,7 +204,7 @@ std::string zeros(unsigned int bytes) {
     return std::string(bytes, '0');
 }
 
-// Goes from character to character, and adds up what `look` says of each place.
+// Walks from character to character, and adds up what `look` returns for each place.
 template <typename LOOK>
 unsigned int walk(std::string const& text, LOOK look) {
     unsigned int sum = 0;

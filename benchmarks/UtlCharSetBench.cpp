@@ -1,5 +1,5 @@
 // Conversions between character sets, on Japanese manual pages, against the C library's iconv and ICU. The
-// texts hold nothing but characters of code page 932, so that all three do the same work without errors.
+// texts contain only characters of code page 932, so that all three do the same work without errors.
 
 #include "UtlCharSet.h"
 
@@ -30,7 +30,7 @@ class Iconv {
         }
     }
 
-    // Gives the bytes written.
+    // Returns the bytes written.
     template <typename TO>
     std::size_t convert(std::string const& text, TO* dst) const {
         char* from = const_cast<char*>(text.data());
@@ -117,7 +117,7 @@ std::string const& pageText() {
     return text;
 }
 
-// So many bytes of UTF-8, or up to two more.
+// `bytes` bytes of UTF-8, or up to two more.
 Texts textOf(std::size_t bytes) {
     while ((pageText()[bytes] & 0xC0) == 0x80) {
         ++bytes;
@@ -125,7 +125,7 @@ Texts textOf(std::size_t bytes) {
     return Texts(pageText().substr(0, bytes));
 }
 
-// --- the library's ways and the others'. Each gives what it wrote, in units of the target, without a
+// --- the library's ways and the others'. Each returns what it wrote, in units of the target, without a
 // terminator.
 
 template <typename TEXT>
@@ -233,7 +233,7 @@ auto on(std::size_t bytes, Way way) {
     return [texts = textOf(bytes), way]() mutable { utlbench::keep(way(texts)); };
 }
 
-// What a way makes of the text, for a comparison of the results.
+// The result of one way, to be compared with that of another.
 std::string resultOf(Way way, Texts texts) {
     std::size_t const written = way(texts);
     Units const units(texts.units.begin(), texts.units.begin() + static_cast<std::ptrdiff_t>(
@@ -242,7 +242,7 @@ std::string resultOf(Way way, Texts texts) {
            std::string(reinterpret_cast<char const*>(units.data()), 2 * units.size());
 }
 
-// Compares only what does the same work.
+// Compares only ways that do the same work.
 utlbench::RatioDeclaration compared(char const* name, std::size_t bytes, Way way, Way other, double goal) {
     if (resultOf(way, textOf(bytes)) != resultOf(other, textOf(bytes))) {
         utlbench::giveUp(name);

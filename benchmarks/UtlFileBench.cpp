@@ -14,7 +14,7 @@
 #include "BenchRatio.h"
 #include "UtlFile.h"
 
-// Files against the system calls that they are told to make, and listings against the plain loop.
+// Files against the system calls that they promise to make, and listings against the plain loop.
 
 namespace {
 
@@ -92,7 +92,7 @@ void writeBareFiles() {
 UTL_RATIO_CPU("create, write 4 KiB and close 500 files, to the system calls alone", writeFiles,
               writeBareFiles, 1.2);
 
-// A folder with so many files, every second of which the listing wants.
+// A folder with `ENTRIES` files, of which the listing wants every second.
 template <unsigned int ENTRIES>
 std::string const& folderOf() {
     static std::string const theFolder = [] {

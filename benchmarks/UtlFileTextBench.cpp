@@ -35,7 +35,7 @@ utlbench::BenchFolder const PLACE;
 
 // --- the files
 
-// Japanese text without line ends, about so much of it.
+// Japanese text without line ends, up to about half of `FILE_BYTES`.
 std::string const& plainText() {
     static std::string const theText = [] {
         std::string const pages = utlbench::manualPages(FILE_BYTES / 2);
@@ -51,7 +51,7 @@ std::string const& plainText() {
     return theText;
 }
 
-// The same in Shift-JIS, with a question mark for what that lacks.
+// The same in Shift-JIS, with a question mark for each character that Shift-JIS lacks.
 std::string sjisText() {
     std::string const& text = plainText();
     std::string sjis(utl::convertStrFromUtf8ToSjis(nullptr, 0, text.c_str()), '\0');
@@ -71,7 +71,7 @@ unsigned int charBytes(char const* text, int textType) {
     return bytes;
 }
 
-// A file of lines that are as near to `LINE_BYTES` as whole characters come. Gives its path.
+// A file of lines whose length is as near to `LINE_BYTES` as whole characters allow. Returns its path.
 std::string makeLines(std::string const& name, int textType) {
     std::string const text = textType == UTF8 ? plainText() : sjisText();
     std::string const path = PLACE.make(name) + "/lines";

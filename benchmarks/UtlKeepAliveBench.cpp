@@ -6,8 +6,8 @@
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
 
-// A sign of life stands around every call of the library that may block. Finding the manager costs one lock,
-// the watchdog's table another one; a watched thread's record gets the time as well.
+// The library gives a sign of life around every call that may block. Finding the manager costs one lock, and
+// the watchdog's table another one. The record of a watched thread is also given the time.
 
 namespace {
 
@@ -45,7 +45,7 @@ void lockTwiceAndReadTheClock() {
     utlbench::keep(now.tv_nsec);
 }
 
-// The figures are taken in this order, each to its end.
+// The figures are taken in this order, one after the other.
 
 UTL_RATIO_CPU(
     "sign of life while nobody is registered, to two locks and a clock read", [] { keepAlive(); },

@@ -19,7 +19,7 @@ struct FullTable {
     }
 } const gFullTable;
 
-// Lock and unlock is what a line costs at least that is filtered out.
+// A line that is filtered out costs at least a lock and an unlock.
 std::recursive_mutex gStandardLock;
 UTL_RATIO_CPU(
     "a line that is filtered out, to lock and unlock of std::recursive_mutex",
@@ -28,7 +28,7 @@ UTL_RATIO_CPU(
 
 int gNumber = 0;
 
-// Sends standard output to /dev/null for one turn of calls; the figures go where they always go.
+// Redirects standard output to /dev/null for one turn of calls; the figures are printed as always.
 class NoOutput {
   public:
     NoOutput() : mKept((std::fflush(stdout), dup(STDOUT_FILENO))) {
@@ -52,7 +52,7 @@ void logByLibrary() {
     applog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DETAIL, "value %d of %s", ++gNumber, "name");
 }
 
-// The same line with the means of the C library.
+// The same line written with the C library alone.
 void logByHand() {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);

@@ -5,7 +5,7 @@
 #include "BenchRatio.h"
 #include "UtlMap.h"
 
-// Look-ups of keys that are there, in an order that no branch predictor can learn.
+// Look-ups of keys that exist, in an order that no branch predictor can learn.
 
 namespace {
 

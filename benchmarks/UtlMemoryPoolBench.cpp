@@ -1,4 +1,4 @@
-// Taking and giving back blocks, against a recursive lock and the same reports of a sign of life.
+// Taking and releasing blocks, against a recursive lock with the same signs of life.
 
 #include "UtlMemoryPool.h"
 
@@ -32,7 +32,7 @@ void bareCreateAndRelease() {
     bareCall("release", 2);
 }
 
-// A pool that is full but for one block, given back and taken in an order drawn by lot.
+// A pool that is full except for one block; blocks are released and taken in a random order.
 class BusyPool {
   public:
     explicit BusyPool(unsigned int count) : mPool(BLOCK_BYTES, count, "bench"), mBlocks(count) {
@@ -86,7 +86,7 @@ UTL_RATIO_CPU(
 UTL_RATIO_CPU(
     "pool of 16,384: release and create, random", [] { pool<16384>().random(); }, bareCreateAndRelease, GOAL);
 
-// Two threads do `calls` calls of `work` each at the same time, on whatever processors there are.
+// Two threads make `calls` calls of `work` each at the same time, on whatever processors there are.
 template <typename WORK>
 void inTwoThreads(std::size_t calls, WORK work) {
     auto const run = [calls, work] {

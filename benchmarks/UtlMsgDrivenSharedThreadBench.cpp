@@ -1,4 +1,4 @@
-// What the sharing of a message thread costs: an address on a message, and broadcasts to many.
+// The cost of sharing a message thread: an address on a message, and broadcasts to many listeners.
 
 #include "UtlMsgDrivenSharedThread.h"
 
@@ -18,7 +18,7 @@ using utlbench::QUEUE_PLACES;
 // A full queue is a part of the measurement.
 bool const gQuiet = (setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_NONE), true);
 
-// A thread with so many listeners, kept for the life of the process.
+// A thread with that many listeners, kept for the life of the process.
 utl::MsgDrivenSharedThread& threadWith(unsigned int listeners) {
     auto* const thread = new utl::MsgDrivenSharedThread(MSG_BYTES, QUEUE_PLACES, listeners, "shared");
     for (unsigned int i = 0; i < listeners; ++i) {
@@ -63,7 +63,7 @@ UTL_RATIO(
     "sendMsgSync round trip to one listener, against a thread of its own",
     [] { shared().sendMsgSync(&gListener, BlockMsg(1)); }, [] { plain().sendMsgSync(BlockMsg(1)); }, 1.5);
 
-// A broadcast to so many listeners, posted and delivered.
+// A broadcast to that many listeners, posted and delivered.
 void broadcast(benchmark::State& state) {
     constexpr unsigned int BROADCASTS = 500;  // fit into the queue
     auto const listeners = static_cast<unsigned int>(state.range(0));

@@ -1,4 +1,4 @@
-// The road of a message, against the same system calls, copies and number of locks with nothing around them.
+// The path of a message, against the same system calls, copies and number of locks with nothing around them.
 
 #include "UtlMsgDrivenThread.h"
 
@@ -25,14 +25,14 @@ using utlbench::pauseBeforeRetry;
 using utlbench::postFromThreads;
 using utlbench::QUEUE_PLACES;
 
-// Locks that the road takes for one message beside that of its queues: the two looks at the thread's state,
-// the life cycle, the control entry; and on the message thread the looks at the watchdog, the head, the
-// requests and the stop.
+// Locks that one message takes besides that of its queues. The sender takes them for two looks at the
+// thread's state, the life cycle and the control entry; the message thread for the watchdog, the head of the
+// queue, the requests and the stop.
 constexpr unsigned int SENDER_LOCKS = 12;
 constexpr unsigned int SYNC_SENDER_LOCKS = 9;
 constexpr unsigned int READER_LOCKS = 9;
 
-// The library's road.
+// The library's path.
 
 utl::MsgDrivenThread& road() {
     static utl::MsgDrivenThread* const theRoad = [] {
@@ -50,7 +50,7 @@ void roadRun(unsigned int producers) {
     road().sendMsgSync(2);
 }
 
-// The bare road.
+// The bare path.
 
 class Mutex {
   public:

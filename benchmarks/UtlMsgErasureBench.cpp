@@ -1,5 +1,5 @@
-// How the time of an erasure grows with the queue: half of the messages go, every other one, and the timeouts
-// that stand between them.
+// How the time of an erasure grows with the queue: every other message is erased, and the timeouts between
+// them.
 
 #include <benchmark/benchmark.h>
 
@@ -37,7 +37,7 @@ struct JudgeNotKept {
     }
 };
 
-// The erasures alone, as a clock: filling the queue and emptying it are no part of the figures.
+// A clock of the erasures alone: the figures do not include filling and emptying the queue.
 double gErasing = 0;
 
 double erasingTime() {
@@ -119,7 +119,7 @@ BENCHMARK(eraseHalfOf)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 
-// Made when it is first used: the threads of the single figures have given their memory back by then.
+// Constructed on first use: by then the threads of the single figures have released their memory.
 template <unsigned int MESSAGES>
 void erase() {
     static auto* const theThread = new ErasingThread(MESSAGES);

@@ -1,4 +1,4 @@
-// Containers of many sub-chunks: each one more costs what the first did.
+// Containers of many sub-chunks: each further one costs as much as the first.
 
 #include "UtlRiffFile.h"
 
@@ -22,7 +22,7 @@ void check(bool condition) {
     }
 }
 
-// A new container with so many sub-chunks, each written before the next is appended.
+// A new container with `COUNT` sub-chunks, each written before the next is appended.
 template <unsigned int COUNT>
 void append() {
     RiffFile file(PATH.c_str(), COUNT);

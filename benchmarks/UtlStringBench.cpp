@@ -16,7 +16,7 @@ namespace {
 
 using utl::INVALID_SIZE;
 
-// What fits a scratch slot twice over; the goal leaves room for fixed costs and caches.
+// Fits into a scratch slot twice; the goal leaves room for fixed costs and caches.
 constexpr unsigned int BYTES = 4800;
 constexpr double TWICE = 2.3;
 

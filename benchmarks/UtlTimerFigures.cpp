@@ -1,10 +1,10 @@
-// 100 periodic timers of 10 ms on one message thread, against the same POSIX timers with a handler that
-// writes 8 bytes and a thread that reads them, queues a second token and takes the locks on that way that a
-// message thread has to take; and against timerfd with epoll.
+// 100 periodic timers of 10 ms on one message thread, against the same POSIX timers without a message thread,
+// and against timerfd with epoll. In the second kind a handler writes 8 bytes. A thread reads them, queues a
+// second token and takes as many locks as a message thread has to take.
 //
-// Lateness is taken by the receiver: from the time at which the expiry was due. Each kind starts its timers
-// one behind the other on the thread that receives their expiries, so that they are due as close together as
-// that takes, and each knows when it was started. The kinds run in turn; the figures are medians over the
+// The receiver measures lateness from the time at which the expiry was due. Each kind starts its timers one
+// after the other on the thread that receives their expiries, so that they are due as close together as
+// possible. Each timer knows when it was started. The kinds run in turn; the figures are medians over the
 // runs.
 
 #include <pthread.h>
@@ -40,7 +40,7 @@ double processorNanoseconds() {
     return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
 }
 
-// To a point in time: what is left of an interrupted sleep grows a little with each of the signals.
+// Sleeps to a point in time: the rest of an interrupted sleep would grow a little with each signal.
 void sleepMilliseconds(unsigned int milliseconds) {
     timespec end{};
     clock_gettime(CLOCK_MONOTONIC, &end);
@@ -58,7 +58,7 @@ class Arrivals {
 
     void start(unsigned int timer, double first) { mDue[timer] = first; }
 
-    // The expiry that is due last at the time of its arrival counts: those before it were swallowed.
+    // Of the expiries that are due at the arrival the last one counts: the others were dropped.
     void arrive(unsigned int timer) {
         double const now = utlbench::WALL_TIME();
         double const period = PERIOD_MS * 1e6;
@@ -100,7 +100,7 @@ void waitUntil(double time) {
     }
 }
 
-// Calls `start` for each timer, at once or spread over a period, and takes down when it was started.
+// Calls `start` for each timer, at once or spread over a period, and notes when it was started.
 template <typename START>
 void startTimers(Arrivals& arrivals, bool spread, START start) {
     double const begin = utlbench::WALL_TIME();
@@ -187,7 +187,7 @@ void writeBare(int id) {
 
 pthread_mutex_t gBareLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 
-// Takes the lock so many times, one behind the other, and gives it back.
+// Takes and releases the lock `times` times.
 void lockBare(unsigned int times) {
     for (unsigned int i = 0; i < times; ++i) {
         pthread_mutex_lock(&gBareLock);

@@ -1,5 +1,5 @@
-// A minute of sound written and read in pieces, against the told system calls, locks and signs of life, and
-// beside libsndfile.
+// A minute of sound written and read in pieces, against the system calls, locks and signs of life that it
+// promises, and compared with libsndfile.
 
 #include "UtlWaveFile.h"
 

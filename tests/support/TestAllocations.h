@@ -1,7 +1,7 @@
 #pragma once
 
-// For a test program that counts what it and the library take from the heap, or lets them get nothing. It
-// replaces the operators of the whole program, so one source of a program includes it.
+// For a test program that counts the allocations of itself and the library, or makes them fail. It replaces
+// the operators of the whole program, so only one source of a program includes it.
 
 #include <atomic>
 #include <cstddef>
@@ -13,7 +13,7 @@ namespace utltest {
 inline std::atomic<unsigned int> gAllocations{0};
 inline std::atomic<bool> gHasNoMemory{false};
 
-/// How often `new` has been called so far, in the program and the library, for one object or an array.
+/// How often the program and the library have called `new` so far, for one object or an array.
 inline unsigned int allocations() {
     return gAllocations;
 }
@@ -28,7 +28,7 @@ unsigned int allocationsOf(WORK work) {
 
 inline thread_local unsigned int tAllocationsUntilFailure = 0;  // 0: none fails
 
-/// Lets the nth `new` of the calling thread throw `std::bad_alloc`, counted from 1, once, while it lives.
+/// While it lives, the nth `new` of the calling thread, counted from 1, throws `std::bad_alloc` once.
 class [[nodiscard]] FailingAllocation {
   public:
     explicit FailingAllocation(unsigned int number) { tAllocationsUntilFailure = number; }
@@ -36,11 +36,11 @@ class [[nodiscard]] FailingAllocation {
     FailingAllocation(FailingAllocation const&) = delete;
     FailingAllocation& operator=(FailingAllocation const&) = delete;
 
-    /// True when it has failed.
+    /// True after that `new` has failed.
     bool hasHappened() const { return tAllocationsUntilFailure == 0; }
 };
 
-/// Lets every `new` throw `std::bad_alloc` while it lives.
+/// While it lives, every `new` throws `std::bad_alloc`.
 class [[nodiscard]] NoMemoryScope {
   public:
     NoMemoryScope() { gHasNoMemory = true; }
@@ -61,7 +61,7 @@ inline void* countedAllocation(std::size_t bytes) {
 
 }  // namespace utltest
 
-// Not inlined, or the compiler sees that blocks of `new` end in `free`.
+// Not inlined: otherwise the compiler warns that blocks of `new` end in `free`.
 [[gnu::noinline]] void* operator new(std::size_t bytes) {
     return utltest::countedAllocation(bytes);
 }

@@ -9,7 +9,7 @@
 
 #include "UtlPlatform.h"
 
-// Conversions between character sets, from and into heap blocks of exactly the size they are told.
+// Conversions between character sets, from and into heap blocks of exactly the given size.
 
 namespace utltest {
 
@@ -25,7 +25,7 @@ auto terminated(TEXT const& text) {
     return copy;
 }
 
-/// What a call gave, and what its buffer held: the text without the terminator on success, else what was
+/// What a call returned, and what its buffer held: the text without the terminator on success, else what was
 /// written.
 template <typename TO>
 struct Outcome {
@@ -33,8 +33,8 @@ struct Outcome {
     std::vector<TO> written;
 };
 
-/// Converts into buffers of exactly `size` that were filled with different values before: what is the same in
-/// both was written. It must be in one piece, and a result must count all of it.
+/// Converts into two buffers of exactly `size`, filled with different values before: what is the same in both
+/// was written. That must be in one piece, and a result must count all of it.
 template <typename TO, typename FROM>
 Outcome<TO> convertInto(unsigned int size, unsigned int (*convert)(TO*, unsigned int, FROM const*),
                         FROM const* src) {
@@ -55,8 +55,8 @@ Outcome<TO> convertInto(unsigned int size, unsigned int (*convert)(TO*, unsigned
 }
 
 /// The result of a string function. The size that it asks for must be the one that it uses, and one less must
-/// be refused, with a part of the same text written. A failure must be one with and without a buffer, and
-/// gives no text.
+/// be refused, with a part of the same text written. A failure must occur with and without a buffer, and
+/// returns no text.
 template <typename TO, typename FROM>
 Outcome<TO> convertedFrom(unsigned int (*convert)(TO*, unsigned int, FROM const*), FROM const* src) {
     unsigned int const needed = convert(nullptr, 0, src);

@@ -11,7 +11,7 @@
 namespace utltest {
 
 /// Element of a container that counts what is done to its kind and fails on request. Its own `operator new[]`
-/// gives null on failure if `GIVES_NULL`, else it throws.
+/// returns null on failure if `GIVES_NULL`, else it throws.
 template <bool GIVES_NULL>
 class CountedElement {
   public:
@@ -67,7 +67,7 @@ class CountedElement {
 using Counted = CountedElement<false>;
 using CountedOrNull = CountedElement<true>;
 
-/// Starts the records of both kinds anew; at its end no element and no storage may be left.
+/// Clears the records of both kinds; at the end of the scope no element and no storage may be left.
 class [[nodiscard]] ElementScope {
   public:
     ElementScope() { reset(); }
@@ -92,13 +92,13 @@ class [[nodiscard]] ElementScope {
     }
 };
 
-/// The next allocation of `T` from now on fails, or a later one.
+/// Allocation `number` of `T`, counted from 1 from now on, fails.
 template <typename T>
 void failAllocation(unsigned int number = 1) {
     T::record.failingAllocation = T::record.allocations + number;
 }
 
-/// The next assignment of a `T` from now on throws, or a later one; the record of assignments starts anew.
+/// Assignment `number` of a `T`, counted from 1 from now on, throws; the record of assignments is cleared.
 template <typename T>
 void throwAtAssignment(unsigned int number = 1) {
     T::record.assigned.clear();

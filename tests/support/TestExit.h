@@ -9,9 +9,9 @@
 
 namespace utltest {
 
-/// Exits with 3 if `work`, which comes behind every exit handler and every destructor, could still use the
-/// library, and the library had destroyed no mutex by then; with 1 otherwise. The last that a process does is
-/// to flush its streams: `work` is called by one of them.
+/// Exits with 3 if `work` could still use the library and the library had destroyed no mutex by then, with 1
+/// otherwise. `work` runs after every exit handler and every destructor: the last step of a process is to
+/// flush its streams, and one of them calls `work`.
 [[noreturn]] inline void exitAndCheckLast(bool (*work)()) {
     static bool (*theWork)();
     theWork = work;

@@ -18,8 +18,8 @@
 
 namespace utltest {
 
-/// Records the system calls on files that the library makes on the thread of the object while it lives, as
-/// "open: flock 6", with the label of the keep-alive bracket in front; "-" stands for no bracket. It is an
+/// Records the system calls on files that the library makes on this thread while the object lives, as
+/// "open: flock 6", with the label of the keep-alive bracket first; "-" stands for no bracket. It is an
 /// `OwnHookScope` itself, and the thread must not be under the watchdog. One at a time.
 class [[nodiscard]] FileCalls {
   public:
@@ -47,7 +47,7 @@ class [[nodiscard]] FileCalls {
     }
 
   private:
-    // The watchdog never looks at its table meanwhile; its line about the new thread is none about files.
+    // The watchdog never looks at its table meanwhile; its line about the new thread is not about files.
     static void enterWatchdogSilently() {
         int const level = getFilterLevel(utl::LOG_TYPE_LIBRARY);
         setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_NONE);
@@ -74,7 +74,7 @@ class [[nodiscard]] FileCalls {
         sLines.push_back(line.str());
     }
 
-    // Closing on `exec` goes without saying: its absence shows.
+    // Closing on `exec` is the rule: only its absence is recorded.
     static std::string flagsText(int flags) {
         static constexpr std::pair<int, char const*> NAMES[] = {
             {O_CREAT, "+CREAT"},       {O_EXCL, "+EXCL"},         {O_TRUNC, "+TRUNC"},
@@ -122,9 +122,9 @@ class [[nodiscard]] FileCalls {
     inline static Lines sLines;
 };
 
-/// The mode that `folder`, which had `mode`, must have behind the recorded `calls`, of which the one with
-/// this `number` of all calls of `name` failed. It is 0777 in two cases: that call was to put the folder
-/// back, or it hid the folder from `makeDirectories`, which gives a folder on its way the mode 0777 for good.
+/// The mode that `folder`, which had `mode`, must have after the recorded `calls`, if call `number` of `name`
+/// failed. It is 0777 in two cases: that call was to restore the folder, or it hid the folder from
+/// `makeDirectories`, which sets the mode of a folder on its way to 0777 permanently.
 inline int modeBehind(FileCalls::Lines const& calls, std::string const& name, unsigned int number,
                       std::string const& folder, int mode) {
     std::string const look = "changeParentAccessMode: stat " + folder;

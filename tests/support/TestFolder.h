@@ -20,7 +20,7 @@
 
 namespace utltest {
 
-/// The permissions of what is there, -1 if nothing is.
+/// The permissions of the file or folder, -1 if there is none.
 inline int permissions(std::string const& path) {
     struct stat status = {};
     return stat(path.c_str(), &status) == 0 ? static_cast<int>(status.st_mode & 07777) : -1;
@@ -40,13 +40,13 @@ inline unsigned int openDescriptors() {
     return static_cast<unsigned int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
-/// A fresh folder with the mode 0755, in which the process works for the length of the test. What the library
-/// widens on the way to a missing folder is therefore inside: the tests use relative paths. At the end the
-/// folders of the machine have the modes that they had, the working folder too, and no descriptor is left.
+/// A fresh folder with the mode 0755, in which the process works for the length of the test. Tests use
+/// relative paths, so that the library widens only folders inside it on the way to a missing one. At the end
+/// the folders of the machine and the working folder have the modes that they had, and no descriptor is left.
 class InFolder : public ::testing::Test {
   protected:
     InFolder() {
-        // In memory where the machine has that: the tests sync a lot.
+        // In memory if the machine has such a file system: the tests sync a lot.
         bool const hasMemory = access("/dev/shm", W_OK | X_OK) == 0;
         std::string path =
             (hasMemory ? std::filesystem::path("/dev/shm") : std::filesystem::temp_directory_path()) /
@@ -77,7 +77,7 @@ class InFolder : public ::testing::Test {
     std::filesystem::path const& absolutePath() const { return mPath; }
 
   private:
-    // Lets the owner of a folder that may not be read or written into it first.
+    // First lets the owner into a folder that may not be read or written.
     void removeFolder() const {
         chmod(mPath.c_str(), 0755);
         for (auto entry = std::filesystem::recursive_directory_iterator(mPath);

@@ -7,7 +7,7 @@
 
 namespace utltest {
 
-/// The C library's converter between two character sets, as somebody else's opinion.
+/// The C library's converter between two character sets, as an independent reference.
 class Iconv {
   public:
     Iconv(char const* to, char const* from) : mConverter(iconv_open(to, from)) {
@@ -17,7 +17,7 @@ class Iconv {
     Iconv(Iconv const&) = delete;
     Iconv& operator=(Iconv const&) = delete;
 
-    /// The converted text, or an empty one where the C library refuses it.
+    /// The converted text, or an empty one if the C library refuses it.
     std::string convert(std::string text) const {
         std::string result(4 * text.size() + 4, '\0');
         char* from = text.data();

@@ -42,7 +42,7 @@ inline bool areRising(std::vector<std::size_t> const& offsets) {
     return std::is_sorted(offsets.begin(), offsets.end(), std::less_equal<>());
 }
 
-/// What stands at `offset` of `object`, as a field of type `FIELD`; for fields that only their class reaches.
+/// The field of type `FIELD` at `offset` of `object`; for fields that only their class reaches.
 template <typename FIELD, typename OBJECT>
 FIELD fieldAt(OBJECT const& object, std::size_t offset) {
     FIELD field;
@@ -68,8 +68,8 @@ struct Derived : BASES... {
 #pragma GCC diagnostic ignored \
     "-Winvalid-offsetof"  // the bases are not virtual: both compilers know the place
 
-/// Where the first field of a class with these bases begins: behind their fields, where its alignment lets
-/// it. That may be in front of the end of the last base, if this one has padding there.
+/// Where the first field of a class with these bases begins: after their fields, at its alignment. That may
+/// be before the end of the last base, if this one ends with padding.
 template <typename FIELD, typename... BASES>
 constexpr std::size_t firstFieldBehind() {
     using Class = Derived<FIELD, BASES...>;
@@ -78,10 +78,10 @@ constexpr std::size_t firstFieldBehind() {
 
 #pragma GCC diagnostic pop
 
-/// Where the fields of a class begin that has virtual operations and no base class.
+/// Where the fields begin in a class that has virtual operations and no base class.
 constexpr std::size_t FIRST_FIELD = sizeof(void*);
 
-/// Where the fields behind a leading pointer begin.
+/// Where the fields after a leading pointer begin.
 constexpr std::size_t BEHIND_POINTER = FIRST_FIELD + sizeof(void*);
 
 }  // namespace utltest

@@ -5,9 +5,9 @@
 
 namespace utltest {
 
-/// Records what the library hands to each sink of its log while the object lives, in the order of the calls,
+/// Records what the library passes to each sink of its log while the object lives, in the order of the calls,
 /// as the sink would show it (the text interpreted as a format once more, as `printf` and `syslog` do).
-/// Nothing of it reaches the real sinks. Any thread may log meanwhile; one capture at a time.
+/// Nothing reaches the real sinks. Any thread may log meanwhile; one capture at a time.
 class [[nodiscard]] LogCapture {
   public:
     struct SystemLine {
@@ -39,13 +39,13 @@ class [[nodiscard]] LogCapture {
 
     void clear();
 
-    /// Calls `visit` with 's', 'c' or 'b' inside each sink, in front of the record and without the capture's
-    /// own lock. Null and the end of the capture take it away.
+    /// Calls `visit` with 's', 'c' or 'b' inside each sink, before the record and without the capture's own
+    /// lock. Null and the end of the capture remove it.
     void atEachSink(void (*visit)(char sink));
 };
 
-/// While no capture lives, texts for `syslog` go to the system's own, under `name`, and to the standard error
-/// as well. For a process that ends soon: nothing takes it back.
+/// While no capture lives, texts for `syslog` go to the system's own log, under `name`, and also to the
+/// standard error. For a process that ends soon: this cannot be undone.
 void openSystemLog(char const* name);
 
 /// What reaches the third sink.

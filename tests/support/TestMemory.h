@@ -51,7 +51,7 @@ struct MemoryAccess {
 constexpr int ALLOCATION = 0;
 constexpr int RELEASE = 1;
 
-/// Some address that nobody looks behind; they ascend with `number`.
+/// An address that nobody dereferences; the addresses ascend with `number`.
 inline void* someAddress(unsigned int number) {
     static char theBlock[4096];
     return theBlock + number;
@@ -78,7 +78,7 @@ inline std::string padded(long long number, int width) {
     return text;
 }
 
-/// Keeps what the library writes to descriptor 0 from there. One at a time; needs the thread of the test.
+/// Catches what the library writes to descriptor 0. One at a time; needs the thread of the test.
 class [[nodiscard]] MessageCapture {
   public:
     MessageCapture() {

@@ -71,7 +71,7 @@ struct MsgDrivenThreadAccess {
     static int readEnd(utl::MsgDrivenThread const& thread) { return (thread.*in_thread::mPipe)[0]; }
     static int writeEnd(utl::MsgDrivenThread const& thread) { return (thread.*in_thread::mPipe)[1]; }
 
-    /// Both queues as whoever takes their lock finds them.
+    /// Both queues, as a thread that takes their lock finds them.
     struct Queues {
         std::vector<utl::MsgDrivenThread::ThreadCtlMsg> entries;
         std::vector<unsigned char> frames;
@@ -104,7 +104,7 @@ struct MsgDrivenThreadAccess {
 
 using ThreadAccess = MsgDrivenThreadAccess;
 
-/// The tokens that a pipe with this end takes for certain.
+/// The tokens that a pipe with this end certainly accepts.
 inline int tokensThatFit(int pipeEnd) {
     return static_cast<int>(hooks::fcntl.real(pipeEnd, F_GETPIPE_SZ, 0) - getpagesize()) / 8 + 1;
 }
@@ -116,7 +116,7 @@ inline std::string pipeOverflow(utl::MsgDrivenThread const& thread, char const* 
            " MsgId:" + hexId;
 }
 
-/// Opens once, for everybody; waiting ends with a failure after half a minute.
+/// Opens once, for all threads; waiting ends with a failure after half a minute.
 class Gate {
   public:
     void open() {
@@ -135,8 +135,8 @@ class Gate {
     bool mOpen = false;
 };
 
-/// The watchdog has no thread: calls of the library that a test counts or replaces are those of its own
-/// threads.
+/// The watchdog has no thread, so the calls of the library that a test counts or replaces are made by its own
+/// threads only.
 class WithoutWatchdogThread : public ::testing::Test {
   protected:
     WithoutWatchdogThread() { renewManager(utl::ThreadManager::DEFAULT_ENTRY_MAX); }
@@ -158,7 +158,7 @@ class NumberMsg : public utl::Msg {
     int restoreDataFrom(utl::MsgDataBroker& broker) override { return broker.get(&mNumber); }
 };
 
-/// A message of so many bytes.
+/// A message of the given number of bytes.
 class BytesMsg : public utl::Msg {
   public:
     BytesMsg(int id, unsigned int count) : Msg(id), mBytes(count, static_cast<unsigned char>(0x5A)) {}
@@ -173,7 +173,7 @@ class BytesMsg : public utl::Msg {
     }
 };
 
-/// A function for each message, which may be exchanged while messages arrive.
+/// Calls a function for each message; the function may be exchanged while messages arrive.
 class MsgHandler {
   public:
     using Function = std::function<void(int id, int number)>;
@@ -199,7 +199,7 @@ class MsgHandler {
     Function mFunction;
 };
 
-/// Keeps ids and numbers of what it receives, and runs `onMsg` behind each.
+/// Keeps ids and numbers of what it receives, and runs `onMsg` after each.
 class Collector : public utl::ThreadMsgListener {
   public:
     struct Received {
@@ -249,7 +249,7 @@ class Collector : public utl::ThreadMsgListener {
     std::vector<Received> mReceived;
 };
 
-/// A message thread that is stopped and taken out of the registry at the end of the scope.
+/// A message thread that is stopped and unregistered at the end of the scope.
 class ScopedMsgThread : public utl::MsgDrivenThread {
   public:
     explicit ScopedMsgThread(unsigned int maxMsgSize = 64, unsigned int maxMsgCount = 16,
@@ -264,7 +264,7 @@ class ScopedMsgThread : public utl::MsgDrivenThread {
     using MsgDrivenThread::isDataMsgId;
     using MsgDrivenThread::TimeoutPostHandling;
 
-    /// The timers that have gone, in their order.
+    /// The timers that are gone, in their order.
     std::vector<int> erasedTimers() const {
         std::lock_guard<std::mutex> const guard(mErasedMutex);
         return mErased;
@@ -341,7 +341,7 @@ struct BlockedRoad {
     ScopedMsgThread thread;
 };
 
-/// Does `work` with a control queue that has no place left. The loop must be held meanwhile.
+/// Does `work` while the control queue has no place left. The loop must be held meanwhile.
 template <typename WORK>
 void withFullCtlQueue(utl::MsgDrivenThread& thread, WORK work) {
     while (thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1) == 1) {
@@ -365,7 +365,7 @@ inline std::string mismatchLine(char const* thread, char const* frameId, char co
            ") MismatchedMsg... DataQueueMsgId:" + frameId + " CtlMsgId:" + ctlId + " Erased Data !!!!!!!!";
 }
 
-/// Waits until the library has written so many tokens since the hooks were reset.
+/// Waits until the library has written that many tokens since the hooks were reset.
 inline void waitForTokens(unsigned int count) {
     while (hooks::write.calls() < count) {
         std::this_thread::yield();

@@ -6,8 +6,8 @@
 
 namespace utltest {
 
-/// Everything that up to `count` of the pieces make, one behind the other, and all that is left of it when it
-/// is cut somewhere. The empty text is among it.
+/// All texts that up to `count` of the pieces form, one after the other, and all that remain of these when
+/// they are cut at any byte. The empty text is among them.
 template <typename TEXT>
 std::vector<TEXT> textsOf(unsigned int count, std::vector<TEXT> const& pieces) {
     std::set<TEXT> texts;

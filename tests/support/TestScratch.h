@@ -8,9 +8,9 @@
 
 namespace utltest {
 
-/// Runs `function` on another thread while this one has a slot of the scratch store, which it gives back when
-/// the function sleeps or has returned. True if the function slept before it returned. It must wait for
-/// nothing else.
+/// Runs `function` on another thread while this one holds a slot of the scratch store. This thread releases
+/// the slot when the function sleeps or has returned. True if the function slept before it returned. It must
+/// wait for nothing else.
 template <typename FUNCTION>
 bool waitsForScratch(FUNCTION function) {
     std::atomic<int> id{0};

@@ -93,7 +93,7 @@ class Worker : public utl::ThreadMsgListener {
     std::function<void()> const mWork;
 };
 
-/// Works on the message thread, to the end.
+/// Runs the work on the message thread, and waits until it is done.
 template <typename WORK>
 void workOn(utl::MsgDrivenSharedThread& thread, WORK work) {
     Worker worker(work);
@@ -127,7 +127,7 @@ class WatchedThread {
         } while (!isAsleep(mId));
     }
 
-    /// Waits until the thread stands in front of something in `function` that may block.
+    /// Waits until the thread is about to make a call in `function` that may block.
     void waitUntilIn(std::string const& function) const {
         auto const place = [this] { return lastStatementOf(mId); };
         while (place().function != function || place().sub != 1) {

@@ -42,7 +42,7 @@ class [[nodiscard]] Statements {
     }
 
   private:
-    // A report stores its statement and asks the clock then.
+    // A report first stores its statement and then reads the clock.
     static void note(clockid_t, timespec*) {
         utl::StatementInfo const last =
             utltest::ThreadWatchdogAccess::copyInfo(utltest::ThreadManagerAccess::watchdog(), kernelId())

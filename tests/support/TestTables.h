@@ -1,7 +1,7 @@
 #pragma once
 
-// The rows of code and pair tables as numbers: characters that look alike are told apart, and nobody needs a
-// font to read a failure.
+// The rows of code and pair tables as numbers: characters that look alike can be distinguished, and nobody
+// needs a font to read a failure.
 
 #include <dlfcn.h>
 #include <link.h>
@@ -48,7 +48,7 @@ inline std::string codesOf(utl::PairAttrib const& row) {
     return codesOf(row.mFirst) + '=' + codesOf(row.mSecond);
 }
 
-/// All rows in front of the last one of an array, which ends the table, with blanks between them.
+/// All rows of an array except the last, which ends the table, with blanks between them.
 template <typename ROW>
 std::string codesOf(ROW const* table, std::size_t size) {
     std::string codes;
@@ -67,7 +67,7 @@ inline bool formsAgree(utl::CodeTableRow const& row) {
     return narrow == row.mNarrow;
 }
 
-/// A table by its name, with what `codesOf` should give for it.
+/// A table by its name, with what `codesOf` should return for it.
 template <typename ROW>
 struct ExpectedTable {
     template <std::size_t SIZE>

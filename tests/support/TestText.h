@@ -1,6 +1,6 @@
 #pragma once
 
-// Texts whose surroundings are watched: nobody may read or write next to them.
+// Texts with guarded surroundings: nobody may read or write next to them.
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -11,13 +11,13 @@
 
 namespace utltest {
 
-/// The text and its terminator in a heap block of exactly that size, where AddressSanitizer sees every step
-/// outside.
+/// The text and its terminator in a heap block of exactly that size, so that AddressSanitizer sees every
+/// access outside.
 inline std::vector<char> exactly(std::string const& text) {
     return std::vector<char>(text.c_str(), text.c_str() + text.size() + 1);
 }
 
-/// Bytes, not terminated, that end where the process may not read: to look at one byte more ends the test.
+/// Bytes, not terminated, that end where the process may not read: reading one byte more ends the test.
 class GuardedBytes {
   public:
     explicit GuardedBytes(std::string const& bytes) : mPageSize(static_cast<std::size_t>(getpagesize())) {

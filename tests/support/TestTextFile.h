@@ -1,6 +1,6 @@
 #pragma once
 
-// What the tests of text in files share: a file with told bytes, and what its operations gave.
+// What the tests of text in files share: a file with given bytes, and what its operations returned.
 
 #include <gtest/gtest.h>
 
@@ -23,7 +23,7 @@ constexpr int UTF16_LITTLE = 3;
 
 constexpr unsigned int UNTOUCHED = 0xABCDEF01;
 
-/// ASCII text as the type has it.
+/// ASCII text in the encoding of the type.
 inline std::string encoded(std::string const& ascii, int textType) {
     std::string bytes;
     for (char const byte : ascii) {
@@ -34,8 +34,7 @@ inline std::string encoded(std::string const& ascii, int textType) {
     return bytes;
 }
 
-/// What reading gave: the result, the text that the buffer holds, the output length, and where the position
-/// is then.
+/// What reading returned: the result, the text in the buffer, the output length, and the position afterwards.
 struct TextRead {
     int result;
     std::string text;
@@ -62,7 +61,7 @@ class Buffer {
     char* get() const { return mBytes.get(); }
     unsigned int size() const { return mSize; }
 
-    /// What stands in front of the terminator from `offset` on; "~" for a buffer that was not written.
+    /// The text from `offset` to the terminator; "~" for a buffer that was not written.
     std::string text(unsigned int offset = 0) const {
         std::string const all(mBytes.get(), mSize);
         return all == std::string(mSize, FILLED) ? "~" : all.substr(offset, all.find('\0', offset) - offset);

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the tests of threads share: a way to the private state that no operation reaches, and threads that run
-// as long as the test wants.
+// What the tests of threads share: access to the private state that no operation reaches, and threads that
+// run as long as the test wants.
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
@@ -78,7 +78,7 @@ struct ThreadManagerAccess {
         utl::SyncGuard const mGuard;
     };
 
-    /// Makes the instance as `get` does, but for the start of the watchdog's thread.
+    /// Makes the instance as `get` does, but does not start the watchdog's thread.
     static void createWithoutWatchdogThread(unsigned int entryMax) {
         in_manager::initializeEntryMax(entryMax);
         bool isFirst = false;
@@ -118,7 +118,7 @@ inline bool lives(int id) {
     return syscall(SYS_tgkill, getpid(), id, 0) == 0;
 }
 
-/// An id that the kernel gives to no thread.
+/// An id that the kernel assigns to no thread.
 inline constexpr int NO_THREAD = 10000000;
 
 /// Waits until the event is on, whatever wakes the thread meanwhile.
@@ -133,7 +133,7 @@ inline utl::ThreadManager::ThreadEntry foreignEntry(char const* name) {
     return {1, 0, name, utl::ThreadPriority()};
 }
 
-/// A manager that is fresh for the test, and gone behind it.
+/// A manager that is fresh for the test and destroyed after it.
 class WithManager : public ::testing::Test {
   protected:
     WithManager() { utl::ThreadManager::destroy(); }
@@ -162,7 +162,7 @@ class WithManager : public ::testing::Test {
     }
 };
 
-/// A thread started with `ThreadManager::entry` that stays in its function until it is let go.
+/// A thread started with `ThreadManager::entry` that stays in its function until it is released.
 class HeldThread {
   public:
     explicit HeldThread(char const* name, int watchdog = 0, unsigned int aliveTime = 0,
@@ -170,7 +170,7 @@ class HeldThread {
                         utl::ThreadPriority const& priority = utl::ThreadPriority())
         : mId(utl::ThreadManager::get()->entry(run, this, watchdog, aliveTime, listener, name, priority)) {}
 
-    /// Lets the thread go, waits for its end and gives its place back.
+    /// Releases the thread, waits for its end and unregisters it.
     ~HeldThread() {
         letGo();
         if (mId != 0) {

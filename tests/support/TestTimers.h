@@ -82,7 +82,7 @@ inline Ids idsOf(utl::SharedTimer& timers) {
     return ids.size() == 0 ? Ids() : Ids(ids.elements(), ids.elements() + ids.size());
 }
 
-/// Keeps the ids of the expiries that it is told of, and runs `onTick` behind each.
+/// Keeps the ids of the expiries that it receives, and runs `onTick` after each.
 class Ticker : public utl::TimerListener {
   public:
     Ticker() = default;
@@ -123,7 +123,7 @@ class Ticker : public utl::TimerListener {
     std::vector<int> mTicks;
 };
 
-/// Holds the timer thread at its first expiry until it is let go, so that a test can fill the queue.
+/// Holds the timer thread at its first expiry until it is released, so that a test can fill the queue.
 class Blocker : public Ticker {
   public:
     Blocker()
@@ -133,7 +133,7 @@ class Blocker : public Ticker {
           }) {}
     ~Blocker() override { letGo(); }
 
-    /// Gives a timer to the thread that blocks it, and waits until it does.
+    /// Adds a timer that blocks the thread, and waits until it does.
     void block(utl::SharedTimer& timers) {
         int const timer = timers.addTimer(this, 1, 1, 0);
         ASSERT_GT(timer, 0);
@@ -175,7 +175,7 @@ class ScopedTimers {
 /// The calls of one system function by shared timers; some of them can be made to fail.
 class PlannedCall {
   public:
-    /// Call `first`, counted from 1 from now on, and the `count` - 1 behind it fail; a `count` of 0 means all
+    /// Call `first`, counted from 1 from now on, and the `count` - 1 after it fail; a `count` of 0 means all
     /// that follow.
     void failFrom(unsigned int first, unsigned int count, int error) {
         mCalls = 0;
@@ -336,8 +336,8 @@ inline int pipeHook(int* ends) {
     return result;
 }
 
-/// All free places of the registry go to other threads while the next thread is created, which therefore
-/// cannot be registered; until the scope ends.
+/// Until the scope ends, other threads take all free places of the registry while the next thread is created,
+/// which therefore cannot be registered.
 class [[nodiscard]] FullRegistry {
   public:
     FullRegistry() {
@@ -362,8 +362,8 @@ class [[nodiscard]] FullRegistry {
     static constexpr int PLACES = utl::ThreadManager::DEFAULT_ENTRY_MAX;
 };
 
-/// The log and the system calls of shared timers are watched. The registry of threads is there already, so
-/// that what it does at its own start is not counted.
+/// The log and the system calls of shared timers are watched. The registry of threads exists already, so that
+/// its own start is not counted.
 class TimerTest : public ::testing::Test {
   protected:
     TimerTest() {
@@ -389,12 +389,12 @@ class TimerTest : public ::testing::Test {
         }
     }
 
-    /// The line behind which the loop goes on after an entry that failed.
+    /// The line that the loop logs before it continues after an entry that failed.
     static std::string loopError(std::string const& name, char const* id) {
         return "<UTIL> ERR: !!!!!!!! SharedTimerThread(" + name + ") Error. MsgId:" + id + " !!!!!!!!";
     }
 
-    /// True if a line begins and ends like this; what stands between is a system timer's id.
+    /// True if a line begins and ends like this; between them is a system timer's id.
     bool hasLine(std::string const& begin, std::string const& end) const {
         for (std::string const& line : log.lines()) {
             if (line.size() >= begin.size() + end.size() && line.compare(0, begin.size(), begin) == 0 &&

@@ -35,7 +35,7 @@ inline std::string timeoutLine(int id, std::string const& name) {
            " !!!!!!!!";
 }
 
-/// Keeps what it is told, and runs `then` behind each call.
+/// Keeps what it is told, and runs `then` after each call.
 class NotingListener : public utl::WatchdogTimerListener {
   public:
     std::function<void(int id, utl::WatchdogInfos const& infos)> then;
