@@ -36,7 +36,7 @@ class Worker : public utl::Thread {
     ~Worker() override { end(); }
 
     bool begin(utl::WatchdogTimerListener* listener) {
-        return start(1, mAliveTime, listener) == 0 && startWatchdog();
+        return start(WITH_WATCHDOG, mAliveTime, listener) == 0 && startWatchdog();
     }
 
     void end() {
@@ -127,7 +127,7 @@ int main(int argc, char** argv) {
 
     TimeoutReporter reporter;
     StatusTable table;
-    utl::SharedTimer ticker(0, 0, nullptr, 1, "Ticker");
+    utl::SharedTimer ticker(utl::Thread::WITHOUT_WATCHDOG, 0, nullptr, 1, "Ticker");
     Worker quick("Quick", 300);
     Worker steady("Steady", 600);
     Worker slow("Slow", 900);

@@ -138,7 +138,7 @@ int main(int argc, char** argv) {
         return complain("cannot open", path);
     }
     registerLogType(LOG_TYPE, "<LINES> ", utl::LOG_LEVEL_DETAIL);
-    utl::ThreadManager::get()->entryCaller(0, 0, nullptr, "Main Thread");
+    utl::ThreadManager::get()->entryCaller(utl::Thread::WITHOUT_WATCHDOG, 0, nullptr, "Main Thread");
     utl::ThreadManager::get()->enableRegistrationLog();
 
     LineCounter counter;

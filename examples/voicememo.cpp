@@ -36,7 +36,6 @@ constexpr unsigned int PROGRESS_MS = 100;
 constexpr unsigned int LISTENERS = 2;
 constexpr unsigned int LINE_BYTES = 1024;
 constexpr unsigned int TEXT_BYTES_MAX = 5119;  // of a file, in one call
-constexpr int FINISHED = 3;                    // the milestone of a thread
 constexpr int UTF8 = 1;
 constexpr int UTF16_LITTLE_ENDIAN = 3;
 
@@ -111,7 +110,7 @@ class BlockStore {
     }
 
     utl::MemoryPool mPool;
-    utl::Event mFreed{0, 1};
+    utl::Event mFreed{utl::Event::INITIALLY_OFF, utl::Event::TWO_WAY};
 };
 
 // Carries a block across to the message thread; its bytes stay where they are.
@@ -423,16 +422,16 @@ bool split(utl::WaveFile& recording, Format const& format, char const* folder, u
     LevelMeter meter(store);
     ProgressLine progress(meter, static_cast<unsigned long long>(recording.getChunkDataSize(1)));
     utl::MsgDrivenSharedThread receiver(sizeof(void*), QUEUED_MAX, LISTENERS, "Listeners", 1);
-    utl::SharedTimer ticker(0, 0, nullptr, 1, "Ticker");
+    utl::SharedTimer ticker(utl::Thread::WITHOUT_WATCHDOG, 0, nullptr, 1, "Ticker");
     Reader reader(recording, format, store, receiver);
-    bool const isRunning = receiver.attachMsgListener(&writer) != 0 &&
-                           receiver.attachMsgListener(&meter) != 0 &&
-                           receiver.start(1, ALIVE_MS, &silence) == 0 && receiver.startWatchdog() &&
-                           ticker.start(ticker.addTimer(&progress, PROGRESS_MS)) &&
-                           reader.start(1, ALIVE_MS, &silence) == 0 && reader.startWatchdog();
+    bool const isRunning =
+        receiver.attachMsgListener(&writer) != 0 && receiver.attachMsgListener(&meter) != 0 &&
+        receiver.start(utl::Thread::WITH_WATCHDOG, ALIVE_MS, &silence) == 0 && receiver.startWatchdog() &&
+        ticker.start(ticker.addTimer(&progress, PROGRESS_MS)) &&
+        reader.start(utl::Thread::WITH_WATCHDOG, ALIVE_MS, &silence) == 0 && reader.startWatchdog();
     unsigned int result = 1;
     if (isRunning) {
-        reader.waitTo(FINISHED);
+        reader.waitTo(utl::Thread::FINISHED);
         reader.getResult(&result);
     }
     ticker.destroy();

@@ -24,36 +24,37 @@ class UTL_API ThreadPriority {
     static constexpr int INVALID_OS_VALUE = 100;
 
     /// Takes a label; any other number makes the priority invalid.
-    ThreadPriority(int label = NORMAL) { value(label); }
+    ThreadPriority(int label = NORMAL) noexcept { value(label); }
     virtual ~ThreadPriority() = default;
     ThreadPriority(ThreadPriority const&) = default;
     ThreadPriority& operator=(ThreadPriority const&) = default;
-    ThreadPriority& operator=(Priority label);
+    ThreadPriority& operator=(Priority label) noexcept;
 
     /// Takes a label as the constructor does.
-    void value(int label);
+    void value(int label) noexcept;
 
-    /// The label of the OS value, -1 for one that has none. Everything below -3 counts as `TIME_CRITICAL`,
-    /// and -3 as `HIGH`: what was set by `OsValue` finds the label whose urgency it reaches.
-    int value() const;
+    /// The label of the OS value, `INVALID` for one that has none. Everything below -3 counts as
+    /// `TIME_CRITICAL`, and -3 as `HIGH`: a value that was set by `OsValue` has the label whose urgency it
+    /// reaches.
+    [[nodiscard]] int value() const noexcept;
 
-    /// The label's name, as in "ABOVE_NORMAL"; "INVALID" where there is no label. A literal.
-    char const* label() const;
+    /// The label's name, as in "ABOVE_NORMAL"; "INVALID" if there is no label. A literal.
+    [[nodiscard]] char const* label() const noexcept;
 
     /// Sets the OS value as given, unchecked.
-    void OsValue(int osValue) { mOsValue = osValue; }
-    int OsValue() const { return mOsValue; }
+    void OsValue(int osValue) noexcept { mOsValue = osValue; }
+    [[nodiscard]] int OsValue() const noexcept { return mOsValue; }
 
   private:
     int mOsValue;
 };
 
 /// Two priorities are equal if their OS values are.
-inline bool operator==(ThreadPriority const& left, ThreadPriority const& right) {
+inline bool operator==(ThreadPriority const& left, ThreadPriority const& right) noexcept {
     return left.OsValue() == right.OsValue();
 }
 
-inline bool operator!=(ThreadPriority const& left, ThreadPriority const& right) {
+inline bool operator!=(ThreadPriority const& left, ThreadPriority const& right) noexcept {
     return !(left == right);
 }
 

@@ -15,10 +15,13 @@ namespace utl {
 /// The texts are not copied: pass literals.
 class UTL_API StatementInfo {
   public:
-    /// `subNumber` is a further position inside the statement: the library passes 1 in front of a call that
-    /// may block and 2 behind it. A null `functionName` becomes an empty text.
+    /// The values of `sub` that the library passes.
+    enum Sub { BEFORE_CALL = 1, AFTER_CALL = 2 };
+
+    /// `subNumber` is a further position inside the statement: the library passes 1 before a call that may
+    /// block and 2 after it. A null `functionName` becomes an empty text.
     constexpr StatementInfo(char const* fileName, char const* functionName, unsigned int lineNumber,
-                            unsigned int subNumber)
+                            unsigned int subNumber) noexcept
         : file(fileName),
           function(functionName != nullptr ? functionName : ""),
           line(lineNumber),
@@ -32,14 +35,14 @@ class UTL_API StatementInfo {
     unsigned int line;     ///< counted from 1
     unsigned int sub;      ///< position inside the statement
 
-    /// No place: empty texts, line 0 and sub 0. It is there before any code runs, and never destroyed.
+    /// No place: empty texts, line 0 and sub 0. It exists before any code runs, and is never destroyed.
     static StatementInfo const INVALID;
 };
 
 /// Compares the texts, of which a null one counts as empty, and the numbers.
-UTL_API bool operator==(StatementInfo const& left, StatementInfo const& right);
+UTL_API bool operator==(StatementInfo const& left, StatementInfo const& right) noexcept;
 
-inline bool operator!=(StatementInfo const& left, StatementInfo const& right) {
+inline bool operator!=(StatementInfo const& left, StatementInfo const& right) noexcept {
     return !(left == right);
 }
 
@@ -59,7 +62,10 @@ struct UTL_API WatchdogInfo {
     /// The default time between two looks at the watched threads, in milliseconds.
     static constexpr unsigned int DEFAULT_WATCH_INTERVAL = 1000;
 
-    /// A thread without id that is not watched. It is there before any code runs, and never destroyed.
+    /// The interval of a watchdog that never looks at its threads.
+    static constexpr unsigned int NO_WATCH_INTERVAL = 0;
+
+    /// A thread without id that is not watched. It exists before any code runs, and is never destroyed.
     static WatchdogInfo const INVALID;
 
     WatchdogInfo();
@@ -67,7 +73,8 @@ struct UTL_API WatchdogInfo {
     /// The same as a constant.
     explicit constexpr WatchdogInfo(ConstantTag tag) : name(tag) {}
 
-    /// The fields with the given values; a null name counts as empty. The others as in a default record.
+    /// The named fields with the given values, where a null name counts as empty. The others as in a default
+    /// record.
     WatchdogInfo(int threadId, unsigned int allowedTime, WatchdogTimerListener* timerListener,
                  char const* threadName, int initialStatus);
     virtual ~WatchdogInfo();
@@ -79,7 +86,7 @@ struct UTL_API WatchdogInfo {
 
     int id = 0;                                 ///< kernel thread id
     unsigned int aliveTime = 0;                 ///< milliseconds allowed between two signs of life
-    WatchdogTimerListener* listener = nullptr;  ///< told of a time-out; may be null; not owned
+    WatchdogTimerListener* listener = nullptr;  ///< called at a time-out; may be null; not owned
     unsigned int lastAliveTick = NO_TICK;       ///< tick of the last sign of life, `NO_TICK` for none
     int watchStatus = NOT_WATCHING;             ///< a `WatchStatus`
     int aliveStatus = UNKNOWN;                  ///< an `AliveStatus`
@@ -89,18 +96,18 @@ struct UTL_API WatchdogInfo {
 };
 
 /// Compares all fields.
-UTL_API bool operator==(WatchdogInfo const& left, WatchdogInfo const& right);
+UTL_API bool operator==(WatchdogInfo const& left, WatchdogInfo const& right) noexcept;
 
-inline bool operator!=(WatchdogInfo const& left, WatchdogInfo const& right) {
+inline bool operator!=(WatchdogInfo const& left, WatchdogInfo const& right) noexcept {
     return !(left == right);
 }
 
 /// The registered threads by their ids.
 using WatchdogInfos = Map<int, WatchdogInfo>;
 
-/// Is told when a thread has kept silent too long; *one owner thread*, because the watchdog's thread alone
-/// calls it. A time-out that was found in time may reach it behind the `unregister` of its thread: it must
-/// live until the watchdog is shut down.
+/// Is called when a thread has given no sign of life for too long; *one owner thread*, because only the
+/// watchdog's thread calls it. It may still be called after the `unregister` of the thread, for a time-out
+/// that was found before: it must live until the watchdog is shut down.
 class UTL_API WatchdogTimerListener {
   public:
     WatchdogTimerListener() = default;
@@ -128,64 +135,65 @@ class UTL_API WatchdogTimerListener {
 /// | any | `unregister` | absent | none |
 ///
 /// A thread of the watchdog's own, "Watchdog Thread", looks at the table at every interval. It declares each
-/// overdue thread timed out once for each silence and tells its listener, outside the lock and on a copy of
-/// the table: a listener may call back, and a slow one delays the next look and nothing else.
+/// overdue thread timed out, once for each silence, and calls its listener outside the lock with a copy of
+/// the table. A listener may call back. A slow one delays the next look and nothing else.
 ///
 /// | State | Entered by | Operations |
 /// |---|---|---|
 /// | constructed | the constructor | false |
 /// | initialized | `initialize` | as described |
-/// | shut down | `shutdown` | false, for good |
+/// | shut down | `shutdown` | false, permanently |
 ///
-/// Until the watchdog is initialized its operations give false and do nothing, unless they say otherwise.
+/// Until the watchdog is initialized its operations return false and do nothing, unless they say otherwise.
 class UTL_API ThreadWatchdog : public ThreadMsgListener {
   public:
-    /// Stands in for a listener that was not given: prints the table at level 3.
+    /// The listener of threads that have none: prints the table at level 3.
     class UTL_API DefaultTimerListener : public WatchdogTimerListener {
       public:
         void onTime(int id, WatchdogInfos const& infos) override;
     };
 
-    /// Room for `entryMax` threads, for good.
+    /// Room for `entryMax` threads, permanently.
     explicit ThreadWatchdog(unsigned int entryMax);
     ~ThreadWatchdog() override;
     ThreadWatchdog(ThreadWatchdog const&) = delete;
     ThreadWatchdog& operator=(ThreadWatchdog const&) = delete;
 
-    /// Starts the watchdog's thread and has it look at the table every `interval` milliseconds; never for 0.
-    /// False if it was initialized before, also if it was shut down since, or if the thread or its timer
-    /// cannot be had; a thread without a timer stays. `ThreadManager::get` tries again with another thread.
+    /// Starts the watchdog's thread, which then looks at the table every `interval` milliseconds; never for
+    /// 0. False if it was initialized before, even if it was shut down since, or if the thread or its timer
+    /// cannot be created; a thread without a timer remains. `ThreadManager::get` tries again with another
+    /// thread.
     bool initialize(unsigned int interval);
 
     /// Ends the watchdog's thread and waits until a listener that runs has returned and the thread has ended.
     /// Not on the watchdog's thread.
     void shutdown();
 
-    /// Has the thread look at the table every `interval` milliseconds from now on; never for 0. False while
-    /// the watchdog is not initialized, and if the timer cannot be had: nobody looks at the table any more
-    /// then, until another call succeeds. One caller at a time, which may be a listener.
+    /// From now on the thread looks at the table every `interval` milliseconds; never for 0. False while the
+    /// watchdog is not initialized, and if the timer cannot be created: then nobody looks at the table until
+    /// another call succeeds. One caller at a time, which may be a listener.
     bool setWatchInterval(unsigned int interval);
 
     /// Called on the watchdog's thread: looks at the table when the message is from its own timer. Ignores
-    /// every other one.
+    /// all other messages.
     void receiveMsg(int threadId, ThreadRawMsg& msg) override;
 
     /// Registers thread `id`, not yet watched. False, with a log line of level 1, for an `aliveTime` of 0,
-    /// even before the watchdog is initialized, and for an id that is registered or a full table, which stays
-    /// as it is. False for a null `name`. `listener` may be null.
+    /// even before the watchdog is initialized, for an id that is registered and for a full table; the table
+    /// stays as it is. False for a null `name`. `listener` may be null.
     bool entry(int id, unsigned int aliveTime, WatchdogTimerListener* listener, char const* name);
 
     /// Removes thread `id`; false if it is not registered.
     bool unregister(int id);
 
     /// True if thread `id` is registered, watched or not.
-    bool isRegistered(int id);
+    [[nodiscard]] bool isRegistered(int id) noexcept;
 
     /// True if the thread is registered and watched.
-    bool isWatching(int id);
+    [[nodiscard]] bool isWatching(int id) noexcept;
 
-    /// Gives the thread another time between signs of life; if it is watched, a new period begins now. False
-    /// for a thread that is not registered, and, with a log line of level 1, for 0.
+    /// Changes the time allowed between signs of life. If the thread is watched, a new period begins now.
+    /// False for a thread that is not registered, and, with a log line of level 1, for 0.
     bool setAliveTime(int id, unsigned int aliveTime);
 
     /// Begins to watch a registered thread. A sign of life that was given since the last `stop` still counts
@@ -195,16 +203,17 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     /// Ends the watching of a registered thread and forgets its last sign of life.
     bool stop(int id);
 
-    /// A sign of life of the calling thread. True if it is registered; only a watched thread leaves a trace.
+    /// A sign of life of the calling thread. True if it is registered; nothing is recorded unless it is
+    /// watched.
     bool keepAlive(StatementInfo const& info);
 
     /// Writes the table to the log at `level`.
     void printWatchdogInfo(int level);
 
     /// The record of thread `id`, null if there is none, whether or not the watchdog is initialized. Points
-    /// into the table, which is locked only while it is searched: for callers who know that no thread is
+    /// into the table, which is locked only while it is searched: for callers that know that no thread is
     /// registered or unregistered meanwhile and, to read or write the fields, that none reports.
-    WatchdogInfo* findWatchdogInfo(int id);
+    [[nodiscard]] WatchdogInfo* findWatchdogInfo(int id) noexcept;
 
   protected:
     /// The steps behind the operations of the same names; they take the lock.
@@ -213,29 +222,33 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     bool executeStop(int id);
     bool executeKeepAlive(int id, StatementInfo const& info);
 
-    /// One look at the table, on the watchdog's thread: times every overdue thread out.
+    /// One look at the table, on the watchdog's thread: declares every overdue thread timed out.
     void executeWatchThreads();
 
-    /// Times thread `id` out, if it still is watched and not timed out, and tells its listener.
+    /// Declares thread `id` timed out, if it still is watched and not timed out, and calls its listener.
     void executeWatchdogTimeout(int id);
 
   private:
     friend class ThreadManager;
 
-    // Another thread for another try: a message thread starts once.
-    void renewThread();
+    // Creates another thread for another try: a message thread starts once.
+    void replaceThread();
 
     // `entry` with a record that is moved in.
-    bool enter(WatchdogInfo& info);
+    bool insert(WatchdogInfo& info);
 
     struct TableSize;
-    enum TimeoutAnswer { NOT_OVERDUE, NO_ROOM, DECLARED };
+    enum TimeoutResult { NOT_OVERDUE, TABLE_HAS_GROWN, DECLARED };
+
+    // What `step` returns for the record of thread `id`, under the table's lock; false if there is none.
+    template <typename STEP>
+    bool withInfo(int id, STEP step);
 
     bool setTimer(unsigned int interval);
     int findOverdue(unsigned int now);
     TableSize tableSize();
     bool timeOut(int id, unsigned int now);
-    TimeoutAnswer declareTimeout(int id, unsigned int now, TableSize const& made,
+    TimeoutResult declareTimeout(int id, unsigned int now, TableSize const& allocated,
                                  WatchdogTimerListener** listener, WatchdogInfos* copy);
 
     MsgDrivenThread* mThread;

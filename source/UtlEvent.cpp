@@ -33,7 +33,7 @@ void initializeCondition(pthread_cond_t& condition) {
     pthread_condattr_destroy(&attributes);
 }
 
-// Nobody may wait on it.
+// No thread may be waiting on it.
 void renewCondition(pthread_cond_t& condition) {
     pthread_cond_destroy(&condition);
     initializeCondition(condition);
@@ -64,47 +64,47 @@ struct Event::Side {
     char const* name;
 };
 
-Event::Event(int initialOn, int twoWay)
+Event::Event(int initialOn, int twoWay) noexcept
     : mOn(initialOn != 0), mOff(initialOn == 0), mOnWaiters(0), mOffWaiters(0), mTwoWay(twoWay) {
     initializeRecursiveMutex(mMutex);
     initializeCondition(mOnCondition);
-    if (mTwoWay == 1) {
+    if (mTwoWay == TWO_WAY) {
         initializeCondition(mOffCondition);
     }
 }
 
 Event::~Event() {
     pthread_cond_destroy(&mOnCondition);
-    if (mTwoWay == 1) {
+    if (mTwoWay == TWO_WAY) {
         pthread_cond_destroy(&mOffCondition);
     }
     pthread_mutex_destroy(&mMutex);
 }
 
-void Event::setOn() {
+void Event::setOn() noexcept {
     MutexHold const hold(mMutex);
     mOn = true;
-    if (mTwoWay == 1) {
+    if (mTwoWay == TWO_WAY) {
         mOff = false;
     }
     pthread_cond_broadcast(&mOnCondition);
 }
 
-void Event::setOff() {
+void Event::setOff() noexcept {
     MutexHold const hold(mMutex);
     mOn = false;
-    if (mTwoWay == 1) {
+    if (mTwoWay == TWO_WAY) {
         mOff = true;
         pthread_cond_broadcast(&mOffCondition);
     }
 }
 
-bool Event::isOn() const {
+bool Event::isOn() const noexcept {
     MutexHold const hold(mMutex);
     return mOn;
 }
 
-bool Event::isOff() const {
+bool Event::isOff() const noexcept {
     return !isOn();  // mOff is not kept up to date in a one-way event
 }
 
@@ -113,7 +113,7 @@ int Event::waitToOn(unsigned int timeoutMs) const {
 }
 
 int Event::waitToOff(unsigned int timeoutMs) const {
-    if (mTwoWay != 1) {
+    if (mTwoWay != TWO_WAY) {
         return WAIT_FAILED;
     }
     return wait({mOff, mOffWaiters, mOffCondition, "mOff"}, timeoutMs);
@@ -124,7 +124,7 @@ int Event::wait(Side const& side, unsigned int timeoutMs) const {
     ++side.waiters;
     int const result = side.flag ? WAIT_DONE : block(side, timeoutMs);
     --side.waiters;
-    // Whatever the result, and where nobody had to block as well: the last one out leaves a fresh condition.
+    // The last waiter leaves a fresh condition, whatever its result and even if it did not have to block.
     if (side.flag && side.waiters == 0) {
         renewCondition(side.condition);
     }
@@ -132,7 +132,7 @@ int Event::wait(Side const& side, unsigned int timeoutMs) const {
 }
 
 int Event::block(Side const& side, unsigned int timeoutMs) const {
-    if (timeoutMs == 0) {
+    if (timeoutMs == NO_LIMIT) {
         // Callers rely on a single wait: whatever wakes the thread, it returns.
         pthread_cond_wait(&side.condition, &mMutex);
         return WAIT_DONE;

@@ -7,7 +7,7 @@
 #include <new>
 
 #include "UtlLog.h"
-#include "internal/thread/UtlWatchedGuard.h"
+#include "internal/thread/UtlKeepAlive.h"
 
 namespace utl {
 

@@ -7,7 +7,7 @@
 #include "UtlFile.h"
 #include "UtlString.h"
 #include "internal/file/UtlRiffFields.h"
-#include "internal/thread/UtlWatchedGuard.h"
+#include "internal/thread/UtlKeepAlive.h"
 
 namespace utl {
 

@@ -47,7 +47,7 @@ SharedTimer::SharedTimer(int watchdog, unsigned int aliveTime, WatchdogTimerList
         ClosingTokenPipe const pipe(mPipe);
         throw;
     }
-    waitUntilInside();
+    waitUntilExecuting();
     if (!hasDone(STARTED) || mPipe[0] == -1) {
         waitForEnd();  // without registration or pipe a thread ends at once
     }
@@ -174,7 +174,7 @@ bool SharedTimer::postTimerCtlMsg(int msgId, int param) {
 
 // The constructor of a derived class comes next: this one returns when the thread is inside.
 int SharedTimer::execute() {
-    enter();
+    signalExecuting();
     // A thread that could not be registered has no id, and nobody could stop it.
     int const result = getId() != 0 ? runLoop() : -1;
     leaveWatchdog();

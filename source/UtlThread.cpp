@@ -6,10 +6,21 @@
 #include <memory>
 
 #include "UtlThreadManager.h"
+#include "internal/base/UtlCallIfPresent.h"
 #include "internal/thread/UtlThreadLife.h"
 #include "internal/time/UtlEventWait.h"
 
 namespace utl {
+
+namespace {
+
+// Without a manager the answer is false: a question creates none, because ends and destructors ask, too.
+template <typename OPERATION, typename... ARGS>
+bool askManager(OPERATION operation, ARGS const&... args) {
+    return callIfPresent(ThreadManager::getIfCreated(), operation, args...);
+}
+
+}  // namespace
 
 Command::~Command() = default;
 
@@ -17,11 +28,11 @@ Thread::Thread(char const* name, Command* command)
     : mCommand(command), mId(0), mName(name, 0, 0), mMilestones{{0, 0}, {0, 0}, {0, 0}, {0, 0}}, mResult(0) {}
 
 Thread::~Thread() {
-    stop(1, 0);
+    stop(AWAIT_END, Event::NO_LIMIT);
     waitForEnd();
 }
 
-// The thread goes on when the handshake is over: it finds here what is stored until then.
+// The new thread waits until the handshake is over: it finds all that is stored here before.
 int Thread::start(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener, int waitReady,
                   unsigned int waitTimeout, ThreadPriority const& priority, unsigned int /*reserved*/) {
     SyncGuard const guard(mSyncObject);
@@ -29,25 +40,25 @@ int Thread::start(int watchdog, unsigned int aliveTime, WatchdogTimerListener* l
         return -1;
     }
     ThreadManager* const manager = ThreadManager::get();
-    StartHandshake handshake(ThreadManager::managerNumber());
+    StartHandshake handshake(ThreadManager::generation());
     auto cell = std::make_unique<Thread*>(this);
-    int const id = manager->start(handshake, startImpl, cell.get(), watchdog, aliveTime, listener,
-                                  mName.buffer(), priority);
-    if (handshake.hasThread()) {
-        static_cast<void>(cell.release());  // the thread's
+    int const id = manager->start(
+        handshake, {startImpl, cell.get(), watchdog, aliveTime, listener, mName.buffer(), priority});
+    if (handshake.threadExists()) {
+        static_cast<void>(cell.release());  // the thread frees it
         mEndEvent = handshake.end();
     }
-    if (id == 0) {
+    if (id == ThreadManager::NO_ID) {
         return -1;
     }
     mId = id;
     mMilestones[STARTED].setOn();
     handshake.release();
-    return waitReady == 1 ? waitTo(READY, waitTimeout) : 0;
+    return waitReady == AWAIT_READY ? waitTo(READY, waitTimeout) : 0;
 }
 
-// The result is stored behind postExecute and in front of the last milestone: who sees the thread finished
-// sees both.
+// The result is stored after postExecute and before the last milestone: whoever sees the thread finished sees
+// both.
 void Thread::startImpl(void* cell) {
     Thread* const thread = *static_cast<Thread**>(cell);
     delete static_cast<Thread**>(cell);
@@ -63,7 +74,7 @@ int Thread::execute() {
     return mCommand != nullptr ? mCommand->execute() : -1;
 }
 
-// The lock is given back before the wait, so that the thread, or anybody, can ask and stop meanwhile.
+// The lock is released before the wait, so that the thread, or anybody, can ask and stop meanwhile.
 int Thread::stop(int wait, unsigned int timeout) {
     {
         SyncGuard const guard(mSyncObject);
@@ -71,13 +82,10 @@ int Thread::stop(int wait, unsigned int timeout) {
             return -1;
         }
     }
-    ThreadManager* const manager = ThreadManager::getIfCreated();
-    if (manager != nullptr) {
-        manager->unregisterWatchdog(getId());
-    }
+    askManager(&ThreadManager::unregisterWatchdog, mId);
     mMilestones[STOP_REQUESTED].setOn();
     requestStop();
-    return wait == 1 ? waitTo(FINISHED, timeout) : 0;
+    return wait == AWAIT_END ? waitTo(FINISHED, timeout) : 0;
 }
 
 int Thread::waitTo(int milestone, unsigned int timeout) {
@@ -89,25 +97,23 @@ int Thread::waitTo(int milestone, unsigned int timeout) {
         return -1;
     }
     if (started && milestone == FINISHED) {
-        ThreadManager* const manager = ThreadManager::getIfCreated();
-        return manager != nullptr && manager->hasEntry(mId, mEndEvent) ? waitUntilOn(*mEndEvent, timeout)
-                                                                       : -1;
+        return askManager(&ThreadManager::hasEntry, mId, mEndEvent) ? waitUntilOn(*mEndEvent, timeout) : -1;
     }
     return waitUntilOn(mMilestones[milestone], timeout);
 }
 
-bool Thread::hasDone(int milestone) const {
+bool Thread::hasDone(int milestone) const noexcept {
     if (static_cast<unsigned int>(milestone) >= MILESTONE_COUNT || !mMilestones[milestone].peekOn()) {
         return false;
     }
     return milestone != FINISHED || !isRunning();
 }
 
-bool Thread::hasRequestedStop() const {
+bool Thread::hasRequestedStop() const noexcept {
     return hasDone(STOP_REQUESTED);
 }
 
-bool Thread::getResult(unsigned int* result) const {
+bool Thread::getResult(unsigned int* result) const noexcept {
     if (!hasDone(FINISHED) || result == nullptr) {
         return false;
     }
@@ -116,45 +122,37 @@ bool Thread::getResult(unsigned int* result) const {
 }
 
 // What `ThreadManager::isActive` answers, without the lock of the table, which a start elsewhere may hold for
-// long: a running thread cannot leave the table, except with the whole of it.
-bool Thread::isRunning() const {
-    if (mId == 0) {
+// long. A running thread leaves the table only when the whole table is destroyed.
+bool Thread::isRunning() const noexcept {
+    if (mId == ThreadManager::NO_ID) {
         return false;
     }
     ThreadLife const& life = ThreadLife::of(mEndEvent);
-    return !life.hasEnded() && life.manager() == ThreadManager::managerNumber();
+    return !life.hasEnded() && life.generation() == ThreadManager::generation();
 }
 
-// Without a manager no thread is known, and none is made for a question: ends and destructors come here, too.
-
 bool Thread::setPriority(ThreadPriority const& priority) {
-    ThreadManager* const manager = ThreadManager::getIfCreated();
-    return manager != nullptr && manager->setPriority(mId, priority);
+    return askManager(&ThreadManager::setPriority, mId, priority);
 }
 
 bool Thread::getPriority(ThreadPriority* priority) const {
-    ThreadManager* const manager = ThreadManager::getIfCreated();
-    return manager != nullptr && manager->getPriority(mId, priority);
+    return askManager(&ThreadManager::getPriority, mId, priority);
 }
 
 bool Thread::leaveManagement() {
-    ThreadManager* const manager = ThreadManager::getIfCreated();
-    return manager != nullptr && manager->unregister(mId);
+    return askManager(&ThreadManager::unregister, mId);
 }
 
 bool Thread::setWatchdogAliveTime(unsigned int aliveTime) {
-    ThreadManager* const manager = ThreadManager::getIfCreated();
-    return manager != nullptr && manager->setWatchdogAliveTime(aliveTime, mId);
+    return askManager(&ThreadManager::setWatchdogAliveTime, aliveTime, mId);
 }
 
 bool Thread::startWatchdog() {
-    ThreadManager* const manager = ThreadManager::getIfCreated();
-    return manager != nullptr && manager->startWatchdog(mId);
+    return askManager(&ThreadManager::startWatchdog, mId);
 }
 
 bool Thread::stopWatchdog() {
-    ThreadManager* const manager = ThreadManager::getIfCreated();
-    return manager != nullptr && manager->stopWatchdog(mId);
+    return askManager(&ThreadManager::stopWatchdog, mId);
 }
 
 void Thread::keepAliveWatchdog(StatementInfo const& info) {
@@ -175,25 +173,24 @@ void Thread::sleep(unsigned int ms) {
 
 void Thread::waitForEnd() const {
     if (mEndEvent.get() != nullptr) {
-        waitUntilOn(*mEndEvent, 0);
+        waitUntilOn(*mEndEvent, Event::NO_LIMIT);
     }
 }
 
-// A stop takes the thread out before it makes itself known.
+// A stop removes the thread before it sets its milestone on.
 void Thread::leaveWatchdog() const {
-    ThreadManager* const manager = ThreadManager::getIfCreated();
-    if (!hasRequestedStop() && manager != nullptr) {
-        manager->unregisterWatchdog(0);
+    if (!hasRequestedStop()) {
+        askManager(&ThreadManager::unregisterWatchdog, ThreadManager::CALLER);
     }
 }
 
-void Thread::enter() const {
-    ThreadLife::of(mEndEvent).mInside.setOn();
+void Thread::signalExecuting() const {
+    ThreadLife::of(mEndEvent).mExecuting.setOn();
 }
 
-void Thread::waitUntilInside() const {
+void Thread::waitUntilExecuting() const {
     if (mEndEvent.get() != nullptr) {
-        waitUntilOn(ThreadLife::of(mEndEvent).mInside, 0);
+        waitUntilOn(ThreadLife::of(mEndEvent).mExecuting, Event::NO_LIMIT);
     }
 }
 

@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstring>
@@ -12,11 +14,11 @@
 
 #include "UtlLog.h"
 #include "UtlThreadWatchdog.h"
+#include "internal/base/UtlCallIfPresent.h"
 #include "internal/base/UtlProcessWide.h"
 #include "internal/log/UtlLogText.h"
 #include "internal/memory/UtlMemoryThreadName.h"
 #include "internal/thread/UtlKeepAlive.h"
-#include "internal/thread/UtlThreadId.h"
 #include "internal/thread/UtlThreadLife.h"
 #include "internal/time/UtlAdopt.h"
 #include "internal/time/UtlEventWait.h"
@@ -25,34 +27,66 @@ namespace utl {
 
 namespace {
 
-constexpr char SOURCE_FILE[] = "source/UtlThreadManager";
+// The place that signs of life report for a system call. Readers of reports know the calls by these line
+// numbers: they are fixed, wherever the calls stand in this file.
+struct CallPlace {
+    char const* function;
+    unsigned int line;
+};
+constexpr CallPlace DETACH = {"operator()", 150};
+constexpr CallPlace CREATE = {"entry", 490};
+constexpr CallPlace GET_CALLERS_HANDLE = {"entryCaller", 581};
+constexpr CallPlace CHANGE_PRIORITY = {"setPriority", 770};
+constexpr CallPlace SET_FIRST_PRIORITY = {"startThread", 1280};
 
-// Keeps the instance from being deleted under a thread that tells it about its begin or end, whose moment
-// nobody outside can wait for. Outermost of all locks, and shared: a thread that ends may have to wait for
-// one that begins.
-std::shared_mutex gDeletion;
+template <typename CALL>
+auto callAt(CallPlace const& place, CALL call) {
+    return keepAliveAround("source/UtlThreadManager", place.function, place.line, call);
+}
+
+// Held shared by a thread that reports its begin or end to the instance, and exclusively by whoever deletes
+// the instance: nobody outside can wait for those moments. Outermost of all locks. It is shared because a
+// thread that ends may have to wait for one that begins.
+std::shared_mutex gDeletionLock;
 static_assert(std::is_trivially_destructible_v<std::shared_mutex>, "threads may outlive the exit handlers");
 
-// Lets one deletion of the instance happen at a time, from the end of its watchdog's thread on.
-std::mutex gDestruction;
+// Held for a whole `destroy`, the end of the watchdog's thread included: one deletion at a time.
+std::mutex gDestroyLock;
 static_assert(std::is_trivially_destructible_v<std::mutex>, "threads may outlive the exit handlers");
 
-// The instance, from the start of its watchdog until its end begins: found without a lock, because every sign
-// of life looks for it.
-std::atomic<ThreadManager*> gWatching{nullptr};
+// The instance, from the start of its watchdog until its end begins. It is found without a lock, because
+// every sign of life looks for it.
+std::atomic<ThreadManager*> gSupervisingInstance{nullptr};
 
 // The instance has no watchdog because that could not be started.
 std::atomic<bool> gWatchdogFailed{false};
 
-std::atomic<unsigned int> gManagerNumber{0};
+std::atomic<unsigned int> gGeneration{0};
+
+thread_local int tThreadId = 0;  // 0: the kernel has not been asked yet
+
+void forgetThreadId() {
+    tThreadId = 0;
+}
+
+// False before the library's static initialisers have run. Until then no id is remembered, because the child
+// of a `fork` would keep its parent's.
+bool const gForgetsThreadIdAfterFork = pthread_atfork(nullptr, nullptr, forgetThreadId) == 0;
+
+int askKernelForThreadId() {
+    int const id = static_cast<int>(syscall(SYS_gettid));
+    if (gForgetsThreadIdAfterFork) {
+        tThreadId = id;
+    }
+    return id;
+}
 
 // As much of a name as the kernel keeps, for tools that show threads.
 using KernelName = ColumnText<15>;
 
-// Applies to the calling thread alone, other than POSIX has it.
-int setCallersPriority(char const* function, unsigned int line, int osValue) {
-    return keepAliveAround(SOURCE_FILE, function, line,
-                           [osValue] { return setpriority(PRIO_PROCESS, 0, osValue); });
+// Contrary to POSIX, it applies to the calling thread alone.
+int setCallersPriority(CallPlace const& place, int osValue) {
+    return callAt(place, [osValue] { return setpriority(PRIO_PROCESS, 0, osValue); });
 }
 
 void logPriorityError(int id, int osValue, int error) {
@@ -62,8 +96,8 @@ void logPriorityError(int id, int osValue, int error) {
            error, strerror_r(error, buffer, sizeof(buffer)));
 }
 
-int orCaller(int id) {
-    return id != 0 ? id : callerThreadId();
+int idOrCallers(int id) {
+    return id != ThreadManager::CALLER ? id : ThreadManager::getCallerId();
 }
 
 void printRow(int level, int id, ThreadManager::ThreadEntry const& entry) {
@@ -79,7 +113,7 @@ template <typename PRINT>
 void printEach(char const* operation, Map<int, ThreadManager::ThreadEntry> const& entries, PRINT print) {
     for (unsigned int i = 0; i < entries.size(); ++i) {
         auto const* const pair = entries.getAt(i);
-        if (pair->mKey == 0) {
+        if (pair->mKey == ThreadManager::NO_ID) {
             applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ThreadManager::%s() : Thread id is NULL.", operation);
         } else {
             print(pair->mKey, pair->mValue);
@@ -93,7 +127,7 @@ void ThreadManager::DetachThread::operator()(unsigned long* handle) const {
     if (*handle == 0) {
         return;
     }
-    keepAliveAround(SOURCE_FILE, "operator()", 150, [handle] { return pthread_detach(*handle); });
+    callAt(DETACH, [handle] { return pthread_detach(*handle); });
     delete handle;
 }
 
@@ -102,13 +136,13 @@ ThreadManager::ThreadEntry::ThreadEntry() = default;
 ThreadManager::ThreadEntry::ThreadEntry(int caller, unsigned long handle, char const* name,
                                         ThreadPriority const& priority)
     : mName(name, 0, 0), mPriority(priority) {
-    if (caller == 0) {
-        mEndEvent = share(std::make_unique<Event>(0, 0));
+    if (caller == STARTED_HERE) {
+        mEndEvent = share(std::make_unique<Event>(Event::INITIALLY_OFF, Event::ONE_WAY));
         adopt(&mThreadHandle, std::make_unique<unsigned long>(handle));
     }
 }
 
-void ThreadManager::ThreadEntry::toStop() {
+void ThreadManager::ThreadEntry::toStop() noexcept {
     if (mEndEvent.get() != nullptr) {
         mEndEvent->setOn();
     }
@@ -118,11 +152,11 @@ int ThreadManager::ThreadEntry::waitToStop(unsigned int timeout) const {
     return mEndEvent.get() != nullptr ? waitUntilOn(*mEndEvent, timeout) : -1;
 }
 
-bool ThreadManager::ThreadEntry::isActive() const {
+bool ThreadManager::ThreadEntry::isActive() const noexcept {
     return mEndEvent.get() != nullptr && mEndEvent->isOff();
 }
 
-bool ThreadManager::ThreadEntry::isControllable() const {
+bool ThreadManager::ThreadEntry::isControllable() const noexcept {
     return mEndEvent.get() != nullptr || mThreadHandle.get() != nullptr;
 }
 
@@ -139,16 +173,15 @@ void ThreadManager::ThreadEntry::swap(ThreadEntry& other) noexcept {
 
 // What `entry` hands to the new thread.
 struct ThreadManager::StartParameter {
-    StartParameter(ThreadManager& manager, SmartPointer<Event> const& end, void (*function)(void*),
-                   void* argument, char const* name, ThreadPriority const& priority)
-        : mEvent(0, 0),
-          mFunction(function),
-          mId(0),
-          mPriority(priority),
-          mArgument(argument),
+    StartParameter(ThreadManager& manager, SmartPointer<Event> const& end, StartRequest const& request)
+        : mEvent(Event::INITIALLY_OFF, Event::ONE_WAY),
+          mFunction(request.function),
+          mId(NO_ID),
+          mPriority(request.priority),
+          mArgument(request.argument),
           mManager(manager),
           mEnd(end),
-          mName(name) {}
+          mName(request.name) {}
 
     Event mEvent;  // part of the structure, though the hand-over goes through mStartEvent
     void (*mFunction)(void*);
@@ -160,20 +193,22 @@ struct ThreadManager::StartParameter {
     char const* mName;
 };
 
-// All that is kept of a new thread, had before there is one: behind that nothing must fail for want of
-// memory.
+// All that is kept of a new thread. It is allocated before there is a thread, so that nothing can fail for
+// want of memory after that: the entry begins as that of a foreign thread and takes over end and handle.
 struct ThreadManager::NewThread {
-    NewThread(SmartPointer<Event> const& end, int watchdog, unsigned int aliveTime,
-              WatchdogTimerListener* listener, char const* name, ThreadPriority const& priority)
-        : mHandle(std::make_unique<unsigned long>(0)), mEntry(1, 0, name, priority), mName(name) {
+    NewThread(SmartPointer<Event> const& end, StartRequest const& request)
+        : mHandle(std::make_unique<unsigned long>(0)),
+          mEntry(ThreadEntry::FOREIGN, 0, request.name, request.priority),
+          mName(request.name) {
         mEntry.mEndEvent = end;
         mEntry.mThreadHandle.set(mHandle.get());
-        if (watchdog == 1) {
-            mWatched = WatchdogInfo(0, aliveTime, listener, name, WatchdogInfo::NOT_WATCHING);
+        if (request.watchdog == Thread::WITH_WATCHDOG) {
+            mWatchdogInfo = WatchdogInfo(NO_ID, request.aliveTime, request.listener, request.name,
+                                         WatchdogInfo::NOT_WATCHING);
         }
     }
 
-    // From now on the last copy of the entry gives the cell back.
+    // From now on the last copy of the entry frees the cell.
     void setHandle(unsigned long handle) {
         *mHandle = handle;
         static_cast<void>(mHandle.release());
@@ -182,19 +217,20 @@ struct ThreadManager::NewThread {
     std::unique_ptr<unsigned long> mHandle;
     ThreadEntry mEntry;
     char const* const mName;
-    WatchdogInfo mWatched;
+    WatchdogInfo mWatchdogInfo;
 };
 
-StartHandshake::StartHandshake(unsigned int manager) : mEnd(share(std::make_unique<ThreadLife>(manager))) {}
+StartHandshake::StartHandshake(unsigned int generation)
+    : mEnd(share(std::make_unique<ThreadLife>(generation))) {}
 
-// The end of a thread, told when the scope ends, also by `pthread_exit`. A thread that ends after its manager
-// makes a new one, as whoever uses the library then; where that cannot be had the end comes all the same.
+// Sets the end of a thread on when the scope ends, also by `pthread_exit`. A thread that ends after its
+// manager creates a new one, as every use of the library does then. The end comes even if that fails.
 class [[nodiscard]] ThreadEnd {
   public:
     explicit ThreadEnd(SmartPointer<Event> const& end) : mEnd(end) {}
     ~ThreadEnd() {
         {
-            std::shared_lock<std::shared_mutex> const notDeleted(gDeletion);
+            std::shared_lock<std::shared_mutex> const notDeleted(gDeletionLock);
             ThreadManager::getOrNull();
         }
         mEnd->setOn();
@@ -202,7 +238,7 @@ class [[nodiscard]] ThreadEnd {
     ThreadEnd(ThreadEnd const&) = delete;
     ThreadEnd& operator=(ThreadEnd const&) = delete;
 
-    void waitForRelease() const { waitUntilOn(ThreadLife::of(mEnd).mReleased, 0); }
+    void waitForRelease() const { waitUntilOn(ThreadLife::of(mEnd).mReleased, Event::NO_LIMIT); }
 
   private:
     SmartPointer<Event> const mEnd;
@@ -217,11 +253,12 @@ SyncObject const& ThreadManager::instantiationSyncObject() {
     return *mInstantiationSyncObject;
 }
 
-// The watchdog starts outside the lock, and behind its flag: its thread comes back here while it starts.
+// The watchdog starts outside the lock, and after its flag is set: its thread comes back here while it
+// starts.
 ThreadManager* ThreadManager::get() {
-    ThreadManager* const watching = gWatching;
-    if (watching != nullptr) {
-        return watching;
+    ThreadManager* const supervising = gSupervisingInstance;
+    if (supervising != nullptr) {
+        return supervising;
     }
     bool isFirst = false;
     ThreadManager* const manager = getOrCreate(&isFirst);
@@ -231,52 +268,52 @@ ThreadManager* ThreadManager::get() {
     return manager;
 }
 
-// Supervision that could not be had is told of, and wanted again by the next `get`.
+// A failed start is logged, and the next `get` tries again.
 void ThreadManager::initializeWatchdog() {
-    struct [[nodiscard]] Try {
-        ~Try() {
+    struct [[nodiscard]] Attempt {
+        ~Attempt() {
             gWatchdogFailed = !mIsDone;
             if (mIsDone) {
                 return;
             }
             applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ThreadManager::get() : Watchdog is not started.");
             SyncGuard const guard(instantiationSyncObject());
-            gWatching = nullptr;
+            gSupervisingInstance = nullptr;
             mHasInitializedWatchdog = false;
         }
         bool mIsDone = false;
-    } once;
+    } attempt;
     ThreadWatchdog& watchdog = *mWatchdog.load();
     if (gWatchdogFailed) {
-        watchdog.renewThread();
+        watchdog.replaceThread();
     }
-    // Without room for any thread there is none to watch.
-    once.mIsDone = mEntries.maxSize() == 0 || watchdog.initialize(WatchdogInfo::DEFAULT_WATCH_INTERVAL);
+    // A table without places has no thread to watch.
+    attempt.mIsDone = mEntries.maxSize() == 0 || watchdog.initialize(WatchdogInfo::DEFAULT_WATCH_INTERVAL);
 }
 
-// A sign of life makes the manager, as every use does. It never throws, and it does not try again what `get`
-// has failed to start: it is given in the middle of other things, a start among them.
+// A sign of life creates the manager, as every use does. It never throws. It does not repeat a start of the
+// watchdog that has failed in `get`, because it may come in the middle of a start.
 ThreadManager* ThreadManager::getOrNull() noexcept {
-    ThreadManager* const watching = gWatching;
-    if (watching != nullptr) {
-        return watching;
+    ThreadManager* const supervising = gSupervisingInstance;
+    if (supervising != nullptr) {
+        return supervising;
     }
     if (!gWatchdogFailed) {
         try {
             return get();
         } catch (std::bad_alloc const&) {
-            // It is done without.
+            // The caller does without.
         }
     }
     return getIfCreated();
 }
 
-unsigned int ThreadManager::managerNumber() {
-    return gManagerNumber;
+unsigned int ThreadManager::generation() {
+    return gGeneration;
 }
 
-// Instance and flag belong together: whoever gets a new instance sees a cleared flag, and one of them sets
-// it.
+// Instance and flag belong together: all who get a new instance find the flag cleared, and the first of them
+// sets it.
 ThreadManager* ThreadManager::getOrCreate(bool* isFirst) {
     SyncGuard const guard(instantiationSyncObject());
     if (mpTheObject == nullptr) {
@@ -285,12 +322,12 @@ ThreadManager* ThreadManager::getOrCreate(bool* isFirst) {
     *isFirst = !mHasInitializedWatchdog;
     if (*isFirst) {
         mHasInitializedWatchdog = true;
-        gWatching = mpTheObject;
+        gSupervisingInstance = mpTheObject;
     }
     return mpTheObject;
 }
 
-ThreadManager* ThreadManager::getIfCreated() {
+ThreadManager* ThreadManager::getIfCreated() noexcept {
     SyncGuard const guard(instantiationSyncObject());
     return mpTheObject;
 }
@@ -304,46 +341,49 @@ bool ThreadManager::initializeEntryMax(unsigned int entryMax) {
     return true;
 }
 
-// The watchdog's thread comes back into `get` while it ends, so it ends while no lock is held that `get`
-// takes. The instance stands until it is gone, for the sake of what reports a sign of life while it is
-// deleted.
+// The watchdog's thread comes back into `get` while it ends, so no lock that `get` takes is held meanwhile.
+// The instance can be found until its destructor has run, because parts of it report signs of life while
+// they are destroyed.
 void ThreadManager::destroy() {
-    std::lock_guard<std::mutex> const onlyOne(gDestruction);
+    std::lock_guard<std::mutex> const onlyOne(gDestroyLock);
     ThreadManager* const ending = forbidWatchdog();
     if (ending != nullptr) {
         ending->mWatchdog.load()->shutdown();
     }
-    std::unique_lock<std::shared_mutex> const alone(gDeletion);
+    std::unique_lock<std::shared_mutex> const alone(gDeletionLock);
     ThreadManager* const manager = getIfCreated();
     if (manager != nullptr) {
-        // Its thread's object asks the manager while it goes: not under the lock below.
+        // Its thread's object asks the manager while it is destroyed: not under the lock below.
         delete manager->mWatchdog.exchange(nullptr);
     }
     SyncGuard const guard(instantiationSyncObject());
-    ++gManagerNumber;
+    ++gGeneration;
     delete mpTheObject;
     mpTheObject = nullptr;
     gWatchdogFailed = false;
     mHasInitializedWatchdog = false;
 }
 
-// Nobody starts a watchdog any more until the flag is cleared. A thread that ended into a new instance may
-// have been about to: it has done so by now. Gives the instance, null if there is none.
+// Nobody starts a watchdog any more until the flag is cleared. A thread whose end has created a new instance
+// may have been about to start one: when this holds the lock, it has. Returns the instance, null if there is
+// none.
 ThreadManager* ThreadManager::forbidWatchdog() {
-    std::unique_lock<std::shared_mutex> const alone(gDeletion);
+    std::unique_lock<std::shared_mutex> const alone(gDeletionLock);
     SyncGuard const guard(instantiationSyncObject());
-    gWatching = nullptr;
+    gSupervisingInstance = nullptr;
     mHasInitializedWatchdog = true;
     return mpTheObject;
 }
 
-int ThreadManager::getCallerId() {
-    return callerThreadId();
+// Each thread asks the kernel once and remembers the answer, because every sign of life needs it.
+int ThreadManager::getCallerId() noexcept {
+    int const id = tThreadId;
+    return id != 0 ? id : askKernelForThreadId();
 }
 
 ThreadManager::ThreadManager(unsigned int entryMax)
     : mEntries(entryMax, 0),
-      mStartEvent(0, 0),
+      mStartEvent(Event::INITIALLY_OFF, Event::ONE_WAY),
       mWatchdog(new ThreadWatchdog(entryMax)),
       mRegistrationLog(false) {
     mFreePlaces = entryMax;
@@ -360,50 +400,46 @@ ThreadManager::~ThreadManager() {
 int ThreadManager::entry(void (*function)(void*), void* argument, int watchdog, unsigned int aliveTime,
                          WatchdogTimerListener* listener, char const* name, ThreadPriority const& priority,
                          unsigned int /*reserved*/) {
-    StartHandshake handshake(managerNumber());
-    return start(handshake, function, argument, watchdog, aliveTime, listener, name, priority);
+    StartHandshake handshake(generation());
+    return start(handshake, {function, argument, watchdog, aliveTime, listener, name, priority});
 }
 
-int ThreadManager::start(StartHandshake& handshake, void (*function)(void*), void* argument, int watchdog,
-                         unsigned int aliveTime, WatchdogTimerListener* listener, char const* name,
-                         ThreadPriority const& priority) {
-    if (function == nullptr || name == nullptr || mFreePlaces == 0) {
-        return 0;
+int ThreadManager::start(StartHandshake& handshake, StartRequest const& request) {
+    if (request.function == nullptr || request.name == nullptr || mFreePlaces == 0) {
+        return NO_ID;
     }
     prepareThreadNamesInMemory();
-    auto const parameter =
-        std::make_unique<StartParameter>(*this, handshake.end(), function, argument, name, priority);
-    NewThread thread(handshake.end(), watchdog, aliveTime, listener, name, priority);
+    auto const parameter = std::make_unique<StartParameter>(*this, handshake.end(), request);
+    NewThread thread(handshake.end(), request);
     int const id = startAndRegister(handshake, *parameter, thread);
-    if (id != 0) {
-        registerThreadNameInMemory(id, name);
+    if (id != NO_ID) {
+        registerThreadNameInMemory(id, request.name);
     }
-    if (id != 0 && watchdog == 1) {
-        thread.mWatched.id = id;
-        mWatchdog.load()->enter(thread.mWatched);
+    if (id != NO_ID && request.watchdog == Thread::WITH_WATCHDOG) {
+        thread.mWatchdogInfo.id = id;
+        mWatchdog.load()->insert(thread.mWatchdogInfo);
     }
     return id;
 }
 
 // The lock makes starts happen one at a time, so mStartEvent belongs to one of them. The new thread uses the
-// parameter until it has set the event on, and takes no lock before.
+// parameter until it has set the event on, and does not take this lock before.
 int ThreadManager::startAndRegister(StartHandshake& handshake, StartParameter& parameter, NewThread& thread) {
     SyncGuard const guard(mEntriesSyncObject);
     mStartEvent.setOff();
     pthread_t handle = 0;
-    int const result = keepAliveAround(SOURCE_FILE, "entry", 490, [&handle, &parameter] {
-        return pthread_create(&handle, nullptr, startThread, &parameter);
-    });
+    int const result = callAt(
+        CREATE, [&handle, &parameter] { return pthread_create(&handle, nullptr, startThread, &parameter); });
     if (result != 0) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "Thread Start Failed  Ret:%d, PriOs:%d, Name:%s", result,
                parameter.mPriority.OsValue(), thread.mName);
-        return 0;
+        return NO_ID;
     }
-    handshake.noteThread();
+    handshake.setThreadExists();
     thread.setHandle(handle);
-    waitUntilOn(mStartEvent, 0);
+    waitUntilOn(mStartEvent, Event::NO_LIMIT);
     mStartEvent.setOff();
-    return registerStarted(parameter.mId, thread) ? parameter.mId : 0;
+    return registerStarted(parameter.mId, thread) ? parameter.mId : NO_ID;
 }
 
 bool ThreadManager::registerStarted(int id, NewThread& thread) {
@@ -427,7 +463,7 @@ void* ThreadManager::startThread(void* parameter) {
     ThreadEnd const end(start->mEnd);
     pthread_setname_np(pthread_self(), KernelName(start->mName).get());
     int const osValue = start->mPriority.OsValue();
-    if (setCallersPriority("startThread", 1280, osValue) == -1) {
+    if (setCallersPriority(SET_FIRST_PRIORITY, osValue) == -1) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "ThreadManager::startThread() Error setpriority() OsValue:%d", osValue);
     }
@@ -439,7 +475,7 @@ void* ThreadManager::startThread(void* parameter) {
 }
 
 void ThreadManager::signalStarted(ThreadManager& manager) {
-    std::shared_lock<std::shared_mutex> const notDeleted(gDeletion);
+    std::shared_lock<std::shared_mutex> const notDeleted(gDeletionLock);
     manager.mStartEvent.setOn();
 }
 
@@ -463,10 +499,10 @@ int ThreadManager::entryCaller(int watchdog, unsigned int aliveTime, WatchdogTim
                                char const* name) {
     int const id = getCallerId();
     if (name == nullptr || !registerCaller(id, name)) {
-        return 0;
+        return NO_ID;
     }
     registerThreadNameInMemory(id, name);
-    if (watchdog == 1) {
+    if (watchdog == Thread::WITH_WATCHDOG) {
         mWatchdog.load()->entry(id, aliveTime, listener, name);
     }
     return id;
@@ -474,8 +510,8 @@ int ThreadManager::entryCaller(int watchdog, unsigned int aliveTime, WatchdogTim
 
 bool ThreadManager::registerCaller(int id, char const* name) {
     SyncGuard const guard(mEntriesSyncObject);
-    unsigned long const handle = keepAliveAround(SOURCE_FILE, "entryCaller", 581, pthread_self);
-    ThreadEntry entry(1, handle, name, ThreadPriority(ThreadPriority::INVALID));
+    unsigned long const handle = callAt(GET_CALLERS_HANDLE, pthread_self);
+    ThreadEntry entry(ThreadEntry::FOREIGN, handle, name, ThreadPriority(ThreadPriority::INVALID));
     ThreadEntry const* const known = mEntries.find(id);
     if ((known != nullptr && known->isControllable()) || !storeEntry(id, entry)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
@@ -491,7 +527,7 @@ bool ThreadManager::registerCaller(int id, char const* name) {
 bool ThreadManager::unregister(int id) {
     SyncGuard const guard(mEntriesSyncObject);
     ThreadEntry* const entry = mEntries.find(id);
-    if (entry == nullptr || (id != 0 && isThreadActive(id))) {
+    if (entry == nullptr || (id != NO_ID && entry->isActive())) {
         return false;
     }
     entry->detach();
@@ -511,29 +547,31 @@ int ThreadManager::waitToStop(int id, unsigned int timeout) {
     return waited.waitToStop(timeout);
 }
 
+template <typename STEP>
+bool ThreadManager::withEntry(int id, STEP step) {
+    SyncGuard const guard(mEntriesSyncObject);
+    ThreadEntry* const entry = mEntries.find(id);
+    return entry != nullptr && step(*entry);
+}
+
 // The id may be another thread's by now; the end is not.
 bool ThreadManager::hasEntry(int id, SmartPointer<Event> const& end) {
-    SyncGuard const guard(mEntriesSyncObject);
-    ThreadEntry const* const entry = mEntries.find(id);
-    return entry != nullptr && entry->mEndEvent.get() == end.get();
+    return withEntry(id, [&end](ThreadEntry const& entry) { return entry.mEndEvent.get() == end.get(); });
 }
 
-bool ThreadManager::isThreadExist(int id) {
-    SyncGuard const guard(mEntriesSyncObject);
-    return mEntries.find(id) != nullptr;
+bool ThreadManager::isThreadExist(int id) noexcept {
+    return withEntry(id, [](ThreadEntry const&) { return true; });
 }
 
-bool ThreadManager::isThreadActive(int id) {
-    SyncGuard const guard(mEntriesSyncObject);
-    ThreadEntry const* const entry = mEntries.find(id);
-    return entry != nullptr && entry->isActive();
+bool ThreadManager::isThreadActive(int id) noexcept {
+    return withEntry(id, [](ThreadEntry const& entry) { return entry.isActive(); });
 }
 
-bool ThreadManager::isActive(int id) {
+bool ThreadManager::isActive(int id) noexcept {
     return isThreadExist(id) && isThreadActive(id);
 }
 
-bool ThreadManager::getPriority(int id, ThreadPriority* priority) {
+bool ThreadManager::getPriority(int id, ThreadPriority* priority) noexcept {
     SyncGuard const guard(mEntriesSyncObject);
     ThreadEntry const* const entry = mEntries.find(id);
     if (priority == nullptr || entry == nullptr || !entry->isActive()) {
@@ -553,7 +591,7 @@ bool ThreadManager::setPriority(int id, ThreadPriority const& priority) {
                "ThreadManager::setPriority() Error ID:%d, invalidOsValue:%d", id, osValue);
         return false;
     }
-    if (setCallersPriority("setPriority", 770, osValue) == -1) {
+    if (setCallersPriority(CHANGE_PRIORITY, osValue) == -1) {
         logPriorityError(id, osValue, errno);
         return false;
     }
@@ -561,22 +599,19 @@ bool ThreadManager::setPriority(int id, ThreadPriority const& priority) {
 }
 
 bool ThreadManager::storePriority(int id, int osValue) {
-    SyncGuard const guard(mEntriesSyncObject);
-    ThreadEntry* const entry = mEntries.find(id);
-    if (entry == nullptr) {
-        return false;
-    }
-    entry->mPriority.OsValue(osValue);
-    return true;
+    return withEntry(id, [osValue](ThreadEntry& entry) {
+        entry.mPriority.OsValue(osValue);
+        return true;
+    });
 }
 
-char const* ThreadManager::findName(int id) {
+char const* ThreadManager::findName(int id) noexcept {
     SyncGuard const guard(mEntriesSyncObject);
     ThreadEntry const* const entry = mEntries.find(id);
     return entry != nullptr ? orEmpty(entry->mName.buffer()) : "";
 }
 
-char const* ThreadManager::getName(int id) {
+char const* ThreadManager::getName(int id) noexcept {
     return findName(id);
 }
 
@@ -592,11 +627,11 @@ bool ThreadManager::getNames(Names* names) {
     return true;
 }
 
-void ThreadManager::enableRegistrationLog() {
+void ThreadManager::enableRegistrationLog() noexcept {
     mRegistrationLog = true;
 }
 
-void ThreadManager::printThreadInfo(int) {}
+void ThreadManager::printThreadInfo(int) noexcept {}
 
 void ThreadManager::printThreadInfoReg(int level) {
     SyncGuard const guard(mEntriesSyncObject);
@@ -622,57 +657,47 @@ void ThreadManager::printWatchdogInfo(int level) {
 }
 
 bool ThreadManager::entryWatchdog(unsigned int aliveTime, WatchdogTimerListener* listener, int id) {
-    int const watched = orCaller(id);
+    int const watched = idOrCallers(id);
     BasicString<char> name;
     {
         // Copied, because the table may change before the watchdog has taken it.
         SyncGuard const guard(mEntriesSyncObject);
         name = getName(watched);
     }
-    ThreadWatchdog* const watchdog = mWatchdog;
-    return watchdog != nullptr && watchdog->entry(watched, aliveTime, listener, orEmpty(name.buffer()));
+    return callIfPresent(mWatchdog.load(), &ThreadWatchdog::entry, watched, aliveTime, listener,
+                         orEmpty(name.buffer()));
 }
 
 bool ThreadManager::unregisterWatchdog(int id) {
-    ThreadWatchdog* const watchdog = mWatchdog;
-    return watchdog != nullptr && watchdog->unregister(orCaller(id));
+    return callIfPresent(mWatchdog.load(), &ThreadWatchdog::unregister, idOrCallers(id));
 }
 
-bool ThreadManager::isRegisteredWatchdog(int id) {
-    ThreadWatchdog* const watchdog = mWatchdog;
-    return watchdog != nullptr && watchdog->isRegistered(orCaller(id));
+bool ThreadManager::isRegisteredWatchdog(int id) noexcept {
+    return callIfPresent(mWatchdog.load(), &ThreadWatchdog::isRegistered, idOrCallers(id));
 }
 
-bool ThreadManager::isWatchingWatchdog(int id) {
-    ThreadWatchdog* const watchdog = mWatchdog;
-    return watchdog != nullptr && watchdog->isWatching(orCaller(id));
+bool ThreadManager::isWatchingWatchdog(int id) noexcept {
+    return callIfPresent(mWatchdog.load(), &ThreadWatchdog::isWatching, idOrCallers(id));
 }
 
 bool ThreadManager::startWatchdog(int id) {
-    ThreadWatchdog* const watchdog = mWatchdog;
-    return watchdog != nullptr && watchdog->start(orCaller(id));
+    return callIfPresent(mWatchdog.load(), &ThreadWatchdog::start, idOrCallers(id));
 }
 
 bool ThreadManager::stopWatchdog(int id) {
-    ThreadWatchdog* const watchdog = mWatchdog;
-    return watchdog != nullptr && watchdog->stop(orCaller(id));
+    return callIfPresent(mWatchdog.load(), &ThreadWatchdog::stop, idOrCallers(id));
 }
 
 bool ThreadManager::setWatchdogAliveTime(unsigned int aliveTime, int id) {
-    ThreadWatchdog* const watchdog = mWatchdog;
-    return watchdog != nullptr && watchdog->setAliveTime(orCaller(id), aliveTime);
+    return callIfPresent(mWatchdog.load(), &ThreadWatchdog::setAliveTime, idOrCallers(id), aliveTime);
 }
 
 bool ThreadManager::setWatchdogWatchInterval(unsigned int interval) {
-    ThreadWatchdog* const watchdog = mWatchdog;
-    return watchdog != nullptr && watchdog->setWatchInterval(interval);
+    return callIfPresent(mWatchdog.load(), &ThreadWatchdog::setWatchInterval, interval);
 }
 
 void ThreadManager::keepAliveWatchdog(StatementInfo const& info) {
-    ThreadWatchdog* const watchdog = mWatchdog;
-    if (watchdog != nullptr) {
-        watchdog->keepAlive(info);
-    }
+    callIfPresent(mWatchdog.load(), &ThreadWatchdog::keepAlive, info);
 }
 
 template class Map<int, ThreadManager::ThreadEntry>;

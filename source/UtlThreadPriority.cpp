@@ -24,16 +24,16 @@ bool isLabel(int label) {
 
 }  // namespace
 
-ThreadPriority& ThreadPriority::operator=(Priority label) {
+ThreadPriority& ThreadPriority::operator=(Priority label) noexcept {
     value(label);
     return *this;
 }
 
-void ThreadPriority::value(int label) {
+void ThreadPriority::value(int label) noexcept {
     mOsValue = isLabel(label) ? LABELS[label].osValue : INVALID_OS_VALUE;
 }
 
-int ThreadPriority::value() const {
+int ThreadPriority::value() const noexcept {
     if (mOsValue > LABELS[IDLE].osValue) {
         return INVALID;
     }
@@ -47,7 +47,7 @@ int ThreadPriority::value() const {
     return label;
 }
 
-char const* ThreadPriority::label() const {
+char const* ThreadPriority::label() const noexcept {
     int const label = value();
     return isLabel(label) ? LABELS[label].name : "INVALID";
 }

@@ -6,16 +6,16 @@
 #include <string>
 
 #include "UtlLog.h"
+#include "UtlThreadManager.h"
 #include "UtlTimeCounter.h"
 #include "internal/base/UtlProcessWide.h"
 #include "internal/log/UtlLogText.h"
-#include "internal/thread/UtlThreadId.h"
 
 namespace utl {
 
 namespace {
 
-// Of the watchdog's own thread, which gets nothing but the messages of its timer.
+// Of the watchdog's own thread, which receives only the messages of its timer.
 constexpr unsigned int TIMER_MSG_BYTES = 4;
 constexpr unsigned int MSG_COUNT = 64;
 constexpr int NO_TIMER = -1;
@@ -63,20 +63,20 @@ bool canTimeOut(WatchdogInfo const& info) {
     return info.watchStatus == WatchdogInfo::WATCHING && info.aliveStatus != WatchdogInfo::TIMED_OUT;
 }
 
-// A tick that lies ahead, as after the counter wrapped, is not overdue, and neither is a thread that gave no
-// sign of life yet.
+// A tick in the future, as after the counter wrapped, is not overdue. Neither is a thread that gave no sign
+// of life yet, because `NO_TICK` is the greatest of all ticks.
 bool isOverdue(WatchdogInfo const& info, unsigned int now) {
     return now >= info.lastAliveTick && now - info.lastAliveTick >= info.aliveTime;
 }
 
-bool refuseNoAliveTime(int id) {
+bool refuseZeroAliveTime(int id) {
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ThreadWatchdog Register AliveTime is 0 ID:%d ", id);
     return false;
 }
 
-// The record of thread `id`, null if there is none. A thread that reports again finds its record where it was
-// the last time, unless the table has changed.
-WatchdogInfo* findReporter(WatchdogInfos& infos, int id) {
+// The record of the calling thread, whose id is `id`; null if there is none. A thread that reports again
+// finds its record where it was the last time, unless the table has changed.
+WatchdogInfo* findCallersInfo(WatchdogInfos& infos, int id) {
     thread_local unsigned int tIndex = 0;
     auto* const last = infos.getAt(tIndex);
     if (last != nullptr && last->mKey == id) {
@@ -87,10 +87,10 @@ WatchdogInfo* findReporter(WatchdogInfos& infos, int id) {
     return found != nullptr && found->mKey == id ? &found->mValue : nullptr;
 }
 
-// Steps on when a thread comes into a table or goes.
-std::atomic<unsigned int> gTableChanges{0};
+// Rises when a thread is registered or unregistered.
+std::atomic<unsigned int> gTableVersion{0};
 
-/// Says that a sign of life is being processed as long as the scope lasts.
+// Sets the flag that a sign of life is being processed, as long as the scope lasts.
 class [[nodiscard]] InKeepAlive {
   public:
     explicit InKeepAlive(bool& flag) : mFlag(flag) { mFlag = true; }
@@ -104,8 +104,8 @@ class [[nodiscard]] InKeepAlive {
 
 }  // namespace
 
-// The constants of the two classes under their own names: a plain definition would have their destructors
-// registered at the start, and run at the end.
+// The constants of the two classes under their own linker names: a plain definition would register their
+// destructors at the start of the process, and run them at its end.
 UTL_API extern ProcessWideConstant<StatementInfo> const gInvalidStatement asm(
     "_ZN3utl13StatementInfo7INVALIDE");
 UTL_CONSTINIT ProcessWideConstant<StatementInfo> const gInvalidStatement("", "", 0U, 0U);
@@ -117,26 +117,28 @@ struct ThreadWatchdog::TableSize {
     unsigned int rows = 0;
     unsigned int nameLength = 0;  // of the longest name
 
-    // Rows that take the table without an allocation; null where there is no memory for them.
-    std::unique_ptr<WatchdogInfos> makeRows() const {
+    // A table that can be assigned one of this size without an allocation; null if there is no memory for it.
+    std::unique_ptr<WatchdogInfos> allocate() const {
         try {
-            auto made = std::make_unique<WatchdogInfos>(rows, 0);
+            auto infos = std::make_unique<WatchdogInfos>(rows, 0);
             std::string const longest(nameLength, ' ');
-            WatchdogInfo const row(0, 0, nullptr, longest.c_str(), WatchdogInfo::NOT_WATCHING);
+            WatchdogInfo const row(ThreadManager::NO_ID, 0, nullptr, longest.c_str(),
+                                   WatchdogInfo::NOT_WATCHING);
             for (unsigned int i = 0; i < rows; ++i) {
-                made->insert(static_cast<int>(i), row);
+                infos->insert(static_cast<int>(i), row);
             }
-            return made;
+            return infos;
         } catch (std::bad_alloc const&) {
             return nullptr;
         }
     }
 
-    // True if this is at most what the rows of `copy` were made for.
-    bool isWithin(TableSize const& made) const { return rows <= made.rows && nameLength <= made.nameLength; }
+    bool isWithin(TableSize const& limit) const {
+        return rows <= limit.rows && nameLength <= limit.nameLength;
+    }
 };
 
-bool operator==(StatementInfo const& left, StatementInfo const& right) {
+bool operator==(StatementInfo const& left, StatementInfo const& right) noexcept {
     return areEqualTexts(left.file, right.file) && areEqualTexts(left.function, right.function) &&
            left.line == right.line && left.sub == right.sub;
 }
@@ -165,7 +167,7 @@ void WatchdogInfo::swap(WatchdogInfo& other) noexcept {
     name.swap(other.name);
 }
 
-bool operator==(WatchdogInfo const& left, WatchdogInfo const& right) {
+bool operator==(WatchdogInfo const& left, WatchdogInfo const& right) noexcept {
     return left.id == right.id && left.aliveTime == right.aliveTime && left.listener == right.listener &&
            left.lastAliveTick == right.lastAliveTick && left.watchStatus == right.watchStatus &&
            left.aliveStatus == right.aliveStatus && left.timeoutCount == right.timeoutCount &&
@@ -183,16 +185,16 @@ ThreadWatchdog::ThreadWatchdog(unsigned int entryMax)
     mThread = newThread(entryMax);
 }
 
-void ThreadWatchdog::renewThread() {
-    MsgDrivenThread* const renewed = newThread(mInfos.maxSize());
-    mThread->stop(1, 0);
+void ThreadWatchdog::replaceThread() {
+    MsgDrivenThread* const replacement = newThread(mInfos.maxSize());
+    mThread->stop(Thread::AWAIT_END, Event::NO_LIMIT);
     mThread->leaveManagement();
     delete mThread;
-    mThread = renewed;
+    mThread = replacement;
 }
 
 ThreadWatchdog::~ThreadWatchdog() {
-    ++gTableChanges;
+    ++gTableVersion;
     delete mThread;
 }
 
@@ -207,7 +209,7 @@ bool ThreadWatchdog::initialize(unsigned int interval) {
 // The timer ends with the thread.
 void ThreadWatchdog::shutdown() {
     mTimerId = NO_TIMER;
-    mThread->stop(1, 0);
+    mThread->stop(Thread::AWAIT_END, Event::NO_LIMIT);
     mThread->leaveManagement();
     mInitialized = false;
 }
@@ -220,7 +222,7 @@ bool ThreadWatchdog::setWatchInterval(unsigned int interval) {
     return setTimer(interval);
 }
 
-// Without autoRepeat: the next period begins behind a pass, so that a slow listener lets none pile up.
+// Without autoRepeat: the next period begins after a pass, so that none pile up behind a slow listener.
 bool ThreadWatchdog::setTimer(unsigned int interval) {
     mTimerId = mThread->setTimer(interval, 0, 0, 0);
     return mTimerId != NO_TIMER;
@@ -244,11 +246,11 @@ void ThreadWatchdog::executeWatchThreads() {
     if (now == WatchdogInfo::NO_TICK) {
         return;  // no time to compare with
     }
-    for (int id = findOverdue(now); id != 0 && timeOut(id, now); id = findOverdue(now)) {
+    for (int id = findOverdue(now); id != ThreadManager::NO_ID && timeOut(id, now); id = findOverdue(now)) {
     }
 }
 
-// The first thread that kept silent too long, 0 for none.
+// The id of the first overdue thread, `NO_ID` if there is none.
 int ThreadWatchdog::findOverdue(unsigned int now) {
     SyncGuard const guard(mInfosSyncObject);
     for (unsigned int i = 0; i < mInfos.size(); ++i) {
@@ -257,30 +259,32 @@ int ThreadWatchdog::findOverdue(unsigned int now) {
             return info.id;
         }
     }
-    return 0;
+    return ThreadManager::NO_ID;
 }
 
-// The copy has its memory before the lock is taken: an allocation may wait, in operators of the application,
-// for a thread that reports here meanwhile. It is tried again where the table has grown in between.
 void ThreadWatchdog::executeWatchdogTimeout(int id) {
     timeOut(id, WatchdogInfo::NO_TICK);
 }
 
-// False where there is no memory for the copy: nothing is declared, and the next pass tries again. A sign of
-// life since the pass found the thread overdue counts; without the time of a pass nobody asks.
+// The copy is allocated before the lock is taken: the application's `operator new` may wait for a thread that
+// reports here meanwhile. If the table has grown in between, it is tried again. False if there is no memory
+// for the copy: nothing is declared, and the next pass tries again.
+//
+// A sign of life that came after the pass found the thread overdue counts. With `NO_TICK` for the time of the
+// pass that is not asked.
 bool ThreadWatchdog::timeOut(int id, unsigned int now) {
-    TimeoutAnswer answer = NO_ROOM;
-    while (answer == NO_ROOM) {
+    TimeoutResult result = TABLE_HAS_GROWN;
+    while (result == TABLE_HAS_GROWN) {
         TableSize const size = tableSize();
-        auto const copy = size.makeRows();
+        auto const copy = size.allocate();
         if (copy == nullptr) {
             return false;
         }
         WatchdogTimerListener* listener = nullptr;
-        answer = declareTimeout(id, now, size, &listener, copy.get());
-        if (answer == DECLARED) {
-            DefaultTimerListener standIn;
-            (listener != nullptr ? listener : &standIn)->onTime(id, *copy);
+        result = declareTimeout(id, now, size, &listener, copy.get());
+        if (result == DECLARED) {
+            DefaultTimerListener defaultListener;
+            (listener != nullptr ? listener : &defaultListener)->onTime(id, *copy);
         }
     }
     return true;
@@ -296,7 +300,8 @@ ThreadWatchdog::TableSize ThreadWatchdog::tableSize() {
     return size;
 }
 
-ThreadWatchdog::TimeoutAnswer ThreadWatchdog::declareTimeout(int id, unsigned int now, TableSize const& made,
+ThreadWatchdog::TimeoutResult ThreadWatchdog::declareTimeout(int id, unsigned int now,
+                                                             TableSize const& allocated,
                                                              WatchdogTimerListener** listener,
                                                              WatchdogInfos* copy) {
     SyncGuard const guard(mInfosSyncObject);
@@ -304,8 +309,8 @@ ThreadWatchdog::TimeoutAnswer ThreadWatchdog::declareTimeout(int id, unsigned in
     if (info == nullptr || !canTimeOut(*info) || (now != WatchdogInfo::NO_TICK && !isOverdue(*info, now))) {
         return NOT_OVERDUE;
     }
-    if (!tableSize().isWithin(made)) {
-        return NO_ROOM;
+    if (!tableSize().isWithin(allocated)) {
+        return TABLE_HAS_GROWN;
     }
     info->aliveStatus = WatchdogInfo::TIMED_OUT;
     ++info->timeoutCount;
@@ -319,32 +324,32 @@ ThreadWatchdog::TimeoutAnswer ThreadWatchdog::declareTimeout(int id, unsigned in
 bool ThreadWatchdog::entry(int id, unsigned int aliveTime, WatchdogTimerListener* listener,
                            char const* name) {
     if (aliveTime == 0) {
-        return refuseNoAliveTime(id);
+        return refuseZeroAliveTime(id);
     }
     if (name == nullptr) {
         return false;
     }
     WatchdogInfo info(id, aliveTime, listener, name, WatchdogInfo::NOT_WATCHING);
-    return enter(info);
+    return insert(info);
 }
 
-bool ThreadWatchdog::enter(WatchdogInfo& info) {
+bool ThreadWatchdog::insert(WatchdogInfo& info) {
     if (info.aliveTime == 0) {
-        return refuseNoAliveTime(info.id);
+        return refuseZeroAliveTime(info.id);
     }
     if (!mInitialized) {
         return false;
     }
     int const id = info.id;
     SyncGuard const guard(mInfosSyncObject);
-    ++gTableChanges;
+    ++gTableVersion;
     if (!mInfos.insertSwapped(id, info)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ThreadWatchdog Register EntryMap ID:%d", id);
         return false;
     }
-    WatchdogInfo const& entered = *mInfos.find(id);
+    WatchdogInfo const& inserted = *mInfos.find(id);
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_DETAIL, "ThreadWatchdog Register ID:%d, AliveTime:%u, Name:%s", id,
-           entered.aliveTime, orEmpty(entered.name.buffer()));
+           inserted.aliveTime, orEmpty(inserted.name.buffer()));
     return true;
 }
 
@@ -352,45 +357,48 @@ bool ThreadWatchdog::unregister(int id) {
     if (!mInitialized) {
         return false;
     }
-    WatchdogInfo erased;  // given back behind the lock, like all memory
+    WatchdogInfo erased;  // freed after the lock is released, like all memory
     SyncGuard const guard(mInfosSyncObject);
-    ++gTableChanges;
+    ++gTableVersion;
     return mInfos.eraseSwapped(id, erased);
 }
 
-// A message thread asks for itself around each message, so the thread's last answer is kept. The count is
-// read in front of the table: an answer that a change overtakes is not believed again.
-bool ThreadWatchdog::isRegistered(int id) {
+// A message thread asks for itself around each message, so each thread keeps its last answer. The version is
+// read before the table, so that an answer is not used again if the table changes in between.
+bool ThreadWatchdog::isRegistered(int id) noexcept {
     if (!mInitialized) {
         return false;
     }
     thread_local struct {
         ThreadWatchdog const* watchdog;
-        unsigned int changes;
+        unsigned int version;
         int id;
         bool isRegistered;
-    } tLast = {nullptr, 0, 0, false};
-    unsigned int const changes = gTableChanges;
-    if (tLast.watchdog != this || tLast.changes != changes || tLast.id != id) {
-        tLast = {this, changes, id, findWatchdogInfo(id) != nullptr};
+    } tLast = {nullptr, 0, ThreadManager::NO_ID, false};
+    unsigned int const version = gTableVersion;
+    if (tLast.watchdog != this || tLast.version != version || tLast.id != id) {
+        tLast = {this, version, id, findWatchdogInfo(id) != nullptr};
     }
     return tLast.isRegistered;
 }
 
-bool ThreadWatchdog::isWatching(int id) {
-    if (!mInitialized) {
-        return false;
-    }
+template <typename STEP>
+bool ThreadWatchdog::withInfo(int id, STEP step) {
     SyncGuard const guard(mInfosSyncObject);
-    WatchdogInfo const* const info = mInfos.find(id);
-    return info != nullptr && info->watchStatus == WatchdogInfo::WATCHING;
+    WatchdogInfo* const info = mInfos.find(id);
+    return info != nullptr && step(*info);
+}
+
+bool ThreadWatchdog::isWatching(int id) noexcept {
+    return mInitialized &&
+           withInfo(id, [](WatchdogInfo const& info) { return info.watchStatus == WatchdogInfo::WATCHING; });
 }
 
 bool ThreadWatchdog::setAliveTime(int id, unsigned int aliveTime) {
     if (!mInitialized) {
         return false;
     }
-    return aliveTime != 0 ? executeSetAliveTime(id, aliveTime) : refuseNoAliveTime(id);
+    return aliveTime != 0 ? executeSetAliveTime(id, aliveTime) : refuseZeroAliveTime(id);
 }
 
 bool ThreadWatchdog::start(int id) {
@@ -402,7 +410,7 @@ bool ThreadWatchdog::stop(int id) {
 }
 
 bool ThreadWatchdog::keepAlive(StatementInfo const& info) {
-    return mInitialized && executeKeepAlive(callerThreadId(), info);
+    return mInitialized && executeKeepAlive(ThreadManager::getCallerId(), info);
 }
 
 void ThreadWatchdog::printWatchdogInfo(int level) {
@@ -413,46 +421,37 @@ void ThreadWatchdog::printWatchdogInfo(int level) {
     print(level, mInfos);
 }
 
-WatchdogInfo* ThreadWatchdog::findWatchdogInfo(int id) {
+WatchdogInfo* ThreadWatchdog::findWatchdogInfo(int id) noexcept {
     SyncGuard const guard(mInfosSyncObject);
     return mInfos.find(id);
 }
 
 bool ThreadWatchdog::executeSetAliveTime(int id, unsigned int aliveTime) {
-    SyncGuard const guard(mInfosSyncObject);
-    WatchdogInfo* const info = mInfos.find(id);
-    if (info == nullptr) {
-        return false;
-    }
-    info->aliveTime = aliveTime;
-    if (info->watchStatus == WatchdogInfo::WATCHING) {
-        info->lastAliveTick = TimeCounter::getTickTime();
-    }
-    return true;
+    return withInfo(id, [aliveTime](WatchdogInfo& info) {
+        info.aliveTime = aliveTime;
+        if (info.watchStatus == WatchdogInfo::WATCHING) {
+            info.lastAliveTick = TimeCounter::getTickTime();
+        }
+        return true;
+    });
 }
 
 bool ThreadWatchdog::executeStart(int id) {
-    SyncGuard const guard(mInfosSyncObject);
-    WatchdogInfo* const info = mInfos.find(id);
-    if (info == nullptr) {
-        return false;
-    }
-    info->watchStatus = WatchdogInfo::WATCHING;
-    if (info->lastAliveTick == WatchdogInfo::NO_TICK) {
-        info->lastAliveTick = TimeCounter::getTickTime();
-    }
-    return true;
+    return withInfo(id, [](WatchdogInfo& info) {
+        info.watchStatus = WatchdogInfo::WATCHING;
+        if (info.lastAliveTick == WatchdogInfo::NO_TICK) {
+            info.lastAliveTick = TimeCounter::getTickTime();
+        }
+        return true;
+    });
 }
 
 bool ThreadWatchdog::executeStop(int id) {
-    SyncGuard const guard(mInfosSyncObject);
-    WatchdogInfo* const info = mInfos.find(id);
-    if (info == nullptr) {
-        return false;
-    }
-    info->watchStatus = WatchdogInfo::NOT_WATCHING;
-    info->lastAliveTick = WatchdogInfo::NO_TICK;
-    return true;
+    return withInfo(id, [](WatchdogInfo& info) {
+        info.watchStatus = WatchdogInfo::NOT_WATCHING;
+        info.lastAliveTick = WatchdogInfo::NO_TICK;
+        return true;
+    });
 }
 
 // The lock is recursive: what is called from here may itself report, and ends at the first test.
@@ -462,7 +461,7 @@ bool ThreadWatchdog::executeKeepAlive(int id, StatementInfo const& info) {
         return false;
     }
     InKeepAlive const inKeepAlive(mInKeepAlive);
-    WatchdogInfo* const found = findReporter(mInfos, id);
+    WatchdogInfo* const found = findCallersInfo(mInfos, id);
     if (found == nullptr) {
         return false;
     }

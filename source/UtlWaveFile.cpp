@@ -5,7 +5,7 @@
 #include "UtlBitStream.h"
 #include "UtlFile.h"
 #include "UtlRiffFile.h"
-#include "internal/thread/UtlWatchedGuard.h"
+#include "internal/thread/UtlKeepAlive.h"
 
 namespace utl {
 

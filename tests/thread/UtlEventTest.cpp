@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "TestHooks.h"
@@ -112,6 +113,24 @@ class WaitingThread {
 };
 
 // State.
+
+static_assert(Event::INITIALLY_OFF == 0 && Event::INITIALLY_ON == 1);
+static_assert(Event::ONE_WAY == 0 && Event::TWO_WAY == 1);
+static_assert(Event::NO_LIMIT == 0);
+
+static_assert(noexcept(Event(Event::INITIALLY_OFF, Event::ONE_WAY)));
+static_assert(noexcept(std::declval<Event&>().setOn()) && noexcept(std::declval<Event&>().setOff()));
+static_assert(noexcept(std::declval<Event&>().isOn()) && noexcept(std::declval<Event&>().isOff()));
+
+TEST(Event, TheNamesOfItsStateAndKind_MakeWhatTheySay) {
+    Event const off(Event::INITIALLY_OFF, Event::ONE_WAY);
+    EXPECT_TRUE(off.isOff());
+    EXPECT_EQ(off.waitToOff(1), Event::WAIT_FAILED);
+    Event const on(Event::INITIALLY_ON, Event::TWO_WAY);
+    EXPECT_TRUE(on.isOn());
+    EXPECT_EQ(on.waitToOn(Event::NO_LIMIT), Event::WAIT_DONE);
+    EXPECT_EQ(on.waitToOff(1), Event::WAIT_TIMEOUT);
+}
 
 TEST(Event, AnyInitialValueButZero_IsOn) {
     for (int initialOn : {1, 2, -1, 0x100}) {

@@ -18,6 +18,8 @@ using utltest::kernelId;
 using utltest::LogCapture;
 namespace hooks = utltest::hooks;
 
+static_assert(StatementInfo::BEFORE_CALL == 1 && StatementInfo::AFTER_CALL == 2);
+
 class KeepAliveBracket : public utltest::WithManager {
   protected:
     KeepAliveBracket() {
@@ -34,9 +36,10 @@ class KeepAliveBracket : public utltest::WithManager {
 };
 
 TEST_F(KeepAliveBracket, ReportsPosition1BeforeTheCallAndPosition2Behind) {
-    keepAliveAround("source/File", "function", 12,
-                    [] { EXPECT_EQ(lastStatement(), StatementInfo("source/File", "function", 12, 1)); });
-    EXPECT_EQ(lastStatement(), StatementInfo("source/File", "function", 12, 2));
+    keepAliveAround("source/File", "function", 12, [] {
+        EXPECT_EQ(lastStatement(), StatementInfo("source/File", "function", 12, StatementInfo::BEFORE_CALL));
+    });
+    EXPECT_EQ(lastStatement(), StatementInfo("source/File", "function", 12, StatementInfo::AFTER_CALL));
 }
 
 TEST_F(KeepAliveBracket, GivesWhatTheCallGave) {

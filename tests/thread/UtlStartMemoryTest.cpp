@@ -97,7 +97,7 @@ class Idle : public utl::Thread {
     ~Idle() override { end(); }
     void end() {
         mGo.setOn();
-        stop(1, 0);
+        stop(utl::Thread::AWAIT_END);
         leaveManagement();
     }
 
@@ -109,7 +109,7 @@ class Idle : public utl::Thread {
     }
 
   private:
-    utl::Event mGo{0, 0};
+    utl::Event mGo{utl::Event::INITIALLY_OFF, utl::Event::ONE_WAY};
 };
 
 TEST_F(StartMemory, OfAThread_IsHadBeforeThereIsAThread) {
@@ -132,7 +132,7 @@ TEST_F(StartMemory, OfAThread_ThatFails_LeavesAThreadThatCanBeStarted) {
         FailingAllocation const failing(1);
         EXPECT_THROW(thread.start(), std::bad_alloc);
     }
-    EXPECT_FALSE(thread.hasDone(0));
+    EXPECT_FALSE(thread.hasDone(utl::Thread::STARTED));
     EXPECT_FALSE(thread.isRunning());
     EXPECT_EQ(thread.start(), 0);
     EXPECT_TRUE(thread.isRunning());

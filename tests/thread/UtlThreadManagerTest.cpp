@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "TestHooks.h"
@@ -50,6 +51,23 @@ std::string lineOf(char const* prefix, char const* format, int id, int osValue, 
 std::string numbered(char const* before, int id, std::string const& behind) {
     return before + std::to_string(id) + behind;
 }
+
+static_assert(Entry::STARTED_HERE == 0 && Entry::FOREIGN == 1);
+static_assert(ThreadManager::NO_ID == 0 && ThreadManager::CALLER == 0);
+
+static_assert(noexcept(ThreadManager::getIfCreated()) && noexcept(ThreadManager::getCallerId()));
+static_assert(noexcept(std::declval<ThreadManager&>().isThreadExist(0)));
+static_assert(noexcept(std::declval<ThreadManager&>().isThreadActive(0)));
+static_assert(noexcept(std::declval<ThreadManager&>().isActive(0)));
+static_assert(noexcept(std::declval<ThreadManager&>().getPriority(0, nullptr)));
+static_assert(noexcept(std::declval<ThreadManager&>().findName(0)));
+static_assert(noexcept(std::declval<ThreadManager&>().getName(0)));
+static_assert(noexcept(std::declval<ThreadManager&>().enableRegistrationLog()));
+static_assert(noexcept(std::declval<ThreadManager&>().printThreadInfo(0)));
+static_assert(noexcept(std::declval<ThreadManager&>().isRegisteredWatchdog()));
+static_assert(noexcept(std::declval<ThreadManager&>().isWatchingWatchdog()));
+static_assert(noexcept(std::declval<Entry&>().toStop()) && noexcept(std::declval<Entry&>().isActive()));
+static_assert(noexcept(std::declval<Entry&>().isControllable()));
 
 // The instance.
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <utility>
 
 namespace {
 
@@ -23,6 +24,16 @@ constexpr Row ROWS[] = {
     {ThreadPriority::LOW, 2, "LOW"},
     {ThreadPriority::IDLE, 3, "IDLE"},
 };
+
+static_assert(noexcept(ThreadPriority(ThreadPriority::LOW)));
+static_assert(noexcept(std::declval<ThreadPriority&>() = ThreadPriority::LOW));
+static_assert(noexcept(std::declval<ThreadPriority&>().value(ThreadPriority::LOW)));
+static_assert(noexcept(std::declval<ThreadPriority&>().value()));
+static_assert(noexcept(std::declval<ThreadPriority&>().label()));
+static_assert(noexcept(std::declval<ThreadPriority&>().OsValue(0)));
+static_assert(noexcept(std::declval<ThreadPriority&>().OsValue()));
+static_assert(noexcept(std::declval<ThreadPriority&>() == std::declval<ThreadPriority&>()));
+static_assert(noexcept(std::declval<ThreadPriority&>() != std::declval<ThreadPriority&>()));
 
 ThreadPriority withOsValue(int osValue) {
     ThreadPriority priority;

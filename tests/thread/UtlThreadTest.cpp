@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "TestHooks.h"
@@ -41,7 +42,7 @@ class NotingThread : public Thread {
     explicit NotingThread(char const* name = "noting", int result = 0) : Thread(name), mResult(result) {}
     ~NotingThread() override {
         letAllGo();
-        stop(1, 0);
+        stop(Thread::AWAIT_END);
         leaveManagement();
     }
 
@@ -127,13 +128,25 @@ class NotingThread : public Thread {
     mutable std::mutex mMutex;
     std::string mCalls;
     std::string mSeen;
-    Event mInPre{0, 0};
-    Event mIn{0, 0};
-    Event mInPost{0, 0};
-    Event mPreGo{1, 0};
-    Event mGo{0, 0};
-    Event mPostGo{1, 0};
+    Event mInPre{Event::INITIALLY_OFF, Event::ONE_WAY};
+    Event mIn{Event::INITIALLY_OFF, Event::ONE_WAY};
+    Event mInPost{Event::INITIALLY_OFF, Event::ONE_WAY};
+    Event mPreGo{Event::INITIALLY_ON, Event::ONE_WAY};
+    Event mGo{Event::INITIALLY_OFF, Event::ONE_WAY};
+    Event mPostGo{Event::INITIALLY_ON, Event::ONE_WAY};
 };
+
+static_assert(Thread::WITHOUT_WATCHDOG == 0 && Thread::WITH_WATCHDOG == 1);
+static_assert(Thread::START_ONLY == 0 && Thread::AWAIT_READY == 1);
+static_assert(Thread::REQUEST_ONLY == 0 && Thread::AWAIT_END == 1);
+static_assert(Thread::STARTED == 0 && Thread::READY == 1 && Thread::STOP_REQUESTED == 2 &&
+              Thread::FINISHED == 3);
+
+static_assert(noexcept(std::declval<Thread&>().hasDone(0)));
+static_assert(noexcept(std::declval<Thread&>().hasRequestedStop()));
+static_assert(noexcept(std::declval<Thread&>().isRunning()));
+static_assert(noexcept(std::declval<Thread&>().getResult(nullptr)));
+static_assert(noexcept(std::declval<Thread&>().getId()) && noexcept(std::declval<Thread&>().getName()));
 
 using ThreadLife = utltest::WithManager;
 
@@ -152,7 +165,7 @@ TEST_F(ThreadLife, ANullName_IsAnEmptyOne) {
     Thread thread(nullptr);
     EXPECT_STREQ(thread.getName().buffer(), "");
     EXPECT_EQ(thread.start(), 0);
-    EXPECT_EQ(thread.waitTo(3), 0);
+    EXPECT_EQ(thread.waitTo(Thread::FINISHED), 0);
     EXPECT_TRUE(thread.leaveManagement());
 }
 
@@ -186,7 +199,7 @@ TEST_F(ThreadLife, Start_ByDefault_IsNotWatchedNormalAndReady) {
     restingWatchdog();
     NotingThread thread;
     EXPECT_EQ(thread.start(), 0);
-    EXPECT_TRUE(thread.hasDone(1));
+    EXPECT_TRUE(thread.hasDone(Thread::READY));
     EXPECT_FALSE(manager().isRegisteredWatchdog(thread.getId()));
     ThreadPriority priority;
     EXPECT_TRUE(thread.getPriority(&priority));
@@ -211,12 +224,12 @@ TEST_F(ThreadLife, Start_WaitingForReady_ReturnsWhenPreExecuteHas) {
     std::atomic<bool> returned{false};
     std::thread starter([&] {
         EXPECT_EQ(thread.start(0, 0, nullptr, 1, 0, ThreadPriority(), 0), 0);
-        EXPECT_TRUE(thread.hasDone(1));
+        EXPECT_TRUE(thread.hasDone(Thread::READY));
         returned = true;
     });
     thread.waitForPreExecute();
     EXPECT_FALSE(returned);
-    EXPECT_FALSE(thread.hasDone(1));
+    EXPECT_FALSE(thread.hasDone(Thread::READY));
     thread.letPreExecuteGo();
     starter.join();
 }
@@ -225,11 +238,11 @@ TEST_F(ThreadLife, Start_WaitingForReadyTooShort_TellsTheTimeOutAndTheThreadRuns
     NotingThread thread;
     thread.holdInPreExecute();
     EXPECT_EQ(thread.start(0, 0, nullptr, 1, 20), -2);
-    EXPECT_TRUE(thread.hasDone(0));
+    EXPECT_TRUE(thread.hasDone(Thread::STARTED));
     EXPECT_TRUE(thread.isRunning());
     EXPECT_EQ(thread.start(), -1);
     thread.letPreExecuteGo();
-    EXPECT_EQ(thread.waitTo(1), 0);
+    EXPECT_EQ(thread.waitTo(Thread::READY), 0);
 }
 
 TEST_F(ThreadLife, Start_NotWaitingForReady_ReturnsBeforePreExecuteHas) {
@@ -237,8 +250,8 @@ TEST_F(ThreadLife, Start_NotWaitingForReady_ReturnsBeforePreExecuteHas) {
         NotingThread thread;
         thread.holdInPreExecute();
         EXPECT_EQ(thread.start(0, 0, nullptr, waitReady, 1), 0);
-        EXPECT_TRUE(thread.hasDone(0));
-        EXPECT_FALSE(thread.hasDone(1));
+        EXPECT_TRUE(thread.hasDone(Thread::STARTED));
+        EXPECT_FALSE(thread.hasDone(Thread::READY));
     }
 }
 
@@ -270,7 +283,7 @@ TEST_F(ThreadLife, Start_RefusedByTheSystem_FailsAndMayBeTriedAgain) {
     hooks::threadCreate.failFrom(1, 1, EAGAIN, 0);
     EXPECT_EQ(thread.start(), -1);
     EXPECT_EQ(thread.getId(), 0);
-    EXPECT_FALSE(thread.hasDone(0));
+    EXPECT_FALSE(thread.hasDone(Thread::STARTED));
     EXPECT_EQ(log.lines(),
               std::vector<std::string>{"<UTIL> ERR: Thread Start Failed  Ret:11, PriOs:0, Name:refused"});
     EXPECT_EQ(thread.start(), 0);
@@ -303,9 +316,9 @@ TEST_F(ThreadLife, Start_WhoseRegistrationFails_LetsTheThreadRunToItsEnd) {
     hooks::threadCreate.replace(createWhileThePlaceGoes);
     EXPECT_EQ(thread.start(), -1);
     EXPECT_EQ(thread.getId(), 0);
-    EXPECT_FALSE(thread.hasDone(0));
+    EXPECT_FALSE(thread.hasDone(Thread::STARTED));
     EXPECT_EQ(log.lines().size(), 1U);
-    while (!thread.hasDone(3)) {
+    while (!thread.hasDone(Thread::FINISHED)) {
         std::this_thread::yield();
     }
     EXPECT_EQ(thread.calls(), "pre execute post ");
@@ -356,18 +369,18 @@ TEST_F(ThreadMilestone, ANumberOutsideTheTable_IsNeverDoneAndCannotBeWaitedFor) 
 
 TEST_F(ThreadMilestone, OfAThreadNotYetStarted_StopAndFinishCannotBeWaitedFor) {
     NotingThread thread;
-    EXPECT_EQ(thread.waitTo(2, 0), -1);
-    EXPECT_EQ(thread.waitTo(3, 0), -1);
+    EXPECT_EQ(thread.waitTo(Thread::STOP_REQUESTED, 0), -1);
+    EXPECT_EQ(thread.waitTo(Thread::FINISHED, 0), -1);
 }
 
 TEST_F(ThreadMilestone, OfAThreadNotYetStarted_StartAndReadyAreWaitedFor) {
     NotingThread thread;
-    EXPECT_EQ(thread.waitTo(0, 20), -2);
-    EXPECT_EQ(thread.waitTo(1, 20), -2);
+    EXPECT_EQ(thread.waitTo(Thread::STARTED, 20), -2);
+    EXPECT_EQ(thread.waitTo(Thread::READY, 20), -2);
     std::thread waiter([&thread] {
-        EXPECT_EQ(thread.waitTo(0, 0), 0);
-        EXPECT_EQ(thread.waitTo(1, 0), 0);
-        EXPECT_TRUE(thread.hasDone(1));
+        EXPECT_EQ(thread.waitTo(Thread::STARTED, 0), 0);
+        EXPECT_EQ(thread.waitTo(Thread::READY, 0), 0);
+        EXPECT_TRUE(thread.hasDone(Thread::READY));
     });
     EXPECT_EQ(thread.start(), 0);
     waiter.join();
@@ -376,13 +389,13 @@ TEST_F(ThreadMilestone, OfAThreadNotYetStarted_StartAndReadyAreWaitedFor) {
 TEST_F(ThreadMilestone, ReachedMilestones_AreWaitedForInNoTime) {
     NotingThread thread;
     EXPECT_EQ(thread.start(), 0);
-    EXPECT_EQ(thread.stop(0, 0), 0);
+    EXPECT_EQ(thread.stop(Thread::REQUEST_ONLY), 0);
     for (int milestone : {0, 1, 2}) {
         EXPECT_EQ(thread.waitTo(milestone, 0), 0) << milestone;
         EXPECT_EQ(thread.waitTo(milestone, 1), 0) << milestone;
     }
     thread.end();
-    EXPECT_EQ(thread.waitTo(3, 1), 0);
+    EXPECT_EQ(thread.waitTo(Thread::FINISHED, 1), 0);
     for (int milestone : {0, 1, 2, 3}) {
         EXPECT_TRUE(thread.hasDone(milestone)) << milestone;
     }
@@ -391,8 +404,8 @@ TEST_F(ThreadMilestone, ReachedMilestones_AreWaitedForInNoTime) {
 TEST_F(ThreadMilestone, OfARunningThread_StopAndFinishAreWaitedForAsLongAsTold) {
     NotingThread thread;
     EXPECT_EQ(thread.start(), 0);
-    EXPECT_EQ(thread.waitTo(2, 20), -2);
-    EXPECT_EQ(thread.waitTo(3, 20), -2);
+    EXPECT_EQ(thread.waitTo(Thread::STOP_REQUESTED, 20), -2);
+    EXPECT_EQ(thread.waitTo(Thread::FINISHED, 20), -2);
 }
 
 TEST_F(ThreadMilestone, AWait_BelievesNoWakeUpThatHasNoCause) {
@@ -400,8 +413,8 @@ TEST_F(ThreadMilestone, AWait_BelievesNoWakeUpThatHasNoCause) {
     NotingThread thread;
     hooks::condWait.failFrom(1, 5, 0, 0);
     std::thread waiter([&thread] {
-        EXPECT_EQ(thread.waitTo(1, 0), 0);
-        EXPECT_TRUE(thread.hasDone(1));
+        EXPECT_EQ(thread.waitTo(Thread::READY, 0), 0);
+        EXPECT_TRUE(thread.hasDone(Thread::READY));
     });
     while (hooks::condWait.calls() < 6) {
         std::this_thread::yield();
@@ -418,7 +431,7 @@ TEST_F(ThreadMilestone, InPostExecute_TheThreadHasNotFinishedAndHasNoResult) {
     thread.letExecuteGo();
     thread.waitForPostExecute();
     unsigned int result = 1234;
-    EXPECT_FALSE(thread.hasDone(3));
+    EXPECT_FALSE(thread.hasDone(Thread::FINISHED));
     EXPECT_FALSE(thread.getResult(&result));
     EXPECT_EQ(result, 1234U);
 }
@@ -446,8 +459,8 @@ class HeldEnd {
   private:
     static inline std::atomic<int> sThreadId{0};
     static inline std::atomic<int> sLocks{0};
-    static inline Event sReached{0, 0};
-    static inline Event sGo{0, 0};
+    static inline Event sReached{Event::INITIALLY_OFF, Event::ONE_WAY};
+    static inline Event sGo{Event::INITIALLY_OFF, Event::ONE_WAY};
 };
 
 TEST_F(ThreadMilestone, Finished_WaitsForTheEndAsWell) {
@@ -460,12 +473,12 @@ TEST_F(ThreadMilestone, Finished_WaitsForTheEndAsWell) {
     HeldEnd end(thread.getId());
     thread.letPostExecuteGo();
     end.waitUntilReached();
-    EXPECT_FALSE(thread.hasDone(3));
+    EXPECT_FALSE(thread.hasDone(Thread::FINISHED));
     EXPECT_TRUE(thread.isRunning());
     EXPECT_FALSE(thread.leaveManagement());
     end.letGo();
-    EXPECT_EQ(thread.waitTo(3), 0);
-    EXPECT_TRUE(thread.hasDone(3));
+    EXPECT_EQ(thread.waitTo(Thread::FINISHED), 0);
+    EXPECT_TRUE(thread.hasDone(Thread::FINISHED));
     EXPECT_TRUE(thread.leaveManagement());
 }
 
@@ -485,7 +498,7 @@ struct FixedCommand : utl::Command {
 
 unsigned int resultOf(Thread& thread) {
     EXPECT_EQ(thread.start(), 0);
-    EXPECT_EQ(thread.waitTo(3), 0);
+    EXPECT_EQ(thread.waitTo(Thread::FINISHED), 0);
     unsigned int result = 1234;
     EXPECT_TRUE(thread.getResult(&result));
     EXPECT_TRUE(thread.leaveManagement());
@@ -529,7 +542,7 @@ using ThreadStop = utltest::WithManager;
 
 TEST_F(ThreadStop, OfAThreadThatWasNotStarted_FailsWithoutEffect) {
     NotingThread thread;
-    EXPECT_EQ(thread.stop(1, 0), -1);
+    EXPECT_EQ(thread.stop(Thread::AWAIT_END), -1);
     EXPECT_FALSE(thread.hasRequestedStop());
     EXPECT_EQ(thread.stopRequests, 0);
 }
@@ -538,7 +551,7 @@ TEST_F(ThreadStop, OfAThreadThatHasFinished_FailsWithoutEffect) {
     NotingThread thread;
     EXPECT_EQ(thread.start(), 0);
     thread.end();
-    EXPECT_EQ(thread.stop(1, 0), -1);
+    EXPECT_EQ(thread.stop(Thread::AWAIT_END), -1);
     EXPECT_FALSE(thread.hasRequestedStop());
     EXPECT_EQ(thread.stopRequests, 0);
 }
@@ -554,7 +567,7 @@ TEST_F(ThreadStop, OfAThreadInItsLastStep_RequestsAndWaitsAsTold) {
     HeldEnd end(thread->getId());
     thread->letPostExecuteGo();
     end.waitUntilReached();
-    EXPECT_EQ(thread->stop(0, 0), 0);
+    EXPECT_EQ(thread->stop(Thread::REQUEST_ONLY), 0);
     EXPECT_EQ(thread->stop(1, 300), -2);
     EXPECT_EQ(thread->stopRequests, 2);
     EXPECT_TRUE(thread->hasRequestedStop());
@@ -570,7 +583,7 @@ TEST_F(ThreadStop, OfThreadsThatEndByThemselves_LeavesNoPlaceBehind) {
     struct Short : Thread {
         Short() : Thread("short") {}
         ~Short() override {
-            stop(1, 0);
+            stop(Thread::AWAIT_END);
             EXPECT_TRUE(leaveManagement());
         }
 
@@ -591,7 +604,7 @@ TEST_F(ThreadLife, AThreadThatLeavesTheWatchdogAtOnce_KeepsNoPlaceThere) {
     for (int i = 0; i < 300; ++i) {
         Thread thread("leaving", &command);
         ASSERT_EQ(thread.start(1, 1000, nullptr, 0), 0);
-        ASSERT_EQ(thread.waitTo(3), 0);
+        ASSERT_EQ(thread.waitTo(Thread::FINISHED), 0);
         unsigned int left = 0;
         EXPECT_TRUE(thread.getResult(&left));
         EXPECT_EQ(left, 1U);
@@ -606,20 +619,20 @@ TEST_F(ThreadStop, OfAThreadThatLeavesByPthreadExit_SeesItsEnd) {
     } command;
     Thread thread("leaving", &command);
     ASSERT_EQ(thread.start(), 0);
-    EXPECT_EQ(thread.waitTo(3), 0);
+    EXPECT_EQ(thread.waitTo(Thread::FINISHED), 0);
     EXPECT_FALSE(thread.isRunning());
-    EXPECT_FALSE(thread.hasDone(3)) << "it has not finished";
+    EXPECT_FALSE(thread.hasDone(Thread::FINISHED)) << "it has not finished";
     EXPECT_TRUE(thread.leaveManagement());
 }
 
 TEST_F(ThreadStop, WithoutWaiting_ReturnsWhileTheThreadRunsOn) {
     NotingThread thread;
     EXPECT_EQ(thread.start(), 0);
-    EXPECT_EQ(thread.stop(0, 0), 0);
+    EXPECT_EQ(thread.stop(Thread::REQUEST_ONLY), 0);
     EXPECT_EQ(thread.stop(2, 0), 0);
     EXPECT_TRUE(thread.isRunning());
     EXPECT_TRUE(thread.hasRequestedStop());
-    EXPECT_TRUE(thread.hasDone(2));
+    EXPECT_TRUE(thread.hasDone(Thread::STOP_REQUESTED));
     EXPECT_EQ(thread.stopRequests, 2);
     EXPECT_EQ(thread.stopRequestedBy, kernelId());
 }
@@ -648,11 +661,11 @@ TEST_F(ThreadStop, ByDefault_WaitsForTheEnd) {
         void requestStop() override { mGo.setOn(); }
 
       private:
-        Event mGo{0, 0};
+        Event mGo{Event::INITIALLY_OFF, Event::ONE_WAY};
     } thread;
     EXPECT_EQ(thread.start(), 0);
     EXPECT_EQ(thread.stop(), 0);
-    EXPECT_TRUE(thread.hasDone(3));
+    EXPECT_TRUE(thread.hasDone(Thread::FINISHED));
     EXPECT_FALSE(thread.isRunning());
 }
 
@@ -672,7 +685,7 @@ TEST_F(ThreadStop, TakesTheThreadFromTheWatchdogAndReachesTheMilestoneBeforeItRe
     restingWatchdog();
     EXPECT_EQ(thread.start(1, 1000, nullptr), 0);
     EXPECT_TRUE(manager().isRegisteredWatchdog(thread.getId()));
-    EXPECT_EQ(thread.stop(0, 0), 0);
+    EXPECT_EQ(thread.stop(Thread::REQUEST_ONLY), 0);
     EXPECT_FALSE(thread.wasRegistered);
     EXPECT_TRUE(thread.hadRequested);
 }
@@ -682,7 +695,7 @@ TEST_F(ThreadStop, WaitsUntilAStartHasReturned) {
     thread.holdInPreExecute();
     std::thread starter([&thread] { EXPECT_EQ(thread.start(), 0); });
     thread.waitForPreExecute();
-    std::thread stopper([&thread] { EXPECT_EQ(thread.stop(0, 0), 0); });
+    std::thread stopper([&thread] { EXPECT_EQ(thread.stop(Thread::REQUEST_ONLY), 0); });
     for (int i = 0; i < 100; ++i) {
         EXPECT_EQ(thread.stopRequests, 0);
         std::this_thread::yield();
@@ -696,10 +709,10 @@ TEST_F(ThreadStop, WaitsUntilAStartHasReturned) {
 TEST_F(ThreadStop, WhileItWaits_OthersMayAskAndStop) {
     NotingThread thread;
     EXPECT_EQ(thread.start(), 0);
-    std::thread stopper([&thread] { EXPECT_EQ(thread.stop(1, 0), 0); });
-    EXPECT_EQ(thread.waitTo(2, 0), 0);
-    EXPECT_FALSE(thread.hasDone(3));
-    EXPECT_EQ(thread.stop(0, 0), 0);
+    std::thread stopper([&thread] { EXPECT_EQ(thread.stop(Thread::AWAIT_END), 0); });
+    EXPECT_EQ(thread.waitTo(Thread::STOP_REQUESTED, 0), 0);
+    EXPECT_FALSE(thread.hasDone(Thread::FINISHED));
+    EXPECT_EQ(thread.stop(Thread::REQUEST_ONLY), 0);
     thread.letAllGo();
     stopper.join();
 }
@@ -710,7 +723,7 @@ struct HeldCommand : utl::Command {
         mDone = true;
         return 0;
     }
-    Event mGo{0, 0};
+    Event mGo{Event::INITIALLY_OFF, Event::ONE_WAY};
     std::atomic<bool> mDone{false};
 };
 
@@ -723,7 +736,7 @@ TEST_F(ThreadStop, TheDestructor_WaitsForAThreadThatEndsByItself) {
         EXPECT_EQ(thread.start(), 0);
         id = thread.getId();
         releaser = std::thread([&thread, &command] {
-            EXPECT_EQ(thread.waitTo(2, 0), 0);  // the destructor has asked
+            EXPECT_EQ(thread.waitTo(Thread::STOP_REQUESTED, 0), 0);  // the destructor has asked
             command.mGo.setOn();
         });
     }
@@ -753,7 +766,7 @@ TEST_F(ThreadStop, OfAThreadWhoseIdIsAnotherThreadsNow_DoesNotWaitForThat) {
     int const id = thread->getId();
     EXPECT_TRUE(Access::storeEntry(id, Access::copyEntry(stranger.id())));
     EXPECT_TRUE(manager().isThreadActive(id));
-    EXPECT_EQ(thread->stop(1, 0), -1);
+    EXPECT_EQ(thread->stop(Thread::AWAIT_END), -1);
     EXPECT_FALSE(thread->hasRequestedStop());
     thread.reset();
     EXPECT_TRUE(manager().isThreadActive(id));
@@ -781,9 +794,9 @@ TEST_F(ThreadForward, AThreadThatHasLeft_StillKnowsItsEnd) {
     EXPECT_EQ(thread.start(), 0);
     thread.end();
     EXPECT_TRUE(thread.leaveManagement());
-    EXPECT_TRUE(thread.hasDone(3));
-    EXPECT_EQ(thread.waitTo(3, 0), -1);
-    EXPECT_EQ(thread.stop(1, 0), -1);
+    EXPECT_TRUE(thread.hasDone(Thread::FINISHED));
+    EXPECT_EQ(thread.waitTo(Thread::FINISHED, 0), -1);
+    EXPECT_EQ(thread.stop(Thread::AWAIT_END), -1);
     unsigned int result = 0;
     EXPECT_TRUE(thread.getResult(&result));
     EXPECT_EQ(result, 5U);
@@ -814,7 +827,7 @@ TEST_F(ThreadForward, SetPriority_IsTheThreadsOwnAffair) {
     hooks::setPriority.replace([](int, unsigned int, int) { return 0; });
     EXPECT_EQ(thread.start(), 0);
     EXPECT_FALSE(thread.setPriority(ThreadPriority(ThreadPriority::LOW)));
-    EXPECT_EQ(thread.waitTo(3), 0);
+    EXPECT_EQ(thread.waitTo(Thread::FINISHED), 0);
     EXPECT_TRUE(thread.set);
     EXPECT_EQ(thread.seen, static_cast<int>(ThreadPriority::IDLE));
     ThreadPriority priority;
@@ -859,8 +872,8 @@ TEST_F(ThreadForward, StartImpl_RunsTheStepsAndFreesTheCell) {
     thread.letAllGo();
     Thread::startImpl(new Thread*(&thread));
     EXPECT_EQ(thread.calls(), "pre execute post ");
-    EXPECT_TRUE(thread.hasDone(1));
-    EXPECT_TRUE(thread.hasDone(3));
+    EXPECT_TRUE(thread.hasDone(Thread::READY));
+    EXPECT_TRUE(thread.hasDone(Thread::FINISHED));
     unsigned int result = 0;
     EXPECT_TRUE(thread.getResult(&result));
     EXPECT_EQ(result, 5U);
@@ -955,7 +968,7 @@ TEST_F(ThreadLife, ManyThreadsAtOnce_CanBeStartedStoppedAndLeft) {
             NotingThread thread("busy", round);
             EXPECT_EQ(thread.start(0, 0, nullptr, round % 2), 0);
             EXPECT_TRUE(thread.isRunning());
-            EXPECT_EQ(thread.stop(0, 0), 0);
+            EXPECT_EQ(thread.stop(Thread::REQUEST_ONLY), 0);
             thread.end();
             unsigned int result = 0;
             EXPECT_TRUE(thread.getResult(&result));
@@ -976,8 +989,8 @@ TEST_F(ThreadLife, OneThread_CanBeUsedByManyAtOnce) {
     std::atomic<int> starts{0};
     auto const work = [&thread, &starts] {
         starts += thread.start() == 0 ? 1 : 0;
-        EXPECT_EQ(thread.waitTo(1), 0);
-        EXPECT_EQ(thread.stop(0, 0), 0);
+        EXPECT_EQ(thread.waitTo(Thread::READY), 0);
+        EXPECT_EQ(thread.stop(Thread::REQUEST_ONLY), 0);
         EXPECT_NE(thread.getId(), 0);
         EXPECT_TRUE(thread.hasRequestedStop());
         EXPECT_TRUE(thread.isRunning());

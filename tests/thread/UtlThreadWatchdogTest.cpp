@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "TestHooks.h"
@@ -29,6 +30,17 @@ using utltest::TITLE;
 using Access = utltest::ThreadWatchdogAccess;
 using Lines = std::vector<std::string>;
 namespace hooks = utltest::hooks;
+
+static_assert(WatchdogInfo::NO_WATCH_INTERVAL == 0);
+
+static_assert(noexcept(StatementInfo("", "", 0, 0)));
+static_assert(noexcept(StatementInfo::INVALID == StatementInfo::INVALID));
+static_assert(noexcept(StatementInfo::INVALID != StatementInfo::INVALID));
+static_assert(noexcept(WatchdogInfo::INVALID == WatchdogInfo::INVALID));
+static_assert(noexcept(WatchdogInfo::INVALID != WatchdogInfo::INVALID));
+static_assert(noexcept(std::declval<ThreadWatchdog&>().isRegistered(0)));
+static_assert(noexcept(std::declval<ThreadWatchdog&>().isWatching(0)));
+static_assert(noexcept(std::declval<ThreadWatchdog&>().findWatchdogInfo(0)));
 
 // A place in the source.
 

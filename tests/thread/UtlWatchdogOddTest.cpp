@@ -303,7 +303,7 @@ TEST_F(WatchdogThreadOdd, Destroy_WaitsForAListenerThatUsesTheManagerMeanwhile) 
         EXPECT_EQ(utl::ThreadManager::get(), before);
         EXPECT_TRUE(manager().isThreadActive(kernelId()));
         EXPECT_FALSE(manager().isThreadExist(NO_THREAD));
-        manager().isWatchingWatchdog(NO_THREAD);
+        static_cast<void>(manager().isWatchingWatchdog(NO_THREAD));
         returned = true;
     };
     EXPECT_TRUE(manager().setWatchdogWatchInterval(1));

@@ -6,8 +6,8 @@
 namespace utl {
 
 /// Waits until `isOver()` is true, for something short that nobody can announce, such as the end of a signal
-/// handler. It yields at first and sleeps then: where the caller's priority is real-time, what it waits for
-/// may not get the processor otherwise.
+/// handler. It yields at first. After that it sleeps, because a caller of real-time priority may keep the
+/// processor from what it waits for.
 template <typename PREDICATE>
 void waitBriefly(PREDICATE isOver) {
     constexpr unsigned int YIELDS = 100;

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "UtlSyncObject.h"
+#include "UtlThread.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
 #include "internal/base/UtlSavedErrno.h"
@@ -16,28 +18,25 @@ inline void reportIfRegistered(StatementInfo const& place) {
     }
 }
 
-/// Reports that the calling thread is alive, at position 1 of a statement when the scope begins and at
-/// position 2 when it ends; *one owner thread*. A thread that blocks in between shows in the watchdog's
-/// report where it stands. `errno` is left as it was, so that it can be looked at behind the scope.
+/// Reports that the calling thread is alive, before a call when the scope begins and after it when the scope
+/// ends; *one owner thread*. The watchdog's report shows where a thread stands that blocks in between.
+/// `errno` is left as it was, so that it can be looked at after the scope.
 class [[nodiscard]] KeepAliveBracket {
   public:
     /// The texts must be literals; `file` is the source's name without its ending, as in
     /// "source/UtlThreadManager".
     KeepAliveBracket(char const* file, char const* function, unsigned int line)
         : mFile(file), mFunction(function), mLine(line) {
-        report(1);
+        report(StatementInfo::BEFORE_CALL);
     }
-    ~KeepAliveBracket() { report(2); }
+    ~KeepAliveBracket() { report(StatementInfo::AFTER_CALL); }
     KeepAliveBracket(KeepAliveBracket const&) = delete;
     KeepAliveBracket& operator=(KeepAliveBracket const&) = delete;
 
   private:
     void report(unsigned int sub) const {
         SavedErrno const errnoOfTheCall;
-        ThreadManager* const manager = ThreadManager::getOrNull();
-        if (manager != nullptr) {
-            manager->keepAliveWatchdog(StatementInfo(mFile, mFunction, mLine, sub));
-        }
+        Thread::keepAliveWatchdog(StatementInfo(mFile, mFunction, mLine, sub));
     }
 
     char const* const mFile;
@@ -45,11 +44,28 @@ class [[nodiscard]] KeepAliveBracket {
     unsigned int const mLine;
 };
 
-/// Gives what `call()` gives, called inside a `KeepAliveBracket`.
+/// Returns what `call()` returns, called inside a `KeepAliveBracket`.
 template <typename CALL>
 decltype(auto) keepAliveAround(char const* file, char const* function, unsigned int line, CALL&& call) {
     KeepAliveBracket const bracket(file, function, line);
     return std::forward<CALL>(call)();
 }
+
+/// Holds a lock from its construction to the end of its scope; *one owner thread*. The watchdog's report
+/// shows a thread that has to wait for the lock.
+class [[nodiscard]] WatchedGuard {
+  public:
+    /// Names the place as `KeepAliveBracket` does. The bracket ends as soon as the lock is held.
+    WatchedGuard(SyncObjectBase const& lock, char const* file, char const* function, unsigned int line)
+        : mLock(lock) {
+        keepAliveAround(file, function, line, [&lock] { return lock.lock(); });
+    }
+    ~WatchedGuard() { mLock.unlock(); }
+    WatchedGuard(WatchedGuard const&) = delete;
+    WatchedGuard& operator=(WatchedGuard const&) = delete;
+
+  private:
+    SyncObjectBase const& mLock;
+};
 
 }  // namespace utl
