@@ -8,7 +8,6 @@
 #include "internal/text/UtlCharDecoder.h"
 #include "internal/text/UtlCharKind.h"
 #include "internal/text/UtlPairIndex.h"
-#include "internal/text/UtlRowMatch.h"
 
 namespace utl {
 
@@ -21,12 +20,12 @@ class PairReader {
         : mTable(table), mIndex(findPairIndex(table, isToLeft)), mIsToLeft(isToLeft) {}
 
     /// True for a table of the library, whose forms are well-formed and of up to `PairIndex::MAX_BYTES`.
-    bool isLibrarys() const { return mIndex != nullptr; }
+    bool isBuiltIn() const { return mIndex != nullptr; }
 
     /// The first row whose looked-for form `text` begins with, and the length of that form; null if there is
     /// none.
     PairAttrib const* find(char const* text, unsigned int* bytes) const {
-        return isLibrarys() ? findByIndex(text, bytes) : findInTurn(text, bytes);
+        return isBuiltIn() ? findByIndex(text, bytes) : findInTurn(text, bytes);
     }
 
     /// What stands in the place of the form that was found.
@@ -40,7 +39,7 @@ class PairReader {
         unsigned int run = 0;
         for (unsigned int bytes = charBytes(text); isCharacter(bytes); bytes = charBytes(text + run)) {
             run += bytes;
-            if (!isLibrarys() || mIndex->firstRow[charSlot(text + run)] != PairIndex::NO_ROW) {
+            if (!isBuiltIn() || mIndex->firstRow[charSlot(text + run)] != PairIndex::NO_ROW) {
                 break;
             }
         }
@@ -86,8 +85,8 @@ class PieceWriter {
           mLastPlain(dst != nullptr && dstSize > PairIndex::MAX_BYTES ? dstSize - PairIndex::MAX_BYTES : 0) {}
 
     /// Adds a form of a pair table; false if that fails.
-    bool addForm(char const* form, bool isLibrarys) {
-        if (!isLibrarys || mUsed > mLastPlain) {
+    bool addForm(char const* form, bool isBuiltIn) {
+        if (!isBuiltIn || mUsed > mLastPlain) {
             return add(form, INVALID_SIZE);
         }
         char* end = mDst + mUsed - 1;
@@ -155,7 +154,7 @@ unsigned int convertText(PieceWriter& writer, char const* text, PairReader const
         bool isAdded = false;
         PairAttrib const* const row = pairs.find(text, &bytes);
         if (row != nullptr) {
-            isAdded = writer.addForm(pairs.replacement(*row), pairs.isLibrarys());
+            isAdded = writer.addForm(pairs.replacement(*row), pairs.isBuiltIn());
         } else {
             bytes = pairs.bytesWithoutRow(text);
             if (bytes == 0) {

@@ -4,7 +4,6 @@
 #include "UtlWorkingBuffer.h"
 #include "internal/text/UtlCharDecoder.h"
 #include "internal/text/UtlCharKind.h"
-#include "internal/text/UtlRowMatch.h"
 
 namespace utl {
 

@@ -3,8 +3,9 @@
 #include <cstring>
 #include <cwchar>
 
+#include "internal/base/UtlSetIfGiven.h"
 #include "internal/text/UtlCharDecoder.h"
-#include "internal/text/UtlCharSetOutput.h"
+#include "internal/text/UtlCharSetLoop.h"
 #include "internal/text/UtlSjisTable.h"
 #include "internal/text/UtlUtf8Triple.h"
 
@@ -25,13 +26,13 @@ constexpr bool isMark(unsigned short unit) {
 
 /// Puts the bytes of a unit that is no mark.
 template <typename OUTPUT>
-UTL_EACH_CHAR inline Step putUtf8(OUTPUT* output, unsigned short unit) {
-    return putSequence(unit, [output](auto... bytes) UTL_EACH_CHAR_LAMBDA { return output->put(bytes...); });
+UTL_ALWAYS_INLINE inline Step putUtf8(OUTPUT* output, unsigned short unit) {
+    return putSequence(unit, [output](auto... bytes) UTL_ALWAYS_INLINE { return output->put(bytes...); });
 }
 
 /// Puts the unit of the sequence of `BYTES` bytes at `*text`, which moves on. A broken one ends the text.
 template <unsigned int BYTES, typename OUTPUT>
-UTL_EACH_CHAR inline Step putUnit(char const** text, OUTPUT* output) {
+UTL_ALWAYS_INLINE inline Step putUnit(char const** text, OUTPUT* output) {
     unsigned int const value = sequenceValue(*text, BYTES);
     if (value == INVALID_SIZE) {
         return Step::END;
@@ -93,14 +94,12 @@ unsigned int convertCharFromUtf16ToUtf8(char* dst, unsigned int dstSize, unsigne
         putUtf8(&output, code);
         return output.result();
     }
-    if (bomKind != nullptr) {
-        *bomKind = code == BYTE_ORDER_MARK ? 1 : 2;
-    }
+    setIfGiven(bomKind, code == BYTE_ORDER_MARK ? 1 : 2);
     return 0;
 }
 
 unsigned int convertStrFromUtf16ToUtf8(char* dst, unsigned int dstSize, unsigned short const* src) {
-    return convertText(dst, dstSize, src, [](unsigned short unit, auto* output) UTL_EACH_CHAR_LAMBDA {
+    return convertText(dst, dstSize, src, [](unsigned short unit, auto* output) UTL_ALWAYS_INLINE {
         return isMark(unit) ? Step::FAILED : putUtf8(output, unit);
     });
 }
@@ -110,7 +109,7 @@ unsigned int convertCharFromUtf8ToUtf16(unsigned short* dst, char const* src, un
     if (dst == nullptr || !isCharacter(bytes)) {
         return INVALID_SIZE;
     }
-    tellCovered(bytes, consumed);
+    setIfGiven(consumed, bytes);
     if (bytes > 3) {
         return INVALID_SIZE;
     }
@@ -120,7 +119,7 @@ unsigned int convertCharFromUtf8ToUtf16(unsigned short* dst, char const* src, un
 
 unsigned int convertStrFromUtf8ToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) {
     return convertText(dst, dstSize, src,
-                       [](char const** text, char const* end, auto* output) UTL_EACH_CHAR_LAMBDA {
+                       [](char const** text, char const* end, auto* output) UTL_ALWAYS_INLINE {
                            Utf8Triple const triple(*text, end);
                            if (triple.isWhole() && triple.value() >= 0x800) {
                                *text += 3;

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "UtlWorkingBuffer.h"
+#include "internal/base/UtlSetIfGiven.h"
 #include "internal/text/UtlCharDecoder.h"
 #include "internal/text/UtlStringSearch.h"
 
@@ -104,17 +105,13 @@ unsigned int t_charlen(T const* text, bool* isBom) {
         return 0;
     }
     unsigned int const bytes = charBytes(text);
-    if (isBom != nullptr) {
-        *isBom = isByteOrderMark(text, bytes);
-    }
+    setIfGiven(isBom, isByteOrderMark(text, bytes));
     return bytes;
 }
 
 template <typename T>
 unsigned int strCharBytesBase(T const* text, bool* isBom) {
-    if (isBom != nullptr) {
-        *isBom = false;
-    }
+    setIfGiven(isBom, false);
     unsigned int const bytes = t_charlen(text, isBom);
     return bytes == INVALID_SIZE && isCharStart(*text) ? 0 : bytes;
 }

@@ -4,6 +4,7 @@
 
 #include <tuple>
 
+#include "internal/base/UtlSetIfGiven.h"
 #include "internal/thread/UtlKeepAlive.h"
 
 namespace utl {
@@ -88,20 +89,15 @@ bool Time::get(unsigned short* year, unsigned short* month, unsigned short* day,
     if (!isValid()) {
         return false;
     }
-    auto const put = [](unsigned short* place, unsigned short value) {
-        if (place != nullptr) {
-            *place = value;
-        }
-    };
-    put(year, mYear);
-    put(month, mMonth);
-    put(day, mDay);
-    put(hour, mHour);
-    put(minute, mMinute);
-    put(second, mSecond);
-    put(millisecond, mMillisecond);
-    put(microsecond, mMicrosecond);
-    put(nanosecond, mNanosecond);
+    setIfGiven(year, mYear);
+    setIfGiven(month, mMonth);
+    setIfGiven(day, mDay);
+    setIfGiven(hour, mHour);
+    setIfGiven(minute, mMinute);
+    setIfGiven(second, mSecond);
+    setIfGiven(millisecond, mMillisecond);
+    setIfGiven(microsecond, mMicrosecond);
+    setIfGiven(nanosecond, mNanosecond);
     return true;
 }
 

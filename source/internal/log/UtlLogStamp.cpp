@@ -42,7 +42,7 @@ LogStampCache<StampEntry> gLastEntry;
 // Local time in the fixed form of `ctime_r`. Where that fails, `text` holds what it left behind: nothing, or
 // beyond the year 9999 a text whose end is cut off, which still gives a good stamp.
 template <std::size_t SIZE>
-void wordSecond(time_t seconds, char (&text)[SIZE]) {
+void formatSecond(time_t seconds, char (&text)[SIZE]) {
     static_assert(SIZE >= sizeof(StampEntry::text));
     tm local{};
     StampEntry entry;
@@ -52,8 +52,8 @@ void wordSecond(time_t seconds, char (&text)[SIZE]) {
         std::memcpy(text, entry.text, sizeof(entry.text));
         return;
     }
-    bool const isWorded = ctime_r(&seconds, text) != nullptr;
-    if (isKeyKnown && isWorded && std::strlen(text) < sizeof(entry.text)) {
+    bool const isFormatted = ctime_r(&seconds, text) != nullptr;
+    if (isKeyKnown && isFormatted && std::strlen(text) < sizeof(entry.text)) {
         entry.key = key;
         std::memcpy(entry.text, text, sizeof(entry.text));
         gLastEntry.store(entry);
@@ -76,7 +76,7 @@ LogStamp::LogStamp() {
     if (gettimeofday(&now, nullptr) != 0) {
         return;
     }
-    wordSecond(now.tv_sec, mText);
+    formatSecond(now.tv_sec, mText);
     // The decimals take the place of the year and of the line feed behind it; the weekday goes.
     char* const lastBlank = std::strrchr(mText, ' ');
     if (lastBlank == nullptr) {

@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "internal/text/UtlCharDecoder.h"
-#include "internal/text/UtlEachChar.h"
 #include "internal/text/UtlUtf8Triple.h"
 
 namespace utl {
@@ -103,7 +102,7 @@ struct SjisChar {
     SjisRecord const* mpRecord;  ///< `UNMAPPED_SJIS` for a literal, too
 };
 
-UTL_EACH_CHAR inline SjisRecord const* sjisDouble(unsigned int lead, unsigned int trail) {
+UTL_ALWAYS_INLINE inline SjisRecord const* sjisDouble(unsigned int lead, unsigned int trail) {
     unsigned int const column = trail - SJIS_TRAIL_MIN;
     if (column >= SJIS_TRAIL_COUNT) {
         return &UNMAPPED_SJIS;
@@ -113,7 +112,7 @@ UTL_EACH_CHAR inline SjisRecord const* sjisDouble(unsigned int lead, unsigned in
 }
 
 /// The character at `text`, which a terminator ends.
-UTL_EACH_CHAR inline SjisChar sjisCharAt(char const* text) {
+UTL_ALWAYS_INLINE inline SjisChar sjisCharAt(char const* text) {
     auto const first = static_cast<unsigned char>(text[0]);
     unsigned int const lead = SJIS_INDEX.mSjisLeads[first];
     if (lead != 0) {
@@ -135,13 +134,13 @@ constexpr unsigned int UNMAPPED_UTF16 = 0x203B;
 
 /// What UTF-8 text holds for a character that is no literal, as a number; 0 for a double-byte code without a
 /// row, which callers can tell from all others by that.
-UTL_EACH_CHAR inline unsigned int utf8InText(SjisChar const& character) {
+UTL_ALWAYS_INLINE inline unsigned int utf8InText(SjisChar const& character) {
     unsigned int const utf8 = character.mpRecord->mUtf8;
     return utf8 == 0 && character.mKind == SjisKind::KANA ? UNMAPPED_KANA : utf8;
 }
 
 /// What UTF-16 text holds for a character that is no literal.
-UTL_EACH_CHAR inline unsigned int utf16InText(SjisChar const& character) {
+UTL_ALWAYS_INLINE inline unsigned int utf16InText(SjisChar const& character) {
     unsigned int const unit = character.mpRecord->mUtf16;
     return unit != 0 ? unit : character.mKind == SjisKind::KANA ? UNMAPPED_KANA : UNMAPPED_UTF16;
 }
@@ -154,17 +153,17 @@ struct Utf8Char {
 };
 
 /// A key of `bytes` bytes as its first one says, but the others do not follow.
-UTL_EACH_CHAR inline Utf8Char brokenUtf8At(char const* text, unsigned int bytes) {
+UTL_ALWAYS_INLINE inline Utf8Char brokenUtf8At(char const* text, unsigned int bytes) {
     return {false, boundedLength(text, bytes), 0};
 }
 
-UTL_EACH_CHAR inline unsigned int sjisInBlock(unsigned int block, unsigned int last) {
+UTL_ALWAYS_INLINE inline unsigned int sjisInBlock(unsigned int block, unsigned int last) {
     unsigned int const row = SJIS_INDEX.mUtf8Rows[SJIS_INDEX.mUtf8Blocks[block] + last];
     return row != 0 ? SJIS_TABLES.Utf8ToSjisTable[row - 1].mSjis : 0U;
 }
 
 /// The character at `text`, which a terminator ends.
-UTL_EACH_CHAR inline Utf8Char utf8CharAt(char const* text) {
+UTL_ALWAYS_INLINE inline Utf8Char utf8CharAt(char const* text) {
     auto const first = static_cast<unsigned char>(text[0]);
     unsigned int const lead = SJIS_INDEX.mUtf8Leads[first];
     if (lead == 0) {
@@ -179,7 +178,7 @@ UTL_EACH_CHAR inline Utf8Char utf8CharAt(char const* text) {
 }
 
 /// The same where the end of the text is known, which makes the usual character cheaper.
-UTL_EACH_CHAR inline Utf8Char utf8CharAt(char const* text, char const* end) {
+UTL_ALWAYS_INLINE inline Utf8Char utf8CharAt(char const* text, char const* end) {
     Utf8Triple const triple(text, end);
     unsigned int const lead = triple.isWhole() ? SJIS_INDEX.mUtf8Leads[triple.first()] : 0U;
     return lead != 0 ? Utf8Char{false, 3, sjisInBlock(lead + triple.second(), triple.third())}

@@ -1,15 +1,10 @@
 #pragma once
 
 #include "UtlString.h"
+#include "internal/base/UtlSetIfGiven.h"
 #include "internal/text/UtlCharDecoder.h"
 
 namespace utl {
-
-inline void setIfGiven(unsigned int* out, unsigned int value) {
-    if (out != nullptr) {
-        *out = value;
-    }
-}
 
 /// `t_strstr` from the first character that starts at or after `start`. `*next`, if given, becomes the offset
 /// behind the match; `INVALID_SIZE` if there is none or `sub` is empty. A `start` beyond the end gives

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "internal/text/UtlEachChar.h"
+#include "internal/text/UtlCharDecoder.h"
 
 namespace utl {
 
@@ -12,7 +12,7 @@ namespace utl {
 class Utf8Triple {
   public:
     /// `end` is that of the whole text.
-    UTL_EACH_CHAR Utf8Triple(char const* text, char const* end) {
+    UTL_ALWAYS_INLINE Utf8Triple(char const* text, char const* end) {
         if (end - text >= 3) {
             std::memcpy(&mBytes, text, sizeof(mBytes));
         }
@@ -20,7 +20,7 @@ class Utf8Triple {
 
     /// True for a first byte that calls for two more, and two that continue a sequence. It may be longer than
     /// its value needs.
-    UTL_EACH_CHAR bool isWhole() const { return (mBytes & 0x00C0C0F0U) == 0x008080E0U; }
+    UTL_ALWAYS_INLINE bool isWhole() const { return (mBytes & 0x00C0C0F0U) == 0x008080E0U; }
 
     /// The first byte, and what the other two add to it.
     ///@{
