@@ -1,4 +1,4 @@
-// The code tables of Japanese text, and what they say of each character.
+// The code tables of Japanese text, and what they say about each character.
 
 #include "UtlCharAttrib.h"
 #include "internal/text/UtlCharKind.h"
@@ -8,7 +8,7 @@ namespace utl {
 
 #define UTL_CODE_TABLE(NAME, LIST) UTL_TEXT_TABLE(DualTypeImage, NAME, LIST)
 
-// --- ASCII and what stands in its place in full width
+// --- ASCII and what replaces it in full width
 
 UTL_CODE_TABLE(KAIGYO_TBL, "\r \n");
 UTL_CODE_TABLE(TAB_FF_TBL, "\t \v \f");
@@ -72,14 +72,14 @@ UTL_CODE_TABLE(ZEN_DAKUTEN_TBL, "゛");
 UTL_CODE_TABLE(HAN_HANDAKUTEN_TBL, "ﾟ");
 UTL_CODE_TABLE(ZEN_HANDAKUTEN_TBL, "゜");
 
-// --- what the tables say of each character
+// --- what the tables say about each character
 
 namespace {
 
 using SlotMember = unsigned int CharKind::*;
 
 /// Sets `bit` in the member for every character that is a row of the table; a row of several characters is
-/// left out, since it says nothing of its first one alone.
+/// left out, since it says nothing about its first one alone.
 constexpr void mark(CharKinds* kinds, DualTypeImage const* table, SlotMember member, unsigned int bit) {
     for (DualTypeImage const* row = table; row->narrow != nullptr; ++row) {
         unsigned int const slot = charSlot(row->narrow);

@@ -7,7 +7,7 @@ namespace utl {
 
 namespace {
 
-/// Puts the bytes of a number, high byte first, without the leading zero bytes; 0 is one byte.
+/// Writes the bytes of a number, high byte first, without leading zero bytes; 0 is one byte.
 template <typename OUTPUT>
 UTL_ALWAYS_INLINE inline Step putNumber(OUTPUT* output, unsigned int number) {
     if (number >= 0x10000U) {
@@ -16,7 +16,7 @@ UTL_ALWAYS_INLINE inline Step putNumber(OUTPUT* output, unsigned int number) {
     return number >= 0x100U ? output->put(number >> 8U, number) : output->put(number);
 }
 
-/// A byte that stands for itself: the one case in which null takes room for the character.
+/// Stores a byte that stands for itself. Only here null counts as room for the character.
 unsigned int storeLiteral(char* dst, unsigned int dstSize, char literal) {
     if (dst != nullptr && dstSize != 0) {
         *dst = literal;
@@ -24,7 +24,7 @@ unsigned int storeLiteral(char* dst, unsigned int dstSize, char literal) {
     return 1;
 }
 
-/// A character that is no literal.
+/// Stores a character that is no literal.
 unsigned int storeNumber(char* dst, unsigned int dstSize, unsigned int number) {
     CharOutput output(dst, dstSize);
     putNumber(&output, number);
@@ -34,7 +34,7 @@ unsigned int storeNumber(char* dst, unsigned int dstSize, unsigned int number) {
 }  // namespace
 
 unsigned int convertCharFromUtf8ToSjis(char* dst, unsigned int dstSize, char const* src,
-                                       unsigned int* consumed) {
+                                       unsigned int* consumed) noexcept {
     if (src == nullptr) {
         return INVALID_SIZE;
     }
@@ -44,7 +44,7 @@ unsigned int convertCharFromUtf8ToSjis(char* dst, unsigned int dstSize, char con
                                 : storeNumber(dst, dstSize, character.mSjis);
 }
 
-unsigned int convertStrFromUtf8ToSjis(char* dst, unsigned int dstSize, char const* src) {
+unsigned int convertStrFromUtf8ToSjis(char* dst, unsigned int dstSize, char const* src) noexcept {
     return convertText(dst, dstSize, src,
                        [](char const** text, char const* end, auto* output) UTL_ALWAYS_INLINE {
                            Utf8Char const character = utf8CharAt(*text, end);
@@ -54,7 +54,7 @@ unsigned int convertStrFromUtf8ToSjis(char* dst, unsigned int dstSize, char cons
 }
 
 unsigned int convertCharFromSjisToUtf8(char* dst, unsigned int dstSize, char const* src,
-                                       unsigned int* consumed) {
+                                       unsigned int* consumed) noexcept {
     if (src == nullptr) {
         return INVALID_SIZE;
     }
@@ -64,7 +64,7 @@ unsigned int convertCharFromSjisToUtf8(char* dst, unsigned int dstSize, char con
                                                 : storeNumber(dst, dstSize, character.mpRecord->mUtf8);
 }
 
-unsigned int convertStrFromSjisToUtf8(char* dst, unsigned int dstSize, char const* src) {
+unsigned int convertStrFromSjisToUtf8(char* dst, unsigned int dstSize, char const* src) noexcept {
     return convertText(dst, dstSize, src, [](char const** text, char const*, auto* output) UTL_ALWAYS_INLINE {
         SjisChar const character = sjisCharAt(*text);
         auto const literal = static_cast<unsigned char>(**text);
@@ -74,7 +74,8 @@ unsigned int convertStrFromSjisToUtf8(char* dst, unsigned int dstSize, char cons
     });
 }
 
-unsigned int convertCharFromSjisToUtf16(unsigned short* dst, char const* src, unsigned int* consumed) {
+unsigned int convertCharFromSjisToUtf16(unsigned short* dst, char const* src,
+                                        unsigned int* consumed) noexcept {
     if (dst == nullptr || src == nullptr) {
         return INVALID_SIZE;
     }
@@ -85,7 +86,7 @@ unsigned int convertCharFromSjisToUtf16(unsigned short* dst, char const* src, un
     return isLiteral ? 2 : 1;
 }
 
-unsigned int convertStrFromSjisToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) {
+unsigned int convertStrFromSjisToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) noexcept {
     return convertText(dst, dstSize, src, [](char const** text, char const*, auto* output) UTL_ALWAYS_INLINE {
         SjisChar const character = sjisCharAt(*text);
         auto const literal = static_cast<unsigned char>(**text);

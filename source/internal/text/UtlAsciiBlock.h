@@ -7,11 +7,11 @@
 
 namespace utl {
 
-/// ASCII, which is the same in Shift-JIS and Unicode, passes in blocks of so many characters.
+/// ASCII, which is the same in Shift-JIS and Unicode, is copied in blocks of so many characters.
 constexpr unsigned int ASCII_BLOCK = 8;
 
-/// Eight bytes of text, of which those in front of the first that is not ASCII count. Where a run of ASCII
-/// ends cannot be predicted, so nothing here branches on it but the test for a whole block.
+/// Eight bytes of text, of which those before the first that is not ASCII count. The end of a run of ASCII
+/// cannot be predicted, so only the test for a whole block branches on it.
 class AsciiBlock {
   public:
     UTL_ALWAYS_INLINE explicit AsciiBlock(char const* text) {
@@ -27,7 +27,7 @@ class AsciiBlock {
 
     bool isWhole() const { return mCount == ASCII_BLOCK; }
 
-    /// Stores what counts. `dst` has room for a whole block; the places that are not needed stay as they are.
+    /// Stores what counts. `dst` has room for a whole block; the rest of it stays as it is.
     UTL_ALWAYS_INLINE void store(char* dst) const { merge(dst, mBytes, mMask); }
 
     /// The same as units of UTF-16.

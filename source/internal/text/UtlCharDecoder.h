@@ -30,7 +30,7 @@ constexpr bool isCharStart(char byte) {
     return sequenceBytes(byte) != 0;
 }
 
-/// The bits that a byte which continues a sequence adds to it; 64 and more for any other byte.
+/// The bits that a byte which continues a sequence adds to it; 64 or more for any other byte.
 constexpr unsigned int continuationBits(char byte) {
     return static_cast<unsigned char>(byte) ^ 0x80U;
 }
@@ -58,7 +58,7 @@ UTL_ALWAYS_INLINE inline unsigned int sequenceValue(char const* text, unsigned i
     return shortestBytes(value) == bytes ? value : INVALID_SIZE;
 }
 
-/// Calls `put` with the 1 to 4 bytes of a value below 0x200000 and gives what it gives.
+/// Calls `put` with the 1 to 4 bytes of a value below 0x200000 and returns its result.
 template <typename PUT>
 UTL_ALWAYS_INLINE inline auto putSequence(unsigned int value, PUT put) {
     unsigned int const last = 0x80U | (value & 0x3FU);
@@ -81,7 +81,7 @@ inline unsigned int charBytes(char const* text) {
     return bytes != 0 && sequenceValue(text, bytes) != INVALID_SIZE ? bytes : INVALID_SIZE;
 }
 
-/// True for a length from `charBytes` that stands for a character.
+/// True for a result of `charBytes` that is the length of a character.
 constexpr bool isCharacter(unsigned int bytes) {
     return bytes != 0 && bytes != INVALID_SIZE;
 }
@@ -91,7 +91,7 @@ inline unsigned int textLength(char const* text) {
     return text != nullptr ? static_cast<unsigned int>(std::strlen(text)) : 0;
 }
 
-/// min(`limit`, length of `text`), without looking further than that; 0 for null.
+/// The length of `text`, `limit` at most, without looking further than that; 0 for null.
 inline unsigned int boundedLength(char const* text, unsigned int limit) {
     if (text == nullptr || limit == INVALID_SIZE) {
         return textLength(text);

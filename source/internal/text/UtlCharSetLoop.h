@@ -11,9 +11,9 @@ constexpr bool isAscii(char byte) {
     return static_cast<unsigned char>(byte) < 0x80;
 }
 
-/// Passes what there is of ASCII at `*text`, which moves on; `end` is that of the whole text.
+/// Copies the ASCII at `*text`, which advances; `end` is that of the whole text.
 template <typename OUTPUT>
-UTL_ALWAYS_INLINE inline Step passAscii(char const** text, char const* end, OUTPUT* output) {
+UTL_ALWAYS_INLINE inline Step copyAscii(char const** text, char const* end, OUTPUT* output) {
     while (end - *text >= static_cast<std::ptrdiff_t>(ASCII_BLOCK)) {
         AsciiBlock const block(*text);
         if (!output->putAscii(block)) {
@@ -32,23 +32,23 @@ UTL_ALWAYS_INLINE inline Step passAscii(char const** text, char const* end, OUTP
     return Step::NEXT;
 }
 
-/// Takes `step` over the characters of `src` that are not ASCII until it or the text ends.
+/// Calls `step` for the characters of `src` that are not ASCII until it or the text ends.
 template <typename OUTPUT, typename STEP>
 unsigned int convertEach(OUTPUT output, char const* src, STEP step) {
     char const* const end = src + std::strlen(src);
-    Step result = passAscii(&src, end, &output);
+    Step result = copyAscii(&src, end, &output);
     while (src != end && result == Step::NEXT) {
         do {
             result = step(&src, end, &output);
         } while (result == Step::NEXT && !isAscii(*src));
         if (result == Step::NEXT) {
-            result = passAscii(&src, end, &output);
+            result = copyAscii(&src, end, &output);
         }
     }
     return result != Step::FAILED ? output.finish() : INVALID_SIZE;
 }
 
-/// Takes `step` over the units of `src`, ASCII only where there is little room.
+/// Calls `step` for the units of `src`, for ASCII only if there is little room.
 template <typename OUTPUT, typename STEP>
 unsigned int convertEach(OUTPUT output, unsigned short const* src, STEP step) {
     for (src = output.putAscii(src); *src != 0; src = output.putAscii(src)) {
@@ -62,9 +62,9 @@ unsigned int convertEach(OUTPUT output, unsigned short const* src, STEP step) {
     return output.finish();
 }
 
-/// The frame of every string function. `step` puts a character to the output, which is the last of its
-/// arguments. Those in front are a pointer to the position, which it moves on, and the end of the text; or a
-/// unit of UTF-16.
+/// The body of every string function. `step` writes a character to the output, the last of its arguments.
+/// Those before are a pointer to the position, which it advances, and the end of the text; or a unit of
+/// UTF-16.
 template <typename TO, typename FROM, typename STEP>
 unsigned int convertText(TO* dst, unsigned int dstSize, FROM const* src, STEP step) {
     if (src == nullptr || (dst == nullptr && dstSize != 0)) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstring>
 
 #include "UtlPlatform.h"
 #include "internal/text/UtlAsciiBlock.h"
@@ -48,7 +47,7 @@ class SizeOnly {
     unsigned int mUsed = 0;
 };
 
-/// Writes to a buffer, in which a place for the terminator is always left.
+/// Writes to a buffer and always leaves a place for the terminator.
 template <typename T>
 class BufferOutput {
   public:
@@ -66,7 +65,7 @@ class BufferOutput {
         return Step::NEXT;
     }
 
-    /// Puts what counts of a block; false if there is no room for a whole one.
+    /// Writes what counts of a block; false if there is no room for a whole one.
     UTL_ALWAYS_INLINE bool putAscii(AsciiBlock const& block) {
         if (mRoom < ASCII_BLOCK) {
             return false;
@@ -76,7 +75,7 @@ class BufferOutput {
         return true;
     }
 
-    /// Puts what there is of ASCII at `text`, or the most of it, and gives where that ends.
+    /// Writes the ASCII at `text`, or most of it, and returns where that ends.
     UTL_ALWAYS_INLINE unsigned short const* putAscii(unsigned short const* text) {
         while (mRoom >= ASCII_BLOCK) {
             for (unsigned int i = 0; i < ASCII_BLOCK; ++i) {
@@ -92,7 +91,7 @@ class BufferOutput {
         return text;
     }
 
-    /// Terminates the text and gives its size.
+    /// Terminates the text and returns its size.
     unsigned int finish() {
         *mpNext = T();
         return mSize - mRoom;

@@ -8,9 +8,9 @@
 
 namespace utl {
 
-// A table of characters stands in the source as a person would write it, in one list. A blank separates two
-// rows. Where a row has two forms, its last "=" separates them: "a=A b=B". The compiler takes the list apart,
-// so that the table is there before any code runs.
+// A table of characters is written in the source as a list for people to read. A blank separates two rows. If
+// a row has two forms, its last "=" separates them: "a=A b=B". The compiler makes the table from the list, so
+// that it exists before any code runs.
 
 /// Where the row that begins at `start` ends. A row has at least one character, so that it may be or begin
 /// with a blank.

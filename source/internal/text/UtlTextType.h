@@ -1,16 +1,15 @@
 #pragma once
 
-namespace utl {
+#include "UtlCharSet.h"
 
-/// How a `File` keeps its text.
-enum TextType { TEXT_SJIS = 0, TEXT_UTF8 = 1, TEXT_UTF16_BIG = 2, TEXT_UTF16_LITTLE = 3 };
+namespace utl {
 
 constexpr unsigned int TEXT_UNIT_BYTES_MAX = 2;
 
-/// Bytes of a file that one operation on text reads or writes at most.
+/// The most bytes of a file that one operation on text reads or writes.
 constexpr unsigned int TEXT_BYTES_MAX = 5119;
 
-/// Bytes of which the text of a type is made one by one; 0 for what is no text type.
+/// Bytes of one unit of the text of a type; 0 for what is no text type.
 constexpr unsigned int textUnitBytes(int textType) {
     switch (textType) {
         case TEXT_SJIS:
@@ -24,9 +23,9 @@ constexpr unsigned int textUnitBytes(int textType) {
     }
 }
 
-/// The order of the bytes in UTF-16 as the conversions name it.
+/// The order of the bytes in UTF-16, as the argument of the conversions.
 constexpr int textByteOrder(int textType) {
-    return textType == TEXT_UTF16_BIG ? 1 : 0;
+    return textType == TEXT_UTF16_BIG ? BYTE_ORDER_HIGH_FIRST : BYTE_ORDER_LOW_FIRST;
 }
 
 }  // namespace utl

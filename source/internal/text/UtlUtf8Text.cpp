@@ -15,7 +15,7 @@ namespace {
 
 constexpr char BYTE_ORDER_MARK[] = "\xEF\xBB\xBF";
 constexpr unsigned int MARK_BYTES = 3;
-constexpr unsigned int UTF8_BYTES_MAX = 3;  // of what a unit of another encoding becomes
+constexpr unsigned int UTF8_BYTES_MAX = 3;  // for a unit of another encoding
 
 std::uint64_t loadWord(char const* bytes) {
     std::uint64_t word = 0;
@@ -58,7 +58,7 @@ Utf8Text::Utf8Text(int textType, char* bytes, unsigned int count) {
 
 bool Utf8Text::copyTo(char* dst, unsigned int dstSize) const {
     return isMadeOfSequences() ? t_strncpy(dst, dstSize, mpText, INVALID_SIZE) != INVALID_SIZE
-                               : copyStrBase(dst, dstSize, mpText, INVALID_SIZE, 1) != INVALID_SIZE;
+                               : copyStrBase(dst, dstSize, mpText, INVALID_SIZE, TRUNCATE_ON) != INVALID_SIZE;
 }
 
 void Utf8Text::takeUtf8(char const* bytes, unsigned int count) {
@@ -67,7 +67,7 @@ void Utf8Text::takeUtf8(char const* bytes, unsigned int count) {
     mSize = textLength(mpText) + 1;
 }
 
-// Half a unit at the end is no text.
+// Half a unit at the end is ignored.
 void Utf8Text::convertUtf16(int textType, char const* bytes, unsigned int count) {
     unsigned int const unitCount = count / 2;
     std::vector<unsigned short> units(unitCount + 1);

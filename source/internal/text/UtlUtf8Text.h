@@ -15,7 +15,7 @@ class Utf8Text {
     Utf8Text(Utf8Text const&) = delete;
     Utf8Text& operator=(Utf8Text const&) = delete;
 
-    /// Bytes of the text with its terminator; `INVALID_SIZE` if the file's bytes are none of its type.
+    /// Bytes of the text with its terminator; `INVALID_SIZE` if the file's bytes are no text of its type.
     unsigned int size() const { return mSize; }
 
     /// Copies the text, which must fit, up to its first zero; false, with nothing changed, if it is

@@ -7,8 +7,8 @@
 
 namespace utl {
 
-/// The usual character of Japanese text, a sequence of three bytes, looked at in one step. It reads four
-/// bytes, the terminator among them, and is not whole where there are fewer.
+/// The usual character of Japanese text, a sequence of three bytes, in one step. It reads four bytes, the
+/// terminator included, and is not whole if there are fewer.
 class Utf8Triple {
   public:
     /// `end` is that of the whole text.
@@ -18,8 +18,8 @@ class Utf8Triple {
         }
     }
 
-    /// True for a first byte that calls for two more, and two that continue a sequence. It may be longer than
-    /// its value needs.
+    /// True for a first byte that needs two more, followed by two that continue a sequence. It may be longer
+    /// than its value needs.
     UTL_ALWAYS_INLINE bool isWhole() const { return (mBytes & 0x00C0C0F0U) == 0x008080E0U; }
 
     /// The first byte, and what the other two add to it.
