@@ -12,8 +12,8 @@ namespace utl {
 
 namespace {
 
-// The broken-down time holds all that the text of `ctime_r` shows, so equal keys mean equal texts, also when
-// the time zone changes in between. A valid time never packs into zeros.
+// The broken-down time holds all that the text of `ctime_r` shows, so equal keys have equal texts, even if
+// the time zone changes in between. The key of a valid time is never all zeros.
 struct StampKey {
     int year = 0;
     unsigned int rest = 0;
@@ -31,7 +31,7 @@ StampKey makeKey(tm const& local) {
     return {local.tm_year, static_cast<unsigned int>(rest)};
 }
 
-// One text of `ctime_r`, which asks for 26 bytes, and what it was made from.
+// One text of `ctime_r`, which needs 26 bytes, and its key.
 struct StampEntry {
     StampKey key;
     char text[28] = {};
@@ -39,8 +39,8 @@ struct StampEntry {
 
 LogStampCache<StampEntry> gLastEntry;
 
-// Local time in the fixed form of `ctime_r`. Where that fails, `text` holds what it left behind: nothing, or
-// beyond the year 9999 a text whose end is cut off, which still gives a good stamp.
+// Local time in the fixed form of `ctime_r`. If that fails, `text` holds what it left: nothing, or beyond the
+// year 9999 a text whose end is cut off, which still makes a good stamp.
 template <std::size_t SIZE>
 void formatSecond(time_t seconds, char (&text)[SIZE]) {
     static_assert(SIZE >= sizeof(StampEntry::text));
@@ -60,7 +60,7 @@ void formatSecond(time_t seconds, char (&text)[SIZE]) {
     }
 }
 
-// Writes ".123" over the text from `place` on, as far as there is room in front of the terminator at `end`.
+// Writes ".123" over the text from `place` on, as much as fits before the terminator at `end`.
 void putMilliseconds(char* place, char const* end, unsigned int milliseconds) {
     char const decimals[] = {'.', static_cast<char>('0' + milliseconds / 100 % 10),
                              static_cast<char>('0' + milliseconds / 10 % 10),
@@ -77,7 +77,7 @@ LogStamp::LogStamp() {
         return;
     }
     formatSecond(now.tv_sec, mText);
-    // The decimals take the place of the year and of the line feed behind it; the weekday goes.
+    // The decimals replace the year and the line feed after it; the weekday is left out.
     char* const lastBlank = std::strrchr(mText, ' ');
     if (lastBlank == nullptr) {
         return;
