@@ -14,8 +14,6 @@
 
 namespace utl {
 
-struct PipeToken;
-
 /// Receives the messages of a message thread, on that thread and with none of its locks held. The object
 /// belongs to the application and must live as long as messages can reach it. *One owner thread*: the message
 /// thread's calls come one at a time.
@@ -334,85 +332,19 @@ class UTL_API MsgDrivenThread : public Thread {
   private:
     friend struct MsgDrivenThreadTestAccess;
 
-    // What a synchronous send and an interrupt differ in.
-    struct WaitingSend {
-        SyncObject& mLock;
-        Event& mEvent;
-        bool& mResult;
-        Queue<unsigned char>& mFrames;
-        int mCtlId;
-    };
-
-    bool flatten(Msg const& msg);
-    bool queueFrame(Queue<unsigned char>& frames, int msgId, int ctlId);
-    bool hasRoomForEntry() const;
-    bool makeRoomForEntry(int msgId);
-    bool queueEntry(int msgId, int param);
-    static bool isDead(ThreadCtlMsg const& entry);
-    bool hasDeadHead() const;
-    bool hasForgottenHead() const;
-    void leaveStray();
-    void discardStrays(unsigned int bytesBehind, int ctlId);
-    void reportDiscarded(ThreadRawMsg& frame, int ctlId);
-    int sendAndWait(Msg const& msg, WaitingSend const& send);
-    bool queueRequest(Msg const& msg, WaitingSend const& send);
-    bool announceRequest(Event& event, int ctlId);
-    bool askLoop(Event& event);
-    bool find(MsgJudgementInterface* judgement, ThreadRawMsg* out);
-
-    int runLoop();
-    void leaveLoop();
-    bool serveToken(PipeToken const& token, StatementInfo const& place);
-    bool peekHead(ThreadCtlMsg* head, bool* isRequested);
-    bool serveRequests(ThreadCtlMsg* head);
-    bool isPending(Event const& request) const;
-    bool serveInterrupt();
-    bool serveErase();
-    bool serveFind();
-    int actOn(ThreadCtlMsg const& head);
-    int deliverSync();
-    int deliverPosted(int msgId);
-    int removeHead();
-    int startTimerOfHead(int timerId);
-    int stopTimerOfHead(int timerId);
-    bool takeFrame(Queue<unsigned char>& data);
-    bool takeFrameOf(int ctlId, Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data);
-    int handToListener();
-
-    struct EraseWalk;
-    enum class EraseStep { FAILED, GOES_ON, ENDED_TIMER };
+    // The steps of the class, which its sources define.
+    class QueueSteps;
+    class RequestSteps;
+    class LoopSteps;
+    class ScanSteps;
+    class Erasure;
+    class TimerSteps;
 
     // Whoever takes it finds both queues whole, also in the middle of an erasure on the same thread.
     class QueueLock final : public SyncObject {
       public:
         int lock() const override;
     };
-
-    static bool hasFrame(ThreadCtlMsg const& entry);
-    unsigned int announcedBytes() const;
-    bool scanFrame(unsigned int offset);
-    bool scanTimer(int timerId);
-    bool scanForFind(ThreadCtlMsg const& entry, unsigned int offset);
-    EraseStep eraseMatches(MsgJudgementInterface& judgement, int* endedTimer);
-    EraseStep eraseIfMatching(ThreadCtlMsg entry, MsgJudgementInterface& judgement, EraseWalk& walk);
-    EraseStep eraseTimeoutIfMatching(int timerId, MsgJudgementInterface& judgement, EraseWalk& walk);
-    EraseStep eraseSyncIfMatching(MsgJudgementInterface& judgement, EraseWalk& walk);
-    EraseStep erasePostedIfMatching(int msgId, MsgJudgementInterface& judgement, EraseWalk& walk);
-
-    static bool installTimeoutSignalHandler();
-    int insertTimer(TimerInfo info);
-    void dropTimer(int timerId);
-    int setOwnTimer(TimerInfo const& info);
-    int setTimerFromOutside(TimerInfo const& info, bool waits);
-    bool postStart(int timerId, bool waits);
-    bool awaitStart(int timerId, SmartPointer<Event> const& running);
-    void decideStart(TimerInfo& info, bool started);
-    bool killOwnTimer(int timerId);
-    bool killTimerFromOutside(int timerId, bool waits);
-    void disownCopy(int timerId);
-    void releaseSysTimer(TimerInfo& info);
-    void eraseTimeouts(int timerId);
-    int eraseLastTimer();
 
     ThreadMsgListener* mListener = nullptr;
     unsigned int mMaxMsgCount;
