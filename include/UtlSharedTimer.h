@@ -15,8 +15,6 @@
 
 namespace utl {
 
-struct TimerWaiter;
-
 /// A thread that serves many timers and tells a listener of each expiry; *internally locked*, because any
 /// thread may use the timers, also a listener from `onTime`.
 ///
@@ -190,35 +188,13 @@ class UTL_API SharedTimer : public Thread {
   private:
     friend struct SharedTimerTestAccess;
 
+    // The steps of the class, which its sources define.
     class ApiGuard;
-
-    static bool installTimeoutSignalHandler();
+    class RequestSteps;
+    class LoopSteps;
+    class TimerSteps;
 
     bool isOwnThread() const;
-    bool canWait() const;
-    bool request(int msgId, int timerId, int noWait);
-    void requestAll(int msgId, int noWait);
-    int waitFor(int msgId, int timerId);
-
-    int runLoop();
-    void leaveLoop();
-    bool hasEntryWithoutToken();
-    void serveHead(StatementInfo const& place);
-    bool popHead(TimerCtlMsg* head);
-    int actOn(TimerCtlMsg const& entry);
-    int startByEntry(int timerId);
-    int stopByEntry(int timerId);
-    int eraseByEntry(int timerId);
-    int deliverTimeout(int timerId);
-
-    int insertTimer(TimerInfo info);
-    void setRunning(TimerInfo& info, bool runs);
-    void failRequests(int msgId, int timerId);
-    bool isQueued(int msgId, int timerId) const;
-    void eraseTimeouts(TimerInfo* info, int timerId);
-    static int deleteSysTimer(TimerInfo& info);
-    static void releaseLeftSysTimer(TimerInfo& info);
-    void releaseTimer(TimerInfo& info);
 
     Queue<TimerCtlMsg> mCtlQueue;
     Map<int, TimerInfo> mTimers;

@@ -84,18 +84,12 @@ TimerInfo* MsgDrivenThread::findTimerStopEntry(int timerId) {
 }
 
 int MsgDrivenThread::toUserTimerId(int sysTimerNum) {
-    if (sysTimerNum == TimerInfo::NO_NUMBER) {
-        return NO_TIMER_ID;
-    }
-    SyncGuard const guard(mQueueLock);
-    return timerIdOf(mTimers, sysTimerNum);
+    return timerIdUnder(mQueueLock, mTimers, sysTimerNum);
 }
 
 void MsgDrivenThread::updateNextUserTimerIdValue() {
     SyncGuard const guard(mQueueLock);
-    do {
-        mNextUserTimerId = nextTimerId(mNextUserTimerId);
-    } while (mTimers.find(mNextUserTimerId) != nullptr || mStopTimers.find(mNextUserTimerId) != nullptr);
+    mNextUserTimerId = nextFreeTimerId(mNextUserTimerId, {&mTimers, &mStopTimers});
 }
 
 int MsgDrivenThread::getNextSysTimerNumber() {
@@ -111,26 +105,13 @@ bool MsgDrivenThread::startTimerByTimerInfo(TimerInfo* info) {
     if (info == nullptr || !TimerSteps::installSignalHandler()) {
         return false;
     }
-    timer_t id = timer_t();
-    int number = TimerInfo::NO_NUMBER;
-    int const createError = createSystemTimer(TimerSteps::mSignal, mPipe[1], &id, &number);
-    if (createError != 0) {
-        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
-               "MsgDrivenThread(%s) timer_create SysTimerId:0x%08x errno:%d\n", getName().buffer(),
-               printableTimerId(id), createError);
-        return false;
-    }
-    info->mSysTimerId = id;
-    info->mSysTimerNum = number;
-    int const armError = armSystemTimer(id, info->mInterval);
-    if (armError != 0) {
-        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
-               "MsgDrivenThread(%s) timer_settime SysTimerId:0x%08x errno:%d\n", getName().buffer(),
-               printableTimerId(id), armError);
+    SysTimerStart const result =
+        startSysTimer(*info, {"MsgDrivenThread", getName().buffer()}, TimerSteps::mSignal, mPipe[1],
+                      [](auto const& call) { return call(); });
+    if (result == SysTimerStart::NOT_ARMED) {
         eraseTimerByTimerInfo(info);
-        return false;
     }
-    return true;
+    return result == SysTimerStart::ARMED;
 }
 
 bool MsgDrivenThread::eraseTimerByTimerInfo(TimerInfo* info) {
@@ -194,13 +175,8 @@ int MsgDrivenThread::executeStopTimer(int timerId) {
 
 void MsgDrivenThread::executeTimeoutSignal(int timerId) {
     SyncGuard const guard(mQueueLock);
-    TimerInfo* const info = findTimer(timerId);
-    if (info == nullptr || !info->acceptsTimeout()) {
-        return;
-    }
-    if (postThreadCtlMsg(MSG_ID_CTL_TIMEOUT, timerId) != 0) {
-        ++info->mPendingCount;
-    }
+    queueTimeout(findTimer(timerId),
+                 [&] { return postThreadCtlMsg(MSG_ID_CTL_TIMEOUT, timerId) != 0 ? 1U : 0U; });
 }
 
 int MsgDrivenThread::executeTimeout(int timerId) {

@@ -5,6 +5,8 @@
 #include "UtlSharedTimer.h"
 #include "UtlThreadManager.h"
 #include "internal/base/UtlAdopt.h"
+#include "internal/base/UtlHidden.h"
+#include "internal/message/UtlSharedTimerSteps.h"
 #include "internal/message/UtlTimerRun.h"
 #include "internal/message/UtlTimerSteps.h"
 #include "internal/time/UtlEventWait.h"
@@ -23,7 +25,7 @@ bool await(TimerWaiter const& waiter) {
 
 // Holds mApiLock for a caller from outside. A listener must not wait for it: its holder may wait for the
 // thread that the listener runs on.
-class [[nodiscard]] SharedTimer::ApiGuard {
+class [[nodiscard]] UTL_HIDDEN SharedTimer::ApiGuard {
   public:
     explicit ApiGuard(SharedTimer const& timer) {
         if (!timer.isOwnThread()) {
@@ -35,9 +37,75 @@ class [[nodiscard]] SharedTimer::ApiGuard {
     std::optional<SyncGuard> mGuard;
 };
 
-// The thread cannot wait for itself, and without a thread there is nobody who would answer.
-bool SharedTimer::canWait() const {
-    return hasDone(STARTED) && !isOwnThread();
+// What other threads, and listeners, ask of the loop and wait for.
+class UTL_HIDDEN SharedTimer::RequestSteps {
+  public:
+    explicit RequestSteps(SharedTimer& thread) : mThread(thread) {}
+
+    bool canWait() const;
+    bool request(int msgId, int timerId, int noWait);
+    void requestAll(int msgId, int noWait);
+    int waitFor(int msgId, int timerId);
+
+  private:
+    SharedTimer& mThread;
+};
+
+// The thread cannot wait for itself, and without a thread nobody would answer.
+bool SharedTimer::RequestSteps::canWait() const {
+    return mThread.hasDone(STARTED) && !mThread.isOwnThread();
+}
+
+// Entry and waiter appear together for the loop. mApiLock is held across the wait: one request at a time.
+bool SharedTimer::RequestSteps::request(int msgId, int timerId, int noWait) {
+    ApiGuard const guard(mThread);
+    TimerWaiter waiter(msgId, true);
+    {
+        SyncGuard const queueGuard(mThread.mQueueLock);
+        TimerInfo* const info = mThread.findTimer(timerId);
+        if (info == nullptr) {
+            return false;
+        }
+        if (info->isRunning() == (msgId == TIMER_CTL_START)) {
+            return true;
+        }
+        if ((noWait == 0 && !canWait()) || !mThread.postTimerCtlMsg(msgId, timerId)) {
+            return false;
+        }
+        if (noWait != 0) {
+            return true;
+        }
+        TimerRunEvent::of(*info).add(waiter);
+    }
+    return await(waiter);
+}
+
+void SharedTimer::RequestSteps::requestAll(int msgId, int noWait) {
+    ApiGuard const guard(mThread);
+    Array<int> ids(0, 0);
+    mThread.getTimerIdSet(&ids);
+    for (unsigned int i = 0; i < ids.size(); ++i) {
+        request(msgId, *ids.getAt(i), noWait);
+    }
+}
+
+int SharedTimer::RequestSteps::waitFor(int msgId, int timerId) {
+    TimerWaiter waiter(msgId, false);
+    {
+        SyncGuard const guard(mThread.mQueueLock);
+        TimerInfo* const info = mThread.findTimer(timerId);
+        if (info == nullptr) {
+            return Event::WAIT_FAILED;
+        }
+        if (info->isRunning() == (msgId == TIMER_CTL_START)) {
+            return Event::WAIT_DONE;
+        }
+        if (!canWait()) {
+            return Event::WAIT_FAILED;
+        }
+        TimerRunEvent::of(*info).add(waiter);
+    }
+    return await(waiter) ? Event::WAIT_DONE : Event::WAIT_FAILED;
 }
 
 // Only the wait is left out on the own thread: the loop ends when the listener that called has returned.
@@ -53,19 +121,8 @@ int SharedTimer::addTimer(TimerListener* listener, unsigned int interval, unsign
     if (hasRequestedStop() || hasDone(FINISHED)) {
         return NO_TIMER_ID;
     }
-    return insertTimer(
+    return TimerSteps(*this).insert(
         TimerInfo(listener, interval, repeatCount, autoRepeat, share(std::make_unique<TimerRunEvent>())));
-}
-
-int SharedTimer::insertTimer(TimerInfo info) {
-    SyncGuard const guard(mQueueLock);
-    int const timerId = mNextUserTimerId;
-    if (timerId == NO_TIMER_ID || mTimers.find(timerId) != nullptr || !mTimers.insert(timerId, info)) {
-        info.freeSysParam();
-        return NO_TIMER_ID;
-    }
-    updateNextUserTimerIdValue();
-    return timerId;
 }
 
 // Only a timer that stands still is taken away: its listener is not at work then. An older request to start
@@ -82,7 +139,7 @@ bool SharedTimer::eraseTimer(int timerId, int noWait) {
             return false;
         }
         if (!info->isRunning()) {
-            releaseTimer(*info);
+            TimerSteps(*this).release(*info);
             return mTimers.erase(timerId);
         }
     }
@@ -90,16 +147,16 @@ bool SharedTimer::eraseTimer(int timerId, int noWait) {
 }
 
 bool SharedTimer::start(int timerId, int noWait) {
-    return request(TIMER_CTL_START, timerId, noWait);
+    return RequestSteps(*this).request(TIMER_CTL_START, timerId, noWait);
 }
 
 bool SharedTimer::stop(int timerId, int noWait) {
-    return request(TIMER_CTL_STOP, timerId, noWait);
+    return RequestSteps(*this).request(TIMER_CTL_STOP, timerId, noWait);
 }
 
 bool SharedTimer::restart(int timerId, int noWait) {
     ApiGuard const guard(*this);
-    if (noWait == 0 && !canWait()) {
+    if (noWait == 0 && !RequestSteps(*this).canWait()) {
         return false;
     }
     if (isRunning(timerId)) {
@@ -108,45 +165,12 @@ bool SharedTimer::restart(int timerId, int noWait) {
     return start(timerId, noWait);
 }
 
-// Entry and waiter appear together for the loop. mApiLock is held across the wait: one request at a time.
-bool SharedTimer::request(int msgId, int timerId, int noWait) {
-    ApiGuard const guard(*this);
-    TimerWaiter waiter(msgId, true);
-    {
-        SyncGuard const queueGuard(mQueueLock);
-        TimerInfo* const info = findTimer(timerId);
-        if (info == nullptr) {
-            return false;
-        }
-        if (info->isRunning() == (msgId == TIMER_CTL_START)) {
-            return true;
-        }
-        if ((noWait == 0 && !canWait()) || !postTimerCtlMsg(msgId, timerId)) {
-            return false;
-        }
-        if (noWait != 0) {
-            return true;
-        }
-        TimerRunEvent::of(*info).add(waiter);
-    }
-    return await(waiter);
-}
-
-void SharedTimer::requestAll(int msgId, int noWait) {
-    ApiGuard const guard(*this);
-    Array<int> ids(0, 0);
-    getTimerIdSet(&ids);
-    for (unsigned int i = 0; i < ids.size(); ++i) {
-        request(msgId, *ids.getAt(i), noWait);
-    }
-}
-
 void SharedTimer::startAll(int noWait) {
-    requestAll(TIMER_CTL_START, noWait);
+    RequestSteps(*this).requestAll(TIMER_CTL_START, noWait);
 }
 
 void SharedTimer::stopAll(int noWait) {
-    requestAll(TIMER_CTL_STOP, noWait);
+    RequestSteps(*this).requestAll(TIMER_CTL_STOP, noWait);
 }
 
 void SharedTimer::restartAll(int noWait) {
@@ -192,30 +216,11 @@ int SharedTimer::getTimerIdSet(Array<int, int const&>* ids) const {
 }
 
 int SharedTimer::waitToStart(int timerId) {
-    return waitFor(TIMER_CTL_START, timerId);
+    return RequestSteps(*this).waitFor(TIMER_CTL_START, timerId);
 }
 
 int SharedTimer::waitToStop(int timerId) {
-    return waitFor(TIMER_CTL_STOP, timerId);
-}
-
-int SharedTimer::waitFor(int msgId, int timerId) {
-    TimerWaiter waiter(msgId, false);
-    {
-        SyncGuard const guard(mQueueLock);
-        TimerInfo* const info = findTimer(timerId);
-        if (info == nullptr) {
-            return Event::WAIT_FAILED;
-        }
-        if (info->isRunning() == (msgId == TIMER_CTL_START)) {
-            return Event::WAIT_DONE;
-        }
-        if (!canWait()) {
-            return Event::WAIT_FAILED;
-        }
-        TimerRunEvent::of(*info).add(waiter);
-    }
-    return await(waiter) ? Event::WAIT_DONE : Event::WAIT_FAILED;
+    return RequestSteps(*this).waitFor(TIMER_CTL_STOP, timerId);
 }
 
 bool SharedTimer::setThreadWatchdogAliveTime(unsigned int aliveTime) {

@@ -1,15 +1,16 @@
 #pragma once
 
 #include "UtlMsgDrivenThread.h"
+#include "internal/base/UtlHidden.h"
 
 namespace utl {
 
 struct PipeToken;
 
 /// The loop of a message thread. *One owner thread*: the message thread.
-class [[gnu::visibility("hidden")]] MsgDrivenThread::LoopSteps {
+class UTL_HIDDEN MsgDrivenThread::LoopSteps {
   public:
-    explicit LoopSteps(MsgDrivenThread & thread) : mThread(thread) {}
+    explicit LoopSteps(MsgDrivenThread& thread) : mThread(thread) {}
 
     /// Reads and serves tokens until the stop: 0, or -1 if the pipe failed.
     int run();
@@ -22,8 +23,8 @@ class [[gnu::visibility("hidden")]] MsgDrivenThread::LoopSteps {
 
   private:
     bool serveToken(PipeToken const& token, StatementInfo const& place);
-    bool serveRequests(ThreadCtlMsg * head);
-    bool peekHead(ThreadCtlMsg * head, bool* isRequested);
+    bool serveRequests(ThreadCtlMsg* head);
+    bool peekHead(ThreadCtlMsg* head, bool* isRequested);
     int actOn(ThreadCtlMsg const& head);
     int deliverSync();
     int deliverPosted(int msgId);

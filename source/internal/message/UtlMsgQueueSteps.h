@@ -1,6 +1,7 @@
 #pragma once
 
 #include "UtlMsgDrivenThread.h"
+#include "internal/base/UtlHidden.h"
 
 namespace utl {
 
@@ -9,9 +10,9 @@ namespace utl {
 ///
 /// A synchronous sender who cannot queue a control entry leaves a frame that no entry announces. Such frames
 /// are the last ones of the data queue.
-class [[gnu::visibility("hidden")]] MsgDrivenThread::QueueSteps {
+class UTL_HIDDEN MsgDrivenThread::QueueSteps {
   public:
-    explicit QueueSteps(MsgDrivenThread & thread) : mThread(thread) {}
+    explicit QueueSteps(MsgDrivenThread& thread) : mThread(thread) {}
 
     /// True for an entry whose token could not be written. It is dropped when it comes to the head.
     static bool isDead(ThreadCtlMsg const& entry);
@@ -24,7 +25,7 @@ class [[gnu::visibility("hidden")]] MsgDrivenThread::QueueSteps {
 
     /// Appends `mSendMsg` to `frames`. False with a log line if there is no room. In the data queue,
     /// unannounced frames make room for a message that will find a place in the control queue.
-    bool pushFrame(Queue<unsigned char> & frames, int msgId, int ctlId);
+    bool pushFrame(Queue<unsigned char>& frames, int msgId, int ctlId);
 
     /// Makes a place in the control queue and reserves room for one token. False with a log line.
     bool makeRoomForEntry(int msgId);
@@ -41,10 +42,10 @@ class [[gnu::visibility("hidden")]] MsgDrivenThread::QueueSteps {
 
     /// Copies the oldest control entry, after dropping those at the head that nobody waits for. False if the
     /// queue is empty.
-    bool peekHead(ThreadCtlMsg * head);
+    bool peekHead(ThreadCtlMsg* head);
 
     /// Moves the oldest frame into `mReceiveMsg`. False if it was unannounced.
-    bool popFrame(Queue<unsigned char> & frames);
+    bool popFrame(Queue<unsigned char>& frames);
 
     /// Moves the frame of a control entry into `mReceiveMsg` and removes the oldest entry. Frames of other
     /// ids are discarded with a log line each; the entry of a synchronous message does not tell the id. False
@@ -59,7 +60,7 @@ class [[gnu::visibility("hidden")]] MsgDrivenThread::QueueSteps {
     bool hasRoomForEntry() const;
     bool hasDeadHead() const;
     bool hasAnsweredHead() const;
-    void reportDiscarded(ThreadRawMsg & frame, int ctlId);
+    void reportDiscarded(ThreadRawMsg& frame, int ctlId);
 
     MsgDrivenThread& mThread;
 };

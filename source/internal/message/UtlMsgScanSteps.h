@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "UtlMsgDrivenThread.h"
+#include "internal/base/UtlHidden.h"
 #include "internal/message/UtlMsgQueueSteps.h"
 #include "internal/message/UtlQueueGap.h"
 
@@ -10,12 +11,12 @@ namespace utl {
 
 /// Looks through the queued messages of a message thread, oldest first. *External lock needed*: the thread's
 /// `mQueueLock`. Each message is brought into `mScanMsg` before it is judged.
-class [[gnu::visibility("hidden")]] MsgDrivenThread::ScanSteps {
+class UTL_HIDDEN MsgDrivenThread::ScanSteps {
   public:
-    explicit ScanSteps(MsgDrivenThread & thread) : mThread(thread) {}
+    explicit ScanSteps(MsgDrivenThread& thread) : mThread(thread) {}
 
     /// True if a message matches; the first one is copied to `*out` unless that is null.
-    bool find(MsgJudgementInterface & judgement, ThreadRawMsg * out);
+    bool find(MsgJudgementInterface& judgement, ThreadRawMsg* out);
 
     /// The frame at `offset` of the data queue, or as many of its bytes as are announced. False if there are
     /// none.
@@ -35,13 +36,13 @@ class [[gnu::visibility("hidden")]] MsgDrivenThread::ScanSteps {
 /// What it takes out is a gap in both queues until the next one who looks at them. That one takes the lock
 /// first, and only the erasure's own thread gets it: for a question or an erasure of a judgement, or for a
 /// step of a timer.
-class [[nodiscard, gnu::visibility("hidden")]] MsgDrivenThread::Erasure {
+class [[nodiscard]] UTL_HIDDEN MsgDrivenThread::Erasure {
   public:
     /// How it went on with an entry. After `ENDED_TIMER` the caller releases the lock for `onEraseTimer`; the
     /// queues may change meanwhile, so it starts again from the head.
     enum class Step { FAILED, DONE, ENDED_TIMER };
 
-    explicit Erasure(MsgDrivenThread & thread) : mThread(thread) {
+    explicit Erasure(MsgDrivenThread& thread) : mThread(thread) {
         tInnermost = this;
         mErasures.fetch_add(1, std::memory_order_relaxed);
     }
@@ -53,13 +54,11 @@ class [[nodiscard, gnu::visibility("hidden")]] MsgDrivenThread::Erasure {
     Erasure& operator=(Erasure const&) = delete;
 
     /// Takes all that match out. `*endedTimer` is the timer of `ENDED_TIMER`.
-    Step eraseMatches(MsgJudgementInterface & judgement, int* endedTimer);
+    Step eraseMatches(MsgJudgementInterface& judgement, int* endedTimer);
 
     /// True while there is one anywhere in the process. This is nearly always false, and faster to ask than
     /// whether this thread has one.
-    static bool isAnyUnderWay() {
-        return mErasures.load(std::memory_order_relaxed) != 0;
-    }
+    static bool isAnyUnderWay() { return mErasures.load(std::memory_order_relaxed) != 0; }
 
     /// Makes the queues whole that this thread is erasing from under `lock`.
     static void closeAllUnder(SyncObject const& lock);

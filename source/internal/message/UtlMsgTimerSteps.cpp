@@ -190,9 +190,7 @@ void MsgDrivenThread::TimerSteps::release(TimerInfo& info) {
 
 void MsgDrivenThread::TimerSteps::eraseTimeouts(int timerId) {
     SyncGuard const guard(mThread.mQueueLock);
-    eraseCtlEntries(mThread.mCtlQueue, [timerId](ThreadCtlMsg const& entry) {
-        return entry.mMsgId == MSG_ID_CTL_TIMEOUT && entry.mParam == timerId;
-    });
+    eraseCtlEntriesOf(mThread.mCtlQueue, MSG_ID_CTL_TIMEOUT, timerId);
 }
 
 int MsgDrivenThread::TimerSteps::eraseLast() {

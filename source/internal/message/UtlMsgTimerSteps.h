@@ -1,13 +1,14 @@
 #pragma once
 
 #include "UtlMsgDrivenThread.h"
+#include "internal/base/UtlHidden.h"
 
 namespace utl {
 
 /// Requests and steps of the timers of a message thread; *internally locked* where nothing else is said.
-class [[gnu::visibility("hidden")]] MsgDrivenThread::TimerSteps {
+class UTL_HIDDEN MsgDrivenThread::TimerSteps {
   public:
-    explicit TimerSteps(MsgDrivenThread & thread) : mThread(thread) {}
+    explicit TimerSteps(MsgDrivenThread& thread) : mThread(thread) {}
 
     /// The signal of the timers.
     static int const mSignal;
@@ -33,10 +34,10 @@ class [[gnu::visibility("hidden")]] MsgDrivenThread::TimerSteps {
 
     /// Under `mQueueLock`: tells the waiter of a start how it went. The first call counts: a timer may have
     /// started and ended before the waiter looks.
-    void decideStart(TimerInfo & info, bool started);
+    void decideStart(TimerInfo& info, bool started);
 
     /// Under `mQueueLock`: deletes the system timer and frees the block of a timer that leaves its map.
-    void release(TimerInfo & info);
+    void release(TimerInfo& info);
 
     /// Removes the timeouts of a timer from the control queue.
     void eraseTimeouts(int timerId);
