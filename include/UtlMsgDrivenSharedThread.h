@@ -247,40 +247,18 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
   private:
     friend struct MsgDrivenSharedThreadTestAccess;
 
-    using JudgeBroadcast = JudgeMsgBroadcast<JudgeMsgSpecifiedMsgId>;
-    using JudgeListener = JudgeMsgSpecifiedListener<JudgeMsgSpecifiedMsgId>;
-
-    // What the three ways to send to one listener differ in.
-    struct SpecifiedSend {
-        SyncObject const& mLock;
-        SpecifiedMsgListenerMsg& mEnvelope;
-        int (MsgDrivenThread::*mSend)(Msg const&);
-        char const* mFunction;
-    };
-
+    // The steps of the class, which its sources define.
+    class CallBracket;
+    class SendSteps;
+    class AttachSteps;
+    class TimerSteps;
     struct BroadcastQuestion;
     struct ListenerQuestion;
 
-    template <typename CALL>
-    decltype(auto) watched(char const* function, unsigned int line, CALL&& call) const;
-    SyncGuard held(SyncObject const& lock, char const* function, unsigned int line) const;
-
-    int sendSpecified(ThreadMsgListener* listener, Msg const& msg, SpecifiedSend const& send);
-    int sendInEnvelope(ThreadMsgListener* listener, Msg const& msg, SpecifiedSend const& send);
-
-    bool awaitLoop(char const* function);
-    bool askThread(int msgId, ThreadMsgListener* listener, char const* function);
     unsigned int indexOf(ThreadMsgListener const* listener) const;
-
     static bool isEnvelopeId(int msgId);
     static bool findTimerListener(TimerListenerMap const& timers, SyncObject const& lock, ThreadRawMsg& msg,
                                   ThreadMsgListener** listener);
-
-    int registerTimerOf(ThreadMsgListener* listener, unsigned int interval, unsigned int repeatCount,
-                        int autoRepeat);
-    int startRegistered(int timerId, int noWait);
-    void forgetTimer(int timerId);
-    int forgetLastTimerOf(ThreadMsgListener* listener);
 
     Array<ThreadMsgListener*> mListeners;
     int mAttachResult = 0;
