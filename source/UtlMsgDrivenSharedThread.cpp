@@ -16,16 +16,16 @@ template class MsgDrivenSharedThread::JudgeMsgSpecifiedListener<MsgDrivenThread:
 
 namespace {
 
-constexpr unsigned int ID_BYTES = 4;
+constexpr unsigned int ID_BYTES = ThreadRawMsg::ID_BYTES;
 
 // What an envelope adds to a message: the listener's address, and the message's own id.
 constexpr unsigned int ENVELOPE_BYTES = sizeof(void*) + ID_BYTES;
 
-// The value of the index while no broadcast is handed round.
-constexpr int NO_WALK = INT_MIN;
+// The value of the index while no broadcast is being forwarded.
+constexpr int NO_BROADCAST = INT_MIN;
 
-// The largest message of the thread itself, which is an envelope. What does not fit becomes the largest
-// number, which the thread refuses as it refuses every size that its frame does not fit.
+// The largest message of the thread itself, which is an envelope. A size that overflows becomes the largest
+// number, which the thread refuses, as every size whose frame does not fit.
 unsigned int sizeWithEnvelope(unsigned int maxMsgSize) {
     return maxMsgSize < UINT_MAX - ENVELOPE_BYTES ? maxMsgSize + ENVELOPE_BYTES : UINT_MAX;
 }
@@ -70,7 +70,7 @@ MsgDrivenSharedThread::MsgDrivenSharedThread(unsigned int maxMsgSize, unsigned i
                                              unsigned int maxTimerCount)
     : MsgDrivenThread(sizeWithEnvelope(maxMsgSize), maxMsgCount, name, maxTimerCount),
       mListeners(0, 0),
-      mForwardIndex(NO_WALK),
+      mForwardIndex(NO_BROADCAST),
       mPostMsg(maxMsgSize + ID_BYTES),
       mSyncMsg(maxMsgSize + ID_BYTES),
       mInterruptMsg(maxMsgSize + ID_BYTES),
@@ -81,12 +81,12 @@ MsgDrivenSharedThread::MsgDrivenSharedThread(unsigned int maxMsgSize, unsigned i
     }
 }
 
-// Before the fields go that the loop uses.
+// Before the fields that the loop uses are destroyed.
 MsgDrivenSharedThread::~MsgDrivenSharedThread() {
     abandonLoop();
 }
 
-// On the thread itself they fail without the lock, which somebody may hold who waits for the thread.
+// On the thread itself they fail without the lock, because its holder may wait for the thread.
 
 int MsgDrivenSharedThread::start(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
                                  int waitReady, unsigned int waitTimeout, ThreadPriority const& priority,
@@ -139,9 +139,9 @@ int MsgDrivenSharedThread::sendMsgInterrupt(int msgId) {
 
 // Messages to one listener.
 
-// From outside, the lock that a post takes is taken before the envelope's. Whoever has it may be waiting for
-// the message thread; if this thread waited for it with the envelope in hand, a handler that posts to a
-// listener would wait for the envelope, and none of the three would ever go on.
+// From outside, the lock that a post takes is taken before the envelope's. Its holder may be waiting for the
+// message thread. If this thread waited for it while it holds the envelope's lock, a handler that posts to a
+// listener would wait for the envelope, and none of the three would ever continue.
 int MsgDrivenSharedThread::postMsg(ThreadMsgListener* listener, Msg const& msg) {
     struct Guards {
         SyncGuard const mNoStop;
@@ -188,7 +188,7 @@ int MsgDrivenSharedThread::sendMsgInterrupt(ThreadMsgListener* listener, int msg
     return sendMsgInterrupt(listener, SimpleMsg(msgId));
 }
 
-// Attaching and detaching. While there is a loop, it alone touches the listeners; so they need no lock.
+// Attaching and detaching. While there is a loop, only the loop touches the listeners; so they need no lock.
 
 int MsgDrivenSharedThread::attachMsgListener(ThreadMsgListener* listener) {
     if (isOwnThread()) {
@@ -222,7 +222,7 @@ int MsgDrivenSharedThread::addMsgListener(ThreadMsgListener* listener) {
     return indexOf(listener) != INVALID_SIZE || mListeners.insertAt(mListeners.size(), listener) ? 1 : 0;
 }
 
-// A broadcast on its way to a listener further down goes on with the same one.
+// A broadcast in progress continues with the same next listener.
 void MsgDrivenSharedThread::eraseMsgListener(ThreadMsgListener* listener) {
     unsigned int const index = indexOf(listener);
     if (index == INVALID_SIZE) {
@@ -243,7 +243,7 @@ unsigned int MsgDrivenSharedThread::indexOf(ThreadMsgListener const* listener) c
     return INVALID_SIZE;
 }
 
-// Handing round, on the message thread.
+// Forwarding, on the message thread.
 
 void MsgDrivenSharedThread::receiveMsg(int threadId, ThreadRawMsg& msg) {
     int id = MSG_ID_NONE;
@@ -268,8 +268,8 @@ void MsgDrivenSharedThread::receiveMsg(int threadId, ThreadRawMsg& msg) {
     }
 }
 
-// A handler may attach and detach. What it attaches stands behind, what it detaches moves the index.
-// One that hands a message round itself finds the walk that it belongs to where it was.
+// A handler may attach and detach. What it attaches comes after the index, and what it detaches moves the
+// index. If a handler forwards a message itself, the outer broadcast continues where it was.
 void MsgDrivenSharedThread::forwardMsg(int threadId, ThreadRawMsg& msg) {
     int const outerIndex = mForwardIndex;
     mForwardIndex = static_cast<int>(mListeners.size()) - 1;
@@ -295,7 +295,7 @@ void MsgDrivenSharedThread::onDetachMsgListener(ThreadRawMsg& msg) {
     eraseMsgListener(request.mListener);
 }
 
-// The listener need not be attached: its owner sees to it that it exists.
+// The listener need not be attached: its owner ensures that it exists.
 void MsgDrivenSharedThread::onSpecifiedMsgListener(int threadId, ThreadRawMsg& msg) {
     mReceivedMsg.restoreFrom(msg);
     if (mReceivedMsg.mListener != nullptr) {
@@ -316,14 +316,14 @@ void MsgDrivenSharedThread::onTimer(int threadId, ThreadRawMsg& msg) {
     }
 }
 
-// Questions. The judgements run on the message thread, which holds mQueueLock then; so nobody may wait for
-// that lock with mTimerMapLock in hand.
+// Questions. The judgements run on the message thread, which holds mQueueLock then; so nobody who holds
+// mTimerMapLock may wait for that lock.
 
 bool MsgDrivenSharedThread::isEnvelopeId(int msgId) {
     return msgId >= MSG_ID_LISTENER_ATTACH && msgId <= MSG_ID_LISTENER_SPECIFIED;
 }
 
-// Whom the expiry in `msg` is for. False when the timer is not known, or not any more.
+// The listener that the expiry in `msg` is for. False if the timer is not known, or not any more.
 bool MsgDrivenSharedThread::findTimerListener(TimerListenerMap const& timers, SyncObject const& lock,
                                               ThreadRawMsg& msg, ThreadMsgListener** listener) {
     TimerMsg timer;
@@ -339,7 +339,7 @@ bool MsgDrivenSharedThread::findTimerListener(TimerListenerMap const& timers, Sy
     return true;
 }
 
-// A question about broadcasts, with all that its judgement points to.
+// A question about broadcasts, with everything that its judgement points to.
 struct MsgDrivenSharedThread::BroadcastQuestion {
     BroadcastQuestion(MsgDrivenSharedThread const& thread, int msgId)
         : mJudgeId(msgId),
@@ -436,7 +436,7 @@ int MsgDrivenSharedThread::abortMsg(ThreadMsgListener* listener) {
     TimerSteps steps(*this);
     for (int id = steps.forgetLastTimerOf(listener); id != NO_TIMER_ID;
          id = steps.forgetLastTimerOf(listener)) {
-        if (!killTimer(id, 0)) {
+        if (!killTimer(id, TIMER_WAIT)) {
             result = 0;
         }
     }

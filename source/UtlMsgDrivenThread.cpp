@@ -16,26 +16,20 @@ namespace utl {
 
 namespace {
 
-// Places in the control queue beyond one for each frame, so that stop, timer and wake entries get through
-// when the data queue is full.
-constexpr unsigned int EXTRA_CTL_ENTRIES = 256;
-
-constexpr unsigned int ID_BYTES = 4;
-
 // A count that does not fit becomes the largest there is.
 unsigned int clippedSize(unsigned long long size) {
     return size < UINT_MAX ? static_cast<unsigned int>(size) : UINT_MAX;
 }
 
-// A frame, with what the allocator throws where it is too large.
+// The bytes of a frame. A frame that is too large throws what the allocator throws.
 unsigned int frameSize(unsigned int maxMsgSize) {
-    if (maxMsgSize > UINT_MAX - ID_BYTES) {
+    if (maxMsgSize > UINT_MAX - ThreadRawMsg::ID_BYTES) {
         throw std::bad_alloc();
     }
-    return maxMsgSize + ID_BYTES;
+    return maxMsgSize + ThreadRawMsg::ID_BYTES;
 }
 
-// All frames, with what the allocator throws where they are too many.
+// The bytes of all frames, which throw in the same way if they are too many.
 unsigned int frameBytes(unsigned int size, unsigned int count) {
     return size * detail::checkedRingCount(count, size);
 }
@@ -118,8 +112,8 @@ int MsgDrivenThread::stop(int wait, unsigned int timeout) {
     return Thread::stop(wait, timeout);
 }
 
-// The loop obeys the stop token even where no entry stands behind it, for want of a place or after a failed
-// write. A pipe without room has tokens enough: the next one will do.
+// The loop obeys the stop token even if it has no entry, for want of a place or after a failed write. A pipe
+// without room has enough tokens: the next one ends the loop.
 void MsgDrivenThread::requestStop() {
     SyncGuard const guard(mQueueLock);
     int const writeEnd = mPipe[1];
@@ -141,8 +135,8 @@ int MsgDrivenThread::postMsg(int msgId) {
     return postMsg(SimpleMsg(msgId));
 }
 
-// A `stop` that waits holds the same lock, so that a post from outside comes before the stop or fails. The
-// thread itself must not wait for it: the stop waits for the thread.
+// A `stop` that waits holds the same lock, so a post from outside comes before the stop or fails. The thread
+// itself must not wait for the lock, because the stop waits for the thread.
 int MsgDrivenThread::postMsg(Msg const& msg) {
     if (!acceptsMsg()) {
         return 0;

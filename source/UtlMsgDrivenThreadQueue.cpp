@@ -1,4 +1,4 @@
-// Looking into the queues of a message thread, and taking messages out of them before they are delivered.
+// Finding messages in the queues of a message thread, and removing them before they are delivered.
 
 #include "UtlMsgDrivenThread.h"
 #include "internal/message/UtlMsgRequestSteps.h"

@@ -41,7 +41,7 @@ int MsgDrivenThread::setTimer(unsigned int interval, int noWait, unsigned int re
     }
     TimerInfo const info(nullptr, interval, repeatCount, autoRepeat);
     TimerSteps steps(*this);
-    return isOwnThread() ? steps.setOwnTimer(info) : steps.setTimerFromOutside(info, noWait == 0);
+    return isOwnThread() ? steps.setOwnTimer(info) : steps.setTimerFromOutside(info, noWait == TIMER_WAIT);
 }
 
 bool MsgDrivenThread::startTimer(int timerId, int noWait) {
@@ -52,7 +52,7 @@ bool MsgDrivenThread::startTimer(int timerId, int noWait) {
         executeStartTimer(timerId);
         return true;
     }
-    return TimerSteps(*this).startTimerFromOutside(timerId, noWait == 0);
+    return TimerSteps(*this).startTimerFromOutside(timerId, noWait == TIMER_WAIT);
 }
 
 bool MsgDrivenThread::killTimer(int timerId, int noWait) {
@@ -60,8 +60,8 @@ bool MsgDrivenThread::killTimer(int timerId, int noWait) {
         return false;
     }
     TimerSteps steps(*this);
-    bool const killed =
-        isOwnThread() ? steps.killOwnTimer(timerId) : steps.killTimerFromOutside(timerId, noWait == 0);
+    bool const killed = isOwnThread() ? steps.killOwnTimer(timerId)
+                                      : steps.killTimerFromOutside(timerId, noWait == TIMER_WAIT);
     if (killed) {
         onEraseTimer(timerId);
     }
@@ -181,7 +181,7 @@ void MsgDrivenThread::executeTimeoutSignal(int timerId) {
 
 int MsgDrivenThread::executeTimeout(int timerId) {
     {
-        // A kill from outside may have taken the entry away since it was looked at.
+        // A kill from outside may have removed the entry since it was looked at.
         SyncGuard const guard(mQueueLock);
         ThreadCtlMsg const* const head = mCtlQueue.elementAt(0);
         if (head == nullptr || head->mMsgId != MSG_ID_CTL_TIMEOUT || head->mParam != timerId) {
@@ -202,7 +202,7 @@ int MsgDrivenThread::executeTimeout(int timerId) {
     return handling == TIMEOUT_RESTART_FAILED ? -1 : 0;
 }
 
-// Runs behind the handler, which may have killed the timer.
+// Runs after the handler, which may have killed the timer.
 int MsgDrivenThread::TimeoutPostHandling(int timerId) {
     SyncGuard const guard(mQueueLock);
     TimerInfo* const info = findTimer(timerId);

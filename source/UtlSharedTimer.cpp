@@ -65,9 +65,9 @@ bool SharedTimer::isOwnThread() const {
     return ThreadManager::getCallerId() == getId();
 }
 
-// Any token makes the loop look for the request, so where the entry found no place or its token got lost, a
-// bare token does. A pipe without room has tokens enough, and must not be waited for: the loop may have
-// ended.
+// Any token makes the loop look for the request. So if the entry found no place or its token was not written,
+// a token without an entry does. A pipe without room has enough tokens, and must not be waited for: the loop
+// may have ended.
 void SharedTimer::requestStop() {
     int const writeEnd = mPipe[1];
     bool const isPosted = hasRoomForToken(writeEnd) && postTimerCtlMsg(TIMER_CTL_QUIT, -1);
@@ -112,7 +112,7 @@ int SharedTimer::getNextSysTimerNumber() {
     return mNextSysTimerNumber;
 }
 
-// A write into a pipe without room would wait, with the lock held that its reader needs.
+// A write into a pipe without room would wait and hold the lock that its reader needs.
 bool SharedTimer::postTimerCtlMsg(int msgId, int param) {
     SyncGuard const guard(mQueueLock);
     if (mCtlQueue.size() >= mCtlQueue.maxSize()) {
@@ -138,14 +138,13 @@ bool SharedTimer::postTimerCtlMsg(int msgId, int param) {
 
 // On the timer thread, from here to the end.
 
-// The constructor waits for `enter`: that of a derived class runs next.
+// The constructor waits for this, because that of a derived class runs next.
 int SharedTimer::execute() {
-    LoopSteps loop(*this);
     enter();
     // A thread that could not be registered has no id, and nobody could stop it.
-    int const result = getId() != 0 ? loop.run() : -1;
+    int const result = getId() != 0 ? LoopSteps(*this).run() : -1;
     leaveWatchdog();
-    loop.leave();
+    LoopSteps(*this).leave();
     return result;
 }
 
@@ -176,7 +175,7 @@ int SharedTimer::updateOnStop(int timerId) {
     return 0;
 }
 
-// Runs behind the listener, which may have changed the timer.
+// Runs after the listener, which may have changed the timer.
 int SharedTimer::updateOnTimeout(int timerId) {
     SyncGuard const guard(mQueueLock);
     TimerInfo* const info = findTimer(timerId);
@@ -205,7 +204,7 @@ void SharedTimer::finishUpdate(int timerId) {
     }
 }
 
-// An entry stays where its token alone could not be written; it counts.
+// If only its token could not be written, the entry stays and counts.
 void SharedTimer::executeTimeoutSignal(int timerId) {
     SyncGuard const guard(mQueueLock);
     queueTimeout(findTimer(timerId), [&] {

@@ -5,7 +5,6 @@
 #include "UtlSharedTimer.h"
 #include "UtlThreadManager.h"
 #include "internal/base/UtlAdopt.h"
-#include "internal/base/UtlHidden.h"
 #include "internal/message/UtlSharedTimerSteps.h"
 #include "internal/message/UtlTimerRun.h"
 #include "internal/message/UtlTimerSteps.h"
@@ -15,7 +14,7 @@ namespace utl {
 
 namespace {
 
-// The answer. The shared timer may be gone by then: `destroy` gives answers too.
+// The answer. The shared timer may be destroyed by then: `destroy` gives answers, too.
 bool await(TimerWaiter const& waiter) {
     waitUntilOn(waiter.mAnswered, 0);
     return waiter.mSucceeded;
@@ -56,7 +55,7 @@ bool SharedTimer::RequestSteps::canWait() const {
     return mThread.hasDone(STARTED) && !mThread.isOwnThread();
 }
 
-// Entry and waiter appear together for the loop. mApiLock is held across the wait: one request at a time.
+// The loop sees entry and waiter together. mApiLock is held during the wait: one request at a time.
 bool SharedTimer::RequestSteps::request(int msgId, int timerId, int noWait) {
     ApiGuard const guard(mThread);
     TimerWaiter waiter(msgId, true);
@@ -69,10 +68,10 @@ bool SharedTimer::RequestSteps::request(int msgId, int timerId, int noWait) {
         if (info->isRunning() == (msgId == TIMER_CTL_START)) {
             return true;
         }
-        if ((noWait == 0 && !canWait()) || !mThread.postTimerCtlMsg(msgId, timerId)) {
+        if ((noWait == TIMER_WAIT && !canWait()) || !mThread.postTimerCtlMsg(msgId, timerId)) {
             return false;
         }
-        if (noWait != 0) {
+        if (noWait != TIMER_WAIT) {
             return true;
         }
         TimerRunEvent::of(*info).add(waiter);
@@ -108,7 +107,7 @@ int SharedTimer::RequestSteps::waitFor(int msgId, int timerId) {
     return await(waiter) ? Event::WAIT_DONE : Event::WAIT_FAILED;
 }
 
-// Only the wait is left out on the own thread: the loop ends when the listener that called has returned.
+// On the timer thread only the wait is left out: the loop ends after the listener that called has returned.
 void SharedTimer::destroy() {
     ApiGuard const guard(*this);
     Thread::stop(isOwnThread() ? 0 : 1, 0);
@@ -125,14 +124,14 @@ int SharedTimer::addTimer(TimerListener* listener, unsigned int interval, unsign
         TimerInfo(listener, interval, repeatCount, autoRepeat, share(std::make_unique<TimerRunEvent>())));
 }
 
-// Only a timer that stands still is taken away: its listener is not at work then. An older request to start
-// it may have been served since the stop.
+// Only a timer that does not run is removed, because its listener is not at work then. An older request to
+// start it may have been served since the stop.
 bool SharedTimer::eraseTimer(int timerId, int noWait) {
     ApiGuard const guard(*this);
-    if (noWait != 0) {
+    if (noWait != TIMER_WAIT) {
         return postTimerCtlMsg(TIMER_CTL_ERASE, timerId);
     }
-    while (stop(timerId, 0)) {
+    while (stop(timerId, TIMER_WAIT)) {
         SyncGuard const queueGuard(mQueueLock);
         TimerInfo* const info = findTimer(timerId);
         if (info == nullptr) {
@@ -156,7 +155,7 @@ bool SharedTimer::stop(int timerId, int noWait) {
 
 bool SharedTimer::restart(int timerId, int noWait) {
     ApiGuard const guard(*this);
-    if (noWait == 0 && !RequestSteps(*this).canWait()) {
+    if (noWait == TIMER_WAIT && !RequestSteps(*this).canWait()) {
         return false;
     }
     if (isRunning(timerId)) {
@@ -193,7 +192,7 @@ bool SharedTimer::setInterval(int timerId, unsigned int interval) {
 unsigned int SharedTimer::getInterval(int timerId) const {
     SyncGuard const guard(mQueueLock);
     TimerInfo const* const info = findTimer(timerId);
-    return info != nullptr ? info->mInterval : INVALID_SIZE;
+    return info != nullptr ? info->mInterval : NO_INTERVAL;
 }
 
 bool SharedTimer::isRunning(int timerId) const {

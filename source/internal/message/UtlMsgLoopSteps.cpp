@@ -27,7 +27,7 @@ int MsgDrivenThread::LoopSteps::run() {
     return -1;
 }
 
-// True if the entry at the head was acted upon. The control queue alone says what to do; a token that does
+// True if the entry at the head was acted upon. Only the control queue says what to do; a token that does
 // not match the head belonged to an entry that has been removed.
 bool MsgDrivenThread::LoopSteps::serveToken(PipeToken const& token, StatementInfo const& place) {
     ThreadCtlMsg head;

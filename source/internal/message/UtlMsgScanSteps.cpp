@@ -174,7 +174,7 @@ bool MsgDrivenThread::Erasure::take(ThreadCtlMsg const& entry, unsigned int fram
     return false;
 }
 
-// An erased timeout counts as an expiry. The step of its timer may take further entries out, but looks at no
+// An erased timeout counts as an expiry. The step of its timer may remove further entries, but looks at no
 // frame.
 MsgDrivenThread::Erasure::Step MsgDrivenThread::Erasure::finish(ThreadCtlMsg const& entry) {
     if (entry.mMsgId == MSG_ID_CTL_SYNC) {

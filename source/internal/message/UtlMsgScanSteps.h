@@ -33,12 +33,12 @@ class UTL_HIDDEN MsgDrivenThread::ScanSteps {
 
 /// An erasure from both queues of a message thread. *External lock needed*: the thread's `mQueueLock`.
 ///
-/// What it takes out is a gap in both queues until the next one who looks at them. That one takes the lock
-/// first, and only the erasure's own thread gets it: for a question or an erasure of a judgement, or for a
-/// step of a timer.
+/// What it has removed is a gap in both queues until somebody else looks at them. Whoever does so takes the
+/// lock first, and only the erasure's own thread gets it: for a question or an erasure of a judgement, or for
+/// a step of a timer.
 class [[nodiscard]] UTL_HIDDEN MsgDrivenThread::Erasure {
   public:
-    /// How it went on with an entry. After `ENDED_TIMER` the caller releases the lock for `onEraseTimer`; the
+    /// The outcome for an entry. After `ENDED_TIMER` the caller releases the lock for `onEraseTimer`; the
     /// queues may change meanwhile, so it starts again from the head.
     enum class Step { FAILED, DONE, ENDED_TIMER };
 
@@ -53,11 +53,11 @@ class [[nodiscard]] UTL_HIDDEN MsgDrivenThread::Erasure {
     Erasure(Erasure const&) = delete;
     Erasure& operator=(Erasure const&) = delete;
 
-    /// Takes all that match out. `*endedTimer` is the timer of `ENDED_TIMER`.
+    /// Removes all that match. `*endedTimer` is the timer of `ENDED_TIMER`.
     Step eraseMatches(MsgJudgementInterface& judgement, int* endedTimer);
 
-    /// True while there is one anywhere in the process. This is nearly always false, and faster to ask than
-    /// whether this thread has one.
+    /// True while there is one anywhere in the process. Nearly always false, and faster to ask than whether
+    /// this thread has one.
     static bool isAnyUnderWay() { return mErasures.load(std::memory_order_relaxed) != 0; }
 
     /// Makes the queues whole that this thread is erasing from under `lock`.

@@ -60,7 +60,7 @@ int MsgDrivenSharedThread::TimerSteps::registerTimer(ThreadMsgListener* listener
             return timerId;
         }
     }
-    mThread.killTimer(timerId, 1);
+    mThread.killTimer(timerId, TIMER_NO_WAIT);
     return NO_TIMER_ID;
 }
 

@@ -42,7 +42,7 @@ class UTL_HIDDEN MsgDrivenThread::TimerSteps {
     /// Removes the timeouts of a timer from the control queue.
     void eraseTimeouts(int timerId);
 
-    /// Takes the timer with the highest id away: the id, or -1 if there is none.
+    /// Removes the timer with the highest id: the id, or -1 if there is none.
     int eraseLast();
 
   private:

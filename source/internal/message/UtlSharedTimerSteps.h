@@ -57,7 +57,7 @@ class UTL_HIDDEN SharedTimer::TimerSteps {
     /// True if there is such a control entry. Takes the lock itself.
     bool isQueued(int msgId, int timerId) const;
 
-    /// Stops a timer that leaves the map, gives back all that it holds, and answers whoever waits.
+    /// Stops a timer that leaves the map, releases all that it holds, and answers whoever waits.
     void release(TimerInfo& info);
 
     /// Removes the timeouts of a timer from the control queue.

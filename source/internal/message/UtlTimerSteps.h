@@ -18,9 +18,6 @@ namespace utl {
 /// The timers of a thread by their ids.
 using TimerMap = Map<int, TimerInfo>;
 
-/// The answer where there is no timer.
-inline constexpr int NO_TIMER_ID = -1;
-
 /// The thread that a timer belongs to, as its log lines begin: "class(name)".
 struct TimerOwner {
     char const* mClass;
@@ -117,7 +114,7 @@ class TimerHandlerInstallation {
   public:
     enum class Result { DONE, DONE_BEFORE, FAILED };
 
-    /// `install` gives 0 or `errno`, which is stored in `*error`.
+    /// `install` returns 0 or `errno`, which is stored in `*error`.
     template <typename INSTALL>
     Result once(int* error, INSTALL install) {
         SyncGuard const guard(mSyncObject);

@@ -34,10 +34,10 @@ void openPipeEnd(int handle, int otherEnd, unsigned int capacity);
 /// When this returns, no handler writes to the pipe and none will.
 void closePipeEnd(int handle);
 
-/// True if one more token fits behind `written` ones.
+/// True if one more token fits after `written` ones.
 bool hasRoomAfter(PipeEndState& writer, unsigned int written);
 
-/// Takes the room for one token. False if there is none.
+/// Reserves the room for one token. False if there is none.
 bool reserveRoom(PipeEndState& writer);
 
 /// Counts a token that the one reader of the pipe has read.
