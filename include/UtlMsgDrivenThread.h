@@ -291,7 +291,7 @@ class UTL_API MsgDrivenThread : public Thread {
     static bool isDataMsgId(int msgId);
 
     /// Makes `msg`, which a listener has had and may have assigned to, as large as `like` again.
-    static void giveSizeBack(ThreadRawMsg& msg, ThreadRawMsg const& like);
+    static void restoreSize(ThreadRawMsg& msg, ThreadRawMsg const& like);
 
     /// Steps of the loop: passes the oldest frame to the listener. With `ctl`, the oldest control entry is
     /// removed. With `msgId`, frames of other ids before it are discarded; with `ctl`, so is a frame that a

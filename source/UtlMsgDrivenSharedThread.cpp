@@ -300,7 +300,7 @@ void MsgDrivenSharedThread::onSpecifiedMsgListener(int threadId, ThreadRawMsg& m
     mReceivedMsg.restoreFrom(msg);
     if (mReceivedMsg.mListener != nullptr) {
         mReceivedMsg.mListener->receiveMsg(threadId, mReceivedMsg.mRawMsg);
-        giveSizeBack(mReceivedMsg.mRawMsg, mPostMsg.mRawMsg);
+        restoreSize(mReceivedMsg.mRawMsg, mPostMsg.mRawMsg);
     }
 }
 

@@ -212,7 +212,7 @@ int MsgDrivenThread::execute() {
     return result;
 }
 
-void MsgDrivenThread::giveSizeBack(ThreadRawMsg& msg, ThreadRawMsg const& like) {
+void MsgDrivenThread::restoreSize(ThreadRawMsg& msg, ThreadRawMsg const& like) {
     if (msg.maxSize() != like.maxSize()) {
         msg = ThreadRawMsg(like.maxSize());
     }

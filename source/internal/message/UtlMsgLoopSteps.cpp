@@ -103,7 +103,7 @@ int MsgDrivenThread::LoopSteps::deliverPosted(int msgId) {
 void MsgDrivenThread::LoopSteps::deliver() {
     if (mThread.mListener != nullptr) {
         mThread.mListener->receiveMsg(mThread.getId(), mThread.mReceiveMsg);
-        giveSizeBack(mThread.mReceiveMsg, mThread.mSendMsg);
+        restoreSize(mThread.mReceiveMsg, mThread.mSendMsg);
     }
 }
 
