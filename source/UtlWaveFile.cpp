@@ -200,7 +200,7 @@ int WaveFile::openSubChunk(int mode, int chunkKind) {
 }
 
 // Opens the sub-chunk `id`; where there is none yet, appends one and stores its number.
-bool WaveFile::openOrAdd(int mode, std::atomic<int>& id, char const* name) {
+bool WaveFile::openOrAdd(int mode, int& id, char const* name) {
     if (id != NO_ID) {
         return mRiffFile->openSubChunk(static_cast<unsigned int>(id), mode) != 0;
     }
@@ -218,23 +218,23 @@ int WaveFile::closeSubChunk() {
 }
 
 // Null for a kind or a sub-chunk that there is not.
-std::atomic<int> const* WaveFile::idOf(int chunkKind) const {
+int const* WaveFile::idOf(int chunkKind) const {
     if (!isZeroOrOne(chunkKind)) {
         return nullptr;
     }
-    std::atomic<int> const& id = chunkKind == FMT_CHUNK ? mFmtChunkId : mDataChunkId;
+    int const& id = chunkKind == FMT_CHUNK ? mFmtChunkId : mDataChunkId;
     return id != NO_ID ? &id : nullptr;
 }
 
 int WaveFile::isOpenedSubChunk(int chunkKind) {
     WatchedGuard const guard(mLock, SOURCE, "isOpenedSubChunk", __LINE__);
-    std::atomic<int> const* const id = idOf(chunkKind);
+    int const* const id = idOf(chunkKind);
     return id != nullptr ? mRiffFile->isOpenedSubChunk(*id) : 0;
 }
 
 long long WaveFile::getChunkDataSize(int chunkKind) const {
     WatchedGuard const guard(mLock, SOURCE, "getChunkDataSize", __LINE__);
-    std::atomic<int> const* const id = idOf(chunkKind);
+    int const* const id = idOf(chunkKind);
     SubChunkInfo info;
     bool const isFound =
         id != nullptr && mRiffFile->getSubChunkInfo(static_cast<unsigned int>(*id), &info) != 0;
