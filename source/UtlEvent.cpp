@@ -4,6 +4,7 @@
 
 #include "UtlLog.h"
 #include "UtlTimeCounter.h"
+#include "internal/base/UtlHidden.h"
 #include "internal/base/UtlRecursiveMutex.h"
 #include "internal/time/UtlMonotonicTime.h"
 
@@ -45,7 +46,7 @@ int waitBounded(pthread_cond_t& condition, pthread_mutex_t& mutex, int milliseco
 
 }  // namespace
 
-class [[nodiscard]] UTL_SCOPED_CAPABILITY Event::MutexHold {
+class [[nodiscard]] UTL_HIDDEN UTL_SCOPED_CAPABILITY Event::MutexHold {
   public:
     explicit MutexHold(Mutex& mutex) UTL_ACQUIRE(mutex) : mMutex(mutex) { pthread_mutex_lock(&mMutex); }
     ~MutexHold() UTL_RELEASE() { pthread_mutex_unlock(&mMutex); }
