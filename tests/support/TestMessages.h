@@ -17,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include "TestGate.h"
 #include "TestHooks.h"
 #include "TestLayout.h"
 #include "TestLog.h"
@@ -115,25 +116,6 @@ inline std::string pipeOverflow(utl::MsgDrivenThread const& thread, char const* 
            ") Overflow Pipe  MaxCount:" + std::to_string(tokensThatFit(ThreadAccess::writeEnd(thread))) +
            " MsgId:" + hexId;
 }
-
-/// Opens once, for all threads; waiting ends with a failure after half a minute.
-class Gate {
-  public:
-    void open() {
-        std::lock_guard<std::mutex> const guard(mMutex);
-        mOpen = true;
-        mChanged.notify_all();
-    }
-    bool wait() {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mChanged.wait_for(lock, std::chrono::seconds(30), [this] { return mOpen; });
-    }
-
-  private:
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    bool mOpen = false;
-};
 
 /// The watchdog has no thread, so the calls of the library that a test counts or replaces are made by its own
 /// threads only.
