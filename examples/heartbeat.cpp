@@ -1,10 +1,10 @@
-// Three workers under the watchdog. One falls silent on demand and recovers; who is silent too long is
-// reported.
+// Three workers under the watchdog. One falls silent on demand and recovers; a worker that is silent too long
+// is reported.
 //
 //     heartbeat [SECONDS]    10 by default
 //
-// Enter, or the signal SIGUSR1, makes the worker "Slow" fall silent, and once more makes it recover. Without
-// anybody at the keyboard the program does so by itself, after a third and after two thirds of its time.
+// Enter, or the signal SIGUSR1, makes the worker "Slow" fall silent, and the next one makes it recover.
+// Without a terminal the program does so by itself, after a third and after two thirds of its time.
 
 #include <poll.h>
 #include <signal.h>
@@ -29,7 +29,7 @@ void demand(int /*signalNumber*/) {
     gDemanded = true;
 }
 
-// Gives a sign of life at each beat, until it is asked to stop.
+// Reports that it is alive at each beat, until it is asked to stop.
 class Worker : public utl::Thread {
   public:
     Worker(char const* name, unsigned int aliveTime) : Thread(name), mAliveTime(aliveTime) {}

@@ -4,11 +4,11 @@
 //
 // FROM is sjis, which is the default, utf8, utf16be or utf16le; TO is utf8, the default, utf16be or utf16le.
 // A CONVERSION is one of full, half, hiragana, katakana, upper and lower; several work one after the other.
-// UTF-16 is written with a byte order mark and with CR LF at the line ends, UTF-8 with LF alone. UTF-16 knows
-// no pairs of units here: a character of four bytes in UTF-8 becomes a reference mark in it, and each unit of
-// a pair three bytes in UTF-8.
+// UTF-16 is written with a byte order mark and with CR LF at the line ends, UTF-8 with LF alone. Surrogate
+// pairs are not supported: a character of four bytes in UTF-8 becomes a reference mark in UTF-16, and each
+// unit of a pair becomes three bytes in UTF-8.
 //
-// Without arguments it shows what it makes of a text that it brings along.
+// Without arguments it shows the conversions of a text of its own.
 
 #include <unistd.h>
 
@@ -25,7 +25,10 @@ struct NamedType {
     int type;
 };
 
-constexpr NamedType TYPES[] = {{"sjis", 0}, {"utf8", 1}, {"utf16be", 2}, {"utf16le", 3}};
+constexpr NamedType TYPES[] = {{"sjis", utl::File::TEXT_SJIS},
+                               {"utf8", utl::File::TEXT_UTF8},
+                               {"utf16be", utl::File::TEXT_UTF16_BIG},
+                               {"utf16le", utl::File::TEXT_UTF16_LITTLE}};
 
 struct Conversion {
     char const* name;
@@ -40,14 +43,14 @@ Conversion const CONVERSIONS[] = {
     {"lower", utl::LOWER_UPPER_PAIR, 1},
 };
 
-constexpr unsigned int LINE_SIZE = 5119;        // the largest that a line may need
+constexpr unsigned int LINE_SIZE = utl::File::TEXT_BYTES_MAX;
 constexpr unsigned int CONVERTED_SIZE = 16384;  // a letter of one byte becomes one of three
-constexpr unsigned int PIECE_BYTES = 2500;      // that one call can write, whatever they become
+constexpr unsigned int PIECE_BYTES = 2500;      // one call can write them in any encoding
 constexpr unsigned int CONVERSION_MAX = 8;
 
 struct Job {
-    int fromType = 0;
-    int toType = 1;
+    int fromType = utl::File::TEXT_SJIS;
+    int toType = utl::File::TEXT_UTF8;
     char const* conversions[CONVERSION_MAX] = {};
     unsigned int conversionCount = 0;
     char const* input = nullptr;
@@ -56,18 +59,22 @@ struct Job {
 
 enum class LineState { READ, END, UNREADABLE };
 
+bool isUtf16(int type) {
+    return type == utl::File::TEXT_UTF16_BIG || type == utl::File::TEXT_UTF16_LITTLE;
+}
+
 // The lines of the input.
 class Input {
   public:
     explicit Input(Job const& job) : mType(job.fromType), mFile(job.input, job.fromType) {}
 
-    bool open() { return mFile.open(0, 0) == 1 && skipMark(); }
+    bool open() { return mFile.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ) == 1 && skipMark(); }
 
     LineState readLine() {
         long long const start = mFile.position();
         unsigned int size = 0;
         int const result = mFile.readLine(mLine, LINE_SIZE, &size);
-        if (result == -3) {
+        if (result == utl::File::END_OF_FILE) {
             return LineState::END;
         }
         ++mNumber;
@@ -79,26 +86,27 @@ class Input {
     unsigned int number() const { return mNumber; }
 
   private:
-    // What Shift-JIS has no character for ends the text early, and then there is less of it than was
-    // measured. A zero in the file ends it, too.
+    // Bytes that are no character of Shift-JIS end the text early, and then it is shorter than measured. A
+    // zero in the file ends it, too.
     bool isWhole(long long start, int bytes, unsigned int size) {
-        if (mType >= 2) {
+        if (isUtf16(mType)) {
             return 2 * (utl::convertStrFromUtf8ToUtf16(nullptr, 0, mLine) - 1) ==
                    static_cast<unsigned int>(bytes);
         }
         unsigned char const zero = 0;
         return size == std::strlen(mLine) + 1 &&
                mFile.seekKey(&zero, 1, static_cast<unsigned long long>(start),
-                             static_cast<unsigned long long>(bytes), 0) == -2;
+                             static_cast<unsigned long long>(bytes),
+                             utl::File::AT_KEY) == utl::File::KEY_NOT_FOUND;
     }
 
-    // In UTF-8 reading leaves it out by itself.
+    // In UTF-8 the mark is left out by the reading operations.
     bool skipMark() {
         unsigned char bytes[2] = {};
-        bool const isUtf16 = mType >= 2;
+        unsigned int const high = mType == utl::File::TEXT_UTF16_BIG ? 0 : 1;
         bool const hasMark =
-            isUtf16 && mFile.read(bytes, 2) == 2 && bytes[mType - 2] == 0xFE && bytes[3 - mType] == 0xFF;
-        return mFile.seek(hasMark ? 2 : 0, 0) != -1;
+            isUtf16(mType) && mFile.read(bytes, 2) == 2 && bytes[high] == 0xFE && bytes[1 - high] == 0xFF;
+        return mFile.seek(hasMark ? 2 : 0, utl::File::FROM_START) != -1;
     }
 
     int const mType;
@@ -110,12 +118,14 @@ class Input {
 // The lines of the output.
 class Output {
   public:
-    explicit Output(Job const& job) : mIsUtf16(job.toType >= 2), mFile(job.output, job.toType) {}
+    explicit Output(Job const& job) : mIsUtf16(isUtf16(job.toType)), mFile(job.output, job.toType) {}
 
-    // Emptied behind the lock and not by the opening: the file may be the input.
-    bool open() { return mFile.open(0, 1) == 1 && mFile.resize(0) == 1; }
+    // Emptied after the lock is taken and not by the opening: the file may be the input.
+    bool open() {
+        return mFile.open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE) == 1 && mFile.resize(0) == 1;
+    }
 
-    // Line end and mark go with the text: UTF-16 does not write one character alone.
+    // Line end and mark are written with the text: in UTF-16 a single character is not written.
     bool writeLine(char const* text) {
         char const* const mark = mIsUtf16 && mIsFirst ? "\xEF\xBB\xBF" : "";
         char const* const lineEnd = mIsUtf16 ? "\r\n" : "\n";
@@ -126,7 +136,7 @@ class Output {
         char* rest = mWhole;
         while (*rest != '\0') {
             auto const length = static_cast<unsigned int>(std::strlen(rest));
-            // Half of a piece, so that the last one is none of a single character.
+            // Half a piece, so that the last one is never a single character.
             unsigned int const bytes =
                 length <= PIECE_BYTES ? length : utl::getNearCharIndex<char>(rest, PIECE_BYTES / 2, 1);
             if (bytes == utl::INVALID_SIZE || !writePiece(rest, bytes)) {
@@ -152,7 +162,7 @@ class Output {
     char mWhole[CONVERTED_SIZE] = {};
 };
 
-// All conversions of the job, one behind the other and in place.
+// All conversions of the job, one after the other and in place.
 bool convert(Job const& job, char* text) {
     for (unsigned int i = 0; i < job.conversionCount; ++i) {
         for (Conversion const& conversion : CONVERSIONS) {
@@ -236,7 +246,7 @@ bool parse(int argc, char** argv, Job* job) {
          ++optind) {
         job->conversions[job->conversionCount++] = argv[optind];
     }
-    if (optind != argc - 2 || job->fromType < 0 || job->toType < 1) {
+    if (optind != argc - 2 || job->fromType < 0 || job->toType < utl::File::TEXT_UTF8) {
         return false;
     }
     job->input = argv[optind];
@@ -244,13 +254,13 @@ bool parse(int argc, char** argv, Job* job) {
     return true;
 }
 
-// A file of its own for each look at the text, in a folder that is gone at the end.
+// A temporary folder for the converted text, removed at the end.
 class DemoFolder {
   public:
     DemoFolder() : mIsThere(mkdtemp(mPath) != nullptr && chdir(mPath) == 0) {}
     ~DemoFolder() {
         if (!mIsThere) {
-            return;  // and this is somebody else's folder
+            return;  // the working folder is another one
         }
         unlink(OUTPUT);
         if (chdir("/") == 0) {
@@ -270,9 +280,9 @@ class DemoFolder {
 };
 
 void show(char const* path) {
-    utl::File file(path, 1);
+    utl::File file(path, utl::File::TEXT_UTF8);
     char line[LINE_SIZE];
-    if (file.open(0, 0) == 1) {
+    if (file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ) == 1) {
         while (file.readLine(line, LINE_SIZE, nullptr) >= 0) {
             std::printf("    %s\n", line);
         }

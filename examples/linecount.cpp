@@ -83,7 +83,7 @@ class LineCounter : public utl::ThreadMsgListener {
     Totals mTotals;
 };
 
-// Where to cut `length` bytes so that a piece fits and no character is cut.
+// The bytes of the first piece: no more than fit, and no cut inside a character.
 size_t pieceLength(char const* text, size_t length) {
     if (length <= PIECE_BYTES_MAX) {
         return length;
@@ -95,7 +95,7 @@ size_t pieceLength(char const* text, size_t length) {
     return end;
 }
 
-// Posts a line in pieces. Now and then it waits for the thread to catch up, so that the queue never
+// Posts a line in pieces. Each time the queue may be full it waits for the thread, so that it never
 // overflows.
 bool postLine(utl::MsgDrivenThread& thread, char const* text, size_t length, unsigned int& queued) {
     while (length > 0) {

@@ -4,8 +4,8 @@
 //
 // A thread reads the recording block by block, at ten times its speed, and sends each block to a message
 // thread that two listeners share: one writes the memos, one measures the level. Blocks come from a pool and
-// go back to it behind the second listener. The memos, an index in UTF-16 and a log stand in FOLDER, which is
-// "voicememo.out" by default; memos of an earlier run are erased first.
+// return to it after the second listener. The memos, an index in UTF-16 and a log are written to FOLDER,
+// which is "voicememo.out" by default; memos of an earlier run are erased first.
 
 #include <spawn.h>
 #include <sys/wait.h>
@@ -29,17 +29,16 @@ using Texts = std::vector<std::string>;
 constexpr int LOG_TYPE = 1;
 constexpr unsigned int BLOCKS_PER_SECOND = 50;
 constexpr unsigned int POOL_BLOCKS = 16;
-constexpr unsigned int QUEUED_MAX = 2 * POOL_BLOCKS;  // more than there are blocks: a post finds room
+constexpr unsigned int QUEUED_MAX = 2 * POOL_BLOCKS;  // more than the blocks, so a post always has room
 constexpr unsigned int SPEED = 10;
 constexpr unsigned int ALIVE_MS = 2000;
 constexpr unsigned int PROGRESS_MS = 100;
 constexpr unsigned int LISTENERS = 2;
 constexpr unsigned int LINE_BYTES = 1024;
-constexpr unsigned int TEXT_BYTES_MAX = 5119;  // of a file, in one call
-constexpr int UTF8 = 1;
-constexpr int UTF16_LITTLE_ENDIAN = 3;
+constexpr unsigned short BITS = 16;         // of a sample
+constexpr unsigned short PLAIN_FORMAT = 1;  // the format id of samples that are not compressed
 
-// A mean level below this is silence, of which so many blocks end a memo.
+// A mean level below this is silence, and this many silent blocks end a memo.
 constexpr unsigned int SILENCE_LEVEL = 200;
 constexpr unsigned int SILENT_BLOCKS = 15;
 
@@ -56,7 +55,7 @@ struct Format {
     }
 };
 
-// A fiftieth of a second; the samples stand behind it in its place of the pool.
+// A fiftieth of a second; the samples follow it in its place in the pool.
 struct Block {
     unsigned int bytes = 0;
     std::atomic<unsigned int> users{LISTENERS};
@@ -75,7 +74,7 @@ struct Block {
     }
 };
 
-// The blocks that are on their way. Whoever takes one waits while all are.
+// The blocks in use. `take` waits while none is free.
 class BlockStore {
   public:
     explicit BlockStore(Format const& format) : mPool(placeBytes(format), POOL_BLOCKS, "blocks") {}
@@ -92,12 +91,12 @@ class BlockStore {
     // Called by each user of the block.
     void release(Block* block) {
         if (--block->users == 0) {
-            giveBack(block);
+            discard(block);
         }
     }
 
-    // Called where nobody is to have the block.
-    void giveBack(Block* block) {
+    // Called if no listener will get the block.
+    void discard(Block* block) {
         mPool.release(block);
         mFreed.setOn();
     }
@@ -113,7 +112,7 @@ class BlockStore {
     utl::Event mFreed{utl::Event::INITIALLY_OFF, utl::Event::TWO_WAY};
 };
 
-// Carries a block across to the message thread; its bytes stay where they are.
+// Passes a block to the message thread by its address.
 class BlockMsg : public utl::Msg {
   public:
     explicit BlockMsg(Block* block = nullptr) : Msg(MSG_BLOCK), mBlock(block) {}
@@ -135,7 +134,7 @@ class BlockMsg : public utl::Msg {
     Block* mBlock;
 };
 
-// Hands each block to a derived class and gives it back behind that.
+// Passes each block to a derived class and releases it afterwards.
 class BlockListener : public utl::ThreadMsgListener {
   public:
     explicit BlockListener(BlockStore& store) : mStore(store) {}
@@ -160,7 +159,7 @@ class BlockListener : public utl::ThreadMsgListener {
     int mId = utl::MSG_ID_NONE;
 };
 
-// Writes a memo for each piece of speech; the silence behind it belongs to it, so that nothing is lost.
+// Writes a memo for each piece of speech, including the silence after it, so that nothing is lost.
 class MemoWriter : public BlockListener {
   public:
     MemoWriter(BlockStore& store, Format const& format, char const* folder, utl::File& log)
@@ -191,9 +190,10 @@ class MemoWriter : public BlockListener {
         char path[LINE_BYTES];
         std::snprintf(path, sizeof(path), "%s/memo-%02u.wav", mFolder, ++mCount);
         mMemo.set(new utl::WaveFile(path));
-        bool const isOpen = mMemo->open(1, 1) == 0 &&
-                            mMemo->setFmtChunkData(mFormat.rate, mFormat.channels, 16, 1) != 0 &&
-                            mMemo->openSubChunk(0, 1) != 0;
+        bool const isOpen =
+            mMemo->open(utl::RiffFile::OPEN_NEW, utl::RiffFile::ACCESS_READ_WRITE) == utl::WaveFile::OPENED &&
+            mMemo->setFmtChunkData(mFormat.rate, mFormat.channels, BITS, PLAIN_FORMAT) != 0 &&
+            mMemo->openSubChunk(utl::SubChunk::AT_START, utl::WaveFile::CHUNK_DATA) != 0;
         mFailed = mFailed || !isOpen;
         mHasSpeech = false;
         mBytes = 0;
@@ -218,7 +218,7 @@ class MemoWriter : public BlockListener {
     bool mFailed = false;
 };
 
-// Knows the level of the block that was heard last, and how much was heard.
+// Stores the level of the last block and the number of bytes so far.
 class LevelMeter : public BlockListener {
   public:
     using BlockListener::BlockListener;
@@ -237,7 +237,7 @@ class LevelMeter : public BlockListener {
     std::atomic<unsigned long long> mBytes{0};
 };
 
-// Draws a line at each tick of a shared timer: over the last one on a terminal, else below it.
+// Draws a line at each tick of a shared timer: over the previous one on a terminal, else below it.
 class ProgressLine : public utl::TimerListener {
   public:
     ProgressLine(LevelMeter const& meter, unsigned long long total) : mMeter(meter), mTotal(total) {}
@@ -271,7 +271,7 @@ class Reader : public utl::Thread {
         Block* block = nullptr;
         while (!hasRequestedStop() && (block = readBlock()) != nullptr) {
             if (mReceiver.postMsg(BlockMsg(block)) == 0) {
-                mStore.giveBack(block);
+                mStore.discard(block);
                 return -1;
             }
             sleep(1000 / BLOCKS_PER_SECOND / SPEED);
@@ -286,7 +286,7 @@ class Reader : public utl::Thread {
         Block* const block = mStore.take();
         int const count = mRecording.read(block->samples(), mFormat.blockBytes());
         if (count <= 0) {
-            mStore.giveBack(block);
+            mStore.discard(block);
             return nullptr;
         }
         block->bytes = static_cast<unsigned int>(count);
@@ -346,7 +346,8 @@ std::string title() {
 // The names of the memos, which count up.
 Texts memosIn(char const* folder) {
     utl::Array<utl::BasicString<char>> paths(1, 1);
-    utl::File::children((std::string(folder) + "/memo-*.wav").c_str(), &paths, 0, nullptr, 0);
+    utl::File::children((std::string(folder) + "/memo-*.wav").c_str(), &paths, utl::File::CHILD_FILES,
+                        nullptr, 0);
     Texts memos;
     for (unsigned int i = 0; i < paths.size(); ++i) {
         memos.emplace_back(paths.getAt(i)->buffer());
@@ -361,7 +362,9 @@ Texts indexOf(Texts const& memos, Format const& format, unsigned long long* sum)
     for (std::string const& path : memos) {
         utl::WaveFile memo(path.c_str());
         utl::WaveFile::AutoClose const closing(memo);
-        long long const size = memo.open(0, 0) == 0 ? memo.getChunkDataSize(1) : 0;
+        bool const isOpen =
+            memo.open(utl::RiffFile::OPEN_KEEP, utl::RiffFile::ACCESS_READ) == utl::WaveFile::OPENED;
+        long long const size = isOpen ? memo.getChunkDataSize(utl::WaveFile::CHUNK_DATA) : 0;
         auto const bytes = static_cast<unsigned long long>(size);
         *sum += bytes;
         char seconds[LINE_BYTES];
@@ -373,54 +376,58 @@ Texts indexOf(Texts const& memos, Format const& format, unsigned long long* sum)
 }
 
 bool writeIndex(char const* path, Texts const& lines) {
-    utl::File file(path, UTF16_LITTLE_ENDIAN);
-    bool isWritten = file.open(2, 1) != 0;
+    utl::File file(path, utl::File::TEXT_UTF16_LITTLE);
+    bool isWritten = file.open(utl::File::OPEN_EMPTY, utl::File::ACCESS_WRITE) != 0;
     for (std::string const& line : lines) {
-        isWritten = isWritten && file.writeText((line + "\r\n").c_str(), TEXT_BYTES_MAX, 0) > 0;
+        isWritten = isWritten && file.writeText((line + "\r\n").c_str(), utl::File::TEXT_BYTES_MAX, 0) > 0;
     }
     return isWritten;
 }
 
 Texts readIndex(char const* path) {
-    utl::File file(path, UTF16_LITTLE_ENDIAN);
+    utl::File file(path, utl::File::TEXT_UTF16_LITTLE);
     Texts lines;
     char line[LINE_BYTES];
-    file.open(0, 0);
+    file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ);
     while (file.readLine(line, sizeof(line), nullptr) > 0) {
         lines.emplace_back(line);
     }
     return lines;
 }
 
-// Takes away what an earlier run left, unless somebody has one of the memos: it may be the recording.
+// Erases the memos of an earlier run, unless one of them is open: it may be the recording.
 bool removeMemos(char const* folder) {
     Texts const memos = memosIn(folder);
     return std::none_of(
                memos.begin(), memos.end(),
                [](std::string const& path) { return utl::File::isOpened(path.c_str(), nullptr) != 0; }) &&
-           std::all_of(memos.begin(), memos.end(),
-                       [](std::string const& path) { return utl::File::erase(path.c_str(), 1) != 0; });
+           std::all_of(memos.begin(), memos.end(), [](std::string const& path) {
+               return utl::File::erase(path.c_str(), utl::File::ERASE_READ_ONLY) != 0;
+           });
 }
 
-// Opens a recording at its first sample. The rate is 0 for a file that is none.
+// Opens a recording at its first sample. The rate is 0 for a file that is no recording.
 Format openRecording(utl::WaveFile& recording) {
-    bool const isOpen = recording.open(0, 0) == 0 && recording.openSubChunk(0, 1) != 0;
-    bool const hasSamples = isOpen && recording.getChunkDataSize(1) > 0;
+    bool const isOpen =
+        recording.open(utl::RiffFile::OPEN_KEEP, utl::RiffFile::ACCESS_READ) == utl::WaveFile::OPENED &&
+        recording.openSubChunk(utl::SubChunk::AT_START, utl::WaveFile::CHUNK_DATA) != 0;
+    bool const hasSamples = isOpen && recording.getChunkDataSize(utl::WaveFile::CHUNK_DATA) > 0;
     Format format;
-    if (hasSamples && recording.getBitsWidth() == 16 && recording.getChannel() != 0) {
+    if (hasSamples && recording.getBitsWidth() == BITS && recording.getChannel() != 0) {
         format.rate = recording.getSamplingRate();
         format.channels = recording.getChannel();
     }
     return format;
 }
 
-// Sends the recording through the threads. False if something was lost on the way.
+// Sends the recording through the threads. False if something was lost.
 bool split(utl::WaveFile& recording, Format const& format, char const* folder, utl::File& log) {
     SilenceReporter silence;
     BlockStore store(format);
     MemoWriter writer(store, format, folder, log);
     LevelMeter meter(store);
-    ProgressLine progress(meter, static_cast<unsigned long long>(recording.getChunkDataSize(1)));
+    ProgressLine progress(
+        meter, static_cast<unsigned long long>(recording.getChunkDataSize(utl::WaveFile::CHUNK_DATA)));
     utl::MsgDrivenSharedThread receiver(sizeof(void*), QUEUED_MAX, LISTENERS, "Listeners", 1);
     utl::SharedTimer ticker(utl::Thread::WITHOUT_WATCHDOG, 0, nullptr, 1, "Ticker");
     Reader reader(recording, format, store, receiver);
@@ -466,9 +473,10 @@ int main(int argc, char** argv) {
     char const* const folder = argc > 2 ? argv[2] : "voicememo.out";
     std::string const spoken = std::string(folder) + "/recording.wav";
     char const* const source = argc > 1 ? argv[1] : spoken.c_str();
-    utl::File log((std::string(folder) + "/voicememo.log").c_str(), UTF8);
-    // Emptied behind the lock, so that one of two that share the folder keeps its log.
-    if (utl::File::makeDirectories(folder) == 0 || log.open(0, 1) == 0 || log.resize(0) == 0) {
+    utl::File log((std::string(folder) + "/voicememo.log").c_str(), utl::File::TEXT_UTF8);
+    // Emptied after the lock is taken, so that the first of two programs in one folder keeps its log.
+    if (utl::File::makeDirectories(folder) == 0 ||
+        log.open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE) == 0 || log.resize(0) == 0) {
         return complain("the log cannot be written in this folder", folder);
     }
     if (argc <= 1 && !speak(spoken)) {
@@ -484,7 +492,7 @@ int main(int argc, char** argv) {
     if (!removeMemos(folder)) {
         return complain("a memo in this folder is in use or cannot be erased", folder);
     }
-    auto const total = static_cast<unsigned long long>(recording.getChunkDataSize(1));
+    auto const total = static_cast<unsigned long long>(recording.getChunkDataSize(utl::WaveFile::CHUNK_DATA));
     applog(LOG_TYPE, utl::LOG_LEVEL_INFO, &log, "%s: %.2f s, %u times a second", source,
            format.seconds(total), format.rate);
     bool const isSplit = split(recording, format, folder, log);

@@ -6,28 +6,28 @@
 
 namespace utl {
 
-/// Hands out blocks of one size from one area; *internally locked*, because any thread may take and give
-/// back. The pool itself uses no heap after its construction; the first sign of life of a process, which a
-/// call gives, may still make the `ThreadManager`. A call takes the same time whatever the number of blocks.
+/// Hands out blocks of one size from one area; *internally locked*, because any thread may take and return
+/// them. The pool itself uses no heap after its construction; a call's keep-alive report, if it is the first
+/// of the process, may still make the `ThreadManager`. A call takes the same time for any number of blocks.
 ///
-/// Blocks lie one behind the other without headers or gaps, so their alignment is what the block size gives:
-/// with a multiple of 16 every block suits every type that is not over-aligned (`alignas` beyond
+/// Blocks are contiguous, without headers or gaps, so the block size determines their alignment: with a
+/// multiple of 16 every block suits every type that is not over-aligned (`alignas` beyond
 /// `std::max_align_t`). The lowest free block is handed out first.
 class UTL_API MemoryPool {
   public:
-    /// Makes `blockCount` blocks of `blockSize` bytes, zeroed. `name` stands in the pool's log lines; it is
-    /// copied, and null is an empty one. A count or a size of 0 is logged and leaves a pool without blocks.
+    /// Makes `blockCount` blocks of `blockSize` bytes, zeroed. `name` appears in the pool's log lines; it is
+    /// copied, and null counts as empty. A count or a size of 0 is logged and leaves a pool without blocks.
     /// What the allocator throws passes through.
     MemoryPool(unsigned int blockSize, unsigned int blockCount, char const* name);
 
-    /// Logs each block that is still in use. The blocks' memory goes all the same.
+    /// Logs each block that is still in use, and frees the memory of all blocks.
     virtual ~MemoryPool();
     MemoryPool(MemoryPool const&) = delete;
     MemoryPool& operator=(MemoryPool const&) = delete;
 
-    /// The lowest free block, which is the caller's until `release`; null when all are in use. It holds what
-    /// its last user left there.
-    void* create();
+    /// The lowest free block, which belongs to the caller until `release`; null when all are in use. Its
+    /// content is what its last user left there.
+    [[nodiscard]] void* create();
 
     /// Takes a block back. Null is ignored. An address that is not the start of a block in use is logged and
     /// ignored.
@@ -40,7 +40,7 @@ class UTL_API MemoryPool {
     BasicString<char> mName;
     unsigned int mBlockSize;
     unsigned int mBlockCount;
-    unsigned int* mActive;  // a flag for each block, and behind the flags the search tree over the free ones
+    unsigned int* mActive;  // a flag for each block, followed by the search tree over the free ones
     unsigned char* mMemory;
     SyncObject mSyncObject;
 };

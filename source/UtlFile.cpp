@@ -18,13 +18,10 @@ namespace {
 
 using FileHandle = SmartHandle<DestructCloseFile>;
 
-enum Disposition { KEEP = 0, KEEP_AT_END = 1, EMPTY = 2 };
-enum Access { READ = 0, WRITE = 1, READ_WRITE = 2 };
-
 constexpr unsigned int READER_MODE = 0555;
 constexpr unsigned int NEW_FILE_MODE = 0777;
 
-/// One opening as the system sees it.
+/// What the system is asked for in one opening.
 struct Opening {
     int flags;
     unsigned int mode;
@@ -32,7 +29,7 @@ struct Opening {
     bool isAtEnd;
 };
 
-/// What went wrong in an opening, in the words of its log line; null if nothing did.
+/// The log line of a failed opening; `what` is null if it succeeded.
 struct OpenFailure {
     char const* what = nullptr;
     int level = LOG_LEVEL_NONE;
@@ -70,10 +67,10 @@ long long seekDescriptor(int descriptor, long long offset, int whence) {
     return position;
 }
 
-/// Makes what was opened without blocking, a FIFO perhaps, block from here on. False with `errno` for a FIFO
-/// without its other side: opening it to write fails by itself, but opening it to read does not, and only a
-/// look at what could be read from it tells. That look takes nothing away.
-bool becomesBlocking(int descriptor) {
+/// Makes a descriptor that was opened without blocking, perhaps a FIFO's, block from now on. False with
+/// `errno` for a FIFO without its other side. Opening such a FIFO to write fails by itself, but opening it to
+/// read does not; only `tee` shows that nobody writes, and it consumes nothing.
+bool makeBlocking(int descriptor) {
     ::fcntl(descriptor, F_SETFL, 0);
     if (::fcntl(descriptor, F_GETPIPE_SZ) == -1) {
         return true;
@@ -89,15 +86,16 @@ bool becomesBlocking(int descriptor) {
     return count != 0;
 }
 
-/// Opens, locks and places the file of `path` into the empty `file`, which closes it also after a failure.
+/// Opens, locks and positions the file of `path`. The empty `file` takes the descriptor, and so closes it
+/// after a failure too.
 OpenFailure openInto(FileHandle* file, char const* path, Opening const& opening) {
     OpenedDescriptor opened(openPath("open", __LINE__, path, opening.flags, opening.mode));
     if (!opened.isValid()) {
         return failureNow("open() Failed.", LOG_LEVEL_ERROR);
     }
     int const descriptor = opened.get();
-    opened.giveTo(file);
-    if ((opening.flags & O_NONBLOCK) != 0 && !becomesBlocking(descriptor)) {
+    opened.moveTo(file);
+    if ((opening.flags & O_NONBLOCK) != 0 && !makeBlocking(descriptor)) {
         return failureNow("open() Failed.", LOG_LEVEL_ERROR);
     }
     if ((opening.flags & O_EXCL) != 0) {
@@ -115,11 +113,11 @@ OpenFailure openInto(FileHandle* file, char const* path, Opening const& opening)
 }
 
 /// A FIFO is opened without waiting for its other side.
-constexpr int withoutBlocking(PathKind kind) {
+constexpr int nonBlockingFlag(PathKind kind) {
     return kind == PathKind::SPECIAL ? O_NONBLOCK : 0;
 }
 
-/// True if the owner may not write the file that is there, seen by two looks at it.
+/// True if the owner may not write the existing file, of which the system is then asked a second time.
 bool refusesWriter(char const* path) {
     if (File::isReadOnly(path) == 0) {
         return false;
@@ -149,17 +147,17 @@ File::~File() {
 
 int File::open(int disposition, int access) {
     bool const isRefused = isDirectory() != 0 || isOpened() != 0 ||
-                           static_cast<unsigned int>(disposition) > EMPTY ||
-                           static_cast<unsigned int>(access) > READ_WRITE;
+                           static_cast<unsigned int>(disposition) > OPEN_EMPTY ||
+                           static_cast<unsigned int>(access) > ACCESS_READ_WRITE;
     if (isRefused) {
         return 0;
     }
-    return access == READ ? openForReading(disposition) : openForWriting(disposition, access);
+    return access == ACCESS_READ ? openForReading(disposition) : openForWriting(disposition, access);
 }
 
 int File::openForReading(int disposition) {
     char const* const path = getPath();
-    if (disposition == EMPTY || !NormalPath(path).passesCheck()) {
+    if (disposition == OPEN_EMPTY || !NormalPath(path).passesCheck()) {
         return 0;
     }
     PathKind const kind = kindOfPath("exists", __LINE__, path);
@@ -169,7 +167,7 @@ int File::openForReading(int disposition) {
     FileHandle file;
     OpenFailure const failure = openInto(
         &file, path,
-        {O_RDONLY | withoutBlocking(kind), READER_MODE, LOCK_SH | LOCK_NB, disposition == KEEP_AT_END});
+        {O_RDONLY | nonBlockingFlag(kind), READER_MODE, LOCK_SH | LOCK_NB, disposition == OPEN_AT_END});
     if (failure.what != nullptr) {
         logOpenFailure(failure, path);
         return 0;
@@ -188,15 +186,16 @@ int File::openForWriting(int disposition, int access) {
     if (!isNew && refusesWriter(path)) {
         return 0;
     }
-    int const flags = (access == WRITE ? O_WRONLY : O_RDWR) | (disposition == EMPTY ? O_TRUNC : 0);
-    Opening opening{flags | O_CREAT | (isNew ? O_EXCL : withoutBlocking(kind)), NEW_FILE_MODE,
-                    LOCK_EX | LOCK_NB, disposition == KEEP_AT_END};
+    int const flags =
+        (access == ACCESS_WRITE ? O_WRONLY : O_RDWR) | (disposition == OPEN_EMPTY ? O_TRUNC : 0);
+    Opening opening{flags | O_CREAT | (isNew ? O_EXCL : nonBlockingFlag(kind)), NEW_FILE_MODE,
+                    LOCK_EX | LOCK_NB, disposition == OPEN_AT_END};
     WidenedParent parent(path);
     FileHandle file;
     OpenFailure failure = openInto(&file, path, opening);
     if (isNew && failure.error == EEXIST) {
-        // Somebody put something there meanwhile. Whatever it is, it is not ours: nothing is created through
-        // it, it keeps its mode, and nobody waits for it.
+        // Somebody else created it since the check. Nothing is created through it, it keeps its mode, and
+        // the opening does not wait for it.
         if (exists() != 0 && refusesWriter(path)) {
             return 0;
         }
@@ -218,11 +217,11 @@ int File::close() {
     return wasOpened;
 }
 
-int File::isOpened() const {
+int File::isOpened() const noexcept {
     return isValidDescriptor(mHandle.get()) ? 1 : 0;
 }
 
-int File::flush() {
+int File::flush() noexcept {
     return 1;
 }
 
@@ -231,11 +230,11 @@ long long File::seek(long long offset, int origin) {
         return -1;
     }
     switch (origin) {
-        case START:
+        case FROM_START:
             return seekFile(mHandle.get(), offset, SEEK_SET);
-        case END:
+        case FROM_END:
             return seekFile(mHandle.get(), offset, SEEK_END);
-        case POSITION:
+        case FROM_POSITION:
             return seekFile(mHandle.get(), offset, SEEK_CUR);
         default:
             return -1;
@@ -280,8 +279,8 @@ int File::read(void* buffer, unsigned int length) {
     return position < size ? readFile(buffer, length) : END_OF_FILE;
 }
 
-// Not in a bracket, unlike a write: alive times are chosen for readers that the watchdog last saw behind
-// their look-ahead.
+// Not in a bracket, unlike a write: alive times are chosen for readers whose last report came before the
+// `read`.
 int File::readFile(void* buffer, unsigned int length) {
     auto const result = static_cast<int>(::read(mHandle.get(), buffer, length));
     if (result == -1) {
@@ -296,8 +295,8 @@ int File::write(void const* buffer, unsigned int length) {
     }
     int result = -1;
     {
-        // For each write anew, though the file is open by now, and for a write of nothing too: callers count
-        // on a folder that is wide while a write lasts and has its own mode behind it.
+        // For each write, though the file is already open, and for a write of nothing too: callers rely on a
+        // folder that is wide during a write and has its own mode after it.
         WidenedParent const parent(getPath());
         if (buffer != nullptr && length != 0) {
             result = writeFile(mHandle.get(), buffer, length);
@@ -329,14 +328,14 @@ int File::resize() {
 
 int File::resize(unsigned long long newSize) {
     long long const oldPosition = position();
-    if (oldPosition == -1 || seek(static_cast<long long>(newSize), START) == -1) {
+    if (oldPosition == -1 || seek(static_cast<long long>(newSize), FROM_START) == -1) {
         return 0;
     }
     int const isResized = resize();
     if (isResized != 0 && static_cast<unsigned long long>(oldPosition) >= newSize) {
         return 1;
     }
-    return seek(oldPosition, START) != -1 ? isResized : 0;
+    return seek(oldPosition, FROM_START) != -1 ? isResized : 0;
 }
 
 int File::changeParentAccessMode(char const* path, int mode, int* previousMode) {
@@ -388,7 +387,7 @@ long long File::openedSize() const {
     return sizeOfDescriptor(mHandle.get(), getPath());
 }
 
-// A handle's size with the line that tells whose it was.
+// Logs a failure with the path.
 long long File::sizeOfDescriptor(int descriptor, char const* path) {
     long long const size = fileSize(descriptor);
     if (size == -1) {

@@ -29,7 +29,7 @@ class [[nodiscard]] CopyEnd {
 
     bool isOpen() const { return mDescriptor >= 0; }
 
-    /// False if the system says only now that it could not store what was written.
+    /// False if the system reports now that it could not store what was written.
     bool close() {
         bool const isStored =
             !isOpen() || fileCall("copy", __LINE__, [this] { return ::close(mDescriptor); }) == 0;
@@ -38,7 +38,7 @@ class [[nodiscard]] CopyEnd {
     }
 
     ssize_t read(void* buffer, std::size_t bytes) const {
-        return beyondSignals(
+        return retryOnInterrupt(
             [=] { return fileCall("copy", __LINE__, [=] { return ::read(mDescriptor, buffer, bytes); }); });
     }
 
@@ -59,7 +59,7 @@ class [[nodiscard]] CopyEnd {
     int mDescriptor;
 };
 
-/// False if not everything was read and written; a failure to read is told with the source's path.
+/// False if not everything was read and written. A failed read is logged with the source's path.
 bool copyContent(CopyEnd const& source, CopyEnd const& destination, char const* sourcePath) {
     char buffer[COPY_BUFFER_SIZE];
     ssize_t count = 0;
@@ -75,22 +75,23 @@ bool copyContent(CopyEnd const& source, CopyEnd const& destination, char const* 
     return destination.cutHere();
 }
 
-/// Opens what a copy with this mode goes to; -1 on failure and for what is special. What somebody puts there
-/// behind the look at it is used as it is: `*keepsMode` becomes true.
+/// Opens the target of a copy with this mode; -1 on failure and for a FIFO or a device. A file that appears
+/// after the check is used as it is: `*keepsMode` becomes true.
 int openTarget(char const* path, int overwrite, mode_t mode, bool* keepsMode) {
-    PathKind const kind = overwrite == 1 ? kindOfPath("copy", __LINE__, path) : PathKind::NOTHING;
+    PathKind const kind =
+        overwrite == File::OVERWRITE_EXISTING ? kindOfPath("copy", __LINE__, path) : PathKind::NOTHING;
     if (kind == PathKind::SPECIAL) {
         return -1;
     }
     bool const isNew = kind == PathKind::NOTHING;
-    // Not emptied here: what an old file has beyond the copy is cut off at the end, so that a copy that fails
-    // costs no more of it than was written over.
+    // Not emptied here: the rest of a longer old file is cut off at the end, so a copy that fails destroys no
+    // more than it has overwritten.
     int const descriptor = openPath("copy", __LINE__, path, O_WRONLY | O_CREAT | (isNew ? O_EXCL : 0), mode);
-    *keepsMode = descriptor == -1 && errno == EEXIST && overwrite == 1;
+    *keepsMode = descriptor == -1 && errno == EEXIST && overwrite == File::OVERWRITE_EXISTING;
     return *keepsMode ? openPath("copy", __LINE__, path, O_WRONLY | O_NONBLOCK) : descriptor;
 }
 
-// Kept out of `File::copy`, which calls itself for each level of a tree: the content's buffer is needed once.
+// Not inlined into `File::copy`, which is recursive: one level alone needs the content's buffer.
 [[gnu::noinline]] bool copyFile(char const* sourcePath, char const* destinationPath, int overwrite) {
     WidenedParent sourceParent(sourcePath);
     CopyEnd source(openPath("copy", __LINE__, sourcePath, O_RDONLY | O_NONBLOCK));
@@ -116,8 +117,8 @@ int openTarget(char const* path, int overwrite, mode_t mode, bool* keepsMode) {
         sourceParent.restore();
         return false;
     }
-    // Both files are closed before their folders are put back, the one that was widened last first: the two
-    // may be one folder.
+    // Both files are closed before their folders are restored. The folder that was widened last is restored
+    // first, because the two may be one folder.
     bool const isWritten = copyContent(source, destination, sourcePath);
     if (isWritten && !keepsMode) {
         destination.setMode(status.st_mode);
@@ -128,13 +129,14 @@ int openTarget(char const* path, int overwrite, mode_t mode, bool* keepsMode) {
     return isWritten && isStored;
 }
 
-/// Puts the name of `entry` behind `destination`, which passes the path check, into a path buffer. False if
-/// `entry` cannot be dissected or the path becomes too long.
-bool nameTarget(char* target, char const* destination, char const* entry) {
+/// Makes the path buffer `target` the path of the name of `entry` in `destination`, which passes the path
+/// check. False if `entry` cannot be dissected or the path becomes too long.
+bool makeTargetPath(char* target, char const* destination, char const* entry) {
     auto const length = static_cast<unsigned int>(std::strlen(destination));
     copyMemory(target, destination, length);
     target[length] = '/';
-    return File::extractFileName(target + length + 1, PATH_BUFFER_SIZE - length - 1, entry, 0) != 0;
+    return File::extractFileName(target + length + 1, PATH_BUFFER_SIZE - length - 1, entry,
+                                 File::WITH_EXTENSION) != 0;
 }
 
 bool copyFolder(char const* source, char const* destination, int overwrite) {
@@ -143,7 +145,7 @@ bool copyFolder(char const* source, char const* destination, int overwrite) {
     }
     return visitEntries(source, [destination, overwrite](char const* entry) {
         char target[PATH_BUFFER_SIZE] = {};
-        return nameTarget(target, destination, entry) && File::copy(entry, target, overwrite) != 0;
+        return makeTargetPath(target, destination, entry) && File::copy(entry, target, overwrite) != 0;
     });
 }
 

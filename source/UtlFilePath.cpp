@@ -1,5 +1,5 @@
-// Dissection of paths. A separator is never a byte of a longer character, so once a path is known to be UTF-8
-// its bytes are all there is to look at.
+// Dissection of paths. A separator is never a byte of a longer character, so in a path that is UTF-8 it is
+// enough to compare bytes.
 
 #include <cstring>
 
@@ -13,7 +13,7 @@ namespace {
 
 constexpr char SEPARATOR = '/';
 
-/// Where a component lies in a path; empty if there is none.
+/// The place of a component in a path; empty if there is none.
 struct Component {
     unsigned int begin = 0;
     unsigned int end = 0;
@@ -48,7 +48,7 @@ Component findFirst(NormalPath const& path) {
     return {begin, begin + static_cast<unsigned int>(std::strcspn(path.text() + begin, "/"))};
 }
 
-/// Cuts the path so that the component ends it; gives where the component begins.
+/// Cuts the path after the component; returns where the component begins.
 char* cutOut(NormalPath* path, Component const& component) {
     path->text()[component.end] = '\0';
     return path->text() + component.begin;
@@ -61,7 +61,7 @@ int copyOut(char* output, unsigned int outputSize, char const* text) {
     return isCopied ? 1 : 0;
 }
 
-/// Puts what `extract` writes into a path buffer into a string.
+/// Makes a string of what `extract` writes into a path buffer.
 template <typename EXTRACT>
 int copyInto(BasicString<char>* output, EXTRACT extract) {
     char part[PATH_BUFFER_SIZE] = {};
@@ -81,7 +81,7 @@ int File::extractFileName(char* output, unsigned int outputSize, char const* pat
     }
     char* const name = cutOut(&normalPath, last);
     char* const dot = std::strrchr(name, '.');
-    if (withoutExtension == 1 && dot != nullptr) {
+    if (withoutExtension == WITHOUT_EXTENSION && dot != nullptr) {
         *dot = '\0';
     }
     return copyOut(output, outputSize, name);
@@ -147,7 +147,7 @@ int File::getVolumeName(BasicString<char>* output) const {
     return copyInto(output, [this](char* part, unsigned int size) { return getVolumeName(part, size); });
 }
 
-char const* File::getPath() const {
+char const* File::getPath() const noexcept {
     return mPath.buffer();
 }
 

@@ -10,19 +10,17 @@ namespace utl {
 
 namespace {
 
-constexpr unsigned long long FROM_THE_POSITION = 0xFFFFFFFFFFFFFFFEULL;
-constexpr int BEHIND_THE_KEY = 1;
-constexpr long long NOT_FOUND = -2;
 constexpr unsigned int BLOCK_BYTES = 16384;
 
-/// A search for a key in bytes as they come; *one owner thread*, because it remembers how much of the key
-/// there was. It never goes back: a byte that is not the next one of the key begins no match either.
+/// Searches for a key in successive blocks of bytes; *one owner thread*, because it remembers how much of the
+/// key has matched. It never goes back: a byte that ends a partial match begins none.
 class KeySearch {
   public:
     KeySearch(unsigned char const* key, unsigned int keyLength) : mpKey(key), mLength(keyLength) {}
 
-    /// Goes on with the next bytes; gives how many of them there are up to the end of the key, or all.
-    unsigned int goOn(unsigned char const* bytes, unsigned int count) {
+    /// Examines the next block. Returns how many of its bytes there are up to the end of the key, all if that
+    /// is not found.
+    unsigned int examine(unsigned char const* bytes, unsigned int count) {
         unsigned int i = 0;
         while (i < count && !isFound()) {
             if (mMatched == 0) {
@@ -46,7 +44,7 @@ class KeySearch {
     unsigned int mMatched = 0;
 };
 
-/// The bytes from the position to the end of the key, among the next `range`; `NOT_FOUND`, -1 on failure.
+/// The bytes from the position to the end of the key, among the next `range`; `KEY_NOT_FOUND`, -1 on failure.
 long long bytesToKeyEnd(File* file, KeySearch search, unsigned long long range) {
     long long const available = file->availableSize();
     if (available == -1) {
@@ -59,14 +57,14 @@ long long bytesToKeyEnd(File* file, KeySearch search, unsigned long long range) 
         auto const wanted = static_cast<unsigned int>(std::min<long long>(limit - examined, blockBytes));
         int const count = file->read(block.get(), wanted);
         if (count <= 0) {
-            return count == -1 ? -1 : NOT_FOUND;
+            return count == -1 ? -1 : File::KEY_NOT_FOUND;
         }
-        examined += search.goOn(block.get(), static_cast<unsigned int>(count));
+        examined += search.examine(block.get(), static_cast<unsigned int>(count));
         if (search.isFound()) {
             return examined;
         }
     }
-    return NOT_FOUND;
+    return File::KEY_NOT_FOUND;
 }
 
 }  // namespace
@@ -78,7 +76,7 @@ int File::nextEOLSize() {
     }
     unsigned char bytes[2] = {};
     int const count = read(bytes, sizeof(bytes));
-    seek(start, START);
+    seek(start, FROM_START);
     if (count <= 0) {
         return count == -1 ? -1 : 0;
     }
@@ -95,15 +93,15 @@ long long File::seekKey(unsigned char const* key, unsigned int keyLength, unsign
         return -1;
     }
     long long const begin =
-        start == FROM_THE_POSITION ? oldPosition : seek(static_cast<long long>(start), START);
+        start == KEY_FROM_POSITION ? oldPosition : seek(static_cast<long long>(start), FROM_START);
     if (begin == -1) {
         return -1;
     }
     long long const bytes = bytesToKeyEnd(this, KeySearch(key, keyLength), range);
     long long const found =
-        bytes < 0 ? bytes : seek(begin + bytes - (mode == BEHIND_THE_KEY ? 0 : keyLength), START);
+        bytes < 0 ? bytes : seek(begin + bytes - (mode == AFTER_KEY ? 0 : keyLength), FROM_START);
     if (found < 0) {
-        seek(oldPosition, START);
+        seek(oldPosition, FROM_START);
     }
     return found;
 }

@@ -22,7 +22,7 @@ namespace {
 constexpr unsigned int FOLDER_MODE = 0777;
 constexpr unsigned int PROBE_MODE = 0777;
 
-/// Room for a path that passes the check, with a separator behind it.
+/// Room for a path that passes the check and a separator after it.
 constexpr unsigned int FOLDER_BUFFER_SIZE = PATH_BUFFER_SIZE + 1;
 
 bool isThere(char const* path) {
@@ -44,8 +44,8 @@ void syncParentOf(char const* path) {
     syncFolder("makeDirectories", __LINE__, *folder != '\0' ? folder : first);
 }
 
-/// Makes the folder that the first `length` bytes of `whole` name, a separator at their end included, and
-/// gives it the mode of a folder also if it was there. False if it is not there behind that.
+/// Makes the folder that the first `length` bytes of `whole` name, including a separator at their end. An
+/// existing folder gets the same mode. False if there is no folder after the call.
 bool makeFolder(char const* whole, unsigned int length) {
     char prefix[FOLDER_BUFFER_SIZE] = {};
     char name[PATH_BUFFER_SIZE] = {};
@@ -89,7 +89,7 @@ bool makeFolders(char const* whole) {
     return true;
 }
 
-/// The sum of all that stands in a folder, -1 if a size in it cannot be had.
+/// The sum of the sizes in a folder, -1 if one of them is not available.
 long long sizeOfFolder(char const* path) {
     long long sum = 0;
     bool const isComplete = visitEntries(path, [&sum](char const* entry) {
@@ -100,10 +100,11 @@ long long sizeOfFolder(char const* path) {
     return isComplete ? sum : -1;
 }
 
-/// Takes the pattern off a path; false if there is none to take, or no folder in front of it.
-bool takeOffPattern(char* path, char const* wildcard, char* pattern) {
+/// Moves the last component of `path` into `pattern`; false if `wildcard`, which is in `path`, is not in that
+/// component, or if no folder is before it.
+bool stripPattern(char* path, char const* wildcard, char* pattern) {
     return std::strchr(wildcard, '/') == nullptr &&
-           File::extractFileName(pattern, PATH_BUFFER_SIZE, path, 0) != 0 &&
+           File::extractFileName(pattern, PATH_BUFFER_SIZE, path, File::WITH_EXTENSION) != 0 &&
            File::extractDirectoryPath(path, PATH_BUFFER_SIZE, path) != 0;
 }
 
@@ -111,8 +112,8 @@ bool takeOffPattern(char* path, char const* wildcard, char* pattern) {
 struct ReadOnlyChange {
     char const* name;
     unsigned int mode;
-    int wanted;         // what `isReadOnly` should say behind it
-    bool isAlwaysMade;  // or only where it is not so yet
+    int wanted;         // the result of `isReadOnly` after the change
+    bool isAlwaysMade;  // or only if `isReadOnly` differs
 };
 
 constexpr ReadOnlyChange APPLY_READ_ONLY{"applyReadOnly", 0555, 1, true};
@@ -132,24 +133,25 @@ bool changeReadOnly(char const* path, int recursive, ReadOnlyChange const& chang
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "%s can't change %s", change.name, text);
         return false;
     }
-    return recursive != 1 || !isFolder(text) ||
-           visitEntries(text, [&change](char const* entry) { return changeReadOnly(entry, 1, change); });
+    return recursive != File::RECURSIVE || !isFolder(text) ||
+           visitEntries(
+               text, [&change](char const* entry) { return changeReadOnly(entry, File::RECURSIVE, change); });
 }
 
-/// 0 if the lock could be had at once, else why not.
+/// 0 if the lock was free, else the error.
 int lockError(int descriptor, int operation) {
-    int const result = beyondSignals([descriptor, operation] {
+    int const result = retryOnInterrupt([descriptor, operation] {
         return fileCall("isOpened", __LINE__,
                         [descriptor, operation] { return ::flock(descriptor, operation | LOCK_NB); });
     });
     return result != 0 ? errno : 0;
 }
 
-/// Who holds the lock of a file, as far as the file system can tell.
+/// Who holds the lock of a file, if the file system knows it.
 enum class Holders {
     NOBODY,
     READERS,
-    SOMEBODY  ///< also where nothing could be found out for want of means
+    SOMEBODY  ///< also if the answer is unknown because the system lacks descriptors or memory
 };
 
 Holders holdersOf(int descriptor) {
@@ -162,10 +164,10 @@ Holders holdersOf(int descriptor) {
     return isHeld ? Holders::SOMEBODY : Holders::NOBODY;
 }
 
-/// The same for a path that names a regular file. Never waits, for a FIFO that stands there by now and for a
-/// lease neither.
+/// The same for a path that names a regular file. Never waits, neither for a FIFO that has replaced the file
+/// nor for a lease.
 Holders holdersOf(char const* path) {
-    OpenedDescriptor const file(beyondSignals(
+    OpenedDescriptor const file(retryOnInterrupt(
         [path] { return openPath("isOpened", __LINE__, path, O_RDONLY | O_NONBLOCK, PROBE_MODE); }));
     if (file.isValid()) {
         return holdersOf(file.get());
@@ -184,12 +186,12 @@ bool renamePath(char const* source, char const* destination) {
     return false;
 }
 
-/// Deals with what is read-only; false if that ends an erasure.
+/// False for a read-only path that stays so. If forced, makes it writable first.
 bool mayErase(char const* path, int force) {
-    if (force != 1) {
+    if (force != File::ERASE_READ_ONLY) {
         return File::isReadOnly(path) == 0;
     }
-    if (File::liftReadOnly(path, 0) == 0) {
+    if (File::liftReadOnly(path, File::PATH_ONLY) == 0) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "Can't erase force because Not Permited:%s", path);
         return false;
     }
@@ -289,7 +291,7 @@ int File::children(char const* path, Array<BasicString<char>, BasicString<char> 
     result->clear();
     NormalPath const normalPath(path);
     auto const entryKind = static_cast<unsigned int>(kind);
-    if (entryKind > EntryFilter::BOTH || !normalPath.passesCheck()) {
+    if (entryKind > CHILD_FILES_AND_FOLDERS || !normalPath.passesCheck()) {
         return -1;
     }
     char folder[PATH_BUFFER_SIZE] = {};
@@ -300,7 +302,7 @@ int File::children(char const* path, Array<BasicString<char>, BasicString<char> 
         if (wildcard == nullptr && isThere(folder)) {
             return 0;
         }
-        if (wildcard != nullptr && !takeOffPattern(folder, wildcard, pattern)) {
+        if (wildcard != nullptr && !stripPattern(folder, wildcard, pattern)) {
             return -1;
         }
     }

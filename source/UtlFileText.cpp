@@ -9,10 +9,10 @@
 #include "UtlString.h"
 #include "internal/file/UtlFileCalls.h"
 #include "internal/file/UtlLineSearch.h"
+#include "internal/file/UtlTextType.h"
+#include "internal/file/UtlUtf8Text.h"
 #include "internal/text/UtlCharDecoder.h"
 #include "internal/text/UtlStringSearch.h"
-#include "internal/text/UtlTextType.h"
-#include "internal/text/UtlUtf8Text.h"
 
 namespace utl {
 
@@ -22,8 +22,8 @@ constexpr unsigned int SHORT_LINE_BYTES = 512;
 constexpr unsigned int BLOCK_BYTES = 4096;
 constexpr char LINE_END[] = "\n";
 
-// What the line search asks for at a time is told as it is for one character. That is the only failure on the
-// way to a line end: any unit of UTF-16 and any code of Shift-JIS has a form in UTF-8.
+// The line names the bytes of one character, however many are read at a time. No other failure is possible in
+// the search for a line end: any unit of UTF-16 and any code of Shift-JIS has a form in UTF-8.
 void logLineReadError(int textType) {
     if (textUnitBytes(textType) == 2) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "in findNextLineSize func file read error 2byte");
@@ -32,7 +32,7 @@ void logLineReadError(int textType) {
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "in findNextLineSize func file read error %dbyte", 6);
 }
 
-/// Where text that was read goes to. A size of 0 is the question how long it is.
+/// The destination of text that was read. A size of 0 asks for the length of the text.
 struct TextTarget {
     char* buffer;
     unsigned int size;
@@ -44,7 +44,7 @@ struct TextTarget {
         return size == 0 || static_cast<unsigned long long>(offset) + bytes <= size;
     }
 
-    /// Stores an empty text, whose bytes in the file it gives.
+    /// Stores an empty text; returns its bytes in the file.
     int storeNothing() const {
         if (size != 0) {
             buffer[offset] = '\0';
@@ -52,7 +52,7 @@ struct TextTarget {
         return 0;
     }
 
-    /// The size of the text; `INVALID_SIZE`, with nothing changed, if it is none or does not fit.
+    /// The size of the text; `INVALID_SIZE`, with nothing changed, if it is malformed or does not fit.
     unsigned int store(Utf8Text const& text) const {
         if (text.size() == INVALID_SIZE || size == 0) {
             return text.size();
@@ -72,7 +72,7 @@ class StringTarget {
             return;
         }
         mSize = text->maxSize();
-        // With no room but for the terminator there is one already, and strings of all threads may share it.
+        // A buffer of one byte already holds its terminator, and strings of all threads may share it.
         bool const mayShare = mSize == 1 && text->buffer() != nullptr;
         mpBuffer = mayShare ? &mNoText : const_cast<char*>(text->buffer());
     }
@@ -88,8 +88,8 @@ class StringTarget {
     unsigned int mSize = 0;
 };
 
-/// Writes the first `length` bytes of `count` units, as far as the comparison of the count with the size of a
-/// unit lets them through, on which callers rely.
+/// Writes the first `length` bytes of `count` units, unless the comparison of the count with the size of a
+/// unit refuses them. Callers rely on that comparison.
 int writeUnits(File* file, void const* units, unsigned int count, unsigned int unitBytes, unsigned int length,
                unsigned int offset) {
     unsigned int const limit = count + 1 + offset - unitBytes;  // wraps for no unit of two bytes
@@ -106,49 +106,49 @@ int writeAsUtf16(File* file, char const* text, int textType, unsigned int length
     if (used == INVALID_SIZE) {
         return -1;
     }
-    // No more than can be written: to the comparison of the count all above 1 are the same.
-    unsigned int const count = std::min(used - 1, TEXT_BYTES_MAX / 2 + 1);
+    // No more than can be written: the comparison of the count treats all above 1 alike.
+    unsigned int const count = std::min(used - 1, File::TEXT_BYTES_MAX / 2 + 1);
     std::vector<unsigned char> bytes(std::size_t(2) * count);
     convertStrFromDcharToUint8(bytes.data(), 2 * count, units.data(), count, textByteOrder(textType));
     return writeUnits(file, bytes.data(), count, 2, length, offset);
 }
 
-/// Where a line is in the file, and its bytes without its end.
+/// The position of a line, that of the next one, and the bytes of the line without its end.
 struct LinePlace {
     long long start;
     long long next;
     unsigned int size;
 };
 
-/// What `readText` does with the bytes of the line, which are at hand; to the position, too, if it fails.
+/// Stores the line, whose bytes are in memory, as `readText` does. A failure moves the position as there.
 int storeLine(File* file, int textType, LinePlace const& place, char* bytes, TextTarget const& target,
               unsigned int* length) {
     if (!target.hasRoom(textUnitBytes(textType) + place.size)) {
-        file->seek(place.start, START);
+        file->seek(place.start, File::FROM_START);
         return -1;
     }
     *length = target.store(Utf8Text(textType, bytes, place.size));
     if (*length == INVALID_SIZE) {
-        file->seek(place.start + place.size, START);
+        file->seek(place.start + place.size, File::FROM_START);
         return -1;
     }
     return static_cast<int>(place.size);
 }
 
-/// Moves behind a line whose text is stored, or back to its start if only its size was asked for.
+/// Moves after a line whose text is stored, or back to its start if only its size was asked for.
 int leaveLine(File* file, LinePlace const& place, TextTarget const& target, int result, unsigned int length,
               unsigned int* outputLength) {
     if (result < 0) {
         return result;
     }
-    if (file->seek(target.size != 0 ? place.next : place.start, START) == -1) {
+    if (file->seek(target.size != 0 ? place.next : place.start, File::FROM_START) == -1) {
         return -1;
     }
     setIfGiven(outputLength, length);
     return result;
 }
 
-/// Reads a line that is in memory as a whole.
+/// Reads a line that is completely in memory.
 int readShortLine(File* file, int textType, LinePlace const& place, char* bytes, TextTarget const& target,
                   unsigned int* outputLength) {
     unsigned int length = 0;
@@ -157,18 +157,19 @@ int readShortLine(File* file, int textType, LinePlace const& place, char* bytes,
     return leaveLine(file, place, target, result, length, outputLength);
 }
 
-/// Reads a line that may be too long to be read, and then leaves the position at its start.
+/// Reads a line that may be too long to be read; the position then stays at its start.
 int readLongLine(File* file, long long start, TextTarget const& target, unsigned int* outputLength) {
     unsigned int size = 0;
-    if (file->seek(start, START) == -1 || file->findNextLineSize(target.size, &size, nullptr) == -1) {
+    if (file->seek(start, File::FROM_START) == -1 ||
+        file->findNextLineSize(target.size, &size, nullptr) == -1) {
         return -1;
     }
     long long const next = file->position();
-    if (next == -1 || file->seek(start, START) == -1) {
+    if (next == -1 || file->seek(start, File::FROM_START) == -1) {
         return -1;
     }
     if (next == start) {
-        return END_OF_FILE;  // whatever the file's size promises
+        return File::END_OF_FILE;  // whatever the file's size says
     }
     unsigned int length = 0;
     int const result =
@@ -178,7 +179,7 @@ int readLongLine(File* file, long long start, TextTarget const& target, unsigned
 
 }  // namespace
 
-int File::setTextType(int textType) {
+int File::setTextType(int textType) noexcept {
     if (textUnitBytes(textType) == 0) {
         return 0;
     }
@@ -244,7 +245,7 @@ int File::readLine(char* buffer, unsigned int bufferSize, unsigned int* outputLe
     }
     LineSearch line(mTextType);
     bool const isLast = count == size - start;
-    line.goOn(block, static_cast<unsigned int>(count), isLast);
+    line.examine(block, static_cast<unsigned int>(count), isLast);
     if (!line.isFound() && !isLast) {
         return readLongLine(this, start, target, outputLength);
     }
@@ -272,14 +273,14 @@ int File::findNextLineSize(unsigned int /*limit*/, unsigned int* lineSize, unsig
         }
         isLast = count <= 0;
         held += isLast ? 0 : static_cast<unsigned int>(count);
-        unsigned int const done = line.goOn(block.data(), held, isLast);
+        unsigned int const done = line.examine(block.data(), held, isLast);
         if (line.totalSize() > INT_MAX) {
             return -1;
         }
         held -= done;
         std::memmove(block.data(), block.data() + done, held);
     }
-    if (line.isFound() && held != 0 && seek(-static_cast<long long>(held), POSITION) == -1) {
+    if (line.isFound() && held != 0 && seek(-static_cast<long long>(held), FROM_POSITION) == -1) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "in findNextLineSize func seekFile error");
         return -1;
     }

@@ -3,7 +3,6 @@
 #include "UtlFile.h"
 #include "UtlLog.h"
 #include "internal/log/UtlLogSink.h"
-#include "internal/text/UtlTextType.h"
 
 namespace utl {
 
@@ -17,7 +16,7 @@ class FileSink final : public LogSink {
     /// As a sink, null if there is no file.
     LogSink* get() { return mpFile != nullptr ? this : nullptr; }
 
-    void write(char const* text) override { mpFile->writeText(text, TEXT_BYTES_MAX, 0); }
+    void write(char const* text) override { mpFile->writeText(text, File::TEXT_BYTES_MAX, 0); }
 
   private:
     File* const mpFile;

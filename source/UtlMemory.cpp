@@ -31,8 +31,8 @@ constexpr int MESSAGE_RESERVED = 1;
 constexpr unsigned int REPORT_MODE = 0777;
 constexpr char BANNER[] = "!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!\n";
 
-// Keeps the instance from being deleted under a thread that registers its name. Held while waiting for the
-// instance's lock, and therefore not the lock of the instance's creation, which allocation hooks take.
+// Keeps the instance from being deleted while a thread registers its name. It is held while waiting for the
+// instance's lock. So it cannot be the lock of the instance's creation, which allocation hooks take.
 std::shared_mutex gDeletion;
 static_assert(std::is_trivially_destructible_v<std::shared_mutex>, "threads may outlive the exit handlers");
 
@@ -41,12 +41,12 @@ void copyName(char (&row)[SIZE], ColumnText<SIZE - 1> const& name) {
     std::memcpy(row, name.get(), SIZE);
 }
 
-// As far as a message has room for an address.
+// The low 32 bits of the address: a message has no room for more.
 unsigned int shownAddress(void const* address) {
     return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(address));
 }
 
-// A path that is too long is refused here: to look at it would take memory from the heap.
+// A path that is too long is refused here: checking it would take memory from the heap.
 int openReport(char const* path) {
     char folder[PATH_BUFFER_SIZE] = {};
     if (path == nullptr || std::strlen(path) >= PATH_BUFFER_SIZE ||
@@ -60,8 +60,8 @@ int openReport(char const* path) {
     });
 }
 
-// Holds the lock and the file of a report. The manager comes first: on its creation it waits for a thread of
-// its own, which must not wait for the lock meanwhile.
+// Holds the lock and the file of a report. The manager comes first: its creation waits for a thread, which
+// must not have to wait for the lock.
 class [[nodiscard]] ReportScope {
   public:
     ReportScope(SyncObject const& lock, char const* path)
@@ -120,7 +120,7 @@ void registerThreadNameInMemory(int threadId, char const* name) noexcept {
     try {
         Memory::get()->registerThreadName(threadId, name);
     } catch (std::bad_alloc const&) {
-        // The instance was deleted meanwhile, and its names with it.
+        // Only possible after the instance was deleted, and its names with it.
     }
 }
 
@@ -133,17 +133,17 @@ Memory::~Memory() {
     delete[] mDetailHeapInfo;
 }
 
-bool Memory::enabledHeapManagement() const {
+bool Memory::enabledHeapManagement() const noexcept {
     return UTL_HEAP_MANAGEMENT != 0;
 }
 
-void Memory::initializeManagementTable() {
+void Memory::initializeManagementTable() noexcept {
     SyncGuard const guard(mSyncObject);
     emptyTables();
 }
 
-// The constructor comes here without the lock: it runs under the lock of the creation, which allocation hooks
-// may take inside a report.
+// The constructor calls this without the instance's lock: it runs under the lock of the creation, which
+// allocation hooks may take inside a report.
 void Memory::emptyTables() {
     mProcessHeapInfo = ProcessHeapInfo();
     std::fill_n(mDetailHeapInfo, DETAIL_HEAP_INFO_MAX, INITIAL_DETAIL_HEAP_INFO);
@@ -155,7 +155,7 @@ void Memory::emptyTables() {
     mThreadNameInfoCount = 0;
 }
 
-bool Memory::resetUsedHeap() {
+bool Memory::resetUsedHeap() noexcept {
     if (!enabledHeapManagement()) {
         return false;
     }
@@ -168,7 +168,7 @@ void Memory::updateManagement(int operation, void* address, unsigned int size, u
     SavedErrno const saved;
     int const threadId = ThreadManager::getCallerId();
     SyncGuard const guard(mSyncObject);
-    if (operation == 0) {
+    if (operation == RECORD_ALLOCATION) {
         recordAllocation({mNextSerial, address, size, threadId, fileId, line});
     } else if (address != nullptr) {
         recordRelease(address, threadId, fileId, line);
@@ -211,7 +211,7 @@ void Memory::recordRelease(void const* address, int threadId, unsigned int fileI
     printMessage(MESSAGE_RESERVED, MESSAGE_DESCRIPTOR, BANNER);
 }
 
-unsigned int Memory::addDetailHeapInfo(DetailHeapInfo const& info) {
+unsigned int Memory::addDetailHeapInfo(DetailHeapInfo const& info) noexcept {
     SyncGuard const guard(mSyncObject);
     if (mDetailHeapInfoCount >= DETAIL_HEAP_INFO_MAX) {
         return INVALID_SIZE;
@@ -225,7 +225,7 @@ unsigned int Memory::addDetailHeapInfo(DetailHeapInfo const& info) {
     return info.mUseBytes;
 }
 
-int Memory::eraseDetailHeapInfo(void const* address) {
+int Memory::eraseDetailHeapInfo(void const* address) noexcept {
     SyncGuard const guard(mSyncObject);
     unsigned int const position = positionOf(address);
     if (position >= mDetailHeapInfoCount || mDetailHeapInfo[position].mAddress != address) {
@@ -267,7 +267,7 @@ unsigned int Memory::getFileId(char const* path) {
     return mFileNameInfoCount++;
 }
 
-char const* Memory::getFileName(unsigned int fileId) {
+char const* Memory::getFileName(unsigned int fileId) noexcept {
     SyncGuard const guard(mSyncObject);
     return fileId < mFileNameInfoCount ? mFileNameInfo[fileId].mName : "";
 }
@@ -290,8 +290,8 @@ void Memory::registerThreadName(int threadId, char const* name) {
     row.mThreadId = threadId;
 }
 
-// Backwards: the kernel gives ids out again, and the last thread is the one that runs.
-char const* Memory::getThreadName(int threadId) {
+// Backwards: the kernel reuses ids, and the thread that was registered last is the one that runs.
+char const* Memory::getThreadName(int threadId) noexcept {
     SyncGuard const guard(mSyncObject);
     for (unsigned int i = mThreadNameInfoCount; i-- > 0;) {
         if (mThreadNameInfo[i].mThreadId == threadId) {
@@ -301,7 +301,7 @@ char const* Memory::getThreadName(int threadId) {
     return "";
 }
 
-bool Memory::getUsedHeapOfProcess(ProcessHeapInfo* info) {
+bool Memory::getUsedHeapOfProcess(ProcessHeapInfo* info) noexcept {
     if (!enabledHeapManagement()) {
         return true;
     }
@@ -313,7 +313,7 @@ bool Memory::getUsedHeapOfProcess(ProcessHeapInfo* info) {
     return true;
 }
 
-void Memory::mark() {
+void Memory::mark() noexcept {
     SyncGuard const guard(mSyncObject);
     mMarkedSerial = mNextSerial;
 }
@@ -357,7 +357,7 @@ bool Memory::printMarkedHeapDetail(int reserved, char const* path) {
     return true;
 }
 
-// Rows are counted anew for each step: a hook may come back from inside on this thread.
+// The count is read again for each row: an allocation hook may change it on this thread during the report.
 void Memory::printDetail(int reserved, char const* path, char const* title, unsigned long long firstSerial) {
     ReportScope const report(mSyncObject, path);
     int const fd = report.descriptor();
@@ -382,9 +382,9 @@ void Memory::printRow(int reserved, int fd, unsigned int number, DetailHeapInfo 
                  getFileName(info.mFileId));
 }
 
-void Memory::printGlobalMemoryStatus(char const* /*path*/) {}
+void Memory::printGlobalMemoryStatus(char const* /*path*/) noexcept {}
 
-// Without a sign of life: an allocation hook may stand above this, and the watchdog may have to allocate.
+// Not in a keep-alive bracket: an allocation hook may be the caller, and the watchdog may have to allocate.
 void Memory::printMessage(int /*reserved*/, int fd, char const* format, ...) {
     va_list arguments;
     va_start(arguments, format);

@@ -18,11 +18,11 @@ constexpr char SOURCE[] = "source/UtlMemoryPool";
 constexpr unsigned int BITS = 32;
 constexpr unsigned int LEVELS_MAX = 7;  // 32 bits at each: enough for any count
 
-// Finds the lowest free block in a few steps. One bit for each block says that it is free; each level above
+// Finds the lowest free block in a few steps. One bit for each block says that it is free. Each higher level
 // has one bit for each word below that is not 0, up to a level of one word.
 class FreeTree {
   public:
-    // `words` is the room behind the flags, of the size that `wordCount` gives.
+    // `words` has the size that `wordCount` returns.
     FreeTree(unsigned int* words, unsigned int blockCount) : mLevelCount(0) {
         unsigned int bits = blockCount;
         unsigned int size = 0;
@@ -79,7 +79,7 @@ class FreeTree {
     unsigned int mLevelCount;
 };
 
-// What `new` throws itself where a size cannot be had at all; before anything is allocated and zeroed.
+// Throws what `new` throws for an impossible size, before anything is allocated and zeroed.
 size_t allocatable(unsigned long long bytes) {
     if (bytes > PTRDIFF_MAX) {
         throw std::bad_alloc();
@@ -89,7 +89,7 @@ size_t allocatable(unsigned long long bytes) {
 
 }  // namespace
 
-// The sizes are stored last: without them the pool stays harmless.
+// The sizes are stored last: without them every call does nothing.
 MemoryPool::MemoryPool(unsigned int blockSize, unsigned int blockCount, char const* name)
     : mName(name, 0, 0), mBlockSize(0), mBlockCount(0), mActive(nullptr), mMemory(nullptr) {
     if (blockCount == 0) {
@@ -156,7 +156,7 @@ void MemoryPool::release(void* block) {
     FreeTree(mActive + mBlockCount, mBlockCount).insert(index);
 }
 
-// Looks at constants alone, so it needs no lock.
+// Reads only constants, so it needs no lock.
 bool MemoryPool::isBlock(void const* block, unsigned int* index) const {
     auto const offset = static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(block) -
                                                     reinterpret_cast<std::uintptr_t>(mMemory));

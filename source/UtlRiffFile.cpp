@@ -18,22 +18,6 @@ constexpr char SOURCE[] = "source/UtlRiffFile";
 constexpr char MAGIC[] = "RIFF";
 constexpr unsigned int SIZE_OFFSET = RIFF_ID_BYTES;
 constexpr unsigned int FORM_TYPE_OFFSET = RIFF_HEADER_BYTES;
-constexpr int TEXT_TYPE_UTF8 = 1;
-constexpr int NO_ID = -1;
-constexpr int END_OF_FILE = -3;
-
-// Results of `open`.
-enum Outcome { OPENED = 0, FAILED = 1, NO_RIFF_FILE = 2 };
-
-// Arguments of `open`, and those of `File::open` that they stand for.
-enum Disposition { KEEP = 0, START_NEW = 1 };
-enum Access { READ = 0, READ_AND_WRITE = 1 };
-constexpr int FILE_EMPTIED = 2;
-constexpr int FILE_READ_AND_WRITE = 2;
-
-constexpr bool isZeroOrOne(int value) {
-    return value == 0 || value == 1;
-}
 
 }  // namespace
 
@@ -44,37 +28,37 @@ RiffFile::AutoClose::~AutoClose() {
 RiffFile::RiffFile(char const* path, unsigned int maximumSubChunks)
     : mFile(nullptr),
       mSubChunkInfos(maximumSubChunks, 0),
-      mLastSubChunkId(NO_ID),
+      mLastSubChunkId(NO_SUB_CHUNK),
       mSubChunkPositions(maximumSubChunks, 0),
       mFormType{},
       mRiffSize(0),
-      mOpenedSubChunkId(NO_ID) {
-    mFile = new File(path, TEXT_TYPE_UTF8);
+      mOpenedSubChunkId(NO_SUB_CHUNK) {
+    mFile = new File(path, File::TEXT_UTF8);
 }
 
-// A sub-chunk that was left open must not reach for the file any more.
+// A sub-chunk that was left open must not use the file any more.
 RiffFile::~RiffFile() {
-    mSubChunk.forget();
+    mSubChunk.detach();
     delete mFile;
 }
 
 int RiffFile::open(int disposition, int access) {
     if (!isZeroOrOne(disposition) || !isZeroOrOne(access)) {
-        return FAILED;
+        return OPEN_FAILED;
     }
     WatchedGuard const guard(mLock, SOURCE, "open", __LINE__);
     bool const existed = mFile->exists() != 0;
-    int const isOpen =
-        mFile->open(disposition == KEEP ? KEEP : FILE_EMPTIED, access == READ ? READ : FILE_READ_AND_WRITE);
+    int const isOpen = mFile->open(disposition == OPEN_KEEP ? File::OPEN_KEEP : File::OPEN_EMPTY,
+                                   access == ACCESS_READ ? File::ACCESS_READ : File::ACCESS_READ_WRITE);
     if (isOpen == 0) {
-        return FAILED;
+        return OPEN_FAILED;
     }
-    bool const isLoaded = access == READ || (disposition == KEEP && existed);
+    bool const isLoaded = access == ACCESS_READ || (disposition == OPEN_KEEP && existed);
     int const result = isLoaded ? loadRiffInfo() : writeRiffHeader();
     if (result != OPENED) {
-        closeAndForget();
+        closeAndClear();
         if (!isLoaded) {
-            mFile->erase(0);
+            mFile->erase(File::KEEP_READ_ONLY);
         }
         return result;
     }
@@ -86,7 +70,7 @@ int RiffFile::open(int disposition, int access) {
 int RiffFile::writeRiffHeader() {
     bool const isWritten = mFile->isOpened() != 0 && mFile->position() == 0 &&
                            writeRiffBytes(mFile, MAGIC, RIFF_ID_BYTES) && writeRiffSize(mFile, 0);
-    return isWritten ? OPENED : FAILED;
+    return isWritten ? OPENED : OPEN_FAILED;
 }
 
 int RiffFile::loadRiffInfo() {
@@ -99,16 +83,17 @@ int RiffFile::loadRiffInfo() {
     }
     int const result = loadFormType();
     long long const offset = result == OPENED ? mFile->position() : -1;
-    return offset != -1 ? loadSubChunkInfos(static_cast<unsigned long long>(offset)) : FAILED;
+    return offset != -1 ? loadSubChunkInfos(static_cast<unsigned long long>(offset)) : OPEN_FAILED;
 }
 
-// A file that ends in front of the form type has an empty one.
+// A file that ends before the form type has an empty one.
 int RiffFile::loadFormType() {
     char formType[RIFF_ID_BYTES] = {};
-    if (mFile->seek(FORM_TYPE_OFFSET, 0) == -1 || mFile->read(formType, sizeof(formType)) == -1) {
-        return FAILED;
+    if (mFile->seek(FORM_TYPE_OFFSET, File::FROM_START) == -1 ||
+        mFile->read(formType, sizeof(formType)) == -1) {
+        return OPEN_FAILED;
     }
-    return decodeRiffId(mFormType, formType) ? OPENED : FAILED;
+    return decodeRiffId(mFormType, formType) ? OPENED : OPEN_FAILED;
 }
 
 // The rest of the file is ignored when there is no more room.
@@ -119,29 +104,29 @@ int RiffFile::loadSubChunkInfos(unsigned long long offset) {
         unsigned int dataSize = 0;
         int const result = SubChunk::readHeader(mFile, offset, id, sizeof(id), &dataSize);
         if (result != 0) {
-            return result == END_OF_FILE ? OPENED : FAILED;
+            return result == File::END_OF_FILE ? OPENED : OPEN_FAILED;
         }
         ++mLastSubChunkId;
-        if (!takeDown(id, dataSize, offset)) {
-            return FAILED;
+        if (!recordSubChunk(id, dataSize, offset)) {
+            return OPEN_FAILED;
         }
         offset += RIFF_HEADER_BYTES + static_cast<unsigned long long>(dataSize);
     }
     return OPENED;
 }
 
-// Under the number that was issued last. False if there is no room.
-bool RiffFile::takeDown(char const* id, unsigned int dataSize, unsigned long long position) {
+// Under the last number. False if there is no room.
+bool RiffFile::recordSubChunk(char const* id, unsigned int dataSize, unsigned long long position) {
     auto const number = static_cast<unsigned int>(mLastSubChunkId);
     return mSubChunkInfos.insertAt(mSubChunkInfos.size(), SubChunkInfo(number, id, dataSize)) &&
            mSubChunkPositions.find(mLastSubChunkId) == nullptr &&
            mSubChunkPositions.insert(mLastSubChunkId, position);
 }
 
-void RiffFile::closeAndForget() {
+void RiffFile::closeAndClear() {
     mFile->close();
-    mLastSubChunkId = NO_ID;
-    mOpenedSubChunkId = NO_ID;
+    mLastSubChunkId = NO_SUB_CHUNK;
+    mOpenedSubChunkId = NO_SUB_CHUNK;
     mRiffSize = 0;
     mSubChunkInfos.clear();
     mSubChunkPositions.clear();
@@ -156,7 +141,7 @@ int RiffFile::close() {
         return 0;
     }
     int const isSubChunkClosed = mSubChunk.close();
-    closeAndForget();
+    closeAndClear();
     return isSubChunkClosed;
 }
 
@@ -165,7 +150,7 @@ bool RiffFile::updateRiffSize() {
     if (size == mRiffSize) {
         return true;
     }
-    return size <= UINT_MAX && mFile->seek(SIZE_OFFSET, 0) != -1 &&
+    return size <= UINT_MAX && mFile->seek(SIZE_OFFSET, File::FROM_START) != -1 &&
            writeRiffSize(mFile, static_cast<unsigned int>(size));
 }
 
@@ -176,12 +161,12 @@ int RiffFile::isOpened() const {
 
 int RiffFile::addSubChunk(char const* id) {
     WatchedGuard const guard(mLock, SOURCE, "addSubChunk", __LINE__);
-    long long const position = mFile->seek(0, 1);
+    long long const position = mFile->seek(0, File::FROM_END);
     if (position == -1 || mSubChunk.add(mFile, id) == 0) {
         return INVALID_SUB_CHUNK;
     }
     mLastSubChunkId = mLastSubChunkId == INVALID_SUB_CHUNK - 1 ? 0 : mLastSubChunkId + 1;
-    if (!takeDown(mSubChunk.getSubChunkId(), 0, static_cast<unsigned long long>(position))) {
+    if (!recordSubChunk(mSubChunk.getSubChunkId(), 0, static_cast<unsigned long long>(position))) {
         return INVALID_SUB_CHUNK;
     }
     mOpenedSubChunkId = mLastSubChunkId;
@@ -207,11 +192,11 @@ int RiffFile::closeSubChunk() {
     if (mSubChunk.close() == 0) {
         return 0;
     }
-    mOpenedSubChunkId = NO_ID;
+    mOpenedSubChunkId = NO_SUB_CHUNK;
     return 1;
 }
 
-int RiffFile::isOpenedSubChunk(int id) const {
+int RiffFile::isOpenedSubChunk(int id) const noexcept {
     return mOpenedSubChunkId == id ? 1 : 0;
 }
 
@@ -222,11 +207,12 @@ int RiffFile::setFormType(char const* formType) {
     WatchedGuard const guard(mLock, SOURCE, "setFormType", __LINE__);
     long long const before = mFile->position();
     RiffIdText padded = {};
-    if (before == -1 || !padRiffId(padded, formType) || mFile->seek(FORM_TYPE_OFFSET, 0) == -1) {
+    if (before == -1 || !padRiffId(padded, formType) ||
+        mFile->seek(FORM_TYPE_OFFSET, File::FROM_START) == -1) {
         return 0;
     }
     bool const isWritten = writeRiffBytes(mFile, padded, RIFF_ID_BYTES);
-    if (mFile->seek(before, 0) == -1 || !isWritten) {
+    if (mFile->seek(before, File::FROM_START) == -1 || !isWritten) {
         return 0;
     }
     return trimRiffId(mFormType, formType) ? 1 : 0;
@@ -247,11 +233,11 @@ int RiffFile::write(void const* buffer, unsigned int length) {
     return mOpenedSubChunkId == lastInFile() ? mSubChunk.write(buffer, length) : -1;
 }
 
-// The number of the last sub-chunk that has both its entry and its position, -1 if there is none. It stands
-// behind all others, because they are taken down in the order of the file.
+// The number of the last sub-chunk that has both its entry and its position, `NO_SUB_CHUNK` if there is none.
+// It is after all others in the file, because they are recorded in that order.
 int RiffFile::lastInFile() const {
     unsigned int const known = std::min(mSubChunkInfos.size(), mSubChunkPositions.size());
-    return known != 0 ? static_cast<int>(mSubChunkInfos.getAt(known - 1)->mId) : NO_ID;
+    return known != 0 ? static_cast<int>(mSubChunkInfos.getAt(known - 1)->mId) : NO_SUB_CHUNK;
 }
 
 long long RiffFile::seek(int origin, long long offset) {
@@ -303,7 +289,7 @@ int RiffFile::getSubChunkInfoList(SubChunkInfo* list, unsigned int count) {
     if (list == nullptr || isOpened() == 0) {
         return -1;
     }
-    unsigned int const known = knownAmong(count);
+    unsigned int const known = recordedAmong(count);
     for (unsigned int i = 0; i < known; ++i) {
         list[i] = *mSubChunkInfos.getAt(i);
     }
@@ -316,7 +302,7 @@ int RiffFile::getSubChunkInfoList(char const* id, SubChunkInfo* list, unsigned i
         return -1;
     }
     int copied = 0;
-    for (unsigned int i = 0; i < knownAmong(count); ++i) {
+    for (unsigned int i = 0; i < recordedAmong(count); ++i) {
         SubChunkInfo const& known = *mSubChunkInfos.getAt(i);
         if (known.mName == id) {
             list[copied++] = known;
@@ -325,7 +311,7 @@ int RiffFile::getSubChunkInfoList(char const* id, SubChunkInfo* list, unsigned i
     return copied;
 }
 
-unsigned int RiffFile::knownAmong(unsigned int count) const {
+unsigned int RiffFile::recordedAmong(unsigned int count) const {
     return std::min(count, mSubChunkInfos.size());
 }
 

@@ -14,24 +14,15 @@ namespace {
 
 constexpr char SOURCE[] = "source/UtlSubChunk";
 
-constexpr int END_OF_FILE = -3;
-constexpr int END_OF_DATA = -4;
-
-// Origins of `seek`, as `File` counts them.
-enum Origin { START = 0, END = 1, POSITION = 2 };
-
-// Where an opening stands.
-enum Mode { AT_START = 0, AT_END = 1 };
-
 bool isUsable(File const* file) {
     return file != nullptr && file->isOpened() != 0;
 }
 
 bool seekTo(File* file, unsigned long long position) {
-    return file->seek(static_cast<long long>(position), START) != -1;
+    return file->seek(static_cast<long long>(position), File::FROM_START) != -1;
 }
 
-/// Reads the 8 bytes at the file's position. -3 where there is none of them, -1 where there is only a part.
+/// Reads the 8 bytes at the file's position. `File::END_OF_FILE` if none of them exists, -1 if only a part.
 int readRawHeader(File* file, char* id, unsigned int* dataSize) {
     int const result = readRiffBytes(file, id, RIFF_ID_BYTES);
     if (result != 0) {
@@ -69,9 +60,9 @@ int SubChunk::readHeader(File* file, unsigned long long position, char* id, unsi
     if (fileSize == -1) {
         return -1;
     }
-    // Known without a seek, which is refused behind the last place that a file of this system may have.
+    // Known without a seek, which the system refuses beyond the largest position of a file.
     if (position >= static_cast<unsigned long long>(fileSize)) {
-        return END_OF_FILE;
+        return File::END_OF_FILE;
     }
     long long const before = file->position();
     if (before == -1 || !seekTo(file, position)) {
@@ -101,11 +92,11 @@ int SubChunk::add(File* file, char const* id) {
     if (mOpened || mFile != nullptr) {
         return 0;
     }
-    long long const position = file->seek(0, END);
+    long long const position = file->seek(0, File::FROM_END);
     if (position == -1 || writeSubChunKId(id, file) == 0 || !writeRiffSize(file, 0)) {
         return 0;
     }
-    return become(file, id, static_cast<unsigned long long>(position));
+    return attachTo(file, id, static_cast<unsigned long long>(position));
 }
 
 int SubChunk::open(File* file, unsigned long long position, int mode) {
@@ -121,8 +112,8 @@ int SubChunk::open(File* file, unsigned long long position, int mode) {
     if (readRawHeader(file, id, &size) != 0) {
         return 0;
     }
-    bool const isPlaced = mode == AT_START || (mode == AT_END && file->seek(size, POSITION) != -1);
-    if (!isPlaced || become(file, id, position) == 0) {
+    bool const isPlaced = mode == AT_START || (mode == AT_END && file->seek(size, File::FROM_POSITION) != -1);
+    if (!isPlaced || attachTo(file, id, position) == 0) {
         return 0;
     }
     mDataSize = size;
@@ -130,7 +121,7 @@ int SubChunk::open(File* file, unsigned long long position, int mode) {
 }
 
 // Under the lock, with the header in the file.
-int SubChunk::become(File* file, char const* id, unsigned long long position) {
+int SubChunk::attachTo(File* file, char const* id, unsigned long long position) {
     if (!trimRiffId(mSubChunkId, id)) {
         return 0;
     }
@@ -156,12 +147,12 @@ int SubChunk::close() {
     if (written != mDataSize && (!seekTo(mFile, sizePosition) || !writeRiffSize(mFile, mDataSize))) {
         return 0;
     }
-    forget();
+    detach();
     return 1;
 }
 
-// As after construction; the file is left alone.
-void SubChunk::forget() {
+// The state after construction; the file is not touched.
+void SubChunk::detach() {
     std::memset(mSubChunkId, 0, sizeof(mSubChunkId));
     mDataSize = 0;
     mFile = nullptr;
@@ -169,7 +160,7 @@ void SubChunk::forget() {
     mOpened = false;
 }
 
-int SubChunk::isOpened() const {
+int SubChunk::isOpened() const noexcept {
     return mOpened ? 1 : 0;
 }
 
@@ -189,7 +180,7 @@ int SubChunk::read(void* buffer, unsigned int length) {
     unsigned long long const remainder = dataEnd() - from;
     int const result =
         mFile->read(buffer, length < remainder ? length : static_cast<unsigned int>(remainder));
-    return result == END_OF_FILE ? END_OF_DATA : result;
+    return result == File::END_OF_FILE ? END_OF_DATA : result;
 }
 
 int SubChunk::write(void const* buffer, unsigned int length) {
@@ -201,7 +192,7 @@ int SubChunk::write(void const* buffer, unsigned int length) {
     return result != -1 && growTo(mFile->position()) ? result : -1;
 }
 
-// Lets the data reach to `position` of the file, which is -1 if it could not be had.
+// Extends the data to `position` of the file, which is -1 if it is not available.
 bool SubChunk::growTo(long long position) {
     if (position == -1) {
         return false;
@@ -220,12 +211,12 @@ bool SubChunk::growTo(long long position) {
 
 long long SubChunk::seek(int origin, long long offset) {
     WatchedGuard const guard(mLock, SOURCE, "seek", __LINE__);
-    if (!hasOpenFile() || origin < START || origin > POSITION) {
+    if (!hasOpenFile() || origin < File::FROM_START || origin > File::FROM_POSITION) {
         return -1;
     }
     auto const start = static_cast<long long>(dataStart());
-    long long base = origin == END ? static_cast<long long>(mDataSize) : 0;
-    if (origin == POSITION) {
+    long long base = origin == File::FROM_END ? static_cast<long long>(mDataSize) : 0;
+    if (origin == File::FROM_POSITION) {
         long long const position = mFile->position();
         if (position == -1) {
             return -1;
@@ -235,7 +226,7 @@ long long SubChunk::seek(int origin, long long offset) {
     if (offset < -base || offset > static_cast<long long>(mDataSize) - base) {
         return -1;
     }
-    long long const reached = mFile->seek(start + base + offset, START);
+    long long const reached = mFile->seek(start + base + offset, File::FROM_START);
     return reached >= start ? reached - start : -1;
 }
 

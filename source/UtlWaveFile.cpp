@@ -4,7 +4,7 @@
 
 #include "UtlBitStream.h"
 #include "UtlFile.h"
-#include "UtlRiffFile.h"
+#include "internal/file/UtlRiffFields.h"
 #include "internal/thread/UtlKeepAlive.h"
 
 namespace utl {
@@ -17,20 +17,6 @@ constexpr unsigned int MAX_SUB_CHUNKS = 64;
 constexpr char FORM_TYPE[] = "WAVE";
 constexpr char FMT[] = "fmt";
 constexpr char DATA[] = "data";
-constexpr int NO_ID = -1;
-
-enum ChunkKind { FMT_CHUNK = 0, DATA_CHUNK = 1 };
-
-// Results of `open`.
-enum Outcome { OPENED = 0, FAILED = 1, NO_WAVE_FILE = 2, NO_FMT = 3, NO_DATA = 4 };
-
-constexpr int START_NEW = 1;
-constexpr int READ_AND_WRITE = 1;
-constexpr int AT_START = 0;
-
-constexpr bool isZeroOrOne(int value) {
-    return value == 0 || value == 1;
-}
 
 constexpr unsigned int bytesPerSecond(unsigned int samplingRate, unsigned int channels,
                                       unsigned int bitsWidth) {
@@ -58,7 +44,7 @@ class FormatWriter {
     unsigned char* mNext = mBytes;
 };
 
-// Reads a value of "fmt"; false where it is not whole.
+// Reads a value of "fmt"; false if it is incomplete.
 template <typename T>
 bool readValue(RiffFile& file, T* value) {
     unsigned char bytes[sizeof(T)] = {};
@@ -80,19 +66,19 @@ WaveFile::~WaveFile() {
 
 int WaveFile::open(int disposition, int access) {
     if (!isZeroOrOne(disposition) || !isZeroOrOne(access)) {
-        return FAILED;
+        return OPEN_FAILED;
     }
     WatchedGuard const guard(mLock, SOURCE, "open", __LINE__);
-    bool const isNew = disposition == START_NEW || File::exists(mRiffFile->getPath()) == 0;
+    bool const isNew = disposition == RiffFile::OPEN_NEW || File::exists(mRiffFile->getPath()) == 0;
     int const opened = mRiffFile->open(disposition, access);
     if (opened != OPENED) {
         mRiffFile->close();
         return opened;
     }
-    if (access == READ_AND_WRITE && isNew) {
+    if (access == RiffFile::ACCESS_READ_WRITE && isNew) {
         if (mRiffFile->setFormType(FORM_TYPE) == 0) {
             mRiffFile->close();
-            return FAILED;
+            return OPEN_FAILED;
         }
         return OPENED;
     }
@@ -109,15 +95,15 @@ int WaveFile::loadWaveFile() {
     }
     int const fmtChunkId = findSubChunk(FMT);
     if (fmtChunkId == RiffFile::INVALID_SUB_CHUNK) {
-        return NO_FMT;
+        return NO_FMT_CHUNK;
     }
     int const dataChunkId = findSubChunk(DATA);
     if (dataChunkId == RiffFile::INVALID_SUB_CHUNK) {
-        return NO_DATA;
+        return NO_DATA_CHUNK;
     }
     mFmtChunkId = fmtChunkId;
     mDataChunkId = dataChunkId;
-    return loadFormat() ? OPENED : FAILED;
+    return loadFormat() ? OPENED : OPEN_FAILED;
 }
 
 // The number of the first sub-chunk of this name.
@@ -127,7 +113,7 @@ int WaveFile::findSubChunk(char const* name) {
     return count > 0 ? static_cast<int>(found[0].mId) : RiffFile::INVALID_SUB_CHUNK;
 }
 
-// Where a value is missing, the sub-chunk stays open.
+// If a value is missing, the sub-chunk stays open.
 bool WaveFile::loadFormat() {
     unsigned short formatId = 0;
     unsigned short channel = 0;
@@ -135,11 +121,11 @@ bool WaveFile::loadFormat() {
     unsigned int ignoredBytesPerSecond = 0;
     unsigned short ignoredBlockAlign = 0;
     unsigned short bitsWidth = 0;
-    bool const isRead = mRiffFile->openSubChunk(static_cast<unsigned int>(mFmtChunkId), AT_START) != 0 &&
-                        readValue(*mRiffFile, &formatId) && readValue(*mRiffFile, &channel) &&
-                        readValue(*mRiffFile, &samplingRate) &&
-                        readValue(*mRiffFile, &ignoredBytesPerSecond) &&
-                        readValue(*mRiffFile, &ignoredBlockAlign) && readValue(*mRiffFile, &bitsWidth);
+    bool const isRead =
+        mRiffFile->openSubChunk(static_cast<unsigned int>(mFmtChunkId), SubChunk::AT_START) != 0 &&
+        readValue(*mRiffFile, &formatId) && readValue(*mRiffFile, &channel) &&
+        readValue(*mRiffFile, &samplingRate) && readValue(*mRiffFile, &ignoredBytesPerSecond) &&
+        readValue(*mRiffFile, &ignoredBlockAlign) && readValue(*mRiffFile, &bitsWidth);
     if (!isRead || mRiffFile->closeSubChunk() == 0) {
         return false;
     }
@@ -170,7 +156,7 @@ int WaveFile::setFmtChunkData(unsigned int samplingRate, unsigned short channels
     format.put(bytesPerSecond(samplingRate, channels, bitsWidth));
     format.put(blockAlign(channels, bitsWidth));
     format.put(bitsWidth);
-    if (!openOrAdd(AT_START, mFmtChunkId, FMT)) {
+    if (!openOrAdd(SubChunk::AT_START, mFmtChunkId, FMT)) {
         return 0;
     }
     bool const isWritten = mRiffFile->write(format.bytes(), FORMAT_BYTES) == int{FORMAT_BYTES};
@@ -192,16 +178,16 @@ int WaveFile::openSubChunk(int mode, int chunkKind) {
     if (mRiffFile->isOpened() == 0) {
         return 0;
     }
-    if (chunkKind == FMT_CHUNK) {
+    if (chunkKind == CHUNK_FMT) {
         return openOrAdd(mode, mFmtChunkId, FMT) ? 1 : 0;
     }
-    bool const isData = chunkKind == DATA_CHUNK && mFmtChunkId != NO_ID;
+    bool const isData = chunkKind == CHUNK_DATA && mFmtChunkId != RiffFile::NO_SUB_CHUNK;
     return isData && openOrAdd(mode, mDataChunkId, DATA) ? 1 : 0;
 }
 
 // Opens the sub-chunk `id`; where there is none yet, appends one and stores its number.
 bool WaveFile::openOrAdd(int mode, std::atomic<int>& id, char const* name) {
-    if (id != NO_ID) {
+    if (id != RiffFile::NO_SUB_CHUNK) {
         return mRiffFile->openSubChunk(static_cast<unsigned int>(id), mode) != 0;
     }
     int const added = mRiffFile->addSubChunk(name);
@@ -217,13 +203,13 @@ int WaveFile::closeSubChunk() {
     return mRiffFile->closeSubChunk();
 }
 
-// Null for a kind or a sub-chunk that there is not.
+// Null for another kind, and for a sub-chunk that does not exist.
 std::atomic<int> const* WaveFile::idOf(int chunkKind) const {
     if (!isZeroOrOne(chunkKind)) {
         return nullptr;
     }
-    std::atomic<int> const& id = chunkKind == FMT_CHUNK ? mFmtChunkId : mDataChunkId;
-    return id != NO_ID ? &id : nullptr;
+    std::atomic<int> const& id = chunkKind == CHUNK_FMT ? mFmtChunkId : mDataChunkId;
+    return id != RiffFile::NO_SUB_CHUNK ? &id : nullptr;
 }
 
 int WaveFile::isOpenedSubChunk(int chunkKind) {
@@ -248,7 +234,7 @@ int WaveFile::read(void* buffer, unsigned int length) {
 
 int WaveFile::write(void const* buffer, unsigned int length) {
     WatchedGuard const guard(mLock, SOURCE, "write", __LINE__);
-    return mFmtChunkId != NO_ID ? mRiffFile->write(buffer, length) : -1;
+    return mFmtChunkId != RiffFile::NO_SUB_CHUNK ? mRiffFile->write(buffer, length) : -1;
 }
 
 long long WaveFile::seek(int origin, long long offset) {
@@ -271,27 +257,27 @@ char const* WaveFile::getPath() const {
     return mRiffFile->getPath();
 }
 
-unsigned int WaveFile::getSamplingRate() {
+unsigned int WaveFile::getSamplingRate() noexcept {
     return mSamplingRate;
 }
 
-unsigned short WaveFile::getChannel() {
+unsigned short WaveFile::getChannel() noexcept {
     return mChannel;
 }
 
-unsigned short WaveFile::getBitsWidth() {
+unsigned short WaveFile::getBitsWidth() noexcept {
     return mBitsWidth;
 }
 
-unsigned short WaveFile::getFormatId() {
+unsigned short WaveFile::getFormatId() noexcept {
     return mFormatId;
 }
 
-unsigned int WaveFile::getBytePerSec() {
+unsigned int WaveFile::getBytePerSec() noexcept {
     return bytesPerSecond(mSamplingRate, mChannel, mBitsWidth);
 }
 
-unsigned short WaveFile::getBlockAlign() {
+unsigned short WaveFile::getBlockAlign() noexcept {
     return blockAlign(mChannel, mBitsWidth);
 }
 

@@ -37,8 +37,6 @@ namespace hooks = utltest::hooks;
 using Lines = std::vector<std::string>;
 using Names = utl::Array<utl::BasicString<char>, utl::BasicString<char> const&>;
 
-constexpr int UTF8 = 1;
-
 class FileOdd : public utltest::InLoggedFolder {
   protected:
     /// Lets call 1, 2, 3, ... of a function fail, until the operation makes fewer calls than that. `prepare`
@@ -109,8 +107,8 @@ TEST_F(FileOdd, AFullDisk_TakesWhatFitsAndThenFailsWithItsLines_AndTakesMoreOnce
         hooks::write.replace(writeToSmallDisk);
     }
     std::string const bytes(20000, 'b');
-    utl::File file("disk/full", UTF8);
-    ASSERT_EQ(file.open(2, 2), 1);
+    utl::File file("disk/full", utl::File::TEXT_UTF8);
+    ASSERT_EQ(file.open(utl::File::OPEN_EMPTY, utl::File::ACCESS_READ_WRITE), 1);
     EXPECT_EQ(file.write(bytes.data(), 20000), DISK_SIZE);
     EXPECT_EQ(file.write(bytes.data(), 20000), -1);
     EXPECT_EQ(file.writeLine("more"), -1);
@@ -122,11 +120,11 @@ TEST_F(FileOdd, AFullDisk_TakesWhatFitsAndThenFailsWithItsLines_AndTakesMoreOnce
     EXPECT_EQ(file.size(), 8197);
     EXPECT_EQ(permissions("disk"), 0755);
     EXPECT_EQ(file.close(), 1);
-    EXPECT_EQ(utl::File::erase("disk/full", 0), 1);
+    EXPECT_EQ(utl::File::erase("disk/full", utl::File::KEEP_READ_ONLY), 1);
 
     putFile("source", bytes);
     mLog.clear();
-    EXPECT_EQ(utl::File::copy("source", "disk/copy", 0), 0);
+    EXPECT_EQ(utl::File::copy("source", "disk/copy", utl::File::KEEP_EXISTING), 0);
     EXPECT_EQ(mLog.lines(), Lines());
     EXPECT_EQ(contentOf("disk/copy"), bytes.substr(0, DISK_SIZE));
     EXPECT_EQ(permissions("disk"), 0755);
@@ -163,28 +161,33 @@ TEST_F(FileOdd, AReadOnlyDisk_CanBeReadAndRefusesAllElseWithoutAChange) {
         imitateReadOnlyDisk();
     }
     {
-        utl::File reader("disk/file", UTF8);
-        EXPECT_EQ(reader.open(1, 0), 1);
+        utl::File reader("disk/file", utl::File::TEXT_UTF8);
+        EXPECT_EQ(reader.open(utl::File::OPEN_AT_END, utl::File::ACCESS_READ), 1);
         EXPECT_EQ(reader.position(), 4);
         EXPECT_EQ(utl::File::isOpened("disk/file", nullptr), 1);
-        EXPECT_EQ(utl::File::copy("disk/file", "copied", 0), 1);
+        EXPECT_EQ(utl::File::copy("disk/file", "copied", utl::File::KEEP_EXISTING), 1);
     }
     EXPECT_EQ(contentOf("copied"), "text");
     EXPECT_EQ(mLog.lines(), Lines());
-    EXPECT_EQ(utl::File("disk/file", UTF8).open(2, 2), 0);
-    EXPECT_EQ(utl::File("disk/new", UTF8).open(0, 1), 0);
-    EXPECT_EQ(utl::File("disk/locked", UTF8).open(0, 1), 0);
-    EXPECT_EQ(utl::File::copy("disk/file", "disk/copied", 1), 0);
-    EXPECT_EQ(utl::File::applyReadOnly("disk", 1), 0);
-    EXPECT_EQ(utl::File::liftReadOnly("disk/locked", 0), 0);
-    EXPECT_EQ(utl::File::liftReadOnly("disk/file", 0), 1);
+    EXPECT_EQ(utl::File("disk/file", utl::File::TEXT_UTF8)
+                  .open(utl::File::OPEN_EMPTY, utl::File::ACCESS_READ_WRITE),
+              0);
+    EXPECT_EQ(utl::File("disk/new", utl::File::TEXT_UTF8).open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE),
+              0);
+    EXPECT_EQ(
+        utl::File("disk/locked", utl::File::TEXT_UTF8).open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE),
+        0);
+    EXPECT_EQ(utl::File::copy("disk/file", "disk/copied", utl::File::OVERWRITE_EXISTING), 0);
+    EXPECT_EQ(utl::File::applyReadOnly("disk", utl::File::RECURSIVE), 0);
+    EXPECT_EQ(utl::File::liftReadOnly("disk/locked", utl::File::PATH_ONLY), 0);
+    EXPECT_EQ(utl::File::liftReadOnly("disk/file", utl::File::PATH_ONLY), 1);
     EXPECT_EQ(mLog.lines(), (Lines{error("open() Failed. errno[30] Path:disk/file"),
                                    error("open() Failed. errno[30] Path:disk/new")}));
     mLog.clear();
-    EXPECT_EQ(utl::File::erase("disk/file", 0), 0);
-    EXPECT_EQ(utl::File::erase("disk/locked", 0), 0);
-    EXPECT_EQ(utl::File::erase("disk/locked", 1), 0);
-    EXPECT_EQ(utl::File::erase("disk/folder", 0), 0);
+    EXPECT_EQ(utl::File::erase("disk/file", utl::File::KEEP_READ_ONLY), 0);
+    EXPECT_EQ(utl::File::erase("disk/locked", utl::File::KEEP_READ_ONLY), 0);
+    EXPECT_EQ(utl::File::erase("disk/locked", utl::File::ERASE_READ_ONLY), 0);
+    EXPECT_EQ(utl::File::erase("disk/folder", utl::File::KEEP_READ_ONLY), 0);
     EXPECT_EQ(utl::File::move("disk/file", "disk/moved"), 0);
     EXPECT_EQ(utl::File::makeDirectories("disk/folder/new"), 0);
     Lines const lines = mLog.lines();
@@ -207,8 +210,8 @@ TEST_F(FileOdd, AWriter_WhoseNthSystemCallFails_LeavesContentLockAndFolderAsThey
     auto const run = [this, &prepare](auto& hook, bool canFailToRestore) {
         int result = 0;
         auto const operation = [&result] {
-            utl::File file("d/f", UTF8);
-            result = file.open(1, 2);
+            utl::File file("d/f", utl::File::TEXT_UTF8);
+            result = file.open(utl::File::OPEN_AT_END, utl::File::ACCESS_READ_WRITE);
             EXPECT_EQ(file.isOpened(), result);
             EXPECT_EQ(file.close(), result);
             return result;
@@ -217,7 +220,9 @@ TEST_F(FileOdd, AWriter_WhoseNthSystemCallFails_LeavesContentLockAndFolderAsThey
             EXPECT_TRUE(opened == 1 || n != 0);
             EXPECT_EQ(contentOf("d/f"), "content") << n;
             EXPECT_TRUE(permissions("d") == 0755 || (canFailToRestore && permissions("d") == 0777)) << n;
-            EXPECT_EQ(utl::File("d/f", UTF8).open(0, 1), 1) << n;
+            EXPECT_EQ(
+                utl::File("d/f", utl::File::TEXT_UTF8).open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE), 1)
+                << n;
         });
     };
     run(hooks::open, false);
@@ -237,7 +242,7 @@ TEST_F(FileOdd, Copy_WhoseNthSystemCallFails_ClosesBothFilesAndPutsTheFoldersBac
         putFile("a/source", source);
         putFile("b/copy", old);
     };
-    auto const copyIt = [] { return utl::File::copy("a/source", "b/copy", 1); };
+    auto const copyIt = [] { return utl::File::copy("a/source", "b/copy", utl::File::OVERWRITE_EXISTING); };
     auto const run = [&](auto& hook, bool canFailToRestore, auto contentAfter) {
         sweep(hook, prepare, copyIt, [&](unsigned int n, int result) {
             EXPECT_EQ(contentOf("a/source"), source);
@@ -280,12 +285,12 @@ TEST_F(FileOdd, Erase_WhoseNthSystemCallFails_StopsThereAndCanBeFinished) {
     };
     auto const run = [&](auto& hook) {
         sweep(
-            hook, prepare, [] { return utl::File::erase("d/tree", 0); },
+            hook, prepare, [] { return utl::File::erase("d/tree", utl::File::KEEP_READ_ONLY); },
             [](unsigned int n, int result) {
                 EXPECT_EQ(result, n == 0 ? 1 : 0) << n;
                 EXPECT_EQ(permissions("d/tree"), n == 0 ? -1 : 0755) << n;
                 EXPECT_EQ(permissions("d"), 0755) << n;
-                EXPECT_EQ(utl::File::erase("d", 1), 1) << n;
+                EXPECT_EQ(utl::File::erase("d", utl::File::ERASE_READ_ONLY), 1) << n;
             });
     };
     run(hooks::unlink);
@@ -295,13 +300,13 @@ TEST_F(FileOdd, Erase_WhoseNthSystemCallFails_StopsThereAndCanBeFinished) {
 
 TEST_F(FileOdd, Resize_WhoseNthSystemCallFails_IsFalseAndThePositionIsBackWhereThatCanBe) {
     putFile("f", "");
-    utl::File file("f", UTF8);
-    ASSERT_EQ(file.open(0, 2), 1);
+    utl::File file("f", utl::File::TEXT_UTF8);
+    ASSERT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ_WRITE), 1);
     for (unsigned int const newSize : {3U, 7U, 20U}) {
         auto const prepare = [&file] {
             EXPECT_EQ(file.resize(0), 1);
             EXPECT_EQ(file.write("0123456789", 10), 10);
-            EXPECT_EQ(file.seek(7, 0), 7);
+            EXPECT_EQ(file.seek(7, utl::File::FROM_START), 7);
         };
         auto const resizeIt = [&] { return file.resize(static_cast<unsigned long long>(newSize)); };
         sweep(hooks::lseek, prepare, resizeIt, [&](unsigned int n, int result) {
@@ -326,25 +331,25 @@ TEST_F(FileOdd, Resize_WhoseNthSystemCallFails_IsFalseAndThePositionIsBackWhereT
 
 TEST_F(FileOdd, SizesAndPositionsAreWholeOnBothSidesOfTwoAndFourGibibytes) {
     putFolder("d");
-    utl::File file("d/big", UTF8);
-    ASSERT_EQ(file.open(2, 2), 1);
+    utl::File file("d/big", utl::File::TEXT_UTF8);
+    ASSERT_EQ(file.open(utl::File::OPEN_EMPTY, utl::File::ACCESS_READ_WRITE), 1);
     for (long long const size : {0x7FFFFFFELL, 0x7FFFFFFFLL, 0x80000000LL, 0x80000001LL, 0xFFFFFFFELL,
                                  0xFFFFFFFFLL, 0x100000000LL, 0x100000001LL, 0x140000000LL}) {
         std::array<char, 4> bytes = {};
-        EXPECT_EQ(file.seek(0, 0), 0);
+        EXPECT_EQ(file.seek(0, utl::File::FROM_START), 0);
         EXPECT_EQ(file.resize(static_cast<unsigned long long>(size)), 1);
         EXPECT_EQ(file.position(), 0);
         EXPECT_EQ(file.availableSize(), size);
-        EXPECT_EQ(file.seek(-1, 1), size - 1);
+        EXPECT_EQ(file.seek(-1, utl::File::FROM_END), size - 1);
         EXPECT_EQ(file.read(bytes.data(), 4), 1);
-        EXPECT_EQ(file.read(bytes.data(), 4), -3);
+        EXPECT_EQ(file.read(bytes.data(), 4), utl::File::END_OF_FILE);
         EXPECT_EQ(file.write("end", 3), 3);
         EXPECT_EQ(file.position(), size + 3);
-        EXPECT_EQ(file.seek(-size - 3, 2), 0);
-        EXPECT_EQ(file.seek(size, 2), size);
+        EXPECT_EQ(file.seek(-size - 3, utl::File::FROM_POSITION), 0);
+        EXPECT_EQ(file.seek(size, utl::File::FROM_POSITION), size);
         EXPECT_EQ(file.availableSize(), 3);
         EXPECT_EQ(utl::File::size("d/big"), size + 3);
-        EXPECT_EQ(file.seek(-size - 1, 2), -1);
+        EXPECT_EQ(file.seek(-size - 1, utl::File::FROM_POSITION), -1);
         EXPECT_EQ(file.position(), size);
         EXPECT_EQ(file.resize(), 1);
         EXPECT_EQ(file.size(), size);
@@ -358,19 +363,19 @@ TEST_F(FileOdd, SizesAndPositionsAreWholeOnBothSidesOfTwoAndFourGibibytes) {
 TEST_F(FileOdd, AWriteOnlyFileCannotBeRead_ExceptThatItHasAnEnd_AndAReaderCannotWrite) {
     putFile("f", "text");
     std::array<char, 8> bytes = {};
-    utl::File writer("f", UTF8);
-    ASSERT_EQ(writer.open(0, 1), 1);
+    utl::File writer("f", utl::File::TEXT_UTF8);
+    ASSERT_EQ(writer.open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE), 1);
     EXPECT_EQ(writer.read(bytes.data(), 8), -1);
     EXPECT_EQ(mLog.lines(),
               (Lines{error("ReadFile Failed. errno[9]"), error("in read func readFile Failed. Path:f")}));
     mLog.clear();
-    EXPECT_EQ(writer.seek(0, 1), 4);
-    EXPECT_EQ(writer.read(bytes.data(), 8), -3);
+    EXPECT_EQ(writer.seek(0, utl::File::FROM_END), 4);
+    EXPECT_EQ(writer.read(bytes.data(), 8), utl::File::END_OF_FILE);
     EXPECT_EQ(mLog.lines(), Lines());
     EXPECT_EQ(writer.close(), 1);
 
-    utl::File reader("f", UTF8);
-    ASSERT_EQ(reader.open(0, 0), 1);
+    utl::File reader("f", utl::File::TEXT_UTF8);
+    ASSERT_EQ(reader.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 1);
     EXPECT_EQ(reader.write("more", 4), -1);
     EXPECT_EQ(reader.resize(2ULL), 0);
     EXPECT_EQ(reader.position(), 0);
@@ -381,8 +386,8 @@ TEST_F(FileOdd, AWriteOnlyFileCannotBeRead_ExceptThatItHasAnEnd_AndAReaderCannot
 
 TEST_F(FileOdd, ALockOutlivesTheObject_AsLongAsAnotherProcessHasTheDescriptor) {
     char const* const path = "held%s/%n%d";
-    utl::File file(path, UTF8);
-    ASSERT_EQ(file.open(0, 2), 1);
+    utl::File file(path, utl::File::TEXT_UTF8);
+    ASSERT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ_WRITE), 1);
     std::array<int, 2> ends = {};
     ASSERT_EQ(pipe(ends.data()), 0);
     pid_t const child = fork();
@@ -394,19 +399,19 @@ TEST_F(FileOdd, ALockOutlivesTheObject_AsLongAsAnotherProcessHasTheDescriptor) {
     close(ends[0]);
     EXPECT_EQ(file.close(), 1);
     mLog.clear();
-    EXPECT_EQ(file.open(0, 0), 0);
+    EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 0);
     EXPECT_EQ(mLog.lines(), Lines{debug("Other process is opening. errno[11] Path:held%s/%n%d")});
     bool isShared = true;
     EXPECT_EQ(utl::File::isOpened(path, &isShared), 1);
     EXPECT_FALSE(isShared);
     EXPECT_EQ(file.move("moved"), 0);
-    EXPECT_EQ(file.erase(1), 0);
-    EXPECT_EQ(file.copy("copied", 1), 0);
+    EXPECT_EQ(file.erase(utl::File::ERASE_READ_ONLY), 0);
+    EXPECT_EQ(file.copy("copied", utl::File::OVERWRITE_EXISTING), 0);
     EXPECT_EQ(file.size(), 0);
     close(ends[1]);
     EXPECT_EQ(waitpid(child, nullptr, 0), child);
     EXPECT_EQ(utl::File::isOpened(path, &isShared), 0);
-    EXPECT_EQ(file.open(0, 0), 1);
+    EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 1);
 }
 
 /// "cat" as another program; it ends when the test's end of the pipe to it is closed.
@@ -450,14 +455,14 @@ class Cat {
 };
 
 TEST_F(FileOdd, AProgramThatIsStartedWhileAFileIsOpen_KeepsNeitherItsDescriptorNorItsLock) {
-    utl::File file("d/f", UTF8);
+    utl::File file("d/f", utl::File::TEXT_UTF8);
     for (int const access : {1, 2, 0}) {
         ASSERT_EQ(file.open(0, access), 1);
         Cat const cat;
         ASSERT_TRUE(cat.answers());
         EXPECT_EQ(file.close(), 1);
         EXPECT_EQ(utl::File::isOpened("d/f", nullptr), 0);
-        EXPECT_EQ(file.open(0, 1), 1);
+        EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE), 1);
         EXPECT_EQ(file.close(), 1);
     }
 }
@@ -479,16 +484,16 @@ TEST_F(FileOdd, FifosSocketsAndDevices_AreNotOpenedByWhatGoesThroughFolders) {
         EXPECT_EQ(utl::File::isOpened(path, &sharedOnly), 0) << path;
         EXPECT_FALSE(sharedOnly);
         EXPECT_EQ(utl::File::size(path), 0) << path;
-        EXPECT_EQ(utl::File::copy(path, "copied", 1), 0) << path;
-        EXPECT_EQ(utl::File::copy("d/f", path, 1), 0) << path;
-        EXPECT_EQ(utl::File::copy("d/f", path, 0), 0) << path;
+        EXPECT_EQ(utl::File::copy(path, "copied", utl::File::OVERWRITE_EXISTING), 0) << path;
+        EXPECT_EQ(utl::File::copy("d/f", path, utl::File::OVERWRITE_EXISTING), 0) << path;
+        EXPECT_EQ(utl::File::copy("d/f", path, utl::File::KEEP_EXISTING), 0) << path;
     }
     EXPECT_EQ(utl::File::size("d"), 4);
     EXPECT_EQ(permissions("copied"), -1);
-    EXPECT_EQ(utl::File::copy("d", "copied", 1), 0);
+    EXPECT_EQ(utl::File::copy("d", "copied", utl::File::OVERWRITE_EXISTING), 0);
     EXPECT_EQ(permissions("d"), 0755);
     EXPECT_EQ(utl::File::move("d/fifo", "d/moved"), 1);
-    EXPECT_EQ(utl::File::erase("d", 0), 1);
+    EXPECT_EQ(utl::File::erase("d", utl::File::KEEP_READ_ONLY), 1);
     EXPECT_EQ(utl::File::exists("/dev/zero"), 1);
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -510,7 +515,7 @@ TEST_F(FileOdd, AFifoThatTakesTheFilesPlaceMeanwhile_BlocksNeitherProbeNorSizeNo
     };
     EXPECT_EQ(exchanging(1, [] { return utl::File::isOpened("f", nullptr); }), 0);
     EXPECT_EQ(exchanging(1, [] { return utl::File::size("f"); }), 0);
-    EXPECT_EQ(exchanging(2, [] { return utl::File::copy("f", "copied", 1); }), 0);
+    EXPECT_EQ(exchanging(2, [] { return utl::File::copy("f", "copied", utl::File::OVERWRITE_EXISTING); }), 0);
     EXPECT_EQ(permissions("copied"), -1);
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -521,11 +526,11 @@ TEST_F(FileOdd, AFifoThatTakesANewFilesPlaceMeanwhile_IsRefusedAtOnce) {
     hooks::open.watch([](char const* path, int, mode_t) {
         EXPECT_TRUE(path != std::string("f") || mkfifo("f", 0644) == 0 || errno == EEXIST);
     });
-    EXPECT_EQ(utl::File("f", UTF8).open(0, 1), 0);
+    EXPECT_EQ(utl::File("f", utl::File::TEXT_UTF8).open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE), 0);
     EXPECT_EQ(mLog.lines(), Lines{error("open() Failed. errno[6] Path:f")});
     mLog.clear();
     ASSERT_EQ(unlink("f"), 0);
-    EXPECT_EQ(utl::File::copy("source", "f", 1), 0);
+    EXPECT_EQ(utl::File::copy("source", "f", utl::File::OVERWRITE_EXISTING), 0);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -536,7 +541,7 @@ class FifoFile : public FileOdd {
 
     void openOtherSide(int flags) { mOtherSide = ::open("fifo", flags | O_NONBLOCK | O_CLOEXEC); }
 
-    utl::File mFile{"fifo", UTF8};
+    utl::File mFile{"fifo", utl::File::TEXT_UTF8};
     int mOtherSide = -1;
 };
 
@@ -551,7 +556,7 @@ TEST_F(FifoFile, Open_WithoutTheOtherSide_IsRefusedAtOnceWithALine) {
 TEST_F(FifoFile, OpenToRead_WithAWriter_WorksAndTakesNothingAway) {
     openOtherSide(O_RDWR);
     for (unsigned int written = 0; written < 3; ++written) {
-        EXPECT_EQ(mFile.open(0, 0), 1) << written;
+        EXPECT_EQ(mFile.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 1) << written;
         int waiting = -1;
         EXPECT_EQ(ioctl(mOtherSide, FIONREAD, &waiting), 0);
         EXPECT_EQ(waiting, static_cast<int>(written));
@@ -581,7 +586,7 @@ TEST_F(FifoFile, OpenToWrite_WithAReader_WorksAndWritesAsAnyFileDoes) {
 
 // The first refusal shows a sanitizer all types on the way: it needs descriptors to look at a new one.
 TEST_F(FifoFile, OpenToRead_WithoutDescriptorsToLookForTheWriter_IsRefused) {
-    EXPECT_EQ(mFile.open(0, 0), 0);
+    EXPECT_EQ(mFile.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 0);
     mLog.clear();
     openOtherSide(O_RDWR);
     rlimit before = {};
@@ -596,20 +601,20 @@ TEST_F(FifoFile, OpenToRead_WithoutDescriptorsToLookForTheWriter_IsRefused) {
             setrlimit(RLIMIT_NOFILE, &limit);
             return descriptor;
         });
-        EXPECT_EQ(mFile.open(0, 0), 0);
+        EXPECT_EQ(mFile.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 0);
     }
     EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
     EXPECT_EQ(mLog.lines(), Lines{error("open() Failed. errno[24] Path:fifo")});
 }
 
 TEST_F(FifoFile, Destructor_OfAPathThroughAFifo_DoesNotWaitForItsOtherSide) {
-    { utl::File const file("fifo/f", UTF8); }
+    { utl::File const file("fifo/f", utl::File::TEXT_UTF8); }
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileOdd, AWriterWhoseFolderIsGone_WritesWithALineAboutTheFolderAndCanMakeItAgain) {
-    utl::File file("d/f", UTF8);
-    ASSERT_EQ(file.open(0, 2), 1);
+    utl::File file("d/f", utl::File::TEXT_UTF8);
+    ASSERT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ_WRITE), 1);
     std::filesystem::remove_all("d");
     mLog.clear();
     EXPECT_EQ(file.write("ab", 2), 2);
@@ -619,8 +624,8 @@ TEST_F(FileOdd, AWriterWhoseFolderIsGone_WritesWithALineAboutTheFolderAndCanMake
     EXPECT_EQ(file.availableSize(), 0);
     EXPECT_EQ(file.close(), 1);
     EXPECT_EQ(file.size(), -1);
-    EXPECT_EQ(file.open(0, 0), 0);
-    EXPECT_EQ(file.open(1, 1), 1);
+    EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 0);
+    EXPECT_EQ(file.open(utl::File::OPEN_AT_END, utl::File::ACCESS_WRITE), 1);
     EXPECT_EQ(permissions("d/f"), 0777);
     EXPECT_EQ(contentOf("d/f"), "");
 }
@@ -629,22 +634,25 @@ TEST_F(FileOdd, EveryModeOfAFolderComesBack_AndNothingOfTheUmaskReachesAFile) {
     mode_t const before = umask(0777);
     for (int const mode : {0500, 0511, 0555, 0700, 0755, 01777, 02755, 03775, 0777}) {
         putFolder("d", static_cast<mode_t>(mode));
-        utl::File file("d/f", UTF8);
-        EXPECT_EQ(file.open(2, 2), 1);
+        utl::File file("d/f", utl::File::TEXT_UTF8);
+        EXPECT_EQ(file.open(utl::File::OPEN_EMPTY, utl::File::ACCESS_READ_WRITE), 1);
         EXPECT_EQ(permissions("d"), mode);
         EXPECT_EQ(file.write("x", 1), 1);
         EXPECT_EQ(permissions("d"), mode);
         EXPECT_EQ(file.close(), 1);
         EXPECT_EQ(permissions("d/f"), 0777);
         chmod("d/f", 0640);
-        EXPECT_EQ(file.copy("d/g", 0), 1);
+        EXPECT_EQ(file.copy("d/g", utl::File::KEEP_EXISTING), 1);
         EXPECT_EQ(permissions("d/g"), 0640);
         EXPECT_EQ(permissions("d"), mode);
-        EXPECT_EQ(utl::File::erase("d/f", 0) + utl::File::erase("d/g", 0), 2);
+        EXPECT_EQ(utl::File::erase("d/f", utl::File::KEEP_READ_ONLY) +
+                      utl::File::erase("d/g", utl::File::KEEP_READ_ONLY),
+                  2);
         EXPECT_EQ(permissions("d"), mode);
     }
     putFolder("e", 0700);
-    EXPECT_EQ(utl::File("e/x\\y/f", UTF8).open(0, 1), 1);
+    EXPECT_EQ(utl::File("e/x\\y/f", utl::File::TEXT_UTF8).open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE),
+              1);
     umask(before);
     for (char const* const path : {"e", "e/x", "e/x/y", "e/x/y/f"}) {
         EXPECT_EQ(permissions(path), 0777) << path;
@@ -656,11 +664,11 @@ TEST_F(FileOdd, ADescriptorOfZero_IsLostOnceAndIsNoFileEver) {
     putFile("f", "text");
     int const input = dup(STDIN_FILENO);
     ASSERT_GT(input, 0);
-    utl::File file("f", UTF8);
+    utl::File file("f", utl::File::TEXT_UTF8);
     close(STDIN_FILENO);
-    EXPECT_EQ(file.open(0, 0), 0);
+    EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 0);
     EXPECT_EQ(file.isOpened(), 0);
-    EXPECT_EQ(file.open(0, 0), 1);
+    EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 1);
     EXPECT_EQ(file.close(), 1);
     close(STDIN_FILENO);
     EXPECT_EQ(utl::File::size("f"), -1);
@@ -682,22 +690,24 @@ TEST_F(FileOdd, APathOf259BytesIsServedByEveryOperation_AndOneOf260ByExistsAndIs
         std::string const path = folder + "/" + name;
         char const* const text = path.c_str();
         std::vector<char> output(256);
-        EXPECT_EQ(utl::File(text, UTF8).open(0, 1), good);
+        EXPECT_EQ(utl::File(text, utl::File::TEXT_UTF8).open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE),
+                  good);
         putFolder(folder);
         putFile(path, "text");
         EXPECT_EQ(utl::File::exists(text), 1);
         EXPECT_EQ(utl::File::isReadOnly(text), 0);
-        EXPECT_EQ(utl::File(text, UTF8).open(1, 0), good);
+        EXPECT_EQ(utl::File(text, utl::File::TEXT_UTF8).open(utl::File::OPEN_AT_END, utl::File::ACCESS_READ),
+                  good);
         EXPECT_EQ(utl::File::size(text), fits ? 4 : -1);
-        EXPECT_EQ(utl::File::extractFileName(output.data(), 256, text, 0), good);
+        EXPECT_EQ(utl::File::extractFileName(output.data(), 256, text, utl::File::WITH_EXTENSION), good);
         EXPECT_EQ(utl::File::extractDirectoryPath(output.data(), 256, text), good);
-        EXPECT_EQ(utl::File::copy(text, "copy", 0), good);
-        EXPECT_EQ(utl::File::copy("copy", text, 1), good);
-        EXPECT_EQ(utl::File::applyReadOnly(text, 0), good);
-        EXPECT_EQ(utl::File::liftReadOnly(text, 0), good);
+        EXPECT_EQ(utl::File::copy(text, "copy", utl::File::KEEP_EXISTING), good);
+        EXPECT_EQ(utl::File::copy("copy", text, utl::File::OVERWRITE_EXISTING), good);
+        EXPECT_EQ(utl::File::applyReadOnly(text, utl::File::PATH_ONLY), good);
+        EXPECT_EQ(utl::File::liftReadOnly(text, utl::File::PATH_ONLY), good);
         EXPECT_EQ(utl::File::move(text, "moved"), good);
         EXPECT_EQ(utl::File::move("moved", text), good);
-        EXPECT_EQ(utl::File::erase(text, 0), good);
+        EXPECT_EQ(utl::File::erase(text, utl::File::KEEP_READ_ONLY), good);
         EXPECT_EQ(utl::File::makeDirectories((path.substr(0, size - 2) + "/d").c_str()), good);
         EXPECT_EQ(permissions(path), fits ? -1 : 0644);
         std::filesystem::remove_all(folder);
@@ -714,19 +724,20 @@ TEST_F(FileOdd, AFolderWithAnEntryWhosePathIsTooLong_IsListedAndFailsInAllThatGo
         putFolder(folder);
         putFile(path, "text");
         Names names(0, 1);
-        EXPECT_EQ(utl::File::children(folder.c_str(), &names, 2, nullptr, 0), 1);
+        EXPECT_EQ(utl::File::children(folder.c_str(), &names, utl::File::CHILD_FILES_AND_FOLDERS, nullptr, 0),
+                  1);
         EXPECT_EQ(*names.getAt(0), path.c_str());
         EXPECT_EQ(utl::File::size(folder.c_str()), good == 1 ? 4 : -1);
-        EXPECT_EQ(utl::File::copy(folder.c_str(), "copy", 0), good);
+        EXPECT_EQ(utl::File::copy(folder.c_str(), "copy", utl::File::KEEP_EXISTING), good);
         EXPECT_EQ(permissions("copy"), 0777);
-        EXPECT_EQ(utl::File::applyReadOnly(folder.c_str(), 1), good);
+        EXPECT_EQ(utl::File::applyReadOnly(folder.c_str(), utl::File::RECURSIVE), good);
         EXPECT_EQ(permissions(folder), 0555);
         EXPECT_EQ(permissions(path), good == 1 ? 0555 : 0644);
-        EXPECT_EQ(utl::File::liftReadOnly(folder.c_str(), 1), good);
-        EXPECT_EQ(utl::File::erase(folder.c_str(), 1), good);
+        EXPECT_EQ(utl::File::liftReadOnly(folder.c_str(), utl::File::RECURSIVE), good);
+        EXPECT_EQ(utl::File::erase(folder.c_str(), utl::File::ERASE_READ_ONLY), good);
         EXPECT_EQ(permissions(folder), good == 1 ? -1 : 0777);
         EXPECT_EQ(contentOf(path), good == 1 ? "" : "text");
-        EXPECT_EQ(utl::File::erase("copy", 0), 1);
+        EXPECT_EQ(utl::File::erase("copy", utl::File::KEEP_READ_ONLY), 1);
     }
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -736,20 +747,20 @@ TEST_F(FileOdd, ANameThatIsNotUtf8_CanBeListedReadAndErasedButNotTakenApart) {
     putFile("m/ok.txt", "12");
     putFile("m/x\xFF.txt", "345");
     Names names(4, 0);
-    EXPECT_EQ(utl::File::children("m", &names, 0, nullptr, 0), 2);
-    EXPECT_EQ(utl::File::children("m", &names, 0, "TXT", 0), 1);
+    EXPECT_EQ(utl::File::children("m", &names, utl::File::CHILD_FILES, nullptr, 0), 2);
+    EXPECT_EQ(utl::File::children("m", &names, utl::File::CHILD_FILES, "TXT", 0), 1);
     EXPECT_EQ(*names.getAt(0), "m/ok.txt");
     EXPECT_EQ(utl::File::size("m"), 5);
     {
-        utl::File file("m\\x\xFF.txt", UTF8);
-        EXPECT_EQ(file.open(0, 0), 1);
+        utl::File file("m\\x\xFF.txt", utl::File::TEXT_UTF8);
+        EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 1);
         EXPECT_EQ(file.close(), 1);
-        EXPECT_EQ(file.open(0, 1), 0);
+        EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE), 0);
     }
     EXPECT_EQ(utl::File::move("m/ok.txt", "m/\xE3\x81.txt"), 0);
     EXPECT_EQ(utl::File::move("m/x\xFF.txt", "m/y.txt"), 1);
     putFile("m/\x82", "");
-    EXPECT_EQ(utl::File::erase("m", 0), 1);
+    EXPECT_EQ(utl::File::erase("m", utl::File::KEEP_READ_ONLY), 1);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -759,11 +770,11 @@ TEST_F(FileOdd, Copy_OntoAnotherNameOfTheSameFile_KeepsItsContent) {
     putFile("d/file", content);
     ASSERT_EQ(link("d/file", "hard"), 0);
     ASSERT_EQ(symlink("d/file", "soft"), 0);
-    EXPECT_EQ(utl::File::copy("d/file", "hard", 1), 1);
-    EXPECT_EQ(utl::File::copy("soft", "d/file", 1), 1);
-    EXPECT_EQ(utl::File::copy("d/file", "d/./file", 1), 1);
-    EXPECT_EQ(utl::File::copy("d/file", "d\\file", 0), 1);
-    EXPECT_EQ(utl::File::copy("d/file", "d/./file", 0), 0);
+    EXPECT_EQ(utl::File::copy("d/file", "hard", utl::File::OVERWRITE_EXISTING), 1);
+    EXPECT_EQ(utl::File::copy("soft", "d/file", utl::File::OVERWRITE_EXISTING), 1);
+    EXPECT_EQ(utl::File::copy("d/file", "d/./file", utl::File::OVERWRITE_EXISTING), 1);
+    EXPECT_EQ(utl::File::copy("d/file", "d\\file", utl::File::KEEP_EXISTING), 1);
+    EXPECT_EQ(utl::File::copy("d/file", "d/./file", utl::File::KEEP_EXISTING), 0);
     EXPECT_EQ(contentOf("d/file"), content);
     EXPECT_EQ(permissions("d"), 0755);
 }
@@ -771,13 +782,13 @@ TEST_F(FileOdd, Copy_OntoAnotherNameOfTheSameFile_KeepsItsContent) {
 TEST_F(FileOdd, FoldersThatContainThemselves_EndAtTheLongestPathOrAtTheMostLinks) {
     putFolder("d");
     putFile("d/f", "text");
-    EXPECT_EQ(utl::File::copy("d", "d/e", 0), 0);
+    EXPECT_EQ(utl::File::copy("d", "d/e", utl::File::KEEP_EXISTING), 0);
     EXPECT_EQ(contentOf("d/f"), "text");
-    EXPECT_EQ(utl::File::erase("d", 0), 1);
+    EXPECT_EQ(utl::File::erase("d", utl::File::KEEP_READ_ONLY), 1);
     putFolder("loop");
     ASSERT_EQ(symlink(".", "loop/again"), 0);
     EXPECT_EQ(utl::File::size("loop"), -1);
-    EXPECT_EQ(utl::File::erase("loop", 0), 0);
+    EXPECT_EQ(utl::File::erase("loop", utl::File::KEEP_READ_ONLY), 0);
     EXPECT_EQ(utl::File::move("loop", "loop/inside/it"), 0);
     EXPECT_EQ(mLog.lines(), Lines{error("rename Failed. errno[22] Source:loop  Dest:loop/inside/it")});
     EXPECT_TRUE(std::filesystem::is_symlink("loop/again"));
@@ -886,7 +897,7 @@ TEST_F(FileOdd, EveryShortPathComesApartAtItsSeparatorsAndItsLastDot) {
             return utl::File::extractFileName(output, size, text, 2);
         });
         expectPart(path, parts.areThere, parts.stem, [text](char* output, unsigned int size) {
-            return utl::File::extractFileName(output, size, text, 1);
+            return utl::File::extractFileName(output, size, text, utl::File::WITHOUT_EXTENSION);
         });
         expectPart(path, parts.areThere, parts.extension, [text](char* output, unsigned int size) {
             return utl::File::extractExtension(output, size, text);
@@ -906,16 +917,16 @@ TEST_F(FileOddQuiet, Writers_OnThreadsOfTheirOwn_NeverHaveAFileTogether) {
     putFile("count", std::string(1, '\0'));
     auto const countUp = [] {
         for (int i = 0; i < 20; ++i) {
-            utl::File file("count", UTF8);
+            utl::File file("count", utl::File::TEXT_UTF8);
             utl::File::AutoClose const closing(file);
-            while (file.open(0, 2) == 0) {
+            while (file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ_WRITE) == 0) {
                 std::this_thread::yield();
             }
             unsigned char count = 0;
             EXPECT_EQ(file.read(&count, 1), 1);
             std::this_thread::yield();
             ++count;
-            EXPECT_EQ(file.seek(0, 0), 0);
+            EXPECT_EQ(file.seek(0, utl::File::FROM_START), 0);
             EXPECT_EQ(file.write(&count, 1), 1);
         }
     };

@@ -12,7 +12,6 @@ namespace {
 using utl::BasicString;
 using utl::File;
 
-constexpr int UTF8 = 1;
 constexpr char UNTOUCHED[] = "untouched";
 
 // What a dissection gave: the text, or that it failed and left the output alone.
@@ -169,12 +168,12 @@ TEST(FilePath, Extract_TakesAPathOf259BytesAndRefusesOneOf260) {
 // Each of the operations with an output of `size` bytes for the path "abc/def.ghi".
 std::vector<int> resultsInto(char* output, unsigned int size) {
     constexpr char PATH[] = "abc/def.ghi";
-    File const file(PATH, UTF8);
-    return {File::extractFileName(output, size, PATH, 1),
+    File const file(PATH, File::TEXT_UTF8);
+    return {File::extractFileName(output, size, PATH, File::WITHOUT_EXTENSION),
             File::extractDirectoryPath(output, size, PATH),
             File::extractExtension(output, size, PATH),
             File::extractVolumeName(output, size, PATH),
-            file.getFileName(output, size, 1),
+            file.getFileName(output, size, File::WITHOUT_EXTENSION),
             file.getDirectoryPath(output, size),
             file.getExtension(output, size),
             file.getVolumeName(output, size)};
@@ -193,11 +192,11 @@ TEST(FilePath, Extract_IntoTooSmallABuffer_FailsAndLeavesItAlone) {
 TEST(FilePath, Extract_IntoANullOutput_Fails) {
     for (unsigned int const size : {0U, 300U}) {
         EXPECT_EQ(resultsInto(nullptr, size), std::vector<int>(8, 0));
-        EXPECT_EQ(File("a", UTF8).getPath(nullptr, size), 0);
+        EXPECT_EQ(File("a", File::TEXT_UTF8).getPath(nullptr, size), 0);
     }
     BasicString<char>* const none = nullptr;
-    File const file("abc/def.ghi", UTF8);
-    EXPECT_EQ(file.getFileName(none, 0), 0);
+    File const file("abc/def.ghi", File::TEXT_UTF8);
+    EXPECT_EQ(file.getFileName(none, File::WITH_EXTENSION), 0);
     EXPECT_EQ(file.getDirectoryPath(none), 0);
     EXPECT_EQ(file.getExtension(none), 0);
     EXPECT_EQ(file.getVolumeName(none), 0);
@@ -205,7 +204,7 @@ TEST(FilePath, Extract_IntoANullOutput_Fails) {
 }
 
 TEST(FilePath, Get_DissectsTheObjectsPath) {
-    File const file("\\mnt\\sd\\a.tar.gz", UTF8);
+    File const file("\\mnt\\sd\\a.tar.gz", File::TEXT_UTF8);
     char output[300] = {};
     EXPECT_EQ(file.getFileName(output, sizeof(output), 0), 1);
     EXPECT_STREQ(output, "a.tar.gz");
@@ -222,11 +221,11 @@ TEST(FilePath, Get_DissectsTheObjectsPath) {
 }
 
 TEST(FilePath, Get_IntoAString_GrowsItIfItMayGrow) {
-    File const file("/mnt/sd/a.tar.gz", UTF8);
+    File const file("/mnt/sd/a.tar.gz", File::TEXT_UTF8);
     BasicString<char> output(1, 1);
-    EXPECT_EQ(file.getFileName(&output, 0), 1);
+    EXPECT_EQ(file.getFileName(&output, File::WITH_EXTENSION), 1);
     EXPECT_EQ(output, "a.tar.gz");
-    EXPECT_EQ(file.getFileName(&output, 1), 1);
+    EXPECT_EQ(file.getFileName(&output, File::WITHOUT_EXTENSION), 1);
     EXPECT_EQ(output, "a.tar");
     EXPECT_EQ(file.getDirectoryPath(&output), 1);
     EXPECT_EQ(output, "/mnt/sd");
@@ -239,14 +238,14 @@ TEST(FilePath, Get_IntoAString_GrowsItIfItMayGrow) {
 }
 
 TEST(FilePath, Get_IntoAStringOfFixedCapacity_FailsWhereItDoesNotFitAndKeepsTheOldText) {
-    File const file("abc/def.ghi", UTF8);
+    File const file("abc/def.ghi", File::TEXT_UTF8);
     for (unsigned int const capacity : {3U, 4U}) {
         BasicString<char> output("xx", capacity, 0);
         int const expected = capacity == 4 ? 1 : 0;
         EXPECT_EQ(file.getDirectoryPath(&output), expected);
         EXPECT_EQ(file.getExtension(&output), expected);
         EXPECT_EQ(file.getVolumeName(&output), expected);
-        EXPECT_EQ(file.getFileName(&output, 1), expected);
+        EXPECT_EQ(file.getFileName(&output, File::WITHOUT_EXTENSION), expected);
         EXPECT_EQ(output, expected == 1 ? "def" : "xx");
         EXPECT_EQ(file.getPath(&output), 0);
         EXPECT_EQ(output.maxSize(), capacity);
@@ -254,21 +253,21 @@ TEST(FilePath, Get_IntoAStringOfFixedCapacity_FailsWhereItDoesNotFitAndKeepsTheO
 }
 
 TEST(FilePath, Get_OfAnEmptyPart_EmptiesTheOutput) {
-    File const file("a", UTF8);
+    File const file("a", File::TEXT_UTF8);
     char output[] = "xxx";
     EXPECT_EQ(file.getDirectoryPath(output, sizeof(output)), 1);
     EXPECT_STREQ(output, "");
     BasicString<char> text("xxx", 0, 0);
     EXPECT_EQ(file.getExtension(&text), 1);
     EXPECT_EQ(text, "");
-    File const none("", UTF8);
+    File const none("", File::TEXT_UTF8);
     text = "xxx";
     EXPECT_EQ(none.getPath(&text), 1);
     EXPECT_EQ(text, "");
 }
 
 TEST(FilePath, GetPath_IntoTheObjectsOwnString_IsTrueAndChangesNothing) {
-    File file("abc", UTF8);
+    File file("abc", File::TEXT_UTF8);
     // The first field, which no operation gives away.
     auto* const own = reinterpret_cast<BasicString<char>*>(reinterpret_cast<char*>(&file) + sizeof(void*));
     char const* const buffer = file.getPath();
@@ -280,7 +279,7 @@ TEST(FilePath, GetPath_IntoTheObjectsOwnString_IsTrueAndChangesNothing) {
 
 TEST(FilePath, GetPath_KnowsNoLimit) {
     std::string const path(1000, 'p');
-    File const file(path.c_str(), UTF8);
+    File const file(path.c_str(), File::TEXT_UTF8);
     BasicString<char> output(1, 1);
     EXPECT_EQ(file.getPath(&output), 1);
     EXPECT_EQ(output, path.c_str());
@@ -288,12 +287,12 @@ TEST(FilePath, GetPath_KnowsNoLimit) {
     EXPECT_EQ(file.getPath(buffer.data(), 1000), 0);
     EXPECT_EQ(file.getPath(buffer.data(), 1001), 1);
     EXPECT_EQ(path, buffer.data());
-    EXPECT_EQ(file.getFileName(&output, 0), 0);
+    EXPECT_EQ(file.getFileName(&output, File::WITH_EXTENSION), 0);
 }
 
 TEST(FilePath, Dissection_TouchesNoFile) {
     utltest::FileCalls calls;
-    File const file("/", UTF8);
+    File const file("/", File::TEXT_UTF8);
     EXPECT_EQ(allOf("/a/b.txt"), (Parts{"b.txt", "b", "/a", "txt", "a"}));
     char output[300] = {};
     EXPECT_EQ(file.getPath(output, sizeof(output)), 1);

@@ -17,22 +17,17 @@ namespace {
 
 using utl::File;
 using HookScope = utltest::OwnHookScope;
-using utltest::UTF8;
 namespace hooks = utltest::hooks;
 using namespace std::string_literals;
 using Lines = std::vector<std::string>;
 
-constexpr unsigned long long HERE = 0xFFFFFFFFFFFFFFFEULL;
 constexpr unsigned long long ALL = ~0ULL;
-constexpr long long NOT_FOUND = -2;
-constexpr int AT_THE_KEY = 0;
-constexpr int BEHIND_THE_KEY = 1;
 
 class FileSearch : public utltest::TextInFolder {
   protected:
     // The result, which must be the position if the key was found; else that must be the old one.
     static long long found(File& file, std::string const& key, unsigned long long start,
-                           unsigned long long range, int mode = AT_THE_KEY) {
+                           unsigned long long range, int mode = File::AT_KEY) {
         long long const oldPosition = file.position();
         auto const* const bytes = reinterpret_cast<unsigned char const*>(key.data());
         long long const result =
@@ -43,88 +38,89 @@ class FileSearch : public utltest::TextInFolder {
 };
 
 TEST_F(FileSearch, SeekKey_MovesToTheStartOfTheKey) {
-    EXPECT_EQ(found(reading("0123key789", UTF8), "key", 0, ALL), 4);
-    EXPECT_EQ(found(reading("key", UTF8), "key", 0, ALL), 0);
-    EXPECT_EQ(found(reading("xk", UTF8), "k", 0, ALL), 1);
+    EXPECT_EQ(found(reading("0123key789", File::TEXT_UTF8), "key", 0, ALL), 4);
+    EXPECT_EQ(found(reading("key", File::TEXT_UTF8), "key", 0, ALL), 0);
+    EXPECT_EQ(found(reading("xk", File::TEXT_UTF8), "k", 0, ALL), 1);
 }
 
 TEST_F(FileSearch, SeekKey_WithMode1_MovesBehindTheKey) {
-    EXPECT_EQ(found(reading("0123key789", UTF8), "key", 0, ALL, BEHIND_THE_KEY), 7);
+    EXPECT_EQ(found(reading("0123key789", File::TEXT_UTF8), "key", 0, ALL, File::AFTER_KEY), 7);
     for (int const mode : {0, 2, -1, INT_MAX, INT_MIN}) {
-        EXPECT_EQ(found(reading("0123key789", UTF8), "key", 0, ALL, mode), 4);
+        EXPECT_EQ(found(reading("0123key789", File::TEXT_UTF8), "key", 0, ALL, mode), 4);
     }
 }
 
 TEST_F(FileSearch, SeekKey_BeginsAtTheStartThatItIsTold) {
-    File& file = reading("key.key.key", UTF8);
+    File& file = reading("key.key.key", File::TEXT_UTF8);
     EXPECT_EQ(found(file, "key", 0, ALL), 0);
     EXPECT_EQ(found(file, "key", 1, ALL), 4);
     EXPECT_EQ(found(file, "key", 8, ALL), 8);
-    EXPECT_EQ(found(file, "key", 9, ALL), NOT_FOUND);
-    EXPECT_EQ(found(file, "key", 11, ALL), NOT_FOUND);
-    EXPECT_EQ(found(file, "key", 1000, ALL), NOT_FOUND);
+    EXPECT_EQ(found(file, "key", 9, ALL), File::KEY_NOT_FOUND);
+    EXPECT_EQ(found(file, "key", 11, ALL), File::KEY_NOT_FOUND);
+    EXPECT_EQ(found(file, "key", 1000, ALL), File::KEY_NOT_FOUND);
 }
 
 TEST_F(FileSearch, SeekKey_MayBeginAtThePosition) {
-    File& file = reading("key.key.key", UTF8);
+    File& file = reading("key.key.key", File::TEXT_UTF8);
     std::vector<long long> places;
-    while (found(file, "key", HERE, ALL, BEHIND_THE_KEY) >= 0) {
+    while (found(file, "key", File::KEY_FROM_POSITION, ALL, File::AFTER_KEY) >= 0) {
         places.push_back(file.position());
     }
     EXPECT_EQ(places, (std::vector<long long>{3, 7, 11}));
 }
 
 TEST_F(FileSearch, SeekKey_LooksAtNoMoreBytesThanTheRange) {
-    File& file = reading("0123key789", UTF8);
-    file.seek(2, 0);
-    EXPECT_EQ(found(file, "key", 0, 6), NOT_FOUND);
-    EXPECT_EQ(found(file, "key", 0, 0), NOT_FOUND);
-    EXPECT_EQ(found(file, "key", HERE, 4), NOT_FOUND);
+    File& file = reading("0123key789", File::TEXT_UTF8);
+    file.seek(2, File::FROM_START);
+    EXPECT_EQ(found(file, "key", 0, 6), File::KEY_NOT_FOUND);
+    EXPECT_EQ(found(file, "key", 0, 0), File::KEY_NOT_FOUND);
+    EXPECT_EQ(found(file, "key", File::KEY_FROM_POSITION, 4), File::KEY_NOT_FOUND);
     EXPECT_EQ(found(file, "key", 0, 7), 4);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileSearch, SeekKey_OfAnEmptyFile_IsMinusTwo) {
-    EXPECT_EQ(found(reading("", UTF8), "key", 0, ALL), NOT_FOUND);
+    EXPECT_EQ(found(reading("", File::TEXT_UTF8), "key", 0, ALL), File::KEY_NOT_FOUND);
 }
 
 TEST_F(FileSearch, SeekKey_OfNullOrAnEmptyKey_IsMinusOneWithoutALine) {
-    File& file = reading("0123", UTF8);
-    file.seek(2, 0);
-    EXPECT_EQ(file.seekKey(nullptr, 3, 0, ALL, 0), -1);
+    File& file = reading("0123", File::TEXT_UTF8);
+    file.seek(2, File::FROM_START);
+    EXPECT_EQ(file.seekKey(nullptr, 3, 0, ALL, File::AT_KEY), -1);
     EXPECT_EQ(found(file, "", 0, ALL), -1);
-    EXPECT_EQ(file.seekKey(static_cast<char const*>(nullptr), 0, ALL, 0), -1);
-    EXPECT_EQ(file.seekKey("", 0, ALL, 0), -1);
+    EXPECT_EQ(file.seekKey(static_cast<char const*>(nullptr), 0, ALL, File::AT_KEY), -1);
+    EXPECT_EQ(file.seekKey("", 0, ALL, File::AT_KEY), -1);
     EXPECT_EQ(file.position(), 2);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileSearch, SeekKey_OfAClosedFile_IsMinusOneWithoutALine) {
-    EXPECT_EQ(File("text", UTF8).seekKey("key", 0, ALL, 0), -1);
+    EXPECT_EQ(File("text", File::TEXT_UTF8).seekKey("key", 0, ALL, File::AT_KEY), -1);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileSearch, SeekKey_OfAText_TakesItWithoutItsTerminator) {
-    EXPECT_EQ(reading("ab\0key"s, UTF8).seekKey("key", 0, ALL, 0), 3);
-    EXPECT_EQ(reading("abkey", UTF8).seekKey("key", 0, ALL, 1), 5);
+    EXPECT_EQ(reading("ab\0key"s, File::TEXT_UTF8).seekKey("key", 0, ALL, File::AT_KEY), 3);
+    EXPECT_EQ(reading("abkey", File::TEXT_UTF8).seekKey("key", 0, ALL, File::AFTER_KEY), 5);
 }
 
 TEST_F(FileSearch, SeekKey_OfBytes_TakesZerosLikeAnyOther) {
-    EXPECT_EQ(found(reading("a\0b\0c"s, UTF8), "\0c"s, 0, ALL), 3);
-    EXPECT_EQ(found(reading("a\xFF\0"s, UTF8), "\xFF\0"s, 0, ALL), 1);
+    EXPECT_EQ(found(reading("a\0b\0c"s, File::TEXT_UTF8), "\0c"s, 0, ALL), 3);
+    EXPECT_EQ(found(reading("a\xFF\0"s, File::TEXT_UTF8), "\xFF\0"s, 0, ALL), 1);
 }
 
 TEST_F(FileSearch, SeekKey_NeverGoesBackToAByteThatEndedAPartialMatch) {
-    EXPECT_EQ(found(reading("aaab", UTF8), "aab", 0, ALL), NOT_FOUND);
-    EXPECT_EQ(found(reading("aaaab", UTF8), "aab", 0, ALL), NOT_FOUND);
-    EXPECT_EQ(found(reading("aaaaab", UTF8), "aab", 0, ALL), 3) << "as the third byte ended a match";
-    EXPECT_EQ(found(reading("kkey", UTF8), "key", 0, ALL), NOT_FOUND);
-    EXPECT_EQ(found(reading("kkkey", UTF8), "key", 0, ALL), 2);
+    EXPECT_EQ(found(reading("aaab", File::TEXT_UTF8), "aab", 0, ALL), File::KEY_NOT_FOUND);
+    EXPECT_EQ(found(reading("aaaab", File::TEXT_UTF8), "aab", 0, ALL), File::KEY_NOT_FOUND);
+    EXPECT_EQ(found(reading("aaaaab", File::TEXT_UTF8), "aab", 0, ALL), 3)
+        << "as the third byte ended a match";
+    EXPECT_EQ(found(reading("kkey", File::TEXT_UTF8), "key", 0, ALL), File::KEY_NOT_FOUND);
+    EXPECT_EQ(found(reading("kkkey", File::TEXT_UTF8), "key", 0, ALL), 2);
 }
 
 TEST_F(FileSearch, SeekKey_WithAStartBeyondAllPositions_IsMinusOneAndSaysSo) {
-    File& file = reading("0123", UTF8);
-    file.seek(2, 0);
+    File& file = reading("0123", File::TEXT_UTF8);
+    file.seek(2, File::FROM_START);
     for (unsigned long long const start : {ALL, ALL - 2, 1ULL << 63}) {
         mLog.clear();
         EXPECT_EQ(found(file, "2", start, ALL), -1);
@@ -134,7 +130,7 @@ TEST_F(FileSearch, SeekKey_WithAStartBeyondAllPositions_IsMinusOneAndSaysSo) {
 
 TEST_F(FileSearch, SeekKey_FindsAKeyThatIsLongerThanABlock) {
     std::string const key = std::string(20000, 'x') + "y";
-    EXPECT_EQ(found(reading("abc" + key + "z", UTF8), key, 0, ALL), 3);
+    EXPECT_EQ(found(reading("abc" + key + "z", File::TEXT_UTF8), key, 0, ALL), 3);
 }
 
 // In blocks whose seams are looked for: the key stands in front of, over and behind each.
@@ -146,7 +142,7 @@ TEST_F(FileSearch, SeekKey_FindsAKeyAtAnyPlace) {
     for (std::size_t seam = 4096; seam < 69990; seam += 4096) {
         content.replace(seam - 10, 20, "..-key-...-key-...-k");
     }
-    File& file = reading(content, UTF8);
+    File& file = reading(content, File::TEXT_UTF8);
     for (char const* const key : {"<key>", "-key-", "-k"}) {
         std::size_t expected = content.find(key);
         for (unsigned long long start = 0; expected != std::string::npos;
@@ -165,7 +161,7 @@ long long plainSearch(std::string const& bytes, std::string const& key) {
             return static_cast<long long>(i + 1 - matched);
         }
     }
-    return NOT_FOUND;
+    return File::KEY_NOT_FOUND;
 }
 
 TEST_F(FileSearch, SeekKey_OfAnyBytes_GivesWhatAByteAtATimeGives) {
@@ -178,64 +174,65 @@ TEST_F(FileSearch, SeekKey_OfAnyBytes_GivesWhatAByteAtATimeGives) {
         return text;
     };
     std::string const content = anyText(40000);
-    File& file = reading(content, UTF8);
+    File& file = reading(content, File::TEXT_UTF8);
     for (unsigned int round = 0; round < 2000; ++round) {
         std::string const key = anyText(1 + lots() % 12);
         std::size_t const start = lots() % content.size();
         std::size_t const range = lots() % 40000;
         long long const offset = plainSearch(content.substr(start, range), key);
-        long long const expected = offset == NOT_FOUND ? offset : static_cast<long long>(start) + offset;
+        long long const expected =
+            offset == File::KEY_NOT_FOUND ? offset : static_cast<long long>(start) + offset;
         ASSERT_EQ(found(file, key, start, range), expected) << key << " from " << start << " in " << range;
     }
 }
 
 TEST_F(FileSearch, SeekKey_OfReadsThatComeShort_GivesTheSame) {
-    File& file = reading("0123key789", UTF8);
+    File& file = reading("0123key789", File::TEXT_UTF8);
     HookScope const hookScope;
     hooks::read.replace(
         [](int descriptor, void* buffer, size_t) { return hooks::read.real(descriptor, buffer, 1); });
     EXPECT_EQ(found(file, "key", 0, ALL), 4);
-    EXPECT_EQ(found(file, "9x", 0, ALL), NOT_FOUND);
-    EXPECT_EQ(found(file, "key", 0, 6), NOT_FOUND);
+    EXPECT_EQ(found(file, "9x", 0, ALL), File::KEY_NOT_FOUND);
+    EXPECT_EQ(found(file, "key", 0, 6), File::KEY_NOT_FOUND);
 }
 
 TEST_F(FileSearch, SeekKey_Beyond4GiB_IsExact) {
     constexpr long long FAR = 0x100000000LL + 123;
-    File& file = writing("key", UTF8);
-    ASSERT_EQ(file.seek(FAR, 0), FAR);
+    File& file = writing("key", File::TEXT_UTF8);
+    ASSERT_EQ(file.seek(FAR, File::FROM_START), FAR);
     ASSERT_EQ(file.write("...key...", 9), 9);
     EXPECT_EQ(found(file, "key", FAR, ALL), FAR + 3);
-    EXPECT_EQ(found(file, "key", FAR, ALL, BEHIND_THE_KEY), FAR + 6);
-    EXPECT_EQ(found(file, "key", FAR - 50000, 50005), NOT_FOUND);
+    EXPECT_EQ(found(file, "key", FAR, ALL, File::AFTER_KEY), FAR + 6);
+    EXPECT_EQ(found(file, "key", FAR - 50000, 50005), File::KEY_NOT_FOUND);
     EXPECT_EQ(found(file, "key", FAR - 50000, 50006), FAR + 3);
-    file.seek(FAR + 4, 0);
-    EXPECT_EQ(found(file, "key", HERE, ALL), NOT_FOUND);
+    file.seek(FAR + 4, File::FROM_START);
+    EXPECT_EQ(found(file, "key", File::KEY_FROM_POSITION, ALL), File::KEY_NOT_FOUND);
     EXPECT_EQ(found(file, "key", 0, 0x100000000ULL), 0);
     EXPECT_EQ(found(file, "...", FAR - 1, 0x100000003ULL), FAR);
 }
 
 TEST_F(FileSearch, SeekKey_WithoutAPosition_IsMinusOneAndSaysSo) {
-    File& file = reading("key", UTF8);
+    File& file = reading("key", File::TEXT_UTF8);
     HookScope const hookScope;
     hooks::lseek.failFrom(1, 1, -1, EIO);
-    EXPECT_EQ(file.seekKey("key", 0, ALL, 0), -1);
+    EXPECT_EQ(file.seekKey("key", 0, ALL, File::AT_KEY), -1);
     EXPECT_EQ(mLog.lines(), (Lines{error("lseek64 Failed. errno[5]")}));
     EXPECT_EQ(hooks::read.calls(), 0U);
 }
 
 TEST_F(FileSearch, SeekKey_WhoseStartCannotBeSought_IsMinusOneAndSaysSo) {
-    File& file = reading("..key", UTF8);
-    file.seek(1, 0);
+    File& file = reading("..key", File::TEXT_UTF8);
+    file.seek(1, File::FROM_START);
     HookScope const hookScope;
     hooks::lseek.failFrom(2, 1, -1, EIO);
-    EXPECT_EQ(file.seekKey("key", 0, ALL, 0), -1);
+    EXPECT_EQ(file.seekKey("key", 0, ALL, File::AT_KEY), -1);
     EXPECT_EQ(mLog.lines(), (Lines{error("lseek64 Failed. errno[5]")}));
     EXPECT_EQ(file.position(), 1);
 }
 
 TEST_F(FileSearch, SeekKey_WithoutASize_IsMinusOneAndPutsThePositionBack) {
-    File& file = reading("..key", UTF8);
-    file.seek(1, 0);
+    File& file = reading("..key", File::TEXT_UTF8);
+    file.seek(1, File::FROM_START);
     HookScope const hookScope;
     hooks::fstat.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(found(file, "key", 0, ALL), -1);
@@ -244,8 +241,8 @@ TEST_F(FileSearch, SeekKey_WithoutASize_IsMinusOneAndPutsThePositionBack) {
 
 TEST_F(FileSearch, SeekKey_ThatTheSystemRefusesToRead_IsMinusOneAndPutsThePositionBack) {
     for (unsigned int const nth : {1U, 2U, 3U}) {
-        File& file = reading(std::string(60000, '.') + "key", UTF8);
-        file.seek(100, 0);
+        File& file = reading(std::string(60000, '.') + "key", File::TEXT_UTF8);
+        file.seek(100, File::FROM_START);
         HookScope const hookScope;
         mLog.clear();
         hooks::read.failFrom(nth, 1, -1, EIO);
@@ -257,20 +254,20 @@ TEST_F(FileSearch, SeekKey_ThatTheSystemRefusesToRead_IsMinusOneAndPutsThePositi
 }
 
 TEST_F(FileSearch, SeekKey_ThatCannotMoveToTheKey_IsMinusOneAndSaysSo) {
-    File& file = reading("..key", UTF8);
+    File& file = reading("..key", File::TEXT_UTF8);
     HookScope const hookScope;
-    file.seekKey("key", 0, ALL, 0);
+    file.seekKey("key", 0, ALL, File::AT_KEY);
     unsigned int const calls = hooks::lseek.calls();
     hooks::lseek.failFrom(calls, 1, -1, EIO);
-    EXPECT_EQ(file.seekKey("key", 0, ALL, 0), -1);
+    EXPECT_EQ(file.seekKey("key", 0, ALL, File::AT_KEY), -1);
     EXPECT_EQ(mLog.lines(), (Lines{error("lseek64 Failed. errno[5]")}));
 }
 
 TEST_F(FileSearch, SeekKey_OfAFileThatIsCutMeanwhile_FindsNothing) {
-    File& file = reading("..key", UTF8);
+    File& file = reading("..key", File::TEXT_UTF8);
     HookScope const hookScope;
     hooks::read.replace([](int, void*, size_t) -> ssize_t { return 0; });
-    EXPECT_EQ(found(file, "key", 0, ALL), NOT_FOUND);
+    EXPECT_EQ(found(file, "key", 0, ALL), File::KEY_NOT_FOUND);
 }
 
 }  // namespace

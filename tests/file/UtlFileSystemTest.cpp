@@ -34,12 +34,11 @@ using Lines = std::vector<std::string>;
 using Names = std::set<std::string>;
 using Paths = utl::Array<BasicString<char>, BasicString<char> const&>;
 
-constexpr int UTF8 = 1;
-
 class FileSystem : public utltest::InLoggedFolder {
   protected:
     /// What `children` puts into an array that grows, with the result -1 as one text.
-    static Names children(char const* path, int kind = 2, char const* extension = nullptr) {
+    static Names children(char const* path, int kind = File::CHILD_FILES_AND_FOLDERS,
+                          char const* extension = nullptr) {
         Paths paths(0, 1);
         int const count = File::children(path, &paths, kind, extension, 0);
         EXPECT_EQ(count == -1 ? 0U : static_cast<unsigned int>(count), paths.size());
@@ -88,35 +87,39 @@ struct OnePathCase {
 
 long long childrenOf(char const* path) {
     Paths paths(0, 1);
-    return File::children(path, &paths, 2, nullptr, 0);
+    return File::children(path, &paths, File::CHILD_FILES_AND_FOLDERS, nullptr, 0);
 }
 
 TEST_F(FileSystem, StaticOperations_TakeABackslashForASlashAndLeaveTheCallersText) {
     putFolder("a/b");
     putFile("a/b/file", "x");
     putFile("a/b/held", "x");
-    File held("a/b/held", UTF8);
-    ASSERT_EQ(held.open(0, 0), 1);
+    File held("a/b/held", File::TEXT_UTF8);
+    ASSERT_EQ(held.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     std::string const file = "a\\b\\file";
     std::string const copied = "a\\b\\copied";
     OnePathCase const cases[] = {
         {"exists", file, 1, [](char const* path) -> long long { return File::exists(path); }},
         {"isDirectory", "a\\b", 1, [](char const* path) -> long long { return File::isDirectory(path); }},
         {"applyReadOnly", file, 1,
-         [](char const* path) -> long long { return File::applyReadOnly(path, 0); }},
+         [](char const* path) -> long long { return File::applyReadOnly(path, File::PATH_ONLY); }},
         {"isReadOnly", file, 1, [](char const* path) -> long long { return File::isReadOnly(path); }},
-        {"liftReadOnly", file, 1, [](char const* path) -> long long { return File::liftReadOnly(path, 0); }},
+        {"liftReadOnly", file, 1,
+         [](char const* path) -> long long { return File::liftReadOnly(path, File::PATH_ONLY); }},
         {"makeDirectories", "a\\b\\c\\d", 1,
          [](char const* path) -> long long { return File::makeDirectories(path); }},
         {"children", "a\\b", 3, childrenOf},
         {"isOpened", "a\\b\\held", 1,
          [](char const* path) -> long long { return File::isOpened(path, nullptr); }},
-        {"copy from", file, 1, [](char const* path) -> long long { return File::copy(path, "new", 0); }},
-        {"copy to", copied, 1, [](char const* path) -> long long { return File::copy("new", path, 0); }},
+        {"copy from", file, 1,
+         [](char const* path) -> long long { return File::copy(path, "new", File::KEEP_EXISTING); }},
+        {"copy to", copied, 1,
+         [](char const* path) -> long long { return File::copy("new", path, File::KEEP_EXISTING); }},
         {"move from", file, 1, [](char const* path) -> long long { return File::move(path, "moved"); }},
         {"move to", file, 1, [](char const* path) -> long long { return File::move("moved", path); }},
         {"size", copied, 1, [](char const* path) -> long long { return File::size(path); }},
-        {"erase", copied, 1, [](char const* path) -> long long { return File::erase(path, 0); }},
+        {"erase", copied, 1,
+         [](char const* path) -> long long { return File::erase(path, File::KEEP_READ_ONLY); }},
         {"changeParentAccessMode", file, 1,
          [](char const* path) -> long long { return File::changeParentAccessMode(path, 0711, nullptr); }},
     };
@@ -135,11 +138,16 @@ TEST_F(FileSystem, StaticOperations_TakeABackslashForASlashAndLeaveTheCallersTex
 // What goes through a folder, with the result for a path that ends in a separator.
 OnePathCase const WALKS[] = {
     {"size", "dir/", -1, [](char const* path) { return File::size(path); }},
-    {"copy from", "dir/", 0, [](char const* path) -> long long { return File::copy(path, "copied", 1); }},
-    {"copy to", "copied/", 0, [](char const* path) -> long long { return File::copy("dir", path, 1); }},
-    {"applyReadOnly", "dir/", 0, [](char const* path) -> long long { return File::applyReadOnly(path, 1); }},
-    {"liftReadOnly", "dir/", 0, [](char const* path) -> long long { return File::liftReadOnly(path, 1); }},
-    {"erase", "dir/", 0, [](char const* path) -> long long { return File::erase(path, 1); }},
+    {"copy from", "dir/", 0,
+     [](char const* path) -> long long { return File::copy(path, "copied", File::OVERWRITE_EXISTING); }},
+    {"copy to", "copied/", 0,
+     [](char const* path) -> long long { return File::copy("dir", path, File::OVERWRITE_EXISTING); }},
+    {"applyReadOnly", "dir/", 0,
+     [](char const* path) -> long long { return File::applyReadOnly(path, File::RECURSIVE); }},
+    {"liftReadOnly", "dir/", 0,
+     [](char const* path) -> long long { return File::liftReadOnly(path, File::RECURSIVE); }},
+    {"erase", "dir/", 0,
+     [](char const* path) -> long long { return File::erase(path, File::ERASE_READ_ONLY); }},
 };
 
 TEST_F(FileSystem, Walks_FromAPathThatEndsInASeparator_EndAtTheFirstEntryWithoutALine) {
@@ -185,11 +193,11 @@ TEST_F(FileSystem, Exists_IsTrueForWhateverIsThere) {
     EXPECT_EQ(symlink("nothing", "dangling"), 0);
     for (char const* const path : {"folder", "folder/", "folder/file", "folder\\file", "link", ".", "/"}) {
         EXPECT_EQ(File::exists(path), 1) << path;
-        EXPECT_EQ(File(path, UTF8).exists(), 1) << path;
+        EXPECT_EQ(File(path, File::TEXT_UTF8).exists(), 1) << path;
     }
     for (char const* const path : {"", "none", "folder/file/", "dangling"}) {
         EXPECT_EQ(File::exists(path), 0) << path;
-        EXPECT_EQ(File(path, UTF8).exists(), 0) << path;
+        EXPECT_EQ(File(path, File::TEXT_UTF8).exists(), 0) << path;
     }
     EXPECT_EQ(File::exists(nullptr), 0);
     EXPECT_EQ(mLog.lines(), Lines());
@@ -214,11 +222,11 @@ TEST_F(FileSystem, IsDirectory_IsTrueForFoldersAlone) {
     EXPECT_EQ(symlink("folder", "link"), 0);
     for (char const* const path : {"folder", "folder/", "link", ".", "/"}) {
         EXPECT_EQ(File::isDirectory(path), 1) << path;
-        EXPECT_EQ(File(path, UTF8).isDirectory(), 1) << path;
+        EXPECT_EQ(File(path, File::TEXT_UTF8).isDirectory(), 1) << path;
     }
     for (char const* const path : {"", "none", "file"}) {
         EXPECT_EQ(File::isDirectory(path), 0) << path;
-        EXPECT_EQ(File(path, UTF8).isDirectory(), 0) << path;
+        EXPECT_EQ(File(path, File::TEXT_UTF8).isDirectory(), 0) << path;
     }
     EXPECT_EQ(File::isDirectory(nullptr), 0);
     EXPECT_EQ(mLog.lines(), Lines());
@@ -229,12 +237,12 @@ TEST_F(FileSystem, IsReadOnly_LooksAtTheOwnersWriteBitAlone) {
     for (mode_t const mode : {0000, 0444, 0577, 0055}) {
         chmod("file", mode);
         EXPECT_EQ(File::isReadOnly("file"), 1);
-        EXPECT_EQ(File("file", UTF8).isReadOnly(), 1);
+        EXPECT_EQ(File("file", File::TEXT_UTF8).isReadOnly(), 1);
     }
     for (mode_t const mode : {0200, 0600, 0777}) {
         chmod("file", mode);
         EXPECT_EQ(File::isReadOnly("file"), 0);
-        EXPECT_EQ(File("file", UTF8).isReadOnly(), 0);
+        EXPECT_EQ(File("file", File::TEXT_UTF8).isReadOnly(), 0);
     }
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -278,7 +286,7 @@ TEST_F(FileSystem, MakeDirectories_MakesEveryLevelWithMode0777WhateverTheUmask) 
 
 TEST_F(FileSystem, MakeDirectories_OfAFolderThatIsThere_ChangesNothing) {
     putFolder("folder", 0700);
-    File folder("folder/", UTF8);
+    File folder("folder/", File::TEXT_UTF8);
     FileCalls calls;
     EXPECT_EQ(File::makeDirectories("folder"), 1);
     EXPECT_EQ(folder.makeDirectories(), 1);
@@ -464,9 +472,9 @@ TEST_F(FileSystem, Children_ListsWithoutDotNamesWhatTheKindAsksFor) {
     putFolder("dir/sub");
     putFile("dir/file", "");
     EXPECT_EQ(symlink("sub", "dir/link"), 0);
-    EXPECT_EQ(children("dir", 0), (Names{"dir/file", "dir/link"}));
-    EXPECT_EQ(children("dir", 1), (Names{"dir/sub"}));
-    EXPECT_EQ(children("dir", 2), (Names{"dir/file", "dir/link", "dir/sub"}));
+    EXPECT_EQ(children("dir", File::CHILD_FILES), (Names{"dir/file", "dir/link"}));
+    EXPECT_EQ(children("dir", File::CHILD_FOLDERS), (Names{"dir/sub"}));
+    EXPECT_EQ(children("dir", File::CHILD_FILES_AND_FOLDERS), (Names{"dir/file", "dir/link", "dir/sub"}));
     for (int const kind : {-1, 3, INT_MIN, INT_MAX}) {
         EXPECT_EQ(children("dir", kind), (Names{"-1"}));
     }
@@ -476,7 +484,7 @@ TEST_F(FileSystem, Children_OfTheObjectsPath) {
     putFolder("dir");
     putFile("dir/a.txt", "");
     Paths paths(0, 1);
-    EXPECT_EQ(File("dir", UTF8).children(&paths, 0, "txt", 0), 1);
+    EXPECT_EQ(File("dir", File::TEXT_UTF8).children(&paths, File::CHILD_FILES, "txt", 0), 1);
     EXPECT_EQ(namesIn(paths), (Names{"dir/a.txt"}));
 }
 
@@ -509,7 +517,8 @@ TEST_F(FileSystem, Children_OfNullOrAPathThatFailsTheCheck_IsMinusOne) {
     EXPECT_EQ(children(nullptr), (Names{"-1"}));
     EXPECT_EQ(children("dir//sub"), (Names{"-1"}));
     for (unsigned int const length : {259U, 260U}) {
-        EXPECT_EQ(File::children(pathOfLength(length, "dir").c_str(), &paths, 2, nullptr, 0),
+        EXPECT_EQ(File::children(pathOfLength(length, "dir").c_str(), &paths, File::CHILD_FILES_AND_FOLDERS,
+                                 nullptr, 0),
                   length == 259 ? 1 : -1);
     }
 }
@@ -517,14 +526,14 @@ TEST_F(FileSystem, Children_OfNullOrAPathThatFailsTheCheck_IsMinusOne) {
 TEST_F(FileSystem, Children_EmptiesTheResultFirstAndKeepsItsStorage) {
     Paths paths(4, 0);
     EXPECT_TRUE(paths.insertAt(0, "old"));
-    EXPECT_EQ(File::children("none", &paths, 2, nullptr, 0), -1);
+    EXPECT_EQ(File::children("none", &paths, File::CHILD_FILES_AND_FOLDERS, nullptr, 0), -1);
     EXPECT_EQ(paths.size(), 0U);
     EXPECT_TRUE(paths.insertAt(0, "old"));
     EXPECT_EQ(File::children(".", &paths, 3, nullptr, 0), -1);
     EXPECT_EQ(paths.size(), 0U);
     EXPECT_EQ(paths.maxSize(), 4U);
     EXPECT_TRUE(paths.insertAt(0, "old"));
-    EXPECT_EQ(File::children(nullptr, &paths, 2, nullptr, 0), -1);
+    EXPECT_EQ(File::children(nullptr, &paths, File::CHILD_FILES_AND_FOLDERS, nullptr, 0), -1);
     EXPECT_EQ(paths.size(), 1U);
 }
 
@@ -535,19 +544,20 @@ TEST_F(FileSystem, Children_FilterFilesAndNotFoldersByExtension) {
         putFile(std::string("dir/") + name, "");
     }
     Names const texts{"dir/a.txt", "dir/b.TXT", "dir/c.Txt", "dir/.txt"};
-    EXPECT_EQ(children("dir", 0, "TXT"), texts);
-    EXPECT_EQ(children("dir", 0, "txt"), texts);
-    EXPECT_EQ(children("dir", 0, ""), (Names{"dir/e", "dir/f.", "dir/txt"}));
-    EXPECT_EQ(children("dir", 0, ".txt"), Names());
-    EXPECT_EQ(children("dir", 1, "gz"), (Names{"dir/sub.txt", "dir/sub"}));
-    EXPECT_EQ(children("dir", 2, "gz"), (Names{"dir/d.txt.gz", "dir/sub.txt", "dir/sub"}));
+    EXPECT_EQ(children("dir", File::CHILD_FILES, "TXT"), texts);
+    EXPECT_EQ(children("dir", File::CHILD_FILES, "txt"), texts);
+    EXPECT_EQ(children("dir", File::CHILD_FILES, ""), (Names{"dir/e", "dir/f.", "dir/txt"}));
+    EXPECT_EQ(children("dir", File::CHILD_FILES, ".txt"), Names());
+    EXPECT_EQ(children("dir", File::CHILD_FOLDERS, "gz"), (Names{"dir/sub.txt", "dir/sub"}));
+    EXPECT_EQ(children("dir", File::CHILD_FILES_AND_FOLDERS, "gz"),
+              (Names{"dir/d.txt.gz", "dir/sub.txt", "dir/sub"}));
 }
 
 TEST_F(FileSystem, Children_FoldsTheCaseOfFullWidthLettersInExtensions) {
     putFolder("dir");
     putFile("dir/a.ｔｘｔ", "");
-    EXPECT_EQ(children("dir", 0, "ＴＸＴ"), (Names{"dir/a.ｔｘｔ"}));
-    EXPECT_EQ(children("dir", 0, "txt"), Names());
+    EXPECT_EQ(children("dir", File::CHILD_FILES, "ＴＸＴ"), (Names{"dir/a.ｔｘｔ"}));
+    EXPECT_EQ(children("dir", File::CHILD_FILES, "txt"), Names());
 }
 
 TEST_F(FileSystem, Children_FoldTheCaseOfEveryExtensionAsCompareStrNoCaseDoes) {
@@ -568,10 +578,10 @@ TEST_F(FileSystem, Children_FoldTheCaseOfEveryExtensionAsCompareStrNoCaseDoes) {
                 expected.insert("dir/x." + extension);
             }
         }
-        EXPECT_EQ(children("dir", 0, wanted.c_str()), expected) << wanted;
+        EXPECT_EQ(children("dir", File::CHILD_FILES, wanted.c_str()), expected) << wanted;
     }
-    EXPECT_EQ(children("dir", 0, std::string(300, 'a').c_str()), Names());
-    EXPECT_EQ(children("dir", 0, "a\xFF"), Names());
+    EXPECT_EQ(children("dir", File::CHILD_FILES, std::string(300, 'a').c_str()), Names());
+    EXPECT_EQ(children("dir", File::CHILD_FILES, "a\xFF"), Names());
 }
 
 TEST_F(FileSystem, Children_WithAnExtension_LeavesOutNamesThatCannotBeDissected) {
@@ -579,15 +589,15 @@ TEST_F(FileSystem, Children_WithAnExtension_LeavesOutNamesThatCannotBeDissected)
     putFile("dir/\xFF.txt", "");
     putFile("dir/a\\\\b.txt", "");
     putFile("dir/a\\c.txt", "");
-    EXPECT_EQ(children("dir", 0, "txt"), (Names{"dir/a\\c.txt"}));
-    EXPECT_EQ(children("dir", 0), (Names{"dir/\xFF.txt", "dir/a\\\\b.txt", "dir/a\\c.txt"}));
+    EXPECT_EQ(children("dir", File::CHILD_FILES, "txt"), (Names{"dir/a\\c.txt"}));
+    EXPECT_EQ(children("dir", File::CHILD_FILES), (Names{"dir/\xFF.txt", "dir/a\\\\b.txt", "dir/a\\c.txt"}));
 }
 
 TEST_F(FileSystem, Children_ListsAFileNameOf255Bytes) {
     putFolder("dir");
     std::string const name = std::string(251, 'n') + ".txt";
     putFile("dir/" + name, "");
-    EXPECT_EQ(children("dir", 0, "txt"), (Names{"dir/" + name}));
+    EXPECT_EQ(children("dir", File::CHILD_FILES, "txt"), (Names{"dir/" + name}));
 }
 
 TEST_F(FileSystem, Children_MatchThePatternToTheLetter) {
@@ -595,11 +605,11 @@ TEST_F(FileSystem, Children_MatchThePatternToTheLetter) {
     for (char const* const name : {"a.txt", "b.TXT", "ab.txt", "c.bin", ".txt"}) {
         putFile(std::string("dir/") + name, "");
     }
-    EXPECT_EQ(children("dir/*.txt", 0), (Names{"dir/a.txt", "dir/ab.txt", "dir/.txt"}));
-    EXPECT_EQ(children("dir\\?.txt", 2), (Names{"dir/a.txt", "dir/d.txt"}));
+    EXPECT_EQ(children("dir/*.txt", File::CHILD_FILES), (Names{"dir/a.txt", "dir/ab.txt", "dir/.txt"}));
+    EXPECT_EQ(children("dir\\?.txt", File::CHILD_FILES_AND_FOLDERS), (Names{"dir/a.txt", "dir/d.txt"}));
     EXPECT_EQ(children("dir/[ab].*"), (Names{"dir/a.txt", "dir/b.TXT"}));
-    EXPECT_EQ(children("dir/*.txt", 1), (Names{"dir/d.txt"}));
-    EXPECT_EQ(children("dir/[abc].*", 0, "Bin"), (Names{"dir/c.bin"}));
+    EXPECT_EQ(children("dir/*.txt", File::CHILD_FOLDERS), (Names{"dir/d.txt"}));
+    EXPECT_EQ(children("dir/[abc].*", File::CHILD_FILES, "Bin"), (Names{"dir/c.bin"}));
     EXPECT_EQ(children("dir/*.none"), Names());
     EXPECT_EQ(children("dir/[x"), Names());
 }
@@ -640,7 +650,8 @@ TEST_F(FileSystem, Children_StopsAtTheMaximumWithoutReadingOn) {
     for (unsigned int const maximum : {1U, 3U, 9U, 10U, 11U, 0U, ~0U}) {
         Paths paths(0, 1);
         unsigned int const expected = maximum == 0 ? 10U : std::min(maximum, 10U);
-        EXPECT_EQ(File::children("dir", &paths, 2, nullptr, maximum), static_cast<int>(expected));
+        EXPECT_EQ(File::children("dir", &paths, File::CHILD_FILES_AND_FOLDERS, nullptr, maximum),
+                  static_cast<int>(expected));
         EXPECT_EQ(namesIn(paths).size(), expected);
     }
     FileCalls calls;
@@ -652,7 +663,7 @@ TEST_F(FileSystem, Children_StopsAtTheMaximumWithoutReadingOn) {
         }
         return entry;
     });
-    EXPECT_EQ(File::children("dir", &paths, 2, nullptr, 2), 2);
+    EXPECT_EQ(File::children("dir", &paths, File::CHILD_FILES_AND_FOLDERS, nullptr, 2), 2);
     EXPECT_EQ(calls.take(), (Lines{"isDirectory: stat dir", "exists: stat dir", "children: opendir dir",
                                    "children: readdir", "children: readdir", "children: closedir"}));
 }
@@ -664,7 +675,7 @@ TEST_F(FileSystem, Children_IntoAnArrayThatGrows_LeavesTheCapacityOfOneGrowthFor
     }
     for (unsigned int const capacity : {0U, 1U, 32U, 39U, 40U, 41U, 100U}) {
         Paths paths(capacity, 1);
-        EXPECT_EQ(File::children("dir", &paths, 2, nullptr, 0), 40);
+        EXPECT_EQ(File::children("dir", &paths, File::CHILD_FILES_AND_FOLDERS, nullptr, 0), 40);
         EXPECT_EQ(paths.maxSize(), std::max(capacity, 40U));
         EXPECT_EQ(namesIn(paths).size(), 40U);
         for (unsigned int i = 0; i < 40 && capacity < 40; ++i) {
@@ -680,7 +691,8 @@ TEST_F(FileSystem, Children_IntoAFixedArrayThatIsFull_IsMinusOneAndKeepsWhatFitt
     }
     for (unsigned int const capacity : {0U, 1U, 4U, 5U, 6U}) {
         Paths paths(capacity, 0);
-        EXPECT_EQ(File::children("dir", &paths, 2, nullptr, 0), capacity < 5 ? -1 : 5);
+        EXPECT_EQ(File::children("dir", &paths, File::CHILD_FILES_AND_FOLDERS, nullptr, 0),
+                  capacity < 5 ? -1 : 5);
         EXPECT_EQ(namesIn(paths).size(), std::min(capacity, 5U));
         EXPECT_EQ(paths.maxSize(), capacity);
     }
@@ -701,7 +713,7 @@ TEST_F(FileSystem, Children_KeepsTheOrderOfTheSystem) {
     closedir(folder);
     for (unsigned int const capacity : {0U, 50U, 100U}) {
         Paths paths(capacity, 1);
-        EXPECT_EQ(File::children("dir", &paths, 2, nullptr, 0), 100);
+        EXPECT_EQ(File::children("dir", &paths, File::CHILD_FILES_AND_FOLDERS, nullptr, 0), 100);
         Lines found;
         for (unsigned int i = 0; i < paths.size(); ++i) {
             found.push_back(paths.getAt(i)->buffer());
@@ -717,7 +729,7 @@ TEST_F(FileSystem, Children_ListsTwentyThousandEntries) {
         close(creat(path.c_str(), 0600));
     }
     Paths paths(32, 1);
-    EXPECT_EQ(File::children("dir", &paths, 0, "TXT", 0), 10000);
+    EXPECT_EQ(File::children("dir", &paths, File::CHILD_FILES, "TXT", 0), 10000);
     EXPECT_EQ(paths.maxSize(), 10000U);
     Names const names = namesIn(paths);
     EXPECT_EQ(names.size(), 10000U);
@@ -744,7 +756,7 @@ TEST_F(FileSystem, Children_ThatCannotBeReadOn_IsMinusOneWithALineAndKeepsWhatCa
         FileCalls calls;
         hooks::readdir.failFrom(7, 0, nullptr, EIO);
         Paths paths(capacity, 1);
-        EXPECT_EQ(File::children("dir", &paths, 2, nullptr, 0), -1);
+        EXPECT_EQ(File::children("dir", &paths, File::CHILD_FILES_AND_FOLDERS, nullptr, 0), -1);
         unsigned int const count = static_cast<unsigned int>(namesIn(paths).size());
         EXPECT_GE(count, 4U);
         EXPECT_LE(count, 6U);
@@ -759,7 +771,7 @@ TEST_F(FileSystem, Children_AtTheMaximum_DoNotSeeAFailureBehindIt) {
     HookScope const scope;
     hooks::readdir.failFrom(4, 0, nullptr, EIO);
     Paths paths(0, 1);
-    EXPECT_EQ(File::children("dir", &paths, 0, nullptr, 1), 1);
+    EXPECT_EQ(File::children("dir", &paths, File::CHILD_FILES, nullptr, 1), 1);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -777,11 +789,12 @@ TEST_F(FileSystem, Children_GoOnAfterASignal) {
 
 TEST_F(FileSystem, Walks_OfAFolderThatCannotBeReadOn_EndBeforeTheirFirstStep) {
     putTree();
-    for (auto const call : {+[](char const* path) { return File::size(path) + 1; },
-                            +[](char const* path) -> long long { return File::copy(path, "copied", 1); },
-                            +[](char const* path) -> long long { return File::applyReadOnly(path, 1); },
-                            +[](char const* path) -> long long { return File::liftReadOnly(path, 1); },
-                            +[](char const* path) -> long long { return File::erase(path, 1); }}) {
+    for (auto const call :
+         {+[](char const* path) { return File::size(path) + 1; },
+          +[](char const* path) -> long long { return File::copy(path, "copied", File::OVERWRITE_EXISTING); },
+          +[](char const* path) -> long long { return File::applyReadOnly(path, File::RECURSIVE); },
+          +[](char const* path) -> long long { return File::liftReadOnly(path, File::RECURSIVE); },
+          +[](char const* path) -> long long { return File::erase(path, File::ERASE_READ_ONLY); }}) {
         mLog.clear();
         HookScope const scope;
         hooks::readdir.failFrom(5, 0, nullptr, EIO);
@@ -798,10 +811,10 @@ TEST_F(FileSystem, ApplyReadOnly_GivesTheMode0555) {
     putFile("file", "");
     putFolder("dir/sub");
     FileCalls calls;
-    EXPECT_EQ(File::applyReadOnly("file", 0), 1);
+    EXPECT_EQ(File::applyReadOnly("file", File::PATH_ONLY), 1);
     EXPECT_EQ(calls.take(),
               (Lines{"exists: stat file", "applyReadOnly: chmod file 555", "isReadOnly: stat file"}));
-    EXPECT_EQ(File("dir", UTF8).applyReadOnly(0), 1);
+    EXPECT_EQ(File("dir", File::TEXT_UTF8).applyReadOnly(File::PATH_ONLY), 1);
     EXPECT_EQ(permissions("file"), 0555);
     EXPECT_EQ(permissions("dir"), 0555);
     EXPECT_EQ(permissions("dir/sub"), 0755);
@@ -809,12 +822,12 @@ TEST_F(FileSystem, ApplyReadOnly_GivesTheMode0555) {
 
 TEST_F(FileSystem, ApplyReadOnly_Recursive_GoesThroughTheWholeTree) {
     putTree();
-    EXPECT_EQ(File::applyReadOnly("tree", 1), 1);
+    EXPECT_EQ(File::applyReadOnly("tree", File::RECURSIVE), 1);
     for (char const* const path : {"tree", "tree/a", "tree/inner", "tree/inner/b", "tree/inner/deep",
                                    "tree/inner/deep/c", "tree/empty"}) {
         EXPECT_EQ(permissions(path), 0555) << path;
     }
-    EXPECT_EQ(File("tree", UTF8).liftReadOnly(1), 1);
+    EXPECT_EQ(File("tree", File::TEXT_UTF8).liftReadOnly(File::RECURSIVE), 1);
     EXPECT_EQ(permissions("tree/inner/deep/c"), 0777);
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -834,10 +847,10 @@ TEST_F(FileSystem, LiftReadOnly_GivesTheMode0777ToWhatIsReadOnlyAlone) {
     putFile("free", "");
     chmod("free", 0600);
     FileCalls calls;
-    EXPECT_EQ(File::liftReadOnly("locked", 0), 1);
+    EXPECT_EQ(File::liftReadOnly("locked", File::PATH_ONLY), 1);
     EXPECT_EQ(calls.take(), (Lines{"exists: stat locked", "isReadOnly: stat locked",
                                    "liftReadOnly: chmod locked 777", "isReadOnly: stat locked"}));
-    EXPECT_EQ(File::liftReadOnly("free", 0), 1);
+    EXPECT_EQ(File::liftReadOnly("free", File::PATH_ONLY), 1);
     EXPECT_EQ(calls.take(), (Lines{"exists: stat free", "isReadOnly: stat free", "isReadOnly: stat free"}));
     EXPECT_EQ(permissions("locked"), 0777);
     EXPECT_EQ(permissions("free"), 0600);
@@ -846,8 +859,8 @@ TEST_F(FileSystem, LiftReadOnly_GivesTheMode0777ToWhatIsReadOnlyAlone) {
 TEST_F(FileSystem, ReadOnly_OfWhatIsNotThereOrFailsTheCheck_IsFalseWithoutALine) {
     putFolder("a/b");
     for (char const* const path : {static_cast<char const*>(nullptr), "none", "a//b", ""}) {
-        EXPECT_EQ(File::applyReadOnly(path, 1), 0);
-        EXPECT_EQ(File::liftReadOnly(path, 1), 0);
+        EXPECT_EQ(File::applyReadOnly(path, File::RECURSIVE), 0);
+        EXPECT_EQ(File::liftReadOnly(path, File::RECURSIVE), 0);
     }
     EXPECT_EQ(permissions("a/b"), 0755);
     EXPECT_EQ(mLog.lines(), Lines());
@@ -859,8 +872,8 @@ TEST_F(FileSystem, ReadOnly_ThatTheSystemRefuses_IsFalseWithoutALine) {
     chmod("locked", 0444);
     HookScope const scope;
     hooks::chmod.failFrom(1, 0, -1, EROFS);
-    EXPECT_EQ(File::applyReadOnly("free", 0), 0);
-    EXPECT_EQ(File::liftReadOnly("locked", 0), 0);
+    EXPECT_EQ(File::applyReadOnly("free", File::PATH_ONLY), 0);
+    EXPECT_EQ(File::liftReadOnly("locked", File::PATH_ONLY), 0);
     EXPECT_EQ(hooks::chmod.calls(), 2U);
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -871,8 +884,8 @@ TEST_F(FileSystem, ReadOnly_ThatHasNoEffect_SaysSo) {
     chmod("locked", 0444);
     HookScope const scope;
     hooks::chmod.replace([](char const*, mode_t) { return 0; });
-    EXPECT_EQ(File::applyReadOnly("free", 0), 0);
-    EXPECT_EQ(File::liftReadOnly("locked", 0), 0);
+    EXPECT_EQ(File::applyReadOnly("free", File::PATH_ONLY), 0);
+    EXPECT_EQ(File::liftReadOnly("locked", File::PATH_ONLY), 0);
     EXPECT_EQ(mLog.lines(),
               (Lines{error("applyReadOnly can't change free"), error("liftReadOnly can't change locked")}));
 }
@@ -881,17 +894,17 @@ TEST_F(FileSystem, ReadOnly_Recursive_StopsAtTheFirstFailure) {
     putTree();
     HookScope const scope;
     hooks::chmod.failFrom(3, 1, -1, EIO);
-    EXPECT_EQ(File::applyReadOnly("tree", 1), 0);
+    EXPECT_EQ(File::applyReadOnly("tree", File::RECURSIVE), 0);
     EXPECT_EQ(hooks::chmod.calls(), 3U);
     EXPECT_EQ(permissions("tree"), 0555);
 }
 
 TEST_F(FileSystem, LiftReadOnly_Recursive_StopsAtTheFirstFailure) {
     putTree();
-    ASSERT_EQ(File::applyReadOnly("tree", 1), 1);
+    ASSERT_EQ(File::applyReadOnly("tree", File::RECURSIVE), 1);
     HookScope const scope;
     hooks::chmod.failFrom(3, 1, -1, EIO);
-    EXPECT_EQ(File::liftReadOnly("tree", 1), 0);
+    EXPECT_EQ(File::liftReadOnly("tree", File::RECURSIVE), 0);
     EXPECT_EQ(hooks::chmod.calls(), 3U);
     EXPECT_EQ(permissions("tree"), 0777);
     EXPECT_EQ(mLog.lines(), Lines());
@@ -901,13 +914,13 @@ TEST_F(FileSystem, ReadOnly_Recursive_OfAFolderThatCannotBeListed_IsFalse) {
     putTree();
     HookScope const scope;
     hooks::opendir.failFrom(1, 1, nullptr, EMFILE);
-    EXPECT_EQ(File::applyReadOnly("tree", 1), 0);
+    EXPECT_EQ(File::applyReadOnly("tree", File::RECURSIVE), 0);
     EXPECT_EQ(permissions("tree"), 0555);
 }
 
 TEST_F(FileSystem, IsOpened_TellsReadersWritersAndNobodyApart) {
     putFile("file", "x");
-    File file("file", UTF8);
+    File file("file", File::TEXT_UTF8);
     int const expected[][3] = {{0, 1, 1}, {1, 1, 0}, {2, 1, 0}};
     for (auto const& [access, opened, shared] : expected) {
         ASSERT_EQ(file.open(0, access), 1);
@@ -925,8 +938,8 @@ TEST_F(FileSystem, IsOpened_TellsReadersWritersAndNobodyApart) {
 
 TEST_F(FileSystem, IsOpened_MakesTheseCallsInThisOrder) {
     putFile("file", "x");
-    File file("file", UTF8);
-    ASSERT_EQ(file.open(0, 0), 1);
+    File file("file", File::TEXT_UTF8);
+    ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     FileCalls calls;
     EXPECT_EQ(File::isOpened("file", nullptr), 1);
     EXPECT_EQ(calls.take(),
@@ -978,12 +991,12 @@ TEST_F(FileSystem, IsOpened_TakesAFileForHeldOnlyWhereALockWouldBlock) {
 
 TEST_F(FileSystem, IsOpened_AsksAgainAfterASignal) {
     putFile("file", "x");
-    File file("file", UTF8);
+    File file("file", File::TEXT_UTF8);
     HookScope const scope;
     hooks::flock.failFrom(1, 2, -1, EINTR);
     EXPECT_EQ(File::isOpened("file", nullptr), 0);
     EXPECT_EQ(hooks::flock.calls(), 3U);
-    ASSERT_EQ(file.open(0, 0), 1);
+    ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     hooks::flock.failFrom(2, 1, -1, EINTR);  // between the two locks
     bool sharedOnly = false;
     EXPECT_EQ(File::isOpened("file", &sharedOnly), 1);
@@ -1039,16 +1052,16 @@ class NoDescriptorScope {
 
 TEST_F(FileSystem, AHeldFile_IsNeitherErasedNorMovedNorCopiedWhileAllDescriptorsAreInUse) {
     putFile("file", "x");
-    File held("file", UTF8);
-    ASSERT_EQ(held.open(0, 1), 1);
+    File held("file", File::TEXT_UTF8);
+    ASSERT_EQ(held.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     {
         NoDescriptorScope const scope;
         bool sharedOnly = true;
         EXPECT_EQ(File::isOpened("file", &sharedOnly), 1);
         EXPECT_FALSE(sharedOnly);
-        EXPECT_EQ(File::erase("file", 1), 0);
+        EXPECT_EQ(File::erase("file", File::ERASE_READ_ONLY), 0);
         EXPECT_EQ(File::move("file", "moved"), 0);
-        EXPECT_EQ(File::copy("file", "copied", 1), 0);
+        EXPECT_EQ(File::copy("file", "copied", File::OVERWRITE_EXISTING), 0);
     }
     EXPECT_EQ(contentOf("file"), "x");
     EXPECT_EQ(permissions("moved"), -1);
@@ -1072,16 +1085,16 @@ TEST_F(FileSystem, OperationsOverNfs_WorkOnFilesThatNobodyHoldsAndRefuseAWriters
     hooks::flock.replace(lockOverNfs);
     EXPECT_EQ(File::isOpened("file", nullptr), 0);
     EXPECT_EQ(File::move("file", "moved"), 1);
-    EXPECT_EQ(File::copy("moved", "copied", 0), 1);
-    EXPECT_EQ(File::erase("copied", 0), 1);
-    File writer("moved", UTF8);
-    ASSERT_EQ(writer.open(0, 1), 1);
+    EXPECT_EQ(File::copy("moved", "copied", File::KEEP_EXISTING), 1);
+    EXPECT_EQ(File::erase("copied", File::KEEP_READ_ONLY), 1);
+    File writer("moved", File::TEXT_UTF8);
+    ASSERT_EQ(writer.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     bool sharedOnly = true;
     EXPECT_EQ(File::isOpened("moved", &sharedOnly), 1);
     EXPECT_FALSE(sharedOnly);
     EXPECT_EQ(File::move("moved", "file"), 0);
-    EXPECT_EQ(File::copy("moved", "copied", 0), 0);
-    EXPECT_EQ(File::erase("moved", 0), 0);
+    EXPECT_EQ(File::copy("moved", "copied", File::KEEP_EXISTING), 0);
+    EXPECT_EQ(File::erase("moved", File::KEEP_READ_ONLY), 0);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -1106,24 +1119,24 @@ TEST_F(FileSystem, IsOpened_SeesAnotherProcess) {
     bool sharedOnly = true;
     EXPECT_EQ(File::isOpened("file", &sharedOnly), 1);
     EXPECT_FALSE(sharedOnly);
-    File file("file", UTF8);
-    EXPECT_EQ(file.open(0, 0), 0);
+    File file("file", File::TEXT_UTF8);
+    EXPECT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 0);
     EXPECT_EQ(File::move("file", "moved"), 0);
-    EXPECT_EQ(File::copy("file", "copied", 1), 0);
-    EXPECT_EQ(File::erase("file", 1), 0);
+    EXPECT_EQ(File::copy("file", "copied", File::OVERWRITE_EXISTING), 0);
+    EXPECT_EQ(File::erase("file", File::ERASE_READ_ONLY), 0);
     EXPECT_EQ(mLog.lines(), (Lines{debug("Other process is opening. errno[11] Path:file")}));
     close(done[1]);
     int status = -1;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
-    EXPECT_EQ(file.open(0, 1), 1);
+    EXPECT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     close(ready[0]);
     close(ready[1]);
 }
 
 TEST_F(FileSystem, Move_RenamesAFileAndMakesTheFoldersInFrontOfIt) {
     putFile("file", "x");
-    File file("file", UTF8);
+    File file("file", File::TEXT_UTF8);
     EXPECT_EQ(file.move("a\\b\\moved"), 1);
     EXPECT_EQ(contentOf("a/b/moved"), "x");
     EXPECT_EQ(permissions("a/b"), 0777);
@@ -1156,8 +1169,8 @@ TEST_F(FileSystem, Move_RenamesAFolderWithItsContent) {
 TEST_F(FileSystem, Move_OntoItself_IsTrueAndDoesNothing) {
     putFolder("a");
     putFile("a/file", "x");
-    File held("a/file", UTF8);
-    ASSERT_EQ(held.open(0, 1), 1);
+    File held("a/file", File::TEXT_UTF8);
+    ASSERT_EQ(held.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     FileCalls calls;
     EXPECT_EQ(File::move("a/file", "a\\file"), 1);
     EXPECT_EQ(calls.take(), (Lines{"exists: stat a/file"}));
@@ -1184,7 +1197,7 @@ TEST_F(FileSystem, Move_OntoAFolder_IsLeftToTheSystem) {
 
 TEST_F(FileSystem, Move_OfAHeldFile_IsFalseWithoutALine) {
     putFile("file", "x");
-    File file("file", UTF8);
+    File file("file", File::TEXT_UTF8);
     for (int const access : {0, 1}) {
         ASSERT_EQ(file.open(0, access), 1);
         EXPECT_EQ(File::move("file", "moved"), 0);
@@ -1196,8 +1209,8 @@ TEST_F(FileSystem, Move_OfAHeldFile_IsFalseWithoutALine) {
 
 TEST_F(FileSystem, MoveOfTheObject_WhileItIsOpen_IsFalseEvenOntoItself) {
     putFile("file", "x");
-    File file("file", UTF8);
-    ASSERT_EQ(file.open(0, 0), 1);
+    File file("file", File::TEXT_UTF8);
+    ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     EXPECT_EQ(file.move("file"), 0);
     file.close();
     EXPECT_EQ(file.move("file"), 1);
@@ -1215,10 +1228,10 @@ TEST_F(FileSystem, MoveAndCopy_WithPathsThatDoNotDo_AreFalseWithoutALine) {
         {"a/file", ""},   {"", "b"}};
     for (auto const& [source, destination] : pairs) {
         EXPECT_EQ(File::move(source, destination), 0);
-        EXPECT_EQ(File::copy(source, destination, 1), 0);
+        EXPECT_EQ(File::copy(source, destination, File::OVERWRITE_EXISTING), 0);
     }
     EXPECT_EQ(mLog.lines(), Lines());
-    EXPECT_EQ(File::copy(longest.c_str(), "b", 1), 1);
+    EXPECT_EQ(File::copy(longest.c_str(), "b", File::OVERWRITE_EXISTING), 1);
     EXPECT_EQ(File::move(longest.c_str(), "c"), 1);
 }
 
@@ -1234,7 +1247,7 @@ TEST_F(FileSystem, Move_ThatTheSystemRefuses_SaysSo) {
 TEST_F(FileSystem, MoveAndCopy_IntoAFolderThatCannotBeMade_AreFalse) {
     putFile("file", "x");
     EXPECT_EQ(File::move("file", "file/x/y"), 0);
-    EXPECT_EQ(File::copy("file", "file/x/y", 1), 0);
+    EXPECT_EQ(File::copy("file", "file/x/y", File::OVERWRITE_EXISTING), 0);
     EXPECT_EQ(contentOf("file"), "x");
 }
 
@@ -1245,7 +1258,7 @@ TEST_F(FileSystem, Copy_CopiesContentAndMode) {
         content.append(size % 7, '\0');
         putFile("file", content);
         chmod("file", 0746);
-        EXPECT_EQ(File("file", UTF8).copy("a\\b\\copied", 1), 1);
+        EXPECT_EQ(File("file", File::TEXT_UTF8).copy("a\\b\\copied", File::OVERWRITE_EXISTING), 1);
         EXPECT_EQ(contentOf("a/b/copied"), content);
         EXPECT_EQ(permissions("a/b/copied"), 0746);
         EXPECT_EQ(permissions("file"), 0746);
@@ -1261,7 +1274,7 @@ TEST_F(FileSystem, Copy_MakesTheseCallsInThisOrder) {
     putFile("a/file", std::string(1025, 'x'));
     chmod("a/file", 0640);
     FileCalls calls;
-    EXPECT_EQ(File::copy("a/file", "b/copied", 0), 1);
+    EXPECT_EQ(File::copy("a/file", "b/copied", File::KEEP_EXISTING), 1);
     EXPECT_EQ(calls.take(), (Lines{"exists: stat a/file",
                                    "isDirectory: stat a/file",
                                    "exists: stat b",
@@ -1300,7 +1313,7 @@ TEST_F(FileSystem, Copy_MakesTheseCallsInThisOrder) {
 TEST_F(FileSystem, Copy_InsideOneFolder_LeavesItsModeAsItWas) {
     putFolder("a", 0711);
     putFile("a/file", "x");
-    EXPECT_EQ(File::copy("a/file", "a/copied", 0), 1);
+    EXPECT_EQ(File::copy("a/file", "a/copied", File::KEEP_EXISTING), 1);
     EXPECT_EQ(permissions("a"), 0711);
 }
 
@@ -1310,7 +1323,7 @@ TEST_F(FileSystem, Copy_InsideOneFolderThatFails_LeavesItsModeAsItWas) {
     auto const copyFails = [](char const* step, auto const& fail) {
         HookScope const scope;
         fail();
-        EXPECT_EQ(File::copy("a/file", "a/copied", 1), 0) << step;
+        EXPECT_EQ(File::copy("a/file", "a/copied", File::OVERWRITE_EXISTING), 0) << step;
         EXPECT_EQ(permissions("a"), 0711) << step;
     };
     copyFails("open the source", [] { hooks::open.failFrom(2, 1, -1, EMFILE); });
@@ -1349,7 +1362,7 @@ TEST_F(FileSystem, Copy_ThatGetsDescriptor0ForEitherFile_UsesAndClosesIt) {
             }
             return hooks::open.real(path, flags, mode);
         });
-        EXPECT_EQ(File::copy("file", copied.c_str(), 0), 1);
+        EXPECT_EQ(File::copy("file", copied.c_str(), File::KEEP_EXISTING), 1);
         EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
         EXPECT_EQ(contentOf(copied), contentOf("file"));
     }
@@ -1362,7 +1375,7 @@ TEST_F(FileSystem, Copy_ReplacesAFileWithTheFlag1Alone) {
         EXPECT_EQ(File::copy("new", "old", flag), 0);
         EXPECT_EQ(contentOf("old"), "old and longer");
     }
-    EXPECT_EQ(File::copy("new", "old", 1), 1);
+    EXPECT_EQ(File::copy("new", "old", File::OVERWRITE_EXISTING), 1);
     EXPECT_EQ(contentOf("old"), "new");
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -1371,7 +1384,7 @@ TEST_F(FileSystem, Copy_OntoItself_IsTrueAndLeavesTheFileAlone) {
     putFolder("a");
     putFile("a/file", "x");
     FileCalls calls;
-    EXPECT_EQ(File::copy("a/file", "a\\file", 1), 1);
+    EXPECT_EQ(File::copy("a/file", "a\\file", File::OVERWRITE_EXISTING), 1);
     EXPECT_EQ(calls.take(), (Lines{"exists: stat a/file"}));
     EXPECT_EQ(contentOf("a/file"), "x");
 }
@@ -1405,7 +1418,7 @@ TEST_F(FileSystem, Copy_IntoWhatSomebodyElsePutThereMeanwhile_KeepsItsModeOrFail
 TEST_F(FileSystem, Copy_ToALinkToNothing_CreatesNothing) {
     putFile("file", "new");
     ASSERT_EQ(symlink("secret", "copied"), 0);
-    EXPECT_EQ(File::copy("file", "copied", 1), 0);
+    EXPECT_EQ(File::copy("file", "copied", File::OVERWRITE_EXISTING), 0);
     EXPECT_EQ(permissions("secret"), -1);
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -1420,24 +1433,24 @@ TEST_F(FileSystem, Copy_WhoseTargetIsExchangedMeanwhile_SetsTheModeOfTheFileThat
         EXPECT_EQ(rename("copied", "gone"), 0);
         EXPECT_EQ(symlink("secret", "copied"), 0);
     });
-    EXPECT_EQ(File::copy("file", "copied", 1), 1);
+    EXPECT_EQ(File::copy("file", "copied", File::OVERWRITE_EXISTING), 1);
     EXPECT_EQ(permissions("secret"), 0600);
     EXPECT_EQ(permissions("gone"), 0777);
 }
 
 TEST_F(FileSystem, Copy_OfAFileThatReadersHold_Works) {
     putFile("file", "x");
-    File file("file", UTF8);
-    ASSERT_EQ(file.open(0, 0), 1);
-    EXPECT_EQ(file.copy("copied", 0), 1);
+    File file("file", File::TEXT_UTF8);
+    ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
+    EXPECT_EQ(file.copy("copied", File::KEEP_EXISTING), 1);
     EXPECT_EQ(contentOf("copied"), "x");
 }
 
 TEST_F(FileSystem, Copy_OfAFileThatAWriterHolds_IsFalseWithoutALine) {
     putFile("file", "x");
-    File file("file", UTF8);
-    ASSERT_EQ(file.open(0, 1), 1);
-    EXPECT_EQ(file.copy("folder/copied", 0), 0);
+    File file("file", File::TEXT_UTF8);
+    ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
+    EXPECT_EQ(file.copy("folder/copied", File::KEEP_EXISTING), 0);
     EXPECT_EQ(permissions("folder"), 0777);
     EXPECT_EQ(permissions("folder/copied"), -1);
     EXPECT_EQ(mLog.lines(), Lines());
@@ -1446,16 +1459,16 @@ TEST_F(FileSystem, Copy_OfAFileThatAWriterHolds_IsFalseWithoutALine) {
 TEST_F(FileSystem, Copy_OntoAFileThatIsHeld_Works) {
     putFile("file", "new");
     putFile("held", "old");
-    File held("held", UTF8);
-    ASSERT_EQ(held.open(0, 1), 1);
-    EXPECT_EQ(File::copy("file", "held", 1), 1);
+    File held("held", File::TEXT_UTF8);
+    ASSERT_EQ(held.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
+    EXPECT_EQ(File::copy("file", "held", File::OVERWRITE_EXISTING), 1);
     EXPECT_EQ(contentOf("held"), "new");
 }
 
 TEST_F(FileSystem, Copy_OfAFolder_CopiesTheWholeTreeWithFoldersOfMode0777) {
     putTree();
     chmod("tree/inner/b", 0640);
-    EXPECT_EQ(File::copy("tree", "x/copied", 0), 1);
+    EXPECT_EQ(File::copy("tree", "x/copied", File::KEEP_EXISTING), 1);
     EXPECT_EQ(contentOf("x/copied/a"), "1");
     EXPECT_EQ(contentOf("x/copied/inner/b"), std::string(20, '2'));
     EXPECT_EQ(contentOf("x/copied/inner/deep/c"), std::string(300, '3'));
@@ -1472,11 +1485,12 @@ TEST_F(FileSystem, Copy_OfAFolder_EndsWhereAPathOfTheCopyHas260Bytes) {
         std::filesystem::remove_all("from");
         putFolder("from");
         putFile("from/" + name, "x");
-        EXPECT_EQ(File::copy("from", destination.c_str(), 1), length < 260 ? 1 : 0) << length;
+        EXPECT_EQ(File::copy("from", destination.c_str(), File::OVERWRITE_EXISTING), length < 260 ? 1 : 0)
+            << length;
         EXPECT_EQ(contentOf(destination + "/" + name), length < 260 ? "x" : "") << length;
     }
     std::string const longest = std::string(129, 'e') + "/" + std::string(129, 'e');
-    EXPECT_EQ(File::copy("from", longest.c_str(), 1), 0);
+    EXPECT_EQ(File::copy("from", longest.c_str(), File::OVERWRITE_EXISTING), 0);
     EXPECT_EQ(children(longest.c_str()), Names());
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -1486,7 +1500,7 @@ TEST_F(FileSystem, Copy_OfAFolder_EndsAtANameThatIsNotUtf8OrHoldsABackslash) {
         std::filesystem::remove_all("from");
         putFolder("from");
         putFile(std::string("from/") + name, "x");
-        EXPECT_EQ(File::copy("from", "copied", 1), 0);
+        EXPECT_EQ(File::copy("from", "copied", File::OVERWRITE_EXISTING), 0);
         EXPECT_EQ(children("copied"), Names());
     }
     EXPECT_EQ(mLog.lines(), Lines());
@@ -1496,7 +1510,7 @@ TEST_F(FileSystem, Copy_OfAFolder_StopsAtTheFirstFailureAndLeavesWhatWasCopied) 
     putTree();
     HookScope const scope;
     hooks::write.failFrom(2, 0, -1, ENOSPC);
-    EXPECT_EQ(File::copy("tree", "copied", 0), 0);
+    EXPECT_EQ(File::copy("tree", "copied", File::KEEP_EXISTING), 0);
     EXPECT_EQ(hooks::write.calls(), 2U);
     EXPECT_EQ(permissions("copied"), 0777);
 }
@@ -1504,17 +1518,17 @@ TEST_F(FileSystem, Copy_OfAFolder_StopsAtTheFirstFailureAndLeavesWhatWasCopied) 
 TEST_F(FileSystem, Copy_OfAFolderOntoAFileOrThatCannotBeListed_IsFalse) {
     putTree();
     putFile("file", "x");
-    EXPECT_EQ(File::copy("tree", "file", 1), 0);
+    EXPECT_EQ(File::copy("tree", "file", File::OVERWRITE_EXISTING), 0);
     HookScope const scope;
     hooks::opendir.failFrom(1, 1, nullptr, EMFILE);
-    EXPECT_EQ(File::copy("tree", "copied", 1), 0);
+    EXPECT_EQ(File::copy("tree", "copied", File::OVERWRITE_EXISTING), 0);
     EXPECT_EQ(permissions("copied"), 0777);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileSystem, Copy_OfAFolderIntoItself_EndsWhereThePathsBecomeTooLong) {
     putFolder("a");
-    EXPECT_EQ(File::copy("a", "a/b", 1), 0);
+    EXPECT_EQ(File::copy("a", "a/b", File::OVERWRITE_EXISTING), 0);
     EXPECT_EQ(permissions("a/b/b"), 0777);
 }
 
@@ -1578,7 +1592,7 @@ TEST_F(FileSystem, Copy_OverAFileThatFailsToWrite_LeavesWhatItDidNotReach) {
     putFile("old", std::string(3000, 'o'));
     HookScope const scope;
     hooks::write.failFrom(2, 1, -1, EIO);
-    EXPECT_EQ(File::copy("file", "old", 1), 0);
+    EXPECT_EQ(File::copy("file", "old", File::OVERWRITE_EXISTING), 0);
     EXPECT_EQ(contentOf("old"), std::string(1024, 'n') + std::string(1976, 'o'));
 }
 
@@ -1628,7 +1642,7 @@ TEST_F(FileSystem, Copy_ReadsAgainAfterASignal) {
     for (unsigned int nth = 1; nth <= 4; ++nth) {
         HookScope const scope;
         hooks::read.failFrom(nth, 2, -1, EINTR);
-        EXPECT_EQ(File::copy("file", "copied", 1), 1);
+        EXPECT_EQ(File::copy("file", "copied", File::OVERWRITE_EXISTING), 1);
         EXPECT_EQ(contentOf("copied"), content);
         EXPECT_EQ(hooks::read.calls(), 6U);
     }
@@ -1639,7 +1653,7 @@ TEST_F(FileSystem, Erase_RemovesAFileAndPutsTheFolderBack) {
     putFolder("a", 0711);
     putFile("a/file", "x");
     FileCalls calls;
-    EXPECT_EQ(File("a\\file", UTF8).erase(0), 1);
+    EXPECT_EQ(File("a\\file", File::TEXT_UTF8).erase(File::KEEP_READ_ONLY), 1);
     Lines const lines = calls.take();
     EXPECT_EQ(permissions("a/file"), -1);
     EXPECT_EQ(Lines(lines.begin(), lines.begin() + 14),
@@ -1663,7 +1677,7 @@ TEST_F(FileSystem, Erase_OfAFolder_RemovesTheWholeTreeWhateverTheFlag) {
 TEST_F(FileSystem, Erase_OfAnEmptyFolder_MakesTheseCallsInThisOrder) {
     putFolder("a/b");
     FileCalls calls;
-    EXPECT_EQ(File::erase("a/b", 1), 1);
+    EXPECT_EQ(File::erase("a/b", File::ERASE_READ_ONLY), 1);
     EXPECT_EQ(calls.take(), (Lines{"exists: stat a/b", "isDirectory: stat a/b", "children: opendir a/b",
                                    "children: readdir", "children: readdir", "children: readdir",
                                    "children: closedir", "exists: stat a/b", "isReadOnly: stat a/b",
@@ -1679,7 +1693,7 @@ TEST_F(FileSystem, Erase_OfAReadOnlyFile_NeedsTheFlag1) {
         EXPECT_EQ(File::erase("file", flag), 0);
     }
     EXPECT_EQ(contentOf("file"), "x");
-    EXPECT_EQ(File::erase("file", 1), 1);
+    EXPECT_EQ(File::erase("file", File::ERASE_READ_ONLY), 1);
     EXPECT_EQ(permissions("file"), -1);
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -1690,14 +1704,14 @@ TEST_F(FileSystem, Erase_OfAFolderWithAReadOnlyFile_StopsThereAndWhatIsErasedSta
         putFile("a/" + std::to_string(i), "");
     }
     Paths paths(20, 0);
-    ASSERT_EQ(File::children("a", &paths, 2, nullptr, 0), 20);
+    ASSERT_EQ(File::children("a", &paths, File::CHILD_FILES_AND_FOLDERS, nullptr, 0), 20);
     chmod(paths.getAt(10)->buffer(), 0444);
-    EXPECT_EQ(File::erase("a", 0), 0);
+    EXPECT_EQ(File::erase("a", File::KEEP_READ_ONLY), 0);
     EXPECT_EQ(mLog.lines(), Lines());
     for (unsigned int i = 0; i < 20; ++i) {
         EXPECT_EQ(File::exists(paths.getAt(i)->buffer()), i < 10 ? 0 : 1);
     }
-    EXPECT_EQ(File::erase("a", 1), 1);
+    EXPECT_EQ(File::erase("a", File::ERASE_READ_ONLY), 1);
     EXPECT_EQ(permissions("a"), -1);
 }
 
@@ -1705,10 +1719,10 @@ TEST_F(FileSystem, Erase_OfAReadOnlyFolder_NeedsTheFlag1ButItsContentGoesAnyway)
     putFolder("a");
     putFile("a/file", "x");
     chmod("a", 0555);
-    EXPECT_EQ(File::erase("a", 0), 0);
+    EXPECT_EQ(File::erase("a", File::KEEP_READ_ONLY), 0);
     EXPECT_EQ(permissions("a"), 0555);
     EXPECT_EQ(permissions("a/file"), -1);
-    EXPECT_EQ(File::erase("a", 1), 1);
+    EXPECT_EQ(File::erase("a", File::ERASE_READ_ONLY), 1);
     EXPECT_EQ(permissions("a"), -1);
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -1716,23 +1730,23 @@ TEST_F(FileSystem, Erase_OfAReadOnlyFolder_NeedsTheFlag1ButItsContentGoesAnyway)
 TEST_F(FileSystem, Erase_OfAHeldFile_IsFalseWithoutALineWhoeverHoldsIt) {
     putFolder("a");
     putFile("a/file", "x");
-    File file("a/file", UTF8);
+    File file("a/file", File::TEXT_UTF8);
     for (int const access : {0, 1}) {
         ASSERT_EQ(file.open(0, access), 1);
-        EXPECT_EQ(file.erase(1), 0);
-        EXPECT_EQ(File::erase("a/file", 1), 0);
-        EXPECT_EQ(File::erase("a", 1), 0);
+        EXPECT_EQ(file.erase(File::ERASE_READ_ONLY), 0);
+        EXPECT_EQ(File::erase("a/file", File::ERASE_READ_ONLY), 0);
+        EXPECT_EQ(File::erase("a", File::ERASE_READ_ONLY), 0);
         EXPECT_EQ(file.close(), 1);
     }
     EXPECT_EQ(contentOf("a/file"), "x");
-    EXPECT_EQ(file.erase(0), 1);
+    EXPECT_EQ(file.erase(File::KEEP_READ_ONLY), 1);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileSystem, Erase_OfALinkToAFile_RemovesTheLinkAlone) {
     putFile("file", "x");
     ASSERT_EQ(symlink("file", "link"), 0);
-    EXPECT_EQ(File::erase("link", 0), 1);
+    EXPECT_EQ(File::erase("link", File::KEEP_READ_ONLY), 1);
     EXPECT_EQ(File::exists("link"), 0);
     EXPECT_EQ(contentOf("file"), "x");
 }
@@ -1741,9 +1755,9 @@ TEST_F(FileSystem, Erase_OfALinkToAReadOnlyFile_ByForce_LeavesTheFileWithTheMode
     putFile("file", "x");
     chmod("file", 0444);
     ASSERT_EQ(symlink("file", "link"), 0);
-    EXPECT_EQ(File::erase("link", 0), 0);
+    EXPECT_EQ(File::erase("link", File::KEEP_READ_ONLY), 0);
     EXPECT_EQ(permissions("file"), 0444);
-    EXPECT_EQ(File::erase("link", 1), 1);
+    EXPECT_EQ(File::erase("link", File::ERASE_READ_ONLY), 1);
     EXPECT_EQ(File::exists("link"), 0);
     EXPECT_EQ(contentOf("file"), "x");
     EXPECT_EQ(permissions("file"), 0777);
@@ -1753,12 +1767,12 @@ TEST_F(FileSystem, Erase_OfALinkToAReadOnlyFile_ByForce_LeavesTheFileWithTheMode
 TEST_F(FileSystem, Erase_OfALinkToAHeldFileOrToNothing_IsFalseAndLeavesTheLink) {
     putFile("file", "x");
     ASSERT_EQ(symlink("file", "link"), 0);
-    File file("file", UTF8);
-    ASSERT_EQ(file.open(0, 0), 1);
-    EXPECT_EQ(File::erase("link", 1), 0);
+    File file("file", File::TEXT_UTF8);
+    ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
+    EXPECT_EQ(File::erase("link", File::ERASE_READ_ONLY), 0);
     EXPECT_EQ(file.close(), 1);
     ASSERT_EQ(unlink("file"), 0);
-    EXPECT_EQ(File::erase("link", 1), 0);
+    EXPECT_EQ(File::erase("link", File::ERASE_READ_ONLY), 0);
     EXPECT_TRUE(std::filesystem::is_symlink("link"));
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -1767,7 +1781,7 @@ TEST_F(FileSystem, Erase_OfALinkToAFolder_EmptiesTheFolderAndFailsAtTheLink) {
     putFolder("folder");
     putFile("folder/file", "x");
     ASSERT_EQ(symlink("folder", "link"), 0);
-    EXPECT_EQ(File::erase("link", 0), 0);
+    EXPECT_EQ(File::erase("link", File::KEEP_READ_ONLY), 0);
     EXPECT_EQ(permissions("folder/file"), -1);
     EXPECT_EQ(File::exists("link"), 1);
     EXPECT_EQ(mLog.lines(), (Lines{error("rmdir Failed.Path:link errno[20]")}));
@@ -1782,9 +1796,9 @@ TEST_F(FileSystem, Recursion_EndsAtAPathOf260Bytes) {
         putFile(path, "12345");
         EXPECT_EQ(children(folder.c_str()), (Names{path}));
         EXPECT_EQ(File::size(folder.c_str()), isTooLong ? -1 : 5);
-        EXPECT_EQ(File::copy(folder.c_str(), "copied", 1), isTooLong ? 0 : 1);
-        EXPECT_EQ(File::liftReadOnly(folder.c_str(), 1), isTooLong ? 0 : 1);
-        EXPECT_EQ(File::erase(folder.c_str(), 1), isTooLong ? 0 : 1);
+        EXPECT_EQ(File::copy(folder.c_str(), "copied", File::OVERWRITE_EXISTING), isTooLong ? 0 : 1);
+        EXPECT_EQ(File::liftReadOnly(folder.c_str(), File::RECURSIVE), isTooLong ? 0 : 1);
+        EXPECT_EQ(File::erase(folder.c_str(), File::ERASE_READ_ONLY), isTooLong ? 0 : 1);
         putFolder(folder);
     }
     EXPECT_EQ(contentOf(longest + "n"), "12345");
@@ -1802,8 +1816,8 @@ TEST_F(FileSystem, Lines_NamePathsWithPercentSignsToTheLetter) {
     hooks::rmdir.failFrom(1, 0, -1, EBUSY);
     EXPECT_EQ(File::move("%s%n", "%x"), 0);
     EXPECT_EQ(File::makeDirectories("%x/%d"), 0);
-    EXPECT_EQ(File::erase("%d", 0), 0);
-    EXPECT_EQ(File::erase("%d.empty", 0), 0);
+    EXPECT_EQ(File::erase("%d", File::KEEP_READ_ONLY), 0);
+    EXPECT_EQ(File::erase("%d.empty", File::KEEP_READ_ONLY), 0);
     EXPECT_EQ(mLog.lines(), (Lines{error("rename Failed. errno[18] Source:%s%n  Dest:%x"),
                                    error("CreateDirectory Failed. errno[30] Path:%x/%d/(%x/)"),
                                    error("remove failed. errno[16] Path:%d"),
@@ -1813,7 +1827,7 @@ TEST_F(FileSystem, Lines_NamePathsWithPercentSignsToTheLetter) {
 TEST_F(FileSystem, Erase_WithAPathThatDoesNotDo_IsFalseWithoutALine) {
     putFolder("a/b");
     for (char const* const path : {static_cast<char const*>(nullptr), "", "none", "a//b"}) {
-        EXPECT_EQ(File::erase(path, 1), 0);
+        EXPECT_EQ(File::erase(path, File::ERASE_READ_ONLY), 0);
     }
     EXPECT_EQ(permissions("a/b"), 0755);
     EXPECT_EQ(mLog.lines(), Lines());
@@ -1825,7 +1839,7 @@ TEST_F(FileSystem, Erase_ByForceOfWhatStaysReadOnly_SaysSo) {
     chmod("a/file", 0444);
     HookScope const scope;
     hooks::chmod.failFrom(1, 1, -1, EPERM);
-    EXPECT_EQ(File::erase("a/file", 1), 0);
+    EXPECT_EQ(File::erase("a/file", File::ERASE_READ_ONLY), 0);
     EXPECT_EQ(mLog.lines(), (Lines{error("Can't erase force because Not Permited:a/file")}));
     EXPECT_EQ(contentOf("a/file"), "x");
 }
@@ -1838,8 +1852,8 @@ TEST_F(FileSystem, Erase_ThatTheSystemRefuses_SaysSoAndPutsTheFolderBack) {
         FileCalls calls;
         hooks::unlink.failFrom(1, 1, -1, reason);
         hooks::rmdir.failFrom(1, 1, -1, reason);
-        EXPECT_EQ(File::erase("a/file", 0), 0);
-        EXPECT_EQ(File::erase("a/empty", 0), 0);
+        EXPECT_EQ(File::erase("a/file", File::KEEP_READ_ONLY), 0);
+        EXPECT_EQ(File::erase("a/empty", File::KEEP_READ_ONLY), 0);
         std::string const number = std::to_string(reason);
         EXPECT_EQ(mLog.lines(), (Lines{error("remove failed. errno[" + number + "] Path:a/file"),
                                        error("rmdir Failed.Path:a/empty errno[" + number + "]")}));
@@ -1853,7 +1867,7 @@ TEST_F(FileSystem, Erase_WhoseFolderIsNotFound_SaysSoAtTheLowestLevelAndGoesOn) 
     putFile("a/file", "x");
     HookScope const scope;
     hooks::stat.failFrom(6, 1, -1, ENOENT);
-    EXPECT_EQ(File::erase("a/file", 0), 1);
+    EXPECT_EQ(File::erase("a/file", File::KEEP_READ_ONLY), 1);
     EXPECT_EQ(permissions("a/file"), -1);
     EXPECT_EQ(mLog.lines(), (Lines{debug("is changeParentAccessMode func stat Failed. errno[2] Path:a")}));
 }
@@ -1863,7 +1877,7 @@ TEST_F(FileSystem, Erase_WhoseFolderVanishesBehindTheLock_SaysSoAtEachStep) {
     putFile("a/file", "x");
     HookScope const scope;
     hooks::flock.watch([](int, int) { EXPECT_EQ(rename("a", "gone"), 0); });
-    EXPECT_EQ(File::erase("a/file", 0), 0);
+    EXPECT_EQ(File::erase("a/file", File::KEEP_READ_ONLY), 0);
     EXPECT_EQ(mLog.lines(), (Lines{error("is isReadOnly func stat Failed. errno[2] Path:a/file"),
                                    debug("is changeParentAccessMode func stat Failed. errno[2] Path:a"),
                                    error("remove failed. errno[2] Path:a/file")}));
@@ -1885,7 +1899,7 @@ TEST_F(FileSystem, Erase_OfAFolderThatCannotBeListed_IsFalse) {
     putTree();
     HookScope const scope;
     hooks::opendir.failFrom(1, 1, nullptr, EMFILE);
-    EXPECT_EQ(File::erase("tree", 1), 0);
+    EXPECT_EQ(File::erase("tree", File::ERASE_READ_ONLY), 0);
     EXPECT_EQ(contentOf("tree/a"), "1");
 }
 
@@ -1895,7 +1909,7 @@ TEST_F(FileSystem, Size_OfAFileIsItsOwnAndOfAFolderTheSumOfItsFiles) {
     EXPECT_EQ(File::size("tree\\inner"), 320);
     EXPECT_EQ(File::size("tree"), 321);
     EXPECT_EQ(File::size("tree/empty"), 0);
-    EXPECT_EQ(File("tree", UTF8).size(), 321);
+    EXPECT_EQ(File("tree", File::TEXT_UTF8).size(), 321);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
@@ -1913,14 +1927,14 @@ TEST_F(FileSystem, Size_WithAPathThatDoesNotDo_IsMinusOneWithoutALine) {
     for (char const* const path : {static_cast<char const*>(nullptr), "", "none", "a//b"}) {
         EXPECT_EQ(File::size(path), -1);
     }
-    EXPECT_EQ(File("none", UTF8).size(), -1);
+    EXPECT_EQ(File("none", File::TEXT_UTF8).size(), -1);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileSystem, Size_TakesNoLock) {
     putFile("file", "12345");
-    File file("file", UTF8);
-    ASSERT_EQ(file.open(0, 1), 1);
+    File file("file", File::TEXT_UTF8);
+    ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     EXPECT_EQ(File::size("file"), 5);
 }
 
@@ -1974,13 +1988,13 @@ void failEachCall(char const* name, HOOK& hook, RESULT result, int reason) {
         FileCalls calls;
         unsigned int const descriptors = openDescriptors();
         hook.failFrom(failing, 1, result, reason);
-        File::size("a");
-        File::copy("a/file", "b/file", 0);
+        static_cast<void>(File::size("a"));
+        File::copy("a/file", "b/file", File::KEEP_EXISTING);
         File::move("b/file", "b/moved");
-        File::copy("a", "c", 1);
-        File::applyReadOnly("a/inner/file", 0);
-        File::erase("a/inner/file", 1);
-        File::erase("c", 1);
+        File::copy("a", "c", File::OVERWRITE_EXISTING);
+        File::applyReadOnly("a/inner/file", File::PATH_ONLY);
+        File::erase("a/inner/file", File::ERASE_READ_ONLY);
+        File::erase("c", File::ERASE_READ_ONLY);
         isThrough = hook.calls() < failing;
         EXPECT_EQ(openDescriptors(), descriptors);
         Lines const lines = calls.take();

@@ -15,6 +15,7 @@
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "TestAllocations.h"
@@ -36,8 +37,6 @@ using utltest::putFile;
 namespace hooks = utltest::hooks;
 using Lines = std::vector<std::string>;
 
-constexpr int UTF8 = 1;
-
 // The folder "folder" with the file "folder/f".
 class FileInFolder : public utltest::InLoggedFolder {
   protected:
@@ -47,26 +46,26 @@ class FileInFolder : public utltest::InLoggedFolder {
     }
     ~FileInFolder() override { EXPECT_EQ(permissions("folder"), 0755); }
 
-    File mFile{"folder/f", UTF8};
+    File mFile{"folder/f", File::TEXT_UTF8};
 };
 
 TEST_F(FileInFolder, Constructor_StoresThePathWithSlashes) {
-    EXPECT_STREQ(File("a\\b\\c.txt", UTF8).getPath(), "a/b/c.txt");
+    EXPECT_STREQ(File("a\\b\\c.txt", File::TEXT_UTF8).getPath(), "a/b/c.txt");
 }
 
 TEST_F(FileInFolder, Constructor_TakesANullPathForAnEmptyOne) {
-    EXPECT_STREQ(File(nullptr, UTF8).getPath(), "");
+    EXPECT_STREQ(File(nullptr, File::TEXT_UTF8).getPath(), "");
 }
 
 TEST_F(FileInFolder, Constructor_KeepsAPathThatIsTooLongForEverythingElse) {
     std::string const path(300, 'p');
-    EXPECT_EQ(File(path.c_str(), UTF8).getPath(), path);
+    EXPECT_EQ(File(path.c_str(), File::TEXT_UTF8).getPath(), path);
 }
 
 TEST_F(FileInFolder, Constructor_TouchesNoFile) {
     FileCalls calls;
     {
-        File const file("", UTF8);
+        File const file("", File::TEXT_UTF8);
         EXPECT_EQ(calls.take(), Lines());
         EXPECT_EQ(file.isOpened(), 0);
     }
@@ -75,15 +74,15 @@ TEST_F(FileInFolder, Constructor_TouchesNoFile) {
 
 TEST_F(FileInFolder, Destructor_OfAFileThatWasNeverOpened_SyncsTheFolder) {
     FileCalls calls;
-    { File const file("folder/none", UTF8); }
+    { File const file("folder/none", File::TEXT_UTF8); }
     EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY+DIRECTORY", "-: fsync", "-: close"}));
 }
 
 TEST_F(FileInFolder, Destructor_SyncsTheFolderAndThenTheFile) {
     FileCalls calls;
     {
-        File file("folder/f", UTF8);
-        ASSERT_EQ(file.open(0, 0), 1);
+        File file("folder/f", File::TEXT_UTF8);
+        ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
         calls.take();
     }
     EXPECT_EQ(calls.take(),
@@ -93,8 +92,8 @@ TEST_F(FileInFolder, Destructor_SyncsTheFolderAndThenTheFile) {
 TEST_F(FileInFolder, Destructor_WhoseFolderCannotBeOpened_ClosesTheFileWithoutALine) {
     FileCalls calls;
     {
-        File file("folder/f", UTF8);
-        ASSERT_EQ(file.open(0, 0), 1);
+        File file("folder/f", File::TEXT_UTF8);
+        ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
         calls.take();
         hooks::open.failFrom(1, 0, -1, EMFILE);
     }
@@ -105,7 +104,7 @@ TEST_F(FileInFolder, Destructor_WhoseFolderCannotBeOpened_ClosesTheFileWithoutAL
 TEST_F(FileInFolder, Destructor_WhoseFolderGetsDescriptor0_DoesNotCloseIt) {
     FileCalls calls;
     {
-        File const file("folder/f", UTF8);
+        File const file("folder/f", File::TEXT_UTF8);
         hooks::open.failFrom(1, 1, 0, 0);
     }
     EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY+DIRECTORY"}));
@@ -115,18 +114,18 @@ TEST_F(FileInFolder, Destructor_WhoseFolderGetsDescriptor0_DoesNotCloseIt) {
 TEST_F(FileInFolder, Destructor_OfAPathWithoutAFolder_SyncsNothing) {
     for (char const* const path : {"bare", "/bare"}) {
         FileCalls calls;
-        { File const file(path, UTF8); }
+        { File const file(path, File::TEXT_UTF8); }
         EXPECT_EQ(calls.take(), (Lines{"~File: open  RDONLY+DIRECTORY"}));
     }
     FileCalls calls;
-    { File const file("./bare", UTF8); }
+    { File const file("./bare", File::TEXT_UTF8); }
     EXPECT_EQ(calls.take(), (Lines{"~File: open . RDONLY+DIRECTORY", "-: fsync", "-: close"}));
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileInFolder, Destructor_NeedsNoMemoryWhateverThePath) {
     for (std::string const& path : {std::string("folder/f"), std::string(5000, 'p')}) {
-        auto file = std::make_unique<File>(path.c_str(), UTF8);
+        auto file = std::make_unique<File>(path.c_str(), File::TEXT_UTF8);
         EXPECT_EQ(utltest::allocationsOf([&file] { file.reset(); }), 0U);
     }
 }
@@ -147,14 +146,14 @@ TEST_F(FileInFolder, Open_WithoutMemory_ThrowsAndLeavesTheFileFreeAndTheFolderAs
 
 TEST_F(FileInFolder, OpenToRead_MakesTheseCallsInThisOrder) {
     FileCalls calls;
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     EXPECT_EQ(calls.take(), (Lines{"isDirectory: stat folder/f", "exists: stat folder/f",
                                    "open: open folder/f RDONLY 555", "open: flock 5"}));
 }
 
 TEST_F(FileInFolder, OpenToWrite_OfAFileThatIsThere_MakesTheseCallsInThisOrder) {
     FileCalls calls;
-    ASSERT_EQ(mFile.open(1, 1), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_AT_END, File::ACCESS_WRITE), 1);
     EXPECT_EQ(calls.take(),
               (Lines{"isDirectory: stat folder/f", "exists: stat folder", "isDirectory: stat folder",
                      "exists: stat folder/f", "isReadOnly: stat folder/f",
@@ -165,8 +164,8 @@ TEST_F(FileInFolder, OpenToWrite_OfAFileThatIsThere_MakesTheseCallsInThisOrder) 
 
 TEST_F(FileInFolder, OpenToWrite_OfANewFile_SetsItsModeBeforeItIsLocked) {
     FileCalls calls;
-    File file("folder/new", UTF8);
-    ASSERT_EQ(file.open(2, 2), 1);
+    File file("folder/new", File::TEXT_UTF8);
+    ASSERT_EQ(file.open(File::OPEN_EMPTY, File::ACCESS_READ_WRITE), 1);
     EXPECT_EQ(calls.take(),
               (Lines{"isDirectory: stat folder/new", "exists: stat folder", "isDirectory: stat folder",
                      "exists: stat folder/new", "changeParentAccessMode: stat folder",
@@ -178,8 +177,8 @@ TEST_F(FileInFolder, OpenToWrite_OfANewFile_SetsItsModeBeforeItIsLocked) {
 TEST_F(FileInFolder, OpenToWrite_CreatesTheFileWithMode0777WhateverTheUmask) {
     for (mode_t const mask : {0000, 0022, 0777}) {
         mode_t const old = umask(mask);
-        File file("folder/new", UTF8);
-        EXPECT_EQ(file.open(0, 1), 1);
+        File file("folder/new", File::TEXT_UTF8);
+        EXPECT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
         umask(old);
         EXPECT_EQ(permissions("folder/new"), 0777);
         unlink("folder/new");
@@ -200,13 +199,13 @@ class FileThatIsSnatched : public FileInFolder {
     }
 
     FileCalls mCalls;
-    File mNew{"folder/new", UTF8};
+    File mNew{"folder/new", File::TEXT_UTF8};
 };
 
 TEST_F(FileThatIsSnatched, OpenToWrite_TakesWhatIsThereWithoutChangingItsMode) {
     putFile("secret", "content");
     chmod("secret", 0600);
-    ASSERT_EQ(mNew.open(1, 2), 1);
+    ASSERT_EQ(mNew.open(File::OPEN_AT_END, File::ACCESS_READ_WRITE), 1);
     Lines const lines = mCalls.take();
     EXPECT_EQ(Lines(lines.begin() + 6, lines.end()),
               (Lines{"open: open folder/new RDWR+CREAT+EXCL 777", "exists: stat folder/new",
@@ -219,7 +218,7 @@ TEST_F(FileThatIsSnatched, OpenToWrite_TakesWhatIsThereWithoutChangingItsMode) {
 }
 
 TEST_F(FileThatIsSnatched, OpenToWrite_CreatesNothingThroughALinkToNothing) {
-    EXPECT_EQ(mNew.open(0, 1), 0);
+    EXPECT_EQ(mNew.open(File::OPEN_KEEP, File::ACCESS_WRITE), 0);
     EXPECT_EQ(permissions("secret"), -1);
     EXPECT_EQ(mLog.lines(), (Lines{error("open() Failed. errno[2] Path:folder/new")}));
 }
@@ -227,7 +226,7 @@ TEST_F(FileThatIsSnatched, OpenToWrite_CreatesNothingThroughALinkToNothing) {
 TEST_F(FileThatIsSnatched, OpenToWrite_RefusesWhatItsOwnerMayNotWriteWithoutALine) {
     putFile("secret", "content");
     chmod("secret", 0400);
-    EXPECT_EQ(mNew.open(2, 1), 0);
+    EXPECT_EQ(mNew.open(File::OPEN_EMPTY, File::ACCESS_WRITE), 0);
     EXPECT_EQ(mNew.isOpened(), 0);
     EXPECT_EQ(contentOf("secret"), "content");
     EXPECT_EQ(permissions("folder"), 0755);
@@ -246,7 +245,7 @@ TEST_F(FileThatIsSnatched, OpenToWrite_BehindTheCreation_SetsTheModeOfTheFileTha
         return descriptor;
     });
     mode_t const old = umask(0077);
-    EXPECT_EQ(mNew.open(0, 1), 1);
+    EXPECT_EQ(mNew.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     umask(old);
     EXPECT_EQ(permissions("secret"), 0600);
     EXPECT_EQ(permissions("folder/gone"), 0777);
@@ -255,15 +254,15 @@ TEST_F(FileThatIsSnatched, OpenToWrite_BehindTheCreation_SetsTheModeOfTheFileTha
 TEST_F(FileInFolder, OpenToWrite_OfANewFile_OpensItAlsoWhereTheSystemDoesNotSetItsMode) {
     HookScope const scope;
     hooks::fchmod.failFrom(1, 0, -1, EPERM);
-    File file("folder/new", UTF8);
-    EXPECT_EQ(file.open(0, 1), 1);
+    File file("folder/new", File::TEXT_UTF8);
+    EXPECT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileInFolder, OpenToWrite_CreatesMissingFoldersWithMode0777WhateverTheUmask) {
     mode_t const old = umask(0077);
-    File file("folder/x/y/new", UTF8);
-    EXPECT_EQ(file.open(0, 1), 1);
+    File file("folder/x/y/new", File::TEXT_UTF8);
+    EXPECT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     umask(old);
     EXPECT_EQ(permissions("folder/x"), 0777);
     EXPECT_EQ(permissions("folder/x/y"), 0777);
@@ -274,13 +273,13 @@ TEST_F(FileInFolder, OpenToWrite_CreatesMissingFoldersWithMode0777WhateverTheUma
 
 TEST_F(FileInFolder, OpenToWrite_KeepsTheModeOfAFileThatIsThere) {
     chmod("folder/f", 0640);
-    ASSERT_EQ(mFile.open(2, 2), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_EMPTY, File::ACCESS_READ_WRITE), 1);
     EXPECT_EQ(permissions("folder/f"), 0640);
 }
 
 TEST_F(FileInFolder, OpenToWrite_WorksInTheCurrentFolder) {
-    File file("bare", UTF8);
-    EXPECT_EQ(file.open(0, 2), 1);
+    File file("bare", File::TEXT_UTF8);
+    EXPECT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
     EXPECT_EQ(file.write("x", 1), 1);
     EXPECT_EQ(file.close(), 1);
     EXPECT_EQ(contentOf("bare"), "x");
@@ -306,7 +305,7 @@ TEST_F(FileInFolder, Open_WithDisposition1_KeepsTheContentAndBeginsAtTheEnd) {
 }
 
 TEST_F(FileInFolder, Open_WithDisposition2_EmptiesTheFileForAWriterAlone) {
-    EXPECT_EQ(mFile.open(2, 0), 0);
+    EXPECT_EQ(mFile.open(File::OPEN_EMPTY, File::ACCESS_READ), 0);
     EXPECT_EQ(contentOf("folder/f"), "0123456789");
     for (int const access : {1, 2}) {
         putFile("folder/f", "again");
@@ -327,7 +326,7 @@ TEST_F(FileInFolder, Open_RefusesOtherArgumentsWithoutALine) {
 }
 
 TEST_F(FileInFolder, Open_OfAFolder_IsRefusedWithoutALine) {
-    File folder("folder", UTF8);
+    File folder("folder", File::TEXT_UTF8);
     for (int const access : {0, 1, 2}) {
         EXPECT_EQ(folder.open(0, access), 0);
     }
@@ -335,32 +334,32 @@ TEST_F(FileInFolder, Open_OfAFolder_IsRefusedWithoutALine) {
 }
 
 TEST_F(FileInFolder, Open_OfAnOpenFile_IsRefusedAndLeavesItOpen) {
-    ASSERT_EQ(mFile.open(1, 2), 1);
-    EXPECT_EQ(mFile.open(0, 2), 0);
-    EXPECT_EQ(mFile.open(0, 0), 0);
+    ASSERT_EQ(mFile.open(File::OPEN_AT_END, File::ACCESS_READ_WRITE), 1);
+    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 0);
+    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 0);
     EXPECT_EQ(mFile.position(), 10);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileInFolder, Open_AfterClose_WorksAgain) {
-    ASSERT_EQ(mFile.open(0, 1), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     EXPECT_EQ(mFile.close(), 1);
-    EXPECT_EQ(mFile.open(0, 0), 1);
+    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     EXPECT_EQ(mFile.isOpened(), 1);
 }
 
 TEST_F(FileInFolder, OpenToRead_OfAMissingFile_IsRefusedWithoutALineAndCreatesNothing) {
-    File file("folder/none", UTF8);
-    EXPECT_EQ(file.open(0, 0), 0);
+    File file("folder/none", File::TEXT_UTF8);
+    EXPECT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 0);
     EXPECT_EQ(permissions("folder/none"), -1);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileInFolder, Open_OfAPathThatFailsTheCheck_IsRefusedWithoutALine) {
     for (int const access : {0, 1, 2}) {
-        EXPECT_EQ(File("folder//f", UTF8).open(0, access), 0);
-        EXPECT_EQ(File("folder/\\f", UTF8).open(0, access), 0);
-        EXPECT_EQ(File("", UTF8).open(0, access), 0);
+        EXPECT_EQ(File("folder//f", File::TEXT_UTF8).open(0, access), 0);
+        EXPECT_EQ(File("folder/\\f", File::TEXT_UTF8).open(0, access), 0);
+        EXPECT_EQ(File("", File::TEXT_UTF8).open(0, access), 0);
     }
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -369,47 +368,47 @@ TEST_F(FileInFolder, Open_TakesAPathOf259BytesAndRefusesOneOf260) {
     std::string const folder = "folder/" + std::string(200, 'd');
     putFolder(folder);
     std::string const longest = folder + "/" + std::string(259 - folder.size() - 1, 'n');
-    File file(longest.c_str(), UTF8);
-    EXPECT_EQ(file.open(0, 1), 1);
+    File file(longest.c_str(), File::TEXT_UTF8);
+    EXPECT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     EXPECT_EQ(file.write("x", 1), 1);
     EXPECT_EQ(file.close(), 1);
-    EXPECT_EQ(file.open(0, 0), 1);
+    EXPECT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     putFile(longest + "n", "");
-    File tooLong((longest + "n").c_str(), UTF8);
-    EXPECT_EQ(tooLong.open(0, 1), 0);
-    EXPECT_EQ(tooLong.open(0, 0), 0);
+    File tooLong((longest + "n").c_str(), File::TEXT_UTF8);
+    EXPECT_EQ(tooLong.open(File::OPEN_KEEP, File::ACCESS_WRITE), 0);
+    EXPECT_EQ(tooLong.open(File::OPEN_KEEP, File::ACCESS_READ), 0);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileInFolder, Open_TakesAFileNameOf255Bytes) {
     std::string const name(255, 'n');
-    EXPECT_EQ(File(name.c_str(), UTF8).open(0, 1), 1);
+    EXPECT_EQ(File(name.c_str(), File::TEXT_UTF8).open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     EXPECT_EQ(permissions(name), 0777);
 }
 
 TEST_F(FileInFolder, OpenToWrite_OfAFileNameOf256Bytes_SaysThatTheSystemRefusesIt) {
     std::string const name(256, 'n');
-    EXPECT_EQ(File(name.c_str(), UTF8).open(0, 1), 0);
+    EXPECT_EQ(File(name.c_str(), File::TEXT_UTF8).open(File::OPEN_KEEP, File::ACCESS_WRITE), 0);
     ASSERT_EQ(mLog.lines().size(), 1U);
     EXPECT_EQ(mLog.lines()[0].rfind(error("open() Failed. errno[36] Path:nnn"), 0), 0U);
 }
 
 TEST_F(FileInFolder, OpenToWrite_OfAPathThatIsNotUtf8_IsRefusedWithoutALine) {
-    EXPECT_EQ(File("folder/\xFF", UTF8).open(0, 1), 0);
+    EXPECT_EQ(File("folder/\xFF", File::TEXT_UTF8).open(File::OPEN_KEEP, File::ACCESS_WRITE), 0);
     EXPECT_EQ(permissions("folder/\xFF"), -1);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileInFolder, OpenToRead_DoesNotMindAPathThatIsNotUtf8) {
     putFile("folder/\xFF", "x");
-    EXPECT_EQ(File("folder/\xFF", UTF8).open(0, 0), 1);
+    EXPECT_EQ(File("folder/\xFF", File::TEXT_UTF8).open(File::OPEN_KEEP, File::ACCESS_READ), 1);
 }
 
 TEST_F(FileInFolder, OpenToWrite_OfAFileThatItsOwnerMayNotWrite_IsRefusedWithoutALine) {
     for (mode_t const mode : {0000, 0444, 0577}) {
         chmod("folder/f", mode);
         FileCalls calls;
-        EXPECT_EQ(mFile.open(2, 1), 0);
+        EXPECT_EQ(mFile.open(File::OPEN_EMPTY, File::ACCESS_WRITE), 0);
         Lines const lines = calls.take();
         EXPECT_EQ(Lines(lines.end() - 2, lines.end()),
                   (Lines{"isReadOnly: stat folder/f", "open: stat folder/f"}));
@@ -423,19 +422,19 @@ TEST_F(FileInFolder, OpenToWrite_WhoseSecondLookAtAReadOnlyFileFails_SaysSo) {
     chmod("folder/f", 0444);
     HookScope const scope;
     hooks::stat.failFrom(6, 1, -1, EACCES);
-    EXPECT_EQ(mFile.open(0, 1), 0);
+    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 0);
     EXPECT_EQ(mLog.lines(), (Lines{error("is isReadOnly func stat Failed. errno[13] Path:folder/f")}));
 }
 
 TEST_F(FileInFolder, OpenToWrite_WhoseFirstLookForReadOnlyFails_SaysSoAndGoesOn) {
     HookScope const scope;
     hooks::stat.failFrom(5, 1, -1, EACCES);
-    EXPECT_EQ(mFile.open(0, 1), 1);
+    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     EXPECT_EQ(mLog.lines(), (Lines{error("is isReadOnly func stat Failed. errno[13] Path:folder/f")}));
 }
 
 TEST_F(FileInFolder, OpenToWrite_ThroughAFile_IsRefusedWithoutALine) {
-    EXPECT_EQ(File("folder/f/x/new", UTF8).open(0, 1), 0);
+    EXPECT_EQ(File("folder/f/x/new", File::TEXT_UTF8).open(File::OPEN_KEEP, File::ACCESS_WRITE), 0);
     EXPECT_EQ(mLog.lines(), Lines());
     chmod("folder", 0755);
 }
@@ -443,7 +442,7 @@ TEST_F(FileInFolder, OpenToWrite_ThroughAFile_IsRefusedWithoutALine) {
 TEST_F(FileInFolder, OpenToWrite_WhoseFolderCannotBeMade_SaysWhichOne) {
     HookScope const scope;
     hooks::mkdir.failFrom(1, 1, -1, ENOSPC);
-    EXPECT_EQ(File("new/x/f", UTF8).open(0, 1), 0);
+    EXPECT_EQ(File("new/x/f", File::TEXT_UTF8).open(File::OPEN_KEEP, File::ACCESS_WRITE), 0);
     EXPECT_EQ(mLog.lines(), (Lines{error("CreateDirectory Failed. errno[28] Path:new/x/(new/)")}));
     EXPECT_EQ(permissions("new"), -1);
 }
@@ -451,7 +450,7 @@ TEST_F(FileInFolder, OpenToWrite_WhoseFolderCannotBeMade_SaysWhichOne) {
 TEST_F(FileInFolder, OpenToRead_ThatTheSystemRefuses_SaysSo) {
     HookScope const scope;
     hooks::open.failFrom(1, 1, -1, EMFILE);
-    EXPECT_EQ(mFile.open(0, 0), 0);
+    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 0);
     EXPECT_EQ(mFile.isOpened(), 0);
     EXPECT_EQ(mLog.lines(), (Lines{error("open() Failed. errno[24] Path:folder/f")}));
 }
@@ -461,7 +460,7 @@ TEST_F(FileInFolder, OpenToWrite_ThatTheSystemRefuses_PutsTheFolderBackAndSaysSo
         mLog.clear();
         FileCalls calls;
         hooks::open.failFrom(1, 1, -1, reason);
-        EXPECT_EQ(mFile.open(2, 2), 0);
+        EXPECT_EQ(mFile.open(File::OPEN_EMPTY, File::ACCESS_READ_WRITE), 0);
         EXPECT_EQ(mFile.isOpened(), 0);
         EXPECT_EQ(permissions("folder"), 0755);
         EXPECT_EQ(mLog.lines(),
@@ -488,7 +487,7 @@ TEST_F(FileInFolder, Open_ThatGetsDescriptor0_HasFailedAndDoesNotCloseIt) {
 TEST_F(FileInFolder, Open_WhoseLockFails_ClosesTheFileAfterPuttingTheFolderBack) {
     FileCalls calls;
     hooks::flock.failFrom(1, 1, -1, EINTR);
-    EXPECT_EQ(mFile.open(0, 1), 0);
+    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 0);
     EXPECT_EQ(mFile.isOpened(), 0);
     Lines const lines = calls.take();
     EXPECT_EQ(Lines(lines.end() - 5, lines.end()),
@@ -500,7 +499,7 @@ TEST_F(FileInFolder, Open_WhoseLockFails_ClosesTheFileAfterPuttingTheFolderBack)
 TEST_F(FileInFolder, OpenAtTheEnd_WhoseSeekFails_ClosesTheFileAfterPuttingTheFolderBack) {
     FileCalls calls;
     hooks::lseek.failFrom(1, 1, -1, ESPIPE);
-    EXPECT_EQ(mFile.open(1, 2), 0);
+    EXPECT_EQ(mFile.open(File::OPEN_AT_END, File::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(mFile.isOpened(), 0);
     Lines const lines = calls.take();
     EXPECT_EQ(Lines(lines.end() - 5, lines.end()),
@@ -513,22 +512,22 @@ TEST_F(FileInFolder, OpenAtTheEnd_WhoseSeekFails_ClosesTheFileAfterPuttingTheFol
 TEST_F(FileInFolder, OpenAtTheEndToRead_WhoseSeekFails_ClosesTheFile) {
     HookScope const scope;
     hooks::lseek.failFrom(1, 1, -1, ESPIPE);
-    EXPECT_EQ(mFile.open(1, 0), 0);
+    EXPECT_EQ(mFile.open(File::OPEN_AT_END, File::ACCESS_READ), 0);
     EXPECT_EQ(mFile.isOpened(), 0);
     EXPECT_EQ(mLog.count(debug("seekFile in open Failed. errno[29] Path:folder/f")), 1U);
 }
 
 TEST_F(FileInFolder, Open_OfTwoReaders_Succeeds) {
-    File other("folder/f", UTF8);
-    EXPECT_EQ(mFile.open(0, 0), 1);
-    EXPECT_EQ(other.open(0, 0), 1);
+    File other("folder/f", File::TEXT_UTF8);
+    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
+    EXPECT_EQ(other.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
 }
 
 TEST_F(FileInFolder, Open_NextToAnotherHolder_FailsAtOnceUnlessBothRead) {
     int const accesses[][2] = {{0, 1}, {0, 2}, {1, 0}, {1, 1}, {2, 0}, {2, 2}};
     for (auto const& [first, second] : accesses) {
         mLog.clear();
-        File other("folder/f", UTF8);
+        File other("folder/f", File::TEXT_UTF8);
         ASSERT_EQ(other.open(0, first), 1);
         EXPECT_EQ(mFile.open(0, second), 0);
         EXPECT_EQ(mFile.isOpened(), 0);
@@ -546,8 +545,8 @@ TEST_F(FileInFolder, Open_OnManyThreads_LetsOneWriterInAtATime) {
     std::atomic<int> refusals{0};
     auto const work = [&holders, &refusals] {
         for (int opened = 0; opened < 50;) {
-            File file("shared", UTF8);
-            if (file.open(1, 1) == 0) {
+            File file("shared", File::TEXT_UTF8);
+            if (file.open(File::OPEN_AT_END, File::ACCESS_WRITE) == 0) {
                 ++refusals;
                 std::this_thread::yield();
                 continue;
@@ -559,8 +558,8 @@ TEST_F(FileInFolder, Open_OnManyThreads_LetsOneWriterInAtATime) {
         }
     };
     {
-        File held("shared", UTF8);
-        ASSERT_EQ(held.open(0, 0), 1);
+        File held("shared", File::TEXT_UTF8);
+        ASSERT_EQ(held.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
         std::vector<std::thread> threads;
         for (int i = 0; i < 4; ++i) {
             threads.emplace_back(work);
@@ -578,16 +577,16 @@ TEST_F(FileInFolder, Open_OnManyThreads_LetsOneWriterInAtATime) {
 }
 
 TEST_F(FileInFolder, Open_ThatEmptiesALockedFile_FailsButHasEmptiedIt) {
-    File other("folder/f", UTF8);
-    ASSERT_EQ(other.open(0, 0), 1);
-    EXPECT_EQ(mFile.open(2, 1), 0);
+    File other("folder/f", File::TEXT_UTF8);
+    ASSERT_EQ(other.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
+    EXPECT_EQ(mFile.open(File::OPEN_EMPTY, File::ACCESS_WRITE), 0);
     EXPECT_EQ(other.size(), 0);
 }
 
 TEST_F(FileInFolder, Close_OfAClosedFile_IsFalseAndHarmless) {
     FileCalls calls;
     EXPECT_EQ(mFile.close(), 0);
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     calls.take();
     EXPECT_EQ(mFile.close(), 1);
     EXPECT_EQ(calls.take(), (Lines{"-: fsync", "-: close"}));
@@ -597,7 +596,7 @@ TEST_F(FileInFolder, Close_OfAClosedFile_IsFalseAndHarmless) {
 }
 
 TEST_F(FileInFolder, Close_IgnoresFailures) {
-    ASSERT_EQ(mFile.open(0, 1), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     int const descriptors = static_cast<int>(openDescriptors());
     {
         HookScope const scope;
@@ -610,7 +609,7 @@ TEST_F(FileInFolder, Close_IgnoresFailures) {
 }
 
 TEST_F(FileInFolder, AutoClose_ClosesAtTheEndOfItsScope) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     {
         File::AutoClose const closer(mFile);
         EXPECT_EQ(mFile.isOpened(), 1);
@@ -623,25 +622,25 @@ TEST_F(FileInFolder, AutoClose_ClosesAtTheEndOfItsScope) {
 TEST_F(FileInFolder, Flush_IsTrueAndDoesNothing) {
     FileCalls calls;
     EXPECT_EQ(mFile.flush(), 1);
-    ASSERT_EQ(mFile.open(0, 1), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     calls.take();
     EXPECT_EQ(mFile.flush(), 1);
     EXPECT_EQ(calls.take(), Lines());
 }
 
 TEST_F(FileInFolder, Seek_CountsFromStartEndOrPosition) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
-    EXPECT_EQ(mFile.seek(4, 0), 4);
-    EXPECT_EQ(mFile.seek(0, 2), 4);
-    EXPECT_EQ(mFile.seek(-1, 2), 3);
-    EXPECT_EQ(mFile.seek(0, 1), 10);
-    EXPECT_EQ(mFile.seek(-2, 1), 8);
-    EXPECT_EQ(mFile.seek(5, 1), 15);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
+    EXPECT_EQ(mFile.seek(4, File::FROM_START), 4);
+    EXPECT_EQ(mFile.seek(0, File::FROM_POSITION), 4);
+    EXPECT_EQ(mFile.seek(-1, File::FROM_POSITION), 3);
+    EXPECT_EQ(mFile.seek(0, File::FROM_END), 10);
+    EXPECT_EQ(mFile.seek(-2, File::FROM_END), 8);
+    EXPECT_EQ(mFile.seek(5, File::FROM_END), 15);
     EXPECT_EQ(mFile.position(), 15);
 }
 
 TEST_F(FileInFolder, Seek_FromAnotherOrigin_IsMinusOneWithoutALine) {
-    ASSERT_EQ(mFile.open(1, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_AT_END, File::ACCESS_READ), 1);
     for (int const origin : {-1, 3, INT_MAX, INT_MIN}) {
         EXPECT_EQ(mFile.seek(0, origin), -1);
     }
@@ -650,15 +649,15 @@ TEST_F(FileInFolder, Seek_FromAnotherOrigin_IsMinusOneWithoutALine) {
 }
 
 TEST_F(FileInFolder, Seek_ThatTheSystemRefuses_SaysSoAndStays) {
-    ASSERT_EQ(mFile.open(1, 0), 1);
-    EXPECT_EQ(mFile.seek(-1, 0), -1);
+    ASSERT_EQ(mFile.open(File::OPEN_AT_END, File::ACCESS_READ), 1);
+    EXPECT_EQ(mFile.seek(-1, File::FROM_START), -1);
     EXPECT_EQ(mLog.lines(), (Lines{error("lseek64 Failed. errno[22]")}));
     EXPECT_EQ(mFile.position(), 10);
 }
 
 TEST_F(FileInFolder, ClosedFile_GivesItsFailureResultsWithoutALine) {
     char byte = 0;
-    EXPECT_EQ(mFile.seek(0, 0), -1);
+    EXPECT_EQ(mFile.seek(0, File::FROM_START), -1);
     EXPECT_EQ(mFile.position(), -1);
     EXPECT_EQ(mFile.availableSize(), -1);
     EXPECT_EQ(mFile.write(&byte, 1), -1);
@@ -668,7 +667,7 @@ TEST_F(FileInFolder, ClosedFile_GivesItsFailureResultsWithoutALine) {
 }
 
 TEST_F(FileInFolder, Position_ThatTheSystemRefuses_IsMinusOneAndSaysSo) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     HookScope const scope;
     hooks::lseek.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(mFile.position(), -1);
@@ -676,7 +675,7 @@ TEST_F(FileInFolder, Position_ThatTheSystemRefuses_IsMinusOneAndSaysSo) {
 }
 
 TEST_F(FileInFolder, Size_OfAnOpenFile_IsAskedByDescriptor) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     FileCalls calls;
     EXPECT_EQ(mFile.size(), 10);
     EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat"}));
@@ -691,7 +690,7 @@ TEST_F(FileInFolder, Size_OfAClosedFile_IsAskedByPathWithoutALock) {
 }
 
 TEST_F(FileInFolder, Size_ThatCannotBeHad_IsMinusOneAndSaysSo) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     HookScope const scope;
     hooks::fstat.failFrom(1, 0, -1, EIO);
     EXPECT_EQ(mFile.size(), -1);
@@ -702,16 +701,16 @@ TEST_F(FileInFolder, Size_ThatCannotBeHad_IsMinusOneAndSaysSo) {
 }
 
 TEST_F(FileInFolder, AvailableSize_CountsFromThePositionToTheEnd) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     long long const expected[][2] = {{0, 10}, {9, 1}, {10, 0}, {11, 0}};
     for (auto const& [position, available] : expected) {
-        mFile.seek(position, 0);
+        mFile.seek(position, File::FROM_START);
         EXPECT_EQ(mFile.availableSize(), available);
     }
 }
 
 TEST_F(FileInFolder, AvailableSize_WithoutAPosition_IsMinusOne) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     HookScope const scope;
     hooks::lseek.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(mFile.availableSize(), -1);
@@ -719,25 +718,25 @@ TEST_F(FileInFolder, AvailableSize_WithoutAPosition_IsMinusOne) {
 }
 
 TEST_F(FileInFolder, Read_GivesWhatThereIsAndThenTheEndOfFile) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     char buffer[11] = {};
     EXPECT_EQ(mFile.read(buffer, 4), 4);
     EXPECT_STREQ(buffer, "0123");
     EXPECT_EQ(mFile.read(buffer, 10), 6);
     EXPECT_STREQ(buffer, "456789");
-    EXPECT_EQ(mFile.read(buffer, 1), -3);
-    mFile.seek(5, 1);
-    EXPECT_EQ(mFile.read(buffer, 1), -3);
+    EXPECT_EQ(mFile.read(buffer, 1), File::END_OF_FILE);
+    mFile.seek(5, File::FROM_END);
+    EXPECT_EQ(mFile.read(buffer, 1), File::END_OF_FILE);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileInFolder, Read_MakesTheseCallsAndReportsNoneOfThemButTheLookAhead) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     FileCalls calls;
     char buffer[20] = {};
     EXPECT_EQ(mFile.read(buffer, 20), 10);
     EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat", "seekFile: lseek 0 1", "-: read"}));
-    EXPECT_EQ(mFile.read(buffer, 20), -3);
+    EXPECT_EQ(mFile.read(buffer, 20), File::END_OF_FILE);
     EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat", "seekFile: lseek 0 1"}));
 }
 
@@ -750,7 +749,7 @@ TEST_F(FileInFolder, Read_OfAClosedFile_SaysSo) {
 }
 
 TEST_F(FileInFolder, Read_WithWrongArguments_IsMinusOneWithoutALineOrACall) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     FileCalls calls;
     char buffer = 0;
     EXPECT_EQ(mFile.read(nullptr, 1), -1);
@@ -762,7 +761,7 @@ TEST_F(FileInFolder, Read_WithWrongArguments_IsMinusOneWithoutALineOrACall) {
 }
 
 TEST_F(FileInFolder, Read_TakesTheLargestSignedLength) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     HookScope const scope;
     hooks::read.replace([](int, void*, size_t length) -> ssize_t { return length == INT_MAX ? 7 : -1; });
     char buffer = 0;
@@ -770,7 +769,7 @@ TEST_F(FileInFolder, Read_TakesTheLargestSignedLength) {
 }
 
 TEST_F(FileInFolder, Read_WithoutASize_SaysSoAfterTheLinesOfTheSize) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     HookScope const scope;
     hooks::fstat.failFrom(1, 1, -1, EIO);
     char buffer = 0;
@@ -780,7 +779,7 @@ TEST_F(FileInFolder, Read_WithoutASize_SaysSoAfterTheLinesOfTheSize) {
 }
 
 TEST_F(FileInFolder, Read_WithoutAPosition_SaysSo) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     HookScope const scope;
     hooks::lseek.failFrom(1, 1, -1, EIO);
     char buffer = 0;
@@ -790,7 +789,7 @@ TEST_F(FileInFolder, Read_WithoutAPosition_SaysSo) {
 }
 
 TEST_F(FileInFolder, Read_ThatTheSystemRefuses_SaysSoAndIsNotRepeated) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     for (int const reason : {EINTR, EIO}) {
         mLog.clear();
         HookScope const scope;
@@ -804,14 +803,14 @@ TEST_F(FileInFolder, Read_ThatTheSystemRefuses_SaysSoAndIsNotRepeated) {
 }
 
 TEST_F(FileInFolder, Read_OfAFileOpenedToWrite_IsRefusedByTheSystem) {
-    ASSERT_EQ(mFile.open(0, 1), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     char buffer = 0;
     EXPECT_EQ(mFile.read(&buffer, 1), -1);
     EXPECT_EQ(mLog.count(error("ReadFile Failed. errno[9]")), 1U);
 }
 
 TEST_F(FileInFolder, Read_ThatComesShort_GivesWhatCame) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     HookScope const scope;
     hooks::read.replace(
         [](int descriptor, void* out, size_t) { return hooks::read.real(descriptor, out, 3); });
@@ -821,7 +820,7 @@ TEST_F(FileInFolder, Read_ThatComesShort_GivesWhatCame) {
 }
 
 TEST_F(FileInFolder, Write_MakesTheseCallsInThisOrder) {
-    ASSERT_EQ(mFile.open(1, 1), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_AT_END, File::ACCESS_WRITE), 1);
     FileCalls calls;
     EXPECT_EQ(mFile.write("abc", 3), 3);
     EXPECT_EQ(calls.take(),
@@ -832,7 +831,7 @@ TEST_F(FileInFolder, Write_MakesTheseCallsInThisOrder) {
 }
 
 TEST_F(FileInFolder, Write_OfNothing_WidensTheFolderAndSaysThatItFailed) {
-    ASSERT_EQ(mFile.open(0, 1), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     FileCalls calls;
     EXPECT_EQ(mFile.write("x", 0), -1);
     EXPECT_EQ(mFile.write(nullptr, 1), -1);
@@ -845,7 +844,7 @@ TEST_F(FileInFolder, Write_OfNothing_WidensTheFolderAndSaysThatItFailed) {
 }
 
 TEST_F(FileInFolder, Write_ThatTheSystemRefuses_SaysSoAndPutsTheFolderBack) {
-    ASSERT_EQ(mFile.open(0, 1), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     for (int const reason : {EINTR, EIO, ENOSPC}) {
         mLog.clear();
         FileCalls calls;
@@ -859,7 +858,7 @@ TEST_F(FileInFolder, Write_ThatTheSystemRefuses_SaysSoAndPutsTheFolderBack) {
 }
 
 TEST_F(FileInFolder, Write_ToAFullDisk_GivesWhatWentInAndThenSaysThatNoMoreDoes) {
-    ASSERT_EQ(mFile.open(2, 1), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_EMPTY, File::ACCESS_WRITE), 1);
     HookScope const scope;
     hooks::write.replace([](int descriptor, void const* data, size_t) -> ssize_t {
         if (lseek(descriptor, 0, SEEK_CUR) != 0) {
@@ -879,22 +878,22 @@ TEST_F(FileInFolder, Write_ToAFullDisk_GivesWhatWentInAndThenSaysThatNoMoreDoes)
 
 TEST_F(FileInFolder, Write_ToADeviceThatIsAlwaysFull_SaysSo) {
     ASSERT_EQ(symlink("/dev/full", "full"), 0);
-    File file("full", UTF8);
-    ASSERT_EQ(file.open(0, 1), 1);
+    File file("full", File::TEXT_UTF8);
+    ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     EXPECT_EQ(file.write("x", 1), -1);
     EXPECT_EQ(mLog.lines(),
               (Lines{error("WriteFile Failed. errno[28]"), error("writeFile Failed. Path:full")}));
 }
 
 TEST_F(FileInFolder, Write_ToAFileOpenedToRead_IsRefusedByTheSystem) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     EXPECT_EQ(mFile.write("x", 1), -1);
     EXPECT_EQ(mLog.lines(),
               (Lines{error("WriteFile Failed. errno[9]"), error("writeFile Failed. Path:folder/f")}));
 }
 
 TEST_F(FileInFolder, Write_WhoseFolderCannotBeWidened_GoesOnAndPutsNothingBack) {
-    ASSERT_EQ(mFile.open(0, 1), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     FileCalls calls;
     hooks::chmod.failFrom(1, 0, -1, EPERM);
     EXPECT_EQ(mFile.write("abc", 3), 3);
@@ -903,7 +902,7 @@ TEST_F(FileInFolder, Write_WhoseFolderCannotBeWidened_GoesOnAndPutsNothingBack) 
 }
 
 TEST_F(FileInFolder, Write_WhoseFolderIsGone_SaysSoAtTheLowestLevelAndGoesOn) {
-    ASSERT_EQ(mFile.open(0, 1), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     ASSERT_EQ(rename("folder", "gone"), 0);
     EXPECT_EQ(mFile.write("abc", 3), 3);
     EXPECT_EQ(mLog.lines(),
@@ -913,7 +912,7 @@ TEST_F(FileInFolder, Write_WhoseFolderIsGone_SaysSoAtTheLowestLevelAndGoesOn) {
 }
 
 TEST_F(FileInFolder, Write_ToAFileThatIsGone_GoesOn) {
-    ASSERT_EQ(mFile.open(0, 2), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
     ASSERT_EQ(unlink("folder/f"), 0);
     EXPECT_EQ(mFile.write("abc", 3), 3);
     EXPECT_EQ(mFile.size(), 10);
@@ -921,17 +920,17 @@ TEST_F(FileInFolder, Write_ToAFileThatIsGone_GoesOn) {
 }
 
 TEST_F(FileInFolder, Read_OfAFileThatWasCutMeanwhile_IsAtTheEndOfFile) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
-    mFile.seek(5, 0);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
+    mFile.seek(5, File::FROM_START);
     ASSERT_EQ(truncate("folder/f", 3), 0);
     char buffer = 0;
-    EXPECT_EQ(mFile.read(&buffer, 1), -3);
+    EXPECT_EQ(mFile.read(&buffer, 1), File::END_OF_FILE);
     EXPECT_EQ(mFile.availableSize(), 0);
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileInFolder, Read_OfAFileThatIsCutBehindTheLookAhead_Gives0) {
-    ASSERT_EQ(mFile.open(0, 0), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     HookScope const scope;
     hooks::read.replace([](int descriptor, void* out, size_t length) {
         EXPECT_EQ(truncate("folder/f", 0), 0);
@@ -942,20 +941,20 @@ TEST_F(FileInFolder, Read_OfAFileThatIsCutBehindTheLookAhead_Gives0) {
 }
 
 TEST_F(FileInFolder, Resize_EndsTheFileAtThePosition) {
-    ASSERT_EQ(mFile.open(0, 2), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
     FileCalls calls;
-    mFile.seek(4, 0);
+    mFile.seek(4, File::FROM_START);
     calls.take();
     EXPECT_EQ(mFile.resize(), 1);
     EXPECT_EQ(calls.take(), (Lines{"resize: lseek 0 1", "resize: ftruncate 4"}));
     EXPECT_EQ(contentOf("folder/f"), "0123");
-    mFile.seek(2, 1);
+    mFile.seek(2, File::FROM_END);
     EXPECT_EQ(mFile.resize(), 1);
     EXPECT_EQ(contentOf("folder/f"), std::string("0123\0\0", 6));
 }
 
 TEST_F(FileInFolder, Resize_WithoutAPosition_IsFalseWithoutALine) {
-    ASSERT_EQ(mFile.open(0, 2), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
     HookScope const scope;
     hooks::lseek.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(mFile.resize(), 0);
@@ -964,7 +963,7 @@ TEST_F(FileInFolder, Resize_WithoutAPosition_IsFalseWithoutALine) {
 }
 
 TEST_F(FileInFolder, Resize_ThatTheSystemRefuses_SaysSo) {
-    ASSERT_EQ(mFile.open(0, 2), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
     HookScope const scope;
     hooks::ftruncate.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(mFile.resize(), 0);
@@ -972,10 +971,10 @@ TEST_F(FileInFolder, Resize_ThatTheSystemRefuses_SaysSo) {
 }
 
 TEST_F(FileInFolder, ResizeToASize_LeavesThePositionWhereItWasOrAtTheNewEnd) {
-    ASSERT_EQ(mFile.open(0, 2), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
     long long const expected[][3] = {{5, 6, 5}, {5, 5, 5}, {5, 4, 4}, {2, 20, 2}, {30, 25, 25}, {3, 0, 0}};
     for (auto const& [position, size, positionBehind] : expected) {
-        mFile.seek(position, 0);
+        mFile.seek(position, File::FROM_START);
         EXPECT_EQ(mFile.resize(static_cast<unsigned long long>(size)), 1);
         EXPECT_EQ(mFile.position(), positionBehind);
         EXPECT_EQ(mFile.size(), size);
@@ -984,12 +983,12 @@ TEST_F(FileInFolder, ResizeToASize_LeavesThePositionWhereItWasOrAtTheNewEnd) {
 }
 
 TEST_F(FileInFolder, ResizeToASize_MakesTheseCallsInThisOrder) {
-    ASSERT_EQ(mFile.open(0, 2), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
     FileCalls calls;
     EXPECT_EQ(mFile.resize(20), 1);
     EXPECT_EQ(calls.take(), (Lines{"seekFile: lseek 0 1", "seekFile: lseek 20 0", "resize: lseek 0 1",
                                    "resize: ftruncate 20", "seekFile: lseek 0 0"}));
-    mFile.seek(0, 1);
+    mFile.seek(0, File::FROM_END);
     calls.take();
     EXPECT_EQ(mFile.resize(20), 1);
     EXPECT_EQ(calls.take(), (Lines{"seekFile: lseek 0 1", "seekFile: lseek 20 0", "resize: lseek 0 1",
@@ -997,7 +996,7 @@ TEST_F(FileInFolder, ResizeToASize_MakesTheseCallsInThisOrder) {
 }
 
 TEST_F(FileInFolder, ResizeToASize_ThatFails_PutsThePositionBack) {
-    ASSERT_EQ(mFile.open(1, 2), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_AT_END, File::ACCESS_READ_WRITE), 1);
     HookScope const scope;
     hooks::ftruncate.failFrom(1, 0, -1, EFBIG);
     EXPECT_EQ(mFile.resize(4), 0);
@@ -1009,7 +1008,7 @@ TEST_F(FileInFolder, ResizeToASize_ThatFails_PutsThePositionBack) {
 }
 
 TEST_F(FileInFolder, ResizeToASize_WithAnyFailingSeek_IsFalse) {
-    ASSERT_EQ(mFile.open(0, 2), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
     for (unsigned int failing = 1; failing <= 4; ++failing) {
         mLog.clear();
         HookScope const scope;
@@ -1022,7 +1021,7 @@ TEST_F(FileInFolder, ResizeToASize_WithAnyFailingSeek_IsFalse) {
 
 TEST_F(FileInFolder, ResizeToASize_WhoseSeekBackFails_LeavesThePositionAtTheNewSize) {
     for (bool const isResized : {true, false}) {
-        ASSERT_EQ(mFile.open(0, 2), 1);
+        ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
         mLog.clear();
         HookScope const scope;
         hooks::lseek.failFrom(4, 1, -1, EIO);
@@ -1040,7 +1039,7 @@ TEST_F(FileInFolder, ResizeToASize_WhoseSeekBackFails_LeavesThePositionAtTheNewS
 }
 
 TEST_F(FileInFolder, ResizeToASize_BeyondAllOffsets_IsFalse) {
-    ASSERT_EQ(mFile.open(0, 2), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
     EXPECT_EQ(mFile.resize(0x8000000000000000ULL), 0);
     EXPECT_EQ(mFile.resize(~0ULL), 0);
     EXPECT_EQ(mFile.size(), 10);
@@ -1050,23 +1049,23 @@ TEST_F(FileInFolder, ResizeToASize_BeyondAllOffsets_IsFalse) {
 
 TEST_F(FileInFolder, FileBeyond4GiB_IsSoughtReadWrittenAndResized) {
     constexpr long long FAR = (5LL << 30) + 3;
-    ASSERT_EQ(mFile.open(2, 2), 1);
-    EXPECT_EQ(mFile.seek(FAR, 0), FAR);
+    ASSERT_EQ(mFile.open(File::OPEN_EMPTY, File::ACCESS_READ_WRITE), 1);
+    EXPECT_EQ(mFile.seek(FAR, File::FROM_START), FAR);
     EXPECT_EQ(mFile.write("far", 3), 3);
     EXPECT_EQ(mFile.position(), FAR + 3);
     EXPECT_EQ(mFile.size(), FAR + 3);
-    EXPECT_EQ(mFile.seek(-3, 1), FAR);
+    EXPECT_EQ(mFile.seek(-3, File::FROM_END), FAR);
     EXPECT_EQ(mFile.availableSize(), 3);
     char buffer[4] = {};
     EXPECT_EQ(mFile.read(buffer, 4), 3);
     EXPECT_STREQ(buffer, "far");
-    EXPECT_EQ(mFile.seek(0, 0), 0);
+    EXPECT_EQ(mFile.seek(0, File::FROM_START), 0);
     EXPECT_EQ(mFile.availableSize(), FAR + 3);
     EXPECT_EQ(mFile.resize(static_cast<unsigned long long>(FAR) + 100), 1);
     EXPECT_EQ(mFile.size(), FAR + 100);
     EXPECT_EQ(mFile.close(), 1);
     EXPECT_EQ(mFile.size(), FAR + 100);
-    ASSERT_EQ(mFile.open(1, 1), 1);
+    ASSERT_EQ(mFile.open(File::OPEN_AT_END, File::ACCESS_WRITE), 1);
     EXPECT_EQ(mFile.position(), FAR + 100);
     EXPECT_EQ(mFile.resize(1ULL << 32), 1);
     EXPECT_EQ(mFile.size(), 1LL << 32);
@@ -1075,8 +1074,8 @@ TEST_F(FileInFolder, FileBeyond4GiB_IsSoughtReadWrittenAndResized) {
 
 TEST_F(FileInFolder, Write_OfAPathWithPercentSigns_NamesItToTheLetter) {
     putFolder("folder/%s%d");
-    File file("folder/%s%d/%n%%", UTF8);
-    ASSERT_EQ(file.open(0, 1), 1);
+    File file("folder/%s%d/%n%%", File::TEXT_UTF8);
+    ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     EXPECT_EQ(file.write("x", 0), -1);
     ASSERT_EQ(mLog.lines().size(), 1U);
     // The sinks of the log take two percent signs for one.
@@ -1147,8 +1146,8 @@ void failEachCallOfOpening(char const* name, HOOK& hook, RESULT result, int reas
         unsigned int const descriptors = openDescriptors();
         hook.failFrom(failing, 1, result, reason);
         {
-            File file("folder/f", UTF8);
-            int const isOpen = file.open(1, 2);
+            File file("folder/f", File::TEXT_UTF8);
+            int const isOpen = file.open(File::OPEN_AT_END, File::ACCESS_READ_WRITE);
             EXPECT_EQ(file.isOpened(), isOpen);
         }
         isThrough = hook.calls() < failing;
@@ -1172,14 +1171,14 @@ TEST_F(FileInFolder, Open_WithAnyCallFailing_LeavesNoDescriptorTheContentAndTheF
 TEST_F(FileInFolder, OpenToWrite_WhoseFolderCannotBePutBack_LeavesItWidened) {
     HookScope const scope;
     hooks::chmod.failFrom(2, 1, -1, EPERM);
-    EXPECT_EQ(mFile.open(0, 1), 1);
+    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     EXPECT_EQ(permissions("folder"), 0777);
     EXPECT_EQ(mLog.lines(), Lines());
     chmod("folder", 0755);
 }
 
 TEST(FileFields, StandInTheirOrder) {
-    File const file("p", 3);
+    File const file("p", File::TEXT_UTF16_LITTLE);
     constexpr std::size_t PATH = sizeof(void*);
     constexpr std::size_t HANDLE = PATH + sizeof(utl::BasicString<char>);
     constexpr std::size_t TEXT_TYPE = HANDLE + sizeof(utl::SmartHandle<utl::DestructCloseFile>);
@@ -1192,6 +1191,36 @@ TEST(FileFields, TheDestructorIsTheOnlyVirtualOperation) {
     EXPECT_TRUE(std::has_virtual_destructor_v<File::AutoClose>);
     EXPECT_FALSE(std::is_copy_constructible_v<File>);
     EXPECT_FALSE(std::is_copy_assignable_v<File>);
+}
+
+TEST(FileNames, AreTheNumbersThatCallersPassAndGet) {
+    static_assert(File::OPEN_KEEP == 0 && File::OPEN_AT_END == 1 && File::OPEN_EMPTY == 2);
+    static_assert(File::ACCESS_READ == 0 && File::ACCESS_WRITE == 1 && File::ACCESS_READ_WRITE == 2);
+    static_assert(File::FROM_START == 0 && File::FROM_END == 1 && File::FROM_POSITION == 2);
+    static_assert(File::TEXT_SJIS == 0 && File::TEXT_UTF8 == 1);
+    static_assert(File::TEXT_UTF16_BIG == 2 && File::TEXT_UTF16_LITTLE == 3);
+    static_assert(File::TEXT_BYTES_MAX == 5119);
+    static_assert(File::END_OF_FILE == -3 && File::KEY_NOT_FOUND == -2);
+    static_assert(File::KEY_FROM_POSITION == 0xFFFFFFFFFFFFFFFEULL);
+    static_assert(File::AT_KEY == 0 && File::AFTER_KEY == 1);
+    static_assert(File::CHILD_FILES == 0 && File::CHILD_FOLDERS == 1 && File::CHILD_FILES_AND_FOLDERS == 2);
+    static_assert(File::WITH_EXTENSION == 0 && File::WITHOUT_EXTENSION == 1);
+    static_assert(File::PATH_ONLY == 0 && File::RECURSIVE == 1);
+    static_assert(File::KEEP_EXISTING == 0 && File::OVERWRITE_EXISTING == 1);
+    static_assert(File::KEEP_READ_ONLY == 0 && File::ERASE_READ_ONLY == 1);
+}
+
+TEST(FileTraits, WhatMakesNoSystemCallNeverThrows) {
+    static_assert(noexcept(std::declval<File const&>().isOpened()));
+    static_assert(noexcept(std::declval<File&>().flush()));
+    static_assert(noexcept(std::declval<File&>().setTextType(0)));
+    static_assert(noexcept(std::declval<File const&>().getPath()));
+    static_assert(std::is_nothrow_constructible_v<File::AutoClose, File&>);
+}
+
+TEST(FileTraits, AutoClose_IsNotCopied) {
+    static_assert(!std::is_copy_constructible_v<File::AutoClose>);
+    static_assert(!std::is_copy_assignable_v<File::AutoClose>);
 }
 
 }  // namespace

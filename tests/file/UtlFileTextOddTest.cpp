@@ -26,19 +26,15 @@ using utltest::Buffer;
 using utltest::contentOf;
 using utltest::encoded;
 using HookScope = utltest::OwnHookScope;
-using utltest::SJIS;
 using utltest::TextRead;
 using utltest::UNTOUCHED;
-using utltest::UTF16_BIG;
-using utltest::UTF16_LITTLE;
-using utltest::UTF8;
 namespace hooks = utltest::hooks;
 
 using FileText = utltest::TextInFolder;
 
-constexpr int TYPES[] = {SJIS, UTF8, UTF16_BIG, UTF16_LITTLE};
-constexpr int TYPES_OF_UNITS[] = {UTF16_BIG, UTF16_LITTLE};
-constexpr unsigned long long HERE = 0xFFFFFFFFFFFFFFFEULL;
+constexpr int TYPES[] = {utl::File::TEXT_SJIS, utl::File::TEXT_UTF8, utl::File::TEXT_UTF16_BIG,
+                         utl::File::TEXT_UTF16_LITTLE};
+constexpr int TYPES_OF_UNITS[] = {utl::File::TEXT_UTF16_BIG, utl::File::TEXT_UTF16_LITTLE};
 constexpr unsigned long long ANYWHERE = 0xFFFFFFFFFFFFFFFFULL;
 
 char const BOM[] = "\xEF\xBB\xBF";
@@ -79,7 +75,8 @@ Step stepOf(unsigned int bytes, unsigned int code) {
 Step stepInUtf16(std::string const& rest, int textType) {
     unsigned int const first = static_cast<unsigned char>(rest[0]);
     unsigned int const second = static_cast<unsigned char>(rest[1]);
-    unsigned int const code = textType == UTF16_BIG ? first << 8 | second : second << 8 | first;
+    unsigned int const code =
+        textType == utl::File::TEXT_UTF16_BIG ? first << 8 | second : second << 8 | first;
     return code == 0xFEFF || code == 0xFFFE ? Step{2, Step::NONE} : stepOf(2, code);
 }
 
@@ -103,14 +100,14 @@ Step stepInSjis(std::string const& rest) {
 
 /// The end of the line by a walk from one character to the next.
 LineEnd walked(std::string const& content, unsigned int from, int textType) {
-    unsigned int const unit = textType >= UTF16_BIG ? 2 : 1;
+    unsigned int const unit = textType >= utl::File::TEXT_UTF16_BIG ? 2 : 1;
     unsigned int total = 0;
     unsigned int pending = 0;
     while (from + total + unit <= content.size()) {
         std::string const rest = content.substr(from + total, 6);
-        Step const step = textType >= UTF16_BIG ? stepInUtf16(rest, textType)
-                          : textType == UTF8    ? stepInUtf8(rest)
-                                                : stepInSjis(rest);
+        Step const step = textType >= utl::File::TEXT_UTF16_BIG ? stepInUtf16(rest, textType)
+                          : textType == utl::File::TEXT_UTF8    ? stepInUtf8(rest)
+                                                                : stepInSjis(rest);
         total += step.bytes;
         if (step.what == Step::LINE_FEED) {
             pending += step.bytes;
@@ -125,14 +122,14 @@ LineEnd walked(std::string const& content, unsigned int from, int textType) {
 
 /// Pieces of text that meet badly: line ends, marks, characters, halves of them, and a zero byte.
 std::vector<std::string> piecesOf(int textType) {
-    if (textType == UTF8) {
+    if (textType == utl::File::TEXT_UTF8) {
         return {"\r",           "\n",       "\r\n",         "a",
                 "ab",           BOM,        "\xE3\x81\x82", "\xE3\x81",
                 "\xE3",         "\x82",     "\xC2\xA0",     "\xF0\x9F\x8D\xA3",
                 "\xF0\x9F\x8D", "\xC0\x8A", "\xFF",         std::string(1, '\0'),
                 "\xEF\xBB"};
     }
-    if (textType == SJIS) {
+    if (textType == utl::File::TEXT_SJIS) {
         return {"\r",   "\n",   "\r\n", "a",    "ab",       "\x82\xA0",           "\x83\x5C", "\x95\x5C",
                 "\xB1", "\x80", "\xA0", "\xFD", "\xEF\xFC", std::string(1, '\0'), "\x82"};
     }
@@ -142,7 +139,8 @@ std::vector<std::string> piecesOf(int textType) {
                                     0x0D00U, 0x010AU, 0x0000U, 0xD83CU, 0xFFFFU, 0x3042U}) {
         char const high = static_cast<char>(code >> 8);
         char const low = static_cast<char>(code & 0xFF);
-        pieces.push_back(textType == UTF16_BIG ? std::string{high, low} : std::string{low, high});
+        pieces.push_back(textType == utl::File::TEXT_UTF16_BIG ? std::string{high, low}
+                                                               : std::string{low, high});
     }
     return pieces;
 }
@@ -159,7 +157,7 @@ TEST_F(FileText, FindNextLineSize_AgreesWithAWalkFromCharacterToCharacter_ForAny
             content += random() % 4 == 0 ? "\r" : "";
             utl::File& file = reading(content, textType);
             unsigned int const from = random() % 3 == 0 ? static_cast<unsigned int>(random() % 3) : 0;
-            file.seek(from, 0);
+            file.seek(from, utl::File::FROM_START);
             EXPECT_EQ(foundIn(file), walked(content, from, textType))
                 << testing::PrintToString(content) << " from " << from << " as " << textType;
         }
@@ -169,7 +167,7 @@ TEST_F(FileText, FindNextLineSize_AgreesWithAWalkFromCharacterToCharacter_ForAny
 
 TEST_F(FileText, FindNextLineSize_AgreesWithAWalkFromCharacterToCharacter_AroundEveryPowerOfTwo) {
     for (int const textType : TYPES) {
-        unsigned int const unit = textType >= UTF16_BIG ? 2 : 1;
+        unsigned int const unit = textType >= utl::File::TEXT_UTF16_BIG ? 2 : 1;
         std::string const filler = encoded(std::string(8192, 'x'), textType);
         for (std::string const& piece : piecesOf(textType)) {
             std::string const tail = encoded("\r", textType) + piece + encoded("\r\r\n", textType) + "z";
@@ -202,10 +200,10 @@ constexpr Character CHARACTERS[] = {{"a", "a", 'a'},
 std::string inType(Character const& character, int textType) {
     char const high = static_cast<char>(character.utf16 >> 8);
     char const low = static_cast<char>(character.utf16 & 0xFF);
-    return textType == SJIS        ? character.sjis
-           : textType == UTF8      ? character.utf8
-           : textType == UTF16_BIG ? std::string{high, low}
-                                   : std::string{low, high};
+    return textType == utl::File::TEXT_SJIS        ? character.sjis
+           : textType == utl::File::TEXT_UTF8      ? character.utf8
+           : textType == utl::File::TEXT_UTF16_BIG ? std::string{high, low}
+                                                   : std::string{low, high};
 }
 
 TEST_F(FileText, ReadLine_GivesTheSameLinesInEveryEncoding) {
@@ -234,13 +232,13 @@ TEST_F(FileText, ReadLine_GivesTheSameLinesInEveryEncoding) {
             ASSERT_EQ(read.text, lines[line]) << line << " as " << textType;
             ASSERT_EQ(read.length, lines[line].size() + 1);
         }
-        EXPECT_EQ(readLine(file).result, -3);
+        EXPECT_EQ(readLine(file).result, utl::File::END_OF_FILE);
     }
 }
 
 TEST_F(FileText, ReadLine_TakesALineThatFitsTheBufferWithTheTerminatorOfTheFileAndNoLongerOne) {
     for (int const textType : TYPES) {
-        unsigned int const unit = textType >= UTF16_BIG ? 2 : 1;
+        unsigned int const unit = textType >= utl::File::TEXT_UTF16_BIG ? 2 : 1;
         for (unsigned int size = 5112; size <= 5124; size += unit) {
             utl::File& file = reading(encoded(std::string(size / unit, 'l') + "\nnext", textType), textType);
             bool const isText = size <= 5119;
@@ -262,7 +260,7 @@ TEST_F(FileText, ReadLine_TakesALineThatFitsTheBufferWithTheTerminatorOfTheFileA
 
 TEST_F(FileText, ReadText_RefusesFromExactlyTheLengthAndTheBufferSizeThatAreTooMuchAndTooLittle) {
     for (int const textType : TYPES) {
-        unsigned int const unit = textType >= UTF16_BIG ? 2 : 1;
+        unsigned int const unit = textType >= utl::File::TEXT_UTF16_BIG ? 2 : 1;
         utl::File& file = reading(encoded(std::string(6000, 't'), textType), textType);
         for (unsigned int const length : {1U, 2U, 5117U, 5118U, 5119U, 5120U, 5121U, 0x80000001U, ~0U}) {
             unsigned int const count = length - length % unit;
@@ -270,7 +268,7 @@ TEST_F(FileText, ReadText_RefusesFromExactlyTheLengthAndTheBufferSizeThatAreTooM
             TextRead const refused = {-1, "~", UNTOUCHED, 0};
             TextRead const all = {static_cast<int>(count), std::string(count % 8192 / unit, 't'),
                                   count / unit + 1, count};
-            file.seek(0, 0);
+            file.seek(0, utl::File::FROM_START);
             EXPECT_EQ(readText(file, length, count % 8192 + unit - 1), refused)
                 << length << " as " << textType;
             EXPECT_EQ(readText(file, length, count % 8192 + unit), isRead ? all : refused)
@@ -284,7 +282,7 @@ TEST_F(FileText, ReadText_LeavesTheBytesInFrontOfTheOffsetAlone_WhateverTheyAre)
         utl::File& file = reading(
             "\xE3\x81\x82"
             "b",
-            UTF8);
+            utl::File::TEXT_UTF8);
         Buffer const buffer(2 + 4 + 1);
         std::memcpy(buffer.get(), prefix.data(), 2);
         unsigned int outputLength = UNTOUCHED;
@@ -299,14 +297,14 @@ TEST_F(FileText, ReadText_LeavesTheBytesInFrontOfTheOffsetAlone_WhateverTheyAre)
 
 TEST_F(FileText, ReadText_LeavesOutOneMarkAtTheFrontOfEachReadAndNoOther) {
     std::string const mark = BOM;
-    utl::File& file = reading(mark + mark + "ab" + mark + "c", UTF8);
+    utl::File& file = reading(mark + mark + "ab" + mark + "c", utl::File::TEXT_UTF8);
     EXPECT_EQ(readText(file, 6), (TextRead{6, mark, 4, 6}));
     EXPECT_EQ(readText(file, 2), (TextRead{2, "ab", 3, 8}));
     EXPECT_EQ(readText(file, 3), (TextRead{3, "", 1, 11}));
-    file.seek(7, 0);
+    file.seek(7, utl::File::FROM_START);
     EXPECT_EQ(readText(file, 5), (TextRead{5, "b" + mark + "c", 6, 12}));
     // Less than the whole mark is no mark, but half a character.
-    file.seek(0, 0);
+    file.seek(0, utl::File::FROM_START);
     EXPECT_EQ(readText(file, 2), (TextRead{-1, "~", UNTOUCHED, 2}));
     EXPECT_EQ(readText(file, 1), (TextRead{-1, "~", UNTOUCHED, 3}));
 }
@@ -344,7 +342,7 @@ TEST_F(FileText, ReadLine_WhoseNthSystemCallFails_GivesMinusOneWithALineAndTheNe
         for (int kind = 0; kind < 3; ++kind) {
             bool isThrough = false;
             for (unsigned int n = 1; !isThrough && n < 200; ++n) {
-                file.seek(0, 0);
+                file.seek(0, utl::File::FROM_START);
                 mLog.clear();
                 unsigned int outputLength = UNTOUCHED;
                 Buffer const buffer(100);
@@ -353,7 +351,7 @@ TEST_F(FileText, ReadLine_WhoseNthSystemCallFails_GivesMinusOneWithALineAndTheNe
                 isThrough = result != -1;
                 EXPECT_EQ(mLog.lines().empty(), isThrough) << kind << ", " << n;
                 EXPECT_EQ(outputLength, isThrough ? line.length : UNTOUCHED);
-                file.seek(0, 0);
+                file.seek(0, utl::File::FROM_START);
                 EXPECT_EQ(readLine(file), line);
             }
             EXPECT_TRUE(isThrough);
@@ -374,7 +372,7 @@ void inAnotherProcess(WORK work) {
 }
 
 TEST_F(FileText, ReadLine_GivesWhatTheFileHoldsNow_AlsoBehindTheEndAndInsideWhatAnEarlierSearchSaw) {
-    utl::File& file = reading("one\ntwo\nthree\n", UTF8);
+    utl::File& file = reading("one\ntwo\nthree\n", utl::File::TEXT_UTF8);
     EXPECT_EQ(readLine(file).text, "one");
     inAnotherProcess([] {
         int const other = open("text", O_WRONLY);
@@ -382,13 +380,13 @@ TEST_F(FileText, ReadLine_GivesWhatTheFileHoldsNow_AlsoBehindTheEndAndInsideWhat
     });
     EXPECT_EQ(readLine(file), (TextRead{1, "T", 2, 7}));
     EXPECT_EQ(readLine(file), (TextRead{1, "O", 2, 8}));
-    EXPECT_EQ(readLine(file), (TextRead{-3, "~", UNTOUCHED, 8}));
+    EXPECT_EQ(readLine(file), (TextRead{utl::File::END_OF_FILE, "~", UNTOUCHED, 8}));
     inAnotherProcess([] { return write(open("text", O_WRONLY | O_APPEND), "more", 4) == 4; });
     EXPECT_EQ(readLine(file), (TextRead{4, "more", 5, 12}));
     inAnotherProcess([] { return truncate("text", 2) == 0; });
-    EXPECT_EQ(readLine(file), (TextRead{-3, "~", UNTOUCHED, 12}));
+    EXPECT_EQ(readLine(file), (TextRead{utl::File::END_OF_FILE, "~", UNTOUCHED, 12}));
     EXPECT_EQ(file.nextEOLSize(), 0);
-    EXPECT_EQ(file.seekKey("e", 0, ANYWHERE, 0), -2);
+    EXPECT_EQ(file.seekKey("e", 0, ANYWHERE, utl::File::AT_KEY), utl::File::KEY_NOT_FOUND);
 }
 
 ssize_t readTwoAtMost(int descriptor, void* buffer, size_t length) {
@@ -400,10 +398,10 @@ TEST_F(FileText, SearchesFindWhatIsThere_AlsoWhenTheSystemGivesTwoBytesAtATime) 
     for (int const textType : TYPES) {
         utl::File& file = reading(encoded("a line of text\r\n", textType) + "key", textType);
         hooks::read.replace(readTwoAtMost);
-        int const unit = textType >= UTF16_BIG ? 2 : 1;
+        int const unit = textType >= utl::File::TEXT_UTF16_BIG ? 2 : 1;
         EXPECT_EQ(foundIn(file), (LineEnd{16 * unit, static_cast<unsigned int>(14 * unit),
                                           static_cast<unsigned int>(2 * unit), 16 * unit}));
-        EXPECT_EQ(file.seekKey("key", 0, ANYWHERE, 1), 16 * unit + 3);
+        EXPECT_EQ(file.seekKey("key", 0, ANYWHERE, utl::File::AFTER_KEY), 16 * unit + 3);
         hooks::read.reset();
     }
 }
@@ -414,12 +412,12 @@ TEST_F(FileText, NextEOLSize_IsRightForEveryPairOfBytesAndStays) {
     for (int const textType : {0, 1, 2, 3, 9}) {
         for (char const first : bytes) {
             utl::File& last = reading(std::string("xyz") + first, textType);
-            last.seek(3, 0);
+            last.seek(3, utl::File::FROM_START);
             EXPECT_EQ(last.nextEOLSize(), isEnd(first) ? 1 : -1);
             EXPECT_EQ(last.position(), 3);
             for (char const second : bytes) {
                 utl::File& file = reading(std::string("x") + first + second + "\n", textType);
-                file.seek(1, 0);
+                file.seek(1, utl::File::FROM_START);
                 EXPECT_EQ(file.nextEOLSize(), first == '\r' && second == '\n' ? 2 : isEnd(first) ? 1 : -1);
                 EXPECT_EQ(file.position(), 1);
             }
@@ -458,10 +456,10 @@ TEST_F(FileText, SeekKey_AgreesWithASearchByteByByteThatNeverGoesBack) {
         unsigned int const range = static_cast<unsigned int>(random() % 26);
         int const mode = static_cast<int>(random() % 4) - 1;
         utl::File& file = reading(content, round % 4);
-        file.seek(position, 0);
+        file.seek(position, utl::File::FROM_START);
         std::vector<unsigned char> const bytes(key.begin(), key.end());
         long long const result = file.seekKey(bytes.data(), static_cast<unsigned int>(key.size()),
-                                              isHere ? HERE : start, range, mode);
+                                              isHere ? utl::File::KEY_FROM_POSITION : start, range, mode);
         EXPECT_EQ(result, searched(content, key, start, range, mode))
             << testing::PrintToString(key) << " in " << testing::PrintToString(content) << " from " << start
             << " for " << range;
@@ -476,16 +474,18 @@ TEST_F(FileText, SeekKey_FindsAKeyAcrossEveryBorder_InARangeThatEndsWithItAndInN
             unsigned int const at = border - lead;
             // Begins of the key right in front of it and at its end.
             std::string const content = std::string(at - 2, '-') + "--keykez" + "key";
-            utl::File& file = reading(content, UTF8);
-            file.seek(5, 0);
-            EXPECT_EQ(file.seekKey("kez", 5, at + 6 - 5 - 1, 0), -2);
+            utl::File& file = reading(content, utl::File::TEXT_UTF8);
+            file.seek(5, utl::File::FROM_START);
+            EXPECT_EQ(file.seekKey("kez", 5, at + 6 - 5 - 1, utl::File::AT_KEY), utl::File::KEY_NOT_FOUND);
             EXPECT_EQ(file.position(), 5);
-            EXPECT_EQ(file.seekKey("kez", 5, at + 6 - 5, 0), at + 3);
-            file.seek(5, 0);
-            EXPECT_EQ(file.seekKey("kez", HERE, at + 6 - 5 - 1, 1), -2);
-            EXPECT_EQ(file.seekKey("kez", HERE, at + 6 - 5, 1), at + 6);
-            EXPECT_EQ(file.seekKey("key", HERE, 3, 1), at + 9);
-            EXPECT_EQ(file.seekKey("ykey", 0, ANYWHERE, 0), -2);
+            EXPECT_EQ(file.seekKey("kez", 5, at + 6 - 5, utl::File::AT_KEY), at + 3);
+            file.seek(5, utl::File::FROM_START);
+            EXPECT_EQ(file.seekKey("kez", utl::File::KEY_FROM_POSITION, at + 6 - 5 - 1, utl::File::AFTER_KEY),
+                      utl::File::KEY_NOT_FOUND);
+            EXPECT_EQ(file.seekKey("kez", utl::File::KEY_FROM_POSITION, at + 6 - 5, utl::File::AFTER_KEY),
+                      at + 6);
+            EXPECT_EQ(file.seekKey("key", utl::File::KEY_FROM_POSITION, 3, utl::File::AFTER_KEY), at + 9);
+            EXPECT_EQ(file.seekKey("ykey", 0, ANYWHERE, utl::File::AT_KEY), utl::File::KEY_NOT_FOUND);
             EXPECT_EQ(file.position(), at + 9);
         }
     }
@@ -494,40 +494,43 @@ TEST_F(FileText, SeekKey_FindsAKeyAcrossEveryBorder_InARangeThatEndsWithItAndInN
 TEST_F(FileText, SeekKey_OfAKeyThatIsLongerThanAnyBlock_FindsItAtItsFirstByte) {
     std::string key(20000, 'k');
     key.back() = 'e';
-    utl::File& file = reading("--" + key + "kk", UTF8);
-    EXPECT_EQ(file.seekKey(key.c_str(), 0, ANYWHERE, 0), 2);
-    EXPECT_EQ(file.seekKey(key.c_str(), 2, 20000, 1), 20002);
-    EXPECT_EQ(file.seekKey(key.c_str(), 2, 19999, 1), -2);
-    EXPECT_EQ(file.seekKey((key + "kkk").c_str(), 2, ANYWHERE, 1), -2);
+    utl::File& file = reading("--" + key + "kk", utl::File::TEXT_UTF8);
+    EXPECT_EQ(file.seekKey(key.c_str(), 0, ANYWHERE, utl::File::AT_KEY), 2);
+    EXPECT_EQ(file.seekKey(key.c_str(), 2, 20000, utl::File::AFTER_KEY), 20002);
+    EXPECT_EQ(file.seekKey(key.c_str(), 2, 19999, utl::File::AFTER_KEY), utl::File::KEY_NOT_FOUND);
+    EXPECT_EQ(file.seekKey((key + "kkk").c_str(), 2, ANYWHERE, utl::File::AFTER_KEY),
+              utl::File::KEY_NOT_FOUND);
     EXPECT_EQ(file.position(), 20002);
 }
 
 TEST_F(FileText, SeekKey_FromAStartThatIsNoPosition_FailsOrFindsNothingAndStays) {
-    utl::File& file = reading("key", UTF8);
-    file.seek(1, 0);
+    utl::File& file = reading("key", utl::File::TEXT_UTF8);
+    file.seek(1, utl::File::FROM_START);
     for (unsigned long long const start : {3ULL, 4ULL, 0x100000000ULL, 0x100000001ULL}) {
-        EXPECT_EQ(file.seekKey("k", start, ANYWHERE, 1), -2) << start;
+        EXPECT_EQ(file.seekKey("k", start, ANYWHERE, utl::File::AFTER_KEY), utl::File::KEY_NOT_FOUND)
+            << start;
         EXPECT_EQ(file.position(), 1);
     }
     EXPECT_EQ(mLog.lines(), std::vector<std::string>());
-    for (unsigned long long const start : {0x8000000000000000ULL, HERE - 1, ANYWHERE}) {
-        EXPECT_EQ(file.seekKey("k", start, 3, 1), -1) << start;
+    for (unsigned long long const start :
+         {0x8000000000000000ULL, utl::File::KEY_FROM_POSITION - 1, ANYWHERE}) {
+        EXPECT_EQ(file.seekKey("k", start, 3, utl::File::AFTER_KEY), -1) << start;
         EXPECT_EQ(file.position(), 1);
         EXPECT_EQ(mLog.count(error("lseek64 Failed. errno[22]")), 1U);
         mLog.clear();
     }
-    EXPECT_EQ(file.seekKey("y", HERE, 2, 0), 2);
+    EXPECT_EQ(file.seekKey("y", utl::File::KEY_FROM_POSITION, 2, utl::File::AT_KEY), 2);
 }
 
 TEST_F(FileText, SeekKey_WhoseNthSystemCallFails_GivesMinusOneWithALineAndStays) {
-    utl::File& file = reading(std::string(30, '-') + "key", UTF8);
+    utl::File& file = reading(std::string(30, '-') + "key", utl::File::TEXT_UTF8);
     for (int kind = 0; kind < 3; ++kind) {
         bool isThrough = false;
         for (unsigned int n = 1; !isThrough && n < 200; ++n) {
-            file.seek(3, 0);
+            file.seek(3, utl::File::FROM_START);
             mLog.clear();
-            long long const result =
-                withNthFailing(kind, n, [&] { return file.seekKey("key", 1, ANYWHERE, 1); });
+            long long const result = withNthFailing(
+                kind, n, [&] { return file.seekKey("key", 1, ANYWHERE, utl::File::AFTER_KEY); });
             isThrough = result == 33;
             EXPECT_EQ(result, isThrough ? 33 : -1);
             EXPECT_EQ(mLog.lines().empty(), isThrough) << kind << ", " << n;
@@ -540,20 +543,23 @@ TEST_F(FileText, SeekKey_WhoseNthSystemCallFails_GivesMinusOneWithALineAndStays)
 
 TEST_F(FileText, LinesAndKeysAreFoundAcrossFourGibibytes) {
     for (long long const border : {0x80000000LL, 0x100000000LL}) {
-        utl::File& file = writing("", UTF8);
-        ASSERT_EQ(file.seek(border - 4, 0), border - 4);
+        utl::File& file = writing("", utl::File::TEXT_UTF8);
+        ASSERT_EQ(file.seek(border - 4, utl::File::FROM_START), border - 4);
         std::string const text = "\nab\r\n\xE3\x81\x82\nkey";
         ASSERT_EQ(file.write(text.data(), static_cast<unsigned int>(text.size())),
                   static_cast<int>(text.size()));
-        file.seek(border - 3, 0);
+        file.seek(border - 3, utl::File::FROM_START);
         EXPECT_EQ(file.nextEOLSize(), -1);
         EXPECT_EQ(readLine(file), (TextRead{2, "ab", 3, border + 1}));
         EXPECT_EQ(readLine(file), (TextRead{3, "\xE3\x81\x82", 4, border + 5}));
-        EXPECT_EQ(file.seekKey("b\r\n", static_cast<unsigned long long>(border - 4), 5, 0), border - 2);
-        EXPECT_EQ(file.seekKey("key", static_cast<unsigned long long>(border - 4), 0x100000000ULL + 6, 1),
+        EXPECT_EQ(file.seekKey("b\r\n", static_cast<unsigned long long>(border - 4), 5, utl::File::AT_KEY),
+                  border - 2);
+        EXPECT_EQ(file.seekKey("key", static_cast<unsigned long long>(border - 4), 0x100000000ULL + 6,
+                               utl::File::AFTER_KEY),
                   border + 8);
-        EXPECT_EQ(file.seekKey("key", static_cast<unsigned long long>(border - 4), 11, 1), -2);
-        EXPECT_EQ(readText(file, 9), (TextRead{-3, "~", UNTOUCHED, border + 8}));
+        EXPECT_EQ(file.seekKey("key", static_cast<unsigned long long>(border - 4), 11, utl::File::AFTER_KEY),
+                  utl::File::KEY_NOT_FOUND);
+        EXPECT_EQ(readText(file, 9), (TextRead{utl::File::END_OF_FILE, "~", UNTOUCHED, border + 8}));
     }
 }
 
@@ -564,7 +570,7 @@ struct Written {
 };
 
 Written writtenOf(std::string const& text, unsigned int length, unsigned int offset, int textType) {
-    unsigned int const unit = textType == UTF8 ? 1 : 2;
+    unsigned int const unit = textType == utl::File::TEXT_UTF8 ? 1 : 2;
     std::string const rest = text.substr(offset);
     unsigned int const limit = static_cast<unsigned int>(rest.size()) + 1 + offset - unit;
     if (limit == 0) {
@@ -575,7 +581,8 @@ Written writtenOf(std::string const& text, unsigned int length, unsigned int off
 }
 
 TEST_F(FileText, WriteText_CountsTheRestOfAShortTextAsEver) {
-    for (int const textType : {UTF8, UTF16_BIG, UTF16_LITTLE}) {
+    for (int const textType :
+         {utl::File::TEXT_UTF8, utl::File::TEXT_UTF16_BIG, utl::File::TEXT_UTF16_LITTLE}) {
         for (unsigned int size = 0; size <= 5; ++size) {
             std::string const text = std::string("abcde").substr(0, size);
             for (unsigned int offset = 0; offset <= size; ++offset) {
@@ -596,10 +603,10 @@ TEST_F(FileText, WriteText_OfALongText_WritesTheFirst5119BytesAlsoWhereTheyEndIn
     for (int i = 0; i < 7000; ++i) {
         text += "\xE3\x81\x82";
     }
-    EXPECT_EQ(writing("", UTF8).writeText(text.c_str(), 5120, 0), -1);
-    EXPECT_EQ(writing("", UTF8).writeText(text.c_str(), 5119, 2), 5119);
+    EXPECT_EQ(writing("", utl::File::TEXT_UTF8).writeText(text.c_str(), 5120, 0), -1);
+    EXPECT_EQ(writing("", utl::File::TEXT_UTF8).writeText(text.c_str(), 5119, 2), 5119);
     EXPECT_EQ(written(), text.substr(2, 5119));
-    EXPECT_EQ(writing("", UTF16_LITTLE).writeText(text.c_str(), 5119, 3), 5119);
+    EXPECT_EQ(writing("", utl::File::TEXT_UTF16_LITTLE).writeText(text.c_str(), 5119, 3), 5119);
     std::string const bytes = written();
     EXPECT_EQ(bytes.size(), 5119U);
     EXPECT_EQ(bytes.substr(5114), "\x42\x30\x42\x30\x42");
@@ -625,15 +632,15 @@ TEST_F(FileText, WriteText_InUtf16_WritesAMarkOfItsTextAndAReferenceMarkForWhatH
     std::string const text = std::string(BOM) +
                              "\xF0\x9F\x8D\xA3"
                              "a\xE3\x81";
-    EXPECT_EQ(writing("", UTF16_BIG).writeText(text.c_str(), 5119, 0), 6);
+    EXPECT_EQ(writing("", utl::File::TEXT_UTF16_BIG).writeText(text.c_str(), 5119, 0), 6);
     EXPECT_EQ(written(), std::string("\xFE\xFF\x20\x3B\0a", 6));
     // One character, be it a mark, is not written.
-    EXPECT_EQ(writing("", UTF16_BIG).writeText(BOM, 5119, 0), 0);
+    EXPECT_EQ(writing("", utl::File::TEXT_UTF16_BIG).writeText(BOM, 5119, 0), 0);
     EXPECT_EQ(written(), "");
 }
 
 TEST_F(FileText, ALogLine_ReachesAFileBeforeItIsTakenForAFormatOnceMore) {
-    utl::File& file = writing("", UTF8);
+    utl::File& file = writing("", utl::File::TEXT_UTF8);
     rawlog(utl::LOG_TYPE_DEFAULT, utl::LOG_LEVEL_ERROR, &file, "%s", "50%% of %d %n\n");
     EXPECT_EQ(mLog.console().back(), "50% of %d %n\n");
     EXPECT_EQ(written(), "50%% of %d %n\n");
@@ -641,7 +648,7 @@ TEST_F(FileText, ALogLine_ReachesAFileBeforeItIsTakenForAFormatOnceMore) {
 
 TEST_F(FileText, ALogLine_WhoseFileIsFull_StandsBehindTheLinesAboutThatAndKeepsErrno) {
     HookScope const scope;
-    utl::File& file = writing("", UTF8);
+    utl::File& file = writing("", utl::File::TEXT_UTF8);
     hooks::write.failFrom(1, 0, -1, ENOSPC);
     errno = ENOTTY;
     applog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_ERROR, &file, "full: %m");
@@ -664,18 +671,20 @@ TEST_F(FileText, ALogLine_GoesToAFileWholeInItsEncoding_ItsLineEndToo) {
         EXPECT_EQ(written(), encoded(line, textType));
     }
     // One character is not written in UTF-16, and Shift-JIS is for reading.
-    rawlog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_ERROR, &writing("", UTF16_BIG), "\n");
+    rawlog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_ERROR, &writing("", utl::File::TEXT_UTF16_BIG), "\n");
     EXPECT_EQ(written(), "");
-    rawlog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_ERROR, &writing("", SJIS), "two");
+    rawlog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_ERROR, &writing("", utl::File::TEXT_SJIS), "two");
     EXPECT_EQ(mLog.console().back(), "two");
     EXPECT_EQ(written(), "");
 }
 
 TEST_F(FileText, SeekKey_WhoseLastSeekFails_GivesMinusOneAndStays) {
-    utl::File& file = reading(std::string(30, '-') + "key", UTF8);
+    utl::File& file = reading(std::string(30, '-') + "key", utl::File::TEXT_UTF8);
     for (unsigned int n = 1; n <= 5; ++n) {
-        file.seek(3, 0);
-        EXPECT_EQ(withNthFailing(1, n, [&] { return file.seekKey("key", 1, ANYWHERE, 1); }), -1) << n;
+        file.seek(3, utl::File::FROM_START);
+        EXPECT_EQ(
+            withNthFailing(1, n, [&] { return file.seekKey("key", 1, ANYWHERE, utl::File::AFTER_KEY); }), -1)
+            << n;
         EXPECT_EQ(file.position(), 3) << n;
     }
 }

@@ -15,11 +15,7 @@ namespace {
 
 using utl::File;
 using utltest::outputOf;
-using utltest::SJIS;
 using utltest::TextRead;
-using utltest::UTF16_BIG;
-using utltest::UTF16_LITTLE;
-using utltest::UTF8;
 using Lines = std::vector<std::string>;
 
 struct Encoding {
@@ -28,10 +24,10 @@ struct Encoding {
     char const* fileName;  ///< null for what `file` does not know
 };
 
-constexpr Encoding ENCODINGS[] = {{SJIS, "CP932", nullptr},
-                                  {UTF8, "UTF-8", "utf-8"},
-                                  {UTF16_BIG, "UTF-16BE", "utf-16be"},
-                                  {UTF16_LITTLE, "UTF-16LE", "utf-16le"}};
+constexpr Encoding ENCODINGS[] = {{File::TEXT_SJIS, "CP932", nullptr},
+                                  {File::TEXT_UTF8, "UTF-8", "utf-8"},
+                                  {File::TEXT_UTF16_BIG, "UTF-16BE", "utf-16be"},
+                                  {File::TEXT_UTF16_LITTLE, "UTF-16LE", "utf-16le"}};
 
 Lines linesOf(std::string const& text) {
     std::istringstream stream(text);
@@ -66,11 +62,11 @@ class FileTextTools : public utltest::TextInFolder {
 
     void expectThePages(int type) {
         File file("made", type);
-        ASSERT_EQ(file.open(0, 0), 1);
+        ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
         for (std::string const& expected : mPages) {
             ASSERT_EQ(read(file), expected);
         }
-        EXPECT_EQ(readLine(file).result, -3);
+        EXPECT_EQ(readLine(file).result, File::END_OF_FILE);
     }
 
     Lines mPages;
@@ -101,7 +97,7 @@ TEST_F(FileTextTools, LinesOfTheirFilesWithoutALastLineEnd_AreTheSameInEveryEnco
 }
 
 TEST_F(FileTextTools, LinesWrittenInUtf8_AreThePages) {
-    File& file = writing("", UTF8);
+    File& file = writing("", File::TEXT_UTF8);
     for (std::string const& line : mPages) {
         ASSERT_EQ(file.writeLine(line.c_str()), static_cast<int>(line.size()) + 1);
     }
@@ -113,7 +109,7 @@ TEST_F(FileTextTools, LinesWrittenInUtf8_AreThePages) {
 }
 
 TEST_F(FileTextTools, TextWrittenInUtf16WithItsLineEnds_IsThePages) {
-    for (Encoding const& encoding : {ENCODINGS[UTF16_BIG], ENCODINGS[UTF16_LITTLE]}) {
+    for (Encoding const& encoding : {ENCODINGS[File::TEXT_UTF16_BIG], ENCODINGS[File::TEXT_UTF16_LITTLE]}) {
         File& file = writing("", encoding.type);
         for (std::string const& line : mPages) {
             ASSERT_GT(file.writeText((line + "\r\n").c_str(), 5119, 0), 0);
@@ -126,7 +122,7 @@ TEST_F(FileTextTools, TextWrittenInUtf16WithItsLineEnds_IsThePages) {
 }
 
 TEST_F(FileTextTools, TextWrittenInUtf16WithAMarkOfItsOwn_IsKnownByIt) {
-    for (Encoding const& encoding : {ENCODINGS[UTF16_BIG], ENCODINGS[UTF16_LITTLE]}) {
+    for (Encoding const& encoding : {ENCODINGS[File::TEXT_UTF16_BIG], ENCODINGS[File::TEXT_UTF16_LITTLE]}) {
         File& file = writing("", encoding.type);
         ASSERT_EQ(file.writeText("\xEF\xBB\xBF\xE6\xBC\xA2\xE5\xAD\x97\r\nabc\r\n", 5119, 0), 20);
         written();

@@ -6,6 +6,8 @@
 #include <climits>
 #include <cstring>
 #include <string>
+#include <type_traits>
+#include <utility>
 
 #include "TestFolder.h"
 #include "TestHooks.h"
@@ -42,7 +44,7 @@ class RiffFileInFolder : public utltest::InFolder {
     }
 
     void makeNew(char const* formType = "TEST") {
-        ASSERT_EQ(mRiff.open(1, 1), 0);
+        ASSERT_EQ(mRiff.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
         ASSERT_EQ(mRiff.setFormType(formType), 1);
     }
 
@@ -60,7 +62,7 @@ class RiffFileInFolder : public utltest::InFolder {
         while ((count = mRiff.read(bytes, sizeof(bytes))) > 0) {
             all.append(bytes, static_cast<size_t>(count));
         }
-        EXPECT_EQ(count, -4);
+        EXPECT_EQ(count, utl::SubChunk::END_OF_DATA);
         return all;
     }
 
@@ -92,11 +94,11 @@ TEST_F(RiffFileInFolder, Closed_EveryOperationFails) {
     char byte = 0;
     SubChunkInfo info;
     EXPECT_EQ(mRiff.addSubChunk("a"), FAILURE);
-    EXPECT_EQ(mRiff.openSubChunk(0, 0), 0);
+    EXPECT_EQ(mRiff.openSubChunk(0, utl::SubChunk::AT_START), 0);
     EXPECT_EQ(mRiff.setFormType("TEST"), 0);
     EXPECT_EQ(mRiff.read(&byte, 1), -1);
     EXPECT_EQ(mRiff.write(&byte, 1), -1);
-    EXPECT_EQ(mRiff.seek(0, 0), -1);
+    EXPECT_EQ(mRiff.seek(File::FROM_START, 0), -1);
     EXPECT_EQ(mRiff.position(), -1);
     EXPECT_EQ(mRiff.getSubChunkNumber(), INVALID_SIZE);
     EXPECT_EQ(mRiff.getSubChunkNumber("a"), -1);
@@ -114,17 +116,17 @@ TEST_F(RiffFileInFolder, Open_TakesOnly0And1) {
 }
 
 TEST_F(RiffFileInFolder, Open_OfANewFileToRead_GivesOne) {
-    EXPECT_EQ(mRiff.open(1, 0), 1);
-    EXPECT_EQ(mRiff.open(0, 0), 1);
+    EXPECT_EQ(mRiff.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ), 1);
+    EXPECT_EQ(mRiff.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 1);
     EXPECT_EQ(File::exists("f"), 0);
     putFile("f", THREE);
-    EXPECT_EQ(mRiff.open(1, 0), 1);
+    EXPECT_EQ(mRiff.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ), 1);
     EXPECT_EQ(contentOf("f"), THREE);
 }
 
 TEST_F(RiffFileInFolder, Open_OfANewFile_Writes8Bytes) {
     for (int const disposition : {0, 1}) {
-        File::erase("f", 0);
+        File::erase("f", File::KEEP_READ_ONLY);
         ASSERT_EQ(mRiff.open(disposition, 1), 0);
         EXPECT_EQ(mRiff.isOpened(), 1);
         EXPECT_EQ(mRiff.size(), 8);
@@ -136,7 +138,7 @@ TEST_F(RiffFileInFolder, Open_OfANewFile_Writes8Bytes) {
 
 TEST_F(RiffFileInFolder, Open_Disposition1_EmptiesTheFile) {
     putFile("f", THREE);
-    ASSERT_EQ(mRiff.open(1, 1), 0);
+    ASSERT_EQ(mRiff.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(contentOf("f"), "RIFF" + littleEndian(0));
 }
 
@@ -162,7 +164,7 @@ TEST_F(RiffFileInFolder, Open_NeverLooksAtTheSizeOfTheFile) {
 
 TEST_F(RiffFileInFolder, Open_OfAnOpenObject_GivesOneAndKeepsItOpen) {
     putAndOpen(THREE);
-    EXPECT_EQ(mRiff.open(0, 0), 1);
+    EXPECT_EQ(mRiff.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 1);
     EXPECT_EQ(mRiff.isOpened(), 1);
     EXPECT_EQ(known(), "3: a=3 b=5 a=1");
 }
@@ -203,7 +205,7 @@ TEST_F(RiffFileInFolder, Open_OfACutFile_HasAToldResultAndChangesNothing) {
         }
         // What is there of the form type takes part in the place of the first header, which is at the end
         // then.
-        ASSERT_EQ(mRiff.open(0, 1), wanted) << length;
+        ASSERT_EQ(mRiff.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), wanted) << length;
         EXPECT_EQ(mRiff.isOpened(), wanted == 0 ? 1 : 0);
         if (wanted == 0) {
             EXPECT_EQ(mRiff.getSubChunkNumber(), static_cast<unsigned int>(count)) << length;
@@ -215,17 +217,17 @@ TEST_F(RiffFileInFolder, Open_OfACutFile_HasAToldResultAndChangesNothing) {
 
 TEST_F(RiffFileInFolder, Open_OfACutFile_ForgetsWhatItHadTakenDown) {
     putFile("f", THREE.substr(0, THREE.size() - 4));
-    EXPECT_EQ(mRiff.open(0, 0), 1);
+    EXPECT_EQ(mRiff.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 1);
     putAndOpen(riff("TEST", subChunk("only", "")), 0);
     EXPECT_EQ(known(), "1: only=0");
-    EXPECT_EQ(mRiff.openSubChunk(0, 0), 1);
+    EXPECT_EQ(mRiff.openSubChunk(0, utl::SubChunk::AT_START), 1);
 }
 
 TEST_F(RiffFileInFolder, Open_OfSizesThatLie_EndsAtTheEndOfTheFile) {
     for (unsigned int const size : {4U, 1000U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
         putAndOpen(riff("TEST", liarChunk("a   ", size, "123")), 0);
         EXPECT_EQ(known(), "1: a=" + std::to_string(size));
-        ASSERT_EQ(mRiff.openSubChunk(0, 0), 1);
+        ASSERT_EQ(mRiff.openSubChunk(0, utl::SubChunk::AT_START), 1);
         EXPECT_EQ(readAll(), "123");
         EXPECT_EQ(mRiff.close(), 1);
     }
@@ -239,12 +241,12 @@ TEST_F(RiffFileInFolder, Open_OfASizeThatIsTooSmall_TakesDataForAHeader) {
 TEST_F(RiffFileInFolder, Open_Of3SubChunksWithRoomFor2_KnowsTheFirst2) {
     putFile("f", THREE);
     RiffFile small("f", 2);
-    ASSERT_EQ(small.open(0, 0), 0);
+    ASSERT_EQ(small.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     EXPECT_EQ(small.getSubChunkNumber(), 2U);
-    EXPECT_EQ(small.openSubChunk(2, 0), 0);
+    EXPECT_EQ(small.openSubChunk(2, utl::SubChunk::AT_START), 0);
     small.close();
     RiffFile none("f", 0);
-    ASSERT_EQ(none.open(0, 1), 0);
+    ASSERT_EQ(none.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(none.getSubChunkNumber(), 0U);
     EXPECT_EQ(none.addSubChunk("x"), FAILURE);
     EXPECT_EQ(none.closeSubChunk(), 1);
@@ -255,15 +257,15 @@ TEST_F(RiffFileInFolder, Open_Of3SubChunksWithRoomFor2_KnowsTheFirst2) {
 TEST_F(RiffFileInFolder, Open_OfASparseFileNear4GiB_FindsWhatStandsBehind) {
     putFile("f", riff("TEST", liarChunk("big ", 0xFFFFFFFFU, "")));
     {
-        File file("f", 1);
-        ASSERT_EQ(file.open(0, 2), 1);
-        ASSERT_EQ(file.seek(20 + 0xFFFFFFFFLL, 0), 20 + 0xFFFFFFFFLL);
+        File file("f", File::TEXT_UTF8);
+        ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
+        ASSERT_EQ(file.seek(20 + 0xFFFFFFFFLL, File::FROM_START), 20 + 0xFFFFFFFFLL);
         std::string const behind = subChunk("tail", "end");
         ASSERT_EQ(file.write(behind.data(), static_cast<unsigned int>(behind.size())), 11);
     }
-    ASSERT_EQ(mRiff.open(0, 1), 0);
+    ASSERT_EQ(mRiff.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(known(), "2: big=4294967295 tail=3");
-    ASSERT_EQ(mRiff.openSubChunk(1, 0), 1);
+    ASSERT_EQ(mRiff.openSubChunk(1, utl::SubChunk::AT_START), 1);
     EXPECT_EQ(readAll(), "end");
     EXPECT_EQ(mRiff.close(), 1);
 }
@@ -275,12 +277,12 @@ constexpr unsigned int REST_OF_32_BITS = 0xFFFFFFFFU - 12;
 TEST_F(RiffFileInFolder, Close_OfAFileThatGrewTo32Bits_SaysSo) {
     putFile("f", riff("TEST", liarChunk("big ", REST_OF_32_BITS - 1, "")));
     std::filesystem::resize_file("f", 20ULL + REST_OF_32_BITS - 1);
-    ASSERT_EQ(mRiff.open(0, 1), 0);
-    ASSERT_EQ(mRiff.openSubChunk(0, 1), 1);
+    ASSERT_EQ(mRiff.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
+    ASSERT_EQ(mRiff.openSubChunk(0, utl::SubChunk::AT_END), 1);
     ASSERT_EQ(mRiff.write("x", 1), 1);
     EXPECT_EQ(mRiff.close(), 1);
-    File file("f", 1);
-    ASSERT_EQ(file.open(0, 0), 1);
+    File file("f", File::TEXT_UTF8);
+    ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     char header[20] = {};
     ASSERT_EQ(file.read(header, sizeof(header)), 20);
     EXPECT_EQ(std::string(header + 4, 4), littleEndian(0xFFFFFFFFU));
@@ -290,8 +292,8 @@ TEST_F(RiffFileInFolder, Close_OfAFileThatGrewTo32Bits_SaysSo) {
 TEST_F(RiffFileInFolder, Close_OfAFileThatGrewBeyond32Bits_FailsAndStaysOpen) {
     putFile("f", riff("TEST", liarChunk("big ", REST_OF_32_BITS, "")));
     std::filesystem::resize_file("f", 20ULL + REST_OF_32_BITS);
-    ASSERT_EQ(mRiff.open(0, 1), 0);
-    ASSERT_EQ(mRiff.openSubChunk(0, 1), 1);
+    ASSERT_EQ(mRiff.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
+    ASSERT_EQ(mRiff.openSubChunk(0, utl::SubChunk::AT_END), 1);
     ASSERT_EQ(mRiff.write("x", 1), 1);
     EXPECT_EQ(mRiff.close(), 0);
     EXPECT_EQ(mRiff.isOpened(), 1);
@@ -313,7 +315,7 @@ TEST_F(RiffFileInFolder, ASubChunkOfOddSize_IsFollowedByTheNextAtOnce) {
     add("more", "2");
     mRiff.close();
     EXPECT_EQ(contentOf("f"), riff("TEST", subChunk("odd ", "1") + subChunk("more", "2")));
-    ASSERT_EQ(mRiff.open(0, 0), 0);
+    ASSERT_EQ(mRiff.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     EXPECT_EQ(known(), "2: odd=1 more=1");
 }
 
@@ -322,7 +324,7 @@ TEST_F(RiffFileInFolder, AddSubChunk_CountsFrom0AndBehindThoseOfTheFile) {
     EXPECT_EQ(mRiff.addSubChunk("new"), 3);
     EXPECT_EQ(mRiff.closeSubChunk(), 1);
     EXPECT_EQ(mRiff.close(), 1);
-    ASSERT_EQ(mRiff.open(1, 1), 0);
+    ASSERT_EQ(mRiff.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(mRiff.addSubChunk("new"), 0);
 }
 
@@ -343,7 +345,7 @@ TEST_F(RiffFileInFolder, AddSubChunk_OfNullOrALongId_Fails) {
 
 TEST_F(RiffFileInFolder, AddSubChunk_WithoutRoom_FailsWithTheSubChunkOpen) {
     RiffFile small("f", 1);
-    ASSERT_EQ(small.open(1, 1), 0);
+    ASSERT_EQ(small.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     ASSERT_EQ(small.setFormType("TEST"), 1);
     ASSERT_EQ(small.addSubChunk("a"), 0);
     ASSERT_EQ(small.closeSubChunk(), 1);
@@ -351,15 +353,15 @@ TEST_F(RiffFileInFolder, AddSubChunk_WithoutRoom_FailsWithTheSubChunkOpen) {
     EXPECT_EQ(small.position(), 0);
     EXPECT_EQ(small.getSubChunkNumber(), 1U);
     EXPECT_EQ(small.write("x", 1), -1);
-    EXPECT_EQ(small.openSubChunk(0, 0), 0);
+    EXPECT_EQ(small.openSubChunk(0, utl::SubChunk::AT_START), 0);
     EXPECT_EQ(small.closeSubChunk(), 1);
-    EXPECT_EQ(small.openSubChunk(0, 0), 1);
+    EXPECT_EQ(small.openSubChunk(0, utl::SubChunk::AT_START), 1);
     EXPECT_EQ(small.close(), 1);
     EXPECT_EQ(contentOf("f"), riff("TEST", subChunk("a   ", "") + subChunk("b   ", "")));
 }
 
 TEST_F(RiffFileInFolder, AddSubChunk_BeforeTheFormType_LandsInItsPlace) {
-    ASSERT_EQ(mRiff.open(1, 1), 0);
+    ASSERT_EQ(mRiff.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(mRiff.addSubChunk("abcd"), 0);
     EXPECT_EQ(mRiff.setFormType("TEST"), 1);
     EXPECT_EQ(contentOf("f"), "RIFF" + littleEndian(0) + "TEST" + littleEndian(0));
@@ -401,16 +403,16 @@ TEST_F(RiffFileInFolder, GetSubChunkInfoList_OfAnId_LooksAtTheFirstCount) {
 
 TEST_F(RiffFileInFolder, OpenSubChunk_StandsAtTheStartOrTheEnd) {
     putAndOpen(THREE);
-    ASSERT_EQ(mRiff.openSubChunk(1, 0), 1);
+    ASSERT_EQ(mRiff.openSubChunk(1, utl::SubChunk::AT_START), 1);
     EXPECT_EQ(mRiff.isOpenedSubChunk(1), 1);
     EXPECT_EQ(mRiff.isOpenedSubChunk(0), 0);
     EXPECT_EQ(readAll(), "45678");
-    EXPECT_EQ(mRiff.seek(0, 2), 2);
+    EXPECT_EQ(mRiff.seek(File::FROM_START, 2), 2);
     EXPECT_EQ(mRiff.position(), 2);
     EXPECT_EQ(mRiff.closeSubChunk(), 1);
     EXPECT_EQ(mRiff.isOpenedSubChunk(1), 0);
     EXPECT_EQ(mRiff.isOpenedSubChunk(-1), 1);
-    ASSERT_EQ(mRiff.openSubChunk(1, 1), 1);
+    ASSERT_EQ(mRiff.openSubChunk(1, utl::SubChunk::AT_END), 1);
     EXPECT_EQ(mRiff.position(), 5);
 }
 
@@ -418,22 +420,22 @@ TEST_F(RiffFileInFolder, OpenSubChunk_OfAnotherModeOrNumber_OrWhileOneIsOpen_Fai
     putAndOpen(THREE);
     EXPECT_EQ(mRiff.openSubChunk(0, 2), 0);
     EXPECT_EQ(mRiff.openSubChunk(0, -1), 0);
-    EXPECT_EQ(mRiff.openSubChunk(3, 0), 0);
-    EXPECT_EQ(mRiff.openSubChunk(0xFFFFFFFFU, 0), 0);
-    EXPECT_EQ(mRiff.openSubChunk(0, 0), 1);
-    EXPECT_EQ(mRiff.openSubChunk(1, 0), 0);
+    EXPECT_EQ(mRiff.openSubChunk(3, utl::SubChunk::AT_START), 0);
+    EXPECT_EQ(mRiff.openSubChunk(0xFFFFFFFFU, utl::SubChunk::AT_START), 0);
+    EXPECT_EQ(mRiff.openSubChunk(0, utl::SubChunk::AT_START), 1);
+    EXPECT_EQ(mRiff.openSubChunk(1, utl::SubChunk::AT_START), 0);
     EXPECT_EQ(mRiff.isOpenedSubChunk(0), 1);
 }
 
 TEST_F(RiffFileInFolder, Write_OfAnyButTheLast_FailsAndChangesNothing) {
     putAndOpen(THREE);
     for (unsigned int const id : {0U, 1U}) {
-        ASSERT_EQ(mRiff.openSubChunk(id, 0), 1);
+        ASSERT_EQ(mRiff.openSubChunk(id, utl::SubChunk::AT_START), 1);
         EXPECT_EQ(mRiff.write("x", 1), -1);
         EXPECT_EQ(mRiff.closeSubChunk(), 1);
     }
     EXPECT_EQ(contentOf("f"), THREE);
-    ASSERT_EQ(mRiff.openSubChunk(2, 1), 1);
+    ASSERT_EQ(mRiff.openSubChunk(2, utl::SubChunk::AT_END), 1);
     EXPECT_EQ(mRiff.write("!", 1), 1);
     EXPECT_EQ(mRiff.close(), 1);
     EXPECT_EQ(contentOf("f"),
@@ -444,14 +446,14 @@ TEST_F(RiffFileInFolder, Write_OfAnyButTheLast_FailsAndChangesNothing) {
 TEST_F(RiffFileInFolder, Write_OfTheLastThatIsKnown_IsAllowed) {
     putFile("f", THREE);
     RiffFile small("f", 2);
-    ASSERT_EQ(small.open(0, 1), 0);
-    ASSERT_EQ(small.openSubChunk(1, 0), 1);
+    ASSERT_EQ(small.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
+    ASSERT_EQ(small.openSubChunk(1, utl::SubChunk::AT_START), 1);
     EXPECT_EQ(small.write("x", 1), 1);
     EXPECT_EQ(small.close(), 1);
 }
 
 TEST_F(RiffFileInFolder, SetFormType_PadsInTheFileAndTrimsInMemory) {
-    ASSERT_EQ(mRiff.open(1, 1), 0);
+    ASSERT_EQ(mRiff.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     for (char const* const type : {"WAVE", "ABC", "AB", "A", ""}) {
         EXPECT_EQ(mRiff.setFormType(type), 1) << type;
         EXPECT_STREQ(mRiff.getFormType(), type);
@@ -480,7 +482,7 @@ TEST_F(RiffFileInFolder, SetFormType_KeepsThePosition) {
     makeNew();
     ASSERT_EQ(mRiff.addSubChunk("a"), 0);
     ASSERT_EQ(mRiff.write("123", 3), 3);
-    ASSERT_EQ(mRiff.seek(0, 1), 1);
+    ASSERT_EQ(mRiff.seek(File::FROM_START, 1), 1);
     EXPECT_EQ(mRiff.setFormType("NEXT"), 1);
     EXPECT_EQ(mRiff.position(), 1);
 }
@@ -501,12 +503,12 @@ TEST_F(RiffFileInFolder, SetFormType_WhereTheSystemFails_KeepsTheFormTypeInMemor
 
 TEST_F(RiffFileInFolder, Close_ForgetsSubChunksButNotTheFormType) {
     putAndOpen(THREE);
-    ASSERT_EQ(mRiff.openSubChunk(2, 0), 1);
+    ASSERT_EQ(mRiff.openSubChunk(2, utl::SubChunk::AT_START), 1);
     EXPECT_EQ(mRiff.close(), 1);
     EXPECT_EQ(mRiff.isOpened(), 0);
     EXPECT_EQ(mRiff.isOpenedSubChunk(-1), 1);
     EXPECT_STREQ(mRiff.getFormType(), "TEST");
-    EXPECT_EQ(mRiff.openSubChunk(2, 0), 0);
+    EXPECT_EQ(mRiff.openSubChunk(2, utl::SubChunk::AT_START), 0);
 }
 
 TEST_F(RiffFileInFolder, Close_WhereTheSizeCannotBeWritten_FailsAndCanBeTriedAgain) {
@@ -530,7 +532,7 @@ TEST_F(RiffFileInFolder, Close_WhereTheSubChunkCannotBeClosed_FailsButClosesTheF
     HookScope const scope;
     LogCapture const log;
     putAndOpen(THREE);
-    ASSERT_EQ(mRiff.openSubChunk(2, 0), 1);
+    ASSERT_EQ(mRiff.openSubChunk(2, utl::SubChunk::AT_START), 1);
     hooks::read.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(mRiff.close(), 0);
     EXPECT_EQ(mRiff.isOpened(), 0);
@@ -540,7 +542,7 @@ TEST_F(RiffFileInFolder, Close_WhereTheSubChunkCannotBeClosed_FailsButClosesTheF
 TEST_F(RiffFileInFolder, Close_OfAnUnchangedFile_WritesNothing) {
     HookScope const scope;
     putAndOpen("RIFF" + littleEndian(99) + "TEST" + subChunk("a   ", "123"));
-    ASSERT_EQ(mRiff.openSubChunk(0, 0), 1);
+    ASSERT_EQ(mRiff.openSubChunk(0, utl::SubChunk::AT_START), 1);
     EXPECT_EQ(mRiff.close(), 1);
     EXPECT_EQ(hooks::write.calls(), 0U);
 }
@@ -550,7 +552,7 @@ TEST_F(RiffFileInFolder, Open_WhereTheHeaderCannotBeWritten_LeavesNoFile) {
     LogCapture const log;
     for (unsigned int nth = 1; nth <= 2; ++nth) {
         hooks::write.failFrom(nth, 1, -1, ENOSPC);
-        EXPECT_EQ(mRiff.open(1, 1), 1);
+        EXPECT_EQ(mRiff.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 1);
         EXPECT_EQ(mRiff.isOpened(), 0);
         EXPECT_EQ(File::exists("f"), 0);
     }
@@ -563,7 +565,7 @@ TEST_F(RiffFileInFolder, Open_WhereTheFileCannotBeRead_FailsAndIsClosed) {
     putFile("f", THREE);
     for (unsigned int nth = 1;; ++nth) {
         hooks::read.failFrom(nth, 1, -1, EIO);
-        int const result = mRiff.open(0, 0);
+        int const result = mRiff.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ);
         if (result == 0) {
             EXPECT_EQ(nth, 2U + 2 * 3 + 1);
             EXPECT_EQ(known(), "3: a=3 b=5 a=1");
@@ -577,7 +579,7 @@ TEST_F(RiffFileInFolder, Open_WhereTheFileCannotBeRead_FailsAndIsClosed) {
 TEST_F(RiffFileInFolder, Destructor_LeavesTheSizesAsTheyAre) {
     {
         RiffFile left("f", 1);
-        ASSERT_EQ(left.open(1, 1), 0);
+        ASSERT_EQ(left.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
         ASSERT_EQ(left.setFormType("TEST"), 1);
         ASSERT_EQ(left.addSubChunk("a"), 0);
         ASSERT_EQ(left.write("123", 3), 3);
@@ -590,6 +592,24 @@ TEST_F(RiffFileInFolder, AutoClose_ClosesAtTheEndOfItsScope) {
     { RiffFile::AutoClose const closing(mRiff); }
     EXPECT_EQ(mRiff.isOpened(), 0);
     EXPECT_EQ(contentOf("f"), riff("TEST", ""));
+}
+
+TEST(RiffFileNames, AreTheNumbersThatCallersPassAndGet) {
+    static_assert(RiffFile::OPEN_KEEP == 0 && RiffFile::OPEN_NEW == 1);
+    static_assert(RiffFile::ACCESS_READ == 0 && RiffFile::ACCESS_READ_WRITE == 1);
+    static_assert(RiffFile::OPENED == 0 && RiffFile::OPEN_FAILED == 1 && RiffFile::NO_RIFF_FILE == 2);
+    static_assert(RiffFile::NO_SUB_CHUNK == -1);
+}
+
+TEST(RiffFileTraits, WhatTakesNoLockNeverThrows) {
+    static_assert(noexcept(std::declval<RiffFile const&>().isOpenedSubChunk(0)));
+    static_assert(std::is_nothrow_constructible_v<RiffFile::AutoClose, RiffFile&>);
+}
+
+TEST(RiffFileTraits, NeitherARiffFileNorItsAutoClose_IsCopied) {
+    static_assert(!std::is_copy_constructible_v<RiffFile> && !std::is_copy_assignable_v<RiffFile>);
+    static_assert(!std::is_copy_constructible_v<RiffFile::AutoClose>);
+    static_assert(!std::is_copy_assignable_v<RiffFile::AutoClose>);
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ using utltest::riff;
 using utltest::subChunk;
 namespace hooks = utltest::hooks;
 
-constexpr int INVALID = 0x7FFFFFFF;
+constexpr int INVALID = RiffFile::INVALID_SUB_CHUNK;
 constexpr unsigned long long GIB4 = 0x100000000ULL;
 
 using Names = std::vector<std::string>;
@@ -142,10 +142,10 @@ TEST_F(SubChunkOdd, FieldsStandInTheirOrder) {
 
     SubChunkFields const fields{};
     putFile("f", "0123456" + liarChunk("ab  ", 0x11223344, "xyz"));
-    File file("f", 1);
-    ASSERT_TRUE(file.open(0, 2));
+    File file("f", File::TEXT_UTF8);
+    ASSERT_TRUE(file.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE));
     SubChunk chunk;
-    ASSERT_TRUE(chunk.open(&file, 7, 0));
+    ASSERT_TRUE(chunk.open(&file, 7, SubChunk::AT_START));
     EXPECT_EQ(fieldAt<File*>(chunk, offsetIn(fields, fields.file)), &file);
     EXPECT_STREQ((fieldAt<std::array<char, 5>>(chunk, offsetIn(fields, fields.id)).data()), "ab");
     EXPECT_EQ(fieldAt<unsigned int>(chunk, offsetIn(fields, fields.dataSize)), 0x11223344U);
@@ -168,8 +168,8 @@ TEST_F(RiffOdd, FieldsStandInTheirOrder) {
     RiffFile file("f", 9);
     EXPECT_EQ(fieldAt<int>(file, offsetIn(fields, fields.lastSubChunkId)), -1);
     EXPECT_EQ(fieldAt<int>(file, offsetIn(fields, fields.openedSubChunkId)), -1);
-    ASSERT_EQ(file.open(0, 1), 0);
-    ASSERT_TRUE(file.openSubChunk(1, 0));
+    ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
+    ASSERT_TRUE(file.openSubChunk(1, SubChunk::AT_START));
     EXPECT_EQ(fieldAt<int>(file, offsetIn(fields, fields.lastSubChunkId)), 2);
     EXPECT_STREQ((fieldAt<std::array<char, 5>>(file, offsetIn(fields, fields.formType)).data()), "TEST");
     EXPECT_EQ(fieldAt<unsigned long long>(file, offsetIn(fields, fields.riffSize)), three().size() - 8);
@@ -190,7 +190,7 @@ TEST_F(WaveOdd, FieldsStandInTheirOrder) {
     WaveFile wave("f");
     EXPECT_EQ(fieldAt<int>(wave, offsetIn(fields, fields.fmtChunkId)), -1);
     EXPECT_EQ(fieldAt<int>(wave, offsetIn(fields, fields.dataChunkId)), -1);
-    ASSERT_EQ(wave.open(0, 0), 0);
+    ASSERT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     EXPECT_EQ(fieldAt<int>(wave, offsetIn(fields, fields.fmtChunkId)), 1);
     EXPECT_EQ(fieldAt<int>(wave, offsetIn(fields, fields.dataChunkId)), 2);
     EXPECT_EQ(fieldAt<unsigned int>(wave, offsetIn(fields, fields.samplingRate)), 0x12345678U);
@@ -205,22 +205,23 @@ TEST_F(WaveOdd, FieldsStandInTheirOrder) {
 TEST_F(SubChunkOdd, ReadHeader_AtEveryPlaceOfAFile_TellsEndFromPartAndPutsThePositionBack) {
     std::string const whole = "0123" + subChunk("ab  ", "xyz");
     putFile("f", whole);
-    File file("f", 1);
-    ASSERT_TRUE(file.open(0, 0));
-    ASSERT_EQ(file.seek(3, 0), 3);
+    File file("f", File::TEXT_UTF8);
+    ASSERT_TRUE(file.open(File::OPEN_KEEP, File::ACCESS_READ));
+    ASSERT_EQ(file.seek(3, File::FROM_START), 3);
     for (unsigned long long place : {0ULL, 7ULL, 8ULL, 11ULL, 14ULL, 15ULL, 16ULL, GIB4, GIB4 * 4}) {
         int const expected = place + 8 <= whole.size() ? 0 : place < whole.size() ? -1 : -3;
         EXPECT_EQ(SubChunk::readHeader(&file, place, nullptr, 0, nullptr), expected) << place;
         EXPECT_EQ(file.position(), 3) << place;
     }
     // Where no file can have a place.
-    EXPECT_EQ(SubChunk::readHeader(&file, ~0ULL, nullptr, 0, nullptr), -3);
+    EXPECT_EQ(SubChunk::readHeader(&file, ~0ULL, nullptr, 0, nullptr), File::END_OF_FILE);
     EXPECT_EQ(file.position(), 3);
     char id[6] = "kept";
     unsigned int size = 77;
     EXPECT_EQ(SubChunk::readHeader(&file, 4, id, 4, &size), -1);
     EXPECT_STREQ(id, "kept");
-    EXPECT_EQ(SubChunk::readHeader(&file, 15, id, 0, &size), -3) << "the end comes before the small buffer";
+    EXPECT_EQ(SubChunk::readHeader(&file, 15, id, 0, &size), File::END_OF_FILE)
+        << "the end comes before the small buffer";
     EXPECT_EQ(SubChunk::readHeader(&file, 4, id, 5, nullptr), 0);
     EXPECT_STREQ(id, "ab");
     EXPECT_EQ(SubChunk::readHeader(&file, 4, nullptr, 0, &size), 0);
@@ -233,10 +234,10 @@ TEST_F(SubChunkOdd, ReadHeader_AtEveryPlaceOfAFile_TellsEndFromPartAndPutsThePos
 
 TEST_F(SubChunkOdd, ReadHeader_WhereAnyCallFails_IsMinusOneAndPutsBackWhatItCan) {
     putFile("f", "0123" + subChunk("ab  ", "xyz"));
-    File file("f", 1);
-    ASSERT_TRUE(file.open(0, 0));
+    File file("f", File::TEXT_UTF8);
+    ASSERT_TRUE(file.open(File::OPEN_KEEP, File::ACCESS_READ));
     for (unsigned int nth : {1U, 2U}) {
-        ASSERT_EQ(file.seek(3, 0), 3);
+        ASSERT_EQ(file.seek(3, File::FROM_START), 3);
         HookScope const scope;
         hooks::read.failFrom(nth, 1, -1, EIO);
         EXPECT_EQ(SubChunk::readHeader(&file, 4, nullptr, 0, nullptr), -1);
@@ -245,7 +246,7 @@ TEST_F(SubChunkOdd, ReadHeader_WhereAnyCallFails_IsMinusOneAndPutsBackWhatItCan)
     bool failed = true;
     unsigned int nth = 0;
     while (failed) {
-        ASSERT_EQ(file.seek(3, 0), 3);
+        ASSERT_EQ(file.seek(3, File::FROM_START), 3);
         HookScope const scope;
         hooks::lseek.failFrom(++nth, 1, -1, EIO);
         int const result = SubChunk::readHeader(&file, 4, nullptr, 0, nullptr);
@@ -267,12 +268,12 @@ TEST_F(SubChunkOdd, Ids_ThatAreMalformedHaveZerosOrJapanese_AreReadOrRefusedWhol
           Case{"\0\0\0\0"s, true, ""}, Case{"    "s, true, ""}, Case{" ab "s, true, " ab"},
           Case{"ab\t\n"s, true, "ab"}, Case{"\xFF\xFF\xFF\xFF"s, false, ""}, Case{"abc\xE3"s, false, ""}}) {
         putFile("f", riff("TEST", subChunk(each.bytes, "xyz")));
-        File file("f", 1);
-        ASSERT_TRUE(file.open(0, 0));
+        File file("f", File::TEXT_UTF8);
+        ASSERT_TRUE(file.open(File::OPEN_KEEP, File::ACCESS_READ));
         char id[5] = "kept";
         EXPECT_EQ(SubChunk::readHeader(&file, 12, id, 5, nullptr), each.opens ? 0 : -1) << each.bytes;
         SubChunk chunk;
-        EXPECT_EQ(chunk.open(&file, 12, 0), each.opens) << each.bytes;
+        EXPECT_EQ(chunk.open(&file, 12, SubChunk::AT_START), each.opens) << each.bytes;
         EXPECT_EQ(chunk.isOpened(), each.opens);
         if (each.opens) {
             EXPECT_STREQ(id, each.text);
@@ -283,7 +284,8 @@ TEST_F(SubChunkOdd, Ids_ThatAreMalformedHaveZerosOrJapanese_AreReadOrRefusedWhol
         EXPECT_TRUE(chunk.close());
         ASSERT_TRUE(file.close());
         RiffFile container("f", 1);
-        EXPECT_EQ(container.open(0, 0), each.opens ? 0 : 1) << each.bytes;
+        EXPECT_EQ(container.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), each.opens ? 0 : 1)
+            << each.bytes;
         EXPECT_EQ(container.isOpened(), each.opens);
         EXPECT_TRUE(container.close());
     }
@@ -291,10 +293,10 @@ TEST_F(SubChunkOdd, Ids_ThatAreMalformedHaveZerosOrJapanese_AreReadOrRefusedWhol
 
 TEST_F(SubChunkOdd, Add_FailsWithoutATraceWhereItIsRefused) {
     putFile("f", "0123456789");
-    File file("f", 1);
+    File file("f", File::TEXT_UTF8);
     SubChunk chunk;
     EXPECT_FALSE(chunk.add(&file, "fmt"));
-    ASSERT_TRUE(file.open(0, 2));
+    ASSERT_TRUE(file.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE));
     EXPECT_FALSE(chunk.add(nullptr, "fmt"));
     EXPECT_FALSE(chunk.add(&file, nullptr));
     EXPECT_FALSE(chunk.add(&file, "fmt12"));
@@ -309,18 +311,18 @@ TEST_F(SubChunkOdd, Add_FailsWithoutATraceWhereItIsRefused) {
     EXPECT_STREQ(chunk.getSubChunkId(), "");
     EXPECT_EQ(chunk.position(), 0);
     EXPECT_FALSE(chunk.add(&file, "more"));
-    EXPECT_FALSE(chunk.open(&file, 10, 0));
+    EXPECT_FALSE(chunk.open(&file, 10, SubChunk::AT_START));
     EXPECT_EQ(contentOf("f").size(), 18U);
     EXPECT_TRUE(chunk.close());
 }
 
 TEST_F(SubChunkOdd, Seek_ToTargetsNoNumberHolds_IsRefusedInPlace) {
     putFile("f", riff("TEST", subChunk("one ", "0123456789") + subChunk("two ", "xx")));
-    File file("f", 1);
-    ASSERT_TRUE(file.open(0, 0));
+    File file("f", File::TEXT_UTF8);
+    ASSERT_TRUE(file.open(File::OPEN_KEEP, File::ACCESS_READ));
     SubChunk chunk;
-    ASSERT_TRUE(chunk.open(&file, 12, 0));
-    ASSERT_EQ(chunk.seek(0, 4), 4);
+    ASSERT_TRUE(chunk.open(&file, 12, SubChunk::AT_START));
+    ASSERT_EQ(chunk.seek(File::FROM_START, 4), 4);
     struct Target {
         int origin;
         long long offset;
@@ -342,38 +344,38 @@ TEST_F(SubChunkOdd, Seek_ToTargetsNoNumberHolds_IsRefusedInPlace) {
         EXPECT_EQ(chunk.seek(target.origin, target.offset), -1) << target.origin << " " << target.offset;
         EXPECT_EQ(chunk.position(), 4);
     }
-    EXPECT_EQ(chunk.seek(2, 6), 10);
-    EXPECT_EQ(chunk.seek(2, 0), 10);
-    EXPECT_EQ(chunk.seek(2, -10), 0);
-    EXPECT_EQ(chunk.seek(1, -10), 0);
-    EXPECT_EQ(chunk.seek(1, 0), 10);
+    EXPECT_EQ(chunk.seek(File::FROM_POSITION, 6), 10);
+    EXPECT_EQ(chunk.seek(File::FROM_POSITION, 0), 10);
+    EXPECT_EQ(chunk.seek(File::FROM_POSITION, -10), 0);
+    EXPECT_EQ(chunk.seek(File::FROM_END, -10), 0);
+    EXPECT_EQ(chunk.seek(File::FROM_END, 0), 10);
     // From outside the data, in front of them and behind.
     for (long long outside : {3LL, 33LL}) {
-        ASSERT_EQ(file.seek(outside, 0), outside);
-        EXPECT_EQ(chunk.seek(2, 0), -1);
+        ASSERT_EQ(file.seek(outside, File::FROM_START), outside);
+        EXPECT_EQ(chunk.seek(File::FROM_POSITION, 0), -1);
         EXPECT_EQ(file.position(), outside);
         EXPECT_EQ(chunk.position(), outside == 33 ? 13 : -1);
-        EXPECT_EQ(chunk.seek(0, 0), 0);
+        EXPECT_EQ(chunk.seek(File::FROM_START, 0), 0);
     }
     EXPECT_TRUE(chunk.close());
-    EXPECT_EQ(chunk.seek(0, 0), -1);
+    EXPECT_EQ(chunk.seek(File::FROM_START, 0), -1);
 }
 
 TEST_F(SubChunkOdd, Read_JudgesItsArgumentsThenTheEndThenTheLength) {
     putFile("f", liarChunk("one ", 9, "01234"));
-    File file("f", 1);
-    ASSERT_TRUE(file.open(0, 0));
+    File file("f", File::TEXT_UTF8);
+    ASSERT_TRUE(file.open(File::OPEN_KEEP, File::ACCESS_READ));
     SubChunk chunk;
     char buffer[16] = {};
     EXPECT_EQ(chunk.read(buffer, 1), -1);
-    ASSERT_TRUE(chunk.open(&file, 0, 0));
+    ASSERT_TRUE(chunk.open(&file, 0, SubChunk::AT_START));
     EXPECT_EQ(chunk.read(nullptr, 1), -1);
     EXPECT_EQ(chunk.read(buffer, 0x80000000U), -1);
     EXPECT_EQ(chunk.read(buffer, 0), -1);
     EXPECT_EQ(chunk.read(buffer, 0x7FFFFFFF), 5);
-    EXPECT_EQ(chunk.read(buffer, 1), -4) << "the file ends before the data do";
-    EXPECT_EQ(chunk.seek(1, 0), 9);
-    EXPECT_EQ(chunk.read(buffer, 0), -4);
+    EXPECT_EQ(chunk.read(buffer, 1), SubChunk::END_OF_DATA) << "the file ends before the data do";
+    EXPECT_EQ(chunk.seek(File::FROM_END, 0), 9);
+    EXPECT_EQ(chunk.read(buffer, 0), SubChunk::END_OF_DATA);
     EXPECT_EQ(chunk.read(buffer, 0x80000000U), -1);
     EXPECT_EQ(chunk.read(nullptr, 1), -1);
     EXPECT_TRUE(chunk.close());
@@ -382,13 +384,13 @@ TEST_F(SubChunkOdd, Read_JudgesItsArgumentsThenTheEndThenTheLength) {
 
 TEST_F(SubChunkOdd, Write_OverTheEndAndShort_GrowsTheDataByWhatWentBeyond) {
     putFile("f", subChunk("one ", "0123456789"));
-    File file("f", 1);
-    ASSERT_TRUE(file.open(0, 2));
+    File file("f", File::TEXT_UTF8);
+    ASSERT_TRUE(file.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE));
     SubChunk chunk;
-    ASSERT_TRUE(chunk.open(&file, 0, 0));
+    ASSERT_TRUE(chunk.open(&file, 0, SubChunk::AT_START));
     EXPECT_EQ(chunk.write("ab", 2), 2);
     EXPECT_EQ(chunk.getDataSize(), 10U);
-    EXPECT_EQ(chunk.seek(1, -1), 9);
+    EXPECT_EQ(chunk.seek(File::FROM_END, -1), 9);
     EXPECT_EQ(chunk.write("xyz", 3), 3);
     EXPECT_EQ(chunk.getDataSize(), 12U);
     {
@@ -415,12 +417,12 @@ TEST_F(SubChunkOdd, Close_WhoseAnyCallFails_StaysOpenAndCanBeTriedAgain) {
                                      [](unsigned int nth) { hooks::write.failFrom(nth, 1, -1, EIO); }};
     for (std::size_t fault = 0; fault < faults.size(); ++fault) {
         putFile("f", subChunk("one ", "0123"));
-        File file("f", 1);
-        ASSERT_TRUE(file.open(0, 2));
+        File file("f", File::TEXT_UTF8);
+        ASSERT_TRUE(file.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE));
         unsigned int failures = 0;
         for (bool failed = true; failed;) {
             SubChunk chunk;
-            ASSERT_TRUE(chunk.open(&file, 0, 1));
+            ASSERT_TRUE(chunk.open(&file, 0, SubChunk::AT_END));
             ASSERT_EQ(chunk.write("+", 1), 1);
             unsigned int const size = chunk.getDataSize();
             {
@@ -443,33 +445,33 @@ TEST_F(SubChunkOdd, Close_WhoseAnyCallFails_StaysOpenAndCanBeTriedAgain) {
 
 TEST_F(SubChunkOdd, Close_ComparesWithTheFileAndWritesOnlyADifference) {
     putFile("f", subChunk("one ", "0123"));
-    File file("f", 1);
-    ASSERT_TRUE(file.open(0, 2));
+    File file("f", File::TEXT_UTF8);
+    ASSERT_TRUE(file.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE));
     HookScope const scope;
     SubChunk chunk;
-    ASSERT_TRUE(chunk.open(&file, 0, 0));
+    ASSERT_TRUE(chunk.open(&file, 0, SubChunk::AT_START));
     ASSERT_EQ(chunk.write("abcd", 4), 4);
     hooks::write.reset();
     EXPECT_TRUE(chunk.close());
     EXPECT_EQ(hooks::write.calls(), 0U);
     // Another has changed the field meanwhile: it is the file's value that counts.
-    ASSERT_TRUE(chunk.open(&file, 0, 0));
-    ASSERT_EQ(file.seek(4, 0), 4);
+    ASSERT_TRUE(chunk.open(&file, 0, SubChunk::AT_START));
+    ASSERT_EQ(file.seek(4, File::FROM_START), 4);
     ASSERT_EQ(file.write("\x63\0\0\0", 4), 4);
     EXPECT_TRUE(chunk.close());
     EXPECT_EQ(contentOf("f"), subChunk("one ", "abcd"));
     EXPECT_EQ(file.position(), 8);
     // The file is closed under it.
-    ASSERT_TRUE(chunk.open(&file, 0, 0));
+    ASSERT_TRUE(chunk.open(&file, 0, SubChunk::AT_START));
     ASSERT_TRUE(file.close());
     char buffer[1];
     EXPECT_FALSE(chunk.close());
     EXPECT_TRUE(chunk.isOpened());
     EXPECT_EQ(chunk.read(buffer, 1), -1);
     EXPECT_EQ(chunk.write(buffer, 1), -1);
-    EXPECT_EQ(chunk.seek(0, 0), -1);
+    EXPECT_EQ(chunk.seek(File::FROM_START, 0), -1);
     EXPECT_EQ(chunk.position(), -1);
-    ASSERT_TRUE(file.open(0, 2));
+    ASSERT_TRUE(file.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE));
     EXPECT_TRUE(chunk.close());
 }
 
@@ -477,19 +479,19 @@ TEST_F(SubChunkOdd, DataOf4GiB_GrowToTheLastNumberAndNoFurther) {
     constexpr unsigned long long NEARLY = 0xFFFFFFF0ULL;
     putSparse("f", 12 + 8 + NEARLY, {{0, "RIFF    TESTbig " + littleEndian(0xFFFFFFF0U)}});
     RiffFile file("f", 4);
-    ASSERT_EQ(file.open(0, 1), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
     SubChunkInfo info;
     ASSERT_TRUE(file.getSubChunkInfo(0, &info));
     EXPECT_EQ(info.mDataSize, 0xFFFFFFF0U);
-    ASSERT_TRUE(file.openSubChunk(0, 1));
+    ASSERT_TRUE(file.openSubChunk(0, SubChunk::AT_END));
     EXPECT_EQ(file.position(), static_cast<long long>(NEARLY));
     EXPECT_EQ(file.write("0123456789ABCDE", 15), 15);
     EXPECT_EQ(file.position(), 0xFFFFFFFFLL);
-    EXPECT_EQ(file.seek(0, 0xFFFFFFFFLL), 0xFFFFFFFFLL);
-    EXPECT_EQ(file.seek(0, 0x100000000LL), -1);
+    EXPECT_EQ(file.seek(File::FROM_START, 0xFFFFFFFFLL), 0xFFFFFFFFLL);
+    EXPECT_EQ(file.seek(File::FROM_START, 0x100000000LL), -1);
     EXPECT_EQ(file.write("F", 1), -1);
-    EXPECT_EQ(file.seek(1, 0), 0xFFFFFFFFLL);
-    EXPECT_EQ(file.seek(1, -0xFFFFFFFFLL), 0);
+    EXPECT_EQ(file.seek(File::FROM_END, 0), 0xFFFFFFFFLL);
+    EXPECT_EQ(file.seek(File::FROM_END, -0xFFFFFFFFLL), 0);
     EXPECT_TRUE(file.closeSubChunk());
     EXPECT_EQ(partOf("f", 16, 4), littleEndian(0xFFFFFFFFU));
     // 12 bytes too long for the size at the front: nothing is closed.
@@ -498,7 +500,7 @@ TEST_F(SubChunkOdd, DataOf4GiB_GrowToTheLastNumberAndNoFurther) {
     EXPECT_TRUE(file.isOpened());
     EXPECT_EQ(openDescriptors(), descriptors);
     EXPECT_EQ(file.getSubChunkNumber(), 1U);
-    EXPECT_TRUE(file.openSubChunk(0, 0));
+    EXPECT_TRUE(file.openSubChunk(0, SubChunk::AT_START));
     EXPECT_FALSE(file.close());
     EXPECT_TRUE(file.isOpenedSubChunk(0));
 }
@@ -508,7 +510,7 @@ TEST_F(RiffOdd, Close_PatchesSizesToTheLastNumberThatFits) {
         putSparse("f", size - 8,
                   {{0, "RIFF    TESTbig " + littleEndian(static_cast<unsigned int>(size - 28))}});
         RiffFile file("f", 4);
-        ASSERT_EQ(file.open(0, 1), 0);
+        ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
         ASSERT_EQ(file.addSubChunk("end"), 1);
         bool const fits = size - 8 < GIB4;
         EXPECT_EQ(file.close(), fits) << size;
@@ -522,13 +524,13 @@ TEST_F(RiffOdd, Open_WalksOverSizesBeyond32Bits) {
     putSparse("f", second + 11,
               {{0, "RIFF    TESTbig " + littleEndian(0xFFFFFFFFU)}, {second, subChunk("two ", "xyz")}});
     RiffFile file("f", 9);
-    ASSERT_EQ(file.open(0, 0), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     EXPECT_EQ(file.getSubChunkNumber(), 2U);
-    ASSERT_TRUE(file.openSubChunk(1, 0));
+    ASSERT_TRUE(file.openSubChunk(1, SubChunk::AT_START));
     char buffer[8] = {};
     EXPECT_EQ(file.read(buffer, 8), 3);
     EXPECT_STREQ(buffer, "xyz");
-    EXPECT_EQ(file.read(buffer, 8), -4);
+    EXPECT_EQ(file.read(buffer, 8), SubChunk::END_OF_DATA);
     EXPECT_EQ(file.size(), static_cast<long long>(second + 11));
     EXPECT_TRUE(file.closeSubChunk());
     EXPECT_TRUE(file.close()) << "nothing changed, so nothing has to fit";
@@ -554,12 +556,12 @@ TEST_F(WaveOdd, AStreamedFile_WhoseDataSizeIsNotKnown_OpensWhereNoFileCanBeThatL
         hooks::lseek.replace(seekBelow4GiB);
         ASSERT_EQ(wave.open(0, access), 0);
         EXPECT_EQ(wave.getSamplingRate(), 8000U);
-        EXPECT_EQ(wave.getChunkDataSize(1), 0xFFFFFFFFLL);
-        ASSERT_TRUE(wave.openSubChunk(0, 1));
+        EXPECT_EQ(wave.getChunkDataSize(WaveFile::CHUNK_DATA), 0xFFFFFFFFLL);
+        ASSERT_TRUE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA));
         char buffer[8] = {};
         EXPECT_EQ(wave.read(buffer, 8), 4);
         EXPECT_STREQ(buffer, "0123");
-        EXPECT_EQ(wave.read(buffer, 8), -4);
+        EXPECT_EQ(wave.read(buffer, 8), SubChunk::END_OF_DATA);
         EXPECT_TRUE(wave.close());
     }
     EXPECT_EQ(mLog.lines(), Names());
@@ -568,13 +570,13 @@ TEST_F(WaveOdd, AStreamedFile_WhoseDataSizeIsNotKnown_OpensWhereNoFileCanBeThatL
 TEST_F(RiffOdd, ASubChunkThatIsAppendedBehindALyingSize_IsNotFoundByTheNextOpen) {
     putFile("f", riff("TEST", liarChunk("one ", 1000, "0123")));
     RiffFile file("f", 8);
-    ASSERT_EQ(file.open(0, 1), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(file.addSubChunk("two"), 1);
     EXPECT_EQ(file.write("data", 4), 4);
     EXPECT_TRUE(file.close());
-    ASSERT_EQ(file.open(0, 0), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     EXPECT_EQ(file.getSubChunkNumber(), 1U);
-    ASSERT_TRUE(file.openSubChunk(0, 0));
+    ASSERT_TRUE(file.openSubChunk(0, SubChunk::AT_START));
     char buffer[32] = {};
     EXPECT_EQ(file.read(buffer, 32), 16) << "the other sub-chunk is data of the first";
     EXPECT_TRUE(file.close());
@@ -582,12 +584,13 @@ TEST_F(RiffOdd, ASubChunkThatIsAppendedBehindALyingSize_IsNotFoundByTheNextOpen)
 
 TEST_F(SubChunkOdd, ReadHeader_AtTheEndOfAFile_SeeksNothing) {
     putFile("f", three());
-    File file("f", 1);
-    ASSERT_TRUE(file.open(0, 0));
+    File file("f", File::TEXT_UTF8);
+    ASSERT_TRUE(file.open(File::OPEN_KEEP, File::ACCESS_READ));
     HookScope const scope;
     for (unsigned long long const place : {0ULL, 1ULL, GIB4, ~0ULL}) {
         unsigned long long const end = three().size();
-        EXPECT_EQ(SubChunk::readHeader(&file, std::max(end, end + place), nullptr, 0, nullptr), -3);
+        EXPECT_EQ(SubChunk::readHeader(&file, std::max(end, end + place), nullptr, 0, nullptr),
+                  File::END_OF_FILE);
     }
     EXPECT_EQ(hooks::lseek.calls(), 0U);
     hooks::fstat.failFrom(1, 1, -1, EIO);
@@ -639,7 +642,7 @@ TEST_F(RiffOdd, Open_WhoseAnyCallFails_IsClosedForgetsAllAndCanBeTriedAgain) {
             {
                 HookScope const scope;
                 fault(++nth);
-                result = file.open(0, 0);
+                result = file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ);
             }
             ASSERT_LE(nth, 100U);
             if (result != 0) {
@@ -648,7 +651,7 @@ TEST_F(RiffOdd, Open_WhoseAnyCallFails_IsClosedForgetsAllAndCanBeTriedAgain) {
                 EXPECT_FALSE(file.isOpened());
                 EXPECT_EQ(openDescriptors(), descriptors);
                 EXPECT_EQ(file.getSubChunkNumber(), ~0U);
-                ASSERT_EQ(file.open(0, 0), 0) << name << nth;
+                ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0) << name << nth;
             }
             EXPECT_EQ(file.getSubChunkNumber(), 3U);
             SubChunkInfo info;
@@ -678,7 +681,7 @@ std::string writeAll(RiffFile& file) {
             failed = name;
         }
     };
-    check(file.open(1, 1) == 0, "open");
+    check(file.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE) == 0, "open");
     check(file.setFormType("TEST"), "setFormType");
     check(file.addSubChunk("one") == 0, "addSubChunk");
     check(file.write("0123456789", 10) == 10, "write");
@@ -751,8 +754,8 @@ TEST_F(RiffOdd, AWriterWhoseNthCallFails_SaysSoInTheOperationThatMadeIt) {
 TEST_F(RiffOdd, Close_WhoseSubChunkDoesNotClose_ClosesTheFileAndKeepsTheSubChunk) {
     putFile("f", riff("TEST", subChunk("one ", "0123")));
     RiffFile file("f", 4);
-    ASSERT_EQ(file.open(0, 1), 0);
-    ASSERT_TRUE(file.openSubChunk(0, 1));
+    ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
+    ASSERT_TRUE(file.openSubChunk(0, SubChunk::AT_END));
     ASSERT_EQ(file.write("tail\0\0\0\0", 8), 8);
     {
         HookScope const scope;
@@ -766,20 +769,20 @@ TEST_F(RiffOdd, Close_WhoseSubChunkDoesNotClose_ClosesTheFileAndKeepsTheSubChunk
     EXPECT_EQ(contentOf("f").substr(4, 4), littleEndian(24)) << "patched before";
     EXPECT_EQ(contentOf("f").substr(16, 4), littleEndian(4)) << "not patched";
     // It is still there, and goes when it can be closed.
-    ASSERT_EQ(file.open(0, 1), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(file.getSubChunkNumber(), 2U) << "what was added is taken for a header";
     EXPECT_EQ(file.addSubChunk("two"), INVALID);
-    EXPECT_FALSE(file.openSubChunk(0, 0));
+    EXPECT_FALSE(file.openSubChunk(0, SubChunk::AT_START));
     EXPECT_TRUE(file.closeSubChunk());
     EXPECT_EQ(contentOf("f").substr(16, 4), littleEndian(12));
-    EXPECT_TRUE(file.openSubChunk(0, 0));
+    EXPECT_TRUE(file.openSubChunk(0, SubChunk::AT_START));
     EXPECT_TRUE(file.close());
 }
 
 TEST_F(RiffOdd, ADestructorWithoutClose_TouchesNoSizeAndNoFile) {
     {
         RiffFile file("f", 4);
-        ASSERT_EQ(file.open(1, 1), 0);
+        ASSERT_EQ(file.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
         ASSERT_TRUE(file.setFormType("TEST"));
         ASSERT_EQ(file.addSubChunk("one"), 0);
         ASSERT_EQ(file.write("0123", 4), 4);
@@ -787,7 +790,7 @@ TEST_F(RiffOdd, ADestructorWithoutClose_TouchesNoSizeAndNoFile) {
     EXPECT_EQ(contentOf("f"), "RIFF" + littleEndian(0) + "TEST" + liarChunk("one ", 0, "0123"));
     {
         RiffFile file("f", 4);
-        ASSERT_EQ(file.open(1, 1), 0);
+        ASSERT_EQ(file.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
         ASSERT_TRUE(file.setFormType("TEST"));
         RiffFile::AutoClose const closer(file);
         ASSERT_EQ(file.addSubChunk("one"), 0);
@@ -800,10 +803,10 @@ TEST_F(RiffOdd, TwoObjectsOnOneFile_ExcludeEachOtherAsFilesDo) {
     putFile("f", three());
     RiffFile first("f", 4);
     RiffFile second("f", 4);
-    ASSERT_EQ(first.open(0, 0), 0);
-    EXPECT_EQ(second.open(0, 0), 0);
-    EXPECT_TRUE(first.openSubChunk(0, 0));
-    EXPECT_TRUE(second.openSubChunk(2, 0));
+    ASSERT_EQ(first.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
+    EXPECT_EQ(second.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
+    EXPECT_TRUE(first.openSubChunk(0, SubChunk::AT_START));
+    EXPECT_TRUE(second.openSubChunk(2, SubChunk::AT_START));
     char a[8] = {};
     char b[8] = {};
     EXPECT_EQ(first.read(a, 2), 2);
@@ -812,18 +815,18 @@ TEST_F(RiffOdd, TwoObjectsOnOneFile_ExcludeEachOtherAsFilesDo) {
     EXPECT_STREQ(a, "1234");
     EXPECT_STREQ(b, "123456");
     EXPECT_TRUE(second.close());
-    EXPECT_EQ(second.open(0, 1), 1);
+    EXPECT_EQ(second.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 1);
     EXPECT_FALSE(second.isOpened());
     EXPECT_TRUE(first.close());
-    ASSERT_EQ(second.open(0, 1), 0);
-    EXPECT_EQ(first.open(0, 0), 1);
+    ASSERT_EQ(second.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
+    EXPECT_EQ(first.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 1);
     EXPECT_TRUE(second.close());
     EXPECT_EQ(contentOf("f"), three());
     // A new file is emptied before its lock is asked for, but what another holds is never erased.
-    ASSERT_EQ(first.open(0, 0), 0);
-    EXPECT_EQ(second.open(1, 1), 1);
+    ASSERT_EQ(first.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
+    EXPECT_EQ(second.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 1);
     EXPECT_TRUE(File::exists("f"));
-    EXPECT_FALSE(first.openSubChunk(0, 0));
+    EXPECT_FALSE(first.openSubChunk(0, SubChunk::AT_START));
     EXPECT_FALSE(first.close()) << "8 less than nothing does not fit";
     EXPECT_TRUE(first.isOpened());
 }
@@ -831,8 +834,8 @@ TEST_F(RiffOdd, TwoObjectsOnOneFile_ExcludeEachOtherAsFilesDo) {
 TEST_F(RiffOdd, ASecondOpen_IsRefusedAndChangesNothing) {
     putFile("f", three());
     RiffFile file("f", 4);
-    ASSERT_EQ(file.open(0, 1), 0);
-    ASSERT_TRUE(file.openSubChunk(1, 0));
+    ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
+    ASSERT_TRUE(file.openSubChunk(1, SubChunk::AT_START));
     for (int disposition : {0, 1, 2, -1}) {
         for (int access : {0, 1, 2, -1}) {
             EXPECT_EQ(file.open(disposition, access), 1);
@@ -848,7 +851,7 @@ TEST_F(RiffOdd, ASecondOpen_IsRefusedAndChangesNothing) {
 
 TEST_F(RiffOdd, ACapacityOfNothing_KnowsNothingButCanStillBeWritten) {
     RiffFile file("f", 0);
-    ASSERT_EQ(file.open(1, 1), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     ASSERT_TRUE(file.setFormType("TEST"));
     EXPECT_EQ(file.addSubChunk("one"), INVALID);
     EXPECT_EQ(file.getSubChunkNumber(), 0U);
@@ -859,24 +862,24 @@ TEST_F(RiffOdd, ACapacityOfNothing_KnowsNothingButCanStillBeWritten) {
     EXPECT_TRUE(file.closeSubChunk());
     EXPECT_TRUE(file.close());
     EXPECT_EQ(contentOf("f"), riff("TEST", subChunk("one ", "xyz")));
-    EXPECT_EQ(file.open(0, 0), 0);
+    EXPECT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     EXPECT_EQ(file.getSubChunkNumber(), 0U);
     EXPECT_TRUE(file.close());
 }
 
 TEST_F(RiffOdd, ASubChunkThatWasNotTakenDown_IsOverwrittenByTheLastThatWas) {
     RiffFile file("f", 1);
-    ASSERT_EQ(file.open(1, 1), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     ASSERT_TRUE(file.setFormType("TEST"));
     ASSERT_EQ(file.addSubChunk("one"), 0);
     ASSERT_TRUE(file.closeSubChunk());
     EXPECT_EQ(file.addSubChunk("two"), INVALID);
     EXPECT_FALSE(file.isOpenedSubChunk(0));
     EXPECT_EQ(file.write("x", 1), -1);
-    EXPECT_FALSE(file.openSubChunk(0, 0)) << "one is open still";
+    EXPECT_FALSE(file.openSubChunk(0, SubChunk::AT_START)) << "one is open still";
     EXPECT_TRUE(file.closeSubChunk());
     EXPECT_EQ(file.getSubChunkNumber(), 1U);
-    ASSERT_TRUE(file.openSubChunk(0, 1));
+    ASSERT_TRUE(file.openSubChunk(0, SubChunk::AT_END));
     EXPECT_EQ(file.write("ABCDEFGH", 8), 8);
     EXPECT_TRUE(file.close());
     EXPECT_EQ(contentOf("f"), riff("TEST", subChunk("one ", "ABCDEFGH")));
@@ -886,7 +889,7 @@ TEST_F(RiffOdd, Numbers_StartAgainBehindTheLastAndARepeatedOneFails) {
     RiffFields const fields{};
     std::size_t const last = offsetIn(fields, fields.lastSubChunkId);
     RiffFile file("f", 8);
-    ASSERT_EQ(file.open(1, 1), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     ASSERT_TRUE(file.setFormType("TEST"));
     pokeAt(file, last, 0x7FFFFFFD);
     EXPECT_EQ(file.addSubChunk("a"), 0x7FFFFFFE);
@@ -894,7 +897,7 @@ TEST_F(RiffOdd, Numbers_StartAgainBehindTheLastAndARepeatedOneFails) {
     EXPECT_EQ(file.addSubChunk("b"), 0);
     EXPECT_EQ(file.write("b", 1), 1) << "the last in the file, though not the largest number";
     ASSERT_TRUE(file.closeSubChunk());
-    ASSERT_TRUE(file.openSubChunk(0x7FFFFFFE, 1));
+    ASSERT_TRUE(file.openSubChunk(0x7FFFFFFE, SubChunk::AT_END));
     EXPECT_EQ(file.write("a", 1), -1);
     ASSERT_TRUE(file.closeSubChunk());
     pokeAt(file, last, 0x7FFFFFFE);
@@ -908,7 +911,7 @@ TEST_F(RiffOdd, Numbers_StartAgainBehindTheLastAndARepeatedOneFails) {
 TEST_F(RiffOdd, SetFormType_StandsAsideOfTheOpenSubChunkAndKeepsTheOldTextOnFailure) {
     RiffFile file("f", 4);
     EXPECT_FALSE(file.setFormType("TEST"));
-    ASSERT_EQ(file.open(1, 1), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     ASSERT_TRUE(file.setFormType("AB  "));
     EXPECT_STREQ(file.getFormType(), "AB");
     ASSERT_EQ(file.addSubChunk("one"), 0);
@@ -921,7 +924,7 @@ TEST_F(RiffOdd, SetFormType_StandsAsideOfTheOpenSubChunkAndKeepsTheOldTextOnFail
         EXPECT_FALSE(file.setFormType("CD"));
         EXPECT_STREQ(file.getFormType(), "\xE3\x81\x82");
     }
-    EXPECT_EQ(file.seek(1, 0), 4);
+    EXPECT_EQ(file.seek(File::FROM_END, 0), 4);
     {
         HookScope const scope;
         hooks::write.failFrom(1, 1, -1, ENOSPC);
@@ -938,17 +941,17 @@ TEST_F(RiffOdd, SetFormType_StandsAsideOfTheOpenSubChunkAndKeepsTheOldTextOnFail
     EXPECT_TRUE(file.close());
     EXPECT_EQ(contentOf("f"), riff("    ", subChunk("one ", "0123")));
     // Read back it keeps its blanks, and stays when the object closes, until a file says otherwise.
-    ASSERT_EQ(file.open(0, 0), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     EXPECT_STREQ(file.getFormType(), "    ");
     EXPECT_FALSE(file.setFormType("NEW"));
     EXPECT_STREQ(file.getFormType(), "    ");
     EXPECT_TRUE(file.close());
     EXPECT_STREQ(file.getFormType(), "    ");
-    ASSERT_EQ(file.open(1, 1), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_STREQ(file.getFormType(), "    ") << "the new file has none yet";
     EXPECT_TRUE(file.close());
     EXPECT_EQ(contentOf("f"), "RIFF" + littleEndian(0));
-    ASSERT_EQ(file.open(0, 0), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     EXPECT_STREQ(file.getFormType(), "");
     EXPECT_TRUE(file.close());
 }
@@ -959,7 +962,7 @@ TEST_F(RiffOdd, Lists_LookAtTheFirstOnesOnlyAndAtWholeIds) {
     std::array<SubChunkInfo, 4> list;
     EXPECT_EQ(file.getSubChunkInfoList(list.data(), 4), -1);
     EXPECT_EQ(file.getSubChunkNumber("one"), -1);
-    ASSERT_EQ(file.open(0, 0), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     for (unsigned int count : {0U, 1U, 2U, 3U, 4U}) {
         EXPECT_EQ(file.getSubChunkInfoList(list.data(), count), static_cast<int>(std::min(count, 3U)));
         EXPECT_EQ(file.getSubChunkInfoList("one", list.data(), count), count < 1 ? 0 : count < 3 ? 1 : 2);
@@ -986,7 +989,7 @@ TEST_F(RiffOdd, Lists_LookAtTheFirstOnesOnlyAndAtWholeIds) {
 TEST_F(RiffOdd, AnIdOfBlanks_IsFoundAsTheEmptyText) {
     putFile("f", riff("TEST", subChunk("    ", "1") + subChunk("one ", "2") + subChunk("    ", "3")));
     RiffFile file("f", 8);
-    ASSERT_EQ(file.open(0, 0), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     std::array<SubChunkInfo, 4> list;
     EXPECT_EQ(file.getSubChunkNumber(""), 2);
     EXPECT_EQ(file.getSubChunkInfoList("", list.data(), 4), 2);
@@ -1014,7 +1017,8 @@ TEST_F(RiffOdd, DataWithoutTheirSize_AreTakenForHeaders) {
         std::string const content = riff("TEST", front + liarChunk("two ", 0, each.data));
         putFile("f", content);
         RiffFile file("f", 64);
-        EXPECT_EQ(file.open(0, 1), each.result) << each.data.size();
+        EXPECT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), each.result)
+            << each.data.size();
         EXPECT_EQ(file.getSubChunkNumber(), each.result == 0 ? each.known : ~0U) << each.data.size();
         EXPECT_TRUE(file.close());
         EXPECT_EQ(contentOf("f"), content);
@@ -1025,15 +1029,15 @@ TEST_F(RiffOdd, OnAClosedObject_EverythingHasItsFailureResult) {
     RiffFile file(nullptr, 4);
     char buffer[4] = {};
     EXPECT_STREQ(file.getPath(), "");
-    EXPECT_EQ(file.open(0, 0), 1);
-    EXPECT_EQ(file.open(0, 1), 1);
-    EXPECT_EQ(file.open(1, 0), 1);
+    EXPECT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 1);
+    EXPECT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 1);
+    EXPECT_EQ(file.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ), 1);
     EXPECT_EQ(file.addSubChunk("one"), INVALID);
-    EXPECT_FALSE(file.openSubChunk(0, 0));
+    EXPECT_FALSE(file.openSubChunk(0, SubChunk::AT_START));
     EXPECT_TRUE(file.closeSubChunk());
     EXPECT_EQ(file.read(buffer, 4), -1);
     EXPECT_EQ(file.write(buffer, 4), -1);
-    EXPECT_EQ(file.seek(0, 0), -1);
+    EXPECT_EQ(file.seek(File::FROM_START, 0), -1);
     EXPECT_EQ(file.position(), -1);
     EXPECT_EQ(file.size(), -1);
     EXPECT_STREQ(file.getFormType(), "");
@@ -1042,7 +1046,7 @@ TEST_F(RiffOdd, OnAClosedObject_EverythingHasItsFailureResult) {
     putFile("f", "0123");
     RiffFile other("f", 4);
     EXPECT_EQ(other.size(), 4) << "the file's, open or not";
-    EXPECT_EQ(other.open(1, 0), 1);
+    EXPECT_EQ(other.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ), 1);
     EXPECT_EQ(contentOf("f"), "0123");
 }
 
@@ -1060,10 +1064,10 @@ TEST_F(WaveOdd, DataBehind64SubChunks_AreNotFound) {
     for (unsigned int before : {62U, 63U, 64U, 65U}) {
         putFile("f", waveOf(before));
         WaveFile wave("f");
-        EXPECT_EQ(wave.open(0, 0), before < 64 ? 0 : 4) << before;
+        EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), before < 64 ? 0 : 4) << before;
         EXPECT_TRUE(wave.isOpened());
-        EXPECT_EQ(wave.getChunkDataSize(1), before < 64 ? 10 : -1);
-        EXPECT_EQ(wave.openSubChunk(0, 1), before < 64);
+        EXPECT_EQ(wave.getChunkDataSize(WaveFile::CHUNK_DATA), before < 64 ? 10 : -1);
+        EXPECT_EQ(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA), before < 64);
         EXPECT_TRUE(wave.close());
         EXPECT_EQ(contentOf("f"), waveOf(before));
     }
@@ -1074,12 +1078,12 @@ TEST_F(WaveOdd, AFormatOfEveryLength_LoadsFrom16BytesOn) {
         std::string const data = (format(44100, 2, 16) + "xx").substr(0, length);
         putFile("f", riff("WAVE", subChunk("fmt ", data) + subChunk("data", "0123")));
         WaveFile wave("f");
-        EXPECT_EQ(wave.open(0, 0), length < 16 ? 1 : 0) << length;
+        EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), length < 16 ? 1 : 0) << length;
         EXPECT_TRUE(wave.isOpened());
-        EXPECT_EQ(wave.isOpenedSubChunk(0), length < 16) << length;
+        EXPECT_EQ(wave.isOpenedSubChunk(WaveFile::CHUNK_FMT), length < 16) << length;
         EXPECT_EQ(wave.getSamplingRate(), length < 16 ? 0U : 44100U);
         EXPECT_EQ(wave.getChannel(), length < 16 ? 0U : 2U);
-        EXPECT_EQ(wave.getChunkDataSize(0), static_cast<long long>(length));
+        EXPECT_EQ(wave.getChunkDataSize(WaveFile::CHUNK_FMT), static_cast<long long>(length));
         EXPECT_TRUE(wave.close());
     }
 }
@@ -1087,7 +1091,7 @@ TEST_F(WaveOdd, AFormatOfEveryLength_LoadsFrom16BytesOn) {
 TEST_F(WaveOdd, TheLargestFormatValues_WrapInTheirWidths) {
     {
         WaveFile wave("f");
-        ASSERT_EQ(wave.open(1, 1), 0);
+        ASSERT_EQ(wave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
         ASSERT_TRUE(wave.setFmtChunkData(~0U, 0xFFFF, 0xFFFF, 0xFFFF));
         EXPECT_EQ(wave.getBlockAlign(), 1U);
         EXPECT_EQ(wave.getBytePerSec(), 0x0001FFFFU);
@@ -1099,7 +1103,7 @@ TEST_F(WaveOdd, TheLargestFormatValues_WrapInTheirWidths) {
 
 TEST_F(WaveOdd, AFormatOfWhichOnlyAPartWasWritten_IsAFailureThatKeepsTheOldValues) {
     WaveFile wave("f");
-    ASSERT_EQ(wave.open(1, 1), 0);
+    ASSERT_EQ(wave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     ASSERT_TRUE(wave.setFmtChunkData(8000, 1, 16, 1));
     HookScope const scope;
     writeShort(1);
@@ -1116,7 +1120,7 @@ TEST_F(WaveOdd, AWriterWhoseNthWriteFails_KeepsOldValuesAndCanGoOn) {
         WaveFile wave("f");
         HookScope const scope;
         hooks::write.failFrom(nth, 1, -1, ENOSPC);
-        if (wave.open(1, 1) != 0) {
+        if (wave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE) != 0) {
             EXPECT_FALSE(wave.isOpened()) << nth;
             continue;
         }
@@ -1140,26 +1144,26 @@ TEST_F(WaveOdd, AWriterWhoseNthWriteFails_KeepsOldValuesAndCanGoOn) {
 
 TEST_F(WaveOdd, FormatData_AreReplacedUntilDataStandBehindThem) {
     WaveFile wave("f");
-    ASSERT_EQ(wave.open(1, 1), 0);
+    ASSERT_EQ(wave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(wave.write("x", 1), -1);
-    EXPECT_FALSE(wave.openSubChunk(0, 1));
+    EXPECT_FALSE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA));
     ASSERT_TRUE(wave.setFmtChunkData(8000, 1, 16, 1));
     ASSERT_TRUE(wave.setFmtChunkData(16000, 2, 8, 2));
-    EXPECT_EQ(wave.getChunkDataSize(0), 0) << "as it was added";
-    EXPECT_EQ(wave.getChunkDataSize(1), -1);
-    ASSERT_TRUE(wave.openSubChunk(1, 1));
-    EXPECT_TRUE(wave.isOpenedSubChunk(1));
-    EXPECT_FALSE(wave.isOpenedSubChunk(0));
+    EXPECT_EQ(wave.getChunkDataSize(WaveFile::CHUNK_FMT), 0) << "as it was added";
+    EXPECT_EQ(wave.getChunkDataSize(WaveFile::CHUNK_DATA), -1);
+    ASSERT_TRUE(wave.openSubChunk(SubChunk::AT_END, WaveFile::CHUNK_DATA));
+    EXPECT_TRUE(wave.isOpenedSubChunk(WaveFile::CHUNK_DATA));
+    EXPECT_FALSE(wave.isOpenedSubChunk(WaveFile::CHUNK_FMT));
     EXPECT_FALSE(wave.isOpenedSubChunk(2));
     EXPECT_FALSE(wave.setFmtChunkData(1, 1, 1, 1)) << "while data are open";
     EXPECT_EQ(wave.write("0123", 4), 4);
     ASSERT_TRUE(wave.closeSubChunk());
     EXPECT_FALSE(wave.setFmtChunkData(1, 1, 1, 1));
-    EXPECT_FALSE(wave.isOpenedSubChunk(0));
+    EXPECT_FALSE(wave.isOpenedSubChunk(WaveFile::CHUNK_FMT));
     EXPECT_EQ(wave.getSamplingRate(), 16000U);
-    EXPECT_FALSE(wave.openSubChunk(2, 1));
-    EXPECT_FALSE(wave.openSubChunk(0, 2));
-    ASSERT_TRUE(wave.openSubChunk(1, 1));
+    EXPECT_FALSE(wave.openSubChunk(2, WaveFile::CHUNK_DATA));
+    EXPECT_FALSE(wave.openSubChunk(SubChunk::AT_START, 2));
+    ASSERT_TRUE(wave.openSubChunk(SubChunk::AT_END, WaveFile::CHUNK_DATA));
     EXPECT_EQ(wave.position(), 4);
     EXPECT_EQ(wave.write("45", 2), 2);
     EXPECT_TRUE(wave.close());
@@ -1172,32 +1176,32 @@ TEST_F(WaveOdd, FormatData_AreReplacedUntilDataStandBehindThem) {
 TEST_F(WaveOdd, OneObjectForManyFiles_KeepsItsNumbersAsTold) {
     putFile("f", waveOf(5));
     WaveFile wave("f");
-    ASSERT_EQ(wave.open(0, 0), 0);
-    EXPECT_EQ(wave.open(0, 0), 1) << "and closed";
+    ASSERT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
+    EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 1) << "and closed";
     EXPECT_FALSE(wave.isOpened());
-    ASSERT_EQ(wave.open(0, 0), 0);
+    ASSERT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     EXPECT_EQ(wave.open(0, 2), 1);
     EXPECT_TRUE(wave.isOpened()) << "wrong arguments touch nothing";
     EXPECT_TRUE(wave.close());
     EXPECT_TRUE(wave.close());
     EXPECT_EQ(wave.getSamplingRate(), 8000U);
-    EXPECT_EQ(wave.getChunkDataSize(1), -1);
-    EXPECT_FALSE(wave.openSubChunk(0, 1));
+    EXPECT_EQ(wave.getChunkDataSize(WaveFile::CHUNK_DATA), -1);
+    EXPECT_FALSE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA));
     // A new file does not have the number that "data" had.
-    ASSERT_EQ(wave.open(1, 1), 0);
+    ASSERT_EQ(wave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_FALSE(wave.setFmtChunkData(8000, 1, 16, 1));
-    EXPECT_FALSE(wave.openSubChunk(0, 0));
-    EXPECT_FALSE(wave.openSubChunk(0, 1));
+    EXPECT_FALSE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_FMT));
+    EXPECT_FALSE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA));
     EXPECT_TRUE(wave.close());
     EXPECT_EQ(contentOf("f"), riff("WAVE", ""));
-    EXPECT_EQ(wave.open(0, 0), 3);
+    EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 3);
     EXPECT_TRUE(wave.isOpened());
     EXPECT_TRUE(wave.close());
     putFile("f", riff("WAVe", ""));
-    EXPECT_EQ(wave.open(0, 1), 2);
+    EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 2);
     EXPECT_FALSE(wave.isOpened());
     putFile("f", "RIFF" + littleEndian(0));
-    EXPECT_EQ(wave.open(0, 1), 2) << "there, and so not new";
+    EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 2) << "there, and so not new";
     EXPECT_FALSE(wave.isOpened());
     EXPECT_EQ(contentOf("f"), "RIFF" + littleEndian(0));
 }
@@ -1206,7 +1210,7 @@ TEST_F(WaveOdd, OneObjectForManyFiles_KeepsItsNumbersAsTold) {
 
 TEST_F(RiffOdd, ManyThreadsOnOneObject_SeeWholeOperations) {
     RiffFile file("f", 200);
-    ASSERT_EQ(file.open(1, 1), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     ASSERT_TRUE(file.setFormType("TEST"));
     std::atomic<unsigned int> added{0};
     std::vector<std::thread> threads;
@@ -1218,9 +1222,9 @@ TEST_F(RiffOdd, ManyThreadsOnOneObject_SeeWholeOperations) {
                     file.write("0123", 4);
                     file.closeSubChunk();
                 }
-                file.isOpenedSubChunk(round);
-                file.seek(0, 0);
-                file.position();
+                static_cast<void>(file.isOpenedSubChunk(round));
+                file.seek(File::FROM_START, 0);
+                static_cast<void>(file.position());
                 SubChunkInfo info;
                 file.getSubChunkInfo(file.getSubChunkNumber() - 1, &info);
                 file.setFormType("TEST");
@@ -1240,19 +1244,19 @@ TEST_F(RiffOdd, ManyThreadsOnOneObject_SeeWholeOperations) {
 
 TEST_F(WaveOdd, ValuesAreReadWhileAnotherThreadSetsThem) {
     WaveFile wave("f");
-    ASSERT_EQ(wave.open(1, 1), 0);
+    ASSERT_EQ(wave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     std::atomic<bool> done{false};
     std::thread reader([&] {
         while (!done) {
             unsigned int const rate = wave.getSamplingRate();
             EXPECT_TRUE(rate == 0 || rate == 1000 || rate == 2000);
-            wave.getBytePerSec();
-            wave.getBlockAlign();
-            wave.getChannel();
-            wave.getBitsWidth();
-            wave.getFormatId();
-            wave.isOpenedSubChunk(0);
-            wave.getChunkDataSize(0);
+            static_cast<void>(wave.getBytePerSec());
+            static_cast<void>(wave.getBlockAlign());
+            static_cast<void>(wave.getChannel());
+            static_cast<void>(wave.getBitsWidth());
+            static_cast<void>(wave.getFormatId());
+            static_cast<void>(wave.isOpenedSubChunk(WaveFile::CHUNK_FMT));
+            static_cast<void>(wave.getChunkDataSize(WaveFile::CHUNK_FMT));
         }
     });
     for (unsigned int i = 0; i < 50; ++i) {
@@ -1301,18 +1305,18 @@ using WaveStatements = WithStatements;
 TEST_F(SubChunkStatements, EveryOperation_ReportsItsWaitForTheLock) {
     char const* const source = "UtlSubChunk";
     putFile("f", subChunk("one ", "0123"));
-    File file("f", 1);
-    ASSERT_TRUE(file.open(0, 2));
+    File file("f", File::TEXT_UTF8);
+    ASSERT_TRUE(file.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE));
     SubChunk chunk;
     char byte = 'x';
-    expectBracket(source, "open", [&] { EXPECT_TRUE(chunk.open(&file, 0, 0)); });
+    expectBracket(source, "open", [&] { EXPECT_TRUE(chunk.open(&file, 0, SubChunk::AT_START)); });
     expectBracket(source, "read", [&] { chunk.read(&byte, 1); });
     expectBracket(source, "write", [&] { chunk.write(&byte, 1); });
-    expectBracket(source, "seek", [&] { chunk.seek(0, 0); });
-    expectBracket(source, "position", [&] { chunk.position(); });
-    expectBracket(source, "getSubChunkId", [&] { chunk.getSubChunkId(); });
-    expectBracket(source, "getDataSize", [&] { chunk.getDataSize(); });
-    EXPECT_EQ(mStatements.of([&] { chunk.isOpened(); }), NONE);
+    expectBracket(source, "seek", [&] { chunk.seek(File::FROM_START, 0); });
+    expectBracket(source, "position", [&] { return chunk.position(); });
+    expectBracket(source, "getSubChunkId", [&] { return chunk.getSubChunkId(); });
+    expectBracket(source, "getDataSize", [&] { return chunk.getDataSize(); });
+    EXPECT_EQ(mStatements.of([&] { return chunk.isOpened(); }), NONE);
     expectBracket(source, "close", [&] { chunk.close(); });
     expectBracket(source, "close", [&] { chunk.close(); });
     expectBracket(source, "add", [&] { chunk.add(&file, "two"); });
@@ -1337,19 +1341,20 @@ TEST_F(RiffStatements, EveryOperation_ReportsItsWaitForTheLock) {
     RiffFile file("f", 4);
     char byte = 'x';
     std::array<SubChunkInfo, 4> list;
-    expectBracket(source, "isOpened", [&] { file.isOpened(); });
-    expectBracket(source, "open", [&] { EXPECT_EQ(file.open(0, 1), 0); });
-    expectBracket(source, "openSubChunk", [&] { EXPECT_TRUE(file.openSubChunk(2, 0)); });
+    expectBracket(source, "isOpened", [&] { return file.isOpened(); });
+    expectBracket(source, "open",
+                  [&] { EXPECT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0); });
+    expectBracket(source, "openSubChunk", [&] { EXPECT_TRUE(file.openSubChunk(2, SubChunk::AT_START)); });
     expectBracket(source, "read", [&] { file.read(&byte, 1); });
     expectBracket(source, "write", [&] { file.write(&byte, 1); });
-    expectBracket(source, "seek", [&] { file.seek(0, 0); });
-    expectBracket(source, "position", [&] { file.position(); });
-    expectBracket(source, "size", [&] { file.size(); });
-    expectBracket(source, "getPath", [&] { file.getPath(); });
+    expectBracket(source, "seek", [&] { file.seek(File::FROM_START, 0); });
+    expectBracket(source, "position", [&] { return file.position(); });
+    expectBracket(source, "size", [&] { return file.size(); });
+    expectBracket(source, "getPath", [&] { return file.getPath(); });
     expectBracket(source, "setFormType", [&] { file.setFormType("TEST"); });
-    expectBracket(source, "getFormType", [&] { file.getFormType(); });
-    expectBracket(source, "getSubChunkNumber", [&] { file.getSubChunkNumber(); });
-    expectBracket(source, "getSubChunkNumber", [&] { file.getSubChunkNumber("one"); });
+    expectBracket(source, "getFormType", [&] { return file.getFormType(); });
+    expectBracket(source, "getSubChunkNumber", [&] { return file.getSubChunkNumber(); });
+    expectBracket(source, "getSubChunkNumber", [&] { return file.getSubChunkNumber("one"); });
     expectBracket(source, "getSubChunkInfo", [&] { file.getSubChunkInfo(0, list.data()); });
     expectBracket(source, "getSubChunkInfoList", [&] { file.getSubChunkInfoList(list.data(), 4); });
     expectBracket(source, "getSubChunkInfoList", [&] { file.getSubChunkInfoList("one", list.data(), 4); });
@@ -1357,14 +1362,14 @@ TEST_F(RiffStatements, EveryOperation_ReportsItsWaitForTheLock) {
     expectBracket(source, "addSubChunk", [&] { file.addSubChunk("two"); });
     expectBracket(source, "close", [&] { RiffFile::AutoClose const closer(file); });
     EXPECT_FALSE(file.isOpened());
-    EXPECT_EQ(mStatements.of([&] { file.isOpenedSubChunk(0); }), NONE);
+    EXPECT_EQ(mStatements.of([&] { return file.isOpenedSubChunk(0); }), NONE);
     EXPECT_EQ(mStatements.of([&] { EXPECT_EQ(file.open(2, 0), 1); }), NONE);
     EXPECT_EQ(mStatements.of([&] { EXPECT_FALSE(file.setFormType(nullptr)); }), NONE);
 }
 
 TEST_F(RiffStatements, TheNumberOfSubChunks_AsksWhetherTheFileIsOpenWhileItHoldsTheLock) {
     RiffFile file("f", 4);
-    EXPECT_EQ(only(mStatements.of([&] { file.getSubChunkNumber(); }), "UtlRiffFile"),
+    EXPECT_EQ(only(mStatements.of([&] { return file.getSubChunkNumber(); }), "UtlRiffFile"),
               (Names{"getSubChunkNumber 1", "getSubChunkNumber 2", "isOpened 1", "isOpened 2"}));
 }
 
@@ -1388,7 +1393,7 @@ utl::StatementInfo lastStatementOf(int thread) {
 TEST_F(RiffOdd, AThreadThatWaitsForTheLock_StandsInFrontOfIt) {
     putFile("f", three());
     RiffFile file("f", 4);
-    ASSERT_EQ(file.open(0, 0), 0);
+    ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     utltest::HookScope const scope;
     hooks::fstat.replace(heldFstat);
     std::thread holder([&] { EXPECT_EQ(file.size(), static_cast<long long>(three().size())); });
@@ -1422,29 +1427,31 @@ TEST_F(WaveStatements, EveryOperation_ReportsItsWaitForTheLock) {
     putFile("f", riff("WAVE", subChunk("fmt ", format(8000, 1, 16)) + subChunk("data", "0123")));
     WaveFile wave("f");
     char byte = 'x';
-    expectBracket(source, "open", [&] { EXPECT_EQ(wave.open(0, 1), 0); });
-    expectBracket(source, "isOpened", [&] { wave.isOpened(); });
-    expectBracket(source, "openSubChunk", [&] { EXPECT_TRUE(wave.openSubChunk(0, 1)); });
-    expectBracket(source, "isOpenedSubChunk", [&] { wave.isOpenedSubChunk(0); });
-    expectBracket(source, "getChunkDataSize", [&] { wave.getChunkDataSize(0); });
+    expectBracket(source, "open",
+                  [&] { EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0); });
+    expectBracket(source, "isOpened", [&] { return wave.isOpened(); });
+    expectBracket(source, "openSubChunk",
+                  [&] { EXPECT_TRUE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA)); });
+    expectBracket(source, "isOpenedSubChunk", [&] { return wave.isOpenedSubChunk(WaveFile::CHUNK_FMT); });
+    expectBracket(source, "getChunkDataSize", [&] { return wave.getChunkDataSize(WaveFile::CHUNK_FMT); });
     expectBracket(source, "read", [&] { wave.read(&byte, 1); });
     expectBracket(source, "write", [&] { wave.write(&byte, 1); });
-    expectBracket(source, "seek", [&] { wave.seek(0, 0); });
-    expectBracket(source, "position", [&] { wave.position(); });
-    expectBracket(source, "size", [&] { wave.size(); });
-    expectBracket(source, "getPath", [&] { wave.getPath(); });
+    expectBracket(source, "seek", [&] { wave.seek(File::FROM_START, 0); });
+    expectBracket(source, "position", [&] { return wave.position(); });
+    expectBracket(source, "size", [&] { return wave.size(); });
+    expectBracket(source, "getPath", [&] { return wave.getPath(); });
     expectBracket(source, "closeSubChunk", [&] { wave.closeSubChunk(); });
     expectBracket(source, "setFmtChunkData", [&] { wave.setFmtChunkData(1, 1, 1, 1); });
     EXPECT_EQ(mStatements.of([&] {
-        wave.getSamplingRate();
-        wave.getChannel();
-        wave.getBitsWidth();
-        wave.getFormatId();
-        wave.getBytePerSec();
-        wave.getBlockAlign();
+        static_cast<void>(wave.getSamplingRate());
+        static_cast<void>(wave.getChannel());
+        static_cast<void>(wave.getBitsWidth());
+        static_cast<void>(wave.getFormatId());
+        static_cast<void>(wave.getBytePerSec());
+        static_cast<void>(wave.getBlockAlign());
     }),
               NONE);
-    EXPECT_EQ(mStatements.of([&] { EXPECT_FALSE(wave.openSubChunk(2, 0)); }), NONE);
+    EXPECT_EQ(mStatements.of([&] { EXPECT_FALSE(wave.openSubChunk(2, WaveFile::CHUNK_FMT)); }), NONE);
     EXPECT_EQ(mStatements.of([&] { EXPECT_EQ(wave.open(2, 0), 1); }), NONE);
     expectBracket(source, "close", [&] { WaveFile::AutoClose const closer(wave); });
     EXPECT_FALSE(wave.isOpened());
@@ -1453,8 +1460,8 @@ TEST_F(WaveStatements, EveryOperation_ReportsItsWaitForTheLock) {
 TEST_F(WaveStatements, ARead_TakesTheLocksFromTheOutsideIn) {
     putFile("f", riff("WAVE", subChunk("fmt ", format(8000, 1, 16)) + subChunk("data", "0123")));
     WaveFile wave("f");
-    ASSERT_EQ(wave.open(0, 0), 0);
-    ASSERT_TRUE(wave.openSubChunk(0, 1));
+    ASSERT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
+    ASSERT_TRUE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA));
     char byte = 'x';
     Names found = mStatements.of([&] { wave.read(&byte, 1); });
     ASSERT_GE(found.size(), 6U);

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <type_traits>
+#include <utility>
 
 #include "TestFolder.h"
 #include "TestHooks.h"
@@ -30,8 +32,6 @@ using utltest::riff;
 using utltest::subChunk;
 namespace hooks = utltest::hooks;
 
-constexpr int READ = 0;
-constexpr int READ_WRITE = 2;
 constexpr unsigned long long FIRST = 12;            // header of "abcd" in the file below
 constexpr unsigned long long SECOND = 12 + 8 + 10;  // header of "ef"
 
@@ -41,8 +41,9 @@ class SubChunkInAFile : public utltest::InFolder {
   protected:
     SubChunkInAFile() { putFile("f", CONTENT); }
 
-    void openFile(int access = READ_WRITE) { ASSERT_EQ(mFile.open(0, access), 1); }
-    void openAt(unsigned long long position, int mode = 0, int access = READ_WRITE) {
+    void openFile(int access = File::ACCESS_READ_WRITE) { ASSERT_EQ(mFile.open(File::OPEN_KEEP, access), 1); }
+    void openAt(unsigned long long position, int mode = SubChunk::AT_START,
+                int access = File::ACCESS_READ_WRITE) {
         openFile(access);
         ASSERT_EQ(mSubChunk.open(&mFile, position, mode), 1);
     }
@@ -53,7 +54,7 @@ class SubChunkInAFile : public utltest::InFolder {
         return count < 0 ? std::to_string(count) : text.substr(0, static_cast<size_t>(count));
     }
 
-    File mFile{"f", 1};
+    File mFile{"f", File::TEXT_UTF8};
     SubChunk mSubChunk;
 };
 
@@ -90,15 +91,15 @@ TEST_F(SubChunkInAFile, IsClosedAtFirst) {
     EXPECT_EQ(mSubChunk.getSubChunkId(), nullptr);
     EXPECT_EQ(mSubChunk.getDataSize(), INVALID_SIZE);
     EXPECT_EQ(mSubChunk.position(), -1);
-    EXPECT_EQ(mSubChunk.seek(0, 0), -1);
+    EXPECT_EQ(mSubChunk.seek(File::FROM_START, 0), -1);
     EXPECT_EQ(readText(1), "-1");
     EXPECT_EQ(mSubChunk.write("x", 1), -1);
     EXPECT_EQ(mSubChunk.close(), 1);
 }
 
 TEST_F(SubChunkInAFile, ReadHeader_GivesIdAndSize_AndLeavesThePosition) {
-    openFile(READ);
-    mFile.seek(5, 0);
+    openFile(File::ACCESS_READ);
+    mFile.seek(5, File::FROM_START);
     char id[5] = "????";
     unsigned int size = 0;
     EXPECT_EQ(SubChunk::readHeader(&mFile, FIRST, id, sizeof(id), &size), 0);
@@ -111,12 +112,12 @@ TEST_F(SubChunkInAFile, ReadHeader_GivesIdAndSize_AndLeavesThePosition) {
 }
 
 TEST_F(SubChunkInAFile, ReadHeader_WantsNeitherIdNorSize) {
-    openFile(READ);
+    openFile(File::ACCESS_READ);
     EXPECT_EQ(SubChunk::readHeader(&mFile, FIRST, nullptr, 0, nullptr), 0);
 }
 
 TEST_F(SubChunkInAFile, ReadHeader_IntoLessThan5Bytes_FailsWithNothingWritten) {
-    openFile(READ);
+    openFile(File::ACCESS_READ);
     char id[4] = {'?', '?', '?', '?'};
     unsigned int size = 77;
     EXPECT_EQ(SubChunk::readHeader(&mFile, FIRST, id, sizeof(id), &size), -1);
@@ -125,12 +126,12 @@ TEST_F(SubChunkInAFile, ReadHeader_IntoLessThan5Bytes_FailsWithNothingWritten) {
 }
 
 TEST_F(SubChunkInAFile, ReadHeader_AtTheEndOfTheFile_GivesMinusThree) {
-    openFile(READ);
-    mFile.seek(5, 0);
+    openFile(File::ACCESS_READ);
+    mFile.seek(5, File::FROM_START);
     char id[5] = "????";
     unsigned int size = 77;
-    EXPECT_EQ(SubChunk::readHeader(&mFile, CONTENT.size(), id, sizeof(id), &size), -3);
-    EXPECT_EQ(SubChunk::readHeader(&mFile, CONTENT.size() + 1000, id, sizeof(id), &size), -3);
+    EXPECT_EQ(SubChunk::readHeader(&mFile, CONTENT.size(), id, sizeof(id), &size), File::END_OF_FILE);
+    EXPECT_EQ(SubChunk::readHeader(&mFile, CONTENT.size() + 1000, id, sizeof(id), &size), File::END_OF_FILE);
     EXPECT_STREQ(id, "????");
     EXPECT_EQ(size, 77U);
     EXPECT_EQ(mFile.position(), 5);
@@ -140,8 +141,8 @@ TEST_F(SubChunkInAFile, ReadHeader_AtTheEndOfTheFile_GivesMinusThree) {
 TEST_F(SubChunkInAFile, ReadHeader_OfAPartOfAHeader_Fails) {
     for (unsigned int there = 1; there < 8; ++there) {
         putFile("f", CONTENT.substr(0, FIRST + there));
-        openFile(READ);
-        mFile.seek(5, 0);
+        openFile(File::ACCESS_READ);
+        mFile.seek(5, File::FROM_START);
         char id[5];
         EXPECT_EQ(SubChunk::readHeader(&mFile, FIRST, id, sizeof(id), nullptr), -1) << there;
         EXPECT_EQ(mFile.position(), 5);
@@ -156,7 +157,7 @@ TEST_F(SubChunkInAFile, ReadHeader_OfNoOpenFile_Fails) {
 
 TEST_F(SubChunkInAFile, ReadHeader_OfAnIdInNoUtf8_Fails) {
     putFile("f", riff("TEST", subChunk("ab\xFF\xFE", "data")));
-    openFile(READ);
+    openFile(File::ACCESS_READ);
     char id[5] = "????";
     EXPECT_EQ(SubChunk::readHeader(&mFile, FIRST, id, sizeof(id), nullptr), -1);
 }
@@ -165,7 +166,7 @@ TEST_F(SubChunkInAFile, ReadHeader_WhereASeekFails_Fails) {
     HookScope const scope;
     LogCapture const log;
     for (unsigned int nth = 1;; ++nth) {
-        openFile(READ);
+        openFile(File::ACCESS_READ);
         hooks::lseek.failFrom(nth, 1, -1, EIO);
         int const result = SubChunk::readHeader(&mFile, FIRST, nullptr, 0, nullptr);
         bool const wasReached = hooks::lseek.calls() >= nth;
@@ -219,7 +220,7 @@ TEST_F(SubChunkInAFile, Add_WithoutAnOpenFileOrAnId_Fails) {
 TEST_F(SubChunkInAFile, Add_WhileOpen_FailsAndChangesNothing) {
     openAt(FIRST);
     EXPECT_EQ(mSubChunk.add(&mFile, "more"), 0);
-    EXPECT_EQ(mSubChunk.open(&mFile, SECOND, 0), 0);
+    EXPECT_EQ(mSubChunk.open(&mFile, SECOND, SubChunk::AT_START), 0);
     EXPECT_STREQ(mSubChunk.getSubChunkId(), "abcd");
     EXPECT_EQ(contentOf("f"), CONTENT);
 }
@@ -245,7 +246,7 @@ TEST_F(SubChunkInAFile, Add_WhereTheFileCannotBeWritten_StaysClosed) {
 }
 
 TEST_F(SubChunkInAFile, Open_Mode0_StandsAtTheFirstByteOfData) {
-    openAt(FIRST, 0);
+    openAt(FIRST, SubChunk::AT_START);
     EXPECT_EQ(mSubChunk.isOpened(), 1);
     EXPECT_STREQ(mSubChunk.getSubChunkId(), "abcd");
     EXPECT_EQ(mSubChunk.getDataSize(), 10U);
@@ -254,7 +255,7 @@ TEST_F(SubChunkInAFile, Open_Mode0_StandsAtTheFirstByteOfData) {
 }
 
 TEST_F(SubChunkInAFile, Open_Mode1_StandsBehindTheData) {
-    openAt(FIRST, 1);
+    openAt(FIRST, SubChunk::AT_END);
     EXPECT_EQ(mSubChunk.position(), 10);
 }
 
@@ -268,18 +269,18 @@ TEST_F(SubChunkInAFile, Open_AnotherMode_Fails) {
 
 TEST_F(SubChunkInAFile, Open_WithoutAWholeHeader_Fails) {
     openFile();
-    EXPECT_EQ(mSubChunk.open(&mFile, CONTENT.size(), 0), 0);
+    EXPECT_EQ(mSubChunk.open(&mFile, CONTENT.size(), SubChunk::AT_START), 0);
     EXPECT_EQ(mSubChunk.open(&mFile, CONTENT.size() - 7, 0), 0);
     EXPECT_EQ(mSubChunk.open(&mFile, CONTENT.size() - 1, 0), 0);
     EXPECT_EQ(mSubChunk.open(nullptr, FIRST, 0), 0);
     mFile.close();
-    EXPECT_EQ(mSubChunk.open(&mFile, FIRST, 0), 0);
+    EXPECT_EQ(mSubChunk.open(&mFile, FIRST, SubChunk::AT_START), 0);
 }
 
 TEST_F(SubChunkInAFile, Open_OfAnIdInNoUtf8_Fails) {
     putFile("f", riff("TEST", subChunk("ab\xFF\xFE", "data")));
     openFile();
-    EXPECT_EQ(mSubChunk.open(&mFile, FIRST, 0), 0);
+    EXPECT_EQ(mSubChunk.open(&mFile, FIRST, SubChunk::AT_START), 0);
     EXPECT_EQ(mSubChunk.isOpened(), 0);
 }
 
@@ -318,8 +319,8 @@ TEST_F(SubChunkInAFile, Read_OfNoBytes_FailsInsideAndEndsAtTheEnd) {
     openAt(FIRST);
     char buffer[1];
     EXPECT_EQ(mSubChunk.read(buffer, 0), -1);
-    mSubChunk.seek(1, 0);
-    EXPECT_EQ(mSubChunk.read(buffer, 0), -4);
+    mSubChunk.seek(File::FROM_END, 0);
+    EXPECT_EQ(mSubChunk.read(buffer, 0), SubChunk::END_OF_DATA);
 }
 
 TEST_F(SubChunkInAFile, Read_WhereTheSystemFails_Fails) {
@@ -353,7 +354,7 @@ TEST_F(SubChunkInAFile, Write_InsideTheData_KeepsTheSize) {
 }
 
 TEST_F(SubChunkInAFile, Open_Mode1AndWrite_MakesTheDataLonger) {
-    openAt(SECOND, 1);
+    openAt(SECOND, SubChunk::AT_END);
     EXPECT_EQ(mSubChunk.write("DE", 2), 2);
     EXPECT_EQ(mSubChunk.close(), 1);
     EXPECT_EQ(contentOf("f"), CONTENT.substr(0, SECOND) + subChunk("ef  ", "ABCDE"));
@@ -362,7 +363,7 @@ TEST_F(SubChunkInAFile, Open_Mode1AndWrite_MakesTheDataLonger) {
 TEST_F(SubChunkInAFile, Write_WhereTheSystemFails_FailsAndKeepsTheSize) {
     HookScope const scope;
     LogCapture const log;
-    openAt(SECOND, 1);
+    openAt(SECOND, SubChunk::AT_END);
     hooks::write.failFrom(1, 1, -1, ENOSPC);
     EXPECT_EQ(mSubChunk.write("x", 1), -1);
     EXPECT_EQ(mSubChunk.getDataSize(), 3U);
@@ -374,7 +375,7 @@ TEST_F(SubChunkInAFile, Write_WhereTheSystemFails_FailsAndKeepsTheSize) {
 TEST_F(SubChunkInAFile, Write_BeyondWhat32BitsCanSay_Fails) {
     openAt(SECOND);
     long long const start = static_cast<long long>(SECOND) + 8;
-    mFile.seek(start + 0xFFFFFFFFLL - 1, 0);
+    mFile.seek(start + 0xFFFFFFFFLL - 1, File::FROM_START);
     EXPECT_EQ(mSubChunk.write("x", 1), 1);
     EXPECT_EQ(mSubChunk.getDataSize(), 0xFFFFFFFFU);
     EXPECT_EQ(mSubChunk.write("x", 1), -1);
@@ -384,9 +385,9 @@ TEST_F(SubChunkInAFile, Write_BeyondWhat32BitsCanSay_Fails) {
 TEST_F(SubChunkInAFile, Read_NearTheEndOf4GiB_Works) {
     putFile("f", riff("TEST", utltest::liarChunk("abcd", 0xFFFFFFFFU, "")));
     std::filesystem::resize_file("f", FIRST + 8 + 0xFFFFFFFFULL);
-    openAt(FIRST, 1);
+    openAt(FIRST, SubChunk::AT_END);
     EXPECT_EQ(mSubChunk.position(), 0xFFFFFFFFLL);
-    EXPECT_EQ(mSubChunk.seek(1, -2), 0xFFFFFFFDLL);
+    EXPECT_EQ(mSubChunk.seek(File::FROM_END, -2), 0xFFFFFFFDLL);
     EXPECT_EQ(readText(5), std::string(2, '\0'));
     EXPECT_EQ(readText(5), "-4");
 }
@@ -412,7 +413,7 @@ SeekRow const SEEK_ROWS[] = {
 TEST_F(SubChunkInAFile, Seek_StaysInsideTheData) {
     openAt(FIRST);
     for (SeekRow const& row : SEEK_ROWS) {
-        mFile.seek(20 + row.from, 0);
+        mFile.seek(20 + row.from, File::FROM_START);
         EXPECT_EQ(mSubChunk.seek(row.origin, row.offset), row.reached)
             << row.from << ' ' << row.origin << ' ' << row.offset;
         EXPECT_EQ(mFile.position(), 20 + (row.reached == -1 ? row.from : row.reached));
@@ -424,20 +425,20 @@ TEST_F(SubChunkInAFile, Seek_WhereTheSystemFails_Fails) {
     LogCapture const log;
     openAt(FIRST);
     hooks::lseek.failFrom(1, 1, -1, EIO);
-    EXPECT_EQ(mSubChunk.seek(0, 1), -1);
+    EXPECT_EQ(mSubChunk.seek(File::FROM_START, 1), -1);
     hooks::lseek.failFrom(1, 1, -1, EIO);
-    EXPECT_EQ(mSubChunk.seek(2, 1), -1);
+    EXPECT_EQ(mSubChunk.seek(File::FROM_POSITION, 1), -1);
     hooks::lseek.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(mSubChunk.position(), -1);
 }
 
 TEST_F(SubChunkInAFile, Position_InFrontOfTheDataFails_AndBehindThemIsTold) {
     openAt(FIRST);
-    mFile.seek(19, 0);
+    mFile.seek(19, File::FROM_START);
     EXPECT_EQ(mSubChunk.position(), -1);
-    mFile.seek(20, 0);
+    mFile.seek(20, File::FROM_START);
     EXPECT_EQ(mSubChunk.position(), 0);
-    mFile.seek(31, 0);
+    mFile.seek(31, File::FROM_START);
     EXPECT_EQ(mSubChunk.position(), 11);
 }
 
@@ -451,14 +452,14 @@ TEST_F(SubChunkInAFile, Close_OfAnUnchangedSubChunk_WritesNothing) {
 }
 
 TEST_F(SubChunkInAFile, Close_WorksOnAFileThatIsOpenForReading) {
-    openAt(FIRST, 0, READ);
+    openAt(FIRST, SubChunk::AT_START, File::ACCESS_READ);
     EXPECT_EQ(mSubChunk.close(), 1);
 }
 
 TEST_F(SubChunkInAFile, Close_OnFailure_StaysOpenAndCanBeTriedAgain) {
     HookScope const scope;
     LogCapture const log;
-    openAt(SECOND, 1);
+    openAt(SECOND, SubChunk::AT_END);
     ASSERT_EQ(mSubChunk.write("D", 1), 1);
     for (auto const& fail :
          {+[] { hooks::lseek.failFrom(1, 1, -1, EIO); }, +[] { hooks::read.failFrom(1, 1, -1, EIO); },
@@ -479,12 +480,12 @@ TEST_F(SubChunkInAFile, OfAClosedFile_CountsAsNotOpenUntilTheFileIsOpenAgain) {
     EXPECT_EQ(mSubChunk.getSubChunkId(), nullptr);
     EXPECT_EQ(mSubChunk.getDataSize(), INVALID_SIZE);
     EXPECT_EQ(readText(1), "-1");
-    EXPECT_EQ(mSubChunk.seek(0, 0), -1);
+    EXPECT_EQ(mSubChunk.seek(File::FROM_START, 0), -1);
     EXPECT_EQ(mSubChunk.position(), -1);
     EXPECT_EQ(mSubChunk.close(), 0);
     openFile();
     EXPECT_EQ(mSubChunk.add(&mFile, "more"), 0);
-    EXPECT_EQ(mSubChunk.seek(0, 3), 3);
+    EXPECT_EQ(mSubChunk.seek(File::FROM_START, 3), 3);
     EXPECT_EQ(readText(2), "34");
     EXPECT_EQ(mSubChunk.close(), 1);
 }
@@ -507,7 +508,7 @@ TEST_F(SubChunkInAFile, AutoClose_ClosesAtTheEndOfItsScope) {
 
 TEST_F(SubChunkInAFile, WriteSubChunKId_WritesAtThePosition) {
     openFile();
-    mFile.seek(static_cast<long long>(FIRST), 0);
+    mFile.seek(static_cast<long long>(FIRST), File::FROM_START);
     EXPECT_EQ(SubChunk::writeSubChunKId("xy", &mFile), 1);
     EXPECT_EQ(contentOf("f").substr(FIRST, 4), "xy  ");
     EXPECT_EQ(mFile.position(), static_cast<long long>(FIRST) + 4);
@@ -525,10 +526,26 @@ TEST_F(SubChunkInAFile, LogsNothingItself) {
     LogCapture const log;
     openAt(FIRST);
     mSubChunk.add(&mFile, "abcde");
-    mSubChunk.seek(0, 99);
+    mSubChunk.seek(File::FROM_START, 99);
     mSubChunk.read(nullptr, 1);
     mSubChunk.close();
     EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(SubChunkNames, AreTheNumbersThatCallersPassAndGet) {
+    static_assert(SubChunk::AT_START == 0 && SubChunk::AT_END == 1);
+    static_assert(SubChunk::END_OF_DATA == -4);
+}
+
+TEST(SubChunkTraits, WhatTakesNoLockNeverThrows) {
+    static_assert(noexcept(std::declval<SubChunk const&>().isOpened()));
+    static_assert(std::is_nothrow_constructible_v<SubChunk::AutoClose, SubChunk&>);
+}
+
+TEST(SubChunkTraits, NeitherASubChunkNorItsAutoClose_IsCopied) {
+    static_assert(!std::is_copy_constructible_v<SubChunk> && !std::is_copy_assignable_v<SubChunk>);
+    static_assert(!std::is_copy_constructible_v<SubChunk::AutoClose>);
+    static_assert(!std::is_copy_assignable_v<SubChunk::AutoClose>);
 }
 
 }  // namespace

@@ -12,6 +12,8 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <type_traits>
+#include <utility>
 
 #include "TestCommand.h"
 #include "TestFolder.h"
@@ -35,9 +37,6 @@ using utltest::riff;
 using utltest::subChunk;
 namespace hooks = utltest::hooks;
 
-constexpr int FMT = 0;
-constexpr int DATA = 1;
-
 // The data of "fmt", by the library's own rule for bytes per second and block align unless they are given.
 std::string format(unsigned int rate, unsigned int channels, unsigned int bits, unsigned int id,
                    unsigned int bytesPerSecond, unsigned int blockAlign) {
@@ -57,7 +56,7 @@ std::string const MONO = wave(format(8000, 1, 16, 1), "123456");
 class WaveFileInFolder : public utltest::InFolder {
   protected:
     void makeNew() {
-        ASSERT_EQ(mWave.open(1, 1), 0);
+        ASSERT_EQ(mWave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
         ASSERT_EQ(mWave.setFmtChunkData(8000, 1, 16, 1), 1);
     }
 
@@ -72,15 +71,15 @@ class WaveFileInFolder : public utltest::InFolder {
         while ((count = file.read(bytes, sizeof(bytes))) > 0) {
             all.append(bytes, static_cast<size_t>(count));
         }
-        EXPECT_EQ(count, -4);
+        EXPECT_EQ(count, utl::SubChunk::END_OF_DATA);
         return all;
     }
 
     // The samples of a file on disk as this library reads them.
     static std::string samplesOf(char const* path) {
         WaveFile file(path);
-        EXPECT_EQ(file.open(0, 0), 0) << path;
-        EXPECT_EQ(file.openSubChunk(0, DATA), 1);
+        EXPECT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0) << path;
+        EXPECT_EQ(file.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_DATA), 1);
         std::string const samples = readAll(file);
         EXPECT_EQ(file.close(), 1);
         return samples;
@@ -105,14 +104,14 @@ TEST_F(WaveFileInFolder, IsClosedAtFirst) {
     expectFormat(0, 0, 0, 0);
     EXPECT_EQ(mWave.setFmtChunkData(8000, 1, 16, 1), 0);
     expectFormat(0, 0, 0, 0);
-    for (int const kind : {FMT, DATA}) {
-        EXPECT_EQ(mWave.openSubChunk(0, kind), 0);
+    for (int const kind : {WaveFile::CHUNK_FMT, WaveFile::CHUNK_DATA}) {
+        EXPECT_EQ(mWave.openSubChunk(utl::SubChunk::AT_START, kind), 0);
         EXPECT_EQ(mWave.isOpenedSubChunk(kind), 0);
         EXPECT_EQ(mWave.getChunkDataSize(kind), -1);
     }
     EXPECT_EQ(mWave.read(&byte, 1), -1);
     EXPECT_EQ(mWave.write(&byte, 1), -1);
-    EXPECT_EQ(mWave.seek(0, 0), -1);
+    EXPECT_EQ(mWave.seek(utl::File::FROM_START, 0), -1);
     EXPECT_EQ(mWave.position(), -1);
     EXPECT_EQ(mWave.closeSubChunk(), 1);
     EXPECT_EQ(mWave.close(), 1);
@@ -137,8 +136,8 @@ TEST_F(WaveFileInFolder, Open_OfANewFile_SetsTheFormType) {
 }
 
 TEST_F(WaveFileInFolder, Open_OfAMissingFileToRead_GivesOne) {
-    EXPECT_EQ(mWave.open(0, 0), 1);
-    EXPECT_EQ(mWave.open(1, 0), 1);
+    EXPECT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 1);
+    EXPECT_EQ(mWave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ), 1);
     EXPECT_EQ(mWave.isOpened(), 0);
 }
 
@@ -147,22 +146,22 @@ TEST_F(WaveFileInFolder, Open_LoadsTheFormat) {
     for (int const access : {0, 1}) {
         ASSERT_EQ(mWave.open(0, access), 0);
         expectFormat(44100, 2, 24, 3);
-        EXPECT_EQ(mWave.getChunkDataSize(FMT), 16);
-        EXPECT_EQ(mWave.getChunkDataSize(DATA), 1);
+        EXPECT_EQ(mWave.getChunkDataSize(WaveFile::CHUNK_FMT), 16);
+        EXPECT_EQ(mWave.getChunkDataSize(WaveFile::CHUNK_DATA), 1);
         EXPECT_EQ(mWave.close(), 1);
     }
 }
 
 TEST_F(WaveFileInFolder, Open_OfAForeignFile_DropsItsBytesPerSecondAndBlockAlign) {
     putFile("f.wav", wave(format(8000, 1, 16, 1, 16000, 2), "x"));
-    ASSERT_EQ(mWave.open(0, 0), 0);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     EXPECT_EQ(mWave.getBytePerSec(), 128000U);
     EXPECT_EQ(mWave.getBlockAlign(), 16U);
 }
 
 TEST_F(WaveFileInFolder, Open_OfALongerFormat_ReadsTheFirst16Bytes) {
     putFile("f.wav", wave(format(8000, 1, 16, 1) + std::string(24, '?'), "x"));
-    ASSERT_EQ(mWave.open(0, 0), 0);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     expectFormat(8000, 1, 16, 1);
 }
 
@@ -172,9 +171,9 @@ TEST_F(WaveFileInFolder, Open_OfAShorterFormat_GivesOneAndStaysOpen) {
         std::string const content = wave(whole.substr(0, length), "x");
         putFile("f.wav", content);
         WaveFile file("f.wav");
-        EXPECT_EQ(file.open(0, 0), 1) << length;
+        EXPECT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 1) << length;
         EXPECT_EQ(file.isOpened(), 1);
-        EXPECT_EQ(file.isOpenedSubChunk(FMT), 1);
+        EXPECT_EQ(file.isOpenedSubChunk(WaveFile::CHUNK_FMT), 1);
         EXPECT_EQ(file.getSamplingRate(), 0U);
         EXPECT_EQ(file.close(), 1);
         EXPECT_EQ(contentOf("f.wav"), content);
@@ -185,7 +184,7 @@ TEST_F(WaveFileInFolder, Open_OfAnotherFormType_GivesTwoAndIsClosed) {
     for (std::string const& content : {riff("AVI ", ""), riff("wave", ""),
                                        std::string("RIFF") + littleEndian(0), std::string("no RIFF file")}) {
         putFile("f.wav", content);
-        EXPECT_EQ(mWave.open(0, 1), 2) << content;
+        EXPECT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 2) << content;
         EXPECT_EQ(mWave.isOpened(), 0);
         EXPECT_EQ(contentOf("f.wav"), content);
     }
@@ -193,14 +192,14 @@ TEST_F(WaveFileInFolder, Open_OfAnotherFormType_GivesTwoAndIsClosed) {
 
 TEST_F(WaveFileInFolder, Open_WithoutFmt_GivesThreeAndStaysOpen) {
     putFile("f.wav", riff("WAVE", subChunk("data", "x")));
-    EXPECT_EQ(mWave.open(0, 0), 3);
+    EXPECT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 3);
     EXPECT_EQ(mWave.isOpened(), 1);
     EXPECT_EQ(mWave.close(), 1);
 }
 
 TEST_F(WaveFileInFolder, Open_WithoutData_GivesFourAndStaysOpen) {
     putFile("f.wav", riff("WAVE", subChunk("fmt ", format(8000, 1, 16, 1))));
-    EXPECT_EQ(mWave.open(0, 0), 4);
+    EXPECT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 4);
     EXPECT_EQ(mWave.isOpened(), 1);
     EXPECT_EQ(mWave.getSamplingRate(), 0U);
     EXPECT_EQ(mWave.close(), 1);
@@ -209,7 +208,7 @@ TEST_F(WaveFileInFolder, Open_WithoutData_GivesFourAndStaysOpen) {
 TEST_F(WaveFileInFolder, Open_WithoutData_KnowsNoFmtEither_SoThatASecondOneIsAppended) {
     std::string const first = subChunk("fmt ", format(8000, 1, 16, 1));
     putFile("f.wav", riff("WAVE", first));
-    ASSERT_EQ(mWave.open(0, 1), 4);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 4);
     EXPECT_EQ(mWave.setFmtChunkData(48000, 2, 16, 1), 1);
     EXPECT_EQ(mWave.close(), 1);
     EXPECT_EQ(contentOf("f.wav").size(), riff("WAVE", first + first).size());
@@ -223,8 +222,8 @@ TEST_F(WaveFileInFolder, WriteBehindDataOfALyingSize_MakesAFileWithAHoleOfThatSi
         "WAVE", subChunk("fmt ", format(8000, 1, 16, 1)) + liarChunk("data", 0xFFFFFF00U, "0123456789ab"));
     ASSERT_EQ(content.size(), 56U);
     putFile("f.wav", content);
-    ASSERT_EQ(mWave.open(0, 1), 0);
-    ASSERT_EQ(mWave.openSubChunk(1, 1), 1);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
+    ASSERT_EQ(mWave.openSubChunk(utl::SubChunk::AT_END, WaveFile::CHUNK_DATA), 1);
     EXPECT_EQ(mWave.write("x", 1), 1);
     EXPECT_EQ(mWave.size(), 44 + 0xFFFFFF00LL + 1);
     EXPECT_EQ(mWave.close(), 1);
@@ -236,18 +235,18 @@ TEST_F(WaveFileInFolder, Open_WithDataBehind64SubChunks_GivesFour) {
         chunks += subChunk("more", "1");
     }
     putFile("f.wav", riff("WAVE", chunks + subChunk("data", "x")));
-    EXPECT_EQ(mWave.open(0, 0), 0);
+    EXPECT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     EXPECT_EQ(mWave.close(), 1);
     putFile("f.wav", riff("WAVE", chunks + subChunk("more", "1") + subChunk("data", "x")));
-    EXPECT_EQ(WaveFile("f.wav").open(0, 0), 4);
+    EXPECT_EQ(WaveFile("f.wav").open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 4);
 }
 
 TEST_F(WaveFileInFolder, Open_OfAnOpenObject_GivesOneAndClosesIt) {
     putFile("f.wav", MONO);
-    ASSERT_EQ(mWave.open(0, 0), 0);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     EXPECT_EQ(mWave.open(2, 0), 1);
     EXPECT_EQ(mWave.isOpened(), 1);
-    EXPECT_EQ(mWave.open(0, 0), 1);
+    EXPECT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 1);
     EXPECT_EQ(mWave.isOpened(), 0);
 }
 
@@ -255,9 +254,9 @@ TEST_F(WaveFileInFolder, Open_TakesTheFirstOfSeveral) {
     putFile("f.wav", riff("WAVE", subChunk("LIST", "x") + subChunk("fmt ", format(8000, 1, 16, 1)) +
                                       subChunk("data", "first") + subChunk("fmt ", format(1, 2, 3, 4)) +
                                       subChunk("data", "second")));
-    ASSERT_EQ(mWave.open(0, 0), 0);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     expectFormat(8000, 1, 16, 1);
-    ASSERT_EQ(mWave.openSubChunk(0, DATA), 1);
+    ASSERT_EQ(mWave.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_DATA), 1);
     EXPECT_EQ(readAll(mWave), "first");
 }
 
@@ -274,9 +273,9 @@ TEST_F(WaveFileInFolder, Open_OfACutFile_HasAToldResultAndChangesNothing) {
                            : length <= 36 ? 4
                            : length < 44  ? 1
                                           : 0;
-        EXPECT_EQ(file.open(0, 1), wanted) << length;
+        EXPECT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), wanted) << length;
         if (wanted == 0) {
-            EXPECT_EQ(file.openSubChunk(0, DATA), 1);
+            EXPECT_EQ(file.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_DATA), 1);
             EXPECT_EQ(readAll(file), std::string(length - 44, 's'));
         }
         EXPECT_EQ(file.close(), 1);
@@ -286,15 +285,15 @@ TEST_F(WaveFileInFolder, Open_OfACutFile_HasAToldResultAndChangesNothing) {
 
 TEST_F(WaveFileInFolder, AFileThatIsWritten_HasAllSizesAfterClose) {
     makeNew();
-    ASSERT_EQ(mWave.openSubChunk(0, DATA), 1);
-    EXPECT_EQ(mWave.isOpenedSubChunk(DATA), 1);
-    EXPECT_EQ(mWave.isOpenedSubChunk(FMT), 0);
+    ASSERT_EQ(mWave.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_DATA), 1);
+    EXPECT_EQ(mWave.isOpenedSubChunk(WaveFile::CHUNK_DATA), 1);
+    EXPECT_EQ(mWave.isOpenedSubChunk(WaveFile::CHUNK_FMT), 0);
     EXPECT_EQ(writeText(mWave, "123"), 3);
     EXPECT_EQ(writeText(mWave, "456"), 3);
     EXPECT_EQ(mWave.position(), 6);
     EXPECT_EQ(mWave.size(), 50);
     EXPECT_EQ(mWave.closeSubChunk(), 1);
-    EXPECT_EQ(mWave.getChunkDataSize(DATA), 0);
+    EXPECT_EQ(mWave.getChunkDataSize(WaveFile::CHUNK_DATA), 0);
     EXPECT_EQ(mWave.close(), 1);
     EXPECT_EQ(contentOf("f.wav"), MONO);
     EXPECT_EQ(samplesOf("f.wav"), "123456");
@@ -307,8 +306,9 @@ TEST_F(WaveFileInFolder, AutoClose_OfAFileThatIsWritten_LeavesAWholeFile) {
     {
         utl::WaveFile wave("memo.wav");
         utl::WaveFile::AutoClose const closing(wave);
-        if (wave.open(1, 1) == 0 && wave.setFmtChunkData(8000, 1, 16, 1) != 0 &&
-            wave.openSubChunk(0, 1) != 0) {
+        if (wave.open(utl::RiffFile::OPEN_NEW, utl::RiffFile::ACCESS_READ_WRITE) == utl::WaveFile::OPENED &&
+            wave.setFmtChunkData(8000, 1, 16, 1) != 0 &&
+            wave.openSubChunk(utl::SubChunk::AT_START, utl::WaveFile::CHUNK_DATA) != 0) {
             wave.write(samples, bytes);
         }
     }
@@ -316,7 +316,7 @@ TEST_F(WaveFileInFolder, AutoClose_OfAFileThatIsWritten_LeavesAWholeFile) {
 }
 
 TEST_F(WaveFileInFolder, SetFmtChunkData_WritesTheToldValues) {
-    ASSERT_EQ(mWave.open(1, 1), 0);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(mWave.setFmtChunkData(8000, 1, 16, 1), 1);
     expectFormat(8000, 1, 16, 1);
     std::string const data = contentOf("f.wav").substr(20);
@@ -325,7 +325,7 @@ TEST_F(WaveFileInFolder, SetFmtChunkData_WritesTheToldValues) {
 }
 
 TEST_F(WaveFileInFolder, SetFmtChunkData_OfLargeValues_WrapsAround) {
-    ASSERT_EQ(mWave.open(1, 1), 0);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(mWave.setFmtChunkData(0xFFFFFFFFU, 0xFFFF, 0xFFFE, 0xFFFD), 1);
     expectFormat(0xFFFFFFFFU, 0xFFFF, 0xFFFE, 0xFFFD);
     EXPECT_EQ(contentOf("f.wav").substr(20), format(0xFFFFFFFFU, 0xFFFF, 0xFFFE, 0xFFFD));
@@ -341,17 +341,17 @@ TEST_F(WaveFileInFolder, SetFmtChunkData_BeforeData_CanBeRepeated) {
 
 TEST_F(WaveFileInFolder, SetFmtChunkData_OnceDataIsThere_FailsAndKeepsTheValues) {
     putFile("f.wav", MONO);
-    ASSERT_EQ(mWave.open(0, 1), 0);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(mWave.setFmtChunkData(48000, 2, 24, 3), 0);
     expectFormat(8000, 1, 16, 1);
-    EXPECT_EQ(mWave.isOpenedSubChunk(FMT), 0);
+    EXPECT_EQ(mWave.isOpenedSubChunk(WaveFile::CHUNK_FMT), 0);
     EXPECT_EQ(mWave.close(), 1);
     EXPECT_EQ(contentOf("f.wav"), MONO);
 }
 
 TEST_F(WaveFileInFolder, SetFmtChunkData_WhileASubChunkIsOpen_Fails) {
     makeNew();
-    ASSERT_EQ(mWave.openSubChunk(0, FMT), 1);
+    ASSERT_EQ(mWave.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_FMT), 1);
     EXPECT_EQ(mWave.setFmtChunkData(48000, 2, 24, 3), 0);
     expectFormat(8000, 1, 16, 1);
 }
@@ -362,7 +362,7 @@ TEST_F(WaveFileInFolder, SetFmtChunkData_WhereTheSystemFails_FailsAndKeepsTheVal
     makeNew();
     hooks::write.failFrom(1, 1, -1, ENOSPC);
     EXPECT_EQ(mWave.setFmtChunkData(48000, 2, 24, 3), 0);
-    EXPECT_EQ(mWave.isOpenedSubChunk(FMT), 0);
+    EXPECT_EQ(mWave.isOpenedSubChunk(WaveFile::CHUNK_FMT), 0);
     hooks::write.reset();
     hooks::lseek.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(mWave.setFmtChunkData(48000, 2, 24, 3), 0);
@@ -370,26 +370,26 @@ TEST_F(WaveFileInFolder, SetFmtChunkData_WhereTheSystemFails_FailsAndKeepsTheVal
 }
 
 TEST_F(WaveFileInFolder, OpenSubChunk_OfDataWithoutFmt_Fails) {
-    ASSERT_EQ(mWave.open(1, 1), 0);
-    EXPECT_EQ(mWave.openSubChunk(0, DATA), 0);
-    EXPECT_EQ(mWave.openSubChunk(1, DATA), 0);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
+    EXPECT_EQ(mWave.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_DATA), 0);
+    EXPECT_EQ(mWave.openSubChunk(utl::SubChunk::AT_END, WaveFile::CHUNK_DATA), 0);
     EXPECT_EQ(mWave.size(), 12);
 }
 
 TEST_F(WaveFileInFolder, OpenSubChunk_OfFmtThatIsNotThere_AddsItAndLeavesItOpen) {
-    ASSERT_EQ(mWave.open(1, 1), 0);
-    EXPECT_EQ(mWave.openSubChunk(1, FMT), 1);
-    EXPECT_EQ(mWave.isOpenedSubChunk(FMT), 1);
-    EXPECT_EQ(mWave.getChunkDataSize(FMT), 0);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
+    EXPECT_EQ(mWave.openSubChunk(utl::SubChunk::AT_END, WaveFile::CHUNK_FMT), 1);
+    EXPECT_EQ(mWave.isOpenedSubChunk(WaveFile::CHUNK_FMT), 1);
+    EXPECT_EQ(mWave.getChunkDataSize(WaveFile::CHUNK_FMT), 0);
     EXPECT_EQ(writeText(mWave, "12"), 2);
 }
 
 TEST_F(WaveFileInFolder, OpenSubChunk_OfAnotherModeOrKind_Fails) {
     makeNew();
-    EXPECT_EQ(mWave.openSubChunk(2, DATA), 0);
-    EXPECT_EQ(mWave.openSubChunk(-1, FMT), 0);
+    EXPECT_EQ(mWave.openSubChunk(2, WaveFile::CHUNK_DATA), 0);
+    EXPECT_EQ(mWave.openSubChunk(-1, WaveFile::CHUNK_FMT), 0);
     for (int const kind : {-1, 2, INT_MAX}) {
-        EXPECT_EQ(mWave.openSubChunk(0, kind), 0);
+        EXPECT_EQ(mWave.openSubChunk(utl::SubChunk::AT_START, kind), 0);
         EXPECT_EQ(mWave.isOpenedSubChunk(kind), 0);
         EXPECT_EQ(mWave.getChunkDataSize(kind), -1);
     }
@@ -397,37 +397,37 @@ TEST_F(WaveFileInFolder, OpenSubChunk_OfAnotherModeOrKind_Fails) {
 
 TEST_F(WaveFileInFolder, OpenSubChunk_Mode1_AppendsSamples) {
     putFile("f.wav", MONO);
-    ASSERT_EQ(mWave.open(0, 1), 0);
-    ASSERT_EQ(mWave.openSubChunk(1, DATA), 1);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
+    ASSERT_EQ(mWave.openSubChunk(utl::SubChunk::AT_END, WaveFile::CHUNK_DATA), 1);
     EXPECT_EQ(writeText(mWave, "78"), 2);
     EXPECT_EQ(mWave.close(), 1);
     EXPECT_EQ(contentOf("f.wav"), wave(format(8000, 1, 16, 1), "12345678"));
 }
 
 TEST_F(WaveFileInFolder, Write_BeforeThereIsAFmt_Fails) {
-    ASSERT_EQ(mWave.open(1, 1), 0);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(writeText(mWave, "12"), -1);
     EXPECT_EQ(mWave.size(), 12);
 }
 
 TEST_F(WaveFileInFolder, Seek_MovesInsideTheData) {
     putFile("f.wav", MONO);
-    ASSERT_EQ(mWave.open(0, 0), 0);
-    ASSERT_EQ(mWave.openSubChunk(0, DATA), 1);
-    EXPECT_EQ(mWave.seek(1, -2), 4);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
+    ASSERT_EQ(mWave.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_DATA), 1);
+    EXPECT_EQ(mWave.seek(utl::File::FROM_END, -2), 4);
     EXPECT_EQ(readAll(mWave), "56");
-    EXPECT_EQ(mWave.seek(0, 7), -1);
+    EXPECT_EQ(mWave.seek(utl::File::FROM_START, 7), -1);
 }
 
 // The numbers of the sub-chunks stay, which the new file does not have.
 TEST_F(WaveFileInFolder, Close_KeepsFormatAndNumbers) {
     makeNew();
-    ASSERT_EQ(mWave.openSubChunk(0, DATA), 1);
+    ASSERT_EQ(mWave.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_DATA), 1);
     ASSERT_EQ(mWave.close(), 1);
     expectFormat(8000, 1, 16, 1);
-    ASSERT_EQ(mWave.open(1, 1), 0);
-    EXPECT_EQ(mWave.openSubChunk(0, FMT), 0);
-    EXPECT_EQ(mWave.openSubChunk(0, DATA), 0);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
+    EXPECT_EQ(mWave.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_FMT), 0);
+    EXPECT_EQ(mWave.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_DATA), 0);
     EXPECT_EQ(mWave.setFmtChunkData(8000, 1, 16, 1), 0);
 }
 
@@ -442,7 +442,7 @@ TEST_F(WaveFileInFolder, Open_WhereTheFormTypeCannotBeWritten_GivesOneAndIsClose
     HookScope const scope;
     LogCapture const log;
     hooks::write.failFrom(3, 1, -1, ENOSPC);
-    EXPECT_EQ(mWave.open(1, 1), 1);
+    EXPECT_EQ(mWave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 1);
     EXPECT_EQ(mWave.isOpened(), 0);
 }
 
@@ -460,12 +460,12 @@ TEST_F(WaveFileInFolder, ReadsWhatSoxWrote_SampleBySample) {
 // Sox fills up data of an odd size, which is no rule here.
 TEST_F(WaveFileInFolder, Open_OfAForeignFileWithAnOddNumberOfBytes_Fails) {
     outputOf("sox -D -n -c 1 -r 8000 -b 8 -e unsigned f.wav synth 101s sine 440");
-    EXPECT_EQ(mWave.open(0, 0), 1);
+    EXPECT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 1);
 }
 
 TEST_F(WaveFileInFolder, ReadsTheFormatThatSoxSees) {
     outputOf("sox -D -n -c 2 -r 44100 -b 16 f.wav synth 0.1 sine 440");
-    ASSERT_EQ(mWave.open(0, 0), 0);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
     EXPECT_EQ(std::to_string(mWave.getSamplingRate()) + "\n", outputOf("soxi -r f.wav"));
     EXPECT_EQ(std::to_string(mWave.getChannel()) + "\n", outputOf("soxi -c f.wav"));
     EXPECT_EQ(std::to_string(mWave.getBitsWidth()) + "\n", outputOf("soxi -b f.wav"));
@@ -487,7 +487,7 @@ TEST_F(WaveFileInFolder, WritesWhatSoxReads_SampleBySample) {
         samples += static_cast<char>(random() & 0xFFU);
     }
     makeNew();
-    ASSERT_EQ(mWave.openSubChunk(0, DATA), 1);
+    ASSERT_EQ(mWave.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_DATA), 1);
     ASSERT_EQ(writeText(mWave, samples), 20000);
     ASSERT_EQ(mWave.close(), 1);
     EXPECT_EQ(outputOf("soxi -s f.wav 2>&1 | tail -n 1"), "10000\n");
@@ -497,8 +497,8 @@ TEST_F(WaveFileInFolder, WritesWhatSoxReads_SampleBySample) {
 TEST_F(WaveFileInFolder, TwoThreads_ReadEverySampleOnce) {
     std::string const samples(20000, 's');
     putFile("f.wav", wave(format(8000, 1, 16, 1), samples));
-    ASSERT_EQ(mWave.open(0, 0), 0);
-    ASSERT_EQ(mWave.openSubChunk(0, DATA), 1);
+    ASSERT_EQ(mWave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
+    ASSERT_EQ(mWave.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_DATA), 1);
     auto const countAll = [this](size_t* sum) {
         char bytes[64];
         for (int count = 0; (count = mWave.read(bytes, sizeof(bytes))) > 0;) {
@@ -524,9 +524,9 @@ TEST_F(WaveFileInFolder, AWriterThatIsKilled_LeavesAFileThatOpensWithAToldResult
         if (child == 0) {
             for (;;) {
                 WaveFile file("f.wav");
-                file.open(1, 1);
+                file.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE);
                 file.setFmtChunkData(8000, 1, 16, 1);
-                file.openSubChunk(0, DATA);
+                file.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_DATA);
                 for (int piece = 0; piece < 20; ++piece) {
                     writeText(file, "0123456789");
                 }
@@ -544,20 +544,42 @@ TEST_F(WaveFileInFolder, AWriterThatIsKilled_LeavesAFileThatOpensWithAToldResult
         ASSERT_EQ(waitpid(child, &status, 0), child);
         std::string const content = contentOf("f.wav");
         WaveFile left("f.wav");
-        int const result = left.open(0, 0);
+        int const result = left.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ);
         if (content.size() < 12) {
             EXPECT_EQ(result, 2) << content.size();
         } else {
             EXPECT_TRUE(result == 0 || result == 1 || result == 3 || result == 4) << result;
         }
         if (result == 0) {
-            ASSERT_EQ(left.openSubChunk(0, DATA), 1);
+            ASSERT_EQ(left.openSubChunk(utl::SubChunk::AT_START, WaveFile::CHUNK_DATA), 1);
             std::string const samples = readAll(left);
             EXPECT_EQ(samples.find_first_not_of("0123456789"), std::string::npos);
         }
         left.close();
         EXPECT_EQ(contentOf("f.wav"), content);
     }
+}
+
+TEST(WaveFileNames, AreTheNumbersThatCallersPassAndGet) {
+    static_assert(WaveFile::CHUNK_FMT == 0 && WaveFile::CHUNK_DATA == 1);
+    static_assert(WaveFile::OPENED == 0 && WaveFile::OPEN_FAILED == 1 && WaveFile::NO_WAVE_FILE == 2);
+    static_assert(WaveFile::NO_FMT_CHUNK == 3 && WaveFile::NO_DATA_CHUNK == 4);
+}
+
+TEST(WaveFileTraits, WhatTakesNoLockNeverThrows) {
+    static_assert(noexcept(std::declval<WaveFile&>().getSamplingRate()));
+    static_assert(noexcept(std::declval<WaveFile&>().getChannel()));
+    static_assert(noexcept(std::declval<WaveFile&>().getBitsWidth()));
+    static_assert(noexcept(std::declval<WaveFile&>().getFormatId()));
+    static_assert(noexcept(std::declval<WaveFile&>().getBytePerSec()));
+    static_assert(noexcept(std::declval<WaveFile&>().getBlockAlign()));
+    static_assert(std::is_nothrow_constructible_v<WaveFile::AutoClose, WaveFile&>);
+}
+
+TEST(WaveFileTraits, NeitherAWaveFileNorItsAutoClose_IsCopied) {
+    static_assert(!std::is_copy_constructible_v<WaveFile> && !std::is_copy_assignable_v<WaveFile>);
+    static_assert(!std::is_copy_constructible_v<WaveFile::AutoClose>);
+    static_assert(!std::is_copy_assignable_v<WaveFile::AutoClose>);
 }
 
 }  // namespace

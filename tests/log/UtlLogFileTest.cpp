@@ -17,10 +17,6 @@ using utl::File;
 using utltest::contentOf;
 using utltest::encoded;
 using utltest::HookScope;
-using utltest::SJIS;
-using utltest::UTF16_BIG;
-using utltest::UTF16_LITTLE;
-using utltest::UTF8;
 namespace hooks = utltest::hooks;
 using namespace std::string_literals;
 using Lines = std::vector<std::string>;
@@ -38,7 +34,7 @@ class LogFile : public utltest::TextInFolder {
 };
 
 TEST_F(LogFile, Applog_GivesTheFileWhatStandardOutputGets) {
-    File& file = writing("", UTF8);
+    File& file = writing("", File::TEXT_UTF8);
     applog(TYPE, 3, &file, "value %d of %s", 5, "name");
     EXPECT_EQ(written(), mLog.console().at(0));
     EXPECT_EQ(mLog.lines(), (Lines{"<TEST> INF: value 5 of name"}));
@@ -48,7 +44,7 @@ TEST_F(LogFile, Applog_GivesTheFileWhatStandardOutputGets) {
 }
 
 TEST_F(LogFile, Rawlog_GivesTheFileTheTextAlone) {
-    File& file = writing("", UTF8);
+    File& file = writing("", File::TEXT_UTF8);
     rawlog(TYPE, 3, &file, "value %d of %s", 5, "name");
     EXPECT_EQ(written(), "value 5 of name");
     EXPECT_EQ(mLog.console(), (Lines{"value 5 of name"}));
@@ -56,7 +52,7 @@ TEST_F(LogFile, Rawlog_GivesTheFileTheTextAlone) {
 }
 
 TEST_F(LogFile, GetsEveryLevelThatPasses) {
-    File& file = writing("", UTF8);
+    File& file = writing("", File::TEXT_UTF8);
     for (int level = 0; level <= 7; ++level) {
         rawlog(TYPE, level, &file, "%d.", level);
     }
@@ -67,7 +63,7 @@ TEST_F(LogFile, GetsEveryLevelThatPasses) {
 }
 
 TEST_F(LogFile, GetsNothingThatIsFilteredOut) {
-    File& file = writing("", UTF8);
+    File& file = writing("", File::TEXT_UTF8);
     setFilterLevel(TYPE, 3);
     applog(TYPE, 4, &file, "x");
     rawlog(TYPE, 4, &file, "x");
@@ -76,14 +72,14 @@ TEST_F(LogFile, GetsNothingThatIsFilteredOut) {
 }
 
 TEST_F(LogFile, OfAnUnregisteredType_PassesByTheDefaultEntry) {
-    File& file = writing("", UTF8);
+    File& file = writing("", File::TEXT_UTF8);
     applog(12345, 4, &file, "x");
     applog(12345, 5, &file, "y");
     EXPECT_EQ(writtenBehindTheStamp(), "DTL: x\r\n");
 }
 
 TEST_F(LogFile, WithANullFormat_GetsNothing) {
-    File& file = writing("", UTF8);
+    File& file = writing("", File::TEXT_UTF8);
     char const* const none = nullptr;
     applog(TYPE, 1, &file, none);
     rawlog(TYPE, 1, &file, none);
@@ -110,7 +106,7 @@ TEST_F(LogFile, GetsItsTextBetweenTheSystemLogAndStandardOutput) {
     static File* file = nullptr;
     static std::string sizes;
     sizes.clear();
-    file = &writing("", UTF8);
+    file = &writing("", File::TEXT_UTF8);
     mLog.atEachSink([](char sink) { sizes += sink + std::to_string(file->size()) + " "; });
     rawlog(TYPE, 1, file, "four");
     mLog.atEachSink(nullptr);
@@ -118,7 +114,7 @@ TEST_F(LogFile, GetsItsTextBetweenTheSystemLogAndStandardOutput) {
 }
 
 TEST_F(LogFile, GetsItsTextInOneWriteAndAppendsAtThePosition) {
-    File& file = writing("0123456789", UTF8);
+    File& file = writing("0123456789", File::TEXT_UTF8);
     HookScope const hookScope;
     rawlog(TYPE, 1, &file, "ab");
     EXPECT_EQ(hooks::write.calls(), 1U);
@@ -127,7 +123,7 @@ TEST_F(LogFile, GetsItsTextInOneWriteAndAppendsAtThePosition) {
 }
 
 TEST_F(LogFile, GetsThePercentSignsAsTheFirstFormattingLeftThem) {
-    File& file = writing("", UTF8);
+    File& file = writing("", File::TEXT_UTF8);
     errno = 0;
     rawlog(TYPE, 4, &file, "%s", "100%% %d %m");
     EXPECT_EQ(written(), "100%% %d %m");
@@ -136,16 +132,16 @@ TEST_F(LogFile, GetsThePercentSignsAsTheFirstFormattingLeftThem) {
 
 TEST_F(LogFile, GetsALineCutAt253BytesAndARawTextAt255) {
     std::string const text(300, 'x');
-    applog(TYPE, 4, &writing("", UTF8), "%s", text.c_str());
+    applog(TYPE, 4, &writing("", File::TEXT_UTF8), "%s", text.c_str());
     std::string const line = written();
     EXPECT_EQ(line.size(), 255U);
     EXPECT_EQ(line.substr(250), "...\r\n");
-    rawlog(TYPE, 4, &writing("", UTF8), "%s", text.c_str());
+    rawlog(TYPE, 4, &writing("", File::TEXT_UTF8), "%s", text.c_str());
     EXPECT_EQ(written(), std::string(252, 'x') + "...");
 }
 
 TEST_F(LogFile, OfUtf16_GetsTheWholeLineWithItsEnd) {
-    for (int const type : {UTF16_BIG, UTF16_LITTLE}) {
+    for (int const type : {File::TEXT_UTF16_BIG, File::TEXT_UTF16_LITTLE}) {
         mLog.clear();
         applog(TYPE, 2, &writing("", type), "value %d", 5);
         EXPECT_EQ(written(), encoded(mLog.console().at(0), type));
@@ -153,12 +149,12 @@ TEST_F(LogFile, OfUtf16_GetsTheWholeLineWithItsEnd) {
 }
 
 TEST_F(LogFile, OfUtf16_GetsJapaneseInItsOwnEncoding) {
-    rawlog(TYPE, 4, &writing("", UTF16_BIG), "%s", "\xE6\xBC\xA2\xE5\xAD\x97");
+    rawlog(TYPE, 4, &writing("", File::TEXT_UTF16_BIG), "%s", "\xE6\xBC\xA2\xE5\xAD\x97");
     EXPECT_EQ(written(), "\x6F\x22\x5B\x57");
 }
 
 TEST_F(LogFile, OfUtf16_GetsNoRawTextOfOneCharacter) {
-    File& file = writing("", UTF16_BIG);
+    File& file = writing("", File::TEXT_UTF16_BIG);
     rawlog(TYPE, 4, &file, "x");
     EXPECT_EQ(written(), "");
     EXPECT_EQ(mLog.console(), (Lines{"x"}));
@@ -169,12 +165,12 @@ TEST_F(LogFile, OfUtf16_GetsALineThatIsCutInsideACharacterUpToThere) {
     for (int i = 0; i < 100; ++i) {
         text += "\xE3\x81\x82";
     }
-    rawlog(TYPE, 4, &writing("", UTF16_BIG), "%s", text.c_str());
+    rawlog(TYPE, 4, &writing("", File::TEXT_UTF16_BIG), "%s", text.c_str());
     EXPECT_EQ(written().size(), 2U + 83 * 2) << "the dots behind the broken character are lost";
 }
 
 TEST_F(LogFile, OfShiftJis_GetsNothingAndSaysNothing) {
-    File& file = writing("", SJIS);
+    File& file = writing("", File::TEXT_SJIS);
     applog(TYPE, 1, &file, "x");
     EXPECT_EQ(written(), "");
     EXPECT_EQ(mLog.lines(), (Lines{"<TEST> ERR: x"}));
@@ -188,7 +184,7 @@ TEST_F(LogFile, OfAWrongType_GetsNothingAndSaysNothing) {
 }
 
 TEST_F(LogFile, ThatIsClosed_GetsNothingAndSaysNothing) {
-    for (int const type : {SJIS, UTF8, UTF16_BIG, UTF16_LITTLE}) {
+    for (int const type : {File::TEXT_SJIS, File::TEXT_UTF8, File::TEXT_UTF16_BIG, File::TEXT_UTF16_LITTLE}) {
         mLog.clear();
         File file("text", type);
         applog(TYPE, 1, &file, "x");
@@ -199,7 +195,7 @@ TEST_F(LogFile, ThatIsClosed_GetsNothingAndSaysNothing) {
 }
 
 TEST_F(LogFile, ThatIsOpenToRead_LetsTheLinesAboutThatComeFirst) {
-    for (int const type : {UTF8, UTF16_BIG, UTF16_LITTLE}) {
+    for (int const type : {File::TEXT_UTF8, File::TEXT_UTF16_BIG, File::TEXT_UTF16_LITTLE}) {
         mLog.clear();
         File& file = reading("abc", type);
         applog(TYPE, 1, &file, "x");
@@ -211,7 +207,7 @@ TEST_F(LogFile, ThatIsOpenToRead_LetsTheLinesAboutThatComeFirst) {
 }
 
 TEST_F(LogFile, ThatIsFull_LetsTheProgramGoOnAndTheOtherSinksGetTheLine) {
-    File& file = writing("", UTF8);
+    File& file = writing("", File::TEXT_UTF8);
     HookScope const hookScope;
     hooks::write.failFrom(1, 2, -1, ENOSPC);
     rawlog(TYPE, 4, &file, "lost");
@@ -224,16 +220,16 @@ TEST_F(LogFile, ThatIsFull_LetsTheProgramGoOnAndTheOtherSinksGetTheLine) {
 }
 
 TEST_F(LogFile, OfAnEmptyRawText_GetsNothingAndOnlyUtf16SaysSo) {
-    rawlog(TYPE, 4, &writing("", UTF8), "%s", "");
+    rawlog(TYPE, 4, &writing("", File::TEXT_UTF8), "%s", "");
     EXPECT_EQ(mLog.console(), (Lines{""}));
     mLog.clear();
-    rawlog(TYPE, 4, &writing("", UTF16_BIG), "%s", "");
+    rawlog(TYPE, 4, &writing("", File::TEXT_UTF16_BIG), "%s", "");
     EXPECT_EQ(mLog.lines().at(0), error("writeFile Failed. Path:text"));
     EXPECT_EQ(written(), "");
 }
 
 TEST_F(LogFile, KeepsTheCallersErrnoAndShowsIt) {
-    File& file = reading("", UTF8);
+    File& file = reading("", File::TEXT_UTF8);
     errno = ENOENT;
     rawlog(TYPE, 4, &file, "%s", "why: %m");
     EXPECT_EQ(errno, ENOENT);
@@ -241,7 +237,7 @@ TEST_F(LogFile, KeepsTheCallersErrnoAndShowsIt) {
 }
 
 TEST_F(LogFile, OfTheLibrarysOwnType_MayBeLoggedToAsWell) {
-    File& file = writing("", UTF8);
+    File& file = writing("", File::TEXT_UTF8);
     applog(utl::LOG_TYPE_LIBRARY, 3, &file, "x");
     EXPECT_EQ(writtenBehindTheStamp(), "<UTIL> INF: x\r\n");
 }
@@ -251,7 +247,7 @@ TEST_F(LogFile, OfEachThread_GetsTheLinesOfThatThread) {
     std::vector<std::thread> threads;
     for (std::string const& name : names) {
         threads.emplace_back([&name] {
-            File file(name.c_str(), UTF8);
+            File file(name.c_str(), File::TEXT_UTF8);
             EXPECT_EQ(file.open(2, 1), 1);
             for (int i = 0; i < 50; ++i) {
                 rawlog(TYPE, 4, &file, "%s %d\n", name.c_str(), i);
@@ -273,7 +269,7 @@ TEST_F(LogFile, OfEachThread_GetsTheLinesOfThatThread) {
 // Another thread gets its line out, and into the tables, while this one is inside the write; with a lock held
 // it would wait for ever.
 TEST_F(LogFile, IsWrittenWithNoLockOfTheLogHeld) {
-    File& file = writing("", UTF8);
+    File& file = writing("", File::TEXT_UTF8);
     HookScope const hookScope;
     hooks::write.replace([](int descriptor, void const* bytes, size_t size) {
         std::thread other([] {

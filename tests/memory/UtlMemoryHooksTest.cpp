@@ -58,12 +58,12 @@ void* allocated(std::size_t size) {
         throw std::bad_alloc();
     }
     gStop.pass();
-    noteIfFed(0, block, size);
+    noteIfFed(utl::Memory::RECORD_ALLOCATION, block, size);
     return block;
 }
 
 void released(void* block) {
-    noteIfFed(1, block, 0);
+    noteIfFed(utl::Memory::RECORD_RELEASE, block, 0);
     std::free(block);
 }
 

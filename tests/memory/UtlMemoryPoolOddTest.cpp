@@ -342,7 +342,7 @@ TEST(MemoryPoolOdd, TheName_IsShownAsItWasAtConstruction) {
     {
         MemoryPool pool(4, 1, name);
         std::memset(name, 'x', sizeof(name) - 1);
-        pool.create();
+        static_cast<void>(pool.create());
     }
     EXPECT_EQ(log.lines(), Lines{leakLine("100%d %s%n \xE6\x97\xA5", 0)});
 }
@@ -475,14 +475,14 @@ TEST_F(MemoryPoolWatched, CreateAndRelease_ReportTheWaitForTheLockAndNothingElse
         return placesOf([&] { pool.release(static_cast<unsigned char*>(block) + offset); });
     };
     EXPECT_EQ(placesOf([&] { block = pool.create(); }), created);
-    EXPECT_EQ(placesOf([&] { pool.create(); }), created);  // in vain
+    EXPECT_EQ(placesOf([&] { return pool.create(); }), created);  // in vain
     EXPECT_EQ(release(8), none);
     EXPECT_EQ(release(1), none);
     EXPECT_EQ(placesOf([&] { pool.release(placeAt(addressOf(block) - 8)); }), none);
     EXPECT_EQ(placesOf([&] { pool.release(nullptr); }), none);
     EXPECT_EQ(release(0), released);
     EXPECT_EQ(release(0), released);  // not active
-    EXPECT_EQ(placesOf([&] { refused.create(); }), none);
+    EXPECT_EQ(placesOf([&] { return refused.create(); }), none);
     EXPECT_EQ(placesOf([&] { refused.release(block); }), none);
 }
 

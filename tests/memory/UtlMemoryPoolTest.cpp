@@ -11,6 +11,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "TestHooks.h"
@@ -201,9 +202,9 @@ TEST(MemoryPool, Destructor_TellsEachBlockThatIsStillInUse) {
     LogCapture const log;
     {
         utl::MemoryPool pool(8, 4, "leak");
-        pool.create();
+        static_cast<void>(pool.create());
         void* const second = pool.create();
-        pool.create();
+        static_cast<void>(pool.create());
         pool.release(second);
     }
     EXPECT_EQ(log.lines(), (std::vector<std::string>{line("~MemoryPool(): Memory leak!! (leak) Slot=0"),
@@ -314,6 +315,11 @@ TEST_F(MemoryPoolKeepAlive, TheSecondSignOfLife_IsGivenWithTheLockInHand) {
     gUser = 0;
     EXPECT_EQ(gReports, (std::vector<std::string>{"create 1 free", "create 2 held", "release 1 free",
                                                   "release 2 held"}));
+}
+
+TEST(MemoryPoolTraits, IsNotCopied) {
+    static_assert(!std::is_copy_constructible_v<utl::MemoryPool>);
+    static_assert(!std::is_copy_assignable_v<utl::MemoryPool>);
 }
 
 }  // namespace

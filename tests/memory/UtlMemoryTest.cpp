@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <string>
 #include <thread>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "TestFolder.h"
@@ -195,6 +197,27 @@ TEST_F(MemoryOfThreads, TheInstanceMayGoWhileThreadsBegin) {
     }
     done = true;
     destroyer.join();
+}
+
+TEST(MemoryNames, AreTheNumbersThatCallersPass) {
+    static_assert(Memory::RECORD_ALLOCATION == 0 && Memory::RECORD_RELEASE == 1);
+}
+
+TEST(MemoryTraits, WhatOnlyTakesTheLockNeverThrows) {
+    static_assert(noexcept(std::declval<Memory const&>().enabledHeapManagement()));
+    static_assert(noexcept(std::declval<Memory&>().initializeManagementTable()));
+    static_assert(noexcept(std::declval<Memory&>().resetUsedHeap()));
+    static_assert(noexcept(std::declval<Memory&>().addDetailHeapInfo(Memory::INITIAL_DETAIL_HEAP_INFO)));
+    static_assert(noexcept(std::declval<Memory&>().eraseDetailHeapInfo(nullptr)));
+    static_assert(noexcept(std::declval<Memory&>().getFileName(0)));
+    static_assert(noexcept(std::declval<Memory&>().getThreadName(0)));
+    static_assert(noexcept(std::declval<Memory&>().getUsedHeapOfProcess(nullptr)));
+    static_assert(noexcept(std::declval<Memory&>().mark()));
+    static_assert(noexcept(std::declval<Memory&>().printGlobalMemoryStatus(nullptr)));
+}
+
+TEST(MemoryTraits, IsNotCopied) {
+    static_assert(!std::is_copy_constructible_v<Memory> && !std::is_copy_assignable_v<Memory>);
 }
 
 }  // namespace

@@ -48,9 +48,6 @@ struct MemoryAccess {
     static utl::SyncObject const& lock() { return utl::Memory::get()->*in_memory::mSyncObject; }
 };
 
-constexpr int ALLOCATION = 0;
-constexpr int RELEASE = 1;
-
 /// An address that nobody dereferences; the addresses ascend with `number`.
 inline void* someAddress(unsigned int number) {
     static char theBlock[4096];
@@ -58,11 +55,11 @@ inline void* someAddress(unsigned int number) {
 }
 
 inline void allocate(void* address, unsigned int size, unsigned int fileId = ~0U, int line = 0) {
-    utl::Memory::get()->updateManagement(ALLOCATION, address, size, fileId, line);
+    utl::Memory::get()->updateManagement(utl::Memory::RECORD_ALLOCATION, address, size, fileId, line);
 }
 
 inline void release(void* address, unsigned int fileId = ~0U, int line = 0) {
-    utl::Memory::get()->updateManagement(RELEASE, address, 0, fileId, line);
+    utl::Memory::get()->updateManagement(utl::Memory::RECORD_RELEASE, address, 0, fileId, line);
 }
 
 /// An address as the messages show it, "0x0804a000": its lower 32 bits.

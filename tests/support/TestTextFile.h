@@ -16,20 +16,15 @@
 
 namespace utltest {
 
-constexpr int SJIS = 0;
-constexpr int UTF8 = 1;
-constexpr int UTF16_BIG = 2;
-constexpr int UTF16_LITTLE = 3;
-
 constexpr unsigned int UNTOUCHED = 0xABCDEF01;
 
 /// ASCII text in the encoding of the type.
 inline std::string encoded(std::string const& ascii, int textType) {
     std::string bytes;
     for (char const byte : ascii) {
-        bytes += textType == UTF16_BIG ? std::string(1, '\0') : "";
+        bytes += textType == utl::File::TEXT_UTF16_BIG ? std::string(1, '\0') : "";
         bytes += byte;
-        bytes += textType == UTF16_LITTLE ? std::string(1, '\0') : "";
+        bytes += textType == utl::File::TEXT_UTF16_LITTLE ? std::string(1, '\0') : "";
     }
     return bytes;
 }
@@ -81,10 +76,14 @@ class TextInFolder : public InFolder {
     ~TextInFolder() override { setFilterLevel(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DETAIL); }
 
     /// The file with this content, open to read.
-    utl::File& reading(std::string const& content, int textType) { return opened(content, textType, 0); }
+    utl::File& reading(std::string const& content, int textType) {
+        return opened(content, textType, utl::File::ACCESS_READ);
+    }
 
     /// The same to read and write.
-    utl::File& writing(std::string const& content, int textType) { return opened(content, textType, 2); }
+    utl::File& writing(std::string const& content, int textType) {
+        return opened(content, textType, utl::File::ACCESS_READ_WRITE);
+    }
 
     /// The file's content once it is closed.
     std::string written() {
@@ -99,7 +98,7 @@ class TextInFolder : public InFolder {
         return {result, buffer.text(), outputLength, file.position()};
     }
 
-    static TextRead readLine(utl::File& file, unsigned int size = 5119) {
+    static TextRead readLine(utl::File& file, unsigned int size = utl::File::TEXT_BYTES_MAX) {
         Buffer const buffer(size);
         unsigned int outputLength = UNTOUCHED;
         int const result = file.readLine(buffer.get(), size, &outputLength);
@@ -115,7 +114,7 @@ class TextInFolder : public InFolder {
         mFile.reset();
         putFile("text", content);
         mFile = std::make_unique<utl::File>("text", textType);
-        EXPECT_EQ(mFile->open(0, access), 1);
+        EXPECT_EQ(mFile->open(utl::File::OPEN_KEEP, access), 1);
         return *mFile;
     }
 

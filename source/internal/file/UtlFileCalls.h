@@ -12,29 +12,22 @@
 
 namespace utl {
 
-// The system calls of `File` as all its sources make them.
+// The system calls that the sources of `File` share.
 
 static_assert(sizeof(off_t) == 8, "files beyond 2 GiB need 64-bit offsets");
 
 /// The third argument of an `open` that creates nothing.
 constexpr unsigned int UNUSED_MODE = 0;
 
-/// What `File::read` gives at and beyond the end.
-constexpr int END_OF_FILE = -3;
-
-/// Origins of `File::seek`.
-enum Origin { START = 0, END = 1, POSITION = 2 };
-
-/// Gives what `call()` gives, called inside a keep-alive bracket of `File`. `label` must be a literal.
+/// Returns the result of `call()`, called inside a keep-alive bracket of `File`. `label` must be a literal.
 template <typename CALL>
 decltype(auto) fileCall(char const* label, unsigned int line, CALL&& call) {
     return keepAliveAround("source/UtlFile", label, line, std::forward<CALL>(call));
 }
 
-/// Gives what `call()` gives, which is -1 with `errno` on failure, and calls again where a signal interrupted
-/// it.
+/// Returns the result of `call()`, which is -1 with `errno` on failure; calls again after `EINTR`.
 template <typename CALL>
-auto beyondSignals(CALL&& call) {
+auto retryOnInterrupt(CALL&& call) {
     auto result = call();
     while (result == -1 && errno == EINTR) {
         result = call();
@@ -42,19 +35,19 @@ auto beyondSignals(CALL&& call) {
     return result;
 }
 
-/// Tells of a failed `read` of the file of `path`; must follow it at once.
+/// Logs a failed `read` of the file of `path`; must follow it at once.
 inline void logReadFailure(char const* path) {
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ReadFile Failed. errno[%d]", errno);
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "in read func readFile Failed. Path:%s", path);
 }
 
-/// True for a descriptor that a `File` takes for open.
+/// True for a descriptor that a `File` regards as open.
 constexpr bool isValidDescriptor(int descriptor) {
     return descriptor != 0 && descriptor != -1;
 }
 
-/// What an `open` gave, until a handle takes it: synced and closed at the end of the scope. Takes no memory,
-/// so that destructors may use it. *One owner thread*, because it lives on a stack.
+/// The result of an `open` until a handle takes it: synced and closed at the end of the scope. Allocates no
+/// memory, so that destructors may use it. *One owner thread*, because it lives on a stack.
 class [[nodiscard]] OpenedDescriptor {
   public:
     explicit OpenedDescriptor(int descriptor) : mDescriptor(descriptor) {}
@@ -65,8 +58,8 @@ class [[nodiscard]] OpenedDescriptor {
     bool isValid() const { return isValidDescriptor(mDescriptor); }
     int get() const { return mDescriptor; }
 
-    /// From here on `handle` closes it. Without memory for a counter it stays here.
-    void giveTo(SmartHandle<DestructCloseFile>* handle) {
+    /// From now on `handle` closes it. It stays here if the memory for a counter is not available.
+    void moveTo(SmartHandle<DestructCloseFile>* handle) {
         handle->set(mDescriptor);
         mDescriptor = -1;
     }
@@ -75,13 +68,13 @@ class [[nodiscard]] OpenedDescriptor {
     int mDescriptor;
 };
 
-/// `open` in a bracket, of a descriptor that no program started by `exec` gets; -1 with `errno` on failure.
+/// `open` in a bracket, closed on `exec`; -1 with `errno` on failure.
 inline int openPath(char const* label, unsigned int line, char const* path, int flags,
                     unsigned int mode = UNUSED_MODE) {
     return fileCall(label, line, [=] { return ::open(path, flags | O_CLOEXEC, mode); });
 }
 
-/// Makes the entries of a folder durable, as far as it can be opened; failures are ignored. Takes no memory.
+/// Makes the entries of a folder durable if it can be opened; failures are ignored. Allocates no memory.
 inline void syncFolder(char const* label, unsigned int line, char const* folder) {
     OpenedDescriptor const synced(openPath(label, line, folder, O_RDONLY | O_DIRECTORY));
 }
@@ -91,10 +84,11 @@ inline bool statPath(char const* label, unsigned int line, char const* path, str
     return fileCall(label, line, [path, out] { return ::stat(path, out); }) == 0;
 }
 
-/// What a path names, links followed. Opening what is special, a FIFO or a device, may block or do something.
+/// What a path names, links followed. Opening something special, a FIFO or a device, may block or have side
+/// effects.
 enum class PathKind { NOTHING, FOLDER, REGULAR, SPECIAL };
 
-/// A path that cannot be looked at counts as nothing.
+/// A path whose `stat` fails counts as nothing.
 inline PathKind kindOfPath(char const* label, unsigned int line, char const* path) {
     struct stat status = {};
     if (!statPath(label, line, path, &status)) {
@@ -105,8 +99,8 @@ inline PathKind kindOfPath(char const* label, unsigned int line, char const* pat
                                      : PathKind::SPECIAL;
 }
 
-/// `fchmod` in a bracket; failures are ignored. In place of `chmod` for what was just created, because
-/// somebody else may have exchanged what the path names.
+/// `fchmod` in a bracket; failures are ignored. Used in place of `chmod` for a file that was just created,
+/// because somebody else may have replaced it at its path.
 inline void setNewMode(char const* label, unsigned int line, int descriptor, unsigned int mode) {
     fileCall(label, line, [descriptor, mode] { return ::fchmod(descriptor, mode); });
 }

@@ -19,7 +19,7 @@ namespace utl {
 
 namespace {
 
-/// An opened folder; *one owner thread*, because the system's object has no lock that helps.
+/// An opened folder; *one owner thread*, because no lock protects the system's entry between two calls.
 class [[nodiscard]] OpenFolder {
   public:
     explicit OpenFolder(char const* path)
@@ -34,8 +34,7 @@ class [[nodiscard]] OpenFolder {
 
     bool isOpen() const { return mFolder != nullptr; }
 
-    /// The next entry, valid until the next call; null behind the last one, where `errno` is 0, and on
-    /// failure.
+    /// The next entry, valid until the next call; null after the last one, with `errno` 0, and on failure.
     dirent const* next() const {
         dirent const* entry = nullptr;
         do {
@@ -50,9 +49,9 @@ class [[nodiscard]] OpenFolder {
     DIR* const mFolder;
 };
 
-/// Appends paths to an array that may grow as `insertAt` does it, with the same content, capacity and result,
-/// but without a copy of all that is there for each new one: once the array has shown that it grows, the
-/// paths wait until their number is known. *One owner thread*, the one that lists.
+/// Appends paths to an array with the content, capacity and result of `insertAt`, but without a copy of the
+/// whole array for each new one: once the array has grown, further names are collected until their number is
+/// known. *One owner thread*, the one that lists.
 class PathAppender {
   public:
     PathAppender(char const* folder, Array<BasicString<char>>* result)
@@ -73,7 +72,7 @@ class PathAppender {
         return isAdded;
     }
 
-    /// Puts those that wait into the array; false if it does not take them.
+    /// Appends the collected names to the array; false if it refuses them.
     bool finish() {
         bool isDone = mNameCount == 0 || mResult->resizeMax(mResult->size() + mNameCount);
         for (char const* name = mNames.c_str(); isDone && mNameCount != 0; --mNameCount) {
@@ -94,7 +93,7 @@ class PathAppender {
     std::string mPath;
     std::size_t const mPrefixLength;
     BasicString<char> mValue;
-    std::string mNames;  // those that wait, each with its terminator
+    std::string mNames;  // the collected names, each with its terminator
     unsigned int mNameCount = 0;
     bool mGrows = false;
 };
@@ -107,12 +106,11 @@ char lowerCase(char letter) {
     return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
-/// Compares with one extension as `compareStrNoCase` does, but without its scratch texts for each name where
-/// that extension has letters of ASCII alone: no other letter folds to one of those. *Immutable*, because one
-/// listing has one extension.
+/// Compares with one extension as `compareStrNoCase` does, but without its scratch texts if that extension is
+/// pure ASCII: no other letter folds to an ASCII letter. *Immutable*, because one listing has one extension.
 class ExtensionFilter {
   public:
-    /// `wanted` may be null, which every name has.
+    /// `wanted` may be null, which every name passes.
     explicit ExtensionFilter(char const* wanted)
         : mWanted(wanted),
           mIsShortAscii(wanted != nullptr && textLength(wanted) < PATH_BUFFER_SIZE &&
@@ -144,7 +142,7 @@ class ExtensionFilter {
 
 bool matches(dirent const& entry, EntryFilter const& filter, ExtensionFilter const& extension) {
     bool const isFolder = entry.d_type == DT_DIR;
-    unsigned int const unwanted = isFolder ? EntryFilter::FILES : EntryFilter::FOLDERS;
+    unsigned int const unwanted = isFolder ? File::CHILD_FILES : File::CHILD_FOLDERS;
     if (filter.kind == unwanted || isDotName(entry.d_name)) {
         return false;
     }
@@ -154,7 +152,7 @@ bool matches(dirent const& entry, EntryFilter const& filter, ExtensionFilter con
     return *filter.pattern == '\0' || ::fnmatch(filter.pattern, entry.d_name, FNM_PATHNAME) == 0;
 }
 
-/// True behind the last entry; else tells why there is no next one. Must follow the look for that at once.
+/// True after the last entry; otherwise logs why there is no next one. Must follow `next` at once.
 bool isAtEnd(char const* folder) {
     if (errno == 0) {
         return true;

@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "UtlString.h"
+#include "internal/file/UtlTextType.h"
 #include "internal/text/UtlSjisTable.h"
-#include "internal/text/UtlTextType.h"
 
 namespace utl {
 
@@ -37,7 +37,7 @@ constexpr unsigned int byteOf(char byte) {
     return static_cast<unsigned char>(byte);
 }
 
-// A lead byte in front of a line feed or a zero byte is alone, as it is at the end of the file.
+// A lead byte before a line feed or a zero byte is a character of its own, as it is at the end of the file.
 Character sjisAt(char const* bytes, unsigned int count, bool isLast) {
     if (sjisKind(static_cast<unsigned char>(*bytes)) != SjisKind::DOUBLE) {
         return {1, kindOf(byteOf(*bytes))};
@@ -67,7 +67,7 @@ Character utf16At(int textType, char const* bytes, unsigned int count) {
     if (count == 1) {
         return INCOMPLETE;
     }
-    unsigned int const high = textType == TEXT_UTF16_BIG ? 0 : 1;
+    unsigned int const high = textType == File::TEXT_UTF16_BIG ? 0 : 1;
     unsigned int const unit = byteOf(bytes[high]) << 8U | byteOf(bytes[1 - high]);
     bool const isMark = unit == BYTE_ORDER_MARK || unit == SWAPPED_BYTE_ORDER_MARK;
     return {2, isMark ? Kind::NOTHING : kindOf(unit)};
@@ -75,29 +75,29 @@ Character utf16At(int textType, char const* bytes, unsigned int count) {
 
 Character characterAt(int textType, char const* bytes, unsigned int count, bool isLast) {
     switch (textType) {
-        case TEXT_SJIS:
+        case File::TEXT_SJIS:
             return sjisAt(bytes, count, isLast);
-        case TEXT_UTF8:
+        case File::TEXT_UTF8:
             return utf8At(bytes, count, isLast);
         default:
             return utf16At(textType, bytes, count);
     }
 }
 
-/// Where the byte stands first, `count` if nowhere.
+/// The place of the first such byte, `count` if there is none.
 unsigned int offsetOf(char byte, char const* bytes, unsigned int count) {
     auto const* const place = static_cast<char const*>(std::memchr(bytes, byte, count));
     return place != nullptr ? static_cast<unsigned int>(place - bytes) : count;
 }
 
-/// Bytes at the beginning that need no look at each character, while no carriage return is pending.
+/// The bytes at the beginning that need not be examined by character, while no carriage return is pending.
 unsigned int plainBytes(int textType, char const* bytes, unsigned int count) {
     if (textUnitBytes(textType) != 1) {
         return 0;
     }
     unsigned int const lineFeed = offsetOf('\n', bytes, count);
     unsigned int const carriageReturn = offsetOf('\r', bytes, lineFeed);
-    if (textType == TEXT_UTF8) {
+    if (textType == File::TEXT_UTF8) {
         return carriageReturn;
     }
     // In Shift-JIS a byte that looks like a carriage return may be the second one of a character, and the
@@ -107,7 +107,7 @@ unsigned int plainBytes(int textType, char const* bytes, unsigned int count) {
 
 }  // namespace
 
-unsigned int LineSearch::goOn(char const* bytes, unsigned int count, bool isLast) {
+unsigned int LineSearch::examine(char const* bytes, unsigned int count, bool isLast) {
     unsigned int done = mPending == 0 ? plainBytes(mTextType, bytes, count) : 0;
     mTotal += done;
     while (done < count && !mIsFound) {

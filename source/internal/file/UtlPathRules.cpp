@@ -9,7 +9,7 @@ namespace utl {
 
 namespace {
 
-/// Copies `length` bytes and the terminator behind them.
+/// Copies `length` bytes and the terminator.
 void copyWithSlashes(char* out, char const* path, unsigned int length) {
     std::memcpy(out, path, length + 1U);
     for (char* found = std::strchr(out, '\\'); found != nullptr; found = std::strchr(found, '\\')) {
@@ -37,7 +37,7 @@ AnyPath::AnyPath(char const* path)
     }
 }
 
-// A separator is never a byte of a longer character, so bytes are all there is to look at.
+// A separator is never a byte of a longer character, so it is enough to compare bytes.
 bool NormalPath::passesCheck() const {
     return mIsCopied && std::strstr(mBuffer, "//") == nullptr;
 }

@@ -4,7 +4,7 @@
 
 namespace utl {
 
-/// Bytes of a path buffer, and so of the longest path that passes the path check with its terminator.
+/// Bytes of a path buffer: the longest path that passes the path check, with its terminator.
 constexpr unsigned int PATH_BUFFER_SIZE = 260;
 
 /// True for text that is well-formed throughout; it must not be null.
@@ -22,8 +22,7 @@ class NormalPath {
     /// True for a path that fits into a path buffer and has no doubled separator. False for null.
     bool passesCheck() const;
 
-    /// The copy, null for a null path and for one that is too long. Who changes it leaves its length or makes
-    /// it shorter.
+    /// The copy, null for a null path and for one that is too long. A change must not make it longer.
     char* text() { return mIsCopied ? mBuffer : nullptr; }
     char const* text() const { return mIsCopied ? mBuffer : nullptr; }
 
@@ -36,7 +35,7 @@ class NormalPath {
     char mBuffer[PATH_BUFFER_SIZE];
 };
 
-/// The same for the operations without the path check: long paths are copied as well, to the heap. *One owner
+/// The same for operations without the path check: long paths are copied as well, to the heap. *One owner
 /// thread*, because it lives on a stack.
 class AnyPath {
   public:

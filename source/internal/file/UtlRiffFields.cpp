@@ -12,7 +12,6 @@ namespace utl {
 namespace {
 
 constexpr char BLANKS[RIFF_ID_BYTES + 1] = "    ";
-constexpr int END_OF_FILE = -3;
 
 }  // namespace
 
@@ -50,8 +49,8 @@ bool writeRiffSize(File* file, unsigned int size) {
 
 int readRiffBytes(File* file, void* bytes, unsigned int length) {
     int const result = file->read(bytes, length);
-    if (result == END_OF_FILE) {
-        return END_OF_FILE;
+    if (result == File::END_OF_FILE) {
+        return File::END_OF_FILE;
     }
     return result == static_cast<int>(length) ? 0 : -1;
 }

@@ -13,13 +13,13 @@ constexpr int WIDE_MODE = 0777;
 WidenedParent::WidenedParent(char const* path)
     : mPath(path),
       mIsWidened(File::changeParentAccessMode(path, WIDE_MODE, &mMode) != 0),
-      mIsDue(mIsWidened) {}
+      mMustRestore(mIsWidened) {}
 
 void WidenedParent::restore() {
-    if (mIsDue) {
+    if (mMustRestore) {
         File::changeParentAccessMode(mPath, mMode, nullptr);
     }
-    mIsDue = false;
+    mMustRestore = false;
 }
 
 }  // namespace utl

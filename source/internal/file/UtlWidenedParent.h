@@ -2,8 +2,8 @@
 
 namespace utl {
 
-/// Makes the mode of a path's folder 0777 and puts it back at the end of the scope; *one owner thread*. Where
-/// the folder cannot be widened nothing is put back, and a line of level 5 tells at most that the folder was
+/// Sets the mode of a path's folder to 0777 and restores it at the end of the scope; *one owner thread*. If
+/// the folder cannot be widened nothing is restored, and at most a line of level 5 says that the folder was
 /// not found: the call that needs it will fail.
 class [[nodiscard]] WidenedParent {
   public:
@@ -13,17 +13,17 @@ class [[nodiscard]] WidenedParent {
     WidenedParent(WidenedParent const&) = delete;
     WidenedParent& operator=(WidenedParent const&) = delete;
 
-    /// Puts the mode back now in place of at the end.
+    /// Restores the mode now instead of at the end.
     void restore();
 
-    /// Puts the mode back at the end even though `restore` has done so.
-    void restoreAgainAtEnd() { mIsDue = mIsWidened; }
+    /// Restores the mode at the end even if `restore` has done so.
+    void restoreAgainAtEnd() { mMustRestore = mIsWidened; }
 
   private:
     char const* const mPath;
     int mMode = 0;
     bool const mIsWidened;
-    bool mIsDue;
+    bool mMustRestore;
 };
 
 }  // namespace utl

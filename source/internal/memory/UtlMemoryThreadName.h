@@ -2,11 +2,11 @@
 
 namespace utl {
 
-/// Has the memory that a name needs, before there is a thread that it could fail.
+/// Allocates the memory for names in advance, so that a new thread's registration cannot fail for want of it.
 void prepareThreadNamesInMemory();
 
-/// `Memory::registerThreadName` on the one instance, which cannot be deleted meanwhile: a thread may begin at
-/// any moment.
+/// `Memory::registerThreadName` on the one instance, which cannot be deleted during the call: a thread may
+/// start at any moment.
 void registerThreadNameInMemory(int threadId, char const* name) noexcept;
 
 }  // namespace utl

@@ -1,12 +1,12 @@
-#include "internal/text/UtlUtf8Text.h"
+#include "internal/file/UtlUtf8Text.h"
 
 #include <cstring>
 #include <vector>
 
 #include "UtlCharSet.h"
 #include "UtlString.h"
+#include "internal/file/UtlTextType.h"
 #include "internal/text/UtlCharDecoder.h"
-#include "internal/text/UtlTextType.h"
 
 namespace utl {
 
@@ -30,10 +30,10 @@ unsigned long long bitOfEach(char const* bytes) {
 Utf8Text::Utf8Text(int textType, char* bytes, unsigned int count) {
     std::memset(bytes + count, 0, TEXT_UNIT_BYTES_MAX);
     switch (textType) {
-        case TEXT_UTF8:
+        case File::TEXT_UTF8:
             takeUtf8(bytes, count);
             break;
-        case TEXT_SJIS:
+        case File::TEXT_SJIS:
             convert(convertStrFromSjisToUtf8, count, static_cast<char const*>(bytes));
             break;
         default:
