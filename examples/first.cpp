@@ -13,12 +13,11 @@ struct Listener : utl::ThreadMsgListener {
 int main() {
     Listener listener;
     utl::MsgDrivenThread thread(64, 16, "first", 0);  // bytes of the largest message, messages, timers
+    utl::AutoStop const stopping(thread);             // ends the thread, whatever is still queued
     if (thread.start(&listener) != 0) {
         return 1;
     }
-    thread.postMsg(42);        // is queued
-    thread.sendMsgSync(43);    // waits until the listener has had it, and 42 before it
-    thread.stop(1, 0);         // ends the thread, whatever is still queued, and waits for that
-    thread.leaveManagement();  // gives its place in the table of threads back
+    thread.postMsg(42);      // is queued
+    thread.sendMsgSync(43);  // waits until the listener has had it, and 42 before it
     return 0;
 }

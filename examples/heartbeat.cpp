@@ -128,6 +128,7 @@ int main(int argc, char** argv) {
     TimeoutReporter reporter;
     StatusTable table;
     utl::SharedTimer ticker(utl::Thread::WITHOUT_WATCHDOG, 0, nullptr, 1, "Ticker");
+    utl::AutoDestroy const destroying(ticker);
     Worker quick("Quick", 300);
     Worker steady("Steady", 600);
     Worker slow("Slow", 900);
@@ -140,7 +141,6 @@ int main(int argc, char** argv) {
     applog(LOG_TYPE, utl::LOG_LEVEL_INFO, "three workers are watched for %ld seconds", seconds);
     run(static_cast<unsigned int>(seconds) * 1000, slow);
     ticker.stop(status);
-    ticker.destroy();
     slow.end();
     steady.end();
     quick.end();

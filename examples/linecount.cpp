@@ -102,7 +102,7 @@ bool postLine(utl::MsgDrivenThread& thread, char const* text, size_t length, uns
         size_t const piece = pieceLength(text, length);
         LineMsg const msg(text, static_cast<unsigned int>(piece));
         bool const waits = ++queued % QUEUED_MAX == 0;
-        if ((waits ? thread.sendMsgSync(msg) : thread.postMsg(msg)) == 0) {
+        if ((waits ? thread.sendMsgSync(msg) : thread.postMsg(msg)) == utl::MsgDrivenThread::SEND_REFUSED) {
             return false;
         }
         text += piece;
@@ -143,25 +143,25 @@ int main(int argc, char** argv) {
 
     LineCounter counter;
     utl::MsgDrivenThread thread(LineMsg::FLAT_BYTES_MAX, QUEUED_MAX, "LineCounter");
+    utl::AutoStop const stopping(thread);
     if (thread.start(&counter) != 0) {
         std::fclose(file);
         return complain("cannot start the thread for", path);
     }
     applog(LOG_TYPE, utl::LOG_LEVEL_INFO, "reading %s", path);
     errno = 0;
-    bool const complete = postFile(file, thread) && thread.sendMsgSync(MSG_TOTALS) == 1;
+    bool const complete =
+        postFile(file, thread) && thread.sendMsgSync(MSG_TOTALS) == utl::MsgDrivenThread::SEND_DONE;
     int const readError = errno;
     std::fclose(file);
     thread.stop();
     applog(LOG_TYPE, utl::LOG_LEVEL_INFO, "thread %d has stopped", thread.getId());
     if (!complete) {
-        thread.leaveManagement();
         errno = readError;
         return complain("cannot read", path);
     }
     Totals const& totals = counter.totals();
     std::printf("%llu lines, %llu characters, %llu bytes\n", totals.lines, totals.characters, totals.bytes);
     utl::ThreadManager::get()->printThreadInfoReg(utl::LOG_LEVEL_INFO);
-    thread.leaveManagement();
     return EXIT_SUCCESS;
 }

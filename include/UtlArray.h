@@ -8,77 +8,85 @@
 
 namespace utl {
 
+/// What containers and strings do when their capacity is used up, as their argument `autoResize`.
+inline constexpr int AUTO_RESIZE_OFF = 0;  ///< the operation fails
+inline constexpr int AUTO_RESIZE_ON = 1;   ///< the capacity grows
+
 /// Sequence in one block of storage that grows by exactly what is needed, or not at all; *external lock
 /// needed*, because it holds none.
 ///
-/// Slots are made and destroyed with the storage, all `maxSize()` together, and only assigned in between. So
-/// `T` needs a default constructor and a copy assignment, and an element that was removed lives on in its
-/// slot, with all that it owns, until another is put there or the storage goes. What a pointer element
-/// refers to stays the caller's.
+/// All `maxSize()` slots are constructed and destroyed with the storage, and only assigned in between. So `T`
+/// needs a default constructor and a copy assignment. An element that was removed stays in its slot, with all
+/// that it owns, until another is put there or the storage is destroyed. What a pointer element refers to
+/// stays the caller's.
 ///
-/// A failed allocation that throws leaves through every operation that allocates. An element type whose own
-/// `operator new[]` gives null instead makes that operation give false. Either way a growth that failed, in
-/// `insertAt` and `copy` too, leaves what a failed `resizeMax` does: as a rule the content is lost.
+/// An allocation failure that throws leaves every operation that allocates. If an element type's own
+/// `operator new[]` returns null instead, the operation returns false. Either way a growth that failed, also
+/// in `insertAt` and `copy`, leaves what a failed `resizeMax` leaves: as a rule the content is lost.
 template <typename T, typename ARG = T const&>
 class UTL_API Array {
   public:
-    /// Allocates `maxSize` slots, none with 0. With `autoResize` 1 `insertAt` and `copy` enlarge the storage
-    /// on demand; with any other value the capacity is fixed and they fail instead.
+    /// Allocates `maxSize` slots, none with 0. With `AUTO_RESIZE_ON` `insertAt` and `copy` enlarge the
+    /// storage on demand; with any other `autoResize` the capacity is fixed, and they fail instead.
     Array(unsigned int maxSize, int autoResize);
     virtual ~Array() { delete[] mElements; }
     Array(Array const&) = delete;
     Array& operator=(Array const&) = delete;
 
     /// Number of slots in use.
-    unsigned int size() const { return mSize; }
+    [[nodiscard]] unsigned int size() const noexcept { return mSize; }
 
     /// Number of slots allocated.
-    unsigned int maxSize() const { return mMaxSize; }
+    [[nodiscard]] unsigned int maxSize() const noexcept { return mMaxSize; }
 
     /// The element at `index`, null at and beyond `size()`. Valid until the storage changes.
-    T* getAt(unsigned int index) { return hasElementAt(index) ? mElements + index : nullptr; }
+    [[nodiscard]] T* getAt(unsigned int index) noexcept {
+        return hasElementAt(index) ? mElements + index : nullptr;
+    }
 
     /// As above.
-    T const* getAt(unsigned int index) const { return hasElementAt(index) ? mElements + index : nullptr; }
+    [[nodiscard]] T const* getAt(unsigned int index) const noexcept {
+        return hasElementAt(index) ? mElements + index : nullptr;
+    }
 
-    /// The storage, with the `size()` elements at its start; null when there is none. Valid until it changes.
-    T const* elements() const { return mElements; }
+    /// The storage, with the `size()` elements at its start; null if there is none. Valid until it changes.
+    [[nodiscard]] T const* elements() const noexcept { return mElements; }
 
     /// Replaces the element at `index`; false, with nothing changed, at and beyond `size()`. `value` may be
     /// an element of this array; an element set to itself is not touched.
     bool setAt(unsigned int index, ARG value);
 
-    /// Puts `value` in front of the element at `index`; `index` equal to `size()` appends. False, with the
-    /// array unchanged, beyond that or when a fixed capacity is used up. `value` may be an element of this
-    /// array: what it held before the call is inserted.
+    /// Inserts `value` before the element at `index`; an `index` of `size()` appends. False, with the array
+    /// unchanged, beyond that and when a fixed capacity is used up. `value` may be an element of this array:
+    /// what it held before the call is inserted.
     bool insertAt(unsigned int index, ARG value);
 
-    /// Removes up to `count` elements from `index` on; nothing at and beyond `size()`. Keeps the capacity.
+    /// Removes up to `count` elements from `index` on, none at and beyond `size()`. Keeps the capacity.
     void removeAt(unsigned int index, unsigned int count);
 
     /// Removes all elements; keeps the storage and what its slots hold.
-    void clear() { mSize = 0; }
+    void clear() noexcept { mSize = 0; }
 
     /// Makes the content the first `count` elements of `source`, all of them with `INVALID_SIZE`. False, with
-    /// the content unchanged, when a fixed capacity is too small. With this array as `source` only the size
-    /// falls to `count`.
+    /// the content unchanged, if a fixed capacity is too small. With this array as `source` only the size
+    /// shrinks to `count`.
     bool copy(Array const& source, unsigned int count);
 
-    /// Makes the capacity `maxSize`, whether it is fixed or not, and keeps what fits; 0 gives the storage
-    /// back. The content goes through a temporary of its size; if that could not be had, by an exception or
-    /// by null, the array is unchanged. If the new storage could not be had, the content is lost: `maxSize()`
-    /// tells the new capacity and `size()` the old size, but there are no elements until `resizeMax` with
-    /// another capacity succeeds.
+    /// Makes the capacity `maxSize`, whether it is fixed or not, and keeps what fits; 0 frees the storage.
+    /// The content is copied through a temporary of its size. If that cannot be allocated, by an exception or
+    /// by null, the array is unchanged. If the new storage cannot be allocated, the content is lost:
+    /// `maxSize()` is the new capacity and `size()` the old size, but there are no elements until `resizeMax`
+    /// with another capacity succeeds.
     bool resizeMax(unsigned int maxSize);
 
   private:
     template <typename K, typename V, typename KARG, typename VARG, typename COMPARE>
     friend class Map;
 
-    // One more element, with what its slot holds; null when the capacity is used up.
+    // One more element, with what its slot holds; null if the capacity is used up.
     T* appendSlot() { return mSize < mMaxSize && mElements != nullptr ? mElements + mSize++ : nullptr; }
 
-    bool hasElementAt(unsigned int index) const { return index < mSize && mElements != nullptr; }
+    bool hasElementAt(unsigned int index) const noexcept { return index < mSize && mElements != nullptr; }
     bool isElement(T const* address) const;
     bool makeRoomForOneMore();
     bool reallocate(unsigned int maxSize);
@@ -144,7 +152,7 @@ bool Array<T, ARG>::copy(Array const& source, unsigned int count) {
         return true;
     }
     unsigned int const copied = std::min<unsigned int>(count, source.mSize);
-    if (mAutoResize == 1 && copied > mMaxSize && !reallocate(copied)) {
+    if (mAutoResize == AUTO_RESIZE_ON && copied > mMaxSize && !reallocate(copied)) {
         return false;
     }
     if (copied > mMaxSize) {
@@ -180,10 +188,10 @@ bool Array<T, ARG>::makeRoomForOneMore() {
     if (isContentLost || mSize < mMaxSize) {
         return mElements != nullptr;
     }
-    return mAutoResize == 1 && mSize != INVALID_SIZE && reallocate(mSize + 1);
+    return mAutoResize == AUTO_RESIZE_ON && mSize != INVALID_SIZE && reallocate(mSize + 1);
 }
 
-// The temporary gives its storage back on every way out.
+// The temporary frees its storage on every way out.
 template <typename T, typename ARG>
 bool Array<T, ARG>::reallocate(unsigned int maxSize) {
     Array kept(mSize, 0);

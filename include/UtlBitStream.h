@@ -8,109 +8,121 @@ namespace utl {
 /// access moves the position and may set the error. A stream is not copyable; `copy` takes the contents.
 ///
 /// Bit 0 is the most significant bit of the first byte, and a field begins with its own most significant bit.
-/// An access touches the bytes that its bits lie in and no others.
+/// An access touches only the bytes that contain its bits.
 ///
-/// The `position` of an access is -1 for the stream's own position, which then moves behind the field, or an
-/// absolute bit position, which leaves the stream's own where it is. Anything below -1 is an error.
+/// The `position` of an access is `CURRENT_POSITION` for the stream's own, which then moves after the field,
+/// or an absolute bit position, which leaves the stream's own where it is. Anything below -1 is an error.
 ///
 /// | State  | Entered by                                               | Reads    | Writes, `copy` |
 /// |--------|----------------------------------------------------------|----------|----------------|
 /// | good   | construction, `setBitStream`, `clear`                    | work     | work           |
-/// | failed | any call below that is called an error                   | give 0   | do nothing     |
+/// | failed | any call below that is called an error                   | return 0 | do nothing     |
 ///
-/// Nothing tells of the error but those zeros and a size that does not grow. Seeking, `readCurBit` and
-/// `writeCurBit` work in both states. A field whose end is a position of more than 32 bits lies behind the
-/// buffer, however large that is.
+/// Only those zeros and a size that does not grow show the error. Seeking, `readCurBit` and `writeCurBit`
+/// work in both states. A field whose end is a position of more than 32 bits ends beyond the buffer, however
+/// large that is.
 class UTL_API BitStream {
   public:
+    /// As `position`: the stream's own.
+    static constexpr int CURRENT_POSITION = -1;
+
+    /// Where `seekBitOffset` counts from.
+    enum SeekOrigin {
+        SEEK_FROM_START = 0,
+        SEEK_FROM_POSITION = 1,
+        SEEK_FROM_END = 2  ///< the end of what was written
+    };
+
     /// Without a buffer; every access to a bit is an error.
-    BitStream();
+    BitStream() noexcept;
 
     /// As `setBitStream`, if that is possible.
-    BitStream(unsigned char* buffer, unsigned int size);
+    BitStream(unsigned char* buffer, unsigned int size) noexcept;
 
     ~BitStream() = default;
     BitStream(BitStream const&) = delete;
     BitStream& operator=(BitStream const&) = delete;
 
-    /// Goes over to a buffer of `size` bytes, empty and at position 0; its bytes stay as they are. The buffer
-    /// remains the caller's and must outlive the stream's use of it. False, with nothing changed, for null
-    /// and for 0.
-    bool setBitStream(unsigned char* buffer, unsigned int size);
+    /// Changes to a buffer of `size` bytes, as an empty stream at position 0; its bytes stay as they are. The
+    /// buffer remains the caller's and must outlive the stream's use of it. False, with nothing changed, for
+    /// null and for 0.
+    bool setBitStream(unsigned char* buffer, unsigned int size) noexcept;
 
-    /// Goes to position 0 and forgets the error. With `erase` the buffer becomes zero and the stream empty;
+    /// Goes to position 0 and clears the error. With `erase` the buffer becomes zero and the stream empty;
     /// otherwise the size stays.
-    void clear(bool erase);
+    void clear(bool erase) noexcept;
 
     /// The buffer, or null.
-    unsigned char* getBitStreamAddress() const { return mBuffer; }
+    [[nodiscard]] unsigned char* getBitStreamAddress() const noexcept { return mBuffer; }
 
     /// Bytes that hold the bits of `getBitStreamBitSize`.
-    unsigned int getBitStreamSize() const { return mBitSize / 8 + (mBitSize % 8 != 0 ? 1 : 0); }
+    [[nodiscard]] unsigned int getBitStreamSize() const noexcept {
+        return mBitSize / 8 + (mBitSize % 8 != 0 ? 1 : 0);
+    }
 
     /// The end of the furthest write or seek, in bits.
-    unsigned int getBitStreamBitSize() const { return mBitSize; }
+    [[nodiscard]] unsigned int getBitStreamBitSize() const noexcept { return mBitSize; }
 
     /// Where the next access at the stream's own position begins.
-    unsigned int getBitPosition() const { return mBitPosition; }
+    [[nodiscard]] unsigned int getBitPosition() const noexcept { return mBitPosition; }
 
-    /// Goes `offset` bits forward: from the start for `origin` 0, from the position for 1, from the end of
-    /// what was written for 2. Going beyond that end counts as having written up to there. An error, with the
-    /// position kept, for a place beyond the buffer and for any other `origin`.
-    void seekBitOffset(unsigned int offset, int origin);
+    /// Goes `offset` bits forward from `origin`, one of `SeekOrigin`. Going beyond the end of what was
+    /// written counts as having written up to there. An error, with the position kept, for a place beyond the
+    /// buffer and for any other `origin`.
+    void seekBitOffset(unsigned int offset, int origin) noexcept;
 
-    /// The next bit. The caller sees to it that there is one.
-    bool readCurBit();
+    /// Reads the next bit. The caller makes sure that there is one.
+    bool readCurBit() noexcept;
 
-    /// Writes the next bit, 1 for anything but 0. The caller sees to it that the buffer has room.
-    void writeCurBit(unsigned char bit);
+    /// Writes the next bit, 1 for anything but 0. The caller makes sure that the buffer has room.
+    void writeCurBit(unsigned char bit) noexcept;
 
-    /// The field of `bits` bits as a number, 0 for a width of 0. More bits than the result has are an error,
-    /// and so is a field that ends behind the buffer; bits that nobody wrote are read as they stand there.
+    /// Reads the field of `bits` bits as a number, 0 for a width of 0. More bits than the result has are an
+    /// error, and so is a field that ends beyond the buffer. Bits that nobody wrote are read as the buffer
+    /// has them.
     ///@{
-    unsigned char readBitToUint8(unsigned int bits, int position);
-    unsigned short readBitToUint16(unsigned int bits, int position);
-    unsigned int readBitToUint32(unsigned int bits, int position);
-    unsigned long long readBitToUint64(unsigned int bits, int position);
+    unsigned char readBitToUint8(unsigned int bits, int position) noexcept;
+    unsigned short readBitToUint16(unsigned int bits, int position) noexcept;
+    unsigned int readBitToUint32(unsigned int bits, int position) noexcept;
+    unsigned long long readBitToUint64(unsigned int bits, int position) noexcept;
     ///@}
 
     /// Writes the lowest `bits` bits of `value` as a field, or nothing for a width of 0. More bits than
-    /// `value` has are an error, and so is a field that would end behind the buffer.
+    /// `value` has are an error, and so is a field that would end beyond the buffer.
     ///@{
-    void writeBitToUint8(unsigned char value, unsigned int bits, int position);
-    void writeBitToUint16(unsigned short value, unsigned int bits, int position);
-    void writeBitToUint32(unsigned int value, unsigned int bits, int position);
-    void writeBitToUint64(unsigned long long value, unsigned int bits, int position);
+    void writeBitToUint8(unsigned char value, unsigned int bits, int position) noexcept;
+    void writeBitToUint16(unsigned short value, unsigned int bits, int position) noexcept;
+    void writeBitToUint32(unsigned int value, unsigned int bits, int position) noexcept;
+    void writeBitToUint64(unsigned long long value, unsigned int bits, int position) noexcept;
     ///@}
 
-    /// Reads `bits` bits to the front of `data`; the rest of the last byte there becomes 0. An error, with
-    /// nothing read, if they end behind the buffer. `data` must not overlap the buffer.
-    void readBitData(unsigned char* data, unsigned int bits, int position);
+    /// Reads `bits` bits to the start of `data`; the rest of the last byte there becomes 0. An error, with
+    /// nothing read, if they end beyond the buffer. `data` must not overlap the buffer.
+    void readBitData(unsigned char* data, unsigned int bits, int position) noexcept;
 
-    /// Writes the first `bits` bits of `data`. An error, with nothing written, if they would end behind the
+    /// Writes the first `bits` bits of `data`. An error, with nothing written, if they would end beyond the
     /// buffer. `data` must not overlap the buffer.
-    void writeBitData(unsigned char const* data, unsigned int bits, int position);
+    void writeBitData(unsigned char const* data, unsigned int bits, int position) noexcept;
 
     /// Writes all bits of `source`, whose position and error do not count. An error, with nothing written, if
-    /// they would end behind the buffer. The buffers must not overlap.
+    /// they would end beyond the buffer. The buffers must not overlap.
     ///
-    /// At a byte boundary the source's last byte is taken whole, with what stands behind its bits. Anywhere
-    /// else the last byte is left out if it is full, and otherwise its bits are taken one place below where
-    /// they lie: streams that were written so are read by code that expects it. `writeBitData` has neither
-    /// effect.
-    void copy(BitStream const& source, int position);
+    /// At a byte boundary the source's last byte is copied whole, with what follows its bits. Anywhere else
+    /// the last byte is left out if it is full, and otherwise its bits are taken from one place lower:
+    /// streams that were written so are read by code that expects it. `writeBitData` has neither effect.
+    void copy(BitStream const& source, int position) noexcept;
 
   private:
-    bool begin(unsigned int bits, unsigned int bitsMax, int position, unsigned int* start);
-    bool isInside(unsigned long long end) const;
-    void endAt(unsigned int end, int position);
-    void raiseBitSize(unsigned int end);
-    void put(unsigned int start, unsigned int value, unsigned int bits);
+    bool begin(unsigned int bits, unsigned int bitsMax, int position, unsigned int* start) noexcept;
+    bool isInside(unsigned long long end) const noexcept;
+    void endAt(unsigned int end, int position) noexcept;
+    void raiseBitSize(unsigned int end) noexcept;
+    void put(unsigned int start, unsigned int value, unsigned int bits) noexcept;
 
     template <typename T>
-    T readField(unsigned int bits, int position);
+    T readField(unsigned int bits, int position) noexcept;
     template <typename T>
-    void writeField(T value, unsigned int bits, int position);
+    void writeField(T value, unsigned int bits, int position) noexcept;
 
     unsigned char* mBuffer;
     unsigned int mBufferSize;
@@ -121,15 +133,15 @@ class UTL_API BitStream {
 
 /// Stores `value` in 2 or 4 bytes, low byte first. `bytes` needs no alignment. False for null.
 ///@{
-UTL_API bool serialize(unsigned short value, unsigned char* bytes);
-UTL_API bool serialize(unsigned int value, unsigned char* bytes);
+UTL_API bool serialize(unsigned short value, unsigned char* bytes) noexcept;
+UTL_API bool serialize(unsigned int value, unsigned char* bytes) noexcept;
 ///@}
 
-/// Takes `*value` from 2 or 4 bytes in the processor's own order, which is that of `serialize` where the low
+/// Reads `*value` from 2 or 4 bytes in the processor's own order, which is that of `serialize` if the low
 /// byte comes first. `bytes` needs no alignment. False, with nothing read, if either is null.
 ///@{
-UTL_API bool unserialize(unsigned char* bytes, unsigned short* value);
-UTL_API bool unserialize(unsigned char* bytes, unsigned int* value);
+UTL_API bool unserialize(unsigned char* bytes, unsigned short* value) noexcept;
+UTL_API bool unserialize(unsigned char* bytes, unsigned int* value) noexcept;
 ///@}
 
 }  // namespace utl

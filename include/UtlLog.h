@@ -2,12 +2,12 @@
 
 #include "UtlPlatform.h"
 
-// The process-wide log; *internally locked*, because all threads share it: it can be called under any lock,
+// The process-wide log; *internally locked*, because all threads share it. It can be called under any lock,
 // in a static initialiser and while the process ends. Its two locks are the innermost of the library.
 //
 // A line passes if the filter level of its type is at least its own level. A type that is not registered
-// passes by the entry of `utl::LOG_TYPE_DEFAULT` and has no name. What passes goes to these sinks, in this
-// order:
+// passes by the entry of `utl::LOG_TYPE_DEFAULT` and has no name. A line that passes goes to these sinks, in
+// this order:
 //
 // | Level | Prefix  | System log    | Standard output | `BinaryLogWrite` |
 // |-------|---------|---------------|-----------------|------------------|
@@ -22,8 +22,8 @@ namespace utl {
 
 class File;
 
-/// Types that are there from the load of the library on: the entry for all types that are not registered,
-/// without a name, and the library's own, "<UTIL> ". Both begin with the filter level `LOG_LEVEL_DETAIL`.
+/// Types that exist once the library is loaded: the entry for all types that are not registered, without a
+/// name, and the library's own, "<UTIL> ". Both begin with the filter level `LOG_LEVEL_DETAIL`.
 inline constexpr int LOG_TYPE_DEFAULT = -1;
 inline constexpr int LOG_TYPE_LIBRARY = -2;
 
@@ -36,7 +36,7 @@ inline constexpr int LOG_LEVEL_INFO = 3;
 inline constexpr int LOG_LEVEL_DETAIL = 4;
 inline constexpr int LOG_LEVEL_DEBUG = 5;
 
-/// What `getFilterLevel` gives for a type that is not registered.
+/// What `getFilterLevel` returns for a type that is not registered.
 inline constexpr int LOG_LEVEL_UNREGISTERED = 6;
 
 /// Most types that can be registered, the two built-in ones included.
@@ -45,7 +45,7 @@ inline constexpr unsigned int LOG_TYPE_MAX = 64;
 /// Most bytes of a type's name or of the tag, without the terminator.
 inline constexpr unsigned int LOG_NAME_LENGTH_MAX = 31;
 
-/// Most bytes of a line of `applog` in front of its CR LF, and of a text of `rawlog`.
+/// Most bytes of a line of `applog` before its CR LF, and of a text of `rawlog`.
 inline constexpr unsigned int LOG_LINE_LENGTH_MAX = 253;
 inline constexpr unsigned int LOG_RAW_LENGTH_MAX = 255;
 
@@ -57,10 +57,10 @@ inline constexpr unsigned int LOG_RAW_LENGTH_MAX = 255;
 ///
 /// A line that is longer than `utl::LOG_LINE_LENGTH_MAX` is cut there, between any two bytes, and ends in
 /// "..."; a message that cannot be formatted ends in "..." after what could be. The system log and standard
-/// output take the finished text for a format once more: "%%" comes out as "%" and "%m" as the text of the
-/// caller's `errno`; every other percent sign comes out as it stands. `errno` is kept.
+/// output format the finished text once more: "%%" becomes "%" and "%m" the text of the caller's `errno`;
+/// every other percent sign stays. `errno` is preserved.
 ///
-/// Takes no memory from the heap, but about 1.2 KiB of stack beside what the C library needs. Blocks while
+/// Uses no memory from the heap, but about 1.2 KiB of stack besides what the C library needs. Blocks while
 /// another thread is at a sink. In a signal handler it is no safer than `printf`.
 UTL_API void applog(int type, int level, char const* format, ...) __attribute__((format(printf, 3, 4)));
 
@@ -69,21 +69,21 @@ UTL_API void applog(int type, int level, char const* format, ...) __attribute__(
 UTL_API void rawlog(int type, int level, char const* format, ...) __attribute__((format(printf, 3, 4)));
 
 ///@{
-/// With a file as one more sink, between the system log and standard output and at every level that passes:
-/// it gets by `File::writeText`, in its own encoding, what standard output gets, before that takes it for a
-/// format. No lock is held meanwhile: the file must be the caller's own. What `writeText` says is ignored;
-/// lines about a failure stand in front of this one on standard output and do not reach the file. The write
-/// takes more stack, and for UTF-16 memory from the heap. A null `file` is none.
+/// With a file as one more sink, between the system log and standard output and at every level that passes.
+/// `File::writeText` writes to it, in its own encoding, the text of standard output before that is formatted
+/// once more. No lock is held meanwhile: the file must be the caller's own. The result of `writeText` is
+/// ignored; lines about a failure come before this one on standard output and do not reach the file. The
+/// write uses more stack, and for UTF-16 memory from the heap. A null `file` is none.
 UTL_API void applog(int type, int level, utl::File* file, char const* format, ...)
     __attribute__((format(printf, 4, 5)));
 UTL_API void rawlog(int type, int level, utl::File* file, char const* format, ...)
     __attribute__((format(printf, 4, 5)));
 ///@}
 
-/// Adds a type, or gives a registered one another name and filter level. The name stands in front of the
-/// prefix exactly as given, so it brings its own blank. A level outside 0 to 4 counts as 5. Gives 1; 0 with
-/// nothing changed if `name` is null or longer than `utl::LOG_NAME_LENGTH_MAX`, or if `utl::LOG_TYPE_MAX`
-/// other types are registered. A type stays registered for good.
+/// Adds a type, or changes the name and filter level of a registered one. The name is written before the
+/// prefix exactly as given, so it includes its own blank. A level outside 0 to 4 counts as 5. Returns 1; 0
+/// with nothing changed if `name` is null or longer than `utl::LOG_NAME_LENGTH_MAX`, or if
+/// `utl::LOG_TYPE_MAX` other types are registered. A type stays registered permanently.
 UTL_API int registerLogType(int type, char const* name, int filterLevel);
 
 /// Sets the filter level of every type, the built-in ones included. A level outside 0 to 4 counts as 5.
@@ -93,9 +93,10 @@ UTL_API void setAllFilterLevel(int level);
 /// as 5.
 UTL_API void setFilterLevel(int type, int level);
 
-/// The filter level of a registered type, else `utl::LOG_LEVEL_UNREGISTERED`: the default entry is not asked.
+/// The filter level of a registered type, else `utl::LOG_LEVEL_UNREGISTERED`: the default entry does not
+/// count.
 UTL_API int getFilterLevel(int type);
 
-/// Stores the tag of the process. Gives 1; 0 with the tag unchanged if `tag` is null or longer than
+/// Stores the tag of the process. Returns 1; 0 with the tag unchanged if `tag` is null or longer than
 /// `utl::LOG_NAME_LENGTH_MAX`. No line shows it.
 UTL_API int setLogTag(char const* tag);

@@ -17,14 +17,14 @@ class UTL_API Pair {
     Pair& operator=(Pair const&) = default;
 
     K mKey{};    ///< What the entry is found by.
-    V mValue{};  ///< What stands under the key.
+    V mValue{};  ///< What the key leads to.
 };
 
-/// The order of a `Map` that is given no other: by the `<` of the keys; *immutable*, since it has no state.
+/// The default order of a `Map`, by the `<` of the keys; *immutable*, since it has no state.
 template <typename K, typename V>
 class UTL_API CompareLessPairKey {
   public:
-    /// True if `left` stands before `right`.
+    /// True if `left` is before `right`.
     bool operator()(K const& left, K const& right) const { return left < right; }
 };
 
@@ -35,10 +35,10 @@ bool areEqualKeys(K const& left, K const& right, COMPARE compare) {
     return !compare(left, right) && !compare(right, left);
 }
 
-// Gives `left` when `isLeft`, else `right`, without a branch: a search hits keys at random, and every other
+// Returns `left` if `isLeft`, else `right`, without a branch: a search meets keys at random, and every other
 // branch on a comparison would be mispredicted. Clang makes the conditional operator a branch, but not this.
 template <typename T>
-T const* choose(bool isLeft, T const* left, T const* right) {
+T const* choose(bool isLeft, T const* left, T const* right) noexcept {
 #ifdef __clang__
     T const* const both[] = {right, left};
     return both[isLeft];
@@ -52,12 +52,13 @@ T const* choose(bool isLeft, T const* left, T const* right) {
 /// Largest number of elements that `searchPosition` looks through.
 inline constexpr unsigned int MAX_SEARCH_COUNT = 0x7FFFFFFFU;
 
-/// The index at which `key` stands among the `count` `elements`, whose `mKey`s ascend by `compare`, or at
-/// which it would have to be inserted. The first of a run of equal keys counts, whether or not there are
-/// more. Gives `INVALID_SIZE` for null `elements`, even with `count` 0, and for a `count` above
-/// `MAX_SEARCH_COUNT`. On elements that are out of order the result is some index from 0 to `count`.
+/// The index of `key` among the `count` `elements`, whose `mKey`s ascend by `compare`, or the index at which
+/// it would have to be inserted. Of several equal keys the first counts. Returns `INVALID_SIZE` for null
+/// `elements`, even with `count` 0, and for a `count` above `MAX_SEARCH_COUNT`. If the elements are out of
+/// order, the result is some index from 0 to `count`.
 template <typename K, typename T, typename COMPARE>
-unsigned int searchPosition(K const& key, T const* elements, unsigned int count, COMPARE compare) {
+[[nodiscard]] unsigned int searchPosition(K const& key, T const* elements, unsigned int count,
+                                          COMPARE compare) {
     if (elements == nullptr || count > MAX_SEARCH_COUNT) {
         return INVALID_SIZE;
     }
@@ -74,10 +75,10 @@ unsigned int searchPosition(K const& key, T const* elements, unsigned int count,
     return static_cast<unsigned int>(first - elements) + static_cast<unsigned int>(compare(first->mKey, key));
 }
 
-/// The first element whose key equals `key`, that is, neither is less; null if there is none or the elements
-/// cannot be searched. Asks of its arguments what `searchPosition` does.
+/// The first element whose key equals `key`, which is so if neither is less; null if there is none and if the
+/// elements cannot be searched. The arguments are as for `searchPosition`.
 template <typename K, typename T, typename COMPARE>
-T const* searchBinary(K const& key, T const* elements, unsigned int count, COMPARE compare) {
+[[nodiscard]] T const* searchBinary(K const& key, T const* elements, unsigned int count, COMPARE compare) {
     if (count == 0) {
         return nullptr;
     }
@@ -91,39 +92,39 @@ T const* searchBinary(K const& key, T const* elements, unsigned int count, COMPA
 
 /// Sorted array of pairs with unique keys, found by bisection; *external lock needed*, because it holds none.
 ///
-/// `COMPARE` tells whether the first of two keys stands before the second; two keys of which neither does are
-/// equal. Storage behaves as in `Array`; what a pointer value refers to stays the caller's.
+/// `COMPARE` tells whether the first of two keys is before the second; two keys of which neither is before
+/// the other are equal. Storage behaves as in `Array`; what a pointer value refers to stays the caller's.
 template <typename K, typename V, typename KARG = K const&, typename VARG = V const&,
           typename COMPARE = CompareLessPairKey<K, V>>
 class UTL_API Map {
   public:
     /// Arguments as for `Array`. A map that is built with `maxSize` 0 refuses every entry, even with
-    /// `autoResize` 1, until a `copy` has brought it storage: owners pass on a capacity that they were given,
-    /// and 0 means that there are to be no entries.
+    /// `AUTO_RESIZE_ON`, until a `copy` has brought it storage: owners pass on a capacity that they were
+    /// given, where 0 is to allow no entries.
     Map(unsigned int maxSize, int autoResize) : mArray(maxSize, autoResize), mCompare() {}
     virtual ~Map() = default;
     Map(Map const&) = delete;
     Map& operator=(Map const&) = delete;
 
     /// Adds an entry; an entry with an equal key is replaced, key and value. False, with nothing changed,
-    /// when a fixed capacity is used up or the map has no slot at all.
+    /// if a fixed capacity is used up or the map has no slot at all.
     bool insert(KARG key, VARG value);
 
-    /// The value under `key`, null if there is none. Valid until an entry is inserted or erased.
-    V* find(KARG key);
+    /// The value of `key`, null if there is none. Valid until an entry is inserted or erased.
+    [[nodiscard]] V* find(KARG key);
 
     /// As above.
-    V const* find(KARG key) const;
+    [[nodiscard]] V const* find(KARG key) const;
 
     /// Removes the entry with this key; false if there is none.
     bool erase(KARG key);
 
-    /// `insert` and `erase` for values with a member `swap`. Entries move by it alone, so nothing is copied,
-    /// and nothing allocates that `swap` does not: for places where a failure could not be told.
+    /// `insert` and `erase` for values with a member `swap`. Only `swap` moves entries, so nothing is copied
+    /// and nothing but `swap` can allocate: for places that could not report a failure.
     ///@{
 
     /// Adds an entry with the content of `value`, which gets that of an unused slot. False, with nothing
-    /// changed, when there is an entry with an equal key and when the capacity is used up, which never grows.
+    /// changed, if there is an entry with an equal key and if the capacity, which never grows, is used up.
     template <typename VALUE>
     bool insertSwapped(KARG key, VALUE& value);
 
@@ -134,24 +135,24 @@ class UTL_API Map {
     ///@}
 
     /// Removes all entries; keeps the storage and what its slots hold.
-    void clear() { mArray.clear(); }
+    void clear() noexcept { mArray.clear(); }
 
     /// Makes the content that of `source`, which must have the same order. False, with the content unchanged,
-    /// when a fixed capacity is too small.
+    /// if a fixed capacity is too small.
     bool copy(Map const& source) { return mArray.copy(source.mArray, INVALID_SIZE); }
 
     /// Number of entries.
-    unsigned int size() const { return mArray.size(); }
+    [[nodiscard]] unsigned int size() const noexcept { return mArray.size(); }
 
-    /// Number of entries that there is room for.
-    unsigned int maxSize() const { return mArray.maxSize(); }
+    /// Number of entries that fit.
+    [[nodiscard]] unsigned int maxSize() const noexcept { return mArray.maxSize(); }
 
-    /// The entry that is number `index` in ascending order of the keys, null at and beyond `size()`. Its key
-    /// must not be changed. Valid until an entry is inserted or erased.
-    Pair<K, V>* getAt(unsigned int index) { return mArray.getAt(index); }
+    /// The entry at `index` in ascending order of the keys, null at and beyond `size()`. Its key must not be
+    /// changed. Valid until an entry is inserted or erased.
+    [[nodiscard]] Pair<K, V>* getAt(unsigned int index) noexcept { return mArray.getAt(index); }
 
     /// As above.
-    Pair<K, V> const* getAt(unsigned int index) const { return mArray.getAt(index); }
+    [[nodiscard]] Pair<K, V> const* getAt(unsigned int index) const noexcept { return mArray.getAt(index); }
 
   private:
     using Entry = Pair<K, V>;

@@ -41,7 +41,7 @@ inline constexpr int MSG_ID_CLIENT_FIRST = INT_MIN + 0x801;
 ///@}
 
 /// What a message writes its fields to and reads them from: typed values in call order, without tags. Input
-/// means into the broker, output out of it. Every operation gives 1 for success and 0 for failure, except
+/// means into the broker, output out of it. Every operation returns 1 for success and 0 for failure, except
 /// `getResult`. The base class stores nothing and reports success. *External lock needed*: an implementation
 /// has no lock.
 ///
@@ -49,6 +49,12 @@ inline constexpr int MSG_ID_CLIENT_FIRST = INT_MIN + 0x801;
 /// writes its id first, outside the begin and end pair.
 class UTL_API MsgDataBroker {
   public:
+    /// What every operation but `getResult` returns, and so do `storeTo` and `restoreFrom` of a message.
+    enum BrokerResult { BROKER_FAILED = 0, BROKER_DONE = 1 };
+
+    /// What `getResult` returns when every operation since the last begin has worked.
+    static constexpr int BROKER_NO_FAILURE = 0;
+
     MsgDataBroker() = default;
     virtual ~MsgDataBroker();
 
@@ -107,8 +113,8 @@ class UTL_API MsgDataBroker {
     ///@}
 };
 
-/// A message: an id, and in a derived class the fields it carries. It crosses threads in flat form only; the
-/// receiver restores an object of the same class. *One owner thread*: an object is never shared, its flat
+/// A message: an id, and in a derived class its fields. It crosses threads in flat form only; the receiver
+/// restores an object of the same class. *One owner thread*: an object is never shared, its flat
 /// form is.
 ///
 /// A derived class sets its fields in `storeDataTo` in a fixed order and gets them in `restoreDataFrom` in
@@ -122,29 +128,29 @@ class UTL_API Msg {
     virtual ~Msg();
 
     /// The id given at construction, or the one that `restoreFrom` found.
-    int getMsgId() const { return mMsgId; }
+    [[nodiscard]] int getMsgId() const noexcept { return mMsgId; }
 
-    /// Writes id and fields to `broker`. Gives 1 when the broker reports success at the end, else 0; a null
-    /// `broker` gives 0.
+    /// Writes id and fields to `broker`. Returns 1 if the broker reports success at the end, otherwise 0,
+    /// also for a null `broker`.
     int storeTo(MsgDataBroker* broker) const;
 
-    /// Reads id and fields from `broker`. The object takes over the id that it finds there, whatever its own
-    /// was: whoever restores has looked at the id before. Gives 1 when the broker reports success at the end,
-    /// else 0; after a failure the fields that were read first hold their new values.
+    /// Reads id and fields from `broker`. The object takes the id that it finds there, whatever its own was:
+    /// the caller has looked at the id before. Returns 1 if the broker reports success at the end, otherwise
+    /// 0; after a failure the fields that were read first have their new values.
     int restoreFrom(MsgDataBroker& broker);
 
   protected:
-    /// Sets the fields in `*broker`. Nobody uses the result: a failure is learnt from the broker.
+    /// Sets the fields in `*broker`. Nobody uses the result: the broker knows of a failure.
     virtual int storeDataTo(MsgDataBroker* broker) const = 0;
 
-    /// Gets the fields from `broker`. Nobody uses the result: a failure is learnt from the broker.
+    /// Gets the fields from `broker`. Nobody uses the result: the broker knows of a failure.
     virtual int restoreDataFrom(MsgDataBroker& broker) = 0;
 
   private:
     int mMsgId;
 };
 
-/// A message that is its id alone; *one owner thread*, as every message.
+/// A message without fields; *one owner thread*, as every message.
 class UTL_API SimpleMsg : public Msg {
   public:
     /// As `Msg`.

@@ -18,22 +18,25 @@ namespace utl {
 /// | without a listener: a broadcast | every listener that is attached at its turn, the last attached first | the questions without a listener |
 /// | to a listener | that one, attached or not | the questions with that listener |
 ///
-/// Timers are divided in the same way: `registerTimer` and `setTimer` say to whom their expiries go. All
-/// listeners of a broadcast see the same message, which each restores for itself. What is told for
-/// `MsgDrivenThread` about order, queues and the end of the thread holds here, for all listeners together.
+/// Timers are divided in the same way: `registerTimer` and `setTimer` determine who gets their expiries. All
+/// listeners of a broadcast get the same message, and each restores it for itself. Order, queues and the end
+/// of the thread are as in `MsgDrivenThread`, for all listeners together.
 ///
-/// Nothing checks that the listener of a message or a timer still exists. Before a listener goes, its owner
-/// calls `detachMsgListener` and then `abortMsg`, while the thread runs or behind its `stop`, and nobody
-/// sends to it any more or is inside a call that does. On the message thread, `abortMsg` may come from
-/// another listener's handler or its own.
+/// Nothing checks that the listener of a message or a timer still exists. Before a listener is destroyed, its
+/// owner calls `detachMsgListener` and then `abortMsg`, while the thread runs or after its `stop`. From then
+/// on nobody may send to it, or be inside a call that does. On the message thread, the handler of any
+/// listener may call `abortMsg`, its own included.
 ///
 /// A handler may do everything that is not forbidden here. It must not wait for another thread that is inside
 /// a call which waits for this one.
 ///
-/// From another thread than itself, every call here that may block gives the watchdog a sign of life before
-/// and behind the place where it does.
+/// From another thread than itself, every call here that may block reports to the watchdog before and after
+/// the place where it does.
 class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgListener {
   public:
+    /// What attaching, detaching and aborting return.
+    enum ListenerResult { LISTENER_FAILED = 0, LISTENER_DONE = 1 };
+
     /// `maxMsgSize` is the largest message in bytes without its 4 bytes of id, `maxMsgCount` how many
     /// messages can wait, `maxListenerCount` how many listeners can be attached at a time, none for a value
     /// above 0x7FFFFFFF; `maxTimerCount` how many timers there can be. See `MsgDrivenThread` for the rest. In
@@ -41,14 +44,16 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
     MsgDrivenSharedThread(unsigned int maxMsgSize, unsigned int maxMsgCount, unsigned int maxListenerCount,
                           char const* name, unsigned int maxTimerCount = 0);
 
-    /// Waits for a loop that still runs, which it takes the pipe away from; stop the thread before.
+    /// Closes the pipe and waits for a loop that still runs; stop the thread before.
     ~MsgDrivenSharedThread() override;
+    MsgDrivenSharedThread(MsgDrivenSharedThread const&) = delete;
+    MsgDrivenSharedThread& operator=(MsgDrivenSharedThread const&) = delete;
 
     /// As those of `MsgDrivenThread`, with this object as the thread's own listener. The `preExecute` of a
-    /// derived class must not attach or detach: `start` may wait for it. While a `stop` waits, so do
-    /// attaching and detaching from outside; and both `start` and `stop`, whatever their arguments say about
-    /// waiting, first wait without limit for an attach or a detach in progress. So a handler must not wait
-    /// for the request to stop as long as somebody may be attaching.
+    /// derived class must not attach or detach: `start` may wait for it. While a `stop` waits, attaching and
+    /// detaching from outside wait, too. Whatever their arguments say about waiting, `start` and `stop` first
+    /// wait without limit for an attach or a detach in progress. So a handler must not wait for the request
+    /// to stop while another thread may be attaching.
     ///@{
     int start(int watchdog = 0, unsigned int aliveTime = 0, WatchdogTimerListener* listener = nullptr,
               int waitReady = 1, unsigned int waitTimeout = 0,
@@ -56,8 +61,8 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
     int stop(int wait = 1, unsigned int timeout = 0);
     ///@}
 
-    /// Sends to all attached listeners, as `MsgDrivenThread` does to its only one. A message also counts as
-    /// delivered when nobody is attached.
+    /// Sends to all attached listeners, as `MsgDrivenThread` does to its only one. A message counts as
+    /// delivered even if nobody is attached.
     ///@{
     int postMsg(Msg const& msg);
     int postMsg(int msgId);
@@ -78,21 +83,22 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
     int sendMsgInterrupt(ThreadMsgListener* listener, int msgId);
     ///@}
 
-    /// Lets broadcasts reach the listener. 1, also when it is attached already, in which case nothing
-    /// changes; 0 for null, when `maxListenerCount` are attached, and, with a log line, when the thread could
-    /// not be asked. In a handler it is done at once, for the next broadcast. From outside, the call waits
-    /// without limit: before the start for nothing; until the thread is ready and has come to it in the
-    /// queue; after the request to stop until the thread has ended.
+    /// Lets broadcasts reach the listener. 1, also if it is attached already, and then nothing changes. 0 for
+    /// null, if `maxListenerCount` are attached, and, with a log line, if the thread could not be asked. In a
+    /// handler it is done at once, for the next broadcast. From outside, the call does not wait before the
+    /// start. After it, the call waits without limit: until the thread is ready and has reached the request
+    /// in the queue, or, once a stop was requested, until the thread has ended.
     int attachMsgListener(ThreadMsgListener* listener);
 
-    /// Ends that; waits likewise. Behind it no broadcast reaches the listener, nor does the one in progress
-    /// when a handler detaches one that has not had its turn. Its timers and the messages sent to it go on:
-    /// `abortMsg`. 1 when the listener is not attached any more, also when it never was; 0, with a log line,
-    /// when the thread could not be asked, and it may still be attached.
+    /// Ends that, and waits in the same way. After it no broadcast reaches the listener. If a handler
+    /// detaches a listener that has not had its turn, the broadcast in progress does not reach that one
+    /// either. Its timers and the messages sent to it are not affected: `abortMsg` removes them. 1 if the
+    /// listener is not attached any more, also if it never was; 0, with a log line, if the thread could not
+    /// be asked, and then the listener may still be attached.
     int detachMsgListener(ThreadMsgListener* listener);
 
-    /// Questions as those of `MsgDrivenThread`, about broadcasts alone. The expiry of a timer belongs to them
-    /// if the timer does.
+    /// Questions as those of `MsgDrivenThread`, but only about broadcasts. The expiry of a timer belongs to
+    /// them if the timer does.
     ///@{
     bool hasMsg(int msgId);
     bool eraseMsg(int msgId);
@@ -100,8 +106,8 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
     int getFirstMsgId();
     ///@}
 
-    /// The same about what one listener is to receive alone: messages sent to it and the expiries of its
-    /// timers. `peekMsg` gives the message as it was sent. For a null listener false and `MSG_ID_NONE`,
+    /// The same about what only one listener is to receive: messages sent to it and the expiries of its
+    /// timers. `peekMsg` copies the message as it was sent. For a null listener false and `MSG_ID_NONE`,
     /// except for `eraseMsg`, which finds nothing to erase.
     ///@{
     bool hasMsg(ThreadMsgListener* listener, int msgId);
@@ -110,46 +116,48 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
     int getFirstMsgId(ThreadMsgListener* listener);
     ///@}
 
-    /// Kills the listener's timers and erases what is queued for it alone. A message that it has at the
-    /// moment is not affected; from outside, the call waits without limit until that is over. A
-    /// `sendMsgInterrupt` to it is no queued message and is not erased: before the listener goes, its sender
-    /// must have returned. 1, or 0 when a timer ended by itself meanwhile, when the thread could not be asked
-    /// or does not run, or for null.
+    /// Kills the listener's timers and erases what is queued only for it. A message that it has at the moment
+    /// is not affected; from outside, the call waits without limit until that is over. A `sendMsgInterrupt`
+    /// to it is not a queued message and is not erased: its sender must have returned before the listener is
+    /// destroyed. 1, or 0 if a timer ended by itself meanwhile, if the thread could not be asked or does not
+    /// run, or for null.
     int abortMsg(ThreadMsgListener* listener);
 
-    /// Timers whose expiries are broadcast; arguments and results as for `MsgDrivenThread`. A timer whose
-    /// `setTimer` registers it and fails to start it keeps its place until the thread ends; it never expires
-    /// for anybody. `registerTimer` waits for no other caller, with one exception: from outside, when a
-    /// timer that is being killed has still its place here, the new one is killed again, which waits as
-    /// `killTimer` does for others.
+    /// Timers whose expiries are broadcast; arguments and results as for `MsgDrivenThread`. If `setTimer`
+    /// registers a timer and cannot start it, the timer keeps its place until the thread ends and never
+    /// expires. `registerTimer` waits for no other caller, with one exception from outside: if a timer that
+    /// is being killed still has its place here, the new one is killed, which waits for others as `killTimer`
+    /// does.
     ///@{
-    int registerTimer(unsigned int interval, unsigned int repeatCount = 0, int autoRepeat = 1);
-    int setTimer(unsigned int interval, int noWait = 0, unsigned int repeatCount = 0, int autoRepeat = 1);
+    [[nodiscard]] int registerTimer(unsigned int interval, unsigned int repeatCount = TIMER_NO_END,
+                                    int autoRepeat = TIMER_AUTO_REPEAT);
+    int setTimer(unsigned int interval, int noWait = TIMER_WAIT, unsigned int repeatCount = TIMER_NO_END,
+                 int autoRepeat = TIMER_AUTO_REPEAT);
     ///@}
 
     /// Timers whose expiries go to one listener, attached or not; -1 also for a null listener. They wait as
-    /// those above. Without default arguments, so that an interval of 0 is never taken for a listener.
+    /// those above. They have no default arguments, so that an interval of 0 is never taken for a listener.
     ///@{
-    int registerTimer(ThreadMsgListener* listener, unsigned int interval, unsigned int repeatCount,
-                      int autoRepeat);
+    [[nodiscard]] int registerTimer(ThreadMsgListener* listener, unsigned int interval,
+                                    unsigned int repeatCount, int autoRepeat);
     int setTimer(ThreadMsgListener* listener, unsigned int interval, int noWait, unsigned int repeatCount,
                  int autoRepeat);
     ///@}
 
     /// As those of `MsgDrivenThread`, for either kind of timer.
     ///@{
-    bool startTimer(int timerId, int noWait = 0);
-    bool killTimer(int timerId, int noWait = 0);
+    bool startTimer(int timerId, int noWait = TIMER_WAIT);
+    bool killTimer(int timerId, int noWait = TIMER_WAIT);
     ///@}
 
-    /// Hands a message of the thread on. The loop alone calls it.
+    /// Forwards a message of the thread. Only the loop calls it.
     void receiveMsg(int threadId, ThreadRawMsg& msg) override;
 
   protected:
-    /// What tells the thread to attach or detach a listener; *one owner thread*, as every message.
+    /// The request to attach or detach a listener; *one owner thread*, as every message.
     class UTL_API MsgListenerMsg : public Msg {
       public:
-        /// Without a listener; `msgId` says what is asked.
+        /// Without a listener; `msgId` is the request.
         explicit MsgListenerMsg(int msgId) : Msg(msgId) {}
         MsgListenerMsg(MsgListenerMsg const&) = default;
         MsgListenerMsg& operator=(MsgListenerMsg const&) = default;
@@ -185,7 +193,7 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
     /// A timer's listener by the timer's id, null for all of them.
     using TimerListenerMap = Map<int, ThreadMsgListener*>;
 
-    /// Means the broadcasts that `JUDGE` means, by their flat form; *one owner thread*, as every judgement.
+    /// Matches the broadcasts whose flat form `JUDGE` matches; *one owner thread*, as every judgement.
     template <typename JUDGE>
     class JudgeMsgBroadcast {
       public:
@@ -200,8 +208,8 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
         SyncObject const* mLock;
     };
 
-    /// Means what a listener is to receive alone and `JUDGE` means: expiries of its timers by their flat
-    /// form, messages in envelopes by what is inside; *one owner thread*, as every judgement.
+    /// Matches what only one listener is to receive and `JUDGE` matches: expiries of its timers by their flat
+    /// form, messages in envelopes by their content; *one owner thread*, as every judgement.
     template <typename JUDGE>
     class JudgeMsgSpecifiedListener {
       public:
@@ -211,12 +219,12 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
             : mListener(listener), mJudge(judge), mTimers(timers), mLock(lock), mScratch(rawMsgSize) {}
         bool operator()(ThreadRawMsg& msg);
 
-        /// True if the last message that was meant was an expiry, false if it was an envelope.
-        bool hasFoundTimer() const { return mFoundTimer; }
+        /// True if the last match was an expiry, false if it was an envelope.
+        [[nodiscard]] bool hasFoundTimer() const noexcept { return mFoundTimer; }
 
       private:
-        bool isTimerMeant(ThreadRawMsg& msg);
-        bool isEnvelopeMeant(ThreadRawMsg& msg);
+        bool matchesTimer(ThreadRawMsg& msg);
+        bool matchesEnvelope(ThreadRawMsg& msg);
 
         ThreadMsgListener* mListener;
         JUDGE* mJudge;
@@ -245,40 +253,18 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
     ///@}
 
   private:
-    using JudgeBroadcast = JudgeMsgBroadcast<JudgeMsgSpecifiedMsgId>;
-    using JudgeListener = JudgeMsgSpecifiedListener<JudgeMsgSpecifiedMsgId>;
-
-    // What the three ways to send to one listener differ in.
-    struct SpecifiedSend {
-        SyncObject const& mLock;
-        SpecifiedMsgListenerMsg& mEnvelope;
-        int (MsgDrivenThread::*mSend)(Msg const&);
-        char const* mFunction;
-    };
-
+    // The steps of the class, which its sources define.
+    class CallBracket;
+    class SendSteps;
+    class AttachSteps;
+    class TimerSteps;
     struct BroadcastQuestion;
     struct ListenerQuestion;
 
-    template <typename CALL>
-    decltype(auto) watched(char const* function, unsigned int line, CALL&& call) const;
-    SyncGuard held(SyncObject const& lock, char const* function, unsigned int line) const;
-
-    int sendSpecified(ThreadMsgListener* listener, Msg const& msg, SpecifiedSend const& send);
-    int sendInEnvelope(ThreadMsgListener* listener, Msg const& msg, SpecifiedSend const& send);
-
-    bool awaitLoop(char const* function);
-    bool askThread(int msgId, ThreadMsgListener* listener, char const* function);
     unsigned int indexOf(ThreadMsgListener const* listener) const;
-
     static bool isEnvelopeId(int msgId);
     static bool findTimerListener(TimerListenerMap const& timers, SyncObject const& lock, ThreadRawMsg& msg,
                                   ThreadMsgListener** listener);
-
-    int registerTimerOf(ThreadMsgListener* listener, unsigned int interval, unsigned int repeatCount,
-                        int autoRepeat);
-    int startRegistered(int timerId, int noWait);
-    void forgetTimer(int timerId);
-    int forgetLastTimerOf(ThreadMsgListener* listener);
 
     Array<ThreadMsgListener*> mListeners;
     int mAttachResult = 0;
@@ -316,16 +302,16 @@ bool MsgDrivenSharedThread::JudgeMsgSpecifiedListener<JUDGE>::operator()(ThreadR
     }
     switch (id) {
         case MSG_ID_TIMER:
-            return isTimerMeant(msg);
+            return matchesTimer(msg);
         case MSG_ID_LISTENER_SPECIFIED:
-            return isEnvelopeMeant(msg);
+            return matchesEnvelope(msg);
         default:
             return false;
     }
 }
 
 template <typename JUDGE>
-bool MsgDrivenSharedThread::JudgeMsgSpecifiedListener<JUDGE>::isTimerMeant(ThreadRawMsg& msg) {
+bool MsgDrivenSharedThread::JudgeMsgSpecifiedListener<JUDGE>::matchesTimer(ThreadRawMsg& msg) {
     ThreadMsgListener* owner = nullptr;
     if (!findTimerListener(*mTimers, *mLock, msg, &owner) || owner != mListener || !(*mJudge)(msg)) {
         return false;
@@ -335,7 +321,7 @@ bool MsgDrivenSharedThread::JudgeMsgSpecifiedListener<JUDGE>::isTimerMeant(Threa
 }
 
 template <typename JUDGE>
-bool MsgDrivenSharedThread::JudgeMsgSpecifiedListener<JUDGE>::isEnvelopeMeant(ThreadRawMsg& msg) {
+bool MsgDrivenSharedThread::JudgeMsgSpecifiedListener<JUDGE>::matchesEnvelope(ThreadRawMsg& msg) {
     if (mScratch.restoreFrom(msg) == 0 || mScratch.mListener != mListener || !(*mJudge)(mScratch.mRawMsg)) {
         return false;
     }

@@ -14,8 +14,6 @@
 
 namespace utl {
 
-struct PipeToken;
-
 /// Receives the messages of a message thread, on that thread and with none of its locks held. The object
 /// belongs to the application and must live as long as messages can reach it. *One owner thread*: the message
 /// thread's calls come one at a time.
@@ -29,10 +27,10 @@ class UTL_API ThreadMsgListener {
     /// `msg` is valid during the call. Read its id with `getMsgId`, then restore an object of the class that
     /// belongs to the id.
     ///
-    /// An exception that leaves it ends the process. `pthread_exit` in it ends the thread with its requests
-    /// unanswered: whoever waits for the thread, or for its timers, waits for ever. The thread's own `start`
-    /// and `stop` give -1 here, and its synchronous sends 0; `requestStop` of another thread, and posts, are
-    /// fine.
+    /// An exception that leaves it ends the process. `pthread_exit` in it ends the thread without an answer
+    /// to its requests: whoever waits for the thread, or for its timers, waits for ever. The thread's own
+    /// `start` and `stop` return -1 here, and its synchronous sends 0. `requestStop` of another thread, and
+    /// posts, are allowed.
     virtual void receiveMsg(int threadId, ThreadRawMsg& msg) = 0;
 };
 
@@ -47,28 +45,28 @@ class UTL_API ThreadMsgListener {
 /// | ended | the loop, at the next token | refused | queued, never delivered |
 ///
 /// A message is copied into a frame of `maxMsgSize` + 4 bytes in the data queue, and an entry in the control
-/// queue says that it is there. No send allocates. Messages are delivered in the order
-/// in which they were accepted, from all senders together; `sendMsgInterrupt` alone overtakes. Messages still
-/// queued when the loop ends are not delivered.
+/// queue announces it. No send allocates. Messages of all senders are delivered in the order in which they
+/// were accepted; only `sendMsgInterrupt` overtakes. Messages still queued when the loop ends are not
+/// delivered.
 ///
 /// A timer of the thread reaches the listener as a `TimerMsg`, in the order of the queue. Its id is positive
-/// and is not used again for a long time. Expiries that come faster than the listener works are dropped: at
-/// most one timeout of a timer waits in the queue, or two with `autoRepeat`. A listener that needs to know
-/// how often looks at a clock.
+/// and is not reused for a long time. Expiries that come faster than the listener works are dropped: at most
+/// one timeout of a timer waits in the queue, or two with `autoRepeat`. A listener that needs their number
+/// reads a clock.
 ///
 /// | Timer | Entered by | `startTimer` | Expires | Left by |
 /// |---|---|---|---|---|
 /// | registered | `registerTimer` | runs | no | `startTimer`, `killTimer` |
 /// | running | `setTimer`, `startTimer` | no effect | yes | `killTimer`, its last expiry, the end of the loop |
-/// | gone | any of these | refused | no | |
+/// | removed | any of these | refused | no | |
 ///
-/// Stop the thread before the object goes. The destructor does not ask the thread to stop: it takes the pipe
-/// away, so that the loop fails at its next read, and waits for that.
+/// Stop the thread before the object is destroyed; `AutoStop` does so at the end of a scope. The destructor
+/// does not ask the thread to stop: it closes the pipe and waits until the loop has failed at its next read.
 class UTL_API MsgDrivenThread : public Thread {
   public:
-    /// Says yes or no to one queued message; *one owner thread*, because the message thread alone asks it. It
-    /// is asked under the queue lock: it must not wait for anything and must not change the queues. A
-    /// question that it asks about them finds them without what the erasure has taken out so far.
+    /// Decides about one queued message; *one owner thread*, because only the message thread calls it. It is
+    /// called under the queue lock: it must not wait for anything and must not change the queues. A question
+    /// that it asks about them does not find what the erasure has removed so far.
     class UTL_API MsgJudgementInterface {
       public:
         MsgJudgementInterface() = default;
@@ -76,17 +74,17 @@ class UTL_API MsgDrivenThread : public Thread {
         MsgJudgementInterface& operator=(MsgJudgementInterface const&) = default;
         virtual ~MsgJudgementInterface();
 
-        /// True if `msg` is meant.
+        /// True if `msg` matches.
         virtual bool judge(ThreadRawMsg& msg) = 0;
     };
 
-    /// Means the messages with one id, or all for `MSG_ID_ANY`; *immutable*.
+    /// Matches the messages with one id, or all for `MSG_ID_ANY`; *immutable*.
     class UTL_API JudgeMsgSpecifiedMsgId {
       public:
         /// Any id is allowed.
-        explicit JudgeMsgSpecifiedMsgId(int msgId) : mMsgId(msgId) {}
+        explicit JudgeMsgSpecifiedMsgId(int msgId) noexcept : mMsgId(msgId) {}
 
-        /// True if `msg` is meant.
+        /// True if `msg` matches.
         bool operator()(ThreadRawMsg& msg) const;
 
       private:
@@ -98,24 +96,31 @@ class UTL_API MsgDrivenThread : public Thread {
     class MsgJudgement : public MsgJudgementInterface {
       public:
         /// `judge` must not be null and must outlive the judgement.
-        explicit MsgJudgement(JUDGE* judge) : mJudge(judge) {}
+        explicit MsgJudgement(JUDGE* judge) noexcept : mJudge(judge) {}
         bool judge(ThreadRawMsg& msg) override { return (*mJudge)(msg); }
 
       private:
         JUDGE* mJudge;
     };
 
-    /// A control entry: what stands in the control queue, and what one token of the pipe carries.
+    /// What the operations that send return.
+    enum SendResult { SEND_REFUSED = 0, SEND_DONE = 1 };
+
+    /// Places of the control queue beyond one for each message: stop, timer and wake entries get through even
+    /// if the data queue is full.
+    static constexpr unsigned int EXTRA_CTL_ENTRIES = 256;
+
+    /// A control entry: one element of the control queue, and what one token of the pipe carries.
     struct ThreadCtlMsg {
         int mMsgId = MSG_ID_NONE;  ///< a client's id, or one of `MSG_ID_CTL_...`
         int mParam = -1;           ///< the timer of a timer's entry, else -1
     };
 
     /// `maxMsgSize` is the largest message in bytes without its 4 bytes of id, `maxMsgCount` how many
-    /// messages can wait, `maxTimerCount` how many timers there can be. A pipe that cannot be had is logged
-    /// and leaves an object whose loop ends at once.
+    /// messages can wait, `maxTimerCount` how many timers there can be. A pipe that cannot be opened is
+    /// logged, and the loop will end at once.
     ///
-    /// The pipe is made large enough for `maxMsgCount` + 256 tokens of 8 bytes and those of the timers. Where
+    /// The pipe is made large enough for `maxMsgCount` + 256 tokens of 8 bytes and those of the timers. If
     /// the system allows less (1 MiB by default for a process without privileges, that is about 130,000
     /// tokens), the queues hold as many messages as the pipe holds tokens, and the next one is refused with a
     /// log line.
@@ -124,38 +129,39 @@ class UTL_API MsgDrivenThread : public Thread {
 
     /// Waits for a loop that still runs; see above.
     ~MsgDrivenThread() override;
+    MsgDrivenThread(MsgDrivenThread const&) = delete;
+    MsgDrivenThread& operator=(MsgDrivenThread const&) = delete;
 
-    /// Starts the loop. The arguments behind `listener` are those of `Thread::start`. Gives what that gives,
-    /// and -1 when `listener` is null, when there was a `start` before, also a failed one, or on the thread
-    /// itself.
+    /// Starts the loop. The arguments after `listener` are those of `Thread::start`. Returns what that
+    /// returns, and -1 if `listener` is null, if there was a `start` before, even a failed one, or on the
+    /// thread itself.
     int start(ThreadMsgListener* listener, int watchdog = 0, unsigned int aliveTime = 0,
               WatchdogTimerListener* watchdogListener = nullptr, int waitReady = 1,
               unsigned int waitTimeout = 0, ThreadPriority const& priority = ThreadPriority(),
               unsigned int reserved = 0);
 
-    /// Ends the loop once the listener has returned; what is queued then stays undelivered. Gives what
-    /// `Thread::stop` gives, and -1 on the thread itself. A `postMsg` from outside waits until a `stop` that
-    /// waits is over, and fails. Also with `wait` 0, and beyond `timeout`, a `stop` first waits without limit
-    /// for a timer call from outside that waits for the message thread; so a handler must not wait for the
-    /// request to stop while somebody may be inside one.
+    /// Ends the loop after the listener has returned; what is still queued is not delivered. Returns what
+    /// `Thread::stop` returns, and -1 on the thread itself. While a `stop` waits, a `postMsg` from outside
+    /// waits for its end, and fails. Whatever `wait` and `timeout` are, a `stop` first waits without limit
+    /// for a timer call from outside that waits for the message thread. So a handler must not wait for the
+    /// request to stop while another thread may be inside such a call.
     int stop(int wait = 1, unsigned int timeout = 0);
 
-    /// Queues a copy of the message. 1, or 0 when the thread does not run, when it was asked to stop, or
-    /// when the message is too large or the queue is full, which is logged. Does not wait for the delivery.
+    /// Queues a copy of the message. 1, or 0 if the thread does not run, if it was asked to stop, or if the
+    /// message is too large or the queue is full, which is logged. Does not wait for the delivery.
     int postMsg(Msg const& msg);
     int postMsg(int msgId);
 
-    /// `postMsg` without the question whether the thread runs: messages for a thread that is yet to be
-    /// started.
+    /// `postMsg` without the test whether the thread runs: for messages to a thread that is not yet started.
     int sendMsgAsync(Msg const& msg);
 
-    /// Queues a copy of the message and waits without limit until the listener has returned. 1 when it was
-    /// delivered; 0 when it was refused as by `postMsg`, on the thread itself, or when the loop ended or the
+    /// Queues a copy of the message and waits without limit until the listener has returned. 1 if it was
+    /// delivered; 0 if it was refused as by `postMsg`, on the thread itself, or if the loop ended or the
     /// message was erased first. One synchronous sender at a time; the others wait for their turn.
     ///
-    /// A message that found a place for its frame and none in the control queue stays in the data queue, and
-    /// nobody ever gets or finds it: behind the next message that is queued, or for its room, it is thrown
-    /// away with a log line.
+    /// If the message has a place for its frame and none in the control queue, the frame stays in the data
+    /// queue, where nobody receives or finds it. It is discarded with a log line after the next message that
+    /// is queued, or to make room for one.
     int sendMsgSync(Msg const& msg);
     int sendMsgSync(int msgId);
 
@@ -164,8 +170,8 @@ class UTL_API MsgDrivenThread : public Thread {
     int sendMsgInterrupt(Msg const& msg);
     int sendMsgInterrupt(int msgId);
 
-    /// Queues a control entry and writes its token. 1, or 0 with a log line. The entry of a failed write
-    /// stays and means nothing: when it comes to the head it is dropped. So is one with a `param` of
+    /// Queues a control entry and writes its token. 1, or 0 with a log line. After a failed write the entry
+    /// stays and has no effect: it is dropped when it comes to the head. So is an entry with a `param` of
     /// `INT_MIN`, which marks such entries.
     int postThreadCtlMsg(int msgId, int param);
 
@@ -173,15 +179,15 @@ class UTL_API MsgDrivenThread : public Thread {
     /// pipe has no room: then any token that the loop reads ends it.
     void requestStop() override;
 
-    /// Called after a timer has left the thread for good, with no lock of the thread held, on whichever
-    /// thread took it away: the caller of `killTimer`, or the message thread.
+    /// Called after a timer has been removed permanently, with no lock of the thread held, on the thread that
+    /// removed it: the caller of `killTimer`, or the message thread.
     virtual void onEraseTimer(int userTimerId);
 
     /// Questions about the messages that are queued and not yet delivered, oldest first. A queued timeout
-    /// counts as a message of id `MSG_ID_TIMER`; the message that the listener has now, and an interrupt, are
-    /// not queued. `msgId` may be `MSG_ID_ANY`. Off the message thread they wait without limit until the
-    /// listener returns and the message thread has answered; one question of a kind at a time. False on a
-    /// thread that does not run.
+    /// counts as a message with the id `MSG_ID_TIMER`. The message that the listener has now, and an
+    /// interrupt, are not queued. `msgId` may be `MSG_ID_ANY`. From other threads they wait without limit
+    /// until the listener returns and the message thread has answered; one question of a kind at a time.
+    /// False if the message thread does not run.
     ///@{
 
     /// True if a message matches.
@@ -191,15 +197,15 @@ class UTL_API MsgDrivenThread : public Thread {
     /// untouched, if there is none or `out` is null.
     bool peekMsg(int msgId, ThreadRawMsg* out);
 
-    /// Takes all that match out of the queue. True if the queue was looked through, whether or not a message
-    /// matched. A synchronous sender whose message is erased gets 0. An erased timeout counts as an expiry of
-    /// its timer. Nobody can post meanwhile; the time grows with what is queued and not with how many match.
+    /// Removes all that match. True if the whole queue was searched, whether or not a message matched. For an
+    /// erased message, its synchronous sender gets 0. An erased timeout counts as an expiry of its timer.
+    /// Nobody can post meanwhile; the time grows with what is queued and not with how many match.
     bool eraseMsg(int msgId);
 
     /// The id of the oldest message, or `MSG_ID_NONE`.
     int getFirstMsgId();
 
-    /// The same by judgement, which stays the caller's; false for null.
+    /// The same by a judgement, which stays the caller's; false for null.
     bool hasMsgInternal(MsgJudgementInterface* judgement);
     bool peekMsgInternal(MsgJudgementInterface* judgement, ThreadRawMsg* out);
     bool eraseMsgInternal(MsgJudgementInterface* judgement);
@@ -213,51 +219,53 @@ class UTL_API MsgDrivenThread : public Thread {
     bool earseMsgQueue(unsigned int ctlIndex, unsigned int dataOffset, unsigned int dataSize);
 
     /// Timers. `interval` is in milliseconds, and 0 never expires. `repeatCount` is the number of expiries
-    /// after which the timer is gone, 0 for no end. With `autoRepeat` 0 the next period begins when the
-    /// listener has returned from the timeout, otherwise the timer runs on meanwhile. `noWait` 0 waits
-    /// without limit, off the message thread, until the message thread has done it; any other value waits
-    /// only until the request is queued. Before that, `setTimer`, `startTimer` and `killTimer` from outside
-    /// wait for each other and for a `start` or `stop` in progress, whatever `noWait` says: as long as
-    /// somebody waits for the message thread with `noWait` 0, all of them do.
+    /// after which the timer is removed, 0 for no end. With `autoRepeat` 0 the next period begins when the
+    /// listener has returned from the timeout; otherwise the timer runs on meanwhile. From other threads,
+    /// `noWait` 0 waits without limit until the message thread has done it; any other value waits only until
+    /// the request is queued. Before that, `setTimer`, `startTimer` and `killTimer` from outside wait for
+    /// each other and for a `start` or `stop` in progress, whatever `noWait` is: as long as one caller waits
+    /// for the message thread with `noWait` 0, all of them wait.
     ///@{
 
-    /// Makes a timer that does not run yet. Its id, or -1 if the thread does not run, was asked to stop, or
-    /// has its `maxTimerCount` timers.
-    int registerTimer(unsigned int interval, unsigned int repeatCount = 0, int autoRepeat = 1);
+    /// Adds a timer that does not run yet. Returns its id, or -1 if the thread does not run, was asked to
+    /// stop, or has its `maxTimerCount` timers.
+    [[nodiscard]] int registerTimer(unsigned int interval, unsigned int repeatCount = TIMER_NO_END,
+                                    int autoRepeat = TIMER_AUTO_REPEAT);
 
-    /// Makes a timer and starts it. Its id, or -1 with nothing left behind as for `registerTimer`, or if it
-    /// could not be started, which is logged and can be told only with `noWait` 0 or on the message thread.
-    int setTimer(unsigned int interval, int noWait = 0, unsigned int repeatCount = 0, int autoRepeat = 1);
+    /// Adds a timer and starts it. Returns its id. Or -1, with nothing left, as `registerTimer`, or if it
+    /// could not be started, which is logged and is known only with `noWait` 0 or on the message thread.
+    int setTimer(unsigned int interval, int noWait = TIMER_WAIT, unsigned int repeatCount = TIMER_NO_END,
+                 int autoRepeat = TIMER_AUTO_REPEAT);
 
-    /// Starts a registered timer; one that runs goes on as it was. False if the thread does not run or was
-    /// asked to stop, for an unknown id, or if the start failed, as far as it was waited for. On the message
-    /// thread true for any id.
-    bool startTimer(int timerId, int noWait = 0);
+    /// Starts a registered timer; one that runs continues unchanged. False if the thread does not run or was
+    /// asked to stop, for an unknown id, or if the start was waited for and failed. On the message thread
+    /// true for any id.
+    bool startTimer(int timerId, int noWait = TIMER_WAIT);
 
-    /// Takes a timer away for good, with the timeouts of it that are queued. False for an unknown id or a
-    /// thread that does not run. With `noWait` 0, and on the message thread, the listener sees no timeout of
-    /// it any more when this returns.
-    bool killTimer(int timerId, int noWait = 0);
+    /// Removes a timer permanently, and its timeouts that are queued. False for an unknown id or a thread
+    /// that does not run. With `noWait` 0, and on the message thread, the listener gets no timeout of it any
+    /// more when this returns.
+    bool killTimer(int timerId, int noWait = TIMER_WAIT);
 
-    /// Takes all timers away. The loop does so at its end; not to be called while it runs, except by itself.
+    /// Removes all timers. The loop does so at its end; nobody else may call it while the loop runs.
     void eraseAllTimer();
 
     /// How many more timers there can be.
-    unsigned int remTimerIdCount() const;
+    [[nodiscard]] unsigned int remTimerIdCount() const;
 
     /// The record of a timer, or of one that is being killed; null for an unknown id. Valid while the caller
-    /// knows that no timer comes or goes.
-    TimerInfo* findTimer(int timerId);
-    TimerInfo* findTimerStopEntry(int timerId);
+    /// knows that no timer is added or removed.
+    [[nodiscard]] TimerInfo* findTimer(int timerId);
+    [[nodiscard]] TimerInfo* findTimerStopEntry(int timerId);
 
     /// The id of the timer with this kernel number, or -1.
-    int toUserTimerId(int sysTimerNum);
+    [[nodiscard]] int toUserTimerId(int sysTimerNum);
 
-    /// Steps through the positive numbers past those that are the kernel's for a timer here. Kept for those
-    /// who number timers themselves.
+    /// The next positive number that is not the kernel number of a timer here. For programs that number
+    /// timers themselves.
     int getNextSysTimerNumber();
 
-    /// What the signal of the timers runs, on whatever thread.
+    /// The handler of the timers' signal, which runs on any thread.
     static void TimeoutSignalHandler(int signalNumber, siginfo_t* info, void* context);
     ///@}
 
@@ -267,27 +275,27 @@ class UTL_API MsgDrivenThread : public Thread {
     /// True on the message thread. False everywhere before the start.
     bool isOwnThread() const;
 
-    /// True while `postMsg` is not refused.
+    /// True while the thread runs and was not asked to stop, so that it accepts a `postMsg`.
     bool acceptsMsg() const;
 
     /// What `start`, `stop`, and from outside `postMsg` and every timer operation hold, also while they wait
-    /// for the message thread. Outermost of the thread's locks; never to be waited for on the message thread.
+    /// for the message thread. It is the outermost of the thread's locks. The message thread must never wait
+    /// for it.
     SyncObject const& lifecycleLock() const { return mLifecycleLock; }
 
-    /// Takes the pipe away and waits for the end of a loop that still runs. For the destructor of a class
-    /// whose fields the loop uses, on another thread; the object is of no use behind it.
+    /// Closes the pipe and waits for the end of a loop that still runs. For the destructor of a class whose
+    /// fields the loop uses, on another thread; the object cannot be used after it.
     void abandonLoop();
 
     /// True for the id of a control entry that has a frame in the data queue, `MSG_ID_CTL_SYNC` apart.
     static bool isDataMsgId(int msgId);
 
-    /// Makes `msg`, which a listener was given, as large as `like` again: a listener may assign to it.
-    static void giveSizeBack(ThreadRawMsg& msg, ThreadRawMsg const& like);
+    /// Makes `msg`, which a listener has had and may have assigned to, as large as `like` again.
+    static void restoreSize(ThreadRawMsg& msg, ThreadRawMsg const& like);
 
-    /// Steps of the loop: the oldest frame goes to the listener, and where control entries are given, the
-    /// oldest of these is removed. With `msgId`, frames of other ids in front of it are thrown away; with
-    /// control entries, a frame that a synchronous sender could not announce is too, whatever its id. 0, or
-    /// -1 if there was no such frame.
+    /// Steps of the loop: passes the oldest frame to the listener. With `ctl`, the oldest control entry is
+    /// removed. With `msgId`, frames of other ids before it are discarded; with `ctl`, so is a frame that a
+    /// synchronous sender could not announce, whatever its id. 0, or -1 if there was no such frame.
     int executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data);
     int executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data, int msgId);
     int executeReceiveMsg(Queue<unsigned char>& data);
@@ -313,18 +321,18 @@ class UTL_API MsgDrivenThread : public Thread {
     /// Deletes the system timer of a killed one. 0, or -1 if the system refused that.
     int executeStopTimer(int timerId);
 
-    /// Delivers the timeout at the head of the control queue; 0 also if it is there no more. -1 if the timer
-    /// could not be started again.
+    /// Delivers the timeout at the head of the control queue; 0 also if it is not there any more. -1 if the
+    /// timer could not be started again.
     int executeTimeout(int timerId);
 
-    /// Queues a timeout for a timer that takes one.
+    /// Queues a timeout if the timer accepts one.
     void executeTimeoutSignal(int timerId);
 
-    /// Counts a delivered timeout, and ends or goes on with its timer: a `TimeoutResult`.
+    /// Counts a delivered timeout, and ends or continues its timer: a `TimeoutResult`.
     int TimeoutPostHandling(int timerId);
 
-    /// Makes and arms the system timer, or deletes it if there is one. False for null, and with a log line if
-    /// the system refuses.
+    /// Creates and arms the system timer, or deletes it if there is one. False for null, and with a log line
+    /// if the system refuses.
     bool startTimerByTimerInfo(TimerInfo* info);
     bool eraseTimerByTimerInfo(TimerInfo* info);
 
@@ -332,96 +340,30 @@ class UTL_API MsgDrivenThread : public Thread {
     void updateNextUserTimerIdValue();
 
   private:
-    // What a synchronous send and an interrupt differ in.
-    struct WaitingSend {
-        SyncObject& mLock;
-        Event& mEvent;
-        bool& mResult;
-        Queue<unsigned char>& mFrames;
-        int mCtlId;
-    };
+    // The steps of the class, which its sources define.
+    class QueueSteps;
+    class RequestSteps;
+    class LoopSteps;
+    class ScanSteps;
+    class Erasure;
+    class TimerSteps;
 
-    bool flatten(Msg const& msg);
-    bool queueFrame(Queue<unsigned char>& frames, int msgId, int ctlId);
-    bool hasRoomForEntry() const;
-    bool makeRoomForEntry(int msgId);
-    bool queueEntry(int msgId, int param);
-    static bool isDead(ThreadCtlMsg const& entry);
-    bool hasDeadHead() const;
-    bool hasForgottenHead() const;
-    void leaveStray();
-    void discardStrays(unsigned int bytesBehind, int ctlId);
-    void reportDiscarded(ThreadRawMsg& frame, int ctlId);
-    int sendAndWait(Msg const& msg, WaitingSend const& send);
-    bool queueRequest(Msg const& msg, WaitingSend const& send);
-    bool announceRequest(Event& event, int ctlId);
-    bool askLoop(Event& event);
-    bool find(MsgJudgementInterface* judgement, ThreadRawMsg* out);
-
-    int runLoop();
-    void leaveLoop();
-    bool serveToken(PipeToken const& token, StatementInfo const& place);
-    bool peekHead(ThreadCtlMsg* head, bool* isRequested);
-    bool serveRequests(ThreadCtlMsg* head);
-    bool isPending(Event const& request) const;
-    bool serveInterrupt();
-    bool serveErase();
-    bool serveFind();
-    int actOn(ThreadCtlMsg const& head);
-    int deliverSync();
-    int deliverPosted(int msgId);
-    int removeHead();
-    int startTimerOfHead(int timerId);
-    int stopTimerOfHead(int timerId);
-    bool takeFrame(Queue<unsigned char>& data);
-    bool takeFrameOf(int ctlId, Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data);
-    int handToListener();
-
-    struct EraseWalk;
-    enum class EraseStep { FAILED, GOES_ON, ENDED_TIMER };
-
-    // Whoever takes it finds both queues whole, also in the middle of an erasure on the same thread.
+    // Makes both queues whole for whoever locks it, even during an erasure on the same thread.
     class QueueLock final : public SyncObject {
       public:
         int lock() const override;
     };
-
-    static bool hasFrame(ThreadCtlMsg const& entry);
-    unsigned int announcedBytes() const;
-    bool scanFrame(unsigned int offset);
-    bool scanTimer(int timerId);
-    bool scanForFind(ThreadCtlMsg const& entry, unsigned int offset);
-    EraseStep eraseMatches(MsgJudgementInterface& judgement, int* endedTimer);
-    EraseStep eraseIfMatching(ThreadCtlMsg entry, MsgJudgementInterface& judgement, EraseWalk& walk);
-    EraseStep eraseTimeoutIfMatching(int timerId, MsgJudgementInterface& judgement, EraseWalk& walk);
-    EraseStep eraseSyncIfMatching(MsgJudgementInterface& judgement, EraseWalk& walk);
-    EraseStep erasePostedIfMatching(int msgId, MsgJudgementInterface& judgement, EraseWalk& walk);
-
-    static bool installTimeoutSignalHandler();
-    int insertTimer(TimerInfo info);
-    void dropTimer(int timerId);
-    int setOwnTimer(TimerInfo const& info);
-    int setTimerFromOutside(TimerInfo const& info, bool waits);
-    bool postStart(int timerId, bool waits);
-    bool awaitStart(int timerId, SmartPointer<Event> const& running);
-    void decideStart(TimerInfo& info, bool started);
-    bool killOwnTimer(int timerId);
-    bool killTimerFromOutside(int timerId, bool waits);
-    void disownCopy(int timerId);
-    void releaseSysTimer(TimerInfo& info);
-    void eraseTimeouts(int timerId);
-    int eraseLastTimer();
 
     ThreadMsgListener* mListener = nullptr;
     unsigned int mMaxMsgCount;
     Queue<ThreadCtlMsg> mCtlQueue;
     Queue<unsigned char> mDataQueue;
     std::atomic<bool> mDataOverflowLogged{false};
-    bool mLoopEnded : 1;       // under mQueueLock: no request may wait for the loop any more
-    bool mStartSucceeded : 1;  // under mQueueLock: how the start went that somebody waits for
-    bool mIsRequested : 1;     // under mQueueLock: one of the three events that a wake entry is for may be on
-    unsigned char mStrayFrames = 0;  // under mQueueLock: frames without an entry, the last of mDataQueue
-    std::atomic<bool> mStopsAtAnyToken{false};  // a stop found no room for its own
+    bool mLoopEnded : 1;             // under mQueueLock: no request may wait for the loop any more
+    bool mStartSucceeded : 1;        // under mQueueLock: the result of the start that somebody waits for
+    bool mIsRequested : 1;           // under mQueueLock: one of the three events of a wake entry may be on
+    unsigned char mStrayFrames = 0;  // under mQueueLock: frames without an entry, the last in mDataQueue
+    std::atomic<bool> mStopsAtAnyToken{false};  // a stop has found no room for its own
     Queue<unsigned char> mInterruptQueue;
     ThreadRawMsg mSendMsg;
     ThreadRawMsg mReceiveMsg;
@@ -448,6 +390,29 @@ class UTL_API MsgDrivenThread : public Thread {
     SyncObject mInterruptLock;
     SyncObject mEraseLock;
     SyncObject mFindLock;
+};
+
+/// Stops a message thread at the end of a scope, waits for its end and releases its place in the
+/// `ThreadManager`'s table. *One owner thread*: the one that leaves the scope, which must not be the message
+/// thread.
+///
+/// `THREAD` is `MsgDrivenThread`, `MsgDrivenSharedThread` or a class derived from them, and is deduced. The
+/// scope calls `stop(1, 0)` and `leaveManagement()` of that class, whether or not the thread was started or
+/// has ended. Declare it after the thread, and the thread after its listener.
+template <typename THREAD>
+class [[nodiscard]] AutoStop {
+  public:
+    /// `thread` must live as long as this.
+    explicit AutoStop(THREAD& thread) noexcept : mThread(thread) {}
+    ~AutoStop() {
+        mThread.stop(1, 0);
+        mThread.leaveManagement();
+    }
+    AutoStop(AutoStop const&) = delete;
+    AutoStop& operator=(AutoStop const&) = delete;
+
+  private:
+    THREAD& mThread;
 };
 
 }  // namespace utl

@@ -9,16 +9,16 @@ namespace utl {
 
 namespace detail {
 
-// The physical index of logical entry `index` of a ring of `capacity` slots: one correction instead of a
-// modulo, because both summands are below the capacity. Worked out in 64 bits, so that a capacity above
+// The physical index of the logical entry `index` of a ring of `capacity` slots: one subtraction instead of a
+// modulo, because both summands are below the capacity. It is computed in 64 bits, so that a capacity above
 // 0x7FFFFFFF works as well.
-constexpr unsigned int ringIndex(int head, unsigned int index, unsigned int capacity) {
+constexpr unsigned int ringIndex(int head, unsigned int index, unsigned int capacity) noexcept {
     unsigned long long const sum = static_cast<unsigned long long>(static_cast<unsigned int>(head)) + index;
     return static_cast<unsigned int>(sum >= capacity ? sum - capacity : sum);
 }
 
-// Gives `count` back; throws `std::bad_alloc` if that many elements take more bytes than 32 bits can count,
-// also where the machine could allocate them.
+// Returns `count`; throws `std::bad_alloc` if that many elements take more bytes than 32 bits can count, even
+// where the machine could allocate them.
 UTL_API unsigned int checkedRingCount(unsigned int count, unsigned int elementBytes);
 
 }  // namespace detail
@@ -26,76 +26,80 @@ UTL_API unsigned int checkedRingCount(unsigned int count, unsigned int elementBy
 /// Circular sequence in one block of storage that never grows and never overwrites; *external lock needed*,
 /// because it holds none. No operation allocates after the construction.
 ///
-/// Slots are made and destroyed with the storage, all `maxSize()` together, and only assigned in between; in
-/// plain types they start with no particular value. So `T` needs a default constructor and a copy
-/// assignment, and an element that was removed lives on in its slot until another is put there.
+/// All `maxSize()` slots are constructed and destroyed with the storage, and only assigned in between; those
+/// of plain types start with no particular value. So `T` needs a default constructor and a copy assignment.
+/// An element that was removed stays in its slot until another is put there.
 template <typename T, typename ARG = T const&>
 class UTL_API RingArray {
   public:
     /// Allocates `maxSize` slots, none with 0. Throws `std::bad_alloc` if their bytes cannot be counted in 32
-    /// bits. If an element type's own `operator new[]` gives null, the capacity is 0.
+    /// bits. If an element type's own `operator new[]` returns null, the capacity is 0.
     explicit RingArray(unsigned int maxSize);
     virtual ~RingArray() { delete[] mElements; }
     RingArray(RingArray const&) = delete;
     RingArray& operator=(RingArray const&) = delete;
 
     /// Number of entries in use.
-    unsigned int size() const { return mSize; }
+    [[nodiscard]] unsigned int size() const noexcept { return mSize; }
 
     /// Number of entries that fit.
-    unsigned int maxSize() const { return mMaxSize; }
+    [[nodiscard]] unsigned int maxSize() const noexcept { return mMaxSize; }
 
     /// The entry at `index`, counted from the oldest; null at and beyond `size()`. Valid until it is removed
-    /// or an entry in front of it is removed by `removeAt`.
-    T* elementAt(unsigned int index) { return index < mSize ? mElements + physical(index) : nullptr; }
-
-    /// As above.
-    T const* elementAt(unsigned int index) const {
+    /// or `removeAt` removes an entry before it.
+    [[nodiscard]] T* elementAt(unsigned int index) noexcept {
         return index < mSize ? mElements + physical(index) : nullptr;
     }
 
-    /// Appends `value`; false, with nothing changed, when the ring is full.
+    /// As above.
+    [[nodiscard]] T const* elementAt(unsigned int index) const noexcept {
+        return index < mSize ? mElements + physical(index) : nullptr;
+    }
+
+    /// Appends `value`; false, with nothing changed, if the ring is full.
     bool pushBack(ARG value);
 
-    /// Appends the `count` entries at `items`, or none of them: false, with nothing changed, when they do not
-    /// all fit or `items` is null and `count` is not 0. `items` must not lie in the ring.
+    /// Appends the `count` entries at `items`, or none of them: false, with nothing changed, if they do not
+    /// all fit or if `items` is null and `count` is not 0. `items` must not lie in the ring.
     bool pushBack(T const* items, unsigned int count);
 
     /// Removes the oldest entry, if there is one. The other entries stay where they are.
-    void popFront();
+    void popFront() noexcept;
 
-    /// Moves up to `count` of the oldest entries to `out`, or only removes them when `out` is null. An `out`
-    /// that is smaller than what is moved is the caller's mistake. True when as many as were asked for, or
+    /// Moves up to `count` of the oldest entries to `out`, or only removes them if `out` is null. An `out`
+    /// that is smaller than what is moved is the caller's mistake. True after as many as were asked for, or
     /// all that there were, have been moved, which is always.
     bool popFrontInto(T* out, unsigned int count);
 
     /// Copies the `count` entries from `index` on to `out` and removes nothing. False, with `out` untouched,
-    /// when there are fewer or `out` is null and `count` is not 0.
+    /// if there are fewer or if `out` is null and `count` is not 0.
     bool copyOut(unsigned int index, T* out, unsigned int count) const;
 
     /// Removes up to `count` entries from `index` on by copying all later ones down; false, with nothing
-    /// changed, when `index` is not below `size()`.
+    /// changed, if `index` is not below `size()`.
     bool removeAt(unsigned int index, unsigned int count);
 
-    /// Copies the `count` entries from `from` on to the places from `to` on, which must not lie behind them;
-    /// the two stretches may overlap. False, with nothing changed, when there are fewer or `to` is above
+    /// Copies the `count` entries from `from` on to the places from `to` on, which must not be after them;
+    /// the two ranges may overlap. False, with nothing changed, if there are fewer or if `to` is above
     /// `from`.
     bool copyDown(unsigned int to, unsigned int from, unsigned int count);
 
-    /// Takes back up to `count` of the newest entries. The other entries stay where they are.
-    void removeLast(unsigned int count) { mSize -= std::min<unsigned int>(count, mSize); }
+    /// Removes up to `count` of the newest entries. The other entries stay where they are.
+    void removeLast(unsigned int count) noexcept { mSize -= std::min<unsigned int>(count, mSize); }
 
     /// Removes all entries; the next one goes to the start of the storage.
-    void clear();
+    void clear() noexcept;
 
   private:
-    unsigned int physical(unsigned int index) const { return detail::ringIndex(mHead, index, mMaxSize); }
+    unsigned int physical(unsigned int index) const noexcept {
+        return detail::ringIndex(mHead, index, mMaxSize);
+    }
 
-    // How many slots from `index` on lie in one piece.
+    // How many slots from `index` on are contiguous.
     unsigned int runAt(unsigned int index) const { return mMaxSize - physical(index); }
 
-    // Calls `step(slots, offset, length)` for each piece of the `count` slots from `index` on, of which there
-    // are two at most; `offset` counts from `index`.
+    // Calls `step(slots, offset, length)` for each contiguous run of the `count` slots from `index` on, of
+    // which there are two at most; `offset` counts from `index`.
     template <typename STEP>
     void forEachRun(unsigned int index, unsigned int count, STEP step) const;
 
@@ -132,7 +136,7 @@ bool RingArray<T, ARG>::pushBack(ARG value) {
     return true;
 }
 
-// For plain elements the copies are block moves, here and below.
+// Plain elements are copied in blocks, here and below.
 template <typename T, typename ARG>
 bool RingArray<T, ARG>::pushBack(T const* items, unsigned int count) {
     if (count > mMaxSize - mSize || (items == nullptr && count != 0)) {
@@ -146,7 +150,7 @@ bool RingArray<T, ARG>::pushBack(T const* items, unsigned int count) {
 }
 
 template <typename T, typename ARG>
-void RingArray<T, ARG>::popFront() {
+void RingArray<T, ARG>::popFront() noexcept {
     if (mSize != 0) {
         mHead = static_cast<int>(physical(1));
         --mSize;
@@ -163,7 +167,7 @@ bool RingArray<T, ARG>::popFrontInto(T* out, unsigned int count) {
         mHead = static_cast<int>(physical(moved));
         mSize -= moved;
     } else {
-        // One by one: if an assignment throws, what was moved before is gone from the ring and nothing else.
+        // One by one: if an assignment throws, only what was moved before has left the ring.
         for (unsigned int i = 0; i < moved; ++i) {
             if (out != nullptr) {
                 out[i] = mElements[physical(0)];
@@ -196,7 +200,7 @@ bool RingArray<T, ARG>::removeAt(unsigned int index, unsigned int count) {
     return true;
 }
 
-// Pieces are moved in ascending order, and what is written to lies below what is still to be read.
+// The runs are moved in ascending order: what is written is below what is still to be read.
 template <typename T, typename ARG>
 bool RingArray<T, ARG>::copyDown(unsigned int to, unsigned int from, unsigned int count) {
     if (to > from || from > mSize || count > mSize - from) {
@@ -213,12 +217,12 @@ bool RingArray<T, ARG>::copyDown(unsigned int to, unsigned int from, unsigned in
 }
 
 template <typename T, typename ARG>
-void RingArray<T, ARG>::clear() {
+void RingArray<T, ARG>::clear() noexcept {
     mSize = 0;
     mHead = 0;
 }
 
-/// First-in-first-out face of a ring, which may also be looked at and thinned out in the middle; *external
+/// First-in-first-out queue on a ring, whose entries can also be read and removed in the middle; *external
 /// lock needed*, because it holds none.
 template <typename T>
 class UTL_API Queue {
@@ -230,13 +234,13 @@ class UTL_API Queue {
     Queue(Queue const&) = delete;
     Queue& operator=(Queue const&) = delete;
 
-    unsigned int size() const { return mRing.size(); }
-    unsigned int maxSize() const { return mRing.maxSize(); }
-    T* elementAt(unsigned int index) { return mRing.elementAt(index); }
-    T const* elementAt(unsigned int index) const { return mRing.elementAt(index); }
+    [[nodiscard]] unsigned int size() const noexcept { return mRing.size(); }
+    [[nodiscard]] unsigned int maxSize() const noexcept { return mRing.maxSize(); }
+    [[nodiscard]] T* elementAt(unsigned int index) noexcept { return mRing.elementAt(index); }
+    [[nodiscard]] T const* elementAt(unsigned int index) const noexcept { return mRing.elementAt(index); }
     bool pushBack(T const& value) { return mRing.pushBack(value); }
     bool pushBack(T const* items, unsigned int count) { return mRing.pushBack(items, count); }
-    void popFront() { mRing.popFront(); }
+    void popFront() noexcept { mRing.popFront(); }
     bool popFrontInto(T* out, unsigned int count) { return mRing.popFrontInto(out, count); }
     bool copyOut(unsigned int index, T* out, unsigned int count) const {
         return mRing.copyOut(index, out, count);
@@ -245,8 +249,8 @@ class UTL_API Queue {
     bool copyDown(unsigned int to, unsigned int from, unsigned int count) {
         return mRing.copyDown(to, from, count);
     }
-    void removeLast(unsigned int count) { mRing.removeLast(count); }
-    void clear() { mRing.clear(); }
+    void removeLast(unsigned int count) noexcept { mRing.removeLast(count); }
+    void clear() noexcept { mRing.clear(); }
     ///@}
 
   private:

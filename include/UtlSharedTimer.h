@@ -15,42 +15,41 @@
 
 namespace utl {
 
-struct TimerWaiter;
-
-/// A thread that serves many timers and tells a listener of each expiry; *internally locked*, because any
-/// thread may use the timers, also a listener from `onTime`.
+/// A thread that serves many timers and calls a listener at each expiry; *internally locked*, because any
+/// thread may use the timers, and so may a listener from `onTime`.
 ///
 /// | Timer | Entered by | `start` | Expires | Left by |
 /// |---|---|---|---|---|
 /// | stopped | `addTimer`, `stop`, its last expiry | runs, from a count of 0 | no | `start`, `eraseTimer` |
 /// | running | `start` | no effect | yes | `stop`, its last expiry, `eraseTimer` |
-/// | gone | `eraseTimer`, the end of the thread | refused | no | |
+/// | erased | `eraseTimer`, the end of the thread | refused | no | |
 ///
-/// The thread runs from construction to `destroy`. Ids of timers are positive and are not used again for a
-/// long time.
+/// The thread runs from construction to `destroy`. Ids of timers are positive and are not reused for a long
+/// time.
 ///
-/// `noWait` 0 waits without limit until the thread has done it, and the result tells whether it could; any
-/// other value waits only until the request is queued, and then the result tells only that. While one call
-/// waits, the other operations from outside wait for their turn. On the timer thread itself, that is in a
-/// listener, nothing can be waited for: there a call that would have to wait is refused, and gives what its
-/// failure gives.
+/// With `noWait` 0 a call waits without limit until the thread has done it, and the result says whether it
+/// could. With any other value it waits only until the request is queued, and the result says only that.
+/// While one call waits, the other operations from outside wait for their turn. On the timer thread itself,
+/// that is in a listener, nothing can be waited for: there a call that would have to wait is refused, and
+/// returns what its failure returns.
 ///
 /// Expiries that come faster than the listeners work are dropped: at most one of a timer waits for delivery,
 /// or two with `autoRepeat`. A slow listener delays the other timers of the thread.
 ///
-/// Call `destroy` before the object goes; a class that overrides `onTime` calls it in its own destructor, or
-/// the expiry may meet an object that is half gone. Without it the destructor takes the pipe away, so that
-/// the loop fails at its next read, which is logged, and waits for that; listeners may be called until then.
+/// Call `destroy` before the object is destroyed. A class that overrides `onTime` calls it in its own
+/// destructor, or the expiry may meet an object that is half destroyed. Without that call the destructor
+/// closes the pipe and waits until the loop has failed at its next read, which is logged; listeners may be
+/// called until then.
 class UTL_API SharedTimer : public Thread {
   public:
-    /// A control entry: what stands in the control queue, and what one token of the pipe carries.
+    /// A control entry: one element of the control queue, and what one token of the pipe carries.
     struct TimerCtlMsg {
         int mMsgId = MSG_ID_NONE;  ///< what to do
         int mParam = -1;           ///< -1 where there is none
     };
 
-    /// Ids of control entries. They have nothing to do with the messages of the same numbers. The parameter
-    /// is the timer's id.
+    /// Ids of control entries. They are unrelated to the messages of the same numbers. The parameter is the
+    /// timer's id.
     ///@{
     static constexpr int TIMER_CTL_START = INT_MIN + 0x04;
     static constexpr int TIMER_CTL_STOP = INT_MIN + 0x05;
@@ -64,73 +63,77 @@ class UTL_API SharedTimer : public Thread {
     /// Token of the signal handler, which has no control entry. The parameter is the kernel's timer number.
     static constexpr int MSG_ID_TIMEOUT_SIGNAL = utl::MSG_ID_TIMEOUT_SIGNAL;
 
-    /// Control entries that can wait. A request that finds no place is refused.
+    /// How many control entries can wait. A request that finds no place is refused.
     static constexpr unsigned int CTL_ENTRY_MAX = 256;
+
+    /// The interval of an unknown timer.
+    static constexpr unsigned int NO_INTERVAL = 0xFFFFFFFF;
 
     /// Starts the thread, with priority NORMAL, and waits until it is ready. `watchdog`, `aliveTime` and
     /// `listener` are those of `Thread::start`. There can be `maxTimerCount` timers. A pipe that cannot be
-    /// had is logged and leaves an object whose loop has ended. Without a thread no call that waits can
-    /// succeed.
+    /// opened is logged, and the loop has ended then. Without a thread no call that waits can succeed.
     SharedTimer(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
                 unsigned int maxTimerCount, char const* name);
 
-    /// Waits for a loop that still runs, see above, and for callers whose waits that has ended.
+    /// Waits for a loop that still runs, see above, and for callers whose waits it has ended.
     ~SharedTimer() override;
+    SharedTimer(SharedTimer const&) = delete;
+    SharedTimer& operator=(SharedTimer const&) = delete;
 
-    /// Ends the thread, all its timers with it, and gives its place in the `ThreadManager`'s table back.
-    /// Waits until a listener that is at work has returned; a listener that calls it ends the thread behind
-    /// itself, and somebody else has to call it again for the place. A second call does nothing.
+    /// Ends the thread and all its timers, and releases its place in the `ThreadManager`'s table. Waits until
+    /// a listener that is at work has returned. If a listener calls it, the thread ends after that listener
+    /// has returned, and somebody else has to call it again to release the place. A second call does nothing.
     void destroy();
 
     /// Makes a timer that does not run yet. Its id, or -1 if there are `maxTimerCount` timers, if the thread
     /// was asked to stop or if it has ended. `listener` stays the caller's, must live as long as the timer
     /// and may be null. `interval` is in milliseconds, and 0 never expires. After `repeatCount` expiries the
-    /// timer stops; 0 is for no end. With `autoRepeat` 0 the next period begins when the listener has
+    /// timer stops; 0 means no end. With `autoRepeat` 0 the next period begins when the listener has
     /// returned, otherwise the timer runs on meanwhile.
-    int addTimer(TimerListener* listener, unsigned int interval, unsigned int repeatCount = 0,
-                 int autoRepeat = 1);
+    int addTimer(TimerListener* listener, unsigned int interval, unsigned int repeatCount = TIMER_NO_END,
+                 int autoRepeat = TIMER_AUTO_REPEAT);
 
-    /// Stops a timer and takes it away for good. With `noWait` 0 the listener is not called for it any more
+    /// Stops a timer and removes it permanently. With `noWait` 0 the listener is not called for it any more
     /// when this returns; false for an unknown id, if the timer could not be stopped, and if somebody else
-    /// took it away meanwhile. Otherwise false only if the request could not be queued.
-    bool eraseTimer(int timerId, int noWait = 0);
+    /// removed it meanwhile. Otherwise false only if the request could not be queued.
+    bool eraseTimer(int timerId, int noWait = TIMER_WAIT);
 
-    /// Starts a timer; one that runs goes on as it was, which counts as success. False for an unknown id, if
-    /// the request could not be queued, or if the start failed, as far as it was waited for.
-    bool start(int timerId, int noWait = 0);
+    /// Starts a timer. One that runs continues unchanged, which counts as success. False for an unknown id,
+    /// if the request could not be queued, or if the start was waited for and failed.
+    bool start(int timerId, int noWait = TIMER_WAIT);
 
-    /// Stops a timer; for one that does not run there is nothing to do, which counts as success. Expiries
+    /// Stops a timer. For one that does not run there is nothing to do, which counts as success. Expiries
     /// that wait for delivery are dropped. False as for `start`; a timer that could not be stopped runs on.
-    bool stop(int timerId, int noWait = 0);
+    bool stop(int timerId, int noWait = TIMER_WAIT);
 
-    /// `stop`, if it runs, and `start`; gives what `start` gives. If `noWait` is not 0 the start may find the
-    /// timer running still, and have no effect: only a restart that waits is certain.
-    bool restart(int timerId, int noWait = 0);
+    /// `stop`, if it runs, and `start`; returns what `start` returns. If `noWait` is not 0, the start may
+    /// find the timer still running and have no effect: only a restart that waits is certain.
+    bool restart(int timerId, int noWait = TIMER_WAIT);
 
     /// The same for all timers, in the order of their ids. `restartAll` stops them all first.
     ///@{
-    void startAll(int noWait = 0);
-    void stopAll(int noWait = 0);
-    void restartAll(int noWait = 0);
+    void startAll(int noWait = TIMER_WAIT);
+    void stopAll(int noWait = TIMER_WAIT);
+    void restartAll(int noWait = TIMER_WAIT);
     ///@}
 
-    /// Changes the interval: of a stopped timer for its next start, of a running one from the next expiry on.
+    /// Changes the interval. A stopped timer uses it from its next start, a running one from its next expiry.
     /// False for an unknown id.
     bool setInterval(int timerId, unsigned int interval);
 
-    /// The interval last set; 0xFFFFFFFF for an unknown id.
-    unsigned int getInterval(int timerId) const;
+    /// The interval last set; `NO_INTERVAL` for an unknown id.
+    [[nodiscard]] unsigned int getInterval(int timerId) const;
 
     /// True while the timer runs; false for an unknown id.
-    bool isRunning(int timerId) const;
+    [[nodiscard]] bool isRunning(int timerId) const;
 
-    /// Makes the content of `*ids` the ids of all timers, ascending, and its capacity their number. 1, or 0
-    /// for null.
+    /// Replaces the content of `*ids` by the ids of all timers, ascending, and its capacity by their number.
+    /// 1, or 0 for null.
     int getTimerIdSet(Array<int, int const&>* ids) const;
 
-    /// Waits without limit until the timer runs, or does not run. 0, or -1 for an unknown id, if the timer
-    /// went before it ran, and where nothing can be waited for. A run that is over before the call is not
-    /// seen.
+    /// Waits without limit until the timer runs, or does not run. `Event::WAIT_DONE`, which is 0. Or
+    /// `Event::WAIT_FAILED`, which is -1, for an unknown id, if the timer was removed before it ran, and if
+    /// nothing can be waited for. A run that ended before the call is not seen.
     ///@{
     int waitToStart(int timerId);
     int waitToStop(int timerId);
@@ -146,31 +149,31 @@ class UTL_API SharedTimer : public Thread {
     /// Wakes the loop, so that it sees a request to stop; `destroy` makes one. Returns at once.
     void requestStop() override;
 
-    /// Tells the timer's listener of an expiry, with no lock held; nothing for an unknown id and without a
-    /// listener.
+    /// Calls the timer's listener, with no lock held. Does nothing for an unknown id and without a listener.
     virtual void onTime(int timerId);
 
-    /// The record of a timer; null for an unknown id. Valid while the caller knows that no timer comes or
-    /// goes. The first form takes no lock, so its caller must also know that nobody uses the timers.
-    TimerInfo* findTimer(int timerId) const;
-    TimerInfo* findTimer(int timerId);
+    /// The record of a timer; null for an unknown id. Valid while the caller knows that no timer is
+    /// added or removed. The first form takes no lock, so its caller must also know that nobody uses the
+    /// timers.
+    [[nodiscard]] TimerInfo* findTimer(int timerId) const;
+    [[nodiscard]] TimerInfo* findTimer(int timerId);
 
     /// The id of the timer with this kernel number, or -1.
-    int toUserTimerId(int sysTimerNum);
+    [[nodiscard]] int toUserTimerId(int sysTimerNum);
 
-    /// Steps through the positive numbers past those that are the kernel's for a timer here. Kept for those
-    /// who number timers themselves.
+    /// The next positive number that is not the kernel number of a timer here. For programs that number
+    /// timers themselves.
     int getNextSysTimerNumber();
 
-    /// What the signal of the timers runs, on whatever thread.
+    /// The handler of the timers' signal, which runs on any thread.
     static void TimeoutSignalHandler(int signalNumber, siginfo_t* info, void* context);
 
   protected:
     int execute() override;
 
     /// Queues a control entry and writes its token. False without a log line if there is no place for it in
-    /// the queue; with a line if the pipe has no room, and after a failed write, in which case alone the
-    /// entry stays.
+    /// the queue; with a line if the pipe has no room, and after a failed write. Only after a failed write
+    /// the entry stays.
     bool postTimerCtlMsg(int msgId, int param);
 
     /// Steps of the loop. The results of the updates are 0, also for an unknown id, and -1 for a failure,
@@ -188,43 +191,39 @@ class UTL_API SharedTimer : public Thread {
     ///@}
 
   private:
+    // The steps of the class, which its sources define.
     class ApiGuard;
-
-    static bool installTimeoutSignalHandler();
+    class RequestSteps;
+    class LoopSteps;
+    class TimerSteps;
 
     bool isOwnThread() const;
-    bool canWait() const;
-    bool request(int msgId, int timerId, int noWait);
-    void requestAll(int msgId, int noWait);
-    int waitFor(int msgId, int timerId);
-
-    int runLoop();
-    void leaveLoop();
-    bool hasEntryWithoutToken();
-    void serveHead(StatementInfo const& place);
-    bool popHead(TimerCtlMsg* head);
-    int actOn(TimerCtlMsg const& entry);
-    int startByEntry(int timerId);
-    int stopByEntry(int timerId);
-    int eraseByEntry(int timerId);
-    int deliverTimeout(int timerId);
-
-    int insertTimer(TimerInfo info);
-    void setRunning(TimerInfo& info, bool runs);
-    void failRequests(int msgId, int timerId);
-    bool isQueued(int msgId, int timerId) const;
-    void eraseTimeouts(TimerInfo* info, int timerId);
-    static int deleteSysTimer(TimerInfo& info);
-    static void releaseLeftSysTimer(TimerInfo& info);
-    void releaseTimer(TimerInfo& info);
 
     Queue<TimerCtlMsg> mCtlQueue;
     Map<int, TimerInfo> mTimers;
-    int mNextUserTimerId = 1;  // -1 once the loop has ended: no timer comes any more
+    int mNextUserTimerId = 1;  // -1 after the end of the loop: no timer can be added
     int mNextSysTimerNumber = 1;
     std::atomic<int> mPipe[2];
     SyncObject mApiLock;
     SyncObject mQueueLock;
+};
+
+/// Calls `destroy` of a `SharedTimer` or a `Timer` at the end of a scope: no listener is called after that.
+/// *One owner thread*: the one that leaves the scope, which must not be the timer thread.
+///
+/// `TIMER` is deduced. Declare it after the timer, and the timer after its listeners. A class that overrides
+/// `onTime` calls `destroy` in its own destructor instead.
+template <typename TIMER>
+class [[nodiscard]] AutoDestroy {
+  public:
+    /// `timer` must live as long as this.
+    explicit AutoDestroy(TIMER& timer) noexcept : mTimer(timer) {}
+    ~AutoDestroy() { mTimer.destroy(); }
+    AutoDestroy(AutoDestroy const&) = delete;
+    AutoDestroy& operator=(AutoDestroy const&) = delete;
+
+  private:
+    TIMER& mTimer;
 };
 
 }  // namespace utl

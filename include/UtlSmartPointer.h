@@ -14,12 +14,12 @@ class UTL_API RefCounter {
     RefCounter(RefCounter const&) = delete;
     RefCounter& operator=(RefCounter const&) = delete;
 
-    /// Adds or takes away one handle; gives the new count.
+    /// Adds or removes one handle; returns the new count.
     int increment();
     int decrement();
 
     /// How many handles share the resource at the moment.
-    int getCount() const;
+    [[nodiscard]] int getCount() const;
 
   private:
     int add(int difference);
@@ -36,10 +36,12 @@ class UTL_API GetRefCounterInterface {
     virtual ~GetRefCounterInterface();
 
     /// The counter of this handle, null if it is empty.
-    virtual RefCounter* actGetRefCounter() const = 0;
+    [[nodiscard]] virtual RefCounter* actGetRefCounter() const = 0;
 
     /// The counter of `other`, null if it is empty.
-    RefCounter* getRefCounter(GetRefCounterInterface const& other) const { return other.actGetRefCounter(); }
+    [[nodiscard]] RefCounter* getRefCounter(GetRefCounterInterface const& other) const {
+        return other.actGetRefCounter();
+    }
 
   protected:
     GetRefCounterInterface(GetRefCounterInterface const&) = default;
@@ -51,15 +53,15 @@ namespace detail {
 /// A new counter with the count 1. Throws `std::bad_alloc` if there is no memory.
 UTL_API RefCounter* newRefCounter();
 
-/// Adds one handle to `counter`, which may be null; gives `counter`.
+/// Adds one handle to `counter`, which may be null; returns `counter`.
 UTL_API RefCounter* addShare(RefCounter* counter);
 
-/// Takes one handle from `counter`, which may be null. True if it was the last: the caller, and no other
+/// Removes one handle from `counter`, which may be null. True if it was the last: the caller, and no other
 /// thread, destroys the resource and the counter. A count that falls below 0 is logged under the name of the
 /// handle's class.
 UTL_API bool removeShare(RefCounter* counter, char const* className);
 
-/// Takes one handle from `counter`; the last one destroys the resource with `D`, outside any lock, and then
+/// Removes one handle from `counter`; the last one destroys the resource with `D`, outside any lock, and then
 /// the counter.
 template <typename D, typename RESOURCE>
 void giveUpShare(RESOURCE resource, RefCounter* counter, char const* className) {
@@ -103,9 +105,9 @@ class CountingPointer : public GetRefCounterInterface {
 
     ~CountingPointer() override { release(); }
 
-    /// Becomes the first owner of `resource` and gives up its own share. No effect if it shares `resource`
-    /// already. Without memory for a counter `std::bad_alloc` leaves the own share as it was, and `resource`
-    /// stays the caller's.
+    /// Becomes the first owner of `resource` and gives up its own share. No effect if it already shares
+    /// `resource`. Without memory for a counter it throws `std::bad_alloc`: its own share is then as it was,
+    /// and `resource` stays the caller's.
     void set(T* resource) {
         if (resource != mPointer) {
             replace(resource, resource != nullptr ? detail::newRefCounter() : nullptr);
@@ -116,10 +118,10 @@ class CountingPointer : public GetRefCounterInterface {
     void release() { replace(nullptr, nullptr); }
 
     /// The resource, null if the handle is empty. It stays the handles'.
-    T* get() const { return mPointer; }
+    [[nodiscard]] T* get() const noexcept { return mPointer; }
 
     /// The counter that the handles of the resource share, null if the handle is empty.
-    RefCounter* actGetRefCounter() const override { return mRefCounter; }
+    [[nodiscard]] RefCounter* actGetRefCounter() const override { return mRefCounter; }
 
   private:
     void replace(T* resource, RefCounter* counter) {
@@ -150,8 +152,8 @@ class SmartPointer : public CountingPointer<T, DestructPointer<T>> {
     explicit SmartPointer(T* resource) : CountingPointer<T, DestructPointer<T>>(resource) {}
 
     /// Must not be empty.
-    T* operator->() const { return this->get(); }
-    T& operator*() const { return *this->get(); }
+    [[nodiscard]] T* operator->() const noexcept { return this->get(); }
+    [[nodiscard]] T& operator*() const noexcept { return *this->get(); }
 };
 
 /// `CountingPointer` for a resource that is a plain value, such as a descriptor. 0 stands for none: it has no
@@ -190,10 +192,10 @@ class Counting : public GetRefCounterInterface {
     void release() { replace(H(), nullptr); }
 
     /// The resource, 0 if the handle is empty. It stays the handles'.
-    H get() const { return mHandle; }
+    [[nodiscard]] H get() const { return mHandle; }
 
     /// The counter that the handles of the resource share, null if the handle is empty.
-    RefCounter* actGetRefCounter() const override { return mRefCounter; }
+    [[nodiscard]] RefCounter* actGetRefCounter() const override { return mRefCounter; }
 
   private:
     void replace(H handle, RefCounter* counter) {

@@ -6,7 +6,7 @@
 
 namespace utl {
 
-/// What `SyncGuard` needs of a lock. Taking a lock is no change of the object that it protects: `const`
+/// What `SyncGuard` needs of a lock. Locking does not change the object that the lock protects: `const`
 /// objects can be locked as well.
 class UTL_API SyncObjectBase {
   public:
@@ -19,26 +19,26 @@ class UTL_API SyncObjectBase {
     virtual int lock() const = 0;
 
     /// True if the calling thread now holds the lock; never blocks.
-    virtual bool tryLock() const = 0;
+    [[nodiscard]] virtual bool tryLock() const = 0;
 
-    /// Gives the lock back; 0 for success.
+    /// Releases the lock; 0 for success.
     virtual int unlock() const = 0;
 };
 
-/// Recursive mutex; *internally locked*, since it is the lock. The thread that holds it may take it again and
-/// gives it back as many times. Destroying a held lock is the caller's mistake and goes unnoticed.
+/// Recursive mutex; *internally locked*, since it is the lock. The thread that holds it may take it again,
+/// and releases it as many times. Destroying a held lock is the caller's mistake; nothing reports it.
 class UTL_API SyncObject : public SyncObjectBase {
   public:
     SyncObject();
     ~SyncObject() override;
 
-    /// Blocks until the calling thread holds the lock. Gives what POSIX gave, 0 for success.
+    /// Blocks until the calling thread holds the lock. Returns the result of POSIX, 0 for success.
     int lock() const override { return pthread_mutex_lock(&mMutex); }
 
     /// True if the calling thread now holds the lock once more; never blocks.
-    bool tryLock() const override { return pthread_mutex_trylock(&mMutex) == 0; }
+    [[nodiscard]] bool tryLock() const override { return pthread_mutex_trylock(&mMutex) == 0; }
 
-    /// Gives back one hold of the calling thread. Gives what POSIX gave, 0 for success.
+    /// Releases one hold of the calling thread. Returns the result of POSIX, 0 for success.
     int unlock() const override { return pthread_mutex_unlock(&mMutex); }
 
   private:

@@ -5,32 +5,35 @@
 namespace utl {
 
 /// A message in flat form: a buffer of fixed size with the id in its first 4 bytes and the values packed
-/// behind it in call order, in native byte order, without padding or tags. Valid inside one process only.
+/// after it in call order, in native byte order, without padding or tags. Valid inside one process only.
 /// *External lock needed*: the buffers of a message thread are guarded by that thread's locks.
 ///
-/// The first operation that fails makes every `set` and `get` behind it fail, until the next begin. How many
-/// bytes were written is recorded nowhere: a `get` is limited by the capacity alone, and reads what an
-/// earlier message left there if the classes of sender and receiver disagree. `beginInput` and `beginOutput`
-/// set the position behind the id; on a fresh object the positions are 0.
+/// After the first operation that fails, every `set` and `get` fails until the next begin. The number of
+/// bytes written is not recorded: only the capacity limits a `get`, and if the classes of sender and receiver
+/// differ, it reads what an earlier message left there. `beginInput` and `beginOutput` set the position after
+/// the id; on a fresh object the positions are 0.
 class UTL_API ThreadRawMsg : public MsgDataBroker {
   public:
+    /// The bytes of the id before the values.
+    static constexpr unsigned int ID_BYTES = 4;
+
     /// Allocates `size` bytes, at least the 4 of the id, and leaves them uninitialised.
     explicit ThreadRawMsg(unsigned int size);
 
     /// Copies the bytes, not the positions: the copy must be begun before it is read.
     ThreadRawMsg(ThreadRawMsg const& source);
 
-    /// Takes the source's size, bytes, positions and result. Reading goes on where the source stood.
+    /// Takes the source's size, bytes, positions and result. Reading continues where the source stood.
     ThreadRawMsg& operator=(ThreadRawMsg const& source);
 
     ~ThreadRawMsg() override;
 
-    /// The whole buffer, `maxSize()` bytes with the id in front. Valid until another message is assigned.
-    unsigned char* buffer() { return mBuffer; }
-    unsigned char const* buffer() const { return mBuffer; }
+    /// The whole buffer, `maxSize()` bytes with the id first. Valid until another message is assigned.
+    [[nodiscard]] unsigned char* buffer() noexcept { return mBuffer; }
+    [[nodiscard]] unsigned char const* buffer() const noexcept { return mBuffer; }
 
     /// The buffer's size in bytes, the id included.
-    unsigned int maxSize() const { return mMaxSize; }
+    [[nodiscard]] unsigned int maxSize() const noexcept { return mMaxSize; }
 
     int beginInput() override;
     int endInput() override;
@@ -47,8 +50,8 @@ class UTL_API ThreadRawMsg : public MsgDataBroker {
     int getMsgId(int* msgId) override;
 
     /// A value that does not fit whole fails: nothing is written and the position stays. Null texts and bytes
-    /// fail in the same way, but a null `wchar_t` text must not be passed, even after a failure: its length
-    /// is taken first.
+    /// fail in the same way. A null `wchar_t` text must not be passed, even after a failure: its length is
+    /// determined first.
     ///@{
     int set(bool value) override;
     int set(unsigned char value) override;
@@ -84,9 +87,9 @@ class UTL_API ThreadRawMsg : public MsgDataBroker {
     int get(void** out) override;
     ///@}
 
-    /// Reads a text of at most `maxLen` characters, its terminator included. A text that is longer, or that
-    /// has no terminator, gives 0 and is no failure of the broker: the position stays, so that a larger `out`
-    /// can be tried.
+    /// Reads a text of at most `maxLen` characters, its terminator included. For a text that is longer, or
+    /// that has no terminator, it returns 0, which is no failure of the broker: the position stays, so that a
+    /// larger `out` can be tried.
     ///@{
     int get(char* out, unsigned int maxLen) override;
     int get(wchar_t* out, unsigned int maxLen) override;

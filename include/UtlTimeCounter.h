@@ -4,13 +4,13 @@
 
 namespace utl {
 
-/// A stopwatch in milliseconds that no step of the wall clock disturbs: as an object, or under an id where
-/// start and stop have no object in common. An object has *one owner thread*, because its fields have no
-/// lock; what is static is *internally locked*, because ids are shared by the whole process.
+/// A stopwatch in milliseconds, independent of steps of the wall clock: as an object, or by an id if start
+/// and stop have no object in common. An object has *one owner thread*, because its fields have no lock; what
+/// is static is *internally locked*, because ids are shared by the whole process.
 ///
 /// Elapsed times are differences modulo 2^32: right across a wrap of the tick, wrong from 49.7 days on. Every
-/// failure gives `INVALID_TIME` or false and a log line of level 1 about the operation. A clock that cannot
-/// be read has a line of its own in front of that.
+/// failure returns `INVALID_TIME` or false and logs a line of level 1 about the operation. If the clock
+/// cannot be read, a line about that comes before.
 ///
 /// | State   | `start`                    | `watch`                       | `stop`           |
 /// |---------|----------------------------|-------------------------------|------------------|
@@ -18,8 +18,7 @@ namespace utl {
 /// | running | runs on from the new start | the time so far, runs on      | as watch, stopped|
 class UTL_API TimeCounter {
   public:
-    /// What stands for a failure, or for a time that there is not. The tick that happens to have this value
-    /// is taken for a failure as well.
+    /// The result of a failure, and no time. A tick that happens to have this value counts as a failure, too.
     static constexpr unsigned int INVALID_TIME = 0xFFFFFFFFU;
 
     /// How many ids can run at a time.
@@ -31,8 +30,8 @@ class UTL_API TimeCounter {
     TimeCounter() = default;
     virtual ~TimeCounter();
 
-    /// Begins to count, anew if it runs. False if the clock failed: a counter that ran still counts as
-    /// running, but its next `watch` gives no meaningful time.
+    /// Starts, or restarts. False if the clock failed: a counter that ran still counts as running, but its
+    /// next `watch` returns no meaningful time.
     bool start();
 
     /// Milliseconds since `start`; `INVALID_TIME` if it is stopped or the clock failed.
@@ -41,8 +40,8 @@ class UTL_API TimeCounter {
     /// As `watch`; stopped afterwards, whatever the result.
     unsigned int stop();
 
-    /// Begins to count under `counterId`, anew if the id runs. False if `COUNTER_ID_MAX` other ids run or the
-    /// clock failed; the id does not run then.
+    /// Starts or restarts `counterId`. False if `COUNTER_ID_MAX` other ids run or the clock failed; the id
+    /// does not run then.
     static bool start(unsigned int counterId);
 
     /// Milliseconds since the start of `counterId`; `INVALID_TIME` if it does not run or the clock failed.

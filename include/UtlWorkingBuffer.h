@@ -11,8 +11,8 @@ class UTL_API WorkingBuffer;
 /// The process's scratch store, lent out slot by slot through `WorkingBuffer`; *internally locked*, because
 /// every thread of the process shares the three slots.
 ///
-/// The one instance is built on first use and lives until the process is gone, so that threads which still
-/// run while `main` returns can go on using it.
+/// The one instance is constructed on first use and never destroyed, so that threads which still run while
+/// `main` returns can go on using it.
 class UTL_API StaticBuffer {
   public:
     /// How many loans of one thread have a slot of their own.
@@ -31,9 +31,9 @@ class UTL_API StaticBuffer {
     StaticBuffer() = default;
     ~StaticBuffer() = default;
 
-    /// Lends the slot of the present depth to `borrower` and goes one deeper; `mSyncObject` must be held, as
-    /// for all of these. From the third loan on it is always the last slot: deeper loans share it. A depth
-    /// below 0 lends the first.
+    /// Lends the slot of the present depth to `borrower` and goes one deeper. `mSyncObject` must be held,
+    /// here and for the next two. From the third loan on it is always the last slot: deeper loans share it. A
+    /// depth below 0 lends the first.
     void lendTo(void const* borrower);
 
     /// The slot that was lent to `borrower`.
@@ -54,17 +54,17 @@ class UTL_API StaticBuffer {
     char mBuffers[SLOT_COUNT][SLOT_SIZE]{};
     int mDepth = 0;
 
-    // Who has the first slot, and who the second: these are two where a loan was taken between the ends of an
-    // outer and an inner one. Whoever else has a loan has the last slot.
+    // The first has the first slot, the others the second: they are two if a loan was taken between the ends
+    // of an outer and an inner one. Whoever else has a loan has the last slot.
     void const* mBorrowers[3]{};
 };
 
-/// Scratch space for the length of a scope: borrows a slot of the `StaticBuffer`; *one owner thread*, because
+/// Scratch space until the end of a scope: borrows a slot of the `StaticBuffer`; *one owner thread*, because
 /// the loan holds a recursive lock that keeps every other thread out until the scope ends.
 ///
-/// The holder must not wait for anything that may itself need a string operation on another thread. Loans
-/// nest: three of one thread have slots of their own, the fourth and deeper share the third one's. A slot's
-/// content is whatever its last user left there.
+/// The holder must not wait for anything that may need a string operation on another thread. Loans nest:
+/// three of one thread have slots of their own, the fourth and deeper ones share that of the third. A slot
+/// holds whatever its last user left there.
 template <typename T>
 class [[nodiscard]] UTL_API WorkingBuffer {
   public:
@@ -75,10 +75,10 @@ class [[nodiscard]] UTL_API WorkingBuffer {
     WorkingBuffer& operator=(WorkingBuffer const&) = delete;
 
     /// The slot, of `size()` bytes; valid as long as this object lives.
-    T* get() const { return mStaticBuffer->slotOf(this); }
+    [[nodiscard]] T* get() const { return mStaticBuffer->slotOf(this); }
 
     /// Bytes of the slot, for text with its terminator.
-    static constexpr unsigned int size() { return StaticBuffer::SLOT_SIZE; }
+    [[nodiscard]] static constexpr unsigned int size() noexcept { return StaticBuffer::SLOT_SIZE; }
 
   private:
     StaticBuffer* mStaticBuffer;

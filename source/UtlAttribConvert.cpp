@@ -8,39 +8,38 @@
 #include "internal/text/UtlCharDecoder.h"
 #include "internal/text/UtlCharKind.h"
 #include "internal/text/UtlPairIndex.h"
-#include "internal/text/UtlRowMatch.h"
 
 namespace utl {
 
 namespace {
 
-/// A pair table as it is read in one direction.
+/// Reads a pair table in one direction.
 class PairReader {
   public:
     PairReader(PairAttrib const* table, bool isToLeft)
         : mTable(table), mIndex(findPairIndex(table, isToLeft)), mIsToLeft(isToLeft) {}
 
     /// True for a table of the library, whose forms are well-formed and of up to `PairIndex::MAX_BYTES`.
-    bool isLibrarys() const { return mIndex != nullptr; }
+    bool isBuiltIn() const { return mIndex != nullptr; }
 
     /// The first row whose looked-for form `text` begins with, and the length of that form; null if there is
     /// none.
     PairAttrib const* find(char const* text, unsigned int* bytes) const {
-        return isLibrarys() ? findByIndex(text, bytes) : findInTurn(text, bytes);
+        return isBuiltIn() ? findByIndex(text, bytes) : findInTurn(text, bytes);
     }
 
-    /// What stands in the place of the form that was found.
+    /// What replaces the form that was found.
     char const* replacement(PairAttrib const& row) const {
         return mIsToLeft ? row.mFirst.mNarrow : row.mSecond.mNarrow;
     }
 
-    /// Bytes of the character at `text`, which has no row, and of those behind it that surely have none
+    /// Bytes of the character at `text`, which has no row, and of those after it that surely have none
     /// either; 0 if it is malformed.
     unsigned int bytesWithoutRow(char const* text) const {
         unsigned int run = 0;
         for (unsigned int bytes = charBytes(text); isCharacter(bytes); bytes = charBytes(text + run)) {
             run += bytes;
-            if (!isLibrarys() || mIndex->firstRow[charSlot(text + run)] != PairIndex::NO_ROW) {
+            if (!isBuiltIn() || mIndex->firstRow[charSlot(text + run)] != PairIndex::NO_ROW) {
                 break;
             }
         }
@@ -75,8 +74,8 @@ class PairReader {
     bool const mIsToLeft;
 };
 
-/// Puts a text together from pieces, each of them added by the rules of `copyGeneral`. Behind a piece that
-/// was cut nothing is written, so that the text has no gaps.
+/// Composes a text from pieces, each added by the rules of `copyGeneral`. After a piece that was cut nothing
+/// is written, so that the text has no gaps.
 class PieceWriter {
   public:
     PieceWriter(char* dst, unsigned int dstSize, int truncate)
@@ -86,8 +85,8 @@ class PieceWriter {
           mLastPlain(dst != nullptr && dstSize > PairIndex::MAX_BYTES ? dstSize - PairIndex::MAX_BYTES : 0) {}
 
     /// Adds a form of a pair table; false if that fails.
-    bool addForm(char const* form, bool isLibrarys) {
-        if (!isLibrarys || mUsed > mLastPlain) {
+    bool addForm(char const* form, bool isBuiltIn) {
+        if (!isBuiltIn || mUsed > mLastPlain) {
             return add(form, INVALID_SIZE);
         }
         char* end = mDst + mUsed - 1;
@@ -98,7 +97,7 @@ class PieceWriter {
         return true;
     }
 
-    /// Adds characters from a text, those that fit if not all do; false if not all do.
+    /// Adds those characters of a text that fit; false if not all do.
     bool addCharacters(char const* text, unsigned int bytes) {
         if (fits(bytes)) {
             return add(text, bytes);
@@ -143,7 +142,7 @@ class PieceWriter {
     char* const mDst;
     unsigned int const mDstSize;
     int const mTruncate;
-    unsigned int mLastPlain;  // as long as no more is used, there is room for any form of the library
+    unsigned int mLastPlain;  // up to here there is room for any form of the library's tables
     unsigned int mUsed = 1;
     bool mIsCut = false;
 };
@@ -155,7 +154,7 @@ unsigned int convertText(PieceWriter& writer, char const* text, PairReader const
         bool isAdded = false;
         PairAttrib const* const row = pairs.find(text, &bytes);
         if (row != nullptr) {
-            isAdded = writer.addForm(pairs.replacement(*row), pairs.isLibrarys());
+            isAdded = writer.addForm(pairs.replacement(*row), pairs.isBuiltIn());
         } else {
             bytes = pairs.bytesWithoutRow(text);
             if (bytes == 0) {
@@ -174,7 +173,8 @@ unsigned int convertText(PieceWriter& writer, char const* text, PairReader const
 /// The lower-case form of a text; empty for null and for text that is too long.
 void lowerCase(WorkingBuffer<char> const& slot, char const* text) {
     *slot.get() = '\0';
-    convertAttrib(slot.get(), slot.size(), text != nullptr ? text : "", LOWER_UPPER_PAIR, 1, 0);
+    convertAttrib(slot.get(), slot.size(), text != nullptr ? text : "", LOWER_UPPER_PAIR, CONVERT_TO_LEFT,
+                  TRUNCATE_OFF);
 }
 
 constexpr unsigned int OCTAL = 8;
@@ -183,7 +183,7 @@ constexpr unsigned int HEXADECIMAL = 16;
 constexpr unsigned int MAX_BASE = 36;
 constexpr unsigned int NO_DIGIT = MAX_BASE;
 
-/// The base that the prefix of a number tells; steps over the prefix.
+/// The base by the prefix of a number; advances over the prefix.
 unsigned int takePrefix(char const** number) {
     if (**number != '0') {
         return DECIMAL;
@@ -193,7 +193,7 @@ unsigned int takePrefix(char const** number) {
     return isHexadecimal ? HEXADECIMAL : OCTAL;
 }
 
-/// What a digit or letter is worth; `NO_DIGIT` for all else.
+/// The value of a digit or letter; `NO_DIGIT` for all else.
 unsigned int digitValue(char const* digit) {
     constexpr unsigned int LOWER = ATTRIB_LOWER_HAN_HEX | ATTRIB_LOWER_HAN_NOHEX;
     constexpr unsigned int UPPER = ATTRIB_UPPER_HAN_HEX | ATTRIB_UPPER_HAN_NOHEX;
@@ -208,7 +208,7 @@ unsigned int digitValue(char const* digit) {
     return NO_DIGIT;
 }
 
-/// Reads digits up to the first character that is none; false if there is none at all, or if their value is
+/// Reads digits up to the first character that is none; false if there is no digit, or if their value is
 /// above `max`.
 bool readDigits(unsigned int* value, char const* digits, unsigned int base, unsigned int max) {
     *value = 0;
@@ -231,18 +231,19 @@ unsigned int convertAttrib(T* dst, unsigned int dstSize, T const* src, PairAttri
         return INVALID_SIZE;
     }
     if (*src == '\0') {
-        return copyStrBase(dst, dstSize, src, INVALID_SIZE, 0);
+        return copyStrBase(dst, dstSize, src, INVALID_SIZE, TRUNCATE_OFF);
     }
     WorkingBuffer<T> const text;
-    if (table == nullptr || copyStrBase<T>(text.get(), text.size(), src, INVALID_SIZE, 0) == INVALID_SIZE) {
+    if (table == nullptr ||
+        copyStrBase<T>(text.get(), text.size(), src, INVALID_SIZE, TRUNCATE_OFF) == INVALID_SIZE) {
         return INVALID_SIZE;
     }
     PieceWriter writer(dst, dstSize, truncate);
-    return convertText(writer, text.get(), PairReader(table, direction != 0));
+    return convertText(writer, text.get(), PairReader(table, direction != CONVERT_TO_RIGHT));
 }
 
-unsigned int convertCharSet(char* dst, unsigned int dstSize, char const* src) {
-    return copyStrBase(dst, dstSize, src, INVALID_SIZE, 0);
+unsigned int convertCharSet(char* dst, unsigned int dstSize, char const* src) noexcept {
+    return copyStrBase(dst, dstSize, src, INVALID_SIZE, TRUNCATE_OFF);
 }
 
 template <typename T>
@@ -261,7 +262,8 @@ bool strToInt(I* value, T const* text, int base) {
         return false;
     }
     WorkingBuffer<T> const halfWidth;
-    if (convertAttrib(halfWidth.get(), halfWidth.size(), text, HANKAKU_ZENKAKU_PAIR, 1, 0) == INVALID_SIZE) {
+    if (convertAttrib(halfWidth.get(), halfWidth.size(), text, HANKAKU_ZENKAKU_PAIR, CONVERT_TO_LEFT,
+                      TRUNCATE_OFF) == INVALID_SIZE) {
         return false;
     }
     char const* number = halfWidth.get();

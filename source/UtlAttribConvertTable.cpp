@@ -8,10 +8,7 @@ namespace utl {
 
 PairAttrib::~PairAttrib() = default;
 
-/// Defines a pair table by the list of its rows.
-#define UTL_PAIR_TABLE(NAME, LIST)            \
-    UTL_ROW_TEXTS(NAME, RowForms::TWO, LIST); \
-    UTL_TABLE(PairAttrib, NAME, pairTableImage)
+#define UTL_PAIR_TABLE(NAME, LIST) UTL_TEXT_TABLE(PairAttribImage, NAME, LIST)
 
 UTL_PAIR_TABLE(LOWER_UPPER_PAIR,
                "a=A b=B c=C d=D e=E f=F g=G h=H i=I j=J k=K l=L m=M n=N o=O p=P q=Q r=R s=S t=T u=U v=V w=W "
@@ -64,23 +61,27 @@ UTL_PAIR_TABLE(NODAKUON_HANDAKUON_PAIR,
 
 namespace {
 
-template <unsigned int COUNT>
-constexpr PairIndex makePairIndex(char const* const (&forms)[COUNT]) {
-    static_assert(COUNT <= PairIndex::MAX_ROWS);
+/// The index of the `COUNT` rows of a table and the one that ends it. Chains are made from their ends.
+template <std::size_t COUNT>
+constexpr PairIndex makePairIndex(PairAttribImage const (&rows)[COUNT],
+                                  DualTypeImage PairAttribImage::*form) {
+    static_assert(COUNT - 1 <= PairIndex::MAX_ROWS);
     PairIndex index{};
     for (unsigned char& row : index.firstRow) {
         row = PairIndex::NO_ROW;
     }
-    for (unsigned int row = COUNT; row-- > 0;) {
-        if (*forms[row] == '\0') {
+    for (std::size_t row = COUNT - 1; row-- > 0;) {
+        char const* const text = (rows[row].*form).narrow;
+        auto const number = static_cast<unsigned char>(row);
+        if (*text == '\0') {
             for (unsigned char& first : index.firstRow) {
-                first = static_cast<unsigned char>(row);
+                first = number;
             }
             index.nextRow[row] = PairIndex::NO_ROW;
         } else {
-            unsigned char& first = index.firstRow[charSlot(forms[row])];
+            unsigned char& first = index.firstRow[charSlot(text)];
             index.nextRow[row] = first;
-            first = static_cast<unsigned char>(row);
+            first = number;
         }
     }
     return index;
@@ -92,10 +93,13 @@ struct IndexedTable {
     PairIndex toLeft;
 };
 
-#define UTL_INDEXED(NAME) \
-    { NAME, makePairIndex(NAME##_NARROW.first), makePairIndex(NAME##_NARROW.second) }
+#define UTL_INDEXED(NAME)                                                \
+    {                                                                    \
+        NAME, makePairIndex(NAME##_IMAGE.rows, &PairAttribImage::first), \
+            makePairIndex(NAME##_IMAGE.rows, &PairAttribImage::second)   \
+    }
 
-IndexedTable const INDEXED_TABLES[] = {
+constexpr IndexedTable INDEXED_TABLES[] = {
     UTL_INDEXED(LOWER_UPPER_PAIR),      UTL_INDEXED(HANKAKU_ZENKAKU_PAIR),
     UTL_INDEXED(ZENKATA_HIRAGANA_PAIR), UTL_INDEXED(HANKATA_HIRAGANA_PAIR),
     UTL_INDEXED(NODAKUON_DAKUON_PAIR),  UTL_INDEXED(NODAKUON_HANDAKUON_PAIR),

@@ -12,9 +12,9 @@ namespace utl {
 
 namespace {
 
-/// An array that holds the empty text; null where the process has an allocator that gives null. A compiler
-/// may take it for granted that the allocator throws, and drop the callers' tests for null: so the address
-/// goes through a place that it must read again.
+/// An array that holds the empty text; null if the allocator of the process returns null. A compiler may
+/// assume that the allocator throws, and drop the callers' tests for null: so the address is stored where the
+/// compiler must read it again.
 char* allocateText(unsigned int bytes) {
     char* volatile const address = new char[bytes];
     char* const text = address;
@@ -27,10 +27,10 @@ char* allocateText(unsigned int bytes) {
 /// How many matches a replacement of `from` has; an empty `from` has one.
 unsigned int countMatches(char const* text, char const* from) {
     unsigned int count = 0;
-    unsigned int behind = 0;
-    while (behind != INVALID_SIZE && findStr(text, from, 0, &behind) != INVALID_SIZE) {
+    unsigned int next = 0;
+    while (next != INVALID_SIZE && findStr(text, from, 0, &next) != INVALID_SIZE) {
         ++count;
-        text += behind != INVALID_SIZE ? behind : 0;
+        text += next != INVALID_SIZE ? next : 0;
     }
     return count;
 }
@@ -43,7 +43,7 @@ T BasicString<T>::mEmptyChar = 0;
 template <typename T>
 wchar_t BasicString<T>::mEmptyWChar = 0;
 
-/// `BasicString<char>::EMPTY_STR`, as it is when no code has run yet.
+/// `BasicString<char>::EMPTY_STR`, as it is before any code runs.
 UTL_API DualTypeImage gEmptyStr asm("_ZN3utl11BasicStringIcE9EMPTY_STRE") = {
     DUAL_TYPE_TABLE + DESTRUCTOR_ENTRIES, &BasicString<char>::mEmptyChar, &BasicString<char>::mEmptyWChar};
 
@@ -64,11 +64,11 @@ BasicString<T>::BasicString(unsigned int maxSize, int autoResize)
 template <typename T>
 BasicString<T>::BasicString(T const* text, unsigned int maxSize, int autoResize)
     : BasicString(std::max(textLength(text) + 1, maxSize), autoResize) {
-    copyStrBase<T>(mBuffer, mMaxSize, text, INVALID_SIZE, 0);
+    copyStrBase<T>(mBuffer, mMaxSize, text, INVALID_SIZE, TRUNCATE_OFF);
 }
 
 template <typename T>
-BasicString<T>::BasicString(BasicString const& other) : BasicString(other.buffer(), 0, 0) {}
+BasicString<T>::BasicString(BasicString const& other) : BasicString(other.buffer(), 0, AUTO_RESIZE_OFF) {}
 
 template <typename T>
 BasicString<T>::~BasicString() {
@@ -85,7 +85,7 @@ BasicString<T>& BasicString<T>::operator=(T const* text) {
     if (needed == 1) {
         makeEmpty();
     } else {
-        copyStrBase<T>(mBuffer, mMaxSize, text, INVALID_SIZE, 0);
+        copyStrBase<T>(mBuffer, mMaxSize, text, INVALID_SIZE, TRUNCATE_OFF);
     }
     return *this;
 }
@@ -105,7 +105,7 @@ BasicString<T>& BasicString<T>::operator+=(T const* text) {
     if (mMaxSize - length() < addLength + 1) {
         renewBuffer(mMaxSize + 1 + addLength, &old);
     }
-    copyGeneral<T>(mBuffer, mMaxSize, length(), text, 0, INVALID_SIZE, 0);
+    copyGeneral<T>(mBuffer, mMaxSize, length(), text, 0, INVALID_SIZE, TRUNCATE_OFF);
     return *this;
 }
 
@@ -113,7 +113,7 @@ template <typename T>
 bool BasicString<T>::copy(T const* text, unsigned int length, int truncate) {
     unsigned int const fullLength = boundedLength(text, length);
     Buffer old;
-    if (mAutoResize == 1 && mMaxSize < fullLength + 1) {
+    if (mAutoResize == AUTO_RESIZE_ON && mMaxSize < fullLength + 1) {
         renewBuffer(fullLength + 1, &old);
     }
     if (text == nullptr) {
@@ -127,17 +127,17 @@ bool BasicString<T>::copy(T const* text, unsigned int length, int truncate) {
 template <typename T>
 bool BasicString<T>::copyInside(T const* text, unsigned int count, int truncate) {
     if (mMaxSize == 1) {
-        bool const fits = *text == '\0' || truncate == 1;
+        bool const fits = *text == '\0' || truncate == TRUNCATE_ON;
         if (fits) {
             makeEmpty();
         }
         return fits;
     }
-    if (truncate == 1) {
-        count = getNearCharIndex(text, std::min(count, mMaxSize - 1), 1);
+    if (truncate == TRUNCATE_ON) {
+        count = getNearCharIndex(text, std::min(count, mMaxSize - 1), CHAR_START);
         return count != INVALID_SIZE && t_strncpy<T>(mBuffer, mMaxSize, text, count) != INVALID_SIZE;
     }
-    // With empty text "to the end" makes the sum 0, which fits.
+    // For empty text with a length "to the end" the sum is 0, which fits.
     return mMaxSize >= count + 1 && t_strncpy<T>(mBuffer, mMaxSize, text, count) != INVALID_SIZE;
 }
 
@@ -148,11 +148,11 @@ bool BasicString<T>::replace(T const* from, T const* to, int truncate) {
     }
     unsigned int const needed =
         countMatches(text(), from) * (textLength(to) - textLength(from)) + length() + 1;
-    if (mAutoResize == 1 && needed > mMaxSize) {
+    if (mAutoResize == AUTO_RESIZE_ON && needed > mMaxSize) {
         resizeMax(needed);
     }
     WorkingBuffer<T> const old;
-    if (copyStrBase<T>(old.get(), old.size(), text(), INVALID_SIZE, 0) == INVALID_SIZE) {
+    if (copyStrBase<T>(old.get(), old.size(), text(), INVALID_SIZE, TRUNCATE_OFF) == INVALID_SIZE) {
         return false;
     }
     return mShared || replaceStr<T>(mBuffer, mMaxSize, old.get(), from, to, truncate) != INVALID_SIZE;
@@ -170,12 +170,12 @@ bool BasicString<T>::resizeMax(unsigned int maxSize) {
     return renewBuffer(maxSize, &old);
 }
 
-/// `resizeMax` to another capacity above 1. The buffer that was the string's own so far goes to `*old`: a
-/// text that is to be taken may be a part of it.
+/// `resizeMax` to another capacity above 1. `*old` takes over the string's own former buffer, because the
+/// caller's text may be a part of it.
 template <typename T>
 bool BasicString<T>::renewBuffer(unsigned int maxSize, Buffer* old) {
     T* const newBuffer = allocateText(maxSize);
-    bool const isKept = copyStrBase<T>(newBuffer, maxSize, text(), maxSize - 1, 0) != INVALID_SIZE;
+    bool const isKept = copyStrBase<T>(newBuffer, maxSize, text(), maxSize - 1, TRUNCATE_OFF) != INVALID_SIZE;
     old->reset(mShared ? nullptr : mBuffer);
     mBuffer = newBuffer;
     mMaxSize = maxSize;
@@ -195,7 +195,7 @@ bool BasicString<T>::shareEmptyText() {
     return true;
 }
 
-/// Strings of all threads share the empty text, so nobody writes it.
+/// Strings of all threads share the empty text, so it is never written.
 template <typename T>
 void BasicString<T>::makeEmpty() {
     if (mBuffer != nullptr && !mShared) {
@@ -211,7 +211,7 @@ void BasicString<T>::deleteBuffer() {
 }
 
 BasicString<char> operator+(char const* left, BasicString<char> const& right) {
-    BasicString<char> result(textLength(left) + right.length() + 1, 0);
+    BasicString<char> result(textLength(left) + right.length() + 1, AUTO_RESIZE_OFF);
     result += left;
     result += right.buffer();
     return result;

@@ -12,12 +12,11 @@ namespace {
 
 constexpr unsigned int BYTE_BITS = 8;
 constexpr unsigned int WORD_BITS = 32;
-constexpr unsigned int SPAN_BYTES = 5;  // what 32 bits can lie in
-constexpr int CURRENT_POSITION = -1;
+constexpr unsigned int SPAN_BYTES = 5;  // 32 bits are in no more
 
-// The bytes of a field of 1 to 32 bits. Five bytes are always read or written, but in a row that is as long
-// as the field: a byte behind its last one is the last one once more. So no branch depends on the width,
-// which the processor would guess wrong, and no byte outside the field is touched.
+// The bytes of a field of 1 to 32 bits. Always five bytes are read or written, but of a row that is as long
+// as the field: past the last byte it repeats that byte. So no branch, which the processor would predict
+// wrong, depends on the width, and no byte outside the field is touched.
 constexpr unsigned char PLACES[SPAN_BYTES][SPAN_BYTES] = {
     {0, 0, 0, 0, 0}, {0, 1, 1, 1, 1}, {0, 1, 2, 2, 2}, {0, 1, 2, 3, 3}, {0, 1, 2, 3, 4}};
 
@@ -42,7 +41,7 @@ void storeWord(unsigned char* buffer, unsigned int start, unsigned int value, un
     unsigned char* const bytes = buffer + start / BYTE_BITS;
     unsigned char const* const place = placesFor(offset, bits);
     unsigned char& last = bytes[place[SPAN_BYTES - 1]];
-    unsigned int const behind = last & (0xFFU >> ((offset + bits - 1) % BYTE_BITS + 1));
+    unsigned int const after = last & (0xFFU >> ((offset + bits - 1) % BYTE_BITS + 1));
     unsigned int const before = bytes[0] & ~(0xFFU >> offset);
     value <<= WORD_BITS - bits;
     unsigned int const word = value >> offset | before << (WORD_BITS - BYTE_BITS);
@@ -54,7 +53,7 @@ void storeWord(unsigned char* buffer, unsigned int start, unsigned int value, un
     for (unsigned int i = 0; i < SPAN_BYTES; ++i) {
         bytes[place[i]] = span[place[i]];
     }
-    last = static_cast<unsigned char>(last | behind);
+    last = static_cast<unsigned char>(last | after);
 }
 
 template <typename T>
@@ -79,10 +78,11 @@ bool unserializeNative(unsigned char const* bytes, T* value) {
 
 }  // namespace
 
-// The steps of every access are inline: the library's exported functions call each other by a table.
+// The steps of every access are inline, because exported functions of the library call each other by a table.
 
-// True if there is something to do at `*start`. Refuses what cannot be done, with the error set.
-inline bool BitStream::begin(unsigned int bits, unsigned int bitsMax, int position, unsigned int* start) {
+// True if there is something to do at `*start`. Sets the error for what cannot be done.
+inline bool BitStream::begin(unsigned int bits, unsigned int bitsMax, int position,
+                             unsigned int* start) noexcept {
     if (mError || bits == 0) {
         return false;
     }
@@ -91,27 +91,27 @@ inline bool BitStream::begin(unsigned int bits, unsigned int bitsMax, int positi
     return !mError;
 }
 
-inline bool BitStream::isInside(unsigned long long end) const {
+inline bool BitStream::isInside(unsigned long long end) const noexcept {
     return end <= 1ULL * mBufferSize * BYTE_BITS && end <= UINT_MAX;
 }
 
-inline void BitStream::endAt(unsigned int end, int position) {
+inline void BitStream::endAt(unsigned int end, int position) noexcept {
     if (position == CURRENT_POSITION) {
         mBitPosition = end;
     }
 }
 
-inline void BitStream::raiseBitSize(unsigned int end) {
+inline void BitStream::raiseBitSize(unsigned int end) noexcept {
     mBitSize = std::max(mBitSize, end);
 }
 
-inline void BitStream::put(unsigned int start, unsigned int value, unsigned int bits) {
+inline void BitStream::put(unsigned int start, unsigned int value, unsigned int bits) noexcept {
     storeWord(mBuffer, start, value, bits);
     raiseBitSize(start + bits);
 }
 
 template <typename T>
-inline T BitStream::readField(unsigned int bits, int position) {
+inline T BitStream::readField(unsigned int bits, int position) noexcept {
     unsigned int start = 0;
     if (!begin(bits, sizeof(T) * BYTE_BITS, position, &start)) {
         return 0;
@@ -128,7 +128,7 @@ inline T BitStream::readField(unsigned int bits, int position) {
 }
 
 template <typename T>
-inline void BitStream::writeField(T value, unsigned int bits, int position) {
+inline void BitStream::writeField(T value, unsigned int bits, int position) noexcept {
     unsigned int start = 0;
     if (!begin(bits, sizeof(T) * BYTE_BITS, position, &start)) {
         return;
@@ -145,13 +145,14 @@ inline void BitStream::writeField(T value, unsigned int bits, int position) {
     put(start, static_cast<unsigned int>(value), bits);
 }
 
-BitStream::BitStream() : mBuffer(nullptr), mBufferSize(0), mBitPosition(0), mBitSize(0), mError(false) {}
+BitStream::BitStream() noexcept
+    : mBuffer(nullptr), mBufferSize(0), mBitPosition(0), mBitSize(0), mError(false) {}
 
-BitStream::BitStream(unsigned char* buffer, unsigned int size) : BitStream() {
+BitStream::BitStream(unsigned char* buffer, unsigned int size) noexcept : BitStream() {
     setBitStream(buffer, size);
 }
 
-bool BitStream::setBitStream(unsigned char* buffer, unsigned int size) {
+bool BitStream::setBitStream(unsigned char* buffer, unsigned int size) noexcept {
     if (buffer == nullptr || size == 0) {
         return false;
     }
@@ -162,7 +163,7 @@ bool BitStream::setBitStream(unsigned char* buffer, unsigned int size) {
     return true;
 }
 
-void BitStream::clear(bool erase) {
+void BitStream::clear(bool erase) noexcept {
     mBitPosition = 0;
     mError = false;
     if (erase && mBuffer != nullptr) {
@@ -171,8 +172,8 @@ void BitStream::clear(bool erase) {
     }
 }
 
-void BitStream::seekBitOffset(unsigned int offset, int origin) {
-    if (origin < 0 || origin > 2) {
+void BitStream::seekBitOffset(unsigned int offset, int origin) noexcept {
+    if (origin < SEEK_FROM_START || origin > SEEK_FROM_END) {
         mError = true;
         return;
     }
@@ -186,14 +187,14 @@ void BitStream::seekBitOffset(unsigned int offset, int origin) {
     raiseBitSize(mBitPosition);
 }
 
-bool BitStream::readCurBit() {
+bool BitStream::readCurBit() noexcept {
     unsigned int const shift = BYTE_BITS - 1 - mBitPosition % BYTE_BITS;
     bool const bit = (mBuffer[mBitPosition / BYTE_BITS] >> shift & 1) != 0;
     ++mBitPosition;
     return bit;
 }
 
-void BitStream::writeCurBit(unsigned char bit) {
+void BitStream::writeCurBit(unsigned char bit) noexcept {
     unsigned int const mask = 0x80U >> (mBitPosition % BYTE_BITS);
     unsigned char& byte = mBuffer[mBitPosition / BYTE_BITS];
     byte = static_cast<unsigned char>(bit != 0 ? byte | mask : byte & ~mask);
@@ -201,39 +202,39 @@ void BitStream::writeCurBit(unsigned char bit) {
     raiseBitSize(mBitPosition);
 }
 
-unsigned char BitStream::readBitToUint8(unsigned int bits, int position) {
+unsigned char BitStream::readBitToUint8(unsigned int bits, int position) noexcept {
     return readField<unsigned char>(bits, position);
 }
 
-unsigned short BitStream::readBitToUint16(unsigned int bits, int position) {
+unsigned short BitStream::readBitToUint16(unsigned int bits, int position) noexcept {
     return readField<unsigned short>(bits, position);
 }
 
-unsigned int BitStream::readBitToUint32(unsigned int bits, int position) {
+unsigned int BitStream::readBitToUint32(unsigned int bits, int position) noexcept {
     return readField<unsigned int>(bits, position);
 }
 
-unsigned long long BitStream::readBitToUint64(unsigned int bits, int position) {
+unsigned long long BitStream::readBitToUint64(unsigned int bits, int position) noexcept {
     return readField<unsigned long long>(bits, position);
 }
 
-void BitStream::writeBitToUint8(unsigned char value, unsigned int bits, int position) {
+void BitStream::writeBitToUint8(unsigned char value, unsigned int bits, int position) noexcept {
     writeField(value, bits, position);
 }
 
-void BitStream::writeBitToUint16(unsigned short value, unsigned int bits, int position) {
+void BitStream::writeBitToUint16(unsigned short value, unsigned int bits, int position) noexcept {
     writeField(value, bits, position);
 }
 
-void BitStream::writeBitToUint32(unsigned int value, unsigned int bits, int position) {
+void BitStream::writeBitToUint32(unsigned int value, unsigned int bits, int position) noexcept {
     writeField(value, bits, position);
 }
 
-void BitStream::writeBitToUint64(unsigned long long value, unsigned int bits, int position) {
+void BitStream::writeBitToUint64(unsigned long long value, unsigned int bits, int position) noexcept {
     writeField(value, bits, position);
 }
 
-void BitStream::readBitData(unsigned char* data, unsigned int bits, int position) {
+void BitStream::readBitData(unsigned char* data, unsigned int bits, int position) noexcept {
     unsigned int start = 0;
     mError = mError || data == nullptr;
     if (!begin(bits, INVALID_SIZE, position, &start)) {
@@ -255,7 +256,7 @@ void BitStream::readBitData(unsigned char* data, unsigned int bits, int position
     endAt(start + bits, position);
 }
 
-void BitStream::writeBitData(unsigned char const* data, unsigned int bits, int position) {
+void BitStream::writeBitData(unsigned char const* data, unsigned int bits, int position) noexcept {
     unsigned int start = 0;
     mError = mError || data == nullptr;
     if (!begin(bits, INVALID_SIZE, position, &start)) {
@@ -277,7 +278,7 @@ void BitStream::writeBitData(unsigned char const* data, unsigned int bits, int p
     endAt(start + bits, position);
 }
 
-void BitStream::copy(BitStream const& source, int position) {
+void BitStream::copy(BitStream const& source, int position) noexcept {
     unsigned int const bits = source.mBitSize;
     unsigned int start = 0;
     if (!begin(bits, INVALID_SIZE, position, &start)) {
@@ -301,19 +302,19 @@ void BitStream::copy(BitStream const& source, int position) {
     endAt(last + rest, position);
 }
 
-bool serialize(unsigned short value, unsigned char* bytes) {
+bool serialize(unsigned short value, unsigned char* bytes) noexcept {
     return serializeLowFirst(value, bytes);
 }
 
-bool serialize(unsigned int value, unsigned char* bytes) {
+bool serialize(unsigned int value, unsigned char* bytes) noexcept {
     return serializeLowFirst(value, bytes);
 }
 
-bool unserialize(unsigned char* bytes, unsigned short* value) {
+bool unserialize(unsigned char* bytes, unsigned short* value) noexcept {
     return unserializeNative(bytes, value);
 }
 
-bool unserialize(unsigned char* bytes, unsigned int* value) {
+bool unserialize(unsigned char* bytes, unsigned int* value) noexcept {
     return unserializeNative(bytes, value);
 }
 

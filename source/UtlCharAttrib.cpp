@@ -4,7 +4,6 @@
 #include "UtlWorkingBuffer.h"
 #include "internal/text/UtlCharDecoder.h"
 #include "internal/text/UtlCharKind.h"
-#include "internal/text/UtlRowMatch.h"
 
 namespace utl {
 
@@ -23,43 +22,43 @@ unsigned int runBytes(char const* text, unsigned int CharKind::*member, unsigned
     return bytes;
 }
 
-/// A sign is there, of this many bytes; digits have to follow.
+/// The size of a number that begins with a sign of `signBytes` bytes; digits must follow.
 unsigned int signedSize(char const* text, unsigned int signBytes, unsigned int digitAttribute) {
     unsigned int const digits = runBytes(text + signBytes, &CharKind::rows, digitAttribute);
     return digits != 0 ? signBytes + digits : INVALID_SIZE;
 }
 
-/// Digits and letters in hexadecimal; a prefix or a suffix may belong to them, but not both.
+/// The size of hexadecimal digits and letters with a prefix or a suffix, but not both.
 unsigned int hexSize(char const* text, CodeTableRow const* prefixes, unsigned int digitAttribute,
                      unsigned int suffixPart) {
     unsigned int size = 0;
     bool const hasPrefix = findCodeTable(text, prefixes, &size) != nullptr;
     unsigned int const digits = runBytes(text + size, &CharKind::rows, digitAttribute);
     size += digits;
-    CharKind const& behind = charKind(text + size);
-    bool const hasSuffix = (behind.parts & suffixPart) != 0;
+    CharKind const& next = charKind(text + size);
+    bool const hasSuffix = (next.parts & suffixPart) != 0;
     if (digits == 0 || (hasPrefix && hasSuffix)) {
         return INVALID_SIZE;
     }
-    return hasSuffix ? size + behind.bytes : size;
+    return hasSuffix ? size + next.bytes : size;
 }
 
-/// A kana that is voiced, or that the mark behind it makes so; two characters that are one row of the table
-/// are such a kana and its mark. Small kana belong to it.
+/// The size of a kana that is voiced, by itself or by the mark after it, and of the small kana after that.
+/// Two characters that are one row of the table are such a kana and its mark.
 unsigned int voicedSize(char const* text, CharKind const& kana, unsigned int attribute, unsigned int markPart,
                         unsigned int smallPart) {
     unsigned int size = kana.bytes;
     if ((kana.rows & attribute) == 0) {
-        CharKind const& behind = charKind(text + size);
-        if ((behind.parts & markPart) == 0) {
+        CharKind const& next = charKind(text + size);
+        if ((next.parts & markPart) == 0) {
             return INVALID_SIZE;
         }
-        size += behind.bytes;
+        size += next.bytes;
     }
     return size + runBytes(text + size, &CharKind::parts, smallPart);
 }
 
-/// The unit of one attribute that may begin with the character at `text`, which is of this kind.
+/// The size of the unit of one attribute that may begin with the character at `text`, which is of this kind.
 unsigned int unitSize(char const* text, CharKind const& kind, unsigned int attribute) {
     switch (attribute) {
         case ATTRIB_HAN_SIGNED:
@@ -92,7 +91,7 @@ unsigned int highestBit(unsigned int mask) {
     return 0x80000000U >> static_cast<unsigned int>(__builtin_clz(mask));
 }
 
-/// The unit of the highest of these attributes that has one.
+/// The size of the unit of the highest of these attributes that has one.
 unsigned int highestUnitSize(char const* text, CharKind const& kind, unsigned int attributes) {
     unsigned int bit = 0;
     for (unsigned int left = kind.starts & attributes; left != 0; left ^= bit) {
@@ -126,8 +125,8 @@ constexpr unsigned int MARK_PARTS =
     PART_HAN_DAKUTEN | PART_ZEN_DAKUTEN | PART_HAN_HANDAKUTEN | PART_ZEN_HANDAKUTEN;
 constexpr unsigned int SMALL_PARTS = PART_HAN_KATA_YOUSOKU | PART_ZEN_KATA_YOUSOKU | PART_HIRA_YOUSOKU;
 
-/// Steps over the character at `*text`, which is of kind `**kind` and of `BYTES` bytes if it is in a table,
-/// if it surely is a unit by itself: no number, and no part of it behind.
+/// Skips the character at `*text`, which is of kind `**kind` and of `BYTES` bytes if it is in a table, if it
+/// surely is a unit by itself: no number, and followed by no part of it.
 template <unsigned int BYTES>
 bool skipLoneUnit(char const** text, CharKind const** kind, unsigned int attributes) {
     unsigned int const candidates = (*kind)->starts & attributes;
@@ -135,13 +134,13 @@ bool skipLoneUnit(char const** text, CharKind const** kind, unsigned int attribu
     if (alone == 0 || (candidates & NUMBER_ATTRIBUTES) != 0) {
         return false;
     }
-    CharKind const& behind = charKind(*text + BYTES);
+    CharKind const& next = charKind(*text + BYTES);
     unsigned int const parts = (alone & VOICED_ATTRIBUTES) != 0 ? MARK_PARTS | SMALL_PARTS : MARK_PARTS;
-    if ((behind.parts & parts) != 0) {
+    if ((next.parts & parts) != 0) {
         return false;
     }
     *text += BYTES;
-    *kind = &behind;
+    *kind = &next;
     return true;
 }
 
@@ -149,8 +148,8 @@ bool skipLoneUnit(char const** text, CharKind const** kind, unsigned int attribu
 bool isMadeOf(char const* text, unsigned int attributes) {
     CharKind const* kind = &charKind(text);
     while (*text != '\0') {
-        // The length comes from a branch and not from the table, so that the processor looks at the next
-        // character before it knows all of this one.
+        // The length comes from a branch and not from the table, so that the processor can begin with the
+        // next character before it is done with this one.
         bool const isAscii = static_cast<unsigned char>(*text) < ASCII_SLOTS;
         if (isAscii ? skipLoneUnit<1>(&text, &kind, attributes) : skipLoneUnit<3>(&text, &kind, attributes)) {
             continue;
@@ -168,7 +167,7 @@ bool isMadeOf(char const* text, unsigned int attributes) {
 }  // namespace
 
 template <typename T>
-T* findCodeTable(T const* text, CodeTableRow const* table, unsigned int* position) {
+T* findCodeTable(T const* text, CodeTableRow const* table, unsigned int* position) noexcept {
     if (text == nullptr || table == nullptr || position == nullptr) {
         return nullptr;
     }
@@ -184,12 +183,12 @@ T* findCodeTable(T const* text, CodeTableRow const* table, unsigned int* positio
 }
 
 template <typename T>
-unsigned int attribBlockSize(T const* text, int attribute) {
+unsigned int attribBlockSize(T const* text, int attribute) noexcept {
     return text != nullptr ? blockSize(text, static_cast<unsigned int>(attribute)) : INVALID_SIZE;
 }
 
 template <typename T>
-bool isStrAttribBase(T const* text, int attribute) {
+bool isStrAttribBase(T const* text, int attribute) noexcept {
     auto const attributes = static_cast<unsigned int>(attribute);
     bool const isEmpty = text == nullptr || *text == '\0';
     return isEmpty ? (attributes & ATTRIB_NUL) != 0 : isMadeOf(text, attributes);
@@ -206,7 +205,7 @@ bool isCharAttribBase(T const* text, int attribute) {
     if (isBom || bytes == INVALID_SIZE) {
         return false;
     }
-    return copyStrBase<T>(character.get(), character.size(), text, bytes, 0) != INVALID_SIZE &&
+    return copyStrBase<T>(character.get(), character.size(), text, bytes, TRUNCATE_OFF) != INVALID_SIZE &&
            isStrAttribBase<T>(character.get(), attribute);
 }
 

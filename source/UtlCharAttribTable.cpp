@@ -1,4 +1,4 @@
-// The code tables of Japanese text, and what they say of each character.
+// The code tables of Japanese text, and what they say about each character.
 
 #include "UtlCharAttrib.h"
 #include "internal/text/UtlCharKind.h"
@@ -6,12 +6,9 @@
 
 namespace utl {
 
-/// Defines a code table by the list of its rows.
-#define UTL_CODE_TABLE(NAME, LIST)            \
-    UTL_ROW_TEXTS(NAME, RowForms::ONE, LIST); \
-    UTL_TABLE(CodeTableRow, NAME, codeTableImage)
+#define UTL_CODE_TABLE(NAME, LIST) UTL_TEXT_TABLE(DualTypeImage, NAME, LIST)
 
-// --- ASCII and what stands in its place in full width
+// --- ASCII and what replaces it in full width
 
 UTL_CODE_TABLE(KAIGYO_TBL, "\r \n");
 UTL_CODE_TABLE(TAB_FF_TBL, "\t \v \f");
@@ -75,95 +72,90 @@ UTL_CODE_TABLE(ZEN_DAKUTEN_TBL, "゛");
 UTL_CODE_TABLE(HAN_HANDAKUTEN_TBL, "ﾟ");
 UTL_CODE_TABLE(ZEN_HANDAKUTEN_TBL, "゜");
 
-// --- what the tables say of each character
+// --- what the tables say about each character
 
 namespace {
 
 using SlotMember = unsigned int CharKind::*;
 
 /// Sets `bit` in the member for every character that is a row of the table; a row of several characters is
-/// left out, since it says nothing of its first one alone.
-template <unsigned int COUNT>
-constexpr void mark(CharKinds* kinds, RowTexts<char, COUNT> const& table, SlotMember member,
-                    unsigned int bit) {
-    for (char const* text : table.first) {
-        unsigned int const slot = charSlot(text);
-        if (text[slotBytes(slot)] == '\0') {
+/// left out, since it says nothing about its first one alone.
+constexpr void mark(CharKinds* kinds, DualTypeImage const* table, SlotMember member, unsigned int bit) {
+    for (DualTypeImage const* row = table; row->narrow != nullptr; ++row) {
+        unsigned int const slot = charSlot(row->narrow);
+        if (row->narrow[slotBytes(slot)] == '\0') {
             kinds->bySlot[slot].*member |= bit;
         }
     }
 }
 
-template <unsigned int COUNT>
-constexpr void markRows(CharKinds* kinds, RowTexts<char, COUNT> const& table, int attribute) {
+constexpr void markRows(CharKinds* kinds, DualTypeImage const* table, int attribute) {
     mark(kinds, table, &CharKind::rows, static_cast<unsigned int>(attribute));
     mark(kinds, table, &CharKind::starts, static_cast<unsigned int>(attribute));
 }
 
-template <unsigned int COUNT>
-constexpr void markParts(CharKinds* kinds, RowTexts<char, COUNT> const& table, unsigned int part) {
+constexpr void markParts(CharKinds* kinds, DualTypeImage const* table, unsigned int part) {
     mark(kinds, table, &CharKind::parts, part);
 }
 
 /// A unit of these attributes may begin with an unvoiced kana, if a mark follows.
-template <unsigned int COUNT>
-constexpr void markUnvoiced(CharKinds* kinds, RowTexts<char, COUNT> const& table, int attributes) {
+constexpr void markUnvoiced(CharKinds* kinds, DualTypeImage const* table, int attributes) {
     mark(kinds, table, &CharKind::starts, static_cast<unsigned int>(attributes));
 }
 
 constexpr void markCommonText(CharKinds* kinds) {
-    markRows(kinds, KAIGYO_TBL_NARROW, ATTRIB_KAIGYO);
-    markRows(kinds, TAB_FF_TBL_NARROW, ATTRIB_TAB_FF);
-    markRows(kinds, CTL_OTHER_TBL_NARROW, ATTRIB_CTL_OTHER);
-    markRows(kinds, HAN_SPACE_TBL_NARROW, ATTRIB_HAN_SPACE);
-    markRows(kinds, ZEN_SPACE_TBL_NARROW, ATTRIB_ZEN_SPACE);
-    markRows(kinds, HAN_MARK_TBL_NARROW, ATTRIB_HAN_MARK);
-    markRows(kinds, ZEN_MARK_TBL_NARROW, ATTRIB_ZEN_MARK);
-    markRows(kinds, LOWER_HAN_HEX_ALPHA_TBL_NARROW, ATTRIB_LOWER_HAN_HEX);
-    markRows(kinds, LOWER_ZEN_HEX_ALPHA_TBL_NARROW, ATTRIB_LOWER_ZEN_HEX);
-    markRows(kinds, LOWER_HAN_NOHEX_ALPHA_TBL_NARROW, ATTRIB_LOWER_HAN_NOHEX);
-    markRows(kinds, LOWER_ZEN_NOHEX_ALPHA_TBL_NARROW, ATTRIB_LOWER_ZEN_NOHEX);
-    markRows(kinds, UPPER_HAN_HEX_ALPHA_TBL_NARROW, ATTRIB_UPPER_HAN_HEX);
-    markRows(kinds, UPPER_ZEN_HEX_ALPHA_TBL_NARROW, ATTRIB_UPPER_ZEN_HEX);
-    markRows(kinds, UPPER_HAN_NOHEX_ALPHA_TBL_NARROW, ATTRIB_UPPER_HAN_NOHEX);
-    markRows(kinds, UPPER_ZEN_NOHEX_ALPHA_TBL_NARROW, ATTRIB_UPPER_ZEN_NOHEX);
+    markRows(kinds, KAIGYO_TBL_IMAGE.rows, ATTRIB_KAIGYO);
+    markRows(kinds, TAB_FF_TBL_IMAGE.rows, ATTRIB_TAB_FF);
+    markRows(kinds, CTL_OTHER_TBL_IMAGE.rows, ATTRIB_CTL_OTHER);
+    markRows(kinds, HAN_SPACE_TBL_IMAGE.rows, ATTRIB_HAN_SPACE);
+    markRows(kinds, ZEN_SPACE_TBL_IMAGE.rows, ATTRIB_ZEN_SPACE);
+    markRows(kinds, HAN_MARK_TBL_IMAGE.rows, ATTRIB_HAN_MARK);
+    markRows(kinds, ZEN_MARK_TBL_IMAGE.rows, ATTRIB_ZEN_MARK);
+    markRows(kinds, LOWER_HAN_HEX_ALPHA_TBL_IMAGE.rows, ATTRIB_LOWER_HAN_HEX);
+    markRows(kinds, LOWER_ZEN_HEX_ALPHA_TBL_IMAGE.rows, ATTRIB_LOWER_ZEN_HEX);
+    markRows(kinds, LOWER_HAN_NOHEX_ALPHA_TBL_IMAGE.rows, ATTRIB_LOWER_HAN_NOHEX);
+    markRows(kinds, LOWER_ZEN_NOHEX_ALPHA_TBL_IMAGE.rows, ATTRIB_LOWER_ZEN_NOHEX);
+    markRows(kinds, UPPER_HAN_HEX_ALPHA_TBL_IMAGE.rows, ATTRIB_UPPER_HAN_HEX);
+    markRows(kinds, UPPER_ZEN_HEX_ALPHA_TBL_IMAGE.rows, ATTRIB_UPPER_ZEN_HEX);
+    markRows(kinds, UPPER_HAN_NOHEX_ALPHA_TBL_IMAGE.rows, ATTRIB_UPPER_HAN_NOHEX);
+    markRows(kinds, UPPER_ZEN_NOHEX_ALPHA_TBL_IMAGE.rows, ATTRIB_UPPER_ZEN_NOHEX);
 }
 
 constexpr void markNumbers(CharKinds* kinds) {
-    markRows(kinds, HAN_DIGIT_TBL_NARROW, ATTRIB_HAN_DIGIT);
-    markRows(kinds, ZEN_DIGIT_TBL_NARROW, ATTRIB_ZEN_DIGIT);
-    markRows(kinds, HAN_SIGN_TBL_NARROW, ATTRIB_HAN_SIGNED);
-    markRows(kinds, ZEN_SIGN_TBL_NARROW, ATTRIB_ZEN_SIGNED);
-    markRows(kinds, HAN_DIGIT_TBL_NARROW, ATTRIB_HAN_HEX);
-    markRows(kinds, LOWER_HAN_HEX_ALPHA_TBL_NARROW, ATTRIB_HAN_HEX);
-    markRows(kinds, UPPER_HAN_HEX_ALPHA_TBL_NARROW, ATTRIB_HAN_HEX);
-    markRows(kinds, ZEN_DIGIT_TBL_NARROW, ATTRIB_ZEN_HEX);
-    markRows(kinds, LOWER_ZEN_HEX_ALPHA_TBL_NARROW, ATTRIB_ZEN_HEX);
-    markRows(kinds, UPPER_ZEN_HEX_ALPHA_TBL_NARROW, ATTRIB_ZEN_HEX);
-    markParts(kinds, HAN_HEX_SUFFIX_TBL_NARROW, PART_HAN_HEX_SUFFIX);
-    markParts(kinds, ZEN_HEX_SUFFIX_TBL_NARROW, PART_ZEN_HEX_SUFFIX);
+    markRows(kinds, HAN_DIGIT_TBL_IMAGE.rows, ATTRIB_HAN_DIGIT);
+    markRows(kinds, ZEN_DIGIT_TBL_IMAGE.rows, ATTRIB_ZEN_DIGIT);
+    markRows(kinds, HAN_SIGN_TBL_IMAGE.rows, ATTRIB_HAN_SIGNED);
+    markRows(kinds, ZEN_SIGN_TBL_IMAGE.rows, ATTRIB_ZEN_SIGNED);
+    markRows(kinds, HAN_DIGIT_TBL_IMAGE.rows, ATTRIB_HAN_HEX);
+    markRows(kinds, LOWER_HAN_HEX_ALPHA_TBL_IMAGE.rows, ATTRIB_HAN_HEX);
+    markRows(kinds, UPPER_HAN_HEX_ALPHA_TBL_IMAGE.rows, ATTRIB_HAN_HEX);
+    markRows(kinds, ZEN_DIGIT_TBL_IMAGE.rows, ATTRIB_ZEN_HEX);
+    markRows(kinds, LOWER_ZEN_HEX_ALPHA_TBL_IMAGE.rows, ATTRIB_ZEN_HEX);
+    markRows(kinds, UPPER_ZEN_HEX_ALPHA_TBL_IMAGE.rows, ATTRIB_ZEN_HEX);
+    markParts(kinds, HAN_HEX_SUFFIX_TBL_IMAGE.rows, PART_HAN_HEX_SUFFIX);
+    markParts(kinds, ZEN_HEX_SUFFIX_TBL_IMAGE.rows, PART_ZEN_HEX_SUFFIX);
 }
 
 constexpr void markKana(CharKinds* kinds) {
-    markRows(kinds, NODAKU_HAN_KATA_TBL_NARROW, ATTRIB_NODAKU_HAN_KATA);
-    markRows(kinds, NODAKU_ZEN_KATA_TBL_NARROW, ATTRIB_NODAKU_ZEN_KATA);
-    markRows(kinds, DAKU_HAN_KATA_TBL_NARROW, ATTRIB_DAKU_HAN_KATA);
-    markRows(kinds, DAKU_ZEN_KATA_TBL_NARROW, ATTRIB_DAKU_ZEN_KATA);
-    markRows(kinds, HANDAKU_HAN_KATA_TBL_NARROW, ATTRIB_HANDAKU_HAN_KATA);
-    markRows(kinds, HANDAKU_ZEN_KATA_TBL_NARROW, ATTRIB_HANDAKU_ZEN_KATA);
-    markRows(kinds, NODAKU_HIRA_TBL_NARROW, ATTRIB_NODAKU_HIRA);
-    markRows(kinds, DAKU_HIRA_TBL_NARROW, ATTRIB_DAKU_HIRA);
-    markRows(kinds, HANDAKU_HIRA_TBL_NARROW, ATTRIB_HANDAKU_HIRA);
-    markUnvoiced(kinds, NODAKU_HAN_KATA_TBL_NARROW, ATTRIB_DAKU_HAN_KATA | ATTRIB_HANDAKU_HAN_KATA);
-    markUnvoiced(kinds, NODAKU_ZEN_KATA_TBL_NARROW, ATTRIB_DAKU_ZEN_KATA | ATTRIB_HANDAKU_ZEN_KATA);
-    markUnvoiced(kinds, NODAKU_HIRA_TBL_NARROW, ATTRIB_DAKU_HIRA | ATTRIB_HANDAKU_HIRA);
-    markParts(kinds, HAN_DAKUTEN_TBL_NARROW, PART_HAN_DAKUTEN);
-    markParts(kinds, ZEN_DAKUTEN_TBL_NARROW, PART_ZEN_DAKUTEN);
-    markParts(kinds, HAN_HANDAKUTEN_TBL_NARROW, PART_HAN_HANDAKUTEN);
-    markParts(kinds, ZEN_HANDAKUTEN_TBL_NARROW, PART_ZEN_HANDAKUTEN);
-    markParts(kinds, HAN_KATA_YOUSOKU_TBL_NARROW, PART_HAN_KATA_YOUSOKU);
-    markParts(kinds, ZEN_KATA_YOUSOKU_TBL_NARROW, PART_ZEN_KATA_YOUSOKU);
-    markParts(kinds, HIRA_YOUSOKU_TBL_NARROW, PART_HIRA_YOUSOKU);
+    markRows(kinds, NODAKU_HAN_KATA_TBL_IMAGE.rows, ATTRIB_NODAKU_HAN_KATA);
+    markRows(kinds, NODAKU_ZEN_KATA_TBL_IMAGE.rows, ATTRIB_NODAKU_ZEN_KATA);
+    markRows(kinds, DAKU_HAN_KATA_TBL_IMAGE.rows, ATTRIB_DAKU_HAN_KATA);
+    markRows(kinds, DAKU_ZEN_KATA_TBL_IMAGE.rows, ATTRIB_DAKU_ZEN_KATA);
+    markRows(kinds, HANDAKU_HAN_KATA_TBL_IMAGE.rows, ATTRIB_HANDAKU_HAN_KATA);
+    markRows(kinds, HANDAKU_ZEN_KATA_TBL_IMAGE.rows, ATTRIB_HANDAKU_ZEN_KATA);
+    markRows(kinds, NODAKU_HIRA_TBL_IMAGE.rows, ATTRIB_NODAKU_HIRA);
+    markRows(kinds, DAKU_HIRA_TBL_IMAGE.rows, ATTRIB_DAKU_HIRA);
+    markRows(kinds, HANDAKU_HIRA_TBL_IMAGE.rows, ATTRIB_HANDAKU_HIRA);
+    markUnvoiced(kinds, NODAKU_HAN_KATA_TBL_IMAGE.rows, ATTRIB_DAKU_HAN_KATA | ATTRIB_HANDAKU_HAN_KATA);
+    markUnvoiced(kinds, NODAKU_ZEN_KATA_TBL_IMAGE.rows, ATTRIB_DAKU_ZEN_KATA | ATTRIB_HANDAKU_ZEN_KATA);
+    markUnvoiced(kinds, NODAKU_HIRA_TBL_IMAGE.rows, ATTRIB_DAKU_HIRA | ATTRIB_HANDAKU_HIRA);
+    markParts(kinds, HAN_DAKUTEN_TBL_IMAGE.rows, PART_HAN_DAKUTEN);
+    markParts(kinds, ZEN_DAKUTEN_TBL_IMAGE.rows, PART_ZEN_DAKUTEN);
+    markParts(kinds, HAN_HANDAKUTEN_TBL_IMAGE.rows, PART_HAN_HANDAKUTEN);
+    markParts(kinds, ZEN_HANDAKUTEN_TBL_IMAGE.rows, PART_ZEN_HANDAKUTEN);
+    markParts(kinds, HAN_KATA_YOUSOKU_TBL_IMAGE.rows, PART_HAN_KATA_YOUSOKU);
+    markParts(kinds, ZEN_KATA_YOUSOKU_TBL_IMAGE.rows, PART_ZEN_KATA_YOUSOKU);
+    markParts(kinds, HIRA_YOUSOKU_TBL_IMAGE.rows, PART_HIRA_YOUSOKU);
 }
 
 constexpr CharKinds makeCharKinds() {

@@ -3,8 +3,9 @@
 #include <cstring>
 #include <cwchar>
 
+#include "internal/base/UtlSetIfGiven.h"
 #include "internal/text/UtlCharDecoder.h"
-#include "internal/text/UtlCharSetOutput.h"
+#include "internal/text/UtlCharSetLoop.h"
 #include "internal/text/UtlSjisTable.h"
 #include "internal/text/UtlUtf8Triple.h"
 
@@ -12,26 +13,31 @@ namespace utl {
 
 namespace {
 
+/// Which of a unit's two bytes is the high one.
+constexpr unsigned int highByteIndex(int order) {
+    return order == BYTE_ORDER_HIGH_FIRST ? 0 : 1;
+}
+
 constexpr unsigned short BYTE_ORDER_MARK = 0xFEFF;
 constexpr unsigned short SWAPPED_BYTE_ORDER_MARK = 0xFFFE;
 
 // An upper bound for one character in any form of the text.
 constexpr unsigned int MAX_CHAR_BYTES = 6;
 
-/// Settled by the first comparison for nearly all text.
+/// The first comparison decides for nearly all text.
 constexpr bool isMark(unsigned short unit) {
     return unit >= BYTE_ORDER_MARK && (unit == BYTE_ORDER_MARK || unit == SWAPPED_BYTE_ORDER_MARK);
 }
 
-/// Puts the bytes of a unit that is no mark.
+/// Writes the bytes of a unit that is no mark.
 template <typename OUTPUT>
-UTL_EACH_CHAR inline Step putUtf8(OUTPUT* output, unsigned short unit) {
-    return putSequence(unit, [output](auto... bytes) UTL_EACH_CHAR_LAMBDA { return output->put(bytes...); });
+UTL_ALWAYS_INLINE inline Step putUtf8(OUTPUT* output, unsigned short unit) {
+    return putSequence(unit, [output](auto... bytes) UTL_ALWAYS_INLINE { return output->put(bytes...); });
 }
 
-/// Puts the unit of the sequence of `BYTES` bytes at `*text`, which moves on. A broken one ends the text.
+/// Writes the unit of the sequence of `BYTES` bytes at `*text`, which advances. A broken one ends the text.
 template <unsigned int BYTES, typename OUTPUT>
-UTL_EACH_CHAR inline Step putUnit(char const** text, OUTPUT* output) {
+UTL_ALWAYS_INLINE inline Step putUnit(char const** text, OUTPUT* output) {
     unsigned int const value = sequenceValue(*text, BYTES);
     if (value == INVALID_SIZE) {
         return Step::END;
@@ -66,7 +72,7 @@ unsigned int terminate(T* dst, unsigned int dstSize, int written) {
     return static_cast<unsigned int>(written) + 1;
 }
 
-/// The result for text that is empty or has no place to go to.
+/// The result for text that is empty or has no destination.
 template <typename T>
 unsigned int terminateEmpty(T* dst) {
     if (dst == nullptr) {
@@ -76,7 +82,7 @@ unsigned int terminateEmpty(T* dst) {
     return 1;
 }
 
-/// Units in front of a zero unit, `limit` at most.
+/// Units before a zero unit, `limit` at most.
 unsigned int boundedUnits(unsigned short const* src, unsigned int limit) {
     unsigned int count = 0;
     while (count < limit && src[count] != 0) {
@@ -87,30 +93,30 @@ unsigned int boundedUnits(unsigned short const* src, unsigned int limit) {
 
 }  // namespace
 
-unsigned int convertCharFromUtf16ToUtf8(char* dst, unsigned int dstSize, unsigned short code, int* bomKind) {
+unsigned int convertCharFromUtf16ToUtf8(char* dst, unsigned int dstSize, unsigned short code,
+                                        int* bomKind) noexcept {
     if (!isMark(code)) {
         CharOutput output(dst, dstSize);
         putUtf8(&output, code);
         return output.result();
     }
-    if (bomKind != nullptr) {
-        *bomKind = code == BYTE_ORDER_MARK ? 1 : 2;
-    }
+    setIfGiven(bomKind, code == BYTE_ORDER_MARK ? BOM_KIND_SAME_ORDER : BOM_KIND_OTHER_ORDER);
     return 0;
 }
 
-unsigned int convertStrFromUtf16ToUtf8(char* dst, unsigned int dstSize, unsigned short const* src) {
-    return convertText(dst, dstSize, src, [](unsigned short unit, auto* output) UTL_EACH_CHAR_LAMBDA {
+unsigned int convertStrFromUtf16ToUtf8(char* dst, unsigned int dstSize, unsigned short const* src) noexcept {
+    return convertText(dst, dstSize, src, [](unsigned short unit, auto* output) UTL_ALWAYS_INLINE {
         return isMark(unit) ? Step::FAILED : putUtf8(output, unit);
     });
 }
 
-unsigned int convertCharFromUtf8ToUtf16(unsigned short* dst, char const* src, unsigned int* consumed) {
+unsigned int convertCharFromUtf8ToUtf16(unsigned short* dst, char const* src,
+                                        unsigned int* consumed) noexcept {
     unsigned int const bytes = src != nullptr ? charBytes(src) : 0;
     if (dst == nullptr || !isCharacter(bytes)) {
         return INVALID_SIZE;
     }
-    tellCovered(bytes, consumed);
+    setIfGiven(consumed, bytes);
     if (bytes > 3) {
         return INVALID_SIZE;
     }
@@ -118,9 +124,9 @@ unsigned int convertCharFromUtf8ToUtf16(unsigned short* dst, char const* src, un
     return 1;
 }
 
-unsigned int convertStrFromUtf8ToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) {
+unsigned int convertStrFromUtf8ToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) noexcept {
     return convertText(dst, dstSize, src,
-                       [](char const** text, char const* end, auto* output) UTL_EACH_CHAR_LAMBDA {
+                       [](char const** text, char const* end, auto* output) UTL_ALWAYS_INLINE {
                            Utf8Triple const triple(*text, end);
                            if (triple.isWhole() && triple.value() >= 0x800) {
                                *text += 3;
@@ -167,16 +173,16 @@ unsigned int convertStrFromWcharToTchar(char* dst, unsigned int dstSize, wchar_t
     return terminate(dst, dstSize, jk_wctomb(dst, dstSize, src, static_cast<int>(count), EN_KCP_UTF8));
 }
 
-unsigned int convertStrFromTcharToChar(char* dst, unsigned int dstSize, char const* src) {
+unsigned int convertStrFromTcharToChar(char* dst, unsigned int dstSize, char const* src) noexcept {
     return copyBytes(dst, dstSize, src);
 }
 
-unsigned int convertStrFromCharToTchar(char* dst, unsigned int dstSize, char const* src) {
+unsigned int convertStrFromCharToTchar(char* dst, unsigned int dstSize, char const* src) noexcept {
     return copyBytes(dst, dstSize, src);
 }
 
 unsigned int convertStrFromDcharToUint8(unsigned char* dst, unsigned int dstSize, unsigned short const* src,
-                                        unsigned int length, int order) {
+                                        unsigned int length, int order) noexcept {
     if (src == nullptr) {
         return INVALID_SIZE;
     }
@@ -187,7 +193,7 @@ unsigned int convertStrFromDcharToUint8(unsigned char* dst, unsigned int dstSize
     if (dst == nullptr || 2 * count > dstSize) {
         return INVALID_SIZE;
     }
-    unsigned int const high = order == 1 ? 0 : 1;
+    unsigned int const high = highByteIndex(order);
     for (unsigned int i = 0; i < count; ++i) {
         dst[2 * i + high] = static_cast<unsigned char>(src[i] >> 8U);
         dst[2 * i + 1 - high] = static_cast<unsigned char>(src[i] & 0xFFU);
@@ -196,7 +202,7 @@ unsigned int convertStrFromDcharToUint8(unsigned char* dst, unsigned int dstSize
 }
 
 unsigned int convertBinFromUint8ToDchar(unsigned short* dst, unsigned int dstCount, unsigned char const* src,
-                                        unsigned int size, int order) {
+                                        unsigned int size, int order) noexcept {
     if (src == nullptr || size % 2 != 0) {
         return INVALID_SIZE;
     }
@@ -207,7 +213,7 @@ unsigned int convertBinFromUint8ToDchar(unsigned short* dst, unsigned int dstCou
     if (dst == nullptr || count > dstCount) {
         return INVALID_SIZE;
     }
-    unsigned int const high = order == 1 ? 0 : 1;
+    unsigned int const high = highByteIndex(order);
     for (unsigned int i = 0; i < count; ++i) {
         dst[i] = static_cast<unsigned short>(src[2 * i + high] << 8U | src[2 * i + 1 - high]);
     }

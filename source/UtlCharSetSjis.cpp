@@ -1,12 +1,22 @@
 #include "UtlCharSet.h"
-#include "internal/text/UtlCharSetOutput.h"
+#include "internal/base/UtlSetIfGiven.h"
+#include "internal/text/UtlCharSetLoop.h"
 #include "internal/text/UtlSjisTable.h"
 
 namespace utl {
 
 namespace {
 
-/// A byte that stands for itself: the one case in which null takes room for the character.
+/// Writes the bytes of a number, high byte first, without leading zero bytes; 0 is one byte.
+template <typename OUTPUT>
+UTL_ALWAYS_INLINE inline Step putNumber(OUTPUT* output, unsigned int number) {
+    if (number >= 0x10000U) {
+        return output->put(number >> 16U, number >> 8U, number);
+    }
+    return number >= 0x100U ? output->put(number >> 8U, number) : output->put(number);
+}
+
+/// Stores a byte that stands for itself. Only here null counts as room for the character.
 unsigned int storeLiteral(char* dst, unsigned int dstSize, char literal) {
     if (dst != nullptr && dstSize != 0) {
         *dst = literal;
@@ -14,7 +24,7 @@ unsigned int storeLiteral(char* dst, unsigned int dstSize, char literal) {
     return 1;
 }
 
-/// A character that is no literal.
+/// Stores a character that is no literal.
 unsigned int storeNumber(char* dst, unsigned int dstSize, unsigned int number) {
     CharOutput output(dst, dstSize);
     putNumber(&output, number);
@@ -24,19 +34,19 @@ unsigned int storeNumber(char* dst, unsigned int dstSize, unsigned int number) {
 }  // namespace
 
 unsigned int convertCharFromUtf8ToSjis(char* dst, unsigned int dstSize, char const* src,
-                                       unsigned int* consumed) {
+                                       unsigned int* consumed) noexcept {
     if (src == nullptr) {
         return INVALID_SIZE;
     }
     Utf8Char const character = utf8CharAt(src);
-    tellCovered(character.mBytes, consumed);
+    setIfGiven(consumed, character.mBytes);
     return character.mIsLiteral ? storeLiteral(dst, dstSize, *src)
                                 : storeNumber(dst, dstSize, character.mSjis);
 }
 
-unsigned int convertStrFromUtf8ToSjis(char* dst, unsigned int dstSize, char const* src) {
+unsigned int convertStrFromUtf8ToSjis(char* dst, unsigned int dstSize, char const* src) noexcept {
     return convertText(dst, dstSize, src,
-                       [](char const** text, char const* end, auto* output) UTL_EACH_CHAR_LAMBDA {
+                       [](char const** text, char const* end, auto* output) UTL_ALWAYS_INLINE {
                            Utf8Char const character = utf8CharAt(*text, end);
                            *text += character.mBytes;
                            return putNumber(output, character.mSjis);
@@ -44,46 +54,45 @@ unsigned int convertStrFromUtf8ToSjis(char* dst, unsigned int dstSize, char cons
 }
 
 unsigned int convertCharFromSjisToUtf8(char* dst, unsigned int dstSize, char const* src,
-                                       unsigned int* consumed) {
+                                       unsigned int* consumed) noexcept {
     if (src == nullptr) {
         return INVALID_SIZE;
     }
     SjisChar const character = sjisCharAt(src);
-    tellCovered(character.mBytes, consumed);
+    setIfGiven(consumed, character.mBytes);
     return character.mKind == SjisKind::LITERAL ? storeLiteral(dst, dstSize, *src)
                                                 : storeNumber(dst, dstSize, character.mpRecord->mUtf8);
 }
 
-unsigned int convertStrFromSjisToUtf8(char* dst, unsigned int dstSize, char const* src) {
-    return convertText(
-        dst, dstSize, src, [](char const** text, char const*, auto* output) UTL_EACH_CHAR_LAMBDA {
-            SjisChar const character = sjisCharAt(*text);
-            auto const literal = static_cast<unsigned char>(**text);
-            *text += character.mBytes;
-            return character.mKind == SjisKind::LITERAL ? output->put(literal)
-                                                        : putNumber(output, utf8InText(character));
-        });
+unsigned int convertStrFromSjisToUtf8(char* dst, unsigned int dstSize, char const* src) noexcept {
+    return convertText(dst, dstSize, src, [](char const** text, char const*, auto* output) UTL_ALWAYS_INLINE {
+        SjisChar const character = sjisCharAt(*text);
+        auto const literal = static_cast<unsigned char>(**text);
+        *text += character.mBytes;
+        return character.mKind == SjisKind::LITERAL ? output->put(literal)
+                                                    : putNumber(output, utf8InText(character));
+    });
 }
 
-unsigned int convertCharFromSjisToUtf16(unsigned short* dst, char const* src, unsigned int* consumed) {
+unsigned int convertCharFromSjisToUtf16(unsigned short* dst, char const* src,
+                                        unsigned int* consumed) noexcept {
     if (dst == nullptr || src == nullptr) {
         return INVALID_SIZE;
     }
     SjisChar const character = sjisCharAt(src);
     bool const isLiteral = character.mKind == SjisKind::LITERAL;
     *dst = isLiteral ? static_cast<unsigned char>(*src) : character.mpRecord->mUtf16;
-    tellCovered(character.mBytes, consumed);
+    setIfGiven(consumed, character.mBytes);
     return isLiteral ? 2 : 1;
 }
 
-unsigned int convertStrFromSjisToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) {
-    return convertText(
-        dst, dstSize, src, [](char const** text, char const*, auto* output) UTL_EACH_CHAR_LAMBDA {
-            SjisChar const character = sjisCharAt(*text);
-            auto const literal = static_cast<unsigned char>(**text);
-            *text += character.mBytes;
-            return output->put(character.mKind == SjisKind::LITERAL ? literal : utf16InText(character));
-        });
+unsigned int convertStrFromSjisToUtf16(unsigned short* dst, unsigned int dstSize, char const* src) noexcept {
+    return convertText(dst, dstSize, src, [](char const** text, char const*, auto* output) UTL_ALWAYS_INLINE {
+        SjisChar const character = sjisCharAt(*text);
+        auto const literal = static_cast<unsigned char>(**text);
+        *text += character.mBytes;
+        return output->put(character.mKind == SjisKind::LITERAL ? literal : utf16InText(character));
+    });
 }
 
 }  // namespace utl

@@ -45,11 +45,11 @@ inline LogState& logState() {
     return *theState;
 }
 
-// Built at load at the latest: a signal handler must never be the first to log.
+// Constructed at load at the latest: a signal handler must never be the first to log.
 [[maybe_unused]] LogState& gBuiltAtLoad = logState();
 
-// Tells whether a line passes; only then is `name` filled in. A copy, because another thread may register the
-// type anew while this line is put together. The filter is all that most lines ever see, hence in line.
+// Returns whether a line passes; only then `name` is set. It is a copy, because another thread may register
+// the type again while this line is composed. Most lines get no further than this filter, so it is inline.
 inline bool passesFilter(int type, int level, char (&name)[NAME_SIZE]) {
     LogState& state = logState();
     SyncGuard const guard(state.tableLock);
@@ -64,9 +64,8 @@ inline bool passesFilter(int type, int level, char (&name)[NAME_SIZE]) {
     return true;
 }
 
-// The text as a format for a function that is given no arguments. What needs none, "%%" and "%m", keeps its
-// meaning; any other percent sign is doubled, so that it comes out as it stands and no argument is looked
-// for.
+// The text as a format for a function that gets no arguments. What needs none, "%%" and "%m", keeps its
+// meaning. Any other percent sign is doubled, so that it is written as it is and no argument is read.
 class PlainFormat {
   public:
     explicit PlainFormat(char const* text) : mpFormat(text) {
@@ -98,7 +97,7 @@ class PlainFormat {
     char mEscaped[2 * LINE_SIZE];
 };
 
-// The texts are formats without arguments on purpose: `PlainFormat` has made them harmless.
+// The texts are formats without arguments on purpose: `PlainFormat` has made them safe.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 
@@ -129,7 +128,7 @@ void writeBinary(int level, char const* text) {
     BinaryLogWrite(BINARY_CHANNEL, text, static_cast<unsigned int>(strlen(text)));
 }
 
-// The sinks behind the system log.
+// The sinks after the system log.
 void writeOtherSinks(int level, char const* text, LogSink* extraSink, SavedErrno const& callersErrno) {
     if (extraSink != nullptr) {
         extraSink->write(text);
@@ -138,7 +137,7 @@ void writeOtherSinks(int level, char const* text, LogSink* extraSink, SavedErrno
     writeBinary(level, text);
 }
 
-// Puts the message behind the first `begin` bytes of a zeroed line. A line that would be longer than
+// Writes the message after the first `begin` bytes of a zeroed line. A line that would be longer than
 // `lengthMax` ends there in the cut mark; one whose message could not be formatted ends in it after what
 // could be.
 [[gnu::format(printf, 4, 0)]] void appendMessage(char (&line)[LINE_SIZE], size_t begin, size_t lengthMax,
@@ -157,7 +156,7 @@ char* append(char* out, char const* text, size_t length) {
     return out + length;
 }
 
-// Stamp, blank, name and prefix; gives the length.
+// Writes stamp, blank, name and prefix; returns the length.
 size_t beginLine(char (&line)[LINE_SIZE], LogStamp const& stamp, char const* name, int level) {
     static_assert(LogStamp::LENGTH_MAX + 1 + LOG_NAME_LENGTH_MAX + PREFIX_LENGTH < LOG_LINE_LENGTH_MAX);
     char* out = append(line, stamp.text(), strlen(stamp.text()));
@@ -167,7 +166,7 @@ size_t beginLine(char (&line)[LINE_SIZE], LogStamp const& stamp, char const* nam
     return static_cast<size_t>(out - line);
 }
 
-// Kept out of the way of lines that are filtered out: these pay for no buffer.
+// Not inline, so that lines that are filtered out do not pay for the buffer.
 [[gnu::noinline, gnu::format(printf, 4, 0)]] void emitLine(char const* name, int level, LogSink* extraSink,
                                                            char const* format, va_list arguments) {
     SavedErrno const callersErrno;

@@ -8,7 +8,7 @@ namespace utl {
 
 namespace {
 
-/// A file as a sink; *one owner thread*, that of the file. Null takes nothing.
+/// A file as a sink; *one owner thread*, that of the file.
 class FileSink final : public LogSink {
   public:
     explicit FileSink(File* file) : mpFile(file) {}

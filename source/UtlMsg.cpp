@@ -22,7 +22,7 @@ int MsgDataBroker::getResult() {
 
 Msg::~Msg() = default;
 
-// Only the broker's result at the end counts: it keeps the first failure of any call before it.
+// Only the result of the broker at the end counts: it keeps a failure of any call before.
 int Msg::storeTo(MsgDataBroker* broker) const {
     if (broker == nullptr) {
         return 0;

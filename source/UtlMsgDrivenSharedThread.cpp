@@ -1,9 +1,9 @@
 #include "UtlMsgDrivenSharedThread.h"
 
 #include <climits>
-#include <utility>
 
 #include "UtlLog.h"
+#include "internal/message/UtlMsgSharedSteps.h"
 #include "internal/message/UtlTimerSteps.h"
 #include "internal/thread/UtlKeepAlive.h"
 
@@ -16,18 +16,16 @@ template class MsgDrivenSharedThread::JudgeMsgSpecifiedListener<MsgDrivenThread:
 
 namespace {
 
-constexpr char SOURCE_FILE[] = "source/UtlMsgDrivenSharedThread";
-
-constexpr unsigned int ID_BYTES = 4;
+constexpr unsigned int ID_BYTES = ThreadRawMsg::ID_BYTES;
 
 // What an envelope adds to a message: the listener's address, and the message's own id.
 constexpr unsigned int ENVELOPE_BYTES = sizeof(void*) + ID_BYTES;
 
-// The value of the index while no broadcast is handed round.
-constexpr int NO_WALK = INT_MIN;
+// The value of the index while no broadcast is being forwarded.
+constexpr int NO_BROADCAST = INT_MIN;
 
-// The largest message of the thread itself, which is an envelope. What does not fit becomes the largest
-// number, which the thread refuses as it refuses every size that its frame does not fit.
+// The largest message of the thread itself, which is an envelope. A size that overflows becomes the largest
+// number, which the thread refuses, as every size whose frame does not fit.
 unsigned int sizeWithEnvelope(unsigned int maxMsgSize) {
     return maxMsgSize < UINT_MAX - ENVELOPE_BYTES ? maxMsgSize + ENVELOPE_BYTES : UINT_MAX;
 }
@@ -72,7 +70,7 @@ MsgDrivenSharedThread::MsgDrivenSharedThread(unsigned int maxMsgSize, unsigned i
                                              unsigned int maxTimerCount)
     : MsgDrivenThread(sizeWithEnvelope(maxMsgSize), maxMsgCount, name, maxTimerCount),
       mListeners(0, 0),
-      mForwardIndex(NO_WALK),
+      mForwardIndex(NO_BROADCAST),
       mPostMsg(maxMsgSize + ID_BYTES),
       mSyncMsg(maxMsgSize + ID_BYTES),
       mInterruptMsg(maxMsgSize + ID_BYTES),
@@ -83,25 +81,12 @@ MsgDrivenSharedThread::MsgDrivenSharedThread(unsigned int maxMsgSize, unsigned i
     }
 }
 
-// Before the fields go that the loop uses.
+// Before the fields that the loop uses are destroyed.
 MsgDrivenSharedThread::~MsgDrivenSharedThread() {
     abandonLoop();
 }
 
-// What may block, with the signs of life around it that are due from another thread than this one.
-template <typename CALL>
-decltype(auto) MsgDrivenSharedThread::watched(char const* function, unsigned int line, CALL&& call) const {
-    if (isOwnThread()) {
-        return std::forward<CALL>(call)();
-    }
-    return keepAliveAround(SOURCE_FILE, function, line, std::forward<CALL>(call));
-}
-
-SyncGuard MsgDrivenSharedThread::held(SyncObject const& lock, char const* function, unsigned int line) const {
-    return watched(function, line, [&lock] { return SyncGuard(lock); });
-}
-
-// On the thread itself they fail without the lock, which somebody may hold who waits for the thread.
+// On the thread itself they fail without the lock, because its holder may wait for the thread.
 
 int MsgDrivenSharedThread::start(int watchdog, unsigned int aliveTime, WatchdogTimerListener* listener,
                                  int waitReady, unsigned int waitTimeout, ThreadPriority const& priority,
@@ -109,8 +94,8 @@ int MsgDrivenSharedThread::start(int watchdog, unsigned int aliveTime, WatchdogT
     if (isOwnThread()) {
         return -1;
     }
-    SyncGuard const guard = held(mAttachLock, __func__, __LINE__);
-    return watched(__func__, __LINE__, [&] {
+    SyncGuard const guard = CallBracket(*this).hold(mAttachLock, __func__, __LINE__);
+    return CallBracket(*this).around(__func__, __LINE__, [&] {
         return MsgDrivenThread::start(this, watchdog, aliveTime, listener, waitReady, waitTimeout, priority,
                                       reserved);
     });
@@ -120,14 +105,15 @@ int MsgDrivenSharedThread::stop(int wait, unsigned int timeout) {
     if (isOwnThread()) {
         return -1;
     }
-    SyncGuard const guard = held(mAttachLock, __func__, __LINE__);
-    return watched(__func__, __LINE__, [&] { return MsgDrivenThread::stop(wait, timeout); });
+    SyncGuard const guard = CallBracket(*this).hold(mAttachLock, __func__, __LINE__);
+    return CallBracket(*this).around(__func__, __LINE__,
+                                     [&] { return MsgDrivenThread::stop(wait, timeout); });
 }
 
 // Broadcasts.
 
 int MsgDrivenSharedThread::postMsg(Msg const& msg) {
-    return watched(__func__, __LINE__, [&] { return MsgDrivenThread::postMsg(msg); });
+    return CallBracket(*this).around(__func__, __LINE__, [&] { return MsgDrivenThread::postMsg(msg); });
 }
 
 int MsgDrivenSharedThread::postMsg(int msgId) {
@@ -135,7 +121,7 @@ int MsgDrivenSharedThread::postMsg(int msgId) {
 }
 
 int MsgDrivenSharedThread::sendMsgSync(Msg const& msg) {
-    return watched(__func__, __LINE__, [&] { return MsgDrivenThread::sendMsgSync(msg); });
+    return CallBracket(*this).around(__func__, __LINE__, [&] { return MsgDrivenThread::sendMsgSync(msg); });
 }
 
 int MsgDrivenSharedThread::sendMsgSync(int msgId) {
@@ -143,7 +129,8 @@ int MsgDrivenSharedThread::sendMsgSync(int msgId) {
 }
 
 int MsgDrivenSharedThread::sendMsgInterrupt(Msg const& msg) {
-    return watched(__func__, __LINE__, [&] { return MsgDrivenThread::sendMsgInterrupt(msg); });
+    return CallBracket(*this).around(__func__, __LINE__,
+                                     [&] { return MsgDrivenThread::sendMsgInterrupt(msg); });
 }
 
 int MsgDrivenSharedThread::sendMsgInterrupt(int msgId) {
@@ -152,25 +139,25 @@ int MsgDrivenSharedThread::sendMsgInterrupt(int msgId) {
 
 // Messages to one listener.
 
-// From outside, the lock that a post takes is taken before the envelope's. Whoever has it may be waiting for
-// the message thread; if this thread waited for it with the envelope in hand, a handler that posts to a
-// listener would wait for the envelope, and none of the three would ever go on.
+// From outside, the lock that a post takes is taken before the envelope's. Its holder may be waiting for the
+// message thread. If this thread waited for it while it holds the envelope's lock, a handler that posts to a
+// listener would wait for the envelope, and none of the three would ever continue.
 int MsgDrivenSharedThread::postMsg(ThreadMsgListener* listener, Msg const& msg) {
     struct Guards {
         SyncGuard const mNoStop;
         SyncGuard const mEnvelope;
     };
-    SpecifiedSend const send = {mPostLock, mPostMsg, &MsgDrivenThread::sendMsgAsync, __func__};
+    SendSteps::Send const send = {mPostLock, mPostMsg, &MsgDrivenThread::sendMsgAsync, __func__};
     if (listener == nullptr || !acceptsMsg()) {
         return 0;
     }
     if (isOwnThread()) {
-        return sendSpecified(listener, msg, send);
+        return SendSteps(*this).send(listener, msg, send);
     }
-    Guards const guards = watched(__func__, __LINE__, [this] {
+    Guards const guards = CallBracket(*this).around(__func__, __LINE__, [this] {
         return Guards{SyncGuard(lifecycleLock()), SyncGuard(mPostLock)};
     });
-    return acceptsMsg() ? sendInEnvelope(listener, msg, send) : 0;
+    return acceptsMsg() ? SendSteps(*this).sendInEnvelope(listener, msg, send) : 0;
 }
 
 int MsgDrivenSharedThread::postMsg(ThreadMsgListener* listener, int msgId) {
@@ -181,7 +168,8 @@ int MsgDrivenSharedThread::sendMsgSync(ThreadMsgListener* listener, Msg const& m
     if (listener == nullptr || isOwnThread()) {
         return 0;
     }
-    return sendSpecified(listener, msg, {mSyncSendLock, mSyncMsg, &MsgDrivenThread::sendMsgSync, __func__});
+    return SendSteps(*this).send(listener, msg,
+                                 {mSyncSendLock, mSyncMsg, &MsgDrivenThread::sendMsgSync, __func__});
 }
 
 int MsgDrivenSharedThread::sendMsgSync(ThreadMsgListener* listener, int msgId) {
@@ -192,42 +180,26 @@ int MsgDrivenSharedThread::sendMsgInterrupt(ThreadMsgListener* listener, Msg con
     if (listener == nullptr || isOwnThread()) {
         return 0;
     }
-    return sendSpecified(listener, msg,
-                         {mInterruptSendLock, mInterruptMsg, &MsgDrivenThread::sendMsgInterrupt, __func__});
+    return SendSteps(*this).send(
+        listener, msg, {mInterruptSendLock, mInterruptMsg, &MsgDrivenThread::sendMsgInterrupt, __func__});
 }
 
 int MsgDrivenSharedThread::sendMsgInterrupt(ThreadMsgListener* listener, int msgId) {
     return sendMsgInterrupt(listener, SimpleMsg(msgId));
 }
 
-int MsgDrivenSharedThread::sendSpecified(ThreadMsgListener* listener, Msg const& msg,
-                                         SpecifiedSend const& send) {
-    SyncGuard const guard = held(send.mLock, send.mFunction, __LINE__);
-    return sendInEnvelope(listener, msg, send);
-}
-
-// Under the envelope's lock.
-int MsgDrivenSharedThread::sendInEnvelope(ThreadMsgListener* listener, Msg const& msg,
-                                          SpecifiedSend const& send) {
-    send.mEnvelope.mListener = listener;
-    if (msg.storeTo(&send.mEnvelope.mRawMsg) == 0) {
-        return 0;
-    }
-    return watched(send.mFunction, __LINE__, [&] { return (this->*send.mSend)(send.mEnvelope); });
-}
-
-// Attaching and detaching. While there is a loop, it alone touches the listeners; so they need no lock.
+// Attaching and detaching. While there is a loop, only the loop touches the listeners; so they need no lock.
 
 int MsgDrivenSharedThread::attachMsgListener(ThreadMsgListener* listener) {
     if (isOwnThread()) {
         return addMsgListener(listener);
     }
-    SyncGuard const guard = held(mAttachLock, __func__, __LINE__);
-    if (!awaitLoop(__func__)) {
+    SyncGuard const guard = CallBracket(*this).hold(mAttachLock, __func__, __LINE__);
+    if (!AttachSteps(*this).awaitLoop(__func__)) {
         return addMsgListener(listener);
     }
     mAttachResult = 0;
-    return askThread(MSG_ID_LISTENER_ATTACH, listener, __func__) ? mAttachResult : 0;
+    return AttachSteps(*this).askLoop(MSG_ID_LISTENER_ATTACH, listener, __func__) ? mAttachResult : 0;
 }
 
 int MsgDrivenSharedThread::detachMsgListener(ThreadMsgListener* listener) {
@@ -235,36 +207,12 @@ int MsgDrivenSharedThread::detachMsgListener(ThreadMsgListener* listener) {
         eraseMsgListener(listener);
         return 1;
     }
-    SyncGuard const guard = held(mAttachLock, __func__, __LINE__);
-    if (awaitLoop(__func__)) {
-        return askThread(MSG_ID_LISTENER_DETACH, listener, __func__) ? 1 : 0;
+    SyncGuard const guard = CallBracket(*this).hold(mAttachLock, __func__, __LINE__);
+    if (AttachSteps(*this).awaitLoop(__func__)) {
+        return AttachSteps(*this).askLoop(MSG_ID_LISTENER_DETACH, listener, __func__) ? 1 : 0;
     }
     eraseMsgListener(listener);
     return 1;
-}
-
-// Under mAttachLock. True when the loop can be asked; false when it has not been started, and when it has
-// been stopped and is over.
-bool MsgDrivenSharedThread::awaitLoop(char const* function) {
-    if (!hasDone(STARTED)) {
-        return false;
-    }
-    if (hasDone(STOP_REQUESTED)) {
-        watched(function, __LINE__, [this] { waitForEnd(); });
-        return false;
-    }
-    watched(function, __LINE__, [this] { waitTo(READY, 0); });
-    return true;
-}
-
-bool MsgDrivenSharedThread::askThread(int msgId, ThreadMsgListener* listener, char const* function) {
-    MsgListenerMsg msg(msgId);
-    msg.mListener = listener;
-    if (watched(function, __LINE__, [&] { return MsgDrivenThread::sendMsgSync(msg); }) != 0) {
-        return true;
-    }
-    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "MsgDrivenSharedThread::%s(): Can't send thread", function);
-    return false;
 }
 
 int MsgDrivenSharedThread::addMsgListener(ThreadMsgListener* listener) {
@@ -274,7 +222,7 @@ int MsgDrivenSharedThread::addMsgListener(ThreadMsgListener* listener) {
     return indexOf(listener) != INVALID_SIZE || mListeners.insertAt(mListeners.size(), listener) ? 1 : 0;
 }
 
-// A broadcast on its way to a listener further down goes on with the same one.
+// A broadcast in progress continues with the same next listener.
 void MsgDrivenSharedThread::eraseMsgListener(ThreadMsgListener* listener) {
     unsigned int const index = indexOf(listener);
     if (index == INVALID_SIZE) {
@@ -295,7 +243,7 @@ unsigned int MsgDrivenSharedThread::indexOf(ThreadMsgListener const* listener) c
     return INVALID_SIZE;
 }
 
-// Handing round, on the message thread.
+// Forwarding, on the message thread.
 
 void MsgDrivenSharedThread::receiveMsg(int threadId, ThreadRawMsg& msg) {
     int id = MSG_ID_NONE;
@@ -307,7 +255,7 @@ void MsgDrivenSharedThread::receiveMsg(int threadId, ThreadRawMsg& msg) {
         forwardMsg(threadId, msg);
         return;
     }
-    KeepAliveBracket const bracket(SOURCE_FILE, __func__, __LINE__);
+    KeepAliveBracket const bracket(CallBracket::SOURCE, __func__, __LINE__);
     switch (id) {
         case MSG_ID_TIMER:
             return onTimer(threadId, msg);
@@ -320,8 +268,8 @@ void MsgDrivenSharedThread::receiveMsg(int threadId, ThreadRawMsg& msg) {
     }
 }
 
-// A handler may attach and detach. What it attaches stands behind, what it detaches moves the index.
-// One that hands a message round itself finds the walk that it belongs to where it was.
+// A handler may attach and detach. What it attaches comes after the index, and what it detaches moves the
+// index. If a handler forwards a message itself, the outer broadcast continues where it was.
 void MsgDrivenSharedThread::forwardMsg(int threadId, ThreadRawMsg& msg) {
     int const outerIndex = mForwardIndex;
     mForwardIndex = static_cast<int>(mListeners.size()) - 1;
@@ -347,12 +295,12 @@ void MsgDrivenSharedThread::onDetachMsgListener(ThreadRawMsg& msg) {
     eraseMsgListener(request.mListener);
 }
 
-// The listener need not be attached: its owner sees to it that it exists.
+// The listener need not be attached: its owner ensures that it exists.
 void MsgDrivenSharedThread::onSpecifiedMsgListener(int threadId, ThreadRawMsg& msg) {
     mReceivedMsg.restoreFrom(msg);
     if (mReceivedMsg.mListener != nullptr) {
         mReceivedMsg.mListener->receiveMsg(threadId, mReceivedMsg.mRawMsg);
-        giveSizeBack(mReceivedMsg.mRawMsg, mPostMsg.mRawMsg);
+        restoreSize(mReceivedMsg.mRawMsg, mPostMsg.mRawMsg);
     }
 }
 
@@ -368,14 +316,14 @@ void MsgDrivenSharedThread::onTimer(int threadId, ThreadRawMsg& msg) {
     }
 }
 
-// Questions. The judgements run on the message thread, which holds mQueueLock then; so nobody may wait for
-// that lock with mTimerMapLock in hand.
+// Questions. The judgements run on the message thread, which holds mQueueLock then; so nobody who holds
+// mTimerMapLock may wait for that lock.
 
 bool MsgDrivenSharedThread::isEnvelopeId(int msgId) {
     return msgId >= MSG_ID_LISTENER_ATTACH && msgId <= MSG_ID_LISTENER_SPECIFIED;
 }
 
-// Whom the expiry in `msg` is for. False when the timer is not known, or not any more.
+// The listener that the expiry in `msg` is for. False if the timer is not known, or not any more.
 bool MsgDrivenSharedThread::findTimerListener(TimerListenerMap const& timers, SyncObject const& lock,
                                               ThreadRawMsg& msg, ThreadMsgListener** listener) {
     TimerMsg timer;
@@ -391,16 +339,18 @@ bool MsgDrivenSharedThread::findTimerListener(TimerListenerMap const& timers, Sy
     return true;
 }
 
-// A question about broadcasts, with all that its judgement points to.
+// A question about broadcasts, with everything that its judgement points to.
 struct MsgDrivenSharedThread::BroadcastQuestion {
     BroadcastQuestion(MsgDrivenSharedThread const& thread, int msgId)
         : mJudgeId(msgId),
           mJudge(&mJudgeId, &thread.mTimerListeners, &thread.mTimerMapLock),
           mJudgement(&mJudge) {}
 
+    using Judge = JudgeMsgBroadcast<JudgeMsgSpecifiedMsgId>;
+
     JudgeMsgSpecifiedMsgId mJudgeId;
-    JudgeBroadcast mJudge;
-    MsgJudgement<JudgeBroadcast> mJudgement;
+    Judge mJudge;
+    MsgJudgement<Judge> mJudgement;
 };
 
 // The same about what one listener is to receive.
@@ -411,24 +361,29 @@ struct MsgDrivenSharedThread::ListenerQuestion {
                  thread.mPostMsg.mRawMsg.maxSize()),
           mJudgement(&mJudge) {}
 
+    using Judge = JudgeMsgSpecifiedListener<JudgeMsgSpecifiedMsgId>;
+
     JudgeMsgSpecifiedMsgId mJudgeId;
-    JudgeListener mJudge;
-    MsgJudgement<JudgeListener> mJudgement;
+    Judge mJudge;
+    MsgJudgement<Judge> mJudgement;
 };
 
 bool MsgDrivenSharedThread::hasMsg(int msgId) {
     BroadcastQuestion question(*this, msgId);
-    return watched(__func__, __LINE__, [&] { return hasMsgInternal(&question.mJudgement); });
+    return CallBracket(*this).around(__func__, __LINE__,
+                                     [&] { return hasMsgInternal(&question.mJudgement); });
 }
 
 bool MsgDrivenSharedThread::eraseMsg(int msgId) {
     BroadcastQuestion question(*this, msgId);
-    return watched(__func__, __LINE__, [&] { return eraseMsgInternal(&question.mJudgement); });
+    return CallBracket(*this).around(__func__, __LINE__,
+                                     [&] { return eraseMsgInternal(&question.mJudgement); });
 }
 
 bool MsgDrivenSharedThread::peekMsg(int msgId, ThreadRawMsg* out) {
     BroadcastQuestion question(*this, msgId);
-    return watched(__func__, __LINE__, [&] { return peekMsgInternal(&question.mJudgement, out); });
+    return CallBracket(*this).around(__func__, __LINE__,
+                                     [&] { return peekMsgInternal(&question.mJudgement, out); });
 }
 
 int MsgDrivenSharedThread::getFirstMsgId() {
@@ -438,12 +393,14 @@ int MsgDrivenSharedThread::getFirstMsgId() {
 
 bool MsgDrivenSharedThread::hasMsg(ThreadMsgListener* listener, int msgId) {
     ListenerQuestion question(*this, listener, msgId);
-    return watched(__func__, __LINE__, [&] { return hasMsgInternal(&question.mJudgement); });
+    return CallBracket(*this).around(__func__, __LINE__,
+                                     [&] { return hasMsgInternal(&question.mJudgement); });
 }
 
 bool MsgDrivenSharedThread::eraseMsg(ThreadMsgListener* listener, int msgId) {
     ListenerQuestion question(*this, listener, msgId);
-    return watched(__func__, __LINE__, [&] { return eraseMsgInternal(&question.mJudgement); });
+    return CallBracket(*this).around(__func__, __LINE__,
+                                     [&] { return eraseMsgInternal(&question.mJudgement); });
 }
 
 bool MsgDrivenSharedThread::peekMsg(ThreadMsgListener* listener, int msgId, ThreadRawMsg* out) {
@@ -452,7 +409,8 @@ bool MsgDrivenSharedThread::peekMsg(ThreadMsgListener* listener, int msgId, Thre
     }
     ListenerQuestion question(*this, listener, msgId);
     ThreadRawMsg found(ID_BYTES);
-    if (!watched(__func__, __LINE__, [&] { return peekMsgInternal(&question.mJudgement, &found); })) {
+    if (!CallBracket(*this).around(__func__, __LINE__,
+                                   [&] { return peekMsgInternal(&question.mJudgement, &found); })) {
         return false;
     }
     if (question.mJudge.hasFoundTimer()) {
@@ -475,93 +433,51 @@ int MsgDrivenSharedThread::abortMsg(ThreadMsgListener* listener) {
         return 0;
     }
     int result = 1;
-    for (int id = forgetLastTimerOf(listener); id != NO_TIMER_ID; id = forgetLastTimerOf(listener)) {
-        if (!killTimer(id, 0)) {
+    TimerSteps steps(*this);
+    for (int id = steps.forgetLastTimerOf(listener); id != NO_TIMER_ID;
+         id = steps.forgetLastTimerOf(listener)) {
+        if (!killTimer(id, TIMER_WAIT)) {
             result = 0;
         }
     }
     return eraseMsg(listener, MSG_ID_ANY) ? result : 0;
 }
 
-int MsgDrivenSharedThread::forgetLastTimerOf(ThreadMsgListener* listener) {
-    SyncGuard const guard = held(mTimerMapLock, __func__, __LINE__);
-    for (unsigned int i = mTimerListeners.size(); i-- > 0;) {
-        Pair<int, ThreadMsgListener*> const* const entry = mTimerListeners.getAt(i);
-        if (entry->mValue == listener) {
-            int const timerId = entry->mKey;
-            mTimerListeners.erase(timerId);
-            return timerId;
-        }
-    }
-    return NO_TIMER_ID;
-}
-
 // Timers.
 
 int MsgDrivenSharedThread::registerTimer(unsigned int interval, unsigned int repeatCount, int autoRepeat) {
-    return registerTimerOf(nullptr, interval, repeatCount, autoRepeat);
+    return TimerSteps(*this).registerTimer(nullptr, interval, repeatCount, autoRepeat);
 }
 
 int MsgDrivenSharedThread::registerTimer(ThreadMsgListener* listener, unsigned int interval,
                                          unsigned int repeatCount, int autoRepeat) {
-    return listener == nullptr ? NO_TIMER_ID : registerTimerOf(listener, interval, repeatCount, autoRepeat);
-}
-
-// Null for all listeners. A timer that is being killed may have left the base's map and still stand in this
-// one; then the new one finds no place here.
-int MsgDrivenSharedThread::registerTimerOf(ThreadMsgListener* listener, unsigned int interval,
-                                           unsigned int repeatCount, int autoRepeat) {
-    int const timerId = watched("registerTimer", __LINE__, [&] {
-        return MsgDrivenThread::registerTimer(interval, repeatCount, autoRepeat);
-    });
-    if (timerId == NO_TIMER_ID) {
-        return NO_TIMER_ID;
-    }
-    {
-        SyncGuard const guard = held(mTimerMapLock, "registerTimer", __LINE__);
-        if (mTimerListeners.insert(timerId, listener)) {
-            return timerId;
-        }
-    }
-    killTimer(timerId, 1);
-    return NO_TIMER_ID;
+    return listener == nullptr ? NO_TIMER_ID
+                               : TimerSteps(*this).registerTimer(listener, interval, repeatCount, autoRepeat);
 }
 
 int MsgDrivenSharedThread::setTimer(unsigned int interval, int noWait, unsigned int repeatCount,
                                     int autoRepeat) {
-    return startRegistered(registerTimer(interval, repeatCount, autoRepeat), noWait);
+    return TimerSteps(*this).startRegistered(registerTimer(interval, repeatCount, autoRepeat), noWait);
 }
 
 int MsgDrivenSharedThread::setTimer(ThreadMsgListener* listener, unsigned int interval, int noWait,
                                     unsigned int repeatCount, int autoRepeat) {
-    return startRegistered(registerTimer(listener, interval, repeatCount, autoRepeat), noWait);
-}
-
-// A timer that does not start is not killed: the kill would fail or wait for the reason that the start did.
-// The end of the loop takes it away.
-int MsgDrivenSharedThread::startRegistered(int timerId, int noWait) {
-    if (timerId == NO_TIMER_ID || startTimer(timerId, noWait)) {
-        return timerId;
-    }
-    forgetTimer(timerId);
-    return NO_TIMER_ID;
+    return TimerSteps(*this).startRegistered(registerTimer(listener, interval, repeatCount, autoRepeat),
+                                             noWait);
 }
 
 bool MsgDrivenSharedThread::startTimer(int timerId, int noWait) {
-    return watched(__func__, __LINE__, [&] { return MsgDrivenThread::startTimer(timerId, noWait); });
+    return CallBracket(*this).around(__func__, __LINE__,
+                                     [&] { return MsgDrivenThread::startTimer(timerId, noWait); });
 }
 
 bool MsgDrivenSharedThread::killTimer(int timerId, int noWait) {
-    return watched(__func__, __LINE__, [&] { return MsgDrivenThread::killTimer(timerId, noWait); });
+    return CallBracket(*this).around(__func__, __LINE__,
+                                     [&] { return MsgDrivenThread::killTimer(timerId, noWait); });
 }
 
 void MsgDrivenSharedThread::onEraseTimer(int userTimerId) {
-    forgetTimer(userTimerId);
-}
-
-void MsgDrivenSharedThread::forgetTimer(int timerId) {
-    SyncGuard const guard = held(mTimerMapLock, __func__, __LINE__);
-    mTimerListeners.erase(timerId);
+    TimerSteps(*this).forgetTimer(userTimerId);
 }
 
 }  // namespace utl

@@ -3,32 +3,12 @@
 
 #include "UtlLog.h"
 #include "UtlMsgDrivenThread.h"
-#include "UtlThreadManager.h"
-#include "internal/base/UtlProcessWide.h"
+#include "internal/message/UtlMsgLoopSteps.h"
+#include "internal/message/UtlMsgTimerSteps.h"
 #include "internal/message/UtlSystemTimer.h"
 #include "internal/message/UtlTimerSteps.h"
-#include "internal/time/UtlEventWait.h"
 
 namespace utl {
-
-namespace {
-
-// The real-time signal behind the one of the shared timers.
-int const mTimerSignal = __libc_current_sigrtmin() + 2;
-
-}  // namespace
-
-bool MsgDrivenThread::installTimeoutSignalHandler() {
-    static ProcessWide<TimerHandlerInstallation> installation;
-    int error = 0;
-    auto const result = installation->once(
-        &error, [] { return installSignalAction(mTimerSignal, timerSignalAction(TimeoutSignalHandler)); });
-    if (result != TimerHandlerInstallation::Result::FAILED) {
-        return true;
-    }
-    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "MsgDrivenThread sigaction  errno:%d", error);
-    return false;
-}
 
 void MsgDrivenThread::TimeoutSignalHandler(int signalNumber, siginfo_t* info, void* context) {
     TokenIo io = {};
@@ -48,35 +28,11 @@ int MsgDrivenThread::registerTimer(unsigned int interval, unsigned int repeatCou
         return NO_TIMER_ID;
     }
     SyncGuard const guard(mQueueLock);
-    int const timerId = insertTimer(TimerInfo(nullptr, interval, repeatCount, autoRepeat));
+    int const timerId = TimerSteps(*this).insert(TimerInfo(nullptr, interval, repeatCount, autoRepeat));
     if (timerId != NO_TIMER_ID) {
         updateNextUserTimerIdValue();
     }
     return timerId;
-}
-
-// Under mQueueLock. The caller steps to the next id once the timer is there to stay.
-int MsgDrivenThread::insertTimer(TimerInfo info) {
-    if (mLoopEnded || mTimers.find(mNextUserTimerId) != nullptr || !mTimers.insert(mNextUserTimerId, info)) {
-        info.freeSysParam();
-        return NO_TIMER_ID;
-    }
-    return mNextUserTimerId;
-}
-
-// Under mQueueLock. Whoever waits for the start learns that it will not come.
-void MsgDrivenThread::dropTimer(int timerId) {
-    TimerInfo* const info = findTimer(timerId);
-    if (info == nullptr) {
-        return;
-    }
-    info->freeSysParam();
-    if (info->mStartAwaited) {
-        decideStart(*info, false);
-    } else {
-        info->mRunning->setOff();
-    }
-    mTimers.erase(timerId);
 }
 
 int MsgDrivenThread::setTimer(unsigned int interval, int noWait, unsigned int repeatCount, int autoRepeat) {
@@ -84,44 +40,8 @@ int MsgDrivenThread::setTimer(unsigned int interval, int noWait, unsigned int re
         return NO_TIMER_ID;
     }
     TimerInfo const info(nullptr, interval, repeatCount, autoRepeat);
-    return isOwnThread() ? setOwnTimer(info) : setTimerFromOutside(info, noWait == 0);
-}
-
-int MsgDrivenThread::setOwnTimer(TimerInfo const& info) {
-    SyncGuard const guard(mQueueLock);
-    int const timerId = insertTimer(info);
-    if (timerId == NO_TIMER_ID) {
-        return NO_TIMER_ID;
-    }
-    if (executeStartTimer(timerId) == START_FAILED) {
-        dropTimer(timerId);
-        return NO_TIMER_ID;
-    }
-    updateNextUserTimerIdValue();
-    return timerId;
-}
-
-int MsgDrivenThread::setTimerFromOutside(TimerInfo const& info, bool waits) {
-    SyncGuard const guard(mLifecycleLock);
-    int timerId = NO_TIMER_ID;
-    {
-        SyncGuard const queueGuard(mQueueLock);
-        timerId = insertTimer(info);
-        if (timerId == NO_TIMER_ID) {
-            return NO_TIMER_ID;
-        }
-        if (!postStart(timerId, waits)) {
-            dropTimer(timerId);
-            return NO_TIMER_ID;
-        }
-        updateNextUserTimerIdValue();
-    }
-    if (!waits || awaitStart(timerId, info.mRunning)) {
-        return timerId;
-    }
-    SyncGuard const queueGuard(mQueueLock);
-    dropTimer(timerId);
-    return NO_TIMER_ID;
+    TimerSteps steps(*this);
+    return isOwnThread() ? steps.setOwnTimer(info) : steps.setTimerFromOutside(info, noWait == TIMER_WAIT);
 }
 
 bool MsgDrivenThread::startTimer(int timerId, int noWait) {
@@ -132,123 +52,20 @@ bool MsgDrivenThread::startTimer(int timerId, int noWait) {
         executeStartTimer(timerId);
         return true;
     }
-    SyncGuard const guard(mLifecycleLock);
-    SmartPointer<Event> running;
-    bool waits = noWait == 0;
-    {
-        SyncGuard const queueGuard(mQueueLock);
-        TimerInfo const* const info = findTimer(timerId);
-        if (info == nullptr || mLoopEnded) {
-            return false;
-        }
-        running = info->mRunning;
-        waits = waits && !running->isOn();
-        if (!postStart(timerId, waits)) {
-            return false;
-        }
-    }
-    return !waits || awaitStart(timerId, running);
-}
-
-// Under mQueueLock.
-bool MsgDrivenThread::postStart(int timerId, bool waits) {
-    TimerInfo* const info = findTimer(timerId);
-    info->mStartAwaited = waits;
-    if (postThreadCtlMsg(MSG_ID_CTL_START_TIMER, timerId) == 0) {
-        info->mStartAwaited = false;
-        return false;
-    }
-    return true;
-}
-
-// Waits for `decideStart`. From there to here the timer's event stays on, also if the timer has ended
-// meanwhile, so that its end cannot be missed; mLifecycleLock keeps it to one waiter.
-bool MsgDrivenThread::awaitStart(int timerId, SmartPointer<Event> const& running) {
-    waitUntilOn(*running, 0);
-    SyncGuard const guard(mQueueLock);
-    bool const started = mStartSucceeded;
-    TimerInfo* const info = findTimer(timerId);
-    if (info != nullptr) {
-        info->mStartAwaited = false;
-        if (!started) {
-            running->setOff();
-        }
-    }
-    return started;
-}
-
-// Under mQueueLock. What is known first counts: a timer may have started and ended before the waiter looks.
-void MsgDrivenThread::decideStart(TimerInfo& info, bool started) {
-    if (info.mRunning->isOn()) {
-        return;
-    }
-    mStartSucceeded = started;
-    info.mRunning->setOn();
+    return TimerSteps(*this).startTimerFromOutside(timerId, noWait == TIMER_WAIT);
 }
 
 bool MsgDrivenThread::killTimer(int timerId, int noWait) {
     if (!isRunning()) {
         return false;
     }
-    bool const killed = isOwnThread() ? killOwnTimer(timerId) : killTimerFromOutside(timerId, noWait == 0);
+    TimerSteps steps(*this);
+    bool const killed = isOwnThread() ? steps.killOwnTimer(timerId)
+                                      : steps.killTimerFromOutside(timerId, noWait == TIMER_WAIT);
     if (killed) {
         onEraseTimer(timerId);
     }
     return killed;
-}
-
-bool MsgDrivenThread::killOwnTimer(int timerId) {
-    SyncGuard const guard(mQueueLock);
-    TimerInfo* const info = findTimer(timerId);
-    if (info == nullptr || !eraseTimerByTimerInfo(info)) {
-        return false;
-    }
-    dropTimer(timerId);
-    return true;
-}
-
-bool MsgDrivenThread::killTimerFromOutside(int timerId, bool waits) {
-    SyncGuard const guard(mLifecycleLock);
-    SmartPointer<Event> running;
-    {
-        SyncGuard const queueGuard(mQueueLock);
-        TimerInfo* const info = findTimer(timerId);
-        if (info == nullptr || mLoopEnded) {
-            return false;
-        }
-        running = info->mRunning;
-        bool const handedOver = mStopTimers.insert(timerId, *info);
-        if (postThreadCtlMsg(MSG_ID_CTL_STOP_TIMER, timerId) == 0) {
-            disownCopy(timerId);
-            return false;
-        }
-        waits = waits && handedOver;
-        if (!handedOver) {
-            releaseSysTimer(*info);
-        }
-        mTimers.erase(timerId);
-        eraseTimeouts(timerId);
-    }
-    if (waits) {
-        waitUntilOff(*running);
-    }
-    return true;
-}
-
-// The loop was not told, so the timer stays as it is, with all that belongs to it.
-void MsgDrivenThread::disownCopy(int timerId) {
-    TimerInfo* const copy = findTimerStopEntry(timerId);
-    if (copy != nullptr) {
-        copy->forgetSysTimer();
-        copy->mSysParam = nullptr;
-    }
-}
-
-// Gives back all that a timer holds which is about to leave its map.
-void MsgDrivenThread::releaseSysTimer(TimerInfo& info) {
-    eraseTimerByTimerInfo(&info);
-    info.freeSysParam();
-    info.mRunning->setOff();
 }
 
 unsigned int MsgDrivenThread::remTimerIdCount() const {
@@ -267,18 +84,12 @@ TimerInfo* MsgDrivenThread::findTimerStopEntry(int timerId) {
 }
 
 int MsgDrivenThread::toUserTimerId(int sysTimerNum) {
-    if (sysTimerNum == TimerInfo::NO_NUMBER) {
-        return NO_TIMER_ID;
-    }
-    SyncGuard const guard(mQueueLock);
-    return timerIdOf(mTimers, sysTimerNum);
+    return timerIdUnder(mQueueLock, mTimers, sysTimerNum);
 }
 
 void MsgDrivenThread::updateNextUserTimerIdValue() {
     SyncGuard const guard(mQueueLock);
-    do {
-        mNextUserTimerId = nextTimerId(mNextUserTimerId);
-    } while (mTimers.find(mNextUserTimerId) != nullptr || mStopTimers.find(mNextUserTimerId) != nullptr);
+    mNextUserTimerId = nextFreeTimerId(mNextUserTimerId, {&mTimers, &mStopTimers});
 }
 
 int MsgDrivenThread::getNextSysTimerNumber() {
@@ -291,29 +102,16 @@ int MsgDrivenThread::getNextSysTimerNumber() {
 
 bool MsgDrivenThread::startTimerByTimerInfo(TimerInfo* info) {
     // Without the handler the first expiry would end the process.
-    if (info == nullptr || !installTimeoutSignalHandler()) {
+    if (info == nullptr || !TimerSteps::installSignalHandler()) {
         return false;
     }
-    timer_t id = timer_t();
-    int number = TimerInfo::NO_NUMBER;
-    int const createError = createSystemTimer(mTimerSignal, mPipe[1], &id, &number);
-    if (createError != 0) {
-        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
-               "MsgDrivenThread(%s) timer_create SysTimerId:0x%08x errno:%d\n", getName().buffer(),
-               printableTimerId(id), createError);
-        return false;
-    }
-    info->mSysTimerId = id;
-    info->mSysTimerNum = number;
-    int const armError = armSystemTimer(id, info->mInterval);
-    if (armError != 0) {
-        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
-               "MsgDrivenThread(%s) timer_settime SysTimerId:0x%08x errno:%d\n", getName().buffer(),
-               printableTimerId(id), armError);
+    SysTimerStart const result =
+        startSysTimer(*info, {"MsgDrivenThread", getName().buffer()}, TimerSteps::mSignal, mPipe[1],
+                      [](auto const& call) { return call(); });
+    if (result == SysTimerStart::NOT_ARMED) {
         eraseTimerByTimerInfo(info);
-        return false;
     }
-    return true;
+    return result == SysTimerStart::ARMED;
 }
 
 bool MsgDrivenThread::eraseTimerByTimerInfo(TimerInfo* info) {
@@ -333,17 +131,10 @@ bool MsgDrivenThread::eraseTimerByTimerInfo(TimerInfo* info) {
     }
     int const timerId = toUserTimerId(info->mSysTimerNum);
     if (timerId != NO_TIMER_ID) {
-        eraseTimeouts(timerId);
+        TimerSteps(*this).eraseTimeouts(timerId);
     }
     info->forgetSysTimer();
     return true;
-}
-
-void MsgDrivenThread::eraseTimeouts(int timerId) {
-    SyncGuard const guard(mQueueLock);
-    eraseCtlEntries(mCtlQueue, [timerId](ThreadCtlMsg const& entry) {
-        return entry.mMsgId == MSG_ID_CTL_TIMEOUT && entry.mParam == timerId;
-    });
 }
 
 // Steps of the loop, on the message thread.
@@ -360,7 +151,7 @@ int MsgDrivenThread::executeStartTimer(int timerId) {
     info->mFireCount = 0;
     bool const started = startTimerByTimerInfo(info);
     if (info->mStartAwaited) {
-        decideStart(*info, started);
+        TimerSteps(*this).decideStart(*info, started);
     } else if (started) {
         info->mRunning->setOn();
     }
@@ -377,25 +168,20 @@ int MsgDrivenThread::executeStopTimer(int timerId) {
     info->freeSysParam();
     SmartPointer<Event> const running = info->mRunning;
     mStopTimers.erase(timerId);
-    eraseTimeouts(timerId);
+    TimerSteps(*this).eraseTimeouts(timerId);
     running->setOff();
     return result;
 }
 
 void MsgDrivenThread::executeTimeoutSignal(int timerId) {
     SyncGuard const guard(mQueueLock);
-    TimerInfo* const info = findTimer(timerId);
-    if (info == nullptr || !info->acceptsTimeout()) {
-        return;
-    }
-    if (postThreadCtlMsg(MSG_ID_CTL_TIMEOUT, timerId) != 0) {
-        ++info->mPendingCount;
-    }
+    queueTimeout(findTimer(timerId),
+                 [&] { return postThreadCtlMsg(MSG_ID_CTL_TIMEOUT, timerId) != 0 ? 1U : 0U; });
 }
 
 int MsgDrivenThread::executeTimeout(int timerId) {
     {
-        // A kill from outside may have taken the entry away since it was looked at.
+        // A kill from outside may have removed the entry since it was looked at.
         SyncGuard const guard(mQueueLock);
         ThreadCtlMsg const* const head = mCtlQueue.elementAt(0);
         if (head == nullptr || head->mMsgId != MSG_ID_CTL_TIMEOUT || head->mParam != timerId) {
@@ -408,7 +194,7 @@ int MsgDrivenThread::executeTimeout(int timerId) {
     if (msg.storeTo(&mReceiveMsg) == 0) {
         return -1;
     }
-    handToListener();
+    LoopSteps(*this).deliver();
     int const handling = TimeoutPostHandling(timerId);
     if (handling == TIMEOUT_FINISHED) {
         onEraseTimer(timerId);
@@ -416,7 +202,7 @@ int MsgDrivenThread::executeTimeout(int timerId) {
     return handling == TIMEOUT_RESTART_FAILED ? -1 : 0;
 }
 
-// Runs behind the handler, which may have killed the timer.
+// Runs after the handler, which may have killed the timer.
 int MsgDrivenThread::TimeoutPostHandling(int timerId) {
     SyncGuard const guard(mQueueLock);
     TimerInfo* const info = findTimer(timerId);
@@ -425,7 +211,7 @@ int MsgDrivenThread::TimeoutPostHandling(int timerId) {
     }
     if (!info->countTimeout()) {
         eraseTimerByTimerInfo(info);
-        dropTimer(timerId);
+        TimerSteps(*this).drop(timerId);
         return TIMEOUT_FINISHED;
     }
     if (info->mAutoRepeat != 0) {
@@ -436,30 +222,19 @@ int MsgDrivenThread::TimeoutPostHandling(int timerId) {
 }
 
 void MsgDrivenThread::eraseAllTimer() {
-    for (int timerId = eraseLastTimer(); timerId != NO_TIMER_ID; timerId = eraseLastTimer()) {
+    TimerSteps steps(*this);
+    for (int timerId = steps.eraseLast(); timerId != NO_TIMER_ID; timerId = steps.eraseLast()) {
         onEraseTimer(timerId);
     }
     SyncGuard const guard(mQueueLock);
     for (unsigned int i = 0; i < mStopTimers.size(); ++i) {
-        releaseSysTimer(mStopTimers.getAt(i)->mValue);
+        steps.release(mStopTimers.getAt(i)->mValue);
     }
     mStopTimers.clear();
     eraseCtlEntries(mCtlQueue, [](ThreadCtlMsg const& entry) {
         return entry.mMsgId == MSG_ID_CTL_START_TIMER || entry.mMsgId == MSG_ID_CTL_STOP_TIMER ||
                entry.mMsgId == MSG_ID_CTL_TIMEOUT;
     });
-}
-
-int MsgDrivenThread::eraseLastTimer() {
-    SyncGuard const guard(mQueueLock);
-    if (mTimers.size() == 0) {
-        return NO_TIMER_ID;
-    }
-    Pair<int, TimerInfo>* const last = mTimers.getAt(mTimers.size() - 1);
-    int const timerId = last->mKey;
-    eraseTimerByTimerInfo(&last->mValue);
-    dropTimer(timerId);
-    return timerId;
 }
 
 }  // namespace utl

@@ -4,7 +4,7 @@
 #include "UtlPlatform.h"
 #include "internal/text/UtlCharDecoder.h"
 
-// What a program gets that brings no platform functions of its own. The definitions are weak, so that the
+// The platform functions of a program that has none of its own. The definitions are weak, so that the
 // program's win in the static form of the library as well.
 
 namespace {
@@ -13,7 +13,7 @@ constexpr bool isCodePoint(unsigned int value) {
     return value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
 }
 
-// The character at `*src`, which moves on; something that is none if it is malformed. `end` is behind `*src`.
+// The character at `*src`, which advances; no code point if it is malformed. `end` is after `*src`.
 unsigned int takeCharacter(char const** src, char const* end) {
     unsigned int const bytes = utl::sequenceBytes(**src);
     if (bytes == 0 || end - *src < static_cast<std::ptrdiff_t>(bytes)) {
@@ -48,12 +48,12 @@ unsigned long long countBytes(wchar_t const* src, int count) {
     return bytes;
 }
 
-// True if so many units can be written. Results are signed, so that there is never room for more than that.
+// True if so many units can be written. Results are signed, so there is never room for more than `INT_MAX`.
 bool fits(unsigned long long units, unsigned int room) {
     return units != 0 && units <= room && units <= INT_MAX;
 }
 
-// Terminates the `count` units in front of `end` where there is room for it, and gives their number.
+// Terminates the `count` units before `end` if there is room, and returns their number.
 template <typename T>
 int finish(T* end, unsigned int count, unsigned int room) {
     if (count < room) {

@@ -4,6 +4,7 @@
 
 #include "UtlSharedTimer.h"
 #include "UtlThreadManager.h"
+#include "internal/message/UtlSharedTimerSteps.h"
 #include "internal/message/UtlTimerRun.h"
 #include "internal/message/UtlTimerSteps.h"
 #include "internal/time/UtlAdopt.h"
@@ -13,7 +14,7 @@ namespace utl {
 
 namespace {
 
-// The answer. The shared timer may be gone by then: `destroy` gives answers too.
+// The answer. The shared timer may be destroyed by then: `destroy` gives answers, too.
 bool await(TimerWaiter const& waiter) {
     waitUntilOn(waiter.mAnswered, 0);
     return waiter.mSucceeded;
@@ -23,7 +24,7 @@ bool await(TimerWaiter const& waiter) {
 
 // Holds mApiLock for a caller from outside. A listener must not wait for it: its holder may wait for the
 // thread that the listener runs on.
-class [[nodiscard]] SharedTimer::ApiGuard {
+class [[nodiscard]] UTL_HIDDEN SharedTimer::ApiGuard {
   public:
     explicit ApiGuard(SharedTimer const& timer) {
         if (!timer.isOwnThread()) {
@@ -35,12 +36,78 @@ class [[nodiscard]] SharedTimer::ApiGuard {
     std::optional<SyncGuard> mGuard;
 };
 
-// The thread cannot wait for itself, and without a thread there is nobody who would answer.
-bool SharedTimer::canWait() const {
-    return hasDone(STARTED) && !isOwnThread();
+// What other threads, and listeners, ask of the loop and wait for.
+class UTL_HIDDEN SharedTimer::RequestSteps {
+  public:
+    explicit RequestSteps(SharedTimer& thread) : mThread(thread) {}
+
+    bool canWait() const;
+    bool request(int msgId, int timerId, int noWait);
+    void requestAll(int msgId, int noWait);
+    int waitFor(int msgId, int timerId);
+
+  private:
+    SharedTimer& mThread;
+};
+
+// The thread cannot wait for itself, and without a thread nobody would answer.
+bool SharedTimer::RequestSteps::canWait() const {
+    return mThread.hasDone(STARTED) && !mThread.isOwnThread();
 }
 
-// Only the wait is left out on the own thread: the loop ends when the listener that called has returned.
+// The loop sees entry and waiter together. mApiLock is held during the wait: one request at a time.
+bool SharedTimer::RequestSteps::request(int msgId, int timerId, int noWait) {
+    ApiGuard const guard(mThread);
+    TimerWaiter waiter(msgId, true);
+    {
+        SyncGuard const queueGuard(mThread.mQueueLock);
+        TimerInfo* const info = mThread.findTimer(timerId);
+        if (info == nullptr) {
+            return false;
+        }
+        if (info->isRunning() == (msgId == TIMER_CTL_START)) {
+            return true;
+        }
+        if ((noWait == TIMER_WAIT && !canWait()) || !mThread.postTimerCtlMsg(msgId, timerId)) {
+            return false;
+        }
+        if (noWait != TIMER_WAIT) {
+            return true;
+        }
+        TimerRunEvent::of(*info).add(waiter);
+    }
+    return await(waiter);
+}
+
+void SharedTimer::RequestSteps::requestAll(int msgId, int noWait) {
+    ApiGuard const guard(mThread);
+    Array<int> ids(0, 0);
+    mThread.getTimerIdSet(&ids);
+    for (unsigned int i = 0; i < ids.size(); ++i) {
+        request(msgId, *ids.getAt(i), noWait);
+    }
+}
+
+int SharedTimer::RequestSteps::waitFor(int msgId, int timerId) {
+    TimerWaiter waiter(msgId, false);
+    {
+        SyncGuard const guard(mThread.mQueueLock);
+        TimerInfo* const info = mThread.findTimer(timerId);
+        if (info == nullptr) {
+            return Event::WAIT_FAILED;
+        }
+        if (info->isRunning() == (msgId == TIMER_CTL_START)) {
+            return Event::WAIT_DONE;
+        }
+        if (!canWait()) {
+            return Event::WAIT_FAILED;
+        }
+        TimerRunEvent::of(*info).add(waiter);
+    }
+    return await(waiter) ? Event::WAIT_DONE : Event::WAIT_FAILED;
+}
+
+// On the timer thread only the wait is left out: the loop ends after the listener that called has returned.
 void SharedTimer::destroy() {
     ApiGuard const guard(*this);
     Thread::stop(isOwnThread() ? 0 : 1, 0);
@@ -53,36 +120,25 @@ int SharedTimer::addTimer(TimerListener* listener, unsigned int interval, unsign
     if (hasRequestedStop() || hasDone(FINISHED)) {
         return NO_TIMER_ID;
     }
-    return insertTimer(
+    return TimerSteps(*this).insert(
         TimerInfo(listener, interval, repeatCount, autoRepeat, share(std::make_unique<TimerRunEvent>())));
 }
 
-int SharedTimer::insertTimer(TimerInfo info) {
-    SyncGuard const guard(mQueueLock);
-    int const timerId = mNextUserTimerId;
-    if (timerId == NO_TIMER_ID || mTimers.find(timerId) != nullptr || !mTimers.insert(timerId, info)) {
-        info.freeSysParam();
-        return NO_TIMER_ID;
-    }
-    updateNextUserTimerIdValue();
-    return timerId;
-}
-
-// Only a timer that stands still is taken away: its listener is not at work then. An older request to start
-// it may have been served since the stop.
+// Only a timer that does not run is removed, because its listener is not at work then. An older request to
+// start it may have been served since the stop.
 bool SharedTimer::eraseTimer(int timerId, int noWait) {
     ApiGuard const guard(*this);
-    if (noWait != 0) {
+    if (noWait != TIMER_WAIT) {
         return postTimerCtlMsg(TIMER_CTL_ERASE, timerId);
     }
-    while (stop(timerId, 0)) {
+    while (stop(timerId, TIMER_WAIT)) {
         SyncGuard const queueGuard(mQueueLock);
         TimerInfo* const info = findTimer(timerId);
         if (info == nullptr) {
             return false;
         }
         if (!info->isRunning()) {
-            releaseTimer(*info);
+            TimerSteps(*this).release(*info);
             return mTimers.erase(timerId);
         }
     }
@@ -90,16 +146,16 @@ bool SharedTimer::eraseTimer(int timerId, int noWait) {
 }
 
 bool SharedTimer::start(int timerId, int noWait) {
-    return request(TIMER_CTL_START, timerId, noWait);
+    return RequestSteps(*this).request(TIMER_CTL_START, timerId, noWait);
 }
 
 bool SharedTimer::stop(int timerId, int noWait) {
-    return request(TIMER_CTL_STOP, timerId, noWait);
+    return RequestSteps(*this).request(TIMER_CTL_STOP, timerId, noWait);
 }
 
 bool SharedTimer::restart(int timerId, int noWait) {
     ApiGuard const guard(*this);
-    if (noWait == 0 && !canWait()) {
+    if (noWait == TIMER_WAIT && !RequestSteps(*this).canWait()) {
         return false;
     }
     if (isRunning(timerId)) {
@@ -108,45 +164,12 @@ bool SharedTimer::restart(int timerId, int noWait) {
     return start(timerId, noWait);
 }
 
-// Entry and waiter appear together for the loop. mApiLock is held across the wait: one request at a time.
-bool SharedTimer::request(int msgId, int timerId, int noWait) {
-    ApiGuard const guard(*this);
-    TimerWaiter waiter(msgId, true);
-    {
-        SyncGuard const queueGuard(mQueueLock);
-        TimerInfo* const info = findTimer(timerId);
-        if (info == nullptr) {
-            return false;
-        }
-        if (info->isRunning() == (msgId == TIMER_CTL_START)) {
-            return true;
-        }
-        if ((noWait == 0 && !canWait()) || !postTimerCtlMsg(msgId, timerId)) {
-            return false;
-        }
-        if (noWait != 0) {
-            return true;
-        }
-        TimerRunEvent::of(*info).add(waiter);
-    }
-    return await(waiter);
-}
-
-void SharedTimer::requestAll(int msgId, int noWait) {
-    ApiGuard const guard(*this);
-    Array<int> ids(0, 0);
-    getTimerIdSet(&ids);
-    for (unsigned int i = 0; i < ids.size(); ++i) {
-        request(msgId, *ids.getAt(i), noWait);
-    }
-}
-
 void SharedTimer::startAll(int noWait) {
-    requestAll(TIMER_CTL_START, noWait);
+    RequestSteps(*this).requestAll(TIMER_CTL_START, noWait);
 }
 
 void SharedTimer::stopAll(int noWait) {
-    requestAll(TIMER_CTL_STOP, noWait);
+    RequestSteps(*this).requestAll(TIMER_CTL_STOP, noWait);
 }
 
 void SharedTimer::restartAll(int noWait) {
@@ -169,7 +192,7 @@ bool SharedTimer::setInterval(int timerId, unsigned int interval) {
 unsigned int SharedTimer::getInterval(int timerId) const {
     SyncGuard const guard(mQueueLock);
     TimerInfo const* const info = findTimer(timerId);
-    return info != nullptr ? info->mInterval : INVALID_SIZE;
+    return info != nullptr ? info->mInterval : NO_INTERVAL;
 }
 
 bool SharedTimer::isRunning(int timerId) const {
@@ -192,30 +215,11 @@ int SharedTimer::getTimerIdSet(Array<int, int const&>* ids) const {
 }
 
 int SharedTimer::waitToStart(int timerId) {
-    return waitFor(TIMER_CTL_START, timerId);
+    return RequestSteps(*this).waitFor(TIMER_CTL_START, timerId);
 }
 
 int SharedTimer::waitToStop(int timerId) {
-    return waitFor(TIMER_CTL_STOP, timerId);
-}
-
-int SharedTimer::waitFor(int msgId, int timerId) {
-    TimerWaiter waiter(msgId, false);
-    {
-        SyncGuard const guard(mQueueLock);
-        TimerInfo* const info = findTimer(timerId);
-        if (info == nullptr) {
-            return Event::WAIT_FAILED;
-        }
-        if (info->isRunning() == (msgId == TIMER_CTL_START)) {
-            return Event::WAIT_DONE;
-        }
-        if (!canWait()) {
-            return Event::WAIT_FAILED;
-        }
-        TimerRunEvent::of(*info).add(waiter);
-    }
-    return await(waiter) ? Event::WAIT_DONE : Event::WAIT_FAILED;
+    return RequestSteps(*this).waitFor(TIMER_CTL_STOP, timerId);
 }
 
 bool SharedTimer::setThreadWatchdogAliveTime(unsigned int aliveTime) {

@@ -49,7 +49,7 @@ bool removeShare(RefCounter* counter, char const* className) {
     if (counter == nullptr) {
         return false;
     }
-    // The lock is given back by now: only the thread that sees 0 may touch the counter again.
+    // The lock is released by now: only the thread that sees 0 may touch the counter again.
     int const lRefCount = counter->decrement();
     if (lRefCount < 0) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "lRefCount(%d) < 0 in %s::release()", lRefCount, className);
@@ -59,8 +59,8 @@ bool removeShare(RefCounter* counter, char const* className) {
 
 }  // namespace detail
 
-// Not in a bracket: handles are given up anywhere, also on threads that have no alive time, and users allow
-// for the device where they close a file.
+// Not in a keep-alive bracket: handles are released anywhere, also on threads that have no alive time, and
+// users take the device into account where they close a file.
 void DestructCloseFile::operator()(int handle) const {
     if (handle != 0 && handle != -1) {
         fsync(handle);

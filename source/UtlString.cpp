@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "UtlWorkingBuffer.h"
+#include "internal/base/UtlSetIfGiven.h"
 #include "internal/text/UtlCharDecoder.h"
 #include "internal/text/UtlStringSearch.h"
 
@@ -13,7 +14,7 @@ namespace utl {
 
 namespace {
 
-// A character with its terminator, with room to spare.
+// More than a character with its terminator.
 constexpr unsigned int ONE_CHAR_SIZE = 7;
 
 constexpr char WHITE_SPACE[] = " \t\v\r\n\f\xE3\x80\x80";
@@ -22,10 +23,10 @@ bool isByteOrderMark(char const* text, unsigned int bytes) {
     return bytes == 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0;
 }
 
-/// How many of `count` bytes go into `room` bytes with a terminator, as `truncate` has it. `room` is not 0.
+/// How many of `count` bytes fit into `room` bytes with a terminator, by `truncate`. `room` is not 0.
 unsigned int fittingBytes(char const* src, unsigned int count, unsigned int room, int truncate) {
-    if (truncate == 1) {
-        return getNearCharIndex(src, std::min(count, room - 1), 1);
+    if (truncate == TRUNCATE_ON) {
+        return getNearCharIndex(src, std::min(count, room - 1), CHAR_START);
     }
     return count < room ? count : INVALID_SIZE;
 }
@@ -44,7 +45,7 @@ unsigned int copyToCharStart(char* dst, char const* src, unsigned int count) {
     return count + 1;
 }
 
-/// Writes at `*used`, which moves on to the new terminator; false if `copyGeneral` fails.
+/// Writes at `*used`, which becomes the place of the new terminator; false if `copyGeneral` fails.
 bool append(char* dst, unsigned int dstSize, unsigned int* used, char const* src, unsigned int length,
             int truncate) {
     unsigned int const result = copyGeneral(dst, dstSize, *used, src, 0, length, truncate);
@@ -57,11 +58,11 @@ bool append(char* dst, unsigned int dstSize, unsigned int* used, char const* src
 
 /// Copies all of `text` into the slot; false for null and for text that is too long.
 bool borrow(WorkingBuffer<char> const& slot, char const* text) {
-    return copyStrBase(slot.get(), slot.size(), text, INVALID_SIZE, 0) != INVALID_SIZE;
+    return copyStrBase(slot.get(), slot.size(), text, INVALID_SIZE, TRUNCATE_OFF) != INVALID_SIZE;
 }
 
 bool borrowReversed(WorkingBuffer<char> const& slot, char const* text) {
-    return reverseStrBase(slot.get(), slot.size(), text, 0) != INVALID_SIZE;
+    return reverseStrBase(slot.get(), slot.size(), text, TRUNCATE_OFF) != INVALID_SIZE;
 }
 
 /// Bytes of `set` up to its first malformed one.
@@ -74,7 +75,7 @@ unsigned int wellFormedBytes(char const* set) {
 }
 
 /// As `wellFormedBytes`, but without a character that is followed by a byte which can start none: such a
-/// character cannot be copied out alone and so is never found.
+/// character cannot be copied out alone, so it is never found.
 unsigned int searchableBytes(char const* set) {
     unsigned int end = 0;
     for (unsigned int bytes = charBytes(set); isCharacter(bytes) && isCharStart(set[end + bytes]);
@@ -99,28 +100,24 @@ bool beginsWithOneOf(char const* text, char const* set, unsigned int setBytes) {
 }  // namespace
 
 template <typename T>
-unsigned int t_charlen(T const* text, bool* isBom) {
+unsigned int t_charlen(T const* text, bool* isBom) noexcept {
     if (text == nullptr) {
         return 0;
     }
     unsigned int const bytes = charBytes(text);
-    if (isBom != nullptr) {
-        *isBom = isByteOrderMark(text, bytes);
-    }
+    setIfGiven(isBom, isByteOrderMark(text, bytes));
     return bytes;
 }
 
 template <typename T>
-unsigned int strCharBytesBase(T const* text, bool* isBom) {
-    if (isBom != nullptr) {
-        *isBom = false;
-    }
+unsigned int strCharBytesBase(T const* text, bool* isBom) noexcept {
+    setIfGiven(isBom, false);
     unsigned int const bytes = t_charlen(text, isBom);
     return bytes == INVALID_SIZE && isCharStart(*text) ? 0 : bytes;
 }
 
 template <typename T>
-unsigned int getNearCharIndex(T const* text, unsigned int index, unsigned int direction) {
+unsigned int getNearCharIndex(T const* text, unsigned int index, unsigned int direction) noexcept {
     if (text == nullptr) {
         return INVALID_SIZE;
     }
@@ -131,7 +128,7 @@ unsigned int getNearCharIndex(T const* text, unsigned int index, unsigned int di
             return bytes == 0 ? start : INVALID_SIZE;
         }
         if (index - start < bytes) {
-            return direction == 1 ? start : start + bytes;
+            return direction == CHAR_START ? start : start + bytes;
         }
         start += bytes;
     }
@@ -139,7 +136,8 @@ unsigned int getNearCharIndex(T const* text, unsigned int index, unsigned int di
 }
 
 template <typename T>
-unsigned int copyStrBase(T* dst, unsigned int dstSize, T const* src, unsigned int length, int truncate) {
+unsigned int copyStrBase(T* dst, unsigned int dstSize, T const* src, unsigned int length,
+                         int truncate) noexcept {
     if (src == nullptr) {
         return INVALID_SIZE;
     }
@@ -153,7 +151,7 @@ unsigned int copyStrBase(T* dst, unsigned int dstSize, T const* src, unsigned in
     if (dst == nullptr) {
         return INVALID_SIZE;
     }
-    if (dstSize == 1 && truncate == 1) {
+    if (dstSize == 1 && truncate == TRUNCATE_ON) {
         *dst = '\0';
         return 1;
     }
@@ -162,7 +160,7 @@ unsigned int copyStrBase(T* dst, unsigned int dstSize, T const* src, unsigned in
 }
 
 template <typename T>
-unsigned int t_strncpy(T* dst, unsigned int dstSize, T const* src, unsigned int length) {
+unsigned int t_strncpy(T* dst, unsigned int dstSize, T const* src, unsigned int length) noexcept {
     unsigned int const count = src != nullptr ? boundedLength(src, length) : 0;
     if (dstSize <= count) {
         return INVALID_SIZE;
@@ -176,7 +174,7 @@ unsigned int t_strncpy(T* dst, unsigned int dstSize, T const* src, unsigned int 
 
 template <typename T>
 unsigned int copyGeneral(T* dst, unsigned int dstSize, unsigned int dstPos, T const* src, unsigned int srcPos,
-                         unsigned int length, int truncate) {
+                         unsigned int length, int truncate) noexcept {
     if (length == 0) {
         return dstPos;
     }
@@ -192,7 +190,7 @@ unsigned int copyGeneral(T* dst, unsigned int dstSize, unsigned int dstPos, T co
         return INVALID_SIZE;
     }
     unsigned int const room = dstSize - dstPos;
-    if (room == 1 && truncate == 1) {
+    if (room == 1 && truncate == TRUNCATE_ON) {
         dst[dstPos] = '\0';
         return dstPos + 1;
     }
@@ -217,7 +215,7 @@ unsigned int formatStr<char>(char* dst, unsigned int dstSize, char const* format
 }
 
 template <typename T>
-unsigned int t_strstr(T const* text, T const* sub) {
+unsigned int t_strstr(T const* text, T const* sub) noexcept {
     if (*sub == '\0' || text == nullptr) {
         return *sub == '\0' ? textLength(text) : INVALID_SIZE;
     }
@@ -276,13 +274,13 @@ unsigned int findReverseChar(T const* text, T const* chars, unsigned int start, 
 }
 
 template <typename T>
-unsigned int t_strspn(T const* text, T const* set) {
+unsigned int t_strspn(T const* text, T const* set) noexcept {
     if (text == nullptr || set == nullptr) {
         return 0;
     }
     unsigned int const setBytes = wellFormedBytes(set);
     unsigned int offset = 0;
-    // What begins with a character of the set is that character, so its length needs no test.
+    // What begins with a character of the set is that character, so its length is not tested.
     while (text[offset] != '\0' && beginsWithOneOf(text + offset, set, setBytes)) {
         offset += sequenceBytes(text[offset]);
     }
@@ -290,7 +288,7 @@ unsigned int t_strspn(T const* text, T const* set) {
 }
 
 template <typename T>
-unsigned int t_strcspn(T const* text, T const* set) {
+unsigned int t_strcspn(T const* text, T const* set) noexcept {
     if (text == nullptr || set == nullptr) {
         return textLength(text);
     }
@@ -308,9 +306,9 @@ unsigned int t_strcspn(T const* text, T const* set) {
 }
 
 template <typename T>
-unsigned int t_strrev(T* dst, unsigned int dstSize, T const* src, int truncate) {
+unsigned int t_strrev(T* dst, unsigned int dstSize, T const* src, int truncate) noexcept {
     unsigned int const length = textLength(src);
-    if (dstSize == 0 || (truncate == 0 && dstSize <= length)) {
+    if (dstSize == 0 || (truncate == TRUNCATE_OFF && dstSize <= length)) {
         return INVALID_SIZE;
     }
     unsigned int kept = std::min(length, dstSize - 1);
@@ -332,7 +330,7 @@ unsigned int t_strrev(T* dst, unsigned int dstSize, T const* src, int truncate) 
 }
 
 template <typename T>
-unsigned int reverseStrBase(T* dst, unsigned int dstSize, T const* src, int truncate) {
+unsigned int reverseStrBase(T* dst, unsigned int dstSize, T const* src, int truncate) noexcept {
     if (src == nullptr) {
         return INVALID_SIZE;
     }
@@ -343,11 +341,11 @@ unsigned int reverseStrBase(T* dst, unsigned int dstSize, T const* src, int trun
 }
 
 template <typename T>
-unsigned int truncateStr(T* text, unsigned int length) {
+unsigned int truncateStr(T* text, unsigned int length) noexcept {
     if (text == nullptr) {
         return INVALID_SIZE;
     }
-    unsigned int const kept = getNearCharIndex<T>(text, boundedLength(text, length), 1);
+    unsigned int const kept = getNearCharIndex<T>(text, boundedLength(text, length), CHAR_START);
     if (kept == INVALID_SIZE) {
         return INVALID_SIZE;
     }
@@ -364,11 +362,11 @@ unsigned int eraseStrSpan(T* text, unsigned int pos, unsigned int length) {
     unsigned int const oldLength = textLength(old.get());
     unsigned int const size = oldLength + 1;
     unsigned int used = 0;
-    if (pos > oldLength || (pos != 0 && !append(text, size, &used, old.get(), pos, 0))) {
+    if (pos > oldLength || (pos != 0 && !append(text, size, &used, old.get(), pos, TRUNCATE_OFF))) {
         return INVALID_SIZE;
     }
     unsigned int const tail = pos + std::min(length, oldLength - pos);
-    return copyGeneral<T>(text, size, used, old.get(), tail, INVALID_SIZE, 0);
+    return copyGeneral<T>(text, size, used, old.get(), tail, INVALID_SIZE, TRUNCATE_OFF);
 }
 
 template <typename T>
@@ -391,7 +389,7 @@ unsigned int insertStr(T* dst, unsigned int dstSize, unsigned int pos, T const* 
 
 template <typename T>
 unsigned int replaceStr(T* dst, unsigned int dstSize, T const* text, T const* from, T const* to,
-                        int truncate) {
+                        int truncate) noexcept {
     if (text == nullptr || from == nullptr || to == nullptr) {
         return INVALID_SIZE;
     }
@@ -399,9 +397,9 @@ unsigned int replaceStr(T* dst, unsigned int dstSize, T const* text, T const* fr
         return copyStrBase(dst, dstSize, text, textLength(text), truncate);
     }
     unsigned int used = 0;
-    unsigned int behind = 0;
-    for (T const* rest = text;; rest += behind) {
-        unsigned int const match = findStr(rest, from, 0, &behind);
+    unsigned int next = 0;
+    for (T const* rest = text;; rest += next) {
+        unsigned int const match = findStr(rest, from, 0, &next);
         if (match == INVALID_SIZE) {
             return copyGeneral(dst, dstSize, used, rest, 0, INVALID_SIZE, truncate);
         }
@@ -430,29 +428,29 @@ unsigned int trimStrRight(T* text, T const* chars) {
     return kept + 1;
 }
 
-void copyMemory(void* dst, void const* src, unsigned int size) {
+void copyMemory(void* dst, void const* src, unsigned int size) noexcept {
     if (dst != nullptr && src != nullptr) {
         std::memcpy(dst, src, size);
     }
 }
 
-void moveMemory(void* dst, void const* src, unsigned int size) {
+void moveMemory(void* dst, void const* src, unsigned int size) noexcept {
     if (dst != nullptr && src != nullptr) {
         std::memmove(dst, src, size);
     }
 }
 
-void fillMemory(void* dst, unsigned int size, unsigned char value) {
+void fillMemory(void* dst, unsigned int size, unsigned char value) noexcept {
     if (dst != nullptr) {
         std::memset(dst, value, size);
     }
 }
 
-void zeroMemory(void* dst, unsigned int size) {
+void zeroMemory(void* dst, unsigned int size) noexcept {
     fillMemory(dst, size, 0);
 }
 
-bool compareMemory(void const* a, void const* b, unsigned int size) {
+bool compareMemory(void const* a, void const* b, unsigned int size) noexcept {
     return a != nullptr && b != nullptr && std::memcmp(a, b, size) == 0;
 }
 

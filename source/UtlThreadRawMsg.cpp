@@ -7,9 +7,7 @@ namespace utl {
 
 namespace {
 
-constexpr unsigned int ID_BYTES = 4;
-
-static_assert(sizeof(int) == ID_BYTES, "an id takes the first 4 bytes");
+static_assert(sizeof(int) == ThreadRawMsg::ID_BYTES, "an id takes the first 4 bytes");
 static_assert(sizeof(wchar_t) == 4, "wide characters travel as 4 bytes");
 
 unsigned char* newBufferLike(unsigned char const* source, unsigned int size) {
@@ -162,7 +160,7 @@ int ThreadRawMsg::set(char const* text) {
     return put(text, text == nullptr ? 0 : std::strlen(text) + 1ULL);
 }
 
-// The length is taken before any test. Callers know that they must never pass null here.
+// The length is determined before any test: callers must never pass null here.
 int ThreadRawMsg::set(wchar_t const* text) {
     return put(text, (std::wcslen(text) + 1ULL) * sizeof(wchar_t));
 }
@@ -226,8 +224,8 @@ int ThreadRawMsg::get(unsigned char* out, unsigned int count) {
     return take(out, count);
 }
 
-// A text that is too long for the caller is no failure of the broker: the caller may try again with more
-// room.
+// A text that is too long for the caller is no failure of the broker: the caller may try again with a larger
+// buffer.
 int ThreadRawMsg::takeText(void* out, unsigned int length, unsigned int characterBytes) {
     if (length == INVALID_SIZE || mResult == -1) {
         return 0;
@@ -235,7 +233,7 @@ int ThreadRawMsg::takeText(void* out, unsigned int length, unsigned int characte
     return take(out, 1ULL * length * characterBytes);
 }
 
-// The length of the text at the read position with its terminator, or INVALID_SIZE where none ends within
+// The length of the text at the read position with its terminator, or INVALID_SIZE if no text ends within
 // `maxLen` characters and within the buffer.
 unsigned int ThreadRawMsg::checkOutputStrLength(unsigned int maxLen) const {
     unsigned int const remaining = mMaxSize - mOutputPos;

@@ -14,7 +14,8 @@ namespace utl {
 namespace {
 
 struct CounterIds {
-    Map<unsigned int, unsigned int> mCounterIdsMap{TimeCounter::COUNTER_ID_MAX, 0};  // id to start tick
+    Map<unsigned int, unsigned int> mCounterIdsMap{TimeCounter::COUNTER_ID_MAX,
+                                                   AUTO_RESIZE_OFF};  // id to start tick
     SyncObject mAccessCounterIdsSyncObject;
 };
 
@@ -23,7 +24,7 @@ CounterIds& counterIds() {
     return *theCounterIds;
 }
 
-// Built at load, so that no caller pays for it or meets a failed allocation.
+// Constructed at load, so that no caller pays for it or meets a failed allocation.
 [[maybe_unused]] CounterIds& gBuiltAtLoad = counterIds();
 
 }  // namespace
@@ -77,13 +78,13 @@ bool TimeCounter::start(unsigned int counterId) {
         return false;
     }
     unsigned int* const startTime = ids.mCounterIdsMap.find(counterId);
-    // Only if the map is damaged: the id was stored under the same lock. Nothing stands under it to take out.
+    // Only if the map is damaged: the id was stored under the same lock. There is no entry to remove.
     if (startTime == nullptr) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "TimeCounter::start(ID) Failed. Specified Key's Position Notfound. CounterId:[%u]", counterId);
         return false;
     }
-    // The tick comes last, so that the work on the map is not measured.
+    // The tick is read last, so that the work on the map is not measured.
     *startTime = getTickTime();
     if (*startTime == INVALID_TIME) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
@@ -95,7 +96,7 @@ bool TimeCounter::start(unsigned int counterId) {
 }
 
 unsigned int TimeCounter::watch(unsigned int counterId) {
-    // Before the lock: who has to wait for it must not see that as elapsed time.
+    // Before the lock: the wait for it must not count as elapsed time.
     unsigned int const tick = getTickTime();
     CounterIds& ids = counterIds();
     SyncGuard const guard(ids.mAccessCounterIdsSyncObject);

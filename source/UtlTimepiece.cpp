@@ -4,13 +4,13 @@
 
 #include <tuple>
 
+#include "internal/base/UtlSetIfGiven.h"
 #include "internal/thread/UtlKeepAlive.h"
 
 namespace utl {
 
 namespace {
 
-constexpr unsigned int INVALID_ELAPSED = ~0U;
 constexpr unsigned int SECONDS_OF_DAY = 86400;
 
 // The longest span of seconds that 32 bits hold.
@@ -20,7 +20,7 @@ constexpr unsigned int ELAPSED_REST_LIMIT = 23296;
 constexpr unsigned int NANOSECONDS_OF_MILLISECOND = 1000000;
 constexpr unsigned int YEAR_MAX = 65534;
 
-// Days in front of each month; the invalid state has a month behind the last one.
+// Days before each month; the invalid state has a month after the last one.
 constexpr unsigned short DAYS_BEFORE_MONTH[][13] = {
     {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365},
     {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335, 366}};
@@ -37,7 +37,7 @@ unsigned int daysBeforeYear(unsigned int year) {
     return 365 * past + past / 4 - past / 100 + past / 400 + 365;
 }
 
-// What stands where in the reports of one of the two functions.
+// The function and the lines in the reports of one of the two functions.
 struct Places {
     char const* function;
     unsigned int clockLine;
@@ -73,7 +73,7 @@ Time const Time::DEFAULT_REFERENCE_TIME(0, 1, 1, 0, 0, 0, 0, 0, 0);
 
 bool Time::set(unsigned short year, unsigned short month, unsigned short day, unsigned short hour,
                unsigned short minute, unsigned short second, unsigned short millisecond,
-               unsigned short microsecond, unsigned short nanosecond) {
+               unsigned short microsecond, unsigned short nanosecond) noexcept {
     Time const value(year, month, day, hour, minute, second, millisecond, microsecond, nanosecond);
     if (!value.isValid()) {
         return false;
@@ -84,44 +84,39 @@ bool Time::set(unsigned short year, unsigned short month, unsigned short day, un
 
 bool Time::get(unsigned short* year, unsigned short* month, unsigned short* day, unsigned short* hour,
                unsigned short* minute, unsigned short* second, unsigned short* millisecond,
-               unsigned short* microsecond, unsigned short* nanosecond) const {
+               unsigned short* microsecond, unsigned short* nanosecond) const noexcept {
     if (!isValid()) {
         return false;
     }
-    auto const put = [](unsigned short* place, unsigned short value) {
-        if (place != nullptr) {
-            *place = value;
-        }
-    };
-    put(year, mYear);
-    put(month, mMonth);
-    put(day, mDay);
-    put(hour, mHour);
-    put(minute, mMinute);
-    put(second, mSecond);
-    put(millisecond, mMillisecond);
-    put(microsecond, mMicrosecond);
-    put(nanosecond, mNanosecond);
+    setIfGiven(year, mYear);
+    setIfGiven(month, mMonth);
+    setIfGiven(day, mDay);
+    setIfGiven(hour, mHour);
+    setIfGiven(minute, mMinute);
+    setIfGiven(second, mSecond);
+    setIfGiven(millisecond, mMillisecond);
+    setIfGiven(microsecond, mMicrosecond);
+    setIfGiven(nanosecond, mNanosecond);
     return true;
 }
 
-void Time::reset() {
+void Time::reset() noexcept {
     *this = Time();
 }
 
-unsigned int Time::getDays() const {
+unsigned int Time::getDays() const noexcept {
     return daysBeforeYear(mYear) + DAYS_BEFORE_MONTH[isLeapYear(mYear) ? 1 : 0][mMonth - 1] + mDay - 1;
 }
 
-bool Time::operator==(Time const& other) const {
+bool Time::operator==(Time const& other) const noexcept {
     return !(*this < other) && !(other < *this);
 }
 
-bool Time::operator!=(Time const& other) const {
+bool Time::operator!=(Time const& other) const noexcept {
     return !(*this == other);
 }
 
-bool Time::operator<(Time const& other) const {
+bool Time::operator<(Time const& other) const noexcept {
     auto const fields = [](Time const& time) {
         return std::tie(time.mYear, time.mMonth, time.mDay, time.mHour, time.mMinute, time.mSecond,
                         time.mMillisecond, time.mMicrosecond, time.mNanosecond);
@@ -129,23 +124,23 @@ bool Time::operator<(Time const& other) const {
     return fields(*this) < fields(other);
 }
 
-bool Time::operator>(Time const& other) const {
+bool Time::operator>(Time const& other) const noexcept {
     return other < *this;
 }
 
-bool Time::operator<=(Time const& other) const {
+bool Time::operator<=(Time const& other) const noexcept {
     return !(other < *this);
 }
 
-bool Time::operator>=(Time const& other) const {
+bool Time::operator>=(Time const& other) const noexcept {
     return !(*this < other);
 }
 
-bool Time::isPastTime(Time const& other) const {
+bool Time::isPastTime(Time const& other) const noexcept {
     return *this < other;
 }
 
-unsigned int Time::getElapsedDays(Time const& reference) const {
+unsigned int Time::getElapsedDays(Time const& reference) const noexcept {
     if (!isValid() || !reference.isValid() || *this < reference) {
         return INVALID_ELAPSED;
     }
@@ -158,7 +153,7 @@ unsigned int Time::getElapsedDays(Time const& reference) const {
     return seconds < referenceSeconds || lacksFractionOf(reference) ? days - 1 : days;
 }
 
-unsigned int Time::getElapsedSeconds(Time const& reference) const {
+unsigned int Time::getElapsedSeconds(Time const& reference) const noexcept {
     unsigned int const days = getElapsedDays(reference);
     if (days > ELAPSED_DAYS_MAX) {
         return INVALID_ELAPSED;
@@ -171,16 +166,16 @@ unsigned int Time::getElapsedSeconds(Time const& reference) const {
     return seconds != 0 && lacksFractionOf(reference) ? seconds - 1 : seconds;
 }
 
-unsigned int Time::secondsOfDay() const {
+unsigned int Time::secondsOfDay() const noexcept {
     return mHour * 3600U + mMinute * 60U + mSecond;
 }
 
-unsigned int Time::fraction() const {
+unsigned int Time::fraction() const noexcept {
     return mMillisecond * NANOSECONDS_OF_MILLISECOND + mMicrosecond * 1000U + mNanosecond;
 }
 
 // A fraction that is less than the reference's by more than a millisecond wraps, and does not count as less.
-bool Time::lacksFractionOf(Time const& reference) const {
+bool Time::lacksFractionOf(Time const& reference) const noexcept {
     return fraction() != reference.fraction() &&
            fraction() + NANOSECONDS_OF_MILLISECOND - reference.fraction() < NANOSECONDS_OF_MILLISECOND;
 }

@@ -14,10 +14,10 @@ constexpr char const* DAY_NAMES[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "
 
 Range<char> const DIGITS('0', '9');
 
-// The terminator is among them, so that the end of the text ends a word.
+// Including the terminator, so that the end of the text ends a word.
 Range<char> const DELIMITERS[] = {{'\0', '\0'}, {'\t', '\t'}, {' ', '/'}, {';', '@'}, {'[', '`'}, {'{', '~'}};
 
-// With the first day of the Gregorian calendar dates get a weekday.
+// From the first day of the Gregorian calendar on dates have a weekday.
 constexpr unsigned int FIRST_WEEKDAY_DATE = 15821015;
 constexpr unsigned int HTTP_YEAR_MIN = 100;
 
@@ -59,8 +59,9 @@ bool beginsWithName(char const* text, char const* name) {
     return true;
 }
 
-// Takes a number of `digitsMin` to `digitsMax` digits, all that are there. Gives the place behind it; null,
-// with `*number` untouched, if there is none.
+// Reads all digits at `place`, `digitsMin` to `digitsMax`, as a number. Returns the place after it; null,
+// with
+// `*number` untouched, if there is none.
 char const* takeNumber(char const* place, unsigned int digitsMin, unsigned int digitsMax,
                        unsigned short* number) {
     unsigned int value = 0;
@@ -79,10 +80,10 @@ unsigned short fullYear(unsigned short year) {
     return static_cast<unsigned short>(year < 70 ? year + 2000 : year < 100 ? year + 1900 : year);
 }
 
-// Collects the parts of a date. Each step that takes one gives the place behind it, or null for none.
+// Collects the parts of a date. Each step that reads one returns the place after it, or null if it is none.
 class HttpDateParser {
   public:
-    // Runs to the end of the text, or to a place behind the last part where nothing else can be taken.
+    // Reads to the end of the text, or to a place after the last part where nothing else can be read.
     void run(char const* place) {
         while (*place != '\0') {
             char const* const next = isDelimiter(*place) ? place + 1 : takePart(place);
@@ -193,7 +194,7 @@ bool Time::getHttpDate(char* buffer, unsigned int size) const {
     return used != INVALID_SIZE;
 }
 
-bool Time::setHttpDate(char const* text) {
+bool Time::setHttpDate(char const* text) noexcept {
     if (text == nullptr) {
         return false;
     }

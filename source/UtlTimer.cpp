@@ -4,7 +4,7 @@ namespace utl {
 
 namespace {
 
-// The thread runs by now: where there is no memory for the timer it ends here, and gives its place back.
+// The thread runs already: if there is no memory for the timer, it ends here and releases its place.
 int addTimerOrDestroy(SharedTimer& timers, TimerListener* listener, unsigned int interval,
                       unsigned int repeatCount, int autoRepeat) {
     try {

@@ -8,7 +8,7 @@ template class Map<int, TimerInfo>;
 
 namespace {
 
-// Timeouts that wait for delivery at the most.
+// How many timeouts wait for delivery at most.
 constexpr unsigned int PENDING_MAX = 1;
 constexpr unsigned int PENDING_MAX_AUTO_REPEAT = 2;
 
@@ -30,19 +30,19 @@ TimerInfo::TimerInfo(TimerListener* listener, unsigned int interval, unsigned in
     resetSysParam();
 }
 
-void TimerInfo::resetSysParam() {
+void TimerInfo::resetSysParam() noexcept {
     if (mSysParam != nullptr) {
         mSysParam[0] = -1;
         mSysParam[1] = 0;
     }
 }
 
-void TimerInfo::freeSysParam() {
+void TimerInfo::freeSysParam() noexcept {
     delete[] mSysParam;
     mSysParam = nullptr;
 }
 
-void TimerInfo::forgetSysTimer() {
+void TimerInfo::forgetSysTimer() noexcept {
     mSysTimerId = timer_t();
     mPendingCount = 0;
     mSysTimerNum = NO_NUMBER;
@@ -52,7 +52,7 @@ bool TimerInfo::acceptsTimeout() const {
     return mPendingCount < (mAutoRepeat != 0 ? PENDING_MAX_AUTO_REPEAT : PENDING_MAX) && isRunning();
 }
 
-bool TimerInfo::countTimeout() {
+bool TimerInfo::countTimeout() noexcept {
     if (mPendingCount != 0) {
         --mPendingCount;
     }

@@ -9,6 +9,7 @@
 #include <random>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "TestElements.h"
@@ -29,6 +30,17 @@ using utltest::throwAtAssignment;
 
 static_assert(std::has_virtual_destructor_v<Array<int>>);
 static_assert(!std::is_copy_constructible_v<Array<int>> && !std::is_copy_assignable_v<Array<int>>);
+static_assert(utl::AUTO_RESIZE_OFF == 0 && utl::AUTO_RESIZE_ON == 1);
+
+// Nothing here can throw, whatever the element type.
+using AnyArray = Array<std::string>;
+static_assert(
+    noexcept(std::declval<AnyArray&>().clear()) && noexcept(std::declval<AnyArray&>().getAt(0)) && noexcept(
+        std::declval<AnyArray const&>().getAt(
+            0)) && noexcept(std::declval<AnyArray&>()
+                                .size()) && noexcept(std::declval<AnyArray&>()
+                                                         .maxSize()) && noexcept(std::declval<AnyArray&>()
+                                                                                     .elements()));
 
 template <typename T>
 void fill(Array<T>& array, std::initializer_list<std::common_type_t<T>> values) {

@@ -30,6 +30,37 @@ using utltest::errorOf;
 
 static_assert(!std::is_polymorphic_v<BitStream>);
 
+static_assert(BitStream::CURRENT_POSITION == -1);
+static_assert(BitStream::SEEK_FROM_START == 0 && BitStream::SEEK_FROM_POSITION == 1 &&
+              BitStream::SEEK_FROM_END == 2);
+static_assert(
+    std::is_nothrow_default_constructible_v<BitStream>&& noexcept(std::declval<BitStream&>().readBitToUint64(
+        1,
+        BitStream::
+            CURRENT_POSITION)) && noexcept(std::declval<BitStream&>()
+                                               .writeBitToUint64(
+                                                   1, 1,
+                                                   BitStream::
+                                                       CURRENT_POSITION)) && noexcept(std::declval<BitStream&>()
+                                                                                          .copy(
+                                                                                              std::declval<
+                                                                                                  BitStream&>(),
+                                                                                              0)));
+static_assert(noexcept(utl::serialize(1U, nullptr)) && noexcept(
+    utl::unserialize(nullptr, static_cast<unsigned int*>(nullptr))));
+
+TEST(BitStream, TheNamedOrigins_SeekFromTheStartThePositionAndTheEnd) {
+    Bytes bytes(4);
+    BitStream stream(bytes.data(), 4);
+    stream.writeBitToUint32(1, 20, BitStream::CURRENT_POSITION);
+    stream.seekBitOffset(3, BitStream::SEEK_FROM_START);
+    EXPECT_EQ(stream.getBitPosition(), 3U);
+    stream.seekBitOffset(4, BitStream::SEEK_FROM_POSITION);
+    EXPECT_EQ(stream.getBitPosition(), 7U);
+    stream.seekBitOffset(1, BitStream::SEEK_FROM_END);
+    EXPECT_EQ(stream.getBitPosition(), 21U);
+}
+
 bool bitOf(unsigned char const* bytes, std::size_t position) {
     return (bytes[position / 8] >> (7 - position % 8) & 1) != 0;
 }

@@ -11,6 +11,7 @@
 #include <random>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "TestElements.h"
@@ -28,6 +29,10 @@ using utl::searchPosition;
 static_assert(std::has_virtual_destructor_v<Map<int, int>> && std::has_virtual_destructor_v<Pair<int, int>>);
 static_assert(std::is_default_constructible_v<Pair<int, int>> && std::is_copy_assignable_v<Pair<int, int>>);
 static_assert(!std::is_copy_constructible_v<Map<int, int>> && !std::is_copy_assignable_v<Map<int, int>>);
+static_assert(noexcept(std::declval<Map<int, std::string>&>().clear()) && noexcept(
+    std::declval<Map<int, std::string>&>().getAt(
+        0)) && noexcept(std::declval<Map<int, std::string>&>()
+                            .size()) && noexcept(std::declval<Map<int, std::string>&>().maxSize()));
 static_assert(std::is_empty_v<CompareLessPairKey<int, int>> && sizeof(CompareLessPairKey<int, int>) == 1);
 
 using LessInt = CompareLessPairKey<int, int>;

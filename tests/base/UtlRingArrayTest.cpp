@@ -12,6 +12,7 @@
 #include <random>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "TestAllocations.h"
@@ -33,6 +34,19 @@ using utltest::throwAtAssignment;
 static_assert(std::has_virtual_destructor_v<RingArray<int>> && std::has_virtual_destructor_v<Queue<int>>);
 static_assert(!std::is_copy_constructible_v<RingArray<int>> && !std::is_copy_assignable_v<RingArray<int>>);
 static_assert(!std::is_copy_constructible_v<Queue<int>> && !std::is_copy_assignable_v<Queue<int>>);
+
+// Nothing here touches an element.
+template <typename RING>
+constexpr bool hasQuietOperations() {
+    using Ring = RING&;
+    return noexcept(std::declval<Ring>().size())&& noexcept(std::declval<Ring>().maxSize())&& noexcept(
+        std::declval<Ring>().elementAt(
+            0))&& noexcept(std::declval<Ring>()
+                               .popFront())&& noexcept(std::declval<Ring>()
+                                                           .removeLast(
+                                                               1))&& noexcept(std::declval<Ring>().clear());
+}
+static_assert(hasQuietOperations<RingArray<std::string>>() && hasQuietOperations<Queue<std::string>>());
 
 template <typename RING>
 auto content(RING const& ring) {

@@ -23,6 +23,10 @@ using Lines = std::vector<std::string>;
 using utltest::allocationsOf;
 using utltest::NoMemoryScope;
 
+static_assert(noexcept(std::declval<utl::SmartPointer<int>&>().get()) && noexcept(
+    std::declval<utl::SmartPointer<int>&>().
+    operator->()) && noexcept(*std::declval<utl::SmartPointer<int>&>()));
+
 // What the destructing objects were given, and what a test does meanwhile.
 std::vector<int*> gDestroyedPointers;
 std::vector<int> gDestroyedValues;

@@ -23,6 +23,7 @@ namespace {
 using Scratch = utl::WorkingBuffer<char>;
 
 static_assert(std::has_virtual_destructor_v<Scratch>);
+static_assert(noexcept(Scratch::size()));
 static_assert(!std::is_polymorphic_v<utl::StaticBuffer>);
 
 // A store of its own, so that its state can be brought where the process's one never gets.

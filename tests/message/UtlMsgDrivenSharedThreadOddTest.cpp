@@ -25,7 +25,6 @@ using namespace utltest;
 
 constexpr unsigned int LONG = 600000;  // a period that does not end during a test
 constexpr unsigned int ADDRESS = sizeof(void*);
-constexpr unsigned int CTL_SPARE = 256;
 
 class OddSharedThread : public ScopedSharedThread {
   public:
@@ -424,7 +423,7 @@ TEST_F(MsgDrivenSharedThreadOdd, AttachingAgainstAFullControlQueue_FailsWithItsL
     while (thread.postThreadCtlMsg(utl::MSG_ID_CTL_START_TIMER, 77) == 1) {
         ++count;
     }
-    EXPECT_EQ(count, 4 + CTL_SPARE);
+    EXPECT_EQ(count, 4 + utl::MsgDrivenThread::EXTRA_CTL_ENTRIES);
     EXPECT_EQ(thread.attachMsgListener(&two), 0);
     EXPECT_EQ(thread.detachMsgListener(&one), 0);
     EXPECT_EQ(log.count(error("MsgDrivenSharedThread::attachMsgListener(): Can't send thread")), 1U);

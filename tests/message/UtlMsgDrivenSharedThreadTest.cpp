@@ -13,6 +13,7 @@
 #include <new>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "TestAllocations.h"
@@ -43,6 +44,32 @@ T valueAt(utl::ThreadRawMsg const& msg, unsigned int offset) {
 }
 
 using SharedThread = WithoutWatchdogThread;
+
+static_assert(utl::MsgDrivenSharedThread::LISTENER_FAILED == 0 &&
+              utl::MsgDrivenSharedThread::LISTENER_DONE == 1);
+static_assert(!std::is_copy_constructible_v<utl::MsgDrivenSharedThread> &&
+              !std::is_copy_assignable_v<utl::MsgDrivenSharedThread>);
+
+// Its own `stop` first waits for an attach in progress; that of the base class would end the loop before it.
+TEST_F(SharedThread, AutoStop_CallsTheStopOfTheSharedThread) {
+    Holder holder;
+    Collector other;
+    utl::MsgDrivenSharedThread thread(64, 16, 4, "scoped");
+    ASSERT_EQ(thread.start(), 0);
+    ASSERT_NO_FATAL_FAILURE(holdIn(holder, thread));
+    auto attached = std::async(std::launch::async, [&] { return thread.attachMsgListener(&other); });
+    while (ThreadAccess::queues(thread).entries.empty()) {
+        std::this_thread::yield();
+    }
+    auto stopped = std::async(std::launch::async, [&] { utl::AutoStop const stopping(thread); });
+    EXPECT_EQ(stopped.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+    EXPECT_FALSE(thread.hasRequestedStop());
+    holder.gate.open();
+    EXPECT_EQ(attached.get(), utl::MsgDrivenSharedThread::LISTENER_DONE);
+    stopped.get();
+    EXPECT_TRUE(thread.hasDone(utl::Thread::FINISHED));
+    EXPECT_FALSE(utl::ThreadManager::get()->isThreadExist(thread.getId()));
+}
 
 // The messages.
 

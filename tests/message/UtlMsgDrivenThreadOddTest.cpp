@@ -36,7 +36,6 @@ constexpr int HOLD = 902;              // its handler waits until it is let go
 constexpr int DRAINED = 903;           // what was queued in front of it has gone
 constexpr int NO_TIMER = 77;           // the id of no timer
 constexpr unsigned int LONG = 600000;  // a period that does not end during a test
-constexpr unsigned int CTL_SPARE = 256;
 
 using Delivered = std::vector<std::pair<int, int>>;
 
@@ -239,7 +238,7 @@ TEST_F(MsgDrivenThreadOdd, EraseMsg_BehindTheFrameOfARefusedSynchronousMessage_E
     Stage stage(64, 2);
     stage.start();
     stage.hold();
-    EXPECT_EQ(stage.fillCtlQueue(), 2 + CTL_SPARE);
+    EXPECT_EQ(stage.fillCtlQueue(), 2 + utl::MsgDrivenThread::EXTRA_CTL_ENTRIES);
     EXPECT_EQ(stage.thread.sendMsgSync(NumberMsg(5, 55)), 0);  // its frame stays behind
     EXPECT_TRUE(stage.thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_START_TIMER));
     EXPECT_EQ(stage.thread.sendMsgAsync(NumberMsg(6, 66)), 1);
@@ -318,7 +317,7 @@ TEST_F(MsgDrivenThreadOdd, QuestionsAgainstAFullControlQueue_FailAndLeaveTheThre
     stage.start();
     stage.hold();
     EXPECT_EQ(stage.thread.postMsg(NumberMsg(5, 55)), 1);
-    EXPECT_EQ(stage.fillCtlQueue(), 16 + CTL_SPARE - 1);
+    EXPECT_EQ(stage.fillCtlQueue(), 16 + utl::MsgDrivenThread::EXTRA_CTL_ENTRIES - 1);
     utl::ThreadRawMsg raw(4);
     EXPECT_FALSE(stage.thread.hasMsg(5));
     EXPECT_FALSE(stage.thread.peekMsg(5, &raw));

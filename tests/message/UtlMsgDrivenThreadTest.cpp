@@ -13,6 +13,7 @@
 #include <new>
 #include <string>
 #include <thread>
+#include <type_traits>
 
 #include "TestAllocations.h"
 #include "TestHooks.h"
@@ -30,6 +31,35 @@ constexpr int SECOND = 101;
 constexpr int THIRD = 102;
 
 using MsgDrivenThread = WithoutWatchdogThread;
+
+static_assert(utl::MsgDrivenThread::SEND_REFUSED == 0 && utl::MsgDrivenThread::SEND_DONE == 1);
+static_assert(utl::MsgDrivenThread::EXTRA_CTL_ENTRIES == 256);
+static_assert(!std::is_copy_constructible_v<utl::MsgDrivenThread> &&
+              !std::is_copy_assignable_v<utl::MsgDrivenThread>);
+static_assert(!std::is_copy_constructible_v<utl::AutoStop<utl::MsgDrivenThread>> &&
+              !std::is_copy_assignable_v<utl::AutoStop<utl::MsgDrivenThread>>);
+static_assert(std::is_nothrow_constructible_v<utl::AutoStop<utl::MsgDrivenThread>, utl::MsgDrivenThread&> &&
+              std::is_nothrow_destructible_v<utl::AutoStop<utl::MsgDrivenThread>>);
+
+TEST_F(MsgDrivenThread, AutoStop_AtTheEndOfItsScope_HasEndedTheThreadAndReleasedItsPlace) {
+    Collector collector;
+    utl::MsgDrivenThread thread(64, 16, "scoped");
+    {
+        utl::AutoStop const stopping(thread);
+        ASSERT_EQ(thread.start(&collector), 0);
+        ASSERT_EQ(thread.sendMsgSync(FIRST), utl::MsgDrivenThread::SEND_DONE);
+    }
+    EXPECT_TRUE(thread.hasDone(utl::Thread::FINISHED));
+    EXPECT_FALSE(utl::ThreadManager::get()->isThreadExist(thread.getId()));
+    EXPECT_EQ(thread.postMsg(FIRST), utl::MsgDrivenThread::SEND_REFUSED);
+}
+
+TEST_F(MsgDrivenThread, AutoStop_OfAThreadThatWasNotStarted_LeavesItToBeStarted) {
+    Collector collector;
+    ScopedMsgThread thread;
+    { utl::AutoStop const stopping(thread); }
+    EXPECT_EQ(thread.start(&collector), 0);
+}
 
 TEST_F(MsgDrivenThread, PostMsg_IsDeliveredWithItsFieldsOnTheMessageThread) {
     Collector collector;

@@ -5,11 +5,16 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "UtlThreadRawMsg.h"
 
 namespace {
+
+static_assert(utl::MsgDataBroker::BROKER_FAILED == 0 && utl::MsgDataBroker::BROKER_DONE == 1);
+static_assert(utl::MsgDataBroker::BROKER_NO_FAILURE == 0);
+static_assert(noexcept(std::declval<utl::Msg const&>().getMsgId()));
 
 // Writes down every call, and fails from `getResult` on when told so.
 class RecordingBroker : public utl::MsgDataBroker {

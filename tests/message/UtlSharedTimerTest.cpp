@@ -41,6 +41,23 @@ TEST_F(SharedTimer, TheIdsOfItsEntries_AreThoseThatTravelThroughThePipe) {
     EXPECT_EQ(entry.mParam, -1);
 }
 
+static_assert(utl::NO_TIMER_ID == -1);
+static_assert(utl::TIMER_WAIT == 0 && utl::TIMER_NO_WAIT == 1);
+static_assert(utl::TIMER_REPEAT_AFTER_LISTENER == 0 && utl::TIMER_AUTO_REPEAT == 1);
+static_assert(utl::TIMER_NO_END == 0 && utl::TIMER_NEVER == 0);
+static_assert(utl::SharedTimer::NO_INTERVAL == 0xFFFFFFFF);
+static_assert(!std::is_copy_constructible_v<utl::SharedTimer> &&
+              !std::is_copy_assignable_v<utl::SharedTimer>);
+static_assert(!std::is_copy_constructible_v<utl::AutoDestroy<utl::SharedTimer>> &&
+              !std::is_copy_assignable_v<utl::AutoDestroy<utl::SharedTimer>>);
+static_assert(std::is_nothrow_constructible_v<utl::AutoDestroy<utl::SharedTimer>, utl::SharedTimer&> &&
+              std::is_nothrow_destructible_v<utl::AutoDestroy<utl::SharedTimer>>);
+static_assert(noexcept(std::declval<utl::TimerInfo&>().resetSysParam()) && noexcept(
+    std::declval<utl::TimerInfo&>()
+        .freeSysParam()) && noexcept(std::declval<utl::TimerInfo&>()
+                                         .forgetSysTimer()) && noexcept(std::declval<utl::TimerInfo&>()
+                                                                            .countTimeout()));
+
 static_assert(
     std::is_same_v<decltype(std::declval<utl::SharedTimer const&>().findTimer(1)), utl::TimerInfo*>);
 
@@ -73,6 +90,17 @@ TEST_F(SharedTimer, Destroy_EndsTheThreadAndGivesItsPlaceBack) {
     EXPECT_TRUE(timers.getResult(&result));
     EXPECT_EQ(result, 0U);
     EXPECT_FALSE(utl::ThreadManager::get()->isThreadExist(id));
+}
+
+TEST_F(SharedTimer, AutoDestroy_AtTheEndOfItsScope_HasDestroyedTheSharedTimer) {
+    utl::SharedTimer timers(0, 0, nullptr, 4, "scoped");
+    {
+        utl::AutoDestroy const destroying(timers);
+        ASSERT_TRUE(timers.start(timers.addTimer(nullptr, LONG)));
+    }
+    EXPECT_TRUE(timers.hasDone(utl::Thread::FINISHED));
+    EXPECT_FALSE(utl::ThreadManager::get()->isThreadExist(timers.getId()));
+    EXPECT_EQ(calls().aliveCount(), 0U);
 }
 
 // The thread is held between its last milestone and its end, by the milestone's own broadcast.

@@ -8,13 +8,18 @@
 #include <cstring>
 #include <cwchar>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
 
 using utl::ThreadRawMsg;
 
-constexpr unsigned int ID_BYTES = 4;
+constexpr unsigned int ID_BYTES = ThreadRawMsg::ID_BYTES;
+static_assert(ID_BYTES == 4);
+
+static_assert(noexcept(std::declval<ThreadRawMsg&>().buffer()));
+static_assert(noexcept(std::declval<ThreadRawMsg const&>().maxSize()));
 
 // One value of each type of fixed size, set and got with and without room.
 template <typename T>

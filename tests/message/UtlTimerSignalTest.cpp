@@ -24,8 +24,6 @@ class OfSharedTimer {
     static int signal() { return SIGRTMIN + 1; }
     static constexpr auto HANDLER = &utl::SharedTimer::TimeoutSignalHandler;
 
-    ~OfSharedTimer() { mTimers.destroy(); }
-
     void start() {
         mTimer = mTimers.addTimer(&mTicker, LONG, 0, 1);
         EXPECT_TRUE(mTimers.start(mTimer, 0));
@@ -38,6 +36,7 @@ class OfSharedTimer {
   private:
     utltest::Ticker mTicker;
     utl::SharedTimer mTimers{0, 0, nullptr, 8, "shared"};
+    utl::AutoDestroy<utl::SharedTimer> const mDestroying{mTimers};
     int mTimer = 0;
 };
 

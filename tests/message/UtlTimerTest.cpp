@@ -36,14 +36,11 @@ class ListenedTimer {
     ListenedTimer(utl::TimerListener* listener, unsigned int interval, unsigned int repeatCount = 0,
                   int autoRepeat = 1)
         : mTimer(listener, interval, 0, 0, nullptr, repeatCount, autoRepeat, "listened") {}
-    ~ListenedTimer() { mTimer.destroy(); }
-    ListenedTimer(ListenedTimer const&) = delete;
-    ListenedTimer& operator=(ListenedTimer const&) = delete;
-
     utl::Timer* operator->() { return &mTimer; }
 
   private:
     utl::Timer mTimer;
+    utl::AutoDestroy<utl::Timer> const mDestroying{mTimer};
 };
 
 int threadOf(char const* name) {
@@ -221,6 +218,17 @@ TEST_F(Timer, ManyTimers_EachHasItsOwnThread) {
     EXPECT_TRUE(one.stop());
     ASSERT_TRUE(two.ticker().waitForMore(2));
     EXPECT_FALSE(one.isRunning());
+}
+
+TEST_F(Timer, AutoDestroy_AtTheEndOfItsScope_HasDestroyedTheTimer) {
+    utl::Timer timer(LONG, 0, 0, nullptr, utl::TIMER_NO_END, utl::TIMER_AUTO_REPEAT, "scoped");
+    {
+        utl::AutoDestroy const destroying(timer);
+        ASSERT_NE(threadOf("scoped"), 0);
+        ASSERT_TRUE(timer.start(utl::TIMER_WAIT));
+    }
+    EXPECT_EQ(threadOf("scoped"), 0);
+    EXPECT_FALSE(timer.start(utl::TIMER_WAIT));
 }
 
 TEST_F(Timer, TheDestructor_OfATimerThatStandsStill_NeedsNoDestroy) {

@@ -70,9 +70,9 @@ struct TimerAccess {
     }
 };
 
-constexpr unsigned int LONG = 60000;              // a period that does not end during a test
-constexpr unsigned int NO_INTERVAL = 0xFFFFFFFF;  // of an unknown timer
-constexpr int UNKNOWN = 77;                       // the id of no timer
+constexpr unsigned int LONG = 60000;  // a period that does not end during a test
+constexpr unsigned int NO_INTERVAL = utl::SharedTimer::NO_INTERVAL;
+constexpr int UNKNOWN = 77;  // the id of no timer
 
 using Ids = std::vector<int>;
 
@@ -153,10 +153,6 @@ class ScopedTimers {
     explicit ScopedTimers(unsigned int maxTimerCount = 8, char const* name = "shared", int watchdog = 0,
                           unsigned int aliveTime = 0)
         : mTimers(watchdog, aliveTime, nullptr, maxTimerCount, name) {}
-    ~ScopedTimers() { mTimers.destroy(); }
-    ScopedTimers(ScopedTimers const&) = delete;
-    ScopedTimers& operator=(ScopedTimers const&) = delete;
-
     utl::SharedTimer* operator->() { return &mTimers; }
     utl::SharedTimer& operator*() { return mTimers; }
 
@@ -170,6 +166,7 @@ class ScopedTimers {
 
   private:
     utl::SharedTimer mTimers;
+    utl::AutoDestroy<utl::SharedTimer> const mDestroying{mTimers};
 };
 
 /// The calls of one system function by shared timers; some of them can be made to fail.

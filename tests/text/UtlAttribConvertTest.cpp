@@ -27,6 +27,17 @@ using utltest::exactly;
 using utltest::utf8Of;
 using utltest::waitsForScratch;
 
+static_assert(utl::CONVERT_TO_RIGHT == 0 && utl::CONVERT_TO_LEFT == 1);
+static_assert(noexcept(convertCharSet(nullptr, 0, "")));
+
+TEST(ConvertAttrib, TheNamedDirections_LeadToTheFormsOfTheirSide) {
+    char text[8] = {};
+    convertAttrib(text, sizeof(text), "aB", utl::LOWER_UPPER_PAIR, utl::CONVERT_TO_RIGHT, utl::TRUNCATE_OFF);
+    EXPECT_STREQ(text, "AB");
+    convertAttrib(text, sizeof(text), "aB", utl::LOWER_UPPER_PAIR, utl::CONVERT_TO_LEFT, utl::TRUNCATE_OFF);
+    EXPECT_STREQ(text, "ab");
+}
+
 constexpr int TO_RIGHT = 0;
 constexpr int TO_LEFT = 1;
 constexpr unsigned int LONGEST_TEXT = 10239;

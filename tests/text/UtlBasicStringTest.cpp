@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "TestLayout.h"
@@ -46,6 +47,16 @@ namespace {
 
 using utl::INVALID_SIZE;
 using String = utl::BasicString<char>;
+
+static_assert(std::is_nothrow_constructible_v<String, utl::ConstantTag>);
+static_assert(
+    noexcept(std::declval<String&>().buffer()) && noexcept(std::declval<String&>().maxSize()) && noexcept(
+        std::declval<String&>()
+            .length()) && noexcept(std::declval<String&>() ==
+                                   "") && noexcept(std::declval<String&>() !=
+                                                   std::declval<String&>()) && noexcept("" ==
+                                                                                        std::declval<
+                                                                                            String&>()));
 
 constexpr char HIRAGANA_A[] = "\xE3\x81\x82";
 

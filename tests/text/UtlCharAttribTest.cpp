@@ -23,6 +23,10 @@ using utltest::exactly;
 using utltest::utf8Of;
 using utltest::waitsForScratch;
 
+static_assert(noexcept(findCodeTable("", utl::KAIGYO_TBL, nullptr)) && noexcept(
+                  attribBlockSize("", 0)) && noexcept(isStrAttribBase("", 0)) &&
+              !noexcept(isCharAttribBase("", 0)));
+
 constexpr char BOM[] = "\xEF\xBB\xBF";
 constexpr int ALL = -1;
 

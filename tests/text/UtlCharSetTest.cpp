@@ -23,6 +23,65 @@ using utltest::terminated;
 using utltest::textOf;
 using utltest::Units;
 
+static_assert(utl::BYTE_ORDER_LOW_FIRST == 0 && utl::BYTE_ORDER_HIGH_FIRST == 1);
+static_assert(utl::BOM_KIND_SAME_ORDER == 1 && utl::BOM_KIND_OTHER_ORDER == 2);
+
+// Nothing that does without the platform's converter can throw.
+static_assert(noexcept(utl::convertCharFromUtf8ToSjis(nullptr, 0, "", nullptr)) && noexcept(
+    utl::convertStrFromUtf8ToSjis(
+        nullptr, 0,
+        "")) && noexcept(utl::
+                             convertCharFromSjisToUtf8(
+                                 nullptr, 0,
+                                 "", nullptr)) && noexcept(utl::
+                                                               convertStrFromSjisToUtf8(
+                                                                   nullptr, 0,
+                                                                   "")) && noexcept(utl::
+                                                                                        convertCharFromSjisToUtf16(
+                                                                                            nullptr,
+                                                                                            "", nullptr)) && noexcept(utl::
+                                                                                                                          convertStrFromSjisToUtf16(
+                                                                                                                              nullptr,
+                                                                                                                              0,
+                                                                                                                              "")) && noexcept(utl::convertCharFromUtf16ToUtf8(nullptr, 0, 0, nullptr)) && noexcept(utl::convertStrFromUtf16ToUtf8(nullptr, 0, nullptr)) && noexcept(utl::
+                                                                                                                                                                                                                                                                                         convertCharFromUtf8ToUtf16(nullptr,
+                                                                                                                                                                                                                                                                                                                    "", nullptr)) && noexcept(utl::
+                                                                                                                                                                                                                                                                                                                                                  convertStrFromUtf8ToUtf16(nullptr,
+                                                                                                                                                                                                                                                                                                                                                                            0,
+                                                                                                                                                                                                                                                                                                                                                                            "")) && noexcept(utl::convertStrFromTcharToChar(nullptr,
+                                                                                                                                                                                                                                                                                                                                                                                                                            0,
+                                                                                                                                                                                                                                                                                                                                                                                                                            "")) && noexcept(utl::
+                                                                                                                                                                                                                                                                                                                                                                                                                                                 convertStrFromCharToTchar(
+                                                                                                                                                                                                                                                                                                                                                                                                                                                     nullptr,
+                                                                                                                                                                                                                                                                                                                                                                                                                                                     0,
+                                                                                                                                                                                                                                                                                                                                                                                                                                                     "")) && noexcept(utl::
+                                                                                                                                                                                                                                                                                                                                                                                                                                                                          convertStrFromDcharToUint8(nullptr,
+                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                     0, nullptr, 0, 0)) && noexcept(utl::
+                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                        convertBinFromUint8ToDchar(nullptr,
+                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                   0,
+                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                   nullptr,
+                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                   0,
+                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                   0)));
+static_assert(!noexcept(utl::convertStrFromTcharToWchar(nullptr, 0, "")) &&
+              !noexcept(utl::convertStrFromWcharToTchar(nullptr, 0, L"")));
+
+TEST(ByteOrder, LowFirstAndHighFirst_NameTheByteThatIsStoredFirst) {
+    unsigned short const unit[] = {0x1234, 0};
+    unsigned char bytes[2] = {};
+    utl::convertStrFromDcharToUint8(bytes, 2, unit, 1, utl::BYTE_ORDER_LOW_FIRST);
+    EXPECT_EQ(bytes[0], 0x34);
+    utl::convertStrFromDcharToUint8(bytes, 2, unit, 1, utl::BYTE_ORDER_HIGH_FIRST);
+    EXPECT_EQ(bytes[0], 0x12);
+}
+
+TEST(BomKind, ASwappedMark_IsOneOfTheOtherOrder) {
+    int kind = 0;
+    utl::convertCharFromUtf16ToUtf8(nullptr, 0, 0xFEFF, &kind);
+    EXPECT_EQ(kind, utl::BOM_KIND_SAME_ORDER);
+    utl::convertCharFromUtf16ToUtf8(nullptr, 0, 0xFFFE, &kind);
+    EXPECT_EQ(kind, utl::BOM_KIND_OTHER_ORDER);
+}
+
 // The same text in three forms.
 std::string const SHIFT_JIS = "\x82\xA0\xB1z\x88\x9F";
 std::string const UTF_8 = "\xE3\x81\x82\xEF\xBD\xB1z\xE4\xBA\x9C";

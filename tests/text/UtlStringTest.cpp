@@ -20,6 +20,78 @@ using utltest::exactly;
 using utltest::GuardedBytes;
 using utltest::waitsForScratch;
 
+static_assert(utl::TRUNCATE_OFF == 0 && utl::TRUNCATE_ON == 1);
+static_assert(utl::CHAR_END == 0 && utl::CHAR_START == 1);
+
+// Nothing that takes no `WorkingBuffer` and calls nobody can throw.
+static_assert(
+    noexcept(utl::t_charlen("")) && noexcept(utl::strCharBytesBase("")) && noexcept(utl::getNearCharIndex(
+        "", 0,
+        utl::CHAR_START)) && noexcept(utl::t_strstr("",
+                                                    "")) && noexcept(utl::
+                                                                         t_strspn(
+                                                                             "",
+                                                                             "")) && noexcept(utl::
+                                                                                                  t_strcspn(
+                                                                                                      "",
+                                                                                                      "")));
+static_assert(noexcept(utl::copyStrBase<char>(nullptr, 0, "", 1, utl::TRUNCATE_ON)) && noexcept(utl::t_strncpy<
+                                                                                                char>(
+    nullptr, 0,
+    "",
+    1)) && noexcept(utl::
+                        copyGeneral<char>(
+                            nullptr, 0,
+                            0, "", 0,
+                            1,
+                            utl::
+                                TRUNCATE_ON)) && noexcept(utl::
+                                                              t_strrev<char>(
+                                                                  nullptr,
+                                                                  0, "",
+                                                                  utl::
+                                                                      TRUNCATE_ON)) && noexcept(utl::
+                                                                                                    reverseStrBase<
+                                                                                                        char>(
+                                                                                                        nullptr,
+                                                                                                        0, "",
+                                                                                                        utl::
+                                                                                                            TRUNCATE_ON)) && noexcept(utl::
+                                                                                                                                          truncateStr<
+                                                                                                                                              char>(
+                                                                                                                                              nullptr,
+                                                                                                                                              0)) && noexcept(utl::
+                                                                                                                                                                  replaceStr<
+                                                                                                                                                                      char>(
+                                                                                                                                                                      nullptr,
+                                                                                                                                                                      0,
+                                                                                                                                                                      "",
+                                                                                                                                                                      "",
+                                                                                                                                                                      "",
+                                                                                                                                                                      utl::
+                                                                                                                                                                          TRUNCATE_ON)));
+static_assert(noexcept(utl::copyMemory(nullptr, nullptr, 0)) && noexcept(utl::moveMemory(
+    nullptr, nullptr,
+    0)) && noexcept(utl::fillMemory(nullptr, 0,
+                                    0)) && noexcept(utl::zeroMemory(nullptr,
+                                                                    0)) && noexcept(utl::
+                                                                                        compareMemory(nullptr,
+                                                                                                      nullptr,
+                                                                                                      0)));
+
+TEST(StringPrimitives, TruncateOnCutsWhatTruncateOffRefuses) {
+    char text[3] = "--";
+    EXPECT_EQ(utl::copyStrBase(text, sizeof(text), "abc", INVALID_SIZE, utl::TRUNCATE_OFF), INVALID_SIZE);
+    EXPECT_STREQ(text, "--");
+    EXPECT_EQ(utl::copyStrBase(text, sizeof(text), "abc", INVALID_SIZE, utl::TRUNCATE_ON), 3U);
+    EXPECT_STREQ(text, "ab");
+}
+
+TEST(StringPrimitives, TheNearCharIndexIsAtTheStartOrTheEndThatItsDirectionNames) {
+    EXPECT_EQ(utl::getNearCharIndex("aあ", 2, utl::CHAR_START), 1U);
+    EXPECT_EQ(utl::getNearCharIndex("aあ", 2, utl::CHAR_END), 4U);
+}
+
 constexpr char E_ACUTE[] = "\xC3\xA9";
 constexpr char HIRAGANA_A[] = "\xE3\x81\x82";
 constexpr char HIRAGANA_I[] = "\xE3\x81\x84";

@@ -43,6 +43,15 @@ constexpr unsigned int FIELD_COUNT = 9;
 
 using Fields = std::array<unsigned short, FIELD_COUNT>;
 
+static_assert(Time::INVALID_ELAPSED == 0xFFFFFFFFU);
+static_assert(
+    noexcept(Time().set(0, 1, 1, 0, 0, 0, 0, 0, 0)) && noexcept(Time().reset()) && noexcept(Time().isValid()) && noexcept(
+        Time().getDays()) && noexcept(Time() <
+                                      Time()) && noexcept(Time()
+                                                              .getElapsedSeconds(
+                                                                  Time())) && noexcept(Time()
+                                                                                           .setHttpDate("")));
+
 constexpr Fields LOWEST = {0, 1, 1, 0, 0, 0, 0, 0, 0};
 constexpr Fields HIGHEST = {65534, 12, 31, 23, 59, 59, 999, 999, 999};
 constexpr Fields INVALID = {65535, 13, 32, 24, 60, 60, 1000, 1000, 1000};

@@ -3,7 +3,7 @@
 #include <new>
 #include <utility>
 
-/// In front of a variable: it is filled before any code runs, or the compiler refuses it.
+/// Before a variable: the compiler requires that it is initialised before any code runs.
 #ifdef __clang__
 #define UTL_CONSTINIT [[clang::require_constant_initialization]]
 #else
@@ -12,10 +12,10 @@
 
 namespace utl {
 
-/// Holds a process-wide object that is built once and never destroyed. Threads of the library may still run
-/// while the process leaves `main`; what they reach must outlive every exit handler.
+/// Holds a process-wide object that is constructed once and never destroyed. Threads of the library may still
+/// run while the process leaves `main`; what they use must outlive every exit handler.
 ///
-/// Use it for namespace-scope objects, and as a function-local static where another file's static initialiser
+/// Use it for namespace-scope objects, and as a function-local static if another file's static initialiser
 /// may come first.
 template <typename T>
 class ProcessWide {
@@ -34,8 +34,8 @@ class ProcessWide {
     alignas(T) unsigned char mStorage[sizeof(T)];
 };
 
-/// Holds a process-wide object that a constant expression makes, and that is never destroyed: a union's
-/// member is destroyed by nobody. Behind `UTL_CONSTINIT` every static initialiser of every file may use it.
+/// Holds a process-wide object that a constant expression initialises, and that is never destroyed, because a
+/// union does not destroy its member. With `UTL_CONSTINIT` every static initialiser of every file may use it.
 template <typename T>
 union ProcessWideConstant {
     template <typename... ARGS>

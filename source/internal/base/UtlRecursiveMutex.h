@@ -4,7 +4,7 @@
 
 namespace utl {
 
-/// Makes a mutex that its holder may take again; the only kind that the library knows.
+/// Initialises a mutex that its holder may take again; the library uses no other kind.
 inline void initializeRecursiveMutex(pthread_mutex_t& mutex) {
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);

@@ -4,7 +4,7 @@
 
 namespace utl {
 
-/// Keeps `errno` as it is at the construction: the end of the scope puts it back; *one owner thread*, because
+/// Saves `errno` at the construction and restores it at the end of the scope; *one owner thread*, because
 /// `errno` is the thread's own.
 class [[nodiscard]] SavedErrno {
   public:
@@ -13,7 +13,7 @@ class [[nodiscard]] SavedErrno {
     SavedErrno(SavedErrno const&) = delete;
     SavedErrno& operator=(SavedErrno const&) = delete;
 
-    /// Puts it back before the end, for a callee that looks at it.
+    /// Restores it before the end, for a callee that looks at it.
     void restore() const { errno = mError; }
 
   private:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "UtlCharSet.h"
 #include "UtlFile.h"
 
 namespace utl {
@@ -22,7 +23,7 @@ constexpr unsigned int textUnitBytes(int textType) {
 
 /// The order of the bytes in UTF-16 as the conversions name it.
 constexpr int textByteOrder(int textType) {
-    return textType == File::TEXT_UTF16_BIG ? 1 : 0;
+    return textType == File::TEXT_UTF16_BIG ? BYTE_ORDER_HIGH_FIRST : BYTE_ORDER_LOW_FIRST;
 }
 
 }  // namespace utl

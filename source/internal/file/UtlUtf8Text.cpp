@@ -1,5 +1,6 @@
 #include "internal/file/UtlUtf8Text.h"
 
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -14,15 +15,28 @@ namespace {
 
 constexpr char BYTE_ORDER_MARK[] = "\xEF\xBB\xBF";
 constexpr unsigned int MARK_BYTES = 3;
-constexpr unsigned int UTF8_BYTES_MAX = 3;  // of what a unit of another encoding becomes
-constexpr unsigned int WORD_BYTES = 8;
+constexpr unsigned int UTF8_BYTES_MAX = 3;  // for a unit of another encoding
 
-/// One bit of each of eight bytes, counted from the lowest, in its lowest place.
-template <unsigned int BIT>
-unsigned long long bitOfEach(char const* bytes) {
-    unsigned long long word = 0;
-    std::memcpy(&word, bytes, WORD_BYTES);
-    return word >> BIT & 0x0101010101010101ULL;
+std::uint64_t loadWord(char const* bytes) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, bytes, sizeof(word));
+    return word;
+}
+
+/// One bit of each byte, counted from the lowest, in its lowest place.
+constexpr std::uint64_t bitOfEach(std::uint64_t word, unsigned int bit) {
+    return word >> bit & 0x0101010101010101U;
+}
+
+/// 0 if eight bytes of text continue sequences of two or three bytes where they must and nowhere else, and
+/// begin none of four. The other words are the eight bytes that begin one and two places before.
+constexpr std::uint64_t brokenBytes(std::uint64_t word, std::uint64_t before, std::uint64_t twoBefore) {
+    std::uint64_t const isLead = bitOfEach(word, 7) & bitOfEach(word, 6);
+    std::uint64_t const isContinuation = bitOfEach(word, 7) & ~bitOfEach(word, 6);
+    std::uint64_t const isSecond = bitOfEach(before, 7) & bitOfEach(before, 6);
+    std::uint64_t const isThird = bitOfEach(twoBefore, 7) & bitOfEach(twoBefore, 6) & bitOfEach(twoBefore, 5);
+    std::uint64_t const isOfFour = isLead & bitOfEach(word, 5) & bitOfEach(word, 4);
+    return (isContinuation ^ (isSecond | isThird)) | isOfFour;
 }
 
 }  // namespace
@@ -44,7 +58,7 @@ Utf8Text::Utf8Text(int textType, char* bytes, unsigned int count) {
 
 bool Utf8Text::copyTo(char* dst, unsigned int dstSize) const {
     return isMadeOfSequences() ? t_strncpy(dst, dstSize, mpText, INVALID_SIZE) != INVALID_SIZE
-                               : copyStrBase(dst, dstSize, mpText, INVALID_SIZE, 1) != INVALID_SIZE;
+                               : copyStrBase(dst, dstSize, mpText, INVALID_SIZE, TRUNCATE_ON) != INVALID_SIZE;
 }
 
 void Utf8Text::takeUtf8(char const* bytes, unsigned int count) {
@@ -53,7 +67,7 @@ void Utf8Text::takeUtf8(char const* bytes, unsigned int count) {
     mSize = textLength(mpText) + 1;
 }
 
-// Half a unit at the end is no text.
+// Half a unit at the end is ignored.
 void Utf8Text::convertUtf16(int textType, char const* bytes, unsigned int count) {
     unsigned int const unitCount = count / 2;
     std::vector<unsigned short> units(unitCount + 1);
@@ -69,39 +83,34 @@ void Utf8Text::convert(unsigned int (*function)(char*, unsigned int, UNIT const*
     char* const room = roomFor(roomBytes);
     mSize = function(room, roomBytes, src);
     mpText = room;
-    if (mLong == nullptr && mSize != INVALID_SIZE) {
-        std::memset(mShort, 0, ZEROS_IN_FRONT);
-        std::memset(room + mSize, 0, ZEROS_BEHIND);
+    mIsConverted = mSize != INVALID_SIZE;
+    if (mIsConverted) {
+        std::memset(room + mSize, 0, WORD_BYTES);
     }
 }
 
+/// Room for so many bytes, and for the zeros that make their last word whole.
 char* Utf8Text::roomFor(unsigned int bytes) {
     if (bytes <= SHORT_BYTES) {
-        return mShort + ZEROS_IN_FRONT;
+        return mShort;
     }
-    mLong.reset(new char[bytes]);
+    mLong.reset(new char[bytes + WORD_BYTES]);
     return mLong.get();
 }
 
-/// True if the text is a short conversion without a byte of Shift-JIS that stands for itself and is no ASCII:
-/// then its sequences of two and three bytes are whole, and nothing is longer than it needs to be. Looks at
-/// eight bytes at a time, because no processor foresees how long the next character of Japanese text is.
-/// False says nothing.
+/// True if the text is a conversion without a byte of Shift-JIS that stands for itself and is no ASCII: then
+/// its sequences are whole, and nothing is longer than it needs to be. Looks at eight bytes at a time,
+/// because no processor foresees how long the next character of Japanese text is. False says nothing.
 bool Utf8Text::isMadeOfSequences() const {
-    static_assert(ZEROS_IN_FRONT >= 2 && ZEROS_BEHIND >= WORD_BYTES);
-    if (mpText != mShort + ZEROS_IN_FRONT) {
+    if (!mIsConverted) {
         return false;
     }
-    unsigned long long wrong = 0;
-    for (char const* at = mpText; at < mpText + mSize; at += WORD_BYTES) {
-        unsigned long long const isLead = bitOfEach<7>(at) & bitOfEach<6>(at);
-        unsigned long long const isContinuation = bitOfEach<7>(at) & ~bitOfEach<6>(at);
-        unsigned long long const isSecond = bitOfEach<7>(at - 1) & bitOfEach<6>(at - 1);
-        unsigned long long const isThird = bitOfEach<7>(at - 2) & bitOfEach<6>(at - 2) & bitOfEach<5>(at - 2);
-        unsigned long long const isOfFour = isLead & bitOfEach<5>(at) & bitOfEach<4>(at);
-        wrong |= (isContinuation ^ (isSecond | isThird)) | isOfFour;
+    std::uint64_t const first = loadWord(mpText);
+    std::uint64_t broken = brokenBytes(first, first << 8U, first << 16U);
+    for (char const* at = mpText + WORD_BYTES; at < mpText + mSize; at += WORD_BYTES) {
+        broken |= brokenBytes(loadWord(at), loadWord(at - 1), loadWord(at - 2));
     }
-    return wrong == 0;
+    return broken == 0;
 }
 
 }  // namespace utl

@@ -9,13 +9,13 @@ namespace utl {
 /// Text of a file as UTF-8; *one owner thread*, for the time of a call.
 class Utf8Text {
   public:
-    /// Converts the `count` bytes at `bytes`, or takes them as they are if they are UTF-8; without a byte
-    /// order mark in front then. `TEXT_UNIT_BYTES_MAX` bytes behind them are overwritten with a terminator.
+    /// Converts the `count` bytes at `bytes`; or uses them as they are if they are UTF-8, without a leading
+    /// byte order mark. Overwrites the `TEXT_UNIT_BYTES_MAX` bytes after them with a terminator.
     Utf8Text(int textType, char* bytes, unsigned int count);
     Utf8Text(Utf8Text const&) = delete;
     Utf8Text& operator=(Utf8Text const&) = delete;
 
-    /// Bytes of the text with its terminator; `INVALID_SIZE` if the file's bytes are none of its type.
+    /// Bytes of the text with its terminator; `INVALID_SIZE` if the file's bytes are no text of its type.
     unsigned int size() const { return mSize; }
 
     /// Copies the text, which must fit, up to its first zero; false, with nothing changed, if it is
@@ -25,8 +25,7 @@ class Utf8Text {
   private:
     // Most lines need no memory from the heap.
     static constexpr unsigned int SHORT_BYTES = 512;
-    static constexpr unsigned int ZEROS_IN_FRONT = 2;
-    static constexpr unsigned int ZEROS_BEHIND = 8;
+    static constexpr unsigned int WORD_BYTES = 8;
 
     void takeUtf8(char const* bytes, unsigned int count);
     void convertUtf16(int textType, char const* bytes, unsigned int count);
@@ -38,7 +37,8 @@ class Utf8Text {
 
     char const* mpText = nullptr;
     unsigned int mSize = INVALID_SIZE;
-    char mShort[ZEROS_IN_FRONT + SHORT_BYTES + ZEROS_BEHIND];
+    bool mIsConverted = false;
+    char mShort[SHORT_BYTES + WORD_BYTES];
     std::unique_ptr<char[]> mLong;
 };
 

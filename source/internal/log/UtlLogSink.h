@@ -4,19 +4,18 @@
 
 namespace utl {
 
-/// A sink of one call beside those that every line has; *one owner thread*, the one that logs. The log calls
-/// it between the system log and standard output, with no lock held, for every line that passes the filter,
-/// at every level.
+/// An additional sink of one call; *one owner thread*, the one that logs. The log calls it between the system
+/// log and standard output, with no lock held, for every line that passes the filter, at every level.
 class LogSink {
   public:
-    /// `text` is what standard output gets, before that takes it for a format. Valid during the call.
+    /// `text` is that of standard output before it is formatted once more. Valid during the call.
     virtual void write(char const* text) = 0;
 
   protected:
     ~LogSink() = default;
 };
 
-/// The body of `applog`: with a null `extraSink` the line goes to the common sinks alone.
+/// The body of `applog`: with a null `extraSink` the line goes to the common sinks only.
 void writeLog(int type, int level, LogSink* extraSink, char const* format, va_list arguments)
     __attribute__((format(printf, 4, 0)));
 

@@ -12,8 +12,8 @@ namespace utl {
 
 namespace {
 
-// The broken-down time holds all that the text of `ctime_r` shows, so equal keys mean equal texts, also when
-// the time zone changes in between. A valid time never packs into zeros.
+// The broken-down time holds all that the text of `ctime_r` shows, so equal keys have equal texts, even if
+// the time zone changes in between. The key of a valid time is never all zeros.
 struct StampKey {
     int year = 0;
     unsigned int rest = 0;
@@ -31,7 +31,7 @@ StampKey makeKey(tm const& local) {
     return {local.tm_year, static_cast<unsigned int>(rest)};
 }
 
-// One text of `ctime_r`, which asks for 26 bytes, and what it was made from.
+// One text of `ctime_r`, which needs 26 bytes, and its key.
 struct StampEntry {
     StampKey key;
     char text[28] = {};
@@ -39,10 +39,10 @@ struct StampEntry {
 
 LogStampCache<StampEntry> gLastEntry;
 
-// Local time in the fixed form of `ctime_r`. Where that fails, `text` holds what it left behind: nothing, or
-// beyond the year 9999 a text whose end is cut off, which still gives a good stamp.
+// Local time in the fixed form of `ctime_r`. If that fails, `text` holds what it left: nothing, or beyond the
+// year 9999 a text whose end is cut off, which still makes a good stamp.
 template <std::size_t SIZE>
-void wordSecond(time_t seconds, char (&text)[SIZE]) {
+void formatSecond(time_t seconds, char (&text)[SIZE]) {
     static_assert(SIZE >= sizeof(StampEntry::text));
     tm local{};
     StampEntry entry;
@@ -52,15 +52,15 @@ void wordSecond(time_t seconds, char (&text)[SIZE]) {
         std::memcpy(text, entry.text, sizeof(entry.text));
         return;
     }
-    bool const isWorded = ctime_r(&seconds, text) != nullptr;
-    if (isKeyKnown && isWorded && std::strlen(text) < sizeof(entry.text)) {
+    bool const isFormatted = ctime_r(&seconds, text) != nullptr;
+    if (isKeyKnown && isFormatted && std::strlen(text) < sizeof(entry.text)) {
         entry.key = key;
         std::memcpy(entry.text, text, sizeof(entry.text));
         gLastEntry.store(entry);
     }
 }
 
-// Writes ".123" over the text from `place` on, as far as there is room in front of the terminator at `end`.
+// Writes ".123" over the text from `place` on, as much as fits before the terminator at `end`.
 void putMilliseconds(char* place, char const* end, unsigned int milliseconds) {
     char const decimals[] = {'.', static_cast<char>('0' + milliseconds / 100 % 10),
                              static_cast<char>('0' + milliseconds / 10 % 10),
@@ -76,8 +76,8 @@ LogStamp::LogStamp() {
     if (gettimeofday(&now, nullptr) != 0) {
         return;
     }
-    wordSecond(now.tv_sec, mText);
-    // The decimals take the place of the year and of the line feed behind it; the weekday goes.
+    formatSecond(now.tv_sec, mText);
+    // The decimals replace the year and the line feed after it; the weekday is left out.
     char* const lastBlank = std::strrchr(mText, ' ');
     if (lastBlank == nullptr) {
         return;

@@ -8,12 +8,12 @@ namespace utl {
 /// on.
 class LogStamp {
   public:
-    /// Longest stamp. `ctime_r` writes 25 bytes at most.
+    /// The longest stamp. `ctime_r` writes at most 25 bytes.
     static constexpr std::size_t LENGTH_MAX = 63;
 
     LogStamp();
 
-    /// Terminated; empty if the time could not be had, or if `ctime_r` left nothing.
+    /// Terminated; empty if the time could not be read, or if `ctime_r` left nothing.
     char const* text() const { return mText + mBegin; }
 
   private:

@@ -7,16 +7,17 @@
 
 namespace utl {
 
-/// Remembers one small value for all threads; *internally locked* in so far as any thread and any signal
-/// handler may call at any time, though nobody ever waits: a load that meets a store gives nothing, and a
-/// store that meets another is left out. Needs neither construction nor destruction at run time.
+/// Remembers one small value for all threads; *internally locked*, because any thread and any signal handler
+/// may call at any time, though none ever waits: a load during a store fails, and a store during another does
+/// nothing. Needs neither construction nor destruction at run time.
 ///
-/// The version is odd while a store is at work. Each word is released and acquired by itself: a load that has
+/// The version is odd during a store. Each word is released and acquired by itself: a load that has
 /// seen a word of a store also sees the version of that store.
 template <typename T>
 class LogStampCache {
   public:
-    /// False if there may be no whole value; `value` is of no use then. What was never stored is all zeros.
+    /// False if there may be no whole value; `value` is of no use then. Before the first store it is all
+    /// zeros.
     bool load(T& value) const {
         unsigned int const version = mVersion.load(std::memory_order_acquire);
         unsigned int words[WORD_COUNT];

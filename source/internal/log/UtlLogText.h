@@ -4,7 +4,7 @@
 
 #include "UtlString.h"
 
-// Texts on their way into a log line.
+// Helpers for texts in log lines.
 
 namespace utl {
 
@@ -18,7 +18,7 @@ template <unsigned int WIDTH>
 class ColumnText {
   public:
     explicit ColumnText(char const* text) : mText() {
-        if (copyStrBase(mText, WIDTH + 1, orEmpty(text), INVALID_SIZE, 1) == INVALID_SIZE) {
+        if (copyStrBase(mText, WIDTH + 1, orEmpty(text), INVALID_SIZE, TRUNCATE_ON) == INVALID_SIZE) {
             std::strncpy(mText, orEmpty(text), WIDTH);
         }
     }

@@ -7,9 +7,9 @@
 
 namespace utl {
 
-/// Where a walk from the head of a queue to its end stands, which takes some of the entries out. What it has
-/// taken is a gap there until the walk closes it; so each of the others moves once, however many go.
-/// *External lock needed*: that of the queue.
+/// A pass over a queue, from its head to its end, that removes some of the entries. The removed entries are a
+/// gap in the queue until it is closed, so each of the others moves once, however many are removed. *External
+/// lock needed*: that of the queue.
 ///
 /// The queue is whole while the gap is closed, and only then may anybody else look at it or change it.
 template <typename T>
@@ -25,10 +25,10 @@ class [[nodiscard]] QueueGap {
     /// The place of the next entry among those that the queue holds, the gap included.
     unsigned int place() const { return mKept + mTaken; }
 
-    /// The next entry, or null behind the last one.
+    /// The next entry, or null after the last one.
     T const* next() const { return mQueue.elementAt(place()); }
 
-    /// Takes the next `count` entries out, as many of them as are there. False if there is none.
+    /// Removes the next `count` entries, or as many as there are. False if there is none.
     bool take(unsigned int count) {
         if (next() == nullptr) {
             return false;

@@ -19,18 +19,18 @@ namespace {
 
 constexpr int NO_NUMBER = -1;
 
-enum TimerState { GONE, LIVE, ABANDONED };
+enum TimerState { DELETED, LIVE, ABANDONED };
 
 // A timer, as the signal handler sees it. Slots are never freed, so that a handler may look at one at any
-// time. A slot whose timer is gone serves the next one of its bucket; until then a late signal is known by
-// it. Each has a cache line of its own: while the handler of one timer works, the reader takes the tokens of
+// time. The slot of a deleted timer serves the next one of its bucket; until then a late signal is recognised
+// by it. Each has its own cache line: while the handler of one timer works, the reader counts the tokens of
 // another.
 struct alignas(64) TimerSlot {
     std::atomic<int> number{NO_NUMBER};
     std::atomic<int> writeEnd{-1};
-    std::atomic<TimerState> state{GONE};
+    std::atomic<TimerState> state{DELETED};
     std::atomic<unsigned int> waiting{0};   // tokens in the pipe
-    std::atomic<unsigned int> handlers{0};  // handlers that are at work on this slot
+    std::atomic<unsigned int> handlers{0};  // handlers that are using this slot
     std::atomic<TimerSlot*> next{nullptr};
 };
 
@@ -56,15 +56,15 @@ TimerSlot* findSlot(int number) {
     return nullptr;
 }
 
-// A free slot of the bucket, a new one where all are taken; null if there is no memory for it. A number that
-// the kernel gives again keeps its slot, so that it never has two.
+// A free slot of the bucket, or a new one if all are taken; null if there is no memory for it. A number that
+// the kernel reuses keeps its slot, so that it never has two.
 TimerSlot* slotFor(int number) {
     TimerSlot* slot = findSlot(number);
     if (slot != nullptr) {
         return slot;
     }
     slot = &bucketOf(number);
-    while (slot->state != GONE) {
+    while (slot->state != DELETED) {
         TimerSlot* next = slot->next;
         if (next == nullptr) {
             next = new (std::nothrow) TimerSlot;
@@ -90,8 +90,8 @@ bool addTimer(int number, int writeEnd) {
     return true;
 }
 
-// A handler enters first and looks then; so once the timer is not live and nobody is inside, nobody will
-// write. A handler that writes never waits: this ends.
+// A handler counts itself before it looks. So if the timer is not live and no handler is counted, nobody will
+// write. A handler that writes never waits, so this ends.
 void endTimer(int number, TimerState state) {
     TimerSlot* const slot = findSlot(number);
     if (slot == nullptr) {
@@ -101,15 +101,15 @@ void endTimer(int number, TimerState state) {
     waitBriefly([slot] { return slot->handlers == 0; });
 }
 
-// The slot may have passed to another timer meanwhile, whose count starts anew.
-void takeOne(std::atomic<unsigned int>& count) {
+// The slot may serve another timer by now, whose count has started anew.
+void decrement(std::atomic<unsigned int>& count) {
     unsigned int before = count;
     while (before != 0 && !count.compare_exchange_weak(before, before - 1)) {
     }
 }
 
-// Only so many tokens of one timer wait at a time; see TIMER_TOKENS_MAX. The state is looked at first:
-// whoever finds a slot live finds there the number and the pipe of that time or of a later one.
+// At most TIMER_TOKENS_MAX tokens of one timer wait at a time. The state is read first: if the slot is live,
+// its number and its pipe are those of that moment or of a later one.
 bool writeTokenOf(TimerSlot& slot, int number, int writeEnd, TokenIo* io) {
     if (slot.state != LIVE || slot.number != number || slot.writeEnd != writeEnd ||
         slot.waiting >= TIMER_TOKENS_MAX) {
@@ -119,15 +119,15 @@ bool writeTokenOf(TimerSlot& slot, int number, int writeEnd, TokenIo* io) {
     bool written = false;
     bool const isDone = writeTokenFromHandler(writeEnd, {MSG_ID_TIMEOUT_SIGNAL, number}, io, &written);
     if (!written) {
-        takeOne(slot.waiting);
+        decrement(slot.waiting);
     }
     return isDone;
 }
 
-// The handler that stood there before the library's own, of a program or of another copy of the library.
+// The handler that was installed before the library's own, by a program or by another copy of the library.
 class ReplacedHandler {
   public:
-    /// None where `replaced` is no function, or the handler of `own`.
+    /// None if `replaced` is not a function, or is the handler of `own`.
     void set(struct sigaction const& replaced, struct sigaction const& own) {
         bool const isFunction = replaced.sa_handler != SIG_DFL && replaced.sa_handler != SIG_IGN;
         bool const hasInfo = (replaced.sa_flags & SA_SIGINFO) != 0;
@@ -152,18 +152,18 @@ class ReplacedHandler {
 ReplacedHandler gReplacedHandlers[NSIG];
 
 // A child process has none of its parent's timers, and its own begin with the same numbers.
-void forgetTimersInChild() {
+void resetTimersInChild() {
     for (TimerSlot& bucket : gBuckets) {
         for (TimerSlot* slot = &bucket; slot != nullptr; slot = slot->next) {
             slot->number = NO_NUMBER;
-            slot->state = GONE;
+            slot->state = DELETED;
             slot->handlers = 0;
         }
     }
     new (&slotLock()) SyncObject;
 }
 
-[[maybe_unused]] int const gForkIsSeen = pthread_atfork(nullptr, nullptr, forgetTimersInChild);
+[[maybe_unused]] int const gAtForkRegistered = pthread_atfork(nullptr, nullptr, resetTimersInChild);
 
 }  // namespace
 
@@ -177,7 +177,7 @@ int createSystemTimer(int signalNumber, int writeEnd, timer_t* id, int* number) 
     event.sigev_notify = SIGEV_SIGNAL;
     event.sigev_signo = signalNumber;
     event.sigev_value.sival_int = writeEnd;
-    // The kernel may give the number of a timer that is just being deleted.
+    // The kernel may reuse the number of a timer that is just being deleted.
     SyncGuard const guard(slotLock());
     timer_t created = timer_t();
     if (timer_create(CLOCK_MONOTONIC, &event, &created) != 0) {
@@ -206,7 +206,7 @@ int deleteSystemTimer(timer_t id, int number) {
     if (timer_delete(id) != 0) {
         return errno;
     }
-    endTimer(number, GONE);
+    endTimer(number, DELETED);
     return 0;
 }
 
@@ -218,7 +218,7 @@ void abandonSystemTimer(int number) {
 void acknowledgeTimerToken(int number) {
     TimerSlot* const slot = findSlot(number);
     if (slot != nullptr) {
-        takeOne(slot->waiting);
+        decrement(slot->waiting);
     }
 }
 
@@ -246,8 +246,8 @@ struct sigaction timerSignalAction(void (*handler)(int, siginfo_t*, void*)) {
     return action;
 }
 
-// The handler of before is known when the first signal comes; asked for again, because another thread may
-// have put one there in between.
+// The replaced handler is known before the first signal comes. It is asked for again, because another thread
+// may have installed one in between.
 int installSignalAction(int signalNumber, struct sigaction const& action) {
     struct sigaction replaced;
     for (struct sigaction const* const next : {static_cast<struct sigaction const*>(nullptr), &action}) {

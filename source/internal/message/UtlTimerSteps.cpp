@@ -1,8 +1,21 @@
 #include "internal/message/UtlTimerSteps.h"
 
+#include <algorithm>
+
+#include "UtlLog.h"
+
 namespace utl {
 
-// Timers of one period expire in turn, so the search begins behind the one that the thread found last.
+int nextFreeTimerId(int id, std::initializer_list<TimerMap const*> maps) {
+    int next = id;
+    do {
+        next = nextTimerId(next);
+    } while (std::any_of(maps.begin(), maps.end(),
+                         [next](TimerMap const* map) { return map->find(next) != nullptr; }));
+    return next;
+}
+
+// Timers of one period expire in turn, so the search begins after the one that the thread found last.
 int timerIdOf(TimerMap const& timers, int sysTimerNum) {
     thread_local unsigned int tNext = 0;
     unsigned int const size = timers.size();
@@ -18,6 +31,14 @@ int timerIdOf(TimerMap const& timers, int sysTimerNum) {
     return NO_TIMER_ID;
 }
 
+int timerIdUnder(SyncObject const& lock, TimerMap const& timers, int sysTimerNum) {
+    if (sysTimerNum == TimerInfo::NO_NUMBER) {
+        return NO_TIMER_ID;
+    }
+    SyncGuard const guard(lock);
+    return timerIdOf(timers, sysTimerNum);
+}
+
 int nextFreeSysTimerNumber(TimerMap const& timers, int number) {
     int next = number;
     do {
@@ -28,6 +49,11 @@ int nextFreeSysTimerNumber(TimerMap const& timers, int number) {
 
 unsigned int printableTimerId(timer_t id) {
     return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(id));
+}
+
+void reportSysTimerFailure(TimerOwner const& owner, char const* call, timer_t id, int error) {
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "%s(%s) %s SysTimerId:0x%08x errno:%d\n", owner.mClass,
+           owner.mName, call, printableTimerId(id), error);
 }
 
 }  // namespace utl

@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <initializer_list>
 
 #include "UtlMap.h"
 #include "UtlRingArray.h"
@@ -17,18 +18,27 @@ namespace utl {
 /// The timers of a thread by their ids.
 using TimerMap = Map<int, TimerInfo>;
 
-/// The answer where there is no timer.
-inline constexpr int NO_TIMER_ID = -1;
+/// The thread that a timer belongs to, as its log lines begin: "class(name)".
+struct TimerOwner {
+    char const* mClass;
+    char const* mName;
+};
 
-/// The id behind `id`. Ids are positive; behind the largest comes 1.
+/// The id after `id`. Ids are positive; 1 comes after the largest.
 inline int nextTimerId(int id) {
     return id < 1 || id == INT_MAX ? 1 : id + 1;
 }
 
+/// The next id after `id` that is in none of `maps`.
+int nextFreeTimerId(int id, std::initializer_list<TimerMap const*> maps);
+
 /// The id of the timer whose system timer has this number, or `NO_TIMER_ID`.
 int timerIdOf(TimerMap const& timers, int sysTimerNum);
 
-/// The number behind `number`, past those of the system timers that are the kernel's for a timer here.
+/// The same under the lock of the map, which is not taken for `TimerInfo::NO_NUMBER`.
+int timerIdUnder(SyncObject const& lock, TimerMap const& timers, int sysTimerNum);
+
+/// The next number after `number` that no system timer of `timers` has.
 int nextFreeSysTimerNumber(TimerMap const& timers, int number);
 
 /// The timer, or null for an empty slot or no slot. `INFO` may be `const`.
@@ -39,6 +49,43 @@ INFO* liveTimer(INFO* info) {
 
 /// A system timer's id as the log shows it.
 unsigned int printableTimerId(timer_t id);
+
+/// How the start of a system timer went.
+enum class SysTimerStart { NOT_CREATED, NOT_ARMED, ARMED };
+
+/// Logs that `call` failed on a system timer.
+void reportSysTimerFailure(TimerOwner const& owner, char const* call, timer_t id, int error);
+
+/// Creates and arms the system timer of `info`, whose signal writes to `writeEnd`. A failure is logged; after
+/// `NOT_ARMED` the system timer exists. Each system call is made by `around(call)`, which returns what
+/// `call()` returns.
+template <typename AROUND>
+SysTimerStart startSysTimer(TimerInfo& info, TimerOwner const& owner, int signalNumber, int writeEnd,
+                            AROUND around) {
+    timer_t id = timer_t();
+    int number = TimerInfo::NO_NUMBER;
+    int const createError = around([&] { return createSystemTimer(signalNumber, writeEnd, &id, &number); });
+    if (createError != 0) {
+        reportSysTimerFailure(owner, "timer_create", id, createError);
+        return SysTimerStart::NOT_CREATED;
+    }
+    info.mSysTimerId = id;
+    info.mSysTimerNum = number;
+    int const armError = around([&] { return armSystemTimer(id, info.mInterval); });
+    if (armError != 0) {
+        reportSysTimerFailure(owner, "timer_settime", id, armError);
+        return SysTimerStart::NOT_ARMED;
+    }
+    return SysTimerStart::ARMED;
+}
+
+/// Queues a timeout of a timer that takes one more. `post()` returns the number of entries that it queued.
+template <typename POST>
+void queueTimeout(TimerInfo* info, POST post) {
+    if (info != nullptr && info->acceptsTimeout()) {
+        info->mPendingCount += post();
+    }
+}
 
 /// Removes the entries of a control queue for which `isObsolete` is true. Their tokens stay in the pipe.
 template <typename ENTRY, typename PREDICATE>
@@ -53,13 +100,21 @@ void eraseCtlEntries(Queue<ENTRY>& queue, PREDICATE isObsolete) {
     }
 }
 
+/// The same for the entries of one timer with one id.
+template <typename ENTRY>
+void eraseCtlEntriesOf(Queue<ENTRY>& queue, int msgId, int timerId) {
+    eraseCtlEntries(queue, [msgId, timerId](ENTRY const& entry) {
+        return entry.mMsgId == msgId && entry.mParam == timerId;
+    });
+}
+
 /// Installs a signal's handler once for the process; *internally locked*. After a failure the next call tries
 /// again.
 class TimerHandlerInstallation {
   public:
     enum class Result { DONE, DONE_BEFORE, FAILED };
 
-    /// `install` gives 0 or `errno`, which is stored in `*error`.
+    /// `install` returns 0 or `errno`, which is stored in `*error`.
     template <typename INSTALL>
     Result once(int* error, INSTALL install) {
         SyncGuard const guard(mSyncObject);

@@ -3,18 +3,18 @@
 #include <cstdint>
 #include <cstring>
 
-#include "internal/text/UtlEachChar.h"
+#include "internal/text/UtlCharDecoder.h"
 
 namespace utl {
 
-/// ASCII, which is the same in Shift-JIS and Unicode, passes in blocks of so many characters.
+/// ASCII, which is the same in Shift-JIS and Unicode, is copied in blocks of so many characters.
 constexpr unsigned int ASCII_BLOCK = 8;
 
-/// Eight bytes of text, of which those in front of the first that is not ASCII count. Where a run of ASCII
-/// ends cannot be predicted, so nothing here branches on it but the test for a whole block.
+/// Eight bytes of text, of which those before the first that is not ASCII count. The end of a run of ASCII
+/// cannot be predicted, so only the test for a whole block branches on it.
 class AsciiBlock {
   public:
-    UTL_EACH_CHAR explicit AsciiBlock(char const* text) {
+    UTL_ALWAYS_INLINE explicit AsciiBlock(char const* text) {
         std::memcpy(&mBytes, text, sizeof(mBytes));
         std::uint64_t const others = mBytes & 0x8080808080808080U;
         // The bits below the byte with the lowest of them, or all.
@@ -27,11 +27,11 @@ class AsciiBlock {
 
     bool isWhole() const { return mCount == ASCII_BLOCK; }
 
-    /// Stores what counts. `dst` has room for a whole block; the places that are not needed stay as they are.
-    UTL_EACH_CHAR void store(char* dst) const { merge(dst, mBytes, mMask); }
+    /// Stores what counts. `dst` has room for a whole block; the rest of it stays as it is.
+    UTL_ALWAYS_INLINE void store(char* dst) const { merge(dst, mBytes, mMask); }
 
     /// The same as units of UTF-16.
-    UTL_EACH_CHAR void store(unsigned short* dst) const {
+    UTL_ALWAYS_INLINE void store(unsigned short* dst) const {
         if (isWhole()) {
             merge(dst, spread(mBytes), ALL);
             merge(dst + 4, spread(mBytes >> 32U), ALL);
@@ -51,7 +51,7 @@ class AsciiBlock {
         return (bytes | bytes << 8U) & 0x00FF00FF00FF00FFU;
     }
 
-    UTL_EACH_CHAR static void merge(void* dst, std::uint64_t value, std::uint64_t mask) {
+    UTL_ALWAYS_INLINE static void merge(void* dst, std::uint64_t value, std::uint64_t mask) {
         std::uint64_t old = 0;
         std::memcpy(&old, dst, sizeof(old));
         old = (old & ~mask) | (value & mask);

@@ -3,13 +3,17 @@
 #include <cstring>
 
 #include "UtlPlatform.h"
-#include "internal/text/UtlEachChar.h"
+
+/// For what runs once for each character of a text: before a function or a member, and after the parameters
+/// of a lambda. Inlined into the loop over the text, it keeps the positions in registers, and the loop takes
+/// half the time. The compilers do not see that by themselves at every level.
+#define UTL_ALWAYS_INLINE __attribute__((always_inline))
 
 namespace utl {
 
-// How UTF-8 is made, character by character. What looks at it in another way for speed knows it too:
-// `Utf8Triple`, `Utf8Text`, and the indexes of the Shift-JIS and the pair tables. What reads here looks at no
-// more bytes than it needs and never behind a terminator, since a terminator continues no sequence.
+// How UTF-8 is made, character by character. `Utf8Triple`, `Utf8Text` and the indexes of the Shift-JIS and
+// pair tables know it too, because they read it in other ways for speed. What reads here looks at no more
+// bytes than it needs and never past a terminator, since a terminator continues no sequence.
 
 /// Bytes that a sequence with this first byte should have, by its top bits; 0 if it can start none.
 constexpr unsigned int sequenceBytes(char first) {
@@ -26,7 +30,7 @@ constexpr bool isCharStart(char byte) {
     return sequenceBytes(byte) != 0;
 }
 
-/// The bits that a byte which continues a sequence adds to it; 64 and more for any other byte.
+/// The bits that a byte which continues a sequence adds to it; 64 or more for any other byte.
 constexpr unsigned int continuationBits(char byte) {
     return static_cast<unsigned char>(byte) ^ 0x80U;
 }
@@ -38,7 +42,7 @@ constexpr unsigned int shortestBytes(unsigned int value) {
 
 /// The value of the sequence of 1 to 4 bytes at `text`, whose first byte calls for so many; `INVALID_SIZE`
 /// for one that is broken or longer than it needs to be.
-UTL_EACH_CHAR inline unsigned int sequenceValue(char const* text, unsigned int bytes) {
+UTL_ALWAYS_INLINE inline unsigned int sequenceValue(char const* text, unsigned int bytes) {
     auto const first = static_cast<unsigned char>(*text);
     if (bytes == 1) {
         return first;
@@ -54,9 +58,9 @@ UTL_EACH_CHAR inline unsigned int sequenceValue(char const* text, unsigned int b
     return shortestBytes(value) == bytes ? value : INVALID_SIZE;
 }
 
-/// Calls `put` with the 1 to 4 bytes of a value below 0x200000 and gives what it gives.
+/// Calls `put` with the 1 to 4 bytes of a value below 0x200000 and returns its result.
 template <typename PUT>
-UTL_EACH_CHAR inline auto putSequence(unsigned int value, PUT put) {
+UTL_ALWAYS_INLINE inline auto putSequence(unsigned int value, PUT put) {
     unsigned int const last = 0x80U | (value & 0x3FU);
     unsigned int const third = 0x80U | (value >> 6U & 0x3FU);
     if (value >= 0x10000) {
@@ -77,7 +81,7 @@ inline unsigned int charBytes(char const* text) {
     return bytes != 0 && sequenceValue(text, bytes) != INVALID_SIZE ? bytes : INVALID_SIZE;
 }
 
-/// True for a length from `charBytes` that stands for a character.
+/// True for a result of `charBytes` that is the length of a character.
 constexpr bool isCharacter(unsigned int bytes) {
     return bytes != 0 && bytes != INVALID_SIZE;
 }
@@ -87,12 +91,23 @@ inline unsigned int textLength(char const* text) {
     return text != nullptr ? static_cast<unsigned int>(std::strlen(text)) : 0;
 }
 
-/// min(`limit`, length of `text`), without looking further than that; 0 for null.
+/// The length of `text`, `limit` at most, without looking further than that; 0 for null.
 inline unsigned int boundedLength(char const* text, unsigned int limit) {
     if (text == nullptr || limit == INVALID_SIZE) {
         return textLength(text);
     }
     return static_cast<unsigned int>(strnlen(text, limit));
+}
+
+/// Bytes of `key` if `text` begins with it, else `INVALID_SIZE`. Looks no further than the first difference.
+inline unsigned int matchedBytes(char const* text, char const* key) {
+    unsigned int bytes = 0;
+    for (; key[bytes] != '\0'; ++bytes) {
+        if (text[bytes] != key[bytes]) {
+            return INVALID_SIZE;
+        }
+    }
+    return bytes;
 }
 
 }  // namespace utl

@@ -4,11 +4,11 @@
 
 namespace utl {
 
-/// What the code tables say of one character. A set of attributes is a mask of `ATTRIB_` bits.
+/// What the code tables say about one character. A set of attributes is a mask of `ATTRIB_` bits.
 struct CharKind {
     unsigned int starts;  ///< the attributes that may have a unit which begins with it
     unsigned int rows;    ///< those among them for which it is a sign, a digit, or a row of their own table
-    unsigned int parts;   ///< the `PART_` bits of the tables that stand behind the first character of a unit
+    unsigned int parts;   ///< the `PART_` bits of the tables whose rows follow the first character of a unit
     unsigned int bytes;   ///< its length; 0 for a character that is in no table
 };
 

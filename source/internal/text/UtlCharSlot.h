@@ -2,9 +2,9 @@
 
 namespace utl {
 
-// A slot for every character that the tables of Japanese text deal with: ASCII, the pages of 64 characters
-// that hold kana, full-width forms and quotation marks, and one slot for all others. So what the tables say
-// of a character is found by its code, and nobody has to look through them.
+// A slot for every character in the tables of Japanese text: ASCII, the pages of 64 characters that hold
+// kana, full-width forms and quotation marks, and one slot for all others. So what the tables say about a
+// character is found by its code, without a search.
 
 constexpr unsigned int ASCII_SLOTS = 0x80;
 constexpr unsigned int PAGE_SLOTS = 0x40;
@@ -19,8 +19,8 @@ constexpr unsigned int slotBytes(unsigned int slot) {
     return slot < ASCII_SLOTS ? 1U : slot < OTHER_SLOT ? 3U : 0U;
 }
 
-/// The slot of three bytes whose second is `pages` pages from `firstSecond` on. Looks at no byte behind one
-/// that is not fitting, which a terminator never is.
+/// The slot of three bytes of which the second is one of the `pages` bytes from `firstSecond` on. Looks at no
+/// byte after one that does not fit; a terminator never fits.
 constexpr unsigned int pagedSlot(char const* text, unsigned int firstSecond, unsigned int pages,
                                  unsigned int pagesBefore) {
     unsigned int const page = static_cast<unsigned char>(text[1]) - firstSecond;
@@ -31,8 +31,8 @@ constexpr unsigned int pagedSlot(char const* text, unsigned int firstSecond, uns
     return place < PAGE_SLOTS ? ASCII_SLOTS + (pagesBefore + page) * PAGE_SLOTS + place : OTHER_SLOT;
 }
 
-/// The slot of the character at `text`; the end of the text is the character 0. Malformed bytes are one of
-/// the others.
+/// The slot of the character at `text`; the end of the text is the character 0. Malformed bytes have the slot
+/// of all others.
 constexpr unsigned int charSlot(char const* text) {
     auto const first = static_cast<unsigned char>(*text);
     if (first < ASCII_SLOTS) {

@@ -4,16 +4,15 @@
 
 namespace utl {
 
-// An object with a virtual destructor always leaves work for the start of the program: its destructor has to
-// be registered. What is there from the first moment on and for ever is therefore laid down as the plain
-// image that the object has in memory, virtual table included, and the image is given the object's name. It
-// needs no code at the start and none at the end, and threads may use it while the process runs its exit
-// handlers.
+// The destructor of a static object must be registered when the program starts, if it is virtual. So an
+// object that exists before any code runs, and is never destroyed, is defined as the plain image that it has
+// in memory, virtual table included, and the image has the object's name. It needs no code at the start and
+// none at the end, and threads may use it while the process runs its exit handlers.
 
-/// A virtual table of a class whose destructor is its only virtual operation: two entries in front of the
+/// A virtual table of a class whose destructor is its only virtual operation: two entries before the
 /// place that objects point to, and the destructor's two.
 using DestructorTable = void const* const[4];
-constexpr unsigned int DESTRUCTOR_ENTRIES = 2;  // where these begin
+constexpr unsigned int DESTRUCTOR_ENTRIES = 2;  // where the destructor's begin
 
 /// The virtual table of the `DualType` of texts.
 UTL_API extern DestructorTable DUAL_TYPE_TABLE asm("_ZTVN3utl8DualTypeIPKcPKwEE");

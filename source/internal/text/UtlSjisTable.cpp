@@ -40,7 +40,7 @@ constexpr unsigned int blockOf(SjisIndex const& index, unsigned int utf8) {
                          : index.mUtf8Leads[utf8 >> 8U];
 }
 
-// Gives the number of blocks with a character. The rows are sorted, so those of a block follow each other.
+// Returns the number of blocks with a character. The rows are sorted, so those of a block are adjacent.
 constexpr unsigned int indexUtf8Rows(SjisIndex* index) {
     unsigned int used = 0;
     unsigned int current = 0;
@@ -74,7 +74,7 @@ constexpr unsigned int usedBlocks() {
 
 static_assert(usedBlocks() == UTF8_USED_BLOCKS);
 
-// The kana stand first, without a gap: no index is needed for them.
+// The kana come first, without a gap: they need no index.
 constexpr bool kanaAreFirst() {
     for (unsigned int i = 0; i < SJIS_KANA_COUNT; ++i) {
         if (SJIS_TABLE_DATA.SjisTable[i].mSjis != SJIS_KANA_MIN + i) {

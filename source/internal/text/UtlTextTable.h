@@ -1,20 +1,21 @@
 #pragma once
 
 #include <cstddef>
+#include <type_traits>
 
 #include "UtlAttribConvert.h"
 #include "internal/text/UtlDualTypeImage.h"
 
 namespace utl {
 
-// Tables of characters that stand in the source as a person would write them, in one list: a blank parts two
-// rows, and where a row has two forms, the last "=" in it parts these: "a=A b=B". The compiler takes the list
-// apart, so that the rows are there before any code runs.
+// A table of characters is written in the source as a list for people to read. A blank separates two rows. If
+// a row has two forms, its last "=" separates them: "a=A b=B". The compiler makes the table from the list, so
+// that it exists before any code runs.
 
-/// Where the row that begins at `start` ends. It has one character at least, so that it may be or begin with
-/// a blank.
-template <typename T, std::size_t SIZE>
-constexpr std::size_t rowEnd(T const (&list)[SIZE], std::size_t start) {
+/// Where the row that begins at `start` ends. A row has at least one character, so that it may be or begin
+/// with a blank.
+template <typename T>
+constexpr std::size_t rowEnd(T const* list, std::size_t start) {
     std::size_t end = start + 1;
     while (list[end] != T(' ') && list[end] != T(0)) {
         ++end;
@@ -22,78 +23,38 @@ constexpr std::size_t rowEnd(T const (&list)[SIZE], std::size_t start) {
     return end;
 }
 
-/// Where the first form of a row ends: at its last "=".
+/// The texts of a list one after the other, each with its terminator: a row of one form is one text, a row of
+/// two forms is two.
 template <typename T, std::size_t SIZE>
-constexpr std::size_t formEnd(T const (&list)[SIZE], std::size_t start) {
-    std::size_t end = rowEnd(list, start) - 1;
-    while (list[end] != T('=')) {
-        --end;
+struct ListTexts {
+    T units[SIZE]{};
+};
+
+template <typename T, std::size_t SIZE>
+constexpr ListTexts<T, SIZE> listTexts(T const (&list)[SIZE], bool hasTwoForms) {
+    ListTexts<T, SIZE> texts;
+    for (std::size_t start = 0; start + 1 < SIZE;) {
+        std::size_t const end = rowEnd(list, start);
+        std::size_t separator = end;
+        while (hasTwoForms && list[separator] != T('=')) {
+            --separator;
+        }
+        for (; start < end; ++start) {
+            texts.units[start] = start != separator ? list[start] : T(0);
+        }
+        ++start;
     }
-    return end;
+    return texts;
 }
 
 template <typename T, std::size_t SIZE>
-constexpr unsigned int rowCount(T const (&list)[SIZE]) {
-    unsigned int count = 0;
+constexpr std::size_t rowCount(T const (&list)[SIZE]) {
+    std::size_t count = 0;
     for (std::size_t start = 0; start + 1 < SIZE; start = rowEnd(list, start) + 1) {
         ++count;
     }
     return count;
 }
-
-/// How many forms a row has.
-enum class RowForms { ONE, TWO };
-
-/// A list with terminators in place of what parts it.
-template <typename T, std::size_t SIZE>
-struct CutList {
-    T text[SIZE]{};
-};
-
-template <RowForms FORMS, typename T, std::size_t SIZE>
-constexpr CutList<T, SIZE> cutList(T const (&list)[SIZE]) {
-    CutList<T, SIZE> cut;
-    for (std::size_t start = 0; start + 1 < SIZE;) {
-        std::size_t const end = rowEnd(list, start);
-        std::size_t const parting = FORMS == RowForms::TWO ? formEnd(list, start) : end;
-        for (; start < end; ++start) {
-            cut.text[start] = start != parting ? list[start] : T(0);
-        }
-        ++start;
-    }
-    return cut;
-}
-
-/// The forms of each row.
-template <typename T, unsigned int COUNT>
-struct RowTexts {
-    static constexpr unsigned int ROWS = COUNT;
-
-    T const* first[COUNT]{};
-    T const* second[COUNT]{};
-};
-
-/// Finds the rows in a cut list.
-template <RowForms FORMS, unsigned int COUNT, typename T, std::size_t SIZE>
-constexpr RowTexts<T, COUNT> rowTexts(T const (&list)[SIZE], CutList<T, SIZE> const& cut) {
-    RowTexts<T, COUNT> rows;
-    std::size_t start = 0;
-    for (unsigned int row = 0; row < COUNT; ++row) {
-        rows.first[row] = cut.text + start;
-        if (FORMS == RowForms::TWO) {
-            rows.second[row] = cut.text + formEnd(list, start) + 1;
-        }
-        start = rowEnd(list, start) + 1;
-    }
-    return rows;
-}
-
-/// Declares `NAME_NARROW` and `NAME_WIDE`, the rows of a list as UTF-8 and as wide text.
-#define UTL_ROW_TEXTS(NAME, FORMS, LIST)                                                             \
-    constexpr auto NAME##_NARROW_CUT = cutList<FORMS>(u8##LIST);                                     \
-    constexpr auto NAME##_WIDE_CUT = cutList<FORMS>(L##LIST);                                        \
-    constexpr auto NAME##_NARROW = rowTexts<FORMS, rowCount(u8##LIST)>(u8##LIST, NAME##_NARROW_CUT); \
-    constexpr auto NAME##_WIDE = rowTexts<FORMS, rowCount(L##LIST)>(L##LIST, NAME##_WIDE_CUT)
 
 /// The virtual table of `PairAttrib`.
 UTL_API extern DestructorTable PAIR_ATTRIB_TABLE asm("_ZTVN3utl10PairAttribE");
@@ -107,40 +68,57 @@ struct PairAttribImage {
 
 static_assert(sizeof(PairAttribImage) == sizeof(PairAttrib));
 
-/// The rows of a table and the one that ends it.
-template <typename IMAGE, unsigned int COUNT>
-struct TableImage {
-    IMAGE rows[COUNT + 1]{};
+/// The text at `*place`, which moves on to the next.
+template <typename T>
+constexpr T const* takeText(T const** place) {
+    T const* const text = *place;
+    while (**place != T(0)) {
+        ++*place;
+    }
+    ++*place;
+    return text;
+}
+
+/// Reads the texts of a list in both widths.
+class ListReader {
+  public:
+    constexpr ListReader(char const* narrow, wchar_t const* wide) : mpNarrow(narrow), mpWide(wide) {}
+
+    constexpr void read(DualTypeImage* row) {
+        row->narrow = takeText(&mpNarrow);
+        row->wide = takeText(&mpWide);
+    }
+
+    constexpr void read(PairAttribImage* row) {
+        read(&row->first);
+        read(&row->second);
+    }
+
+  private:
+    char const* mpNarrow;
+    wchar_t const* mpWide;
 };
 
-template <unsigned int COUNT>
-constexpr TableImage<DualTypeImage, COUNT> codeTableImage(RowTexts<char, COUNT> const& narrow,
-                                                          RowTexts<wchar_t, COUNT> const& wide) {
-    TableImage<DualTypeImage, COUNT> image;
-    for (unsigned int row = 0; row < COUNT; ++row) {
-        image.rows[row].narrow = narrow.first[row];
-        image.rows[row].wide = wide.first[row];
+/// `COUNT` rows and the empty one that ends a table.
+template <typename ROW, std::size_t COUNT>
+struct TableImage {
+    constexpr explicit TableImage(ListReader reader) {
+        for (std::size_t i = 0; i < COUNT; ++i) {
+            reader.read(&rows[i]);
+        }
     }
-    return image;
-}
 
-template <unsigned int COUNT>
-constexpr TableImage<PairAttribImage, COUNT> pairTableImage(RowTexts<char, COUNT> const& narrow,
-                                                            RowTexts<wchar_t, COUNT> const& wide) {
-    TableImage<PairAttribImage, COUNT> image;
-    for (unsigned int row = 0; row < COUNT; ++row) {
-        image.rows[row].first.narrow = narrow.first[row];
-        image.rows[row].first.wide = wide.first[row];
-        image.rows[row].second.narrow = narrow.second[row];
-        image.rows[row].second.wide = wide.second[row];
-    }
-    return image;
-}
+    ROW rows[COUNT + 1]{};
+};
 
-/// Defines the array of `ROW` that users know as an alias of its image.
-#define UTL_TABLE(ROW, NAME, MAKE_IMAGE)                               \
-    [[maybe_unused]] constexpr auto NAME##_IMAGE asm(#NAME "_IMAGE") = \
-        MAKE_IMAGE(NAME##_NARROW, NAME##_WIDE);                        \
-    extern ROW const NAME[NAME##_NARROW.ROWS + 1] __attribute__((alias(#NAME "_IMAGE")))
+/// Defines `NAME`, an array that its header declares, by the list of its rows: it is an alias of
+/// `NAME_IMAGE`.
+#define UTL_TEXT_TABLE(ROW, NAME, LIST)                                                              \
+    constexpr auto NAME##_NARROW = listTexts(u8##LIST, std::is_same_v<ROW, PairAttribImage>);        \
+    constexpr auto NAME##_WIDE = listTexts(L##LIST, std::is_same_v<ROW, PairAttribImage>);           \
+    [[maybe_unused]] constexpr TableImage<ROW, rowCount(u8##LIST)> NAME##_IMAGE asm(#NAME "_IMAGE")( \
+        ListReader(NAME##_NARROW.units, NAME##_WIDE.units));                                         \
+    static_assert(sizeof(NAME) == sizeof(NAME##_IMAGE));                                             \
+    extern decltype(NAME) NAME __attribute__((alias(#NAME "_IMAGE")))
 
 }  // namespace utl

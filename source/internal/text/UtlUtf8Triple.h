@@ -3,24 +3,24 @@
 #include <cstdint>
 #include <cstring>
 
-#include "internal/text/UtlEachChar.h"
+#include "internal/text/UtlCharDecoder.h"
 
 namespace utl {
 
-/// The usual character of Japanese text, a sequence of three bytes, looked at in one step. It reads four
-/// bytes, the terminator among them, and is not whole where there are fewer.
+/// The usual character of Japanese text, a sequence of three bytes, in one step. It reads four bytes, the
+/// terminator included, and is not whole if there are fewer.
 class Utf8Triple {
   public:
     /// `end` is that of the whole text.
-    UTL_EACH_CHAR Utf8Triple(char const* text, char const* end) {
+    UTL_ALWAYS_INLINE Utf8Triple(char const* text, char const* end) {
         if (end - text >= 3) {
             std::memcpy(&mBytes, text, sizeof(mBytes));
         }
     }
 
-    /// True for a first byte that calls for two more, and two that continue a sequence. It may be longer than
-    /// its value needs.
-    UTL_EACH_CHAR bool isWhole() const { return (mBytes & 0x00C0C0F0U) == 0x008080E0U; }
+    /// True for a first byte that needs two more, followed by two that continue a sequence. It may be longer
+    /// than its value needs.
+    UTL_ALWAYS_INLINE bool isWhole() const { return (mBytes & 0x00C0C0F0U) == 0x008080E0U; }
 
     /// The first byte, and what the other two add to it.
     ///@{

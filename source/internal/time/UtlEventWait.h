@@ -4,9 +4,9 @@
 
 namespace utl {
 
-/// `event.waitToOn(timeout)` for an event that nobody sets off meanwhile: 0 only when it is on. Without a
-/// time limit `Event` gives 0 for whatever wakes the thread, and a thread that hands over memory must not
-/// believe in a wake-up that had no cause.
+/// `event.waitToOn(timeout)` for an event that nobody sets off meanwhile: 0 only if it is on. Without a time
+/// limit `Event` returns 0 for whatever wakes the thread, and a thread that hands over memory must not be
+/// misled by a wake-up without a cause.
 inline int waitUntilOn(Event const& event, unsigned int timeout) {
     int result = event.waitToOn(timeout);
     while (result == 0 && event.isOff()) {

@@ -4,9 +4,9 @@
 
 namespace utl {
 
-/// The one place that makes an absolute time for a bounded wait: `milliseconds` from now on
-/// `CLOCK_MONOTONIC`; a negative count gives a time in the past. False if the clock cannot be read; `time` is
-/// untouched then.
+/// The one place that computes an absolute time for a bounded wait: `milliseconds` from now on
+/// `CLOCK_MONOTONIC`; a negative count is a time in the past. False, with `time` untouched, if the clock
+/// cannot be read.
 inline bool monotonicTimeAfter(int milliseconds, timespec& time) {
     constexpr long NANOSECONDS_PER_SECOND = 1000000000L;
     timespec now{};

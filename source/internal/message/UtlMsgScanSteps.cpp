@@ -1,0 +1,197 @@
+#include "internal/message/UtlMsgScanSteps.h"
+
+#include "UtlLog.h"
+
+namespace utl {
+
+namespace {
+
+void reportEraseFailure(char const* what, unsigned int line) {
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "MsgDrivenThread::executeEraseMsg(): %s Line=%d", what,
+           static_cast<int>(line));
+}
+
+}  // namespace
+
+bool MsgDrivenThread::ScanSteps::scanFrame(unsigned int offset) {
+    unsigned int const end = QueueSteps(mThread).announcedBytes();
+    if (offset >= end) {
+        return false;
+    }
+    unsigned int const rest = end - offset;
+    ThreadRawMsg& msg = mThread.mScanMsg;
+    return mThread.mDataQueue.copyOut(offset, msg.buffer(), rest < msg.maxSize() ? rest : msg.maxSize());
+}
+
+bool MsgDrivenThread::ScanSteps::scanTimeout(int timerId) {
+    TimerMsg msg;
+    msg.mTimerId = timerId;
+    return msg.storeTo(&mThread.mScanMsg) != 0;
+}
+
+bool MsgDrivenThread::ScanSteps::find(MsgJudgementInterface& judgement, ThreadRawMsg* out) {
+    unsigned int offset = 0;
+    unsigned int const count = mThread.mCtlQueue.size();
+    for (unsigned int i = 0; i < count; ++i) {
+        ThreadCtlMsg const* const entry = mThread.mCtlQueue.elementAt(i);
+        if (entry == nullptr) {
+            break;
+        }
+        unsigned int const place = offset;
+        offset += QueueSteps::hasFrame(*entry) ? mThread.mScanMsg.maxSize() : 0;
+        if (scan(*entry, place) && judgement.judge(mThread.mScanMsg)) {
+            if (out != nullptr) {
+                *out = mThread.mScanMsg;
+            }
+            return true;
+        }
+    }
+    return false;
+}
+
+bool MsgDrivenThread::ScanSteps::scan(ThreadCtlMsg const& entry, unsigned int offset) {
+    if (QueueSteps::isDead(entry)) {
+        return false;
+    }
+    if (entry.mMsgId == MSG_ID_CTL_TIMEOUT) {
+        if (scanTimeout(entry.mParam)) {
+            return true;
+        }
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+               "MsgDrivenThread::executeFindMsg(): Can't store message. Line=%d", __LINE__);
+    } else if (QueueSteps::hasFrame(entry)) {
+        if (scanFrame(offset)) {
+            return true;
+        }
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+               "MsgDrivenThread::executeFindMsg(): Peek Data Queue fail. Line=%d MsgId=%d", __LINE__,
+               entry.mMsgId);
+    }
+    return false;
+}
+
+thread_local MsgDrivenThread::Erasure* MsgDrivenThread::Erasure::tInnermost = nullptr;
+std::atomic<unsigned int> MsgDrivenThread::Erasure::mErasures{0};
+
+void MsgDrivenThread::Erasure::closeAllUnder(SyncObject const& lock) {
+    for (Erasure* erasure = tInnermost; erasure != nullptr; erasure = erasure->mOuter) {
+        if (&erasure->mThread.mQueueLock == &lock) {
+            erasure->close();
+        }
+    }
+}
+
+void MsgDrivenThread::Erasure::close() {
+    mEntries.close();
+    if (!mFramesAreUnseen) {
+        mFrames.close();
+    }
+}
+
+MsgDrivenThread::Erasure::Step MsgDrivenThread::Erasure::eraseMatches(MsgJudgementInterface& judgement,
+                                                                      int* endedTimer) {
+    Step step = Step::DONE;
+    for (unsigned int left = mThread.mCtlQueue.size(); left != 0 && step == Step::DONE; --left) {
+        ThreadCtlMsg const* const next = mEntries.next();
+        if (next == nullptr) {
+            break;
+        }
+        ThreadCtlMsg const entry = *next;  // a judgement may have the gap closed, which moves entries
+        step = eraseIfMatching(entry, judgement);
+        if (step == Step::ENDED_TIMER) {
+            *endedTimer = entry.mParam;
+        }
+    }
+    return step;
+}
+
+MsgDrivenThread::Erasure::Step MsgDrivenThread::Erasure::eraseIfMatching(ThreadCtlMsg const& entry,
+                                                                         MsgJudgementInterface& judgement) {
+    bool const isTimeout = !QueueSteps::isDead(entry) && entry.mMsgId == MSG_ID_CTL_TIMEOUT;
+    unsigned int const frameBytes = QueueSteps::hasFrame(entry) ? mThread.mScanMsg.maxSize() : 0;
+    if (!isTimeout && frameBytes == 0) {
+        pass(0);
+        return Step::DONE;
+    }
+    if (!scan(entry)) {
+        return Step::FAILED;
+    }
+    if (!judgement.judge(mThread.mScanMsg)) {
+        pass(frameBytes);
+        return Step::DONE;
+    }
+    return take(entry, frameBytes) ? finish(entry) : Step::FAILED;
+}
+
+bool MsgDrivenThread::Erasure::scan(ThreadCtlMsg const& entry) {
+    if (entry.mMsgId != MSG_ID_CTL_TIMEOUT) {
+        return scanFrame(entry);
+    }
+    if (!ScanSteps(mThread).scanTimeout(entry.mParam)) {
+        reportEraseFailure("Can't store message.", __LINE__);
+        return false;
+    }
+    return true;
+}
+
+// The frame of a posted message has the id of its entry.
+bool MsgDrivenThread::Erasure::scanFrame(ThreadCtlMsg const& entry) {
+    bool const isSync = entry.mMsgId == MSG_ID_CTL_SYNC;
+    if (!ScanSteps(mThread).scanFrame(mFrames.place())) {
+        if (isSync) {
+            reportEraseFailure("Peek Data Queue fail.", __LINE__);
+        } else {
+            applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+                   "MsgDrivenThread::executeEraseMsg(): Peek Data Queue fail. Line=%d MsgId=%d", __LINE__,
+                   entry.mMsgId);
+        }
+        return false;
+    }
+    int frameId = MSG_ID_NONE;
+    mThread.mScanMsg.getMsgId(&frameId);
+    if (!isSync && frameId != entry.mMsgId) {
+        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
+               "MsgDrivenThread::executeEraseMsg(): Data Queue is different from Ctl Queue . Line=%d "
+               "MsgId(Ctl)=%d "
+               "MsgId(Data)=%d ",
+               __LINE__, entry.mMsgId, frameId);
+        return false;
+    }
+    return true;
+}
+
+// False, with nothing changed, unless both places are in use.
+bool MsgDrivenThread::Erasure::take(ThreadCtlMsg const& entry, unsigned int frameBytes) {
+    bool const hasFrame = frameBytes != 0;
+    if ((!hasFrame || mFrames.next() != nullptr) && mEntries.take(1) &&
+        (!hasFrame || mFrames.take(frameBytes))) {
+        return true;
+    }
+    reportEraseFailure(entry.mMsgId == MSG_ID_CTL_TIMEOUT ? "Erase Ctl Queue fail."
+                       : entry.mMsgId == MSG_ID_CTL_SYNC  ? "Erase Queue fail."
+                                                          : "erase Data Queue fail.",
+                       __LINE__);
+    return false;
+}
+
+// An erased timeout counts as an expiry. The step of its timer may remove further entries, but looks at no
+// frame.
+MsgDrivenThread::Erasure::Step MsgDrivenThread::Erasure::finish(ThreadCtlMsg const& entry) {
+    if (entry.mMsgId == MSG_ID_CTL_SYNC) {
+        mThread.mSyncEvent.setOff();
+    }
+    if (entry.mMsgId != MSG_ID_CTL_TIMEOUT) {
+        return Step::DONE;
+    }
+    mFramesAreUnseen = true;
+    int const handling = mThread.TimeoutPostHandling(entry.mParam);
+    mFramesAreUnseen = false;
+    return handling == TIMEOUT_FINISHED ? Step::ENDED_TIMER : Step::DONE;
+}
+
+void MsgDrivenThread::Erasure::pass(unsigned int frameBytes) {
+    mEntries.pass(1);
+    mFrames.pass(frameBytes);
+}
+
+}  // namespace utl
