@@ -25,11 +25,14 @@ class Gate {
 
     /// As `wait`, and `waitUntilHeld` learns of it.
     bool hold() {
-        set(&Gate::mReached, true);
+        reach();
         return wait();
     }
 
-    /// Waits until a thread stands in `hold`, or has stood there; false if none came.
+    /// Says that a thread is here, which does not wait.
+    void reach() { set(&Gate::mReached, true); }
+
+    /// Waits until a thread stands in `hold`, or has been there; false if none came.
     bool waitUntilHeld() { return waitFor(&Gate::mReached); }
 
   private:

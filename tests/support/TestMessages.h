@@ -301,8 +301,7 @@ struct BlockedRoad {
         : thread(maxMsgSize, maxMsgCount, name) {
         collector.onMsg = [this](int id, int number) {
             if (id == BLOCKER) {
-                entered.open();
-                gate.wait();
+                EXPECT_TRUE(gate.hold());
             } else {
                 onOther(id, number);
             }
@@ -313,10 +312,9 @@ struct BlockedRoad {
     void startAndBlock() {
         ASSERT_EQ(thread.start(&collector), 0);
         ASSERT_EQ(thread.postMsg(BLOCKER), 1);
-        ASSERT_TRUE(entered.wait());
+        ASSERT_TRUE(gate.waitUntilHeld());
     }
 
-    Gate entered;
     Gate gate;
     MsgHandler onOther;
     Collector collector;
