@@ -16,7 +16,6 @@
 #include "TestFiles.h"
 #include "TestFolder.h"
 #include "TestHooks.h"
-#include "UtlAttribConvert.h"
 #include "UtlFile.h"
 
 namespace {

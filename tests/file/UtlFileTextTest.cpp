@@ -1265,8 +1265,6 @@ TEST_F(FileLine, FindNextLineSize_OfALineBeyondItsResult_IsMinusOneWithoutALine)
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
-// --- the next line end
-
 TEST_F(FileText, WriteText_ThatHasNoFormInUtf16_WritesNothingWithoutALineOrAChangedFolder) {
     HookScope const scope;
     for (int const textType : TYPES_OF_UNITS) {

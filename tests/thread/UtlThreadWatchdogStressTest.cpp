@@ -18,11 +18,8 @@
 #include "TestMessages.h"
 #include "TestThreads.h"
 #include "TestWatchdog.h"
-#include "UtlMemoryPool.h"
 #include "UtlThread.h"
 #include "UtlThreadManager.h"
-#include "UtlThreadRawMsg.h"
-#include "UtlTimeCounter.h"
 
 namespace {
 
