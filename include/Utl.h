@@ -10,6 +10,7 @@
 #include "UtlCharSet.h"
 #include "UtlEvent.h"
 #include "UtlFile.h"
+#include "UtlLockAnnotations.h"
 #include "UtlLog.h"
 #include "UtlMap.h"
 #include "UtlMemory.h"

@@ -4,6 +4,7 @@
 
 #include <atomic>
 
+#include "UtlLockAnnotations.h"
 #include "UtlPlatform.h"
 #include "UtlSmartPointer.h"
 
@@ -70,21 +71,24 @@ class UTL_API Event {
     friend class Thread;
     friend class ThreadLife;
     struct Side;
+    class MutexHold;
+
+    using Mutex UTL_CAPABILITY = pthread_mutex_t;
 
     // The state without the mutex, as `isOn` finds it or is about to. The thread that sets it may still use
     // the event after that: no reason to destroy it.
-    bool peekOn() const { return mOn; }
+    bool peekOn() const UTL_NO_THREAD_SAFETY_ANALYSIS { return mOn; }
 
-    int wait(Side const& side, unsigned int timeoutMs) const;
-    int block(Side const& side, unsigned int timeoutMs) const;
+    int wait(Side const& side, unsigned int timeoutMs) const UTL_REQUIRES(mMutex);
+    int block(Side const& side, unsigned int timeoutMs) const UTL_REQUIRES(mMutex);
 
-    std::atomic<bool> mOn;
-    std::atomic<bool> mOff;
-    mutable unsigned int mOnWaiters;
-    mutable unsigned int mOffWaiters;
-    mutable pthread_cond_t mOnCondition;
-    mutable pthread_cond_t mOffCondition;
-    mutable pthread_mutex_t mMutex;
+    std::atomic<bool> mOn UTL_GUARDED_BY(mMutex);
+    std::atomic<bool> mOff UTL_GUARDED_BY(mMutex);
+    mutable unsigned int mOnWaiters UTL_GUARDED_BY(mMutex);
+    mutable unsigned int mOffWaiters UTL_GUARDED_BY(mMutex);
+    mutable pthread_cond_t mOnCondition UTL_GUARDED_BY(mMutex);
+    mutable pthread_cond_t mOffCondition UTL_GUARDED_BY(mMutex);
+    mutable Mutex mMutex;
     int mTwoWay;
 };
 

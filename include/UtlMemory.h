@@ -165,26 +165,28 @@ class UTL_API Memory {
 
     static SyncObject const& instantiationSyncObject();
 
-    void emptyTables();
-    unsigned int positionOf(void const* address) const;
-    void recordAllocation(DetailHeapInfo const& info);
-    void recordRelease(void const* address, int threadId, unsigned int fileId, int line);
+    void emptyTables() UTL_REQUIRES(mSyncObject);
+    unsigned int positionOf(void const* address) const UTL_REQUIRES(mSyncObject);
+    void recordAllocation(DetailHeapInfo const& info) UTL_REQUIRES(mSyncObject);
+    void recordRelease(void const* address, int threadId, unsigned int fileId, int line)
+        UTL_REQUIRES(mSyncObject);
     void printDetail(int reserved, char const* path, char const* title, unsigned long long firstSerial);
-    void printRow(int reserved, int fd, unsigned int number, DetailHeapInfo const& info);
+    void printRow(int reserved, int fd, unsigned int number, DetailHeapInfo const& info)
+        UTL_REQUIRES(mSyncObject);
 
-    static Memory* mpTheObject;
+    static Memory* mpTheObject UTL_GUARDED_BY(instantiationSyncObject());
 
     SyncObject mSyncObject;
     char mMessageBuffer[1024];
-    ProcessHeapInfo mProcessHeapInfo;
-    DetailHeapInfo* mDetailHeapInfo;
-    unsigned int mDetailHeapInfoCount;
-    unsigned long long mNextSerial;
-    unsigned long long mMarkedSerial;
-    FileNameInfo mFileNameInfo[FILE_NAME_INFO_MAX];
-    unsigned int mFileNameInfoCount;
-    ThreadNameInfo mThreadNameInfo[THREAD_NAME_INFO_MAX];
-    unsigned int mThreadNameInfoCount;
+    ProcessHeapInfo mProcessHeapInfo UTL_GUARDED_BY(mSyncObject);
+    DetailHeapInfo* mDetailHeapInfo UTL_PT_GUARDED_BY(mSyncObject);
+    unsigned int mDetailHeapInfoCount UTL_GUARDED_BY(mSyncObject);
+    unsigned long long mNextSerial UTL_GUARDED_BY(mSyncObject);
+    unsigned long long mMarkedSerial UTL_GUARDED_BY(mSyncObject);
+    FileNameInfo mFileNameInfo[FILE_NAME_INFO_MAX] UTL_GUARDED_BY(mSyncObject);
+    unsigned int mFileNameInfoCount UTL_GUARDED_BY(mSyncObject);
+    ThreadNameInfo mThreadNameInfo[THREAD_NAME_INFO_MAX] UTL_GUARDED_BY(mSyncObject);
+    unsigned int mThreadNameInfoCount UTL_GUARDED_BY(mSyncObject);
 };
 
 }  // namespace utl

@@ -40,7 +40,8 @@ class UTL_API MemoryPool {
     BasicString<char> mName;
     unsigned int mBlockSize;
     unsigned int mBlockCount;
-    unsigned int* mActive;  // a flag for each block, followed by the search tree over the free ones
+    // A flag for each block, followed by the search tree over the free ones.
+    unsigned int* mActive UTL_PT_GUARDED_BY(mSyncObject);
     unsigned char* mMemory;
     SyncObject mSyncObject;
 };

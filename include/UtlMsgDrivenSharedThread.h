@@ -255,16 +255,22 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
   private:
     // The steps of the class, which its sources define.
     class CallBracket;
+    class CallGuard;
+    class PostGuard;
     class SendSteps;
     class AttachSteps;
     class TimerSteps;
     struct BroadcastQuestion;
     struct ListenerQuestion;
 
+    struct TimerOwners {
+        TimerListenerMap const& mTimers UTL_GUARDED_BY(mLock);
+        SyncObject const& mLock;
+    };
+
     unsigned int indexOf(ThreadMsgListener const* listener) const;
     static bool isEnvelopeId(int msgId);
-    static bool findTimerListener(TimerListenerMap const& timers, SyncObject const& lock, ThreadRawMsg& msg,
-                                  ThreadMsgListener** listener);
+    static bool findTimerListener(TimerOwners const& owners, ThreadRawMsg& msg, ThreadMsgListener** listener);
 
     Array<ThreadMsgListener*> mListeners;
     int mAttachResult = 0;
@@ -273,7 +279,7 @@ class UTL_API MsgDrivenSharedThread : public MsgDrivenThread, public ThreadMsgLi
     SpecifiedMsgListenerMsg mSyncMsg;
     SpecifiedMsgListenerMsg mInterruptMsg;
     SpecifiedMsgListenerMsg mReceivedMsg;
-    TimerListenerMap mTimerListeners;
+    TimerListenerMap mTimerListeners UTL_GUARDED_BY(mTimerMapLock);
     SyncObject mAttachLock;
     SyncObject mPostLock;
     SyncObject mSyncSendLock;
@@ -289,7 +295,7 @@ bool MsgDrivenSharedThread::JudgeMsgBroadcast<JUDGE>::operator()(ThreadRawMsg& m
     }
     if (id == MSG_ID_TIMER) {
         ThreadMsgListener* owner = nullptr;
-        return findTimerListener(*mTimers, *mLock, msg, &owner) && owner == nullptr && (*mJudge)(msg);
+        return findTimerListener({*mTimers, *mLock}, msg, &owner) && owner == nullptr && (*mJudge)(msg);
     }
     return (*mJudge)(msg);
 }
@@ -313,7 +319,7 @@ bool MsgDrivenSharedThread::JudgeMsgSpecifiedListener<JUDGE>::operator()(ThreadR
 template <typename JUDGE>
 bool MsgDrivenSharedThread::JudgeMsgSpecifiedListener<JUDGE>::matchesTimer(ThreadRawMsg& msg) {
     ThreadMsgListener* owner = nullptr;
-    if (!findTimerListener(*mTimers, *mLock, msg, &owner) || owner != mListener || !(*mJudge)(msg)) {
+    if (!findTimerListener({*mTimers, *mLock}, msg, &owner) || owner != mListener || !(*mJudge)(msg)) {
         return false;
     }
     mFoundTimer = true;

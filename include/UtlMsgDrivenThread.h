@@ -181,7 +181,7 @@ class UTL_API MsgDrivenThread : public Thread {
 
     /// Called after a timer has been removed permanently, with no lock of the thread held, on the thread that
     /// removed it: the caller of `killTimer`, or the message thread.
-    virtual void onEraseTimer(int userTimerId);
+    virtual void onEraseTimer(int userTimerId) UTL_EXCLUDES(mQueueLock);
 
     /// Questions about the messages that are queued and not yet delivered, oldest first. A queued timeout
     /// counts as a message with the id `MSG_ID_TIMER`. The message that the listener has now, and an
@@ -248,7 +248,7 @@ class UTL_API MsgDrivenThread : public Thread {
     bool killTimer(int timerId, int noWait = TIMER_WAIT);
 
     /// Removes all timers. The loop does so at its end; nobody else may call it while the loop runs.
-    void eraseAllTimer();
+    void eraseAllTimer() UTL_EXCLUDES(mQueueLock);
 
     /// How many more timers there can be.
     [[nodiscard]] unsigned int remTimerIdCount() const;
@@ -281,7 +281,7 @@ class UTL_API MsgDrivenThread : public Thread {
     /// What `start`, `stop`, and from outside `postMsg` and every timer operation hold, also while they wait
     /// for the message thread. It is the outermost of the thread's locks. The message thread must never wait
     /// for it.
-    SyncObject const& lifecycleLock() const { return mLifecycleLock; }
+    SyncObject const& lifecycleLock() const UTL_RETURN_CAPABILITY(mLifecycleLock) { return mLifecycleLock; }
 
     /// Closes the pipe and waits for the end of a loop that still runs. For the destructor of a class whose
     /// fields the loop uses, on another thread; the object cannot be used after it.
@@ -290,15 +290,16 @@ class UTL_API MsgDrivenThread : public Thread {
     /// True for the id of a control entry that has a frame in the data queue, `MSG_ID_CTL_SYNC` apart.
     static bool isDataMsgId(int msgId);
 
-    /// Makes `msg`, which a listener has had and may have assigned to, as large as `like` again.
-    static void restoreSize(ThreadRawMsg& msg, ThreadRawMsg const& like);
+    /// Makes the room of `msg`, which a listener has had and may have assigned to, `size` bytes again.
+    static void restoreSize(ThreadRawMsg& msg, unsigned int size);
 
     /// Steps of the loop: passes the oldest frame to the listener. With `ctl`, the oldest control entry is
     /// removed. With `msgId`, frames of other ids before it are discarded; with `ctl`, so is a frame that a
     /// synchronous sender could not announce, whatever its id. 0, or -1 if there was no such frame.
-    int executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data);
-    int executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data, int msgId);
-    int executeReceiveMsg(Queue<unsigned char>& data);
+    int executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data) UTL_EXCLUDES(mQueueLock);
+    int executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data, int msgId)
+        UTL_EXCLUDES(mQueueLock);
+    int executeReceiveMsg(Queue<unsigned char>& data) UTL_EXCLUDES(mQueueLock);
 
     /// What `peekMsgInternal` and `eraseMsgInternal` do on the message thread.
     bool executeFindMsg(MsgJudgementInterface* judgement, ThreadRawMsg* out);
@@ -323,7 +324,7 @@ class UTL_API MsgDrivenThread : public Thread {
 
     /// Delivers the timeout at the head of the control queue; 0 also if it is not there any more. -1 if the
     /// timer could not be started again.
-    int executeTimeout(int timerId);
+    int executeTimeout(int timerId) UTL_EXCLUDES(mQueueLock);
 
     /// Queues a timeout if the timer accepts one.
     void executeTimeoutSignal(int timerId);
@@ -351,23 +352,27 @@ class UTL_API MsgDrivenThread : public Thread {
     // Makes both queues whole for whoever locks it, even during an erasure on the same thread.
     class QueueLock final : public SyncObject {
       public:
-        int lock() const override;
+        int lock() const override UTL_ACQUIRE();
     };
 
     ThreadMsgListener* mListener = nullptr;
     unsigned int mMaxMsgCount;
-    Queue<ThreadCtlMsg> mCtlQueue;
-    Queue<unsigned char> mDataQueue;
+    Queue<ThreadCtlMsg> mCtlQueue UTL_GUARDED_BY(mQueueLock);
+    Queue<unsigned char> mDataQueue UTL_GUARDED_BY(mQueueLock);
     std::atomic<bool> mDataOverflowLogged{false};
-    bool mLoopEnded : 1;             // under mQueueLock: no request may wait for the loop any more
-    bool mStartSucceeded : 1;        // under mQueueLock: the result of the start that somebody waits for
-    bool mIsRequested : 1;           // under mQueueLock: one of the three events of a wake entry may be on
-    unsigned char mStrayFrames = 0;  // under mQueueLock: frames without an entry, the last in mDataQueue
+    // No request may wait for the loop any more.
+    bool mLoopEnded : 1 UTL_GUARDED_BY(mQueueLock);
+    // The result of the start that somebody waits for.
+    bool mStartSucceeded : 1 UTL_GUARDED_BY(mQueueLock);
+    // One of the three events of a wake entry may be on.
+    bool mIsRequested : 1 UTL_GUARDED_BY(mQueueLock);
+    // Frames without an entry, the last in mDataQueue.
+    unsigned char mStrayFrames UTL_GUARDED_BY(mQueueLock) = 0;
     std::atomic<bool> mStopsAtAnyToken{false};  // a stop has found no room for its own
-    Queue<unsigned char> mInterruptQueue;
-    ThreadRawMsg mSendMsg;
+    Queue<unsigned char> mInterruptQueue UTL_GUARDED_BY(mQueueLock);
+    ThreadRawMsg mSendMsg UTL_GUARDED_BY(mQueueLock);
     ThreadRawMsg mReceiveMsg;
-    ThreadRawMsg mScanMsg;
+    ThreadRawMsg mScanMsg UTL_GUARDED_BY(mQueueLock);
     ThreadRawMsg* mPeekTarget = nullptr;
     Event mInterruptEvent;
     Event mSyncEvent;
@@ -377,12 +382,12 @@ class UTL_API MsgDrivenThread : public Thread {
     bool mInterruptResult = false;
     bool mEraseResult = false;
     bool mFindResult = false;
-    Map<int, TimerInfo> mTimers;
-    Map<int, TimerInfo> mStopTimers;
-    int mNextUserTimerId = 1;
+    Map<int, TimerInfo> mTimers UTL_GUARDED_BY(mQueueLock);
+    Map<int, TimerInfo> mStopTimers UTL_GUARDED_BY(mQueueLock);
+    int mNextUserTimerId UTL_GUARDED_BY(mQueueLock) = 1;
     MsgJudgementInterface* mEraseJudgement = nullptr;
     MsgJudgementInterface* mFindJudgement = nullptr;
-    int mNextSysTimerNumber = 1;
+    int mNextSysTimerNumber UTL_GUARDED_BY(mQueueLock) = 1;
     std::atomic<int> mPipe[2];
     SyncObject mLifecycleLock;
     QueueLock mQueueLock;

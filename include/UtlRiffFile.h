@@ -158,23 +158,24 @@ class UTL_API RiffFile {
     [[nodiscard]] char const* getPath() const;
 
   private:
-    int writeRiffHeader();
-    int loadRiffInfo();
-    int loadFormType();
-    int loadSubChunkInfos(unsigned long long offset);
-    bool recordSubChunk(char const* id, unsigned int dataSize, unsigned long long position);
-    void closeAndClear();
-    int lastInFile() const;
-    bool updateRiffSize();
-    unsigned int recordedAmong(unsigned int count) const;
+    int writeRiffHeader() UTL_REQUIRES(mLock);
+    int loadRiffInfo() UTL_REQUIRES(mLock);
+    int loadFormType() UTL_REQUIRES(mLock);
+    int loadSubChunkInfos(unsigned long long offset) UTL_REQUIRES(mLock);
+    bool recordSubChunk(char const* id, unsigned int dataSize, unsigned long long position)
+        UTL_REQUIRES(mLock);
+    void closeAndClear() UTL_REQUIRES(mLock);
+    int lastInFile() const UTL_REQUIRES(mLock);
+    bool updateRiffSize() UTL_REQUIRES(mLock);
+    unsigned int recordedAmong(unsigned int count) const UTL_REQUIRES(mLock);
 
-    File* mFile;
-    Array<SubChunkInfo, SubChunkInfo const&> mSubChunkInfos;
-    SubChunk mSubChunk;
-    int mLastSubChunkId;
-    Map<int, unsigned long long> mSubChunkPositions;
-    char mFormType[5];
-    unsigned long long mRiffSize;
+    File* mFile UTL_PT_GUARDED_BY(mLock);
+    Array<SubChunkInfo, SubChunkInfo const&> mSubChunkInfos UTL_GUARDED_BY(mLock);
+    SubChunk mSubChunk UTL_GUARDED_BY(mLock);
+    int mLastSubChunkId UTL_GUARDED_BY(mLock);
+    Map<int, unsigned long long> mSubChunkPositions UTL_GUARDED_BY(mLock);
+    char mFormType[5] UTL_GUARDED_BY(mLock);
+    unsigned long long mRiffSize UTL_GUARDED_BY(mLock);
     std::atomic<int> mOpenedSubChunkId;
     SyncObject mLock;
 };

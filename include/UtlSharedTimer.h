@@ -150,7 +150,7 @@ class UTL_API SharedTimer : public Thread {
     void requestStop() override;
 
     /// Calls the timer's listener, with no lock held. Does nothing for an unknown id and without a listener.
-    virtual void onTime(int timerId);
+    virtual void onTime(int timerId) UTL_EXCLUDES(mQueueLock);
 
     /// The record of a timer; null for an unknown id. Valid while the caller knows that no timer is
     /// added or removed. The first form takes no lock, so its caller must also know that nobody uses the
@@ -184,8 +184,8 @@ class UTL_API SharedTimer : public Thread {
     int updateOnTimeout(int timerId);
     void finishUpdate(int timerId);
     void executeTimeoutSignal(int timerId);
-    bool startTimerByTimerInfo(TimerInfo* info);
-    bool stopTimerByTimerInfo(TimerInfo* info);
+    bool startTimerByTimerInfo(TimerInfo* info) UTL_REQUIRES(mQueueLock);
+    bool stopTimerByTimerInfo(TimerInfo* info) UTL_REQUIRES(mQueueLock);
     void updateNextUserTimerIdValue();
     void eraseAllTimer();
     ///@}
@@ -198,11 +198,13 @@ class UTL_API SharedTimer : public Thread {
     class TimerSteps;
 
     bool isOwnThread() const;
+    TimerInfo* infoOf(int timerId) const UTL_REQUIRES(mQueueLock);
 
-    Queue<TimerCtlMsg> mCtlQueue;
-    Map<int, TimerInfo> mTimers;
-    int mNextUserTimerId = 1;  // -1 after the end of the loop: no timer can be added
-    int mNextSysTimerNumber = 1;
+    Queue<TimerCtlMsg> mCtlQueue UTL_GUARDED_BY(mQueueLock);
+    Map<int, TimerInfo> mTimers UTL_GUARDED_BY(mQueueLock);
+    // -1 after the end of the loop: no timer can be added.
+    int mNextUserTimerId UTL_GUARDED_BY(mQueueLock) = 1;
+    int mNextSysTimerNumber UTL_GUARDED_BY(mQueueLock) = 1;
     std::atomic<int> mPipe[2];
     SyncObject mApiLock;
     SyncObject mQueueLock;

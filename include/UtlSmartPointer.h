@@ -24,7 +24,7 @@ class UTL_API RefCounter {
   private:
     int add(int difference);
 
-    int mCount = 0;
+    int mCount UTL_GUARDED_BY(mSyncObject) = 0;
     SyncObject mSyncObject;
 };
 

@@ -125,18 +125,18 @@ class UTL_API SubChunk {
   private:
     friend class RiffFile;
 
-    bool hasOpenFile() const;
-    unsigned long long dataStart() const;
-    unsigned long long dataEnd() const;
-    long long positionInFile() const;
-    bool growTo(long long position);
-    int attachTo(File* file, char const* id, unsigned long long position);
-    void detach();
+    bool hasOpenFile() const UTL_REQUIRES(mLock);
+    unsigned long long dataStart() const UTL_REQUIRES(mLock);
+    unsigned long long dataEnd() const UTL_REQUIRES(mLock);
+    long long positionInFile() const UTL_REQUIRES(mLock);
+    bool growTo(long long position) UTL_REQUIRES(mLock);
+    int attachTo(File* file, char const* id, unsigned long long position) UTL_REQUIRES(mLock);
+    void detach() UTL_REQUIRES(mLock);
 
-    File* mFile = nullptr;
-    char mSubChunkId[5] = {};
-    unsigned int mDataSize = 0;
-    unsigned long long mPosition = 0;
+    File* mFile UTL_GUARDED_BY(mLock) = nullptr;
+    char mSubChunkId[5] UTL_GUARDED_BY(mLock) = {};
+    unsigned int mDataSize UTL_GUARDED_BY(mLock) = 0;
+    unsigned long long mPosition UTL_GUARDED_BY(mLock) = 0;
     std::atomic<bool> mOpened{false};
     SyncObject mLock;
 };

@@ -168,7 +168,7 @@ class UTL_API Thread {
     virtual void postExecute() {}
 
     /// Called by `stop`, on its caller's thread, to make `execute` return.
-    virtual void requestStop() {}
+    virtual void requestStop() UTL_EXCLUDES(mSyncObject) {}
 
     /// Removes the calling thread, which is this one, from the watchdog, unless a `stop` has done so. For an
     /// `execute` that may end by itself.
@@ -176,7 +176,7 @@ class UTL_API Thread {
 
     /// Waits without limit for the end of a thread that exists, even if the `ThreadManager` does not know it
     /// any more, and never for another thread that has got its kernel id. For destructors, on another thread.
-    void waitForEnd() const;
+    void waitForEnd() const UTL_EXCLUDES(mSyncObject);
 
     /// For a class whose constructor starts the thread: a derived class's constructor must not change what
     /// the thread is about to look up in the object. `execute` calls `signalExecuting` first, and the

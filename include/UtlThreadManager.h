@@ -98,11 +98,11 @@ class UTL_API ThreadManager {
     /// also starts the watchdog, whose thread takes one of the places. If that fails, for want of a thread, a
     /// timer, a place or memory, a line of level 1 says so, the instance stays without supervision, and the
     /// next call tries again; an exception passes through.
-    static ThreadManager* get();
+    static ThreadManager* get() UTL_EXCLUDES(instantiationSyncObject());
 
     /// `get` for callers that must not fail, as in a destructor: null if there is no instance and none can be
     /// created. It does not repeat a start of the watchdog that has failed.
-    static ThreadManager* getOrNull() noexcept;
+    static ThreadManager* getOrNull() noexcept UTL_EXCLUDES(instantiationSyncObject());
 
     /// The instance, null if there is none.
     [[nodiscard]] static ThreadManager* getIfCreated() noexcept;
@@ -116,7 +116,7 @@ class UTL_API ThreadManager {
     /// that is, not from a `WatchdogTimerListener`. Registered threads run on; what they call later goes to a
     /// new instance, which does not know them. No thread may be inside an operation of the old instance; one
     /// that waits for the end of another thread is. Threads that are just about to end do no harm.
-    static void destroy();
+    static void destroy() UTL_EXCLUDES(instantiationSyncObject());
 
     /// The calling thread's kernel id.
     [[nodiscard]] static int getCallerId() noexcept;
@@ -151,7 +151,7 @@ class UTL_API ThreadManager {
 
     /// Waits until the thread has ended: 0 when it has, -2 when `timeout` milliseconds have passed, where 0
     /// means no limit, and -1 for an unknown id or a foreign thread. Holds no lock while it waits.
-    int waitToStop(int id, unsigned int timeout);
+    int waitToStop(int id, unsigned int timeout) UTL_EXCLUDES(mEntriesSyncObject);
 
     /// True if the id is registered.
     [[nodiscard]] bool isThreadExist(int id) noexcept;
@@ -228,7 +228,7 @@ class UTL_API ThreadManager {
     static ThreadManager* forbidWatchdog();
     static void* startThread(void* parameter);
     static void signalStarted(ThreadManager& manager);
-    void initializeWatchdog();
+    void initializeWatchdog() UTL_EXCLUDES(instantiationSyncObject(), mEntriesSyncObject);
 
     // Rises with each instance that is deleted, so it tells the instances apart.
     static unsigned int generation();
@@ -237,7 +237,7 @@ class UTL_API ThreadManager {
     // is, it owns `request.argument`.
     int start(StartHandshake& handshake, StartRequest const& request);
     int startAndRegister(StartHandshake& handshake, StartParameter& parameter, NewThread& thread);
-    bool registerStarted(int id, NewThread& thread);
+    bool registerStarted(int id, NewThread& thread) UTL_REQUIRES(mEntriesSyncObject);
     bool registerCaller(int id, char const* name);
     bool storePriority(int id, int osValue);
     bool hasEntry(int id, SmartPointer<Event> const& end);
@@ -247,15 +247,15 @@ class UTL_API ThreadManager {
     bool withEntry(int id, STEP step);
 
     // Every change of the table's size goes through these two. A stored entry is moved out of `entry`.
-    bool storeEntry(int id, ThreadEntry& entry);
-    void eraseEntry(int id);
+    bool storeEntry(int id, ThreadEntry& entry) UTL_REQUIRES(mEntriesSyncObject);
+    void eraseEntry(int id) UTL_REQUIRES(mEntriesSyncObject);
 
-    static ThreadManager* mpTheObject;
-    static std::atomic<bool> mHasInitializedWatchdog;
+    static ThreadManager* mpTheObject UTL_GUARDED_BY(instantiationSyncObject());
+    static bool mHasInitializedWatchdog UTL_GUARDED_BY(instantiationSyncObject());
     static std::atomic<unsigned int> mFreePlaces;  // of mEntries; read without its lock
 
     SyncObject mEntriesSyncObject;
-    Map<int, ThreadEntry> mEntries;
+    Map<int, ThreadEntry> mEntries UTL_GUARDED_BY(mEntriesSyncObject);
     Event mStartEvent;
     std::atomic<ThreadWatchdog*> mWatchdog;
     std::atomic<bool> mRegistrationLog;

@@ -163,11 +163,11 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     /// 0. False if it was initialized before, even if it was shut down since, or if the thread or its timer
     /// cannot be created; a thread without a timer remains. `ThreadManager::get` tries again with another
     /// thread.
-    bool initialize(unsigned int interval);
+    bool initialize(unsigned int interval) UTL_EXCLUDES(mInfosSyncObject);
 
     /// Ends the watchdog's thread and waits until a listener that runs has returned and the thread has ended.
     /// Not on the watchdog's thread.
-    void shutdown();
+    void shutdown() UTL_EXCLUDES(mInfosSyncObject);
 
     /// From now on the thread looks at the table every `interval` milliseconds; never for 0. False while the
     /// watchdog is not initialized, and if the timer cannot be created: then nobody looks at the table until
@@ -223,16 +223,19 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     bool executeKeepAlive(int id, StatementInfo const& info);
 
     /// One look at the table, on the watchdog's thread: declares every overdue thread timed out.
-    void executeWatchThreads();
+    void executeWatchThreads() UTL_EXCLUDES(mInfosSyncObject);
 
     /// Declares thread `id` timed out, if it still is watched and not timed out, and calls its listener.
-    void executeWatchdogTimeout(int id);
+    void executeWatchdogTimeout(int id) UTL_EXCLUDES(mInfosSyncObject);
 
   private:
     friend class ThreadManager;
 
+    // The most threads that have room.
+    unsigned int entryMax();
+
     // Creates another thread for another try: a message thread starts once.
-    void replaceThread();
+    void replaceThread() UTL_EXCLUDES(mInfosSyncObject);
 
     // `entry` with a record that is moved in.
     bool insert(WatchdogInfo& info);
@@ -247,16 +250,16 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     bool setTimer(unsigned int interval);
     int findOverdue(unsigned int now);
     TableSize tableSize();
-    bool timeOut(int id, unsigned int now);
+    bool timeOut(int id, unsigned int now) UTL_EXCLUDES(mInfosSyncObject);
     TimeoutResult declareTimeout(int id, unsigned int now, TableSize const& allocated,
                                  WatchdogTimerListener** listener, WatchdogInfos* copy);
 
     MsgDrivenThread* mThread;
     std::atomic<int> mTimerId;
     std::atomic<bool> mInitialized;
-    bool mInKeepAlive;
+    bool mInKeepAlive UTL_GUARDED_BY(mInfosSyncObject);
     SyncObject mInfosSyncObject;
-    WatchdogInfos mInfos;
+    WatchdogInfos mInfos UTL_GUARDED_BY(mInfosSyncObject);
 };
 
 extern template class Map<int, WatchdogInfo>;

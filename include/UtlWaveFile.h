@@ -129,15 +129,15 @@ class UTL_API WaveFile {
     ///@}
 
   private:
-    int loadWaveFile();
-    int findSubChunk(char const* name);
-    bool loadFormat();
-    bool openOrAdd(int mode, std::atomic<int>& id, char const* name);
-    std::atomic<int> const* idOf(int chunkKind) const;
+    int loadWaveFile() UTL_REQUIRES(mLock);
+    int findSubChunk(char const* name) UTL_REQUIRES(mLock);
+    bool loadFormat() UTL_REQUIRES(mLock);
+    bool openOrAdd(int mode, int& id, char const* name) UTL_REQUIRES(mLock);
+    int const* idOf(int chunkKind) const UTL_REQUIRES(mLock);
 
-    RiffFile* mRiffFile;
-    std::atomic<int> mFmtChunkId{RiffFile::NO_SUB_CHUNK};
-    std::atomic<int> mDataChunkId{RiffFile::NO_SUB_CHUNK};
+    RiffFile* mRiffFile UTL_PT_GUARDED_BY(mLock);
+    int mFmtChunkId UTL_GUARDED_BY(mLock) = RiffFile::NO_SUB_CHUNK;
+    int mDataChunkId UTL_GUARDED_BY(mLock) = RiffFile::NO_SUB_CHUNK;
     std::atomic<unsigned int> mSamplingRate{0};
     std::atomic<unsigned short> mChannel{0};
     std::atomic<unsigned short> mBitsWidth{0};

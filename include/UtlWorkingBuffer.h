@@ -31,13 +31,12 @@ class UTL_API StaticBuffer {
     StaticBuffer() = default;
     ~StaticBuffer() = default;
 
-    /// Lends the slot of the present depth to `borrower` and goes one deeper. `mSyncObject` must be held,
-    /// here and for the next two. From the third loan on it is always the last slot: deeper loans share it. A
-    /// depth below 0 lends the first.
-    void lendTo(void const* borrower);
+    /// Lends the slot of the present depth to `borrower` and goes one deeper. From the third loan on it is
+    /// always the last slot: deeper loans share it. A depth below 0 lends the first.
+    void lendTo(void const* borrower) UTL_REQUIRES(mSyncObject);
 
     /// The slot that was lent to `borrower`.
-    char* slotOf(void const* borrower) {
+    char* slotOf(void const* borrower) UTL_REQUIRES(mSyncObject) {
         if (borrower == mBorrowers[0]) {
             return mBuffers[0];
         }
@@ -45,18 +44,18 @@ class UTL_API StaticBuffer {
     }
 
     /// Ends the loan of `borrower`.
-    void takeBackFrom(void const* borrower);
+    void takeBackFrom(void const* borrower) UTL_REQUIRES(mSyncObject);
 
   private:
     friend class WorkingBuffer<char>;
 
     SyncObject mSyncObject;
-    char mBuffers[SLOT_COUNT][SLOT_SIZE]{};
-    int mDepth = 0;
+    char mBuffers[SLOT_COUNT][SLOT_SIZE] UTL_GUARDED_BY(mSyncObject){};
+    int mDepth UTL_GUARDED_BY(mSyncObject) = 0;
 
     // The first has the first slot, the others the second: they are two if a loan was taken between the ends
     // of an outer and an inner one. Whoever else has a loan has the last slot.
-    void const* mBorrowers[3]{};
+    void const* mBorrowers[3] UTL_GUARDED_BY(mSyncObject){};
 };
 
 /// Scratch space until the end of a scope: borrows a slot of the `StaticBuffer`; *one owner thread*, because
@@ -75,7 +74,9 @@ class [[nodiscard]] UTL_API WorkingBuffer {
     WorkingBuffer& operator=(WorkingBuffer const&) = delete;
 
     /// The slot, of `size()` bytes; valid as long as this object lives.
-    [[nodiscard]] T* get() const { return mStaticBuffer->slotOf(this); }
+    [[nodiscard]] T* get() const UTL_NO_THREAD_SAFETY_ANALYSIS {
+        return mStaticBuffer->slotOf(this);  // under the lock of the constructor
+    }
 
     /// Bytes of the slot, for text with its terminator.
     [[nodiscard]] static constexpr unsigned int size() noexcept { return StaticBuffer::SLOT_SIZE; }

@@ -14,17 +14,6 @@ template class SmartPointer<Event>;
 
 namespace {
 
-class [[nodiscard]] MutexHold {
-  public:
-    explicit MutexHold(pthread_mutex_t& mutex) : mMutex(mutex) { pthread_mutex_lock(&mMutex); }
-    ~MutexHold() { pthread_mutex_unlock(&mMutex); }
-    MutexHold(MutexHold const&) = delete;
-    MutexHold& operator=(MutexHold const&) = delete;
-
-  private:
-    pthread_mutex_t& mMutex;
-};
-
 void initializeCondition(pthread_cond_t& condition) {
     pthread_condattr_t attributes;
     pthread_condattr_init(&attributes);
@@ -55,6 +44,17 @@ int waitBounded(pthread_cond_t& condition, pthread_mutex_t& mutex, int milliseco
 }
 
 }  // namespace
+
+class [[nodiscard]] UTL_SCOPED_CAPABILITY Event::MutexHold {
+  public:
+    explicit MutexHold(Mutex& mutex) UTL_ACQUIRE(mutex) : mMutex(mutex) { pthread_mutex_lock(&mMutex); }
+    ~MutexHold() UTL_RELEASE() { pthread_mutex_unlock(&mMutex); }
+    MutexHold(MutexHold const&) = delete;
+    MutexHold& operator=(MutexHold const&) = delete;
+
+  private:
+    Mutex& mMutex;
+};
 
 // One of the two states that can be awaited.
 struct Event::Side {
@@ -109,6 +109,7 @@ bool Event::isOff() const noexcept {
 }
 
 int Event::waitToOn(unsigned int timeoutMs) const {
+    MutexHold const hold(mMutex);
     return wait({mOn, mOnWaiters, mOnCondition, "mOn"}, timeoutMs);
 }
 
@@ -116,11 +117,11 @@ int Event::waitToOff(unsigned int timeoutMs) const {
     if (mTwoWay != TWO_WAY) {
         return WAIT_FAILED;
     }
+    MutexHold const hold(mMutex);
     return wait({mOff, mOffWaiters, mOffCondition, "mOff"}, timeoutMs);
 }
 
 int Event::wait(Side const& side, unsigned int timeoutMs) const {
-    MutexHold const hold(mMutex);
     ++side.waiters;
     int const result = side.flag ? WAIT_DONE : block(side, timeoutMs);
     --side.waiters;

@@ -34,10 +34,10 @@ int clampLevel(int level) {
 }
 
 struct LogState {
-    LogTypeTable types;
+    LogTypeTable types UTL_GUARDED_BY(tableLock);
     SyncObject tableLock;
     SyncObject outputLock;
-    char tag[NAME_SIZE] = {};
+    char tag[NAME_SIZE] UTL_GUARDED_BY(outputLock) = {};
 };
 
 inline LogState& logState() {
@@ -129,7 +129,8 @@ void writeBinary(int level, char const* text) {
 }
 
 // The sinks after the system log.
-void writeOtherSinks(int level, char const* text, LogSink* extraSink, SavedErrno const& callersErrno) {
+void writeOtherSinks(int level, char const* text, LogSink* extraSink, SavedErrno const& callersErrno)
+    UTL_EXCLUDES(logState().tableLock, logState().outputLock) {
     if (extraSink != nullptr) {
         extraSink->write(text);
     }

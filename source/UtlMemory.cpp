@@ -8,14 +8,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
-#include <shared_mutex>
-#include <type_traits>
 
 #include "UtlFile.h"
 #include "UtlThreadManager.h"
 #include "internal/base/UtlProcessWide.h"
 #include "internal/base/UtlSavedErrno.h"
+#include "internal/base/UtlSharedLock.h"
 #include "internal/file/UtlPathRules.h"
 #include "internal/log/UtlLogText.h"
 #include "internal/memory/UtlMemoryThreadName.h"
@@ -33,8 +31,7 @@ constexpr char BANNER[] = "!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!
 
 // Keeps the instance from being deleted while a thread registers its name. It is held while waiting for the
 // instance's lock. So it cannot be the lock of the instance's creation, which allocation hooks take.
-std::shared_mutex gDeletion;
-static_assert(std::is_trivially_destructible_v<std::shared_mutex>, "threads may outlive the exit handlers");
+SharedLock gDeletion;
 
 template <unsigned int SIZE>
 void copyName(char (&row)[SIZE], ColumnText<SIZE - 1> const& name) {
@@ -62,11 +59,11 @@ int openReport(char const* path) {
 
 // Holds the lock and the file of a report. The manager comes first: its creation waits for a thread, which
 // must not have to wait for the lock.
-class [[nodiscard]] ReportScope {
+class [[nodiscard]] UTL_SCOPED_CAPABILITY ReportScope {
   public:
-    ReportScope(SyncObject const& lock, char const* path)
+    ReportScope(SyncObject const& lock, char const* path) UTL_ACQUIRE(lock)
         : mManager(ThreadManager::get()), mGuard(lock), mDescriptor(openReport(path)) {}
-    ~ReportScope() {
+    ~ReportScope() UTL_RELEASE() {
         if (mDescriptor != NO_DESCRIPTOR) {
             keepAliveAround("source/UtlMemory", "~ReportScope", __LINE__,
                             [this] { return ::close(mDescriptor); });
@@ -104,19 +101,19 @@ Memory* Memory::get() {
 }
 
 void Memory::destroy() {
-    std::unique_lock<std::shared_mutex> const alone(gDeletion);
+    AloneGuard const alone(gDeletion);
     SyncGuard const guard(instantiationSyncObject());
     delete mpTheObject;
     mpTheObject = nullptr;
 }
 
 void prepareThreadNamesInMemory() {
-    std::shared_lock<std::shared_mutex> const notDeleted(gDeletion);
+    SharedGuard const notDeleted(gDeletion);
     Memory::get();
 }
 
 void registerThreadNameInMemory(int threadId, char const* name) noexcept {
-    std::shared_lock<std::shared_mutex> const notDeleted(gDeletion);
+    SharedGuard const notDeleted(gDeletion);
     try {
         Memory::get()->registerThreadName(threadId, name);
     } catch (std::bad_alloc const&) {

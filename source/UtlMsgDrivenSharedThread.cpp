@@ -94,7 +94,7 @@ int MsgDrivenSharedThread::start(int watchdog, unsigned int aliveTime, WatchdogT
     if (isOwnThread()) {
         return -1;
     }
-    SyncGuard const guard = CallBracket(*this).hold(mAttachLock, __func__, __LINE__);
+    CallGuard const guard(*this, mAttachLock, __func__, __LINE__);
     return CallBracket(*this).around(__func__, __LINE__, [&] {
         return MsgDrivenThread::start(this, watchdog, aliveTime, listener, waitReady, waitTimeout, priority,
                                       reserved);
@@ -105,7 +105,7 @@ int MsgDrivenSharedThread::stop(int wait, unsigned int timeout) {
     if (isOwnThread()) {
         return -1;
     }
-    SyncGuard const guard = CallBracket(*this).hold(mAttachLock, __func__, __LINE__);
+    CallGuard const guard(*this, mAttachLock, __func__, __LINE__);
     return CallBracket(*this).around(__func__, __LINE__,
                                      [&] { return MsgDrivenThread::stop(wait, timeout); });
 }
@@ -143,10 +143,6 @@ int MsgDrivenSharedThread::sendMsgInterrupt(int msgId) {
 // message thread. If this thread waited for it while it holds the envelope's lock, a handler that posts to a
 // listener would wait for the envelope, and none of the three would ever continue.
 int MsgDrivenSharedThread::postMsg(ThreadMsgListener* listener, Msg const& msg) {
-    struct Guards {
-        SyncGuard const mNoStop;
-        SyncGuard const mEnvelope;
-    };
     SendSteps::Send const send = {mPostLock, mPostMsg, &MsgDrivenThread::sendMsgAsync, __func__};
     if (listener == nullptr || !acceptsMsg()) {
         return 0;
@@ -154,9 +150,7 @@ int MsgDrivenSharedThread::postMsg(ThreadMsgListener* listener, Msg const& msg) 
     if (isOwnThread()) {
         return SendSteps(*this).send(listener, msg, send);
     }
-    Guards const guards = CallBracket(*this).around(__func__, __LINE__, [this] {
-        return Guards{SyncGuard(lifecycleLock()), SyncGuard(mPostLock)};
-    });
+    PostGuard const guard(*this, send, __LINE__);
     return acceptsMsg() ? SendSteps(*this).sendInEnvelope(listener, msg, send) : 0;
 }
 
@@ -194,12 +188,12 @@ int MsgDrivenSharedThread::attachMsgListener(ThreadMsgListener* listener) {
     if (isOwnThread()) {
         return addMsgListener(listener);
     }
-    SyncGuard const guard = CallBracket(*this).hold(mAttachLock, __func__, __LINE__);
-    if (!AttachSteps(*this).awaitLoop(__func__)) {
+    CallGuard const guard(*this, mAttachLock, __func__, __LINE__);
+    if (!AttachSteps::awaitLoop(*this, __func__)) {
         return addMsgListener(listener);
     }
     mAttachResult = 0;
-    return AttachSteps(*this).askLoop(MSG_ID_LISTENER_ATTACH, listener, __func__) ? mAttachResult : 0;
+    return AttachSteps::askLoop(*this, MSG_ID_LISTENER_ATTACH, listener, __func__) ? mAttachResult : 0;
 }
 
 int MsgDrivenSharedThread::detachMsgListener(ThreadMsgListener* listener) {
@@ -207,9 +201,9 @@ int MsgDrivenSharedThread::detachMsgListener(ThreadMsgListener* listener) {
         eraseMsgListener(listener);
         return 1;
     }
-    SyncGuard const guard = CallBracket(*this).hold(mAttachLock, __func__, __LINE__);
-    if (AttachSteps(*this).awaitLoop(__func__)) {
-        return AttachSteps(*this).askLoop(MSG_ID_LISTENER_DETACH, listener, __func__) ? 1 : 0;
+    CallGuard const guard(*this, mAttachLock, __func__, __LINE__);
+    if (AttachSteps::awaitLoop(*this, __func__)) {
+        return AttachSteps::askLoop(*this, MSG_ID_LISTENER_DETACH, listener, __func__) ? 1 : 0;
     }
     eraseMsgListener(listener);
     return 1;
@@ -300,13 +294,13 @@ void MsgDrivenSharedThread::onSpecifiedMsgListener(int threadId, ThreadRawMsg& m
     mReceivedMsg.restoreFrom(msg);
     if (mReceivedMsg.mListener != nullptr) {
         mReceivedMsg.mListener->receiveMsg(threadId, mReceivedMsg.mRawMsg);
-        restoreSize(mReceivedMsg.mRawMsg, mPostMsg.mRawMsg);
+        restoreSize(mReceivedMsg.mRawMsg, mPostMsg.mRawMsg.maxSize());
     }
 }
 
 void MsgDrivenSharedThread::onTimer(int threadId, ThreadRawMsg& msg) {
     ThreadMsgListener* owner = nullptr;
-    if (!findTimerListener(mTimerListeners, mTimerMapLock, msg, &owner)) {
+    if (!findTimerListener({mTimerListeners, mTimerMapLock}, msg, &owner)) {
         return;
     }
     if (owner == nullptr) {
@@ -324,14 +318,14 @@ bool MsgDrivenSharedThread::isEnvelopeId(int msgId) {
 }
 
 // The listener that the expiry in `msg` is for. False if the timer is not known, or not any more.
-bool MsgDrivenSharedThread::findTimerListener(TimerListenerMap const& timers, SyncObject const& lock,
-                                              ThreadRawMsg& msg, ThreadMsgListener** listener) {
+bool MsgDrivenSharedThread::findTimerListener(TimerOwners const& owners, ThreadRawMsg& msg,
+                                              ThreadMsgListener** listener) {
     TimerMsg timer;
     if (timer.restoreFrom(msg) == 0) {
         return false;
     }
-    SyncGuard const guard(lock);
-    ThreadMsgListener* const* const found = timers.find(timer.mTimerId);
+    SyncGuard const guard(owners.mLock);
+    ThreadMsgListener* const* const found = owners.mTimers.find(timer.mTimerId);
     if (found == nullptr) {
         return false;
     }

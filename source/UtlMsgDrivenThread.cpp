@@ -150,15 +150,15 @@ int MsgDrivenThread::postMsg(Msg const& msg) {
 
 int MsgDrivenThread::sendMsgAsync(Msg const& msg) {
     SyncGuard const guard(mQueueLock);
-    QueueSteps queues(*this);
-    if (!queues.flatten(msg) || !queues.pushFrame(mDataQueue, msg.getMsgId(), msg.getMsgId())) {
+    if (!QueueSteps::flatten(*this, msg) ||
+        !QueueSteps::pushFrame(*this, mDataQueue, msg.getMsgId(), msg.getMsgId())) {
         return 0;
     }
     if (postThreadCtlMsg(msg.getMsgId(), -1) == 0) {
         mDataQueue.removeLast(mSendMsg.maxSize());
         return 0;
     }
-    queues.discardUnannounced(mSendMsg.maxSize(), msg.getMsgId());
+    QueueSteps::discardUnannounced(*this, mSendMsg.maxSize(), msg.getMsgId());
     return 1;
 }
 
@@ -180,8 +180,7 @@ int MsgDrivenThread::sendMsgInterrupt(Msg const& msg) {
 
 int MsgDrivenThread::postThreadCtlMsg(int msgId, int param) {
     SyncGuard const guard(mQueueLock);
-    QueueSteps queues(*this);
-    return queues.makeRoomForEntry(msgId) && queues.pushEntry(msgId, param) ? 1 : 0;
+    return QueueSteps::makeRoomForEntry(*this, msgId) && QueueSteps::pushEntry(*this, msgId, param) ? 1 : 0;
 }
 
 bool MsgDrivenThread::isDataMsgId(int msgId) {
@@ -212,9 +211,9 @@ int MsgDrivenThread::execute() {
     return result;
 }
 
-void MsgDrivenThread::restoreSize(ThreadRawMsg& msg, ThreadRawMsg const& like) {
-    if (msg.maxSize() != like.maxSize()) {
-        msg = ThreadRawMsg(like.maxSize());
+void MsgDrivenThread::restoreSize(ThreadRawMsg& msg, unsigned int size) {
+    if (msg.maxSize() != size) {
+        msg = ThreadRawMsg(size);
     }
 }
 
@@ -223,26 +222,11 @@ int MsgDrivenThread::executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned 
 }
 
 int MsgDrivenThread::executeReceiveMsg(Queue<ThreadCtlMsg>& ctl, Queue<unsigned char>& data, int msgId) {
-    {
-        SyncGuard const guard(mQueueLock);
-        if (!QueueSteps(*this).popFrameOf(msgId, ctl, data)) {
-            return -1;
-        }
-    }
-    LoopSteps(*this).deliver();
-    return 0;
+    return LoopSteps(*this).receiveFrameOf(msgId, &ctl, &data);
 }
 
 int MsgDrivenThread::executeReceiveMsg(Queue<unsigned char>& data) {
-    {
-        SyncGuard const guard(mQueueLock);
-        if (data.size() == 0) {
-            return -1;
-        }
-        QueueSteps(*this).popFrame(data);
-    }
-    LoopSteps(*this).deliver();
-    return 0;
+    return LoopSteps(*this).receiveFirst(&data);
 }
 
 }  // namespace utl

@@ -63,10 +63,9 @@ int MsgDrivenThread::QueueLock::lock() const {
 
 bool MsgDrivenThread::executeFindMsg(MsgJudgementInterface* judgement, ThreadRawMsg* out) {
     SyncGuard const guard(mQueueLock);
-    return judgement != nullptr && ScanSteps(*this).find(*judgement, out);
+    return judgement != nullptr && ScanSteps::find(*this, *judgement, out);
 }
 
-// The hook for a timer that ended runs without the lock.
 bool MsgDrivenThread::executeEraseMsg(MsgJudgementInterface* judgement) {
     if (judgement == nullptr) {
         return false;
@@ -76,7 +75,7 @@ bool MsgDrivenThread::executeEraseMsg(MsgJudgementInterface* judgement) {
         int endedTimer = NO_TIMER_ID;
         {
             SyncGuard const guard(mQueueLock);
-            step = Erasure(*this).eraseMatches(*judgement, &endedTimer);
+            step = Erasure::eraseMatches(*this, *judgement, &endedTimer);
         }
         if (endedTimer != NO_TIMER_ID) {
             onEraseTimer(endedTimer);

@@ -28,7 +28,7 @@ int MsgDrivenThread::registerTimer(unsigned int interval, unsigned int repeatCou
         return NO_TIMER_ID;
     }
     SyncGuard const guard(mQueueLock);
-    int const timerId = TimerSteps(*this).insert(TimerInfo(nullptr, interval, repeatCount, autoRepeat));
+    int const timerId = TimerSteps::insert(*this, TimerInfo(nullptr, interval, repeatCount, autoRepeat));
     if (timerId != NO_TIMER_ID) {
         updateNextUserTimerIdValue();
     }
@@ -84,7 +84,11 @@ TimerInfo* MsgDrivenThread::findTimerStopEntry(int timerId) {
 }
 
 int MsgDrivenThread::toUserTimerId(int sysTimerNum) {
-    return timerIdUnder(mQueueLock, mTimers, sysTimerNum);
+    if (sysTimerNum == TimerInfo::NO_NUMBER) {
+        return NO_TIMER_ID;
+    }
+    SyncGuard const guard(mQueueLock);
+    return timerIdOf(mTimers, sysTimerNum);
 }
 
 void MsgDrivenThread::updateNextUserTimerIdValue() {
@@ -151,7 +155,7 @@ int MsgDrivenThread::executeStartTimer(int timerId) {
     info->mFireCount = 0;
     bool const started = startTimerByTimerInfo(info);
     if (info->mStartAwaited) {
-        TimerSteps(*this).decideStart(*info, started);
+        TimerSteps::decideStart(*this, *info, started);
     } else if (started) {
         info->mRunning->setOn();
     }
@@ -175,8 +179,10 @@ int MsgDrivenThread::executeStopTimer(int timerId) {
 
 void MsgDrivenThread::executeTimeoutSignal(int timerId) {
     SyncGuard const guard(mQueueLock);
-    queueTimeout(findTimer(timerId),
-                 [&] { return postThreadCtlMsg(MSG_ID_CTL_TIMEOUT, timerId) != 0 ? 1U : 0U; });
+    TimerInfo* const info = findTimer(timerId);
+    if (takesTimeout(info) && postThreadCtlMsg(MSG_ID_CTL_TIMEOUT, timerId) != 0) {
+        ++info->mPendingCount;
+    }
 }
 
 int MsgDrivenThread::executeTimeout(int timerId) {
@@ -211,7 +217,7 @@ int MsgDrivenThread::TimeoutPostHandling(int timerId) {
     }
     if (!info->countTimeout()) {
         eraseTimerByTimerInfo(info);
-        TimerSteps(*this).drop(timerId);
+        TimerSteps::drop(*this, timerId);
         return TIMEOUT_FINISHED;
     }
     if (info->mAutoRepeat != 0) {
@@ -228,7 +234,7 @@ void MsgDrivenThread::eraseAllTimer() {
     }
     SyncGuard const guard(mQueueLock);
     for (unsigned int i = 0; i < mStopTimers.size(); ++i) {
-        steps.release(mStopTimers.getAt(i)->mValue);
+        TimerSteps::release(*this, mStopTimers.getAt(i)->mValue);
     }
     mStopTimers.clear();
     eraseCtlEntries(mCtlQueue, [](ThreadCtlMsg const& entry) {

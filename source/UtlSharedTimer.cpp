@@ -80,7 +80,7 @@ void SharedTimer::onTime(int timerId) {
     TimerListener* listener = nullptr;
     {
         SyncGuard const guard(mQueueLock);
-        TimerInfo const* const info = findTimer(timerId);
+        TimerInfo const* const info = infoOf(timerId);
         listener = info != nullptr ? info->mListener : nullptr;
     }
     if (listener != nullptr) {
@@ -88,17 +88,26 @@ void SharedTimer::onTime(int timerId) {
     }
 }
 
-TimerInfo* SharedTimer::findTimer(int timerId) const {
+TimerInfo* SharedTimer::infoOf(int timerId) const {
     return const_cast<TimerInfo*>(liveTimer(mTimers.find(timerId)));
+}
+
+// Not analysed, because it is the caller who keeps others away.
+TimerInfo* SharedTimer::findTimer(int timerId) const UTL_NO_THREAD_SAFETY_ANALYSIS {
+    return infoOf(timerId);
 }
 
 TimerInfo* SharedTimer::findTimer(int timerId) {
     SyncGuard const guard(mQueueLock);
-    return liveTimer(mTimers.find(timerId));
+    return infoOf(timerId);
 }
 
 int SharedTimer::toUserTimerId(int sysTimerNum) {
-    return timerIdUnder(mQueueLock, mTimers, sysTimerNum);
+    if (sysTimerNum == TimerInfo::NO_NUMBER) {
+        return NO_TIMER_ID;
+    }
+    SyncGuard const guard(mQueueLock);
+    return timerIdOf(mTimers, sysTimerNum);
 }
 
 void SharedTimer::updateNextUserTimerIdValue() {
@@ -150,7 +159,7 @@ int SharedTimer::execute() {
 
 int SharedTimer::updateOnStart(int timerId) {
     SyncGuard const guard(mQueueLock);
-    TimerInfo* const info = findTimer(timerId);
+    TimerInfo* const info = infoOf(timerId);
     if (info == nullptr) {
         return 0;
     }
@@ -158,27 +167,27 @@ int SharedTimer::updateOnStart(int timerId) {
     if (!startTimerByTimerInfo(info)) {
         return -1;
     }
-    TimerSteps(*this).setRunning(*info, true);
+    TimerSteps::setRunning(*this, *info, true);
     return 0;
 }
 
 int SharedTimer::updateOnStop(int timerId) {
     SyncGuard const guard(mQueueLock);
-    TimerInfo* const info = findTimer(timerId);
+    TimerInfo* const info = infoOf(timerId);
     if (info == nullptr) {
         return 0;
     }
     if (!stopTimerByTimerInfo(info)) {
         return -1;
     }
-    TimerSteps(*this).setRunning(*info, false);
+    TimerSteps::setRunning(*this, *info, false);
     return 0;
 }
 
 // Runs after the listener, which may have changed the timer.
 int SharedTimer::updateOnTimeout(int timerId) {
     SyncGuard const guard(mQueueLock);
-    TimerInfo* const info = findTimer(timerId);
+    TimerInfo* const info = infoOf(timerId);
     if (info == nullptr) {
         return 0;
     }
@@ -187,18 +196,18 @@ int SharedTimer::updateOnTimeout(int timerId) {
         return 0;
     }
     if (!stopTimerByTimerInfo(info)) {
-        TimerSteps(*this).eraseTimeouts(*info, timerId);
+        TimerSteps::eraseTimeouts(*this, *info, timerId);
     }
     if (goesOn) {
         return startTimerByTimerInfo(info) ? 0 : -1;
     }
-    TimerSteps(*this).setRunning(*info, false);
+    TimerSteps::setRunning(*this, *info, false);
     return 0;
 }
 
 void SharedTimer::finishUpdate(int timerId) {
     SyncGuard const guard(mQueueLock);
-    TimerInfo* const info = findTimer(timerId);
+    TimerInfo* const info = infoOf(timerId);
     if (info != nullptr) {
         info->mUpdating = false;
     }
@@ -207,11 +216,12 @@ void SharedTimer::finishUpdate(int timerId) {
 // If only its token could not be written, the entry stays and counts.
 void SharedTimer::executeTimeoutSignal(int timerId) {
     SyncGuard const guard(mQueueLock);
-    queueTimeout(findTimer(timerId), [&] {
+    TimerInfo* const info = infoOf(timerId);
+    if (takesTimeout(info)) {
         unsigned int const entriesBefore = mCtlQueue.size();
         postTimerCtlMsg(TIMER_CTL_TIMEOUT, timerId);
-        return mCtlQueue.size() - entriesBefore;
-    });
+        info->mPendingCount += mCtlQueue.size() - entriesBefore;
+    }
 }
 
 void SharedTimer::eraseAllTimer() {
@@ -219,7 +229,7 @@ void SharedTimer::eraseAllTimer() {
     mCtlQueue.clear();
     for (unsigned int i = 0; i < mTimers.size(); ++i) {
         updateOnStop(mTimers.getAt(i)->mKey);
-        TimerSteps(*this).release(mTimers.getAt(i)->mValue);
+        TimerSteps::release(*this, mTimers.getAt(i)->mValue);
     }
     mTimers.clear();
 }
@@ -257,7 +267,7 @@ bool SharedTimer::stopTimerByTimerInfo(TimerInfo* info) {
                printableTimerId(info->mSysTimerId), error);
         return false;
     }
-    TimerSteps(*this).eraseTimeouts(*info, toUserTimerId(info->mSysTimerNum));
+    TimerSteps::eraseTimeouts(*this, *info, toUserTimerId(info->mSysTimerNum));
     info->forgetSysTimer();
     return true;
 }

@@ -42,9 +42,9 @@ class UTL_HIDDEN SharedTimer::RequestSteps {
     explicit RequestSteps(SharedTimer& thread) : mThread(thread) {}
 
     bool canWait() const;
-    bool request(int msgId, int timerId, int noWait);
+    bool request(int msgId, int timerId, int noWait) UTL_EXCLUDES(mThread.mQueueLock);
     void requestAll(int msgId, int noWait);
-    int waitFor(int msgId, int timerId);
+    int waitFor(int msgId, int timerId) UTL_EXCLUDES(mThread.mQueueLock);
 
   private:
     SharedTimer& mThread;
@@ -61,7 +61,7 @@ bool SharedTimer::RequestSteps::request(int msgId, int timerId, int noWait) {
     TimerWaiter waiter(msgId, true);
     {
         SyncGuard const queueGuard(mThread.mQueueLock);
-        TimerInfo* const info = mThread.findTimer(timerId);
+        TimerInfo* const info = mThread.infoOf(timerId);
         if (info == nullptr) {
             return false;
         }
@@ -92,7 +92,7 @@ int SharedTimer::RequestSteps::waitFor(int msgId, int timerId) {
     TimerWaiter waiter(msgId, false);
     {
         SyncGuard const guard(mThread.mQueueLock);
-        TimerInfo* const info = mThread.findTimer(timerId);
+        TimerInfo* const info = mThread.infoOf(timerId);
         if (info == nullptr) {
             return Event::WAIT_FAILED;
         }
@@ -120,8 +120,8 @@ int SharedTimer::addTimer(TimerListener* listener, unsigned int interval, unsign
     if (hasRequestedStop() || hasDone(FINISHED)) {
         return NO_TIMER_ID;
     }
-    return TimerSteps(*this).insert(
-        TimerInfo(listener, interval, repeatCount, autoRepeat, share(std::make_unique<TimerRunEvent>())));
+    return TimerSteps::insert(*this, TimerInfo(listener, interval, repeatCount, autoRepeat,
+                                               share(std::make_unique<TimerRunEvent>())));
 }
 
 // Only a timer that does not run is removed, because its listener is not at work then. An older request to
@@ -133,12 +133,12 @@ bool SharedTimer::eraseTimer(int timerId, int noWait) {
     }
     while (stop(timerId, TIMER_WAIT)) {
         SyncGuard const queueGuard(mQueueLock);
-        TimerInfo* const info = findTimer(timerId);
+        TimerInfo* const info = infoOf(timerId);
         if (info == nullptr) {
             return false;
         }
         if (!info->isRunning()) {
-            TimerSteps(*this).release(*info);
+            TimerSteps::release(*this, *info);
             return mTimers.erase(timerId);
         }
     }
@@ -180,7 +180,7 @@ void SharedTimer::restartAll(int noWait) {
 
 bool SharedTimer::setInterval(int timerId, unsigned int interval) {
     SyncGuard const guard(mQueueLock);
-    TimerInfo* const info = findTimer(timerId);
+    TimerInfo* const info = infoOf(timerId);
     if (info == nullptr) {
         return false;
     }
@@ -191,13 +191,13 @@ bool SharedTimer::setInterval(int timerId, unsigned int interval) {
 
 unsigned int SharedTimer::getInterval(int timerId) const {
     SyncGuard const guard(mQueueLock);
-    TimerInfo const* const info = findTimer(timerId);
+    TimerInfo const* const info = infoOf(timerId);
     return info != nullptr ? info->mInterval : NO_INTERVAL;
 }
 
 bool SharedTimer::isRunning(int timerId) const {
     SyncGuard const guard(mQueueLock);
-    TimerInfo const* const info = findTimer(timerId);
+    TimerInfo const* const info = infoOf(timerId);
     return info != nullptr && info->isRunning();
 }
 

@@ -120,7 +120,7 @@ int SubChunk::open(File* file, unsigned long long position, int mode) {
     return 1;
 }
 
-// Under the lock, with the header in the file.
+// The header is in the file.
 int SubChunk::attachTo(File* file, char const* id, unsigned long long position) {
     if (!trimRiffId(mSubChunkId, id)) {
         return 0;
@@ -253,7 +253,6 @@ int SubChunk::writeSubChunKId(char const* id, File* file) {
     return isId && writeRiffBytes(file, padded, RIFF_ID_BYTES) ? 1 : 0;
 }
 
-// Under the lock.
 bool SubChunk::hasOpenFile() const {
     return mOpened && isUsable(mFile);
 }

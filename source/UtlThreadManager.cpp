@@ -9,13 +9,13 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
-#include <shared_mutex>
 #include <type_traits>
 
 #include "UtlLog.h"
 #include "UtlThreadWatchdog.h"
 #include "internal/base/UtlCallIfPresent.h"
 #include "internal/base/UtlProcessWide.h"
+#include "internal/base/UtlSharedLock.h"
 #include "internal/log/UtlLogText.h"
 #include "internal/memory/UtlMemoryThreadName.h"
 #include "internal/thread/UtlKeepAlive.h"
@@ -47,8 +47,7 @@ auto callAt(CallPlace const& place, CALL call) {
 // Held shared by a thread that reports its begin or end to the instance, and exclusively by whoever deletes
 // the instance: nobody outside can wait for those moments. Outermost of all locks. It is shared because a
 // thread that ends may have to wait for one that begins.
-std::shared_mutex gDeletionLock;
-static_assert(std::is_trivially_destructible_v<std::shared_mutex>, "threads may outlive the exit handlers");
+SharedLock gDeletionLock;
 
 // Held for a whole `destroy`, the end of the watchdog's thread included: one deletion at a time.
 std::mutex gDestroyLock;
@@ -230,7 +229,7 @@ class [[nodiscard]] ThreadEnd {
     explicit ThreadEnd(SmartPointer<Event> const& end) : mEnd(end) {}
     ~ThreadEnd() {
         {
-            std::shared_lock<std::shared_mutex> const notDeleted(gDeletionLock);
+            SharedGuard const notDeleted(gDeletionLock);
             ThreadManager::getOrNull();
         }
         mEnd->setOn();
@@ -245,7 +244,7 @@ class [[nodiscard]] ThreadEnd {
 };
 
 ThreadManager* ThreadManager::mpTheObject = nullptr;
-std::atomic<bool> ThreadManager::mHasInitializedWatchdog{false};
+bool ThreadManager::mHasInitializedWatchdog = false;
 std::atomic<unsigned int> ThreadManager::mFreePlaces{0};
 
 SyncObject const& ThreadManager::instantiationSyncObject() {
@@ -253,8 +252,7 @@ SyncObject const& ThreadManager::instantiationSyncObject() {
     return *mInstantiationSyncObject;
 }
 
-// The watchdog starts outside the lock, and after its flag is set: its thread comes back here while it
-// starts.
+// The watchdog starts after its flag is set: its thread comes back here while it starts.
 ThreadManager* ThreadManager::get() {
     ThreadManager* const supervising = gSupervisingInstance;
     if (supervising != nullptr) {
@@ -288,7 +286,7 @@ void ThreadManager::initializeWatchdog() {
         watchdog.replaceThread();
     }
     // A table without places has no thread to watch.
-    attempt.mIsDone = mEntries.maxSize() == 0 || watchdog.initialize(WatchdogInfo::DEFAULT_WATCH_INTERVAL);
+    attempt.mIsDone = watchdog.entryMax() == 0 || watchdog.initialize(WatchdogInfo::DEFAULT_WATCH_INTERVAL);
 }
 
 // A sign of life creates the manager, as every use does. It never throws. It does not repeat a start of the
@@ -350,7 +348,7 @@ void ThreadManager::destroy() {
     if (ending != nullptr) {
         ending->mWatchdog.load()->shutdown();
     }
-    std::unique_lock<std::shared_mutex> const alone(gDeletionLock);
+    AloneGuard const alone(gDeletionLock);
     ThreadManager* const manager = getIfCreated();
     if (manager != nullptr) {
         // Its thread's object asks the manager while it is destroyed: not under the lock below.
@@ -368,7 +366,7 @@ void ThreadManager::destroy() {
 // may have been about to start one: when this holds the lock, it has. Returns the instance, null if there is
 // none.
 ThreadManager* ThreadManager::forbidWatchdog() {
-    std::unique_lock<std::shared_mutex> const alone(gDeletionLock);
+    AloneGuard const alone(gDeletionLock);
     SyncGuard const guard(instantiationSyncObject());
     gSupervisingInstance = nullptr;
     mHasInitializedWatchdog = true;
@@ -475,7 +473,7 @@ void* ThreadManager::startThread(void* parameter) {
 }
 
 void ThreadManager::signalStarted(ThreadManager& manager) {
-    std::shared_lock<std::shared_mutex> const notDeleted(gDeletionLock);
+    SharedGuard const notDeleted(gDeletionLock);
     manager.mStartEvent.setOn();
 }
 
@@ -659,11 +657,11 @@ void ThreadManager::printWatchdogInfo(int level) {
 bool ThreadManager::entryWatchdog(unsigned int aliveTime, WatchdogTimerListener* listener, int id) {
     int const watched = idOrCallers(id);
     BasicString<char> name;
-    {
-        // Copied, because the table may change before the watchdog has taken it.
-        SyncGuard const guard(mEntriesSyncObject);
-        name = getName(watched);
-    }
+    // Copied, because the table may change before the watchdog has taken it.
+    withEntry(watched, [&name](ThreadEntry const& entry) {
+        name = entry.mName;
+        return true;
+    });
     return callIfPresent(mWatchdog.load(), &ThreadWatchdog::entry, watched, aliveTime, listener,
                          orEmpty(name.buffer()));
 }

@@ -185,8 +185,13 @@ ThreadWatchdog::ThreadWatchdog(unsigned int entryMax)
     mThread = newThread(entryMax);
 }
 
+unsigned int ThreadWatchdog::entryMax() {
+    SyncGuard const guard(mInfosSyncObject);
+    return mInfos.maxSize();
+}
+
 void ThreadWatchdog::replaceThread() {
-    MsgDrivenThread* const replacement = newThread(mInfos.maxSize());
+    MsgDrivenThread* const replacement = newThread(entryMax());
     mThread->stop(Thread::AWAIT_END, Event::NO_LIMIT);
     mThread->leaveManagement();
     delete mThread;

@@ -14,8 +14,9 @@ namespace utl {
 namespace {
 
 struct CounterIds {
-    Map<unsigned int, unsigned int> mCounterIdsMap{TimeCounter::COUNTER_ID_MAX,
-                                                   AUTO_RESIZE_OFF};  // id to start tick
+    // Id to start tick.
+    Map<unsigned int, unsigned int> mCounterIdsMap UTL_GUARDED_BY(mAccessCounterIdsSyncObject){
+        TimeCounter::COUNTER_ID_MAX, AUTO_RESIZE_OFF};
     SyncObject mAccessCounterIdsSyncObject;
 };
 

@@ -186,7 +186,7 @@ int WaveFile::openSubChunk(int mode, int chunkKind) {
 }
 
 // Opens the sub-chunk `id`; where there is none yet, appends one and stores its number.
-bool WaveFile::openOrAdd(int mode, std::atomic<int>& id, char const* name) {
+bool WaveFile::openOrAdd(int mode, int& id, char const* name) {
     if (id != RiffFile::NO_SUB_CHUNK) {
         return mRiffFile->openSubChunk(static_cast<unsigned int>(id), mode) != 0;
     }
@@ -204,23 +204,23 @@ int WaveFile::closeSubChunk() {
 }
 
 // Null for another kind, and for a sub-chunk that does not exist.
-std::atomic<int> const* WaveFile::idOf(int chunkKind) const {
+int const* WaveFile::idOf(int chunkKind) const {
     if (!isZeroOrOne(chunkKind)) {
         return nullptr;
     }
-    std::atomic<int> const& id = chunkKind == CHUNK_FMT ? mFmtChunkId : mDataChunkId;
+    int const& id = chunkKind == CHUNK_FMT ? mFmtChunkId : mDataChunkId;
     return id != RiffFile::NO_SUB_CHUNK ? &id : nullptr;
 }
 
 int WaveFile::isOpenedSubChunk(int chunkKind) {
     WatchedGuard const guard(mLock, SOURCE, "isOpenedSubChunk", __LINE__);
-    std::atomic<int> const* const id = idOf(chunkKind);
+    int const* const id = idOf(chunkKind);
     return id != nullptr ? mRiffFile->isOpenedSubChunk(*id) : 0;
 }
 
 long long WaveFile::getChunkDataSize(int chunkKind) const {
     WatchedGuard const guard(mLock, SOURCE, "getChunkDataSize", __LINE__);
-    std::atomic<int> const* const id = idOf(chunkKind);
+    int const* const id = idOf(chunkKind);
     SubChunkInfo info;
     bool const isFound =
         id != nullptr && mRiffFile->getSubChunkInfo(static_cast<unsigned int>(*id), &info) != 0;

@@ -52,9 +52,9 @@ bool MsgDrivenThread::LoopSteps::serveToken(PipeToken const& token, StatementInf
 
 bool MsgDrivenThread::LoopSteps::peekHead(ThreadCtlMsg* head, bool* isRequested) {
     SyncGuard const guard(mThread.mQueueLock);
-    mThread.mIsRequested = mThread.mIsRequested && RequestSteps(mThread).isPending();
+    mThread.mIsRequested = mThread.mIsRequested && RequestSteps::isPending(mThread);
     *isRequested = mThread.mIsRequested;
-    return QueueSteps(mThread).peekHead(head);
+    return QueueSteps::peekHead(mThread, head);
 }
 
 // Requests are served before the entry at the head, which may be another one afterwards. False if there is
@@ -85,7 +85,7 @@ int MsgDrivenThread::LoopSteps::actOn(ThreadCtlMsg const& head) {
 }
 
 int MsgDrivenThread::LoopSteps::deliverSync() {
-    int const result = mThread.executeReceiveMsg(mThread.mCtlQueue, mThread.mDataQueue);
+    int const result = receiveFrameOf(MSG_ID_CTL_SYNC, &mThread.mCtlQueue, &mThread.mDataQueue);
     if (result == 0) {
         mThread.mSyncResult = true;
     }
@@ -95,15 +95,40 @@ int MsgDrivenThread::LoopSteps::deliverSync() {
 }
 
 int MsgDrivenThread::LoopSteps::deliverPosted(int msgId) {
-    int const result = mThread.executeReceiveMsg(mThread.mCtlQueue, mThread.mDataQueue, msgId);
+    int const result = receiveFrameOf(msgId, &mThread.mCtlQueue, &mThread.mDataQueue);
     mThread.mDataOverflowLogged = false;
     return result;
 }
 
+int MsgDrivenThread::LoopSteps::receiveFrameOf(int ctlId, Queue<ThreadCtlMsg>* entries,
+                                               Queue<unsigned char>* frames) {
+    {
+        SyncGuard const guard(mThread.mQueueLock);
+        if (!QueueSteps::popFrameOf(mThread, ctlId, *entries, *frames)) {
+            return -1;
+        }
+    }
+    deliver();
+    return 0;
+}
+
+int MsgDrivenThread::LoopSteps::receiveFirst(Queue<unsigned char>* frames) {
+    {
+        SyncGuard const guard(mThread.mQueueLock);
+        if (frames->size() == 0) {
+            return -1;
+        }
+        QueueSteps::popFrame(mThread, *frames);
+    }
+    deliver();
+    return 0;
+}
+
 void MsgDrivenThread::LoopSteps::deliver() {
     if (mThread.mListener != nullptr) {
+        unsigned int const size = mThread.mReceiveMsg.maxSize();
         mThread.mListener->receiveMsg(mThread.getId(), mThread.mReceiveMsg);
-        restoreSize(mThread.mReceiveMsg, mThread.mSendMsg);
+        restoreSize(mThread.mReceiveMsg, size);
     }
 }
 

@@ -19,7 +19,15 @@ class UTL_HIDDEN MsgDrivenThread::LoopSteps {
     void leave();
 
     /// Passes `mReceiveMsg` to the listener.
-    void deliver();
+    void deliver() UTL_EXCLUDES(mThread.mQueueLock);
+
+    /// Moves the frame of a control entry, or the oldest frame, into `mReceiveMsg` and passes it to the
+    /// listener: 0, or -1 if there is none. The queues, those of the thread perhaps, are used under the lock.
+    ///@{
+    int receiveFrameOf(int ctlId, Queue<ThreadCtlMsg>* entries, Queue<unsigned char>* frames)
+        UTL_EXCLUDES(mThread.mQueueLock);
+    int receiveFirst(Queue<unsigned char>* frames) UTL_EXCLUDES(mThread.mQueueLock);
+    ///@}
 
   private:
     bool serveToken(PipeToken const& token, StatementInfo const& place);

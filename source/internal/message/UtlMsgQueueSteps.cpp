@@ -22,124 +22,127 @@ bool MsgDrivenThread::QueueSteps::hasFrame(ThreadCtlMsg const& entry) {
     return !isDead(entry) && (entry.mMsgId == MSG_ID_CTL_SYNC || isDataMsgId(entry.mMsgId));
 }
 
-bool MsgDrivenThread::QueueSteps::flatten(Msg const& msg) {
-    if (msg.storeTo(&mThread.mSendMsg) != 0) {
+bool MsgDrivenThread::QueueSteps::flatten(MsgDrivenThread& thread, Msg const& msg) {
+    if (msg.storeTo(&thread.mSendMsg) != 0) {
         return true;
     }
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
            "MsgDrivenThread(%s) Overflow MsgSize  MaxSize(include MsgId):%d MsgId:0x%08x",
-           mThread.getName().buffer(), static_cast<int>(mThread.mSendMsg.maxSize()),
+           thread.getName().buffer(), static_cast<int>(thread.mSendMsg.maxSize()),
            static_cast<unsigned int>(msg.getMsgId()));
     return false;
 }
 
 // The first message of a burst that is refused is an error; the others are details.
-bool MsgDrivenThread::QueueSteps::pushFrame(Queue<unsigned char>& frames, int msgId, int ctlId) {
-    if (frames.pushBack(mThread.mSendMsg.buffer(), mThread.mSendMsg.maxSize())) {
+bool MsgDrivenThread::QueueSteps::pushFrame(MsgDrivenThread& thread, Queue<unsigned char>& frames, int msgId,
+                                            int ctlId) {
+    if (frames.pushBack(thread.mSendMsg.buffer(), thread.mSendMsg.maxSize())) {
         return true;
     }
-    if (&frames == &mThread.mDataQueue && mThread.mStrayFrames != 0 && hasRoomForEntry()) {
-        discardUnannounced(0, ctlId);
-        return pushFrame(frames, msgId, ctlId);
+    if (&frames == &thread.mDataQueue && thread.mStrayFrames != 0 && hasRoomForEntry(thread)) {
+        discardUnannounced(thread, 0, ctlId);
+        return pushFrame(thread, frames, msgId, ctlId);
     }
-    applog(LOG_TYPE_LIBRARY, mThread.mDataOverflowLogged.exchange(true) ? LOG_LEVEL_DETAIL : LOG_LEVEL_ERROR,
-           "MsgDrivenThread(%s) Overflow MsgDataQueue  MaxCount:%d MsgId:0x%08x", mThread.getName().buffer(),
-           static_cast<int>(mThread.mMaxMsgCount), static_cast<unsigned int>(msgId));
+    applog(LOG_TYPE_LIBRARY, thread.mDataOverflowLogged.exchange(true) ? LOG_LEVEL_DETAIL : LOG_LEVEL_ERROR,
+           "MsgDrivenThread(%s) Overflow MsgDataQueue  MaxCount:%d MsgId:0x%08x", thread.getName().buffer(),
+           static_cast<int>(thread.mMaxMsgCount), static_cast<unsigned int>(msgId));
     return false;
 }
 
-bool MsgDrivenThread::QueueSteps::isCtlQueueFull() const {
-    return mThread.mCtlQueue.size() >= mThread.mCtlQueue.maxSize();
+bool MsgDrivenThread::QueueSteps::isCtlQueueFull(MsgDrivenThread const& thread) {
+    return thread.mCtlQueue.size() >= thread.mCtlQueue.maxSize();
 }
 
-bool MsgDrivenThread::QueueSteps::hasRoomForEntry() const {
-    return !isCtlQueueFull() && hasRoomForToken(mThread.mPipe[1]);
+bool MsgDrivenThread::QueueSteps::hasRoomForEntry(MsgDrivenThread const& thread) {
+    return !isCtlQueueFull(thread) && hasRoomForToken(thread.mPipe[1]);
 }
 
-bool MsgDrivenThread::QueueSteps::makeRoomForEntry(int msgId) {
-    int const writeEnd = mThread.mPipe[1];
-    while (isCtlQueueFull() && hasDeadHead()) {
-        mThread.mCtlQueue.removeAt(0, 1);
+bool MsgDrivenThread::QueueSteps::makeRoomForEntry(MsgDrivenThread& thread, int msgId) {
+    int const writeEnd = thread.mPipe[1];
+    while (isCtlQueueFull(thread) && hasDeadHead(thread)) {
+        thread.mCtlQueue.removeAt(0, 1);
     }
-    if (isCtlQueueFull()) {
+    if (isCtlQueueFull(thread)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread(%s) Overflow ThreadCtlMsgQueue  MaxCount:%d MsgId:0x%08x",
-               mThread.getName().buffer(), static_cast<int>(mThread.mCtlQueue.maxSize()),
+               thread.getName().buffer(), static_cast<int>(thread.mCtlQueue.maxSize()),
                static_cast<unsigned int>(msgId));
         return false;
     }
     if (!reserveToken(writeEnd)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
-               "MsgDrivenThread(%s) Overflow Pipe  MaxCount:%d MsgId:0x%08x", mThread.getName().buffer(),
+               "MsgDrivenThread(%s) Overflow Pipe  MaxCount:%d MsgId:0x%08x", thread.getName().buffer(),
                static_cast<int>(tokenCapacity(writeEnd)), static_cast<unsigned int>(msgId));
         return false;
     }
     return true;
 }
 
-bool MsgDrivenThread::QueueSteps::pushEntry(int msgId, int param) {
+bool MsgDrivenThread::QueueSteps::pushEntry(MsgDrivenThread& thread, int msgId, int param) {
     ThreadCtlMsg entry;
     entry.mMsgId = msgId;
     entry.mParam = param;
-    mThread.mCtlQueue.pushBack(entry);
-    TokenIo const io = writeReservedToken(mThread.mPipe[1], {msgId, param});
+    thread.mCtlQueue.pushBack(entry);
+    TokenIo const io = writeReservedToken(thread.mPipe[1], {msgId, param});
     if (!io.isWhole()) {
-        mThread.mCtlQueue.removeLast(1);
+        thread.mCtlQueue.removeLast(1);
         entry.mParam = DEAD_PARAM;
-        mThread.mCtlQueue.pushBack(entry);
+        thread.mCtlQueue.pushBack(entry);
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread(%s)::postThreadCtlMsg() Error. write Ret:%u errno:%d",
-               mThread.getName().buffer(), io.mRet, io.mErrno);
+               thread.getName().buffer(), io.mRet, io.mErrno);
     }
     return io.isWhole();
 }
 
-bool MsgDrivenThread::QueueSteps::hasDeadHead() const {
-    ThreadCtlMsg const* const head = mThread.mCtlQueue.elementAt(0);
+bool MsgDrivenThread::QueueSteps::hasDeadHead(MsgDrivenThread const& thread) {
+    ThreadCtlMsg const* const head = thread.mCtlQueue.elementAt(0);
     return head != nullptr && isDead(*head);
 }
 
 // A wake entry whose request has been answered.
-bool MsgDrivenThread::QueueSteps::hasAnsweredHead() const {
-    ThreadCtlMsg const* const head = mThread.mCtlQueue.elementAt(0);
-    return head != nullptr && head->mMsgId == MSG_ID_CTL_WAKE && !mThread.mIsRequested;
+bool MsgDrivenThread::QueueSteps::hasAnsweredHead(MsgDrivenThread const& thread) {
+    ThreadCtlMsg const* const head = thread.mCtlQueue.elementAt(0);
+    return head != nullptr && head->mMsgId == MSG_ID_CTL_WAKE && !thread.mIsRequested;
 }
 
-void MsgDrivenThread::QueueSteps::keepUnannounced() {
-    if (mThread.mStrayFrames == UCHAR_MAX) {
-        mThread.mDataQueue.removeLast(mThread.mSendMsg.maxSize());
+void MsgDrivenThread::QueueSteps::keepUnannounced(MsgDrivenThread& thread) {
+    if (thread.mStrayFrames == UCHAR_MAX) {
+        thread.mDataQueue.removeLast(thread.mSendMsg.maxSize());
     } else {
-        ++mThread.mStrayFrames;
+        ++thread.mStrayFrames;
     }
 }
 
-void MsgDrivenThread::QueueSteps::discardUnannounced(unsigned int bytesAfter, int ctlId) {
-    Queue<unsigned char>& frames = mThread.mDataQueue;
-    unsigned int const size = mThread.mScanMsg.maxSize();
-    for (; mThread.mStrayFrames != 0; --mThread.mStrayFrames) {
-        unsigned int const offset = frames.size() - bytesAfter - mThread.mStrayFrames * size;
-        if (frames.copyOut(offset, mThread.mScanMsg.buffer(), size)) {
+void MsgDrivenThread::QueueSteps::discardUnannounced(MsgDrivenThread& thread, unsigned int bytesAfter,
+                                                     int ctlId) {
+    Queue<unsigned char>& frames = thread.mDataQueue;
+    unsigned int const size = thread.mScanMsg.maxSize();
+    for (; thread.mStrayFrames != 0; --thread.mStrayFrames) {
+        unsigned int const offset = frames.size() - bytesAfter - thread.mStrayFrames * size;
+        if (frames.copyOut(offset, thread.mScanMsg.buffer(), size)) {
             frames.removeAt(offset, size);
-            reportDiscarded(mThread.mScanMsg, ctlId);
+            reportDiscarded(thread, thread.mScanMsg, ctlId);
         }
     }
 }
 
-void MsgDrivenThread::QueueSteps::reportDiscarded(ThreadRawMsg& frame, int ctlId) {
+void MsgDrivenThread::QueueSteps::reportDiscarded(MsgDrivenThread const& thread, ThreadRawMsg& frame,
+                                                  int ctlId) {
     int frameId = -1;
     frame.getMsgId(&frameId);
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
            "!!!!!!!! MsgDrivenThread(%s) MismatchedMsg... DataQueueMsgId:0x%08x CtlMsgId:0x%08x Erased "
            "Data !!!!!!!!",
-           mThread.getName().buffer(), static_cast<unsigned int>(frameId), static_cast<unsigned int>(ctlId));
+           thread.getName().buffer(), static_cast<unsigned int>(frameId), static_cast<unsigned int>(ctlId));
 }
 
 // Entries that nobody waits for would stay at the head permanently.
-bool MsgDrivenThread::QueueSteps::peekHead(ThreadCtlMsg* head) {
-    while (hasDeadHead() || hasAnsweredHead()) {
-        mThread.mCtlQueue.removeAt(0, 1);
+bool MsgDrivenThread::QueueSteps::peekHead(MsgDrivenThread& thread, ThreadCtlMsg* head) {
+    while (hasDeadHead(thread) || hasAnsweredHead(thread)) {
+        thread.mCtlQueue.removeAt(0, 1);
     }
-    ThreadCtlMsg const* const first = mThread.mCtlQueue.elementAt(0);
+    ThreadCtlMsg const* const first = thread.mCtlQueue.elementAt(0);
     if (first == nullptr) {
         return false;
     }
@@ -147,33 +150,33 @@ bool MsgDrivenThread::QueueSteps::peekHead(ThreadCtlMsg* head) {
     return true;
 }
 
-bool MsgDrivenThread::QueueSteps::popFrame(Queue<unsigned char>& frames) {
-    bool const isUnannounced = &frames == &mThread.mDataQueue && announcedBytes() == 0;
-    frames.popFrontInto(mThread.mReceiveMsg.buffer(), mThread.mReceiveMsg.maxSize());
+bool MsgDrivenThread::QueueSteps::popFrame(MsgDrivenThread& thread, Queue<unsigned char>& frames) {
+    bool const isUnannounced = &frames == &thread.mDataQueue && announcedBytes(thread) == 0;
+    frames.popFrontInto(thread.mReceiveMsg.buffer(), thread.mReceiveMsg.maxSize());
     if (isUnannounced) {
-        --mThread.mStrayFrames;
+        --thread.mStrayFrames;
     }
     return !isUnannounced;
 }
 
-bool MsgDrivenThread::QueueSteps::popFrameOf(int ctlId, Queue<ThreadCtlMsg>& entries,
+bool MsgDrivenThread::QueueSteps::popFrameOf(MsgDrivenThread& thread, int ctlId, Queue<ThreadCtlMsg>& entries,
                                              Queue<unsigned char>& frames) {
     while (entries.size() != 0 && frames.size() != 0) {
-        bool const isAnnounced = popFrame(frames);
+        bool const isAnnounced = popFrame(thread, frames);
         int frameId = -1;
-        mThread.mReceiveMsg.getMsgId(&frameId);
+        thread.mReceiveMsg.getMsgId(&frameId);
         if (isAnnounced && (ctlId == MSG_ID_CTL_SYNC || frameId == ctlId)) {
             entries.removeAt(0, 1);
             return true;
         }
-        reportDiscarded(mThread.mReceiveMsg, ctlId);
+        reportDiscarded(thread, thread.mReceiveMsg, ctlId);
     }
     return false;
 }
 
-unsigned int MsgDrivenThread::QueueSteps::announcedBytes() const {
-    unsigned int const unannounced = mThread.mStrayFrames * mThread.mScanMsg.maxSize();
-    return mThread.mDataQueue.size() > unannounced ? mThread.mDataQueue.size() - unannounced : 0;
+unsigned int MsgDrivenThread::QueueSteps::announcedBytes(MsgDrivenThread const& thread) {
+    unsigned int const unannounced = thread.mStrayFrames * thread.mScanMsg.maxSize();
+    return thread.mDataQueue.size() > unannounced ? thread.mDataQueue.size() - unannounced : 0;
 }
 
 }  // namespace utl

@@ -5,15 +5,12 @@
 
 namespace utl {
 
-/// The control entries and frames of a message thread. *External lock needed*: the caller holds the thread's
-/// `mQueueLock`.
+/// The control entries and frames of a message thread. *External lock needed*: the thread's `mQueueLock`.
 ///
 /// A synchronous sender who cannot queue a control entry leaves a frame that no entry announces. Such frames
 /// are the last ones of the data queue.
 class UTL_HIDDEN MsgDrivenThread::QueueSteps {
   public:
-    explicit QueueSteps(MsgDrivenThread& thread) : mThread(thread) {}
-
     /// True for an entry whose token could not be written. It is dropped when it comes to the head.
     static bool isDead(ThreadCtlMsg const& entry);
 
@@ -21,48 +18,50 @@ class UTL_HIDDEN MsgDrivenThread::QueueSteps {
     static bool hasFrame(ThreadCtlMsg const& entry);
 
     /// Writes `msg` to `mSendMsg`. False with a log line if it is too large.
-    bool flatten(Msg const& msg);
+    static bool flatten(MsgDrivenThread& thread, Msg const& msg) UTL_REQUIRES(thread.mQueueLock);
 
     /// Appends `mSendMsg` to `frames`. False with a log line if there is no room. In the data queue,
     /// unannounced frames make room for a message that will find a place in the control queue.
-    bool pushFrame(Queue<unsigned char>& frames, int msgId, int ctlId);
+    static bool pushFrame(MsgDrivenThread& thread, Queue<unsigned char>& frames, int msgId, int ctlId)
+        UTL_REQUIRES(thread.mQueueLock);
 
     /// Makes a place in the control queue and reserves room for one token. False with a log line.
-    bool makeRoomForEntry(int msgId);
+    static bool makeRoomForEntry(MsgDrivenThread& thread, int msgId) UTL_REQUIRES(thread.mQueueLock);
 
     /// Queues an entry and writes its token, after `makeRoomForEntry`. False with a log line: the entry is
     /// dead.
-    bool pushEntry(int msgId, int param);
+    static bool pushEntry(MsgDrivenThread& thread, int msgId, int param) UTL_REQUIRES(thread.mQueueLock);
 
     /// Counts the last frame of the data queue as unannounced, or removes it if it cannot be counted.
-    void keepUnannounced();
+    static void keepUnannounced(MsgDrivenThread& thread) UTL_REQUIRES(thread.mQueueLock);
 
     /// Discards the unannounced frames, which `bytesAfter` bytes follow, with a log line each.
-    void discardUnannounced(unsigned int bytesAfter, int ctlId);
+    static void discardUnannounced(MsgDrivenThread& thread, unsigned int bytesAfter, int ctlId)
+        UTL_REQUIRES(thread.mQueueLock);
 
     /// Copies the oldest control entry, after dropping those at the head that nobody waits for. False if the
     /// queue is empty.
-    bool peekHead(ThreadCtlMsg* head);
+    static bool peekHead(MsgDrivenThread& thread, ThreadCtlMsg* head) UTL_REQUIRES(thread.mQueueLock);
 
     /// Moves the oldest frame into `mReceiveMsg`. False if it was unannounced.
-    bool popFrame(Queue<unsigned char>& frames);
+    static bool popFrame(MsgDrivenThread& thread, Queue<unsigned char>& frames)
+        UTL_REQUIRES(thread.mQueueLock);
 
     /// Moves the frame of a control entry into `mReceiveMsg` and removes the oldest entry. Frames of other
     /// ids are discarded with a log line each; the entry of a synchronous message does not tell the id. False
     /// if there is no such frame.
-    bool popFrameOf(int ctlId, Queue<ThreadCtlMsg>& entries, Queue<unsigned char>& frames);
+    static bool popFrameOf(MsgDrivenThread& thread, int ctlId, Queue<ThreadCtlMsg>& entries,
+                           Queue<unsigned char>& frames) UTL_REQUIRES(thread.mQueueLock);
 
     /// Bytes of the data queue that control entries announce.
-    unsigned int announcedBytes() const;
+    static unsigned int announcedBytes(MsgDrivenThread const& thread) UTL_REQUIRES(thread.mQueueLock);
 
   private:
-    bool isCtlQueueFull() const;
-    bool hasRoomForEntry() const;
-    bool hasDeadHead() const;
-    bool hasAnsweredHead() const;
-    void reportDiscarded(ThreadRawMsg& frame, int ctlId);
-
-    MsgDrivenThread& mThread;
+    static bool isCtlQueueFull(MsgDrivenThread const& thread) UTL_REQUIRES(thread.mQueueLock);
+    static bool hasRoomForEntry(MsgDrivenThread const& thread) UTL_REQUIRES(thread.mQueueLock);
+    static bool hasDeadHead(MsgDrivenThread const& thread) UTL_REQUIRES(thread.mQueueLock);
+    static bool hasAnsweredHead(MsgDrivenThread const& thread) UTL_REQUIRES(thread.mQueueLock);
+    static void reportDiscarded(MsgDrivenThread const& thread, ThreadRawMsg& frame, int ctlId);
 };
 
 }  // namespace utl

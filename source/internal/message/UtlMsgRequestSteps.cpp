@@ -1,5 +1,6 @@
 #include "internal/message/UtlMsgRequestSteps.h"
 
+#include "internal/message/UtlMsgLoopSteps.h"
 #include "internal/message/UtlMsgQueueSteps.h"
 #include "internal/time/UtlEventWait.h"
 
@@ -30,27 +31,26 @@ int MsgDrivenThread::RequestSteps::sendAndWait(Msg const& msg, Send const& send)
 
 bool MsgDrivenThread::RequestSteps::queueSend(Msg const& msg, Send const& send) {
     SyncGuard const guard(mThread.mQueueLock);
-    QueueSteps queues(mThread);
-    if (mThread.mLoopEnded || mThread.hasRequestedStop() || !queues.flatten(msg)) {
+    if (mThread.mLoopEnded || mThread.hasRequestedStop() || !QueueSteps::flatten(mThread, msg)) {
         return false;
     }
     bool const isSync = &send.mFrames == &mThread.mDataQueue;
     if (!isSync) {
         send.mFrames.clear();
     }
-    if (!queues.pushFrame(send.mFrames, msg.getMsgId(), send.mCtlId)) {
+    if (!QueueSteps::pushFrame(mThread, send.mFrames, msg.getMsgId(), send.mCtlId)) {
         return false;
     }
     bool const isAnnounced = announce(send.mEvent, send.mCtlId);
     if (isSync && isAnnounced) {
-        queues.discardUnannounced(mThread.mSendMsg.maxSize(), send.mCtlId);
+        QueueSteps::discardUnannounced(mThread, mThread.mSendMsg.maxSize(), send.mCtlId);
     } else if (isSync) {
-        queues.keepUnannounced();
+        QueueSteps::keepUnannounced(mThread);
     }
     return isAnnounced;
 }
 
-// Under mQueueLock: the loop looks at the event under the same lock, so it sees event and entry together.
+// The loop looks at the event under the same lock, so it sees event and entry together.
 bool MsgDrivenThread::RequestSteps::announce(Event& event, int ctlId) {
     event.setOn();
     mThread.mIsRequested = true;
@@ -106,8 +106,8 @@ bool MsgDrivenThread::RequestSteps::erase(MsgJudgementInterface* judgement) {
     return completed;
 }
 
-bool MsgDrivenThread::RequestSteps::isPending() const {
-    return mThread.mInterruptEvent.isOn() || mThread.mEraseEvent.isOn() || mThread.mFindEvent.isOn();
+bool MsgDrivenThread::RequestSteps::isPending(MsgDrivenThread const& thread) {
+    return thread.mInterruptEvent.isOn() || thread.mEraseEvent.isOn() || thread.mFindEvent.isOn();
 }
 
 // Event, frame and entry of a request appear under the lock, so none of them is seen without the others.
@@ -125,7 +125,7 @@ bool MsgDrivenThread::RequestSteps::serveInterrupt() {
     if (!isOn(mThread.mInterruptEvent)) {
         return false;
     }
-    if (mThread.executeReceiveMsg(mThread.mInterruptQueue) == 0) {
+    if (LoopSteps(mThread).receiveFirst(&mThread.mInterruptQueue) == 0) {
         mThread.mInterruptResult = true;
     }
     finish(mThread.mInterruptEvent);

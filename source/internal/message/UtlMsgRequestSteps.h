@@ -26,8 +26,8 @@ class UTL_HIDDEN MsgDrivenThread::RequestSteps {
     bool serveFind();
     ///@}
 
-    /// Under `mQueueLock`: a request that a wake entry is for waits for its answer.
-    bool isPending() const;
+    /// A request that a wake entry is for waits for its answer.
+    static bool isPending(MsgDrivenThread const& thread) UTL_REQUIRES(thread.mQueueLock);
 
     /// Releases all that wait, at the end of the loop.
     void releaseAll();
@@ -37,15 +37,15 @@ class UTL_HIDDEN MsgDrivenThread::RequestSteps {
     struct Send {
         SyncObject& mLock;
         Event& mEvent;
-        bool& mResult;
+        bool& mResult UTL_GUARDED_BY(mLock);
         Queue<unsigned char>& mFrames;
         int mCtlId;
     };
 
-    int sendAndWait(Msg const& msg, Send const& send);
+    int sendAndWait(Msg const& msg, Send const& send) UTL_EXCLUDES(mThread.mQueueLock);
     bool queueSend(Msg const& msg, Send const& send);
-    bool announce(Event& event, int ctlId);
-    bool askLoop(Event& event);
+    bool announce(Event& event, int ctlId) UTL_REQUIRES(mThread.mQueueLock);
+    bool askLoop(Event& event) UTL_EXCLUDES(mThread.mQueueLock);
     bool isOn(Event const& request) const;
     void finish(Event& request);
 

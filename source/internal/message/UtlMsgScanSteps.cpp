@@ -13,35 +13,36 @@ void reportEraseFailure(char const* what, unsigned int line) {
 
 }  // namespace
 
-bool MsgDrivenThread::ScanSteps::scanFrame(unsigned int offset) {
-    unsigned int const end = QueueSteps(mThread).announcedBytes();
+bool MsgDrivenThread::ScanSteps::scanFrame(MsgDrivenThread& thread, unsigned int offset) {
+    unsigned int const end = QueueSteps::announcedBytes(thread);
     if (offset >= end) {
         return false;
     }
     unsigned int const rest = end - offset;
-    ThreadRawMsg& msg = mThread.mScanMsg;
-    return mThread.mDataQueue.copyOut(offset, msg.buffer(), rest < msg.maxSize() ? rest : msg.maxSize());
+    ThreadRawMsg& msg = thread.mScanMsg;
+    return thread.mDataQueue.copyOut(offset, msg.buffer(), rest < msg.maxSize() ? rest : msg.maxSize());
 }
 
-bool MsgDrivenThread::ScanSteps::scanTimeout(int timerId) {
+bool MsgDrivenThread::ScanSteps::scanTimeout(MsgDrivenThread& thread, int timerId) {
     TimerMsg msg;
     msg.mTimerId = timerId;
-    return msg.storeTo(&mThread.mScanMsg) != 0;
+    return msg.storeTo(&thread.mScanMsg) != 0;
 }
 
-bool MsgDrivenThread::ScanSteps::find(MsgJudgementInterface& judgement, ThreadRawMsg* out) {
+bool MsgDrivenThread::ScanSteps::find(MsgDrivenThread& thread, MsgJudgementInterface& judgement,
+                                      ThreadRawMsg* out) {
     unsigned int offset = 0;
-    unsigned int const count = mThread.mCtlQueue.size();
+    unsigned int const count = thread.mCtlQueue.size();
     for (unsigned int i = 0; i < count; ++i) {
-        ThreadCtlMsg const* const entry = mThread.mCtlQueue.elementAt(i);
+        ThreadCtlMsg const* const entry = thread.mCtlQueue.elementAt(i);
         if (entry == nullptr) {
             break;
         }
         unsigned int const place = offset;
-        offset += QueueSteps::hasFrame(*entry) ? mThread.mScanMsg.maxSize() : 0;
-        if (scan(*entry, place) && judgement.judge(mThread.mScanMsg)) {
+        offset += QueueSteps::hasFrame(*entry) ? thread.mScanMsg.maxSize() : 0;
+        if (scan(thread, *entry, place) && judgement.judge(thread.mScanMsg)) {
             if (out != nullptr) {
-                *out = mThread.mScanMsg;
+                *out = thread.mScanMsg;
             }
             return true;
         }
@@ -49,18 +50,19 @@ bool MsgDrivenThread::ScanSteps::find(MsgJudgementInterface& judgement, ThreadRa
     return false;
 }
 
-bool MsgDrivenThread::ScanSteps::scan(ThreadCtlMsg const& entry, unsigned int offset) {
+bool MsgDrivenThread::ScanSteps::scan(MsgDrivenThread& thread, ThreadCtlMsg const& entry,
+                                      unsigned int offset) {
     if (QueueSteps::isDead(entry)) {
         return false;
     }
     if (entry.mMsgId == MSG_ID_CTL_TIMEOUT) {
-        if (scanTimeout(entry.mParam)) {
+        if (scanTimeout(thread, entry.mParam)) {
             return true;
         }
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "MsgDrivenThread::executeFindMsg(): Can't store message. Line=%d", __LINE__);
     } else if (QueueSteps::hasFrame(entry)) {
-        if (scanFrame(offset)) {
+        if (scanFrame(thread, offset)) {
             return true;
         }
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
@@ -88,8 +90,15 @@ void MsgDrivenThread::Erasure::close() {
     }
 }
 
-MsgDrivenThread::Erasure::Step MsgDrivenThread::Erasure::eraseMatches(MsgJudgementInterface& judgement,
-                                                                      int* endedTimer) {
+// Not analysed: it does not see that the erasure's thread is this one.
+MsgDrivenThread::Erasure::Step MsgDrivenThread::Erasure::eraseMatches(
+    MsgDrivenThread& thread, MsgJudgementInterface& judgement,
+    int* endedTimer) UTL_NO_THREAD_SAFETY_ANALYSIS {
+    return Erasure(thread).eraseEachMatch(judgement, endedTimer);
+}
+
+MsgDrivenThread::Erasure::Step MsgDrivenThread::Erasure::eraseEachMatch(MsgJudgementInterface& judgement,
+                                                                        int* endedTimer) {
     Step step = Step::DONE;
     for (unsigned int left = mThread.mCtlQueue.size(); left != 0 && step == Step::DONE; --left) {
         ThreadCtlMsg const* const next = mEntries.next();
@@ -127,7 +136,7 @@ bool MsgDrivenThread::Erasure::scan(ThreadCtlMsg const& entry) {
     if (entry.mMsgId != MSG_ID_CTL_TIMEOUT) {
         return scanFrame(entry);
     }
-    if (!ScanSteps(mThread).scanTimeout(entry.mParam)) {
+    if (!ScanSteps::scanTimeout(mThread, entry.mParam)) {
         reportEraseFailure("Can't store message.", __LINE__);
         return false;
     }
@@ -137,7 +146,7 @@ bool MsgDrivenThread::Erasure::scan(ThreadCtlMsg const& entry) {
 // The frame of a posted message has the id of its entry.
 bool MsgDrivenThread::Erasure::scanFrame(ThreadCtlMsg const& entry) {
     bool const isSync = entry.mMsgId == MSG_ID_CTL_SYNC;
-    if (!ScanSteps(mThread).scanFrame(mFrames.place())) {
+    if (!ScanSteps::scanFrame(mThread, mFrames.place())) {
         if (isSync) {
             reportEraseFailure("Peek Data Queue fail.", __LINE__);
         } else {

@@ -13,22 +13,20 @@ namespace utl {
 /// `mQueueLock`. Each message is brought into `mScanMsg` before it is judged.
 class UTL_HIDDEN MsgDrivenThread::ScanSteps {
   public:
-    explicit ScanSteps(MsgDrivenThread& thread) : mThread(thread) {}
-
     /// True if a message matches; the first one is copied to `*out` unless that is null.
-    bool find(MsgJudgementInterface& judgement, ThreadRawMsg* out);
+    static bool find(MsgDrivenThread& thread, MsgJudgementInterface& judgement, ThreadRawMsg* out)
+        UTL_REQUIRES(thread.mQueueLock);
 
     /// The frame at `offset` of the data queue, or as many of its bytes as are announced. False if there are
     /// none.
-    bool scanFrame(unsigned int offset);
+    static bool scanFrame(MsgDrivenThread& thread, unsigned int offset) UTL_REQUIRES(thread.mQueueLock);
 
     /// The timeout of a timer in the form of a message. False if a frame is too small for it.
-    bool scanTimeout(int timerId);
+    static bool scanTimeout(MsgDrivenThread& thread, int timerId) UTL_REQUIRES(thread.mQueueLock);
 
   private:
-    bool scan(ThreadCtlMsg const& entry, unsigned int offset);
-
-    MsgDrivenThread& mThread;
+    static bool scan(MsgDrivenThread& thread, ThreadCtlMsg const& entry, unsigned int offset)
+        UTL_REQUIRES(thread.mQueueLock);
 };
 
 /// An erasure from both queues of a message thread. *External lock needed*: the thread's `mQueueLock`.
@@ -42,10 +40,6 @@ class [[nodiscard]] UTL_HIDDEN MsgDrivenThread::Erasure {
     /// queues may change meanwhile, so it starts again from the head.
     enum class Step { FAILED, DONE, ENDED_TIMER };
 
-    explicit Erasure(MsgDrivenThread& thread) : mThread(thread) {
-        tInnermost = this;
-        mErasures.fetch_add(1, std::memory_order_relaxed);
-    }
     ~Erasure() {
         mErasures.fetch_sub(1, std::memory_order_relaxed);
         tInnermost = mOuter;
@@ -54,7 +48,8 @@ class [[nodiscard]] UTL_HIDDEN MsgDrivenThread::Erasure {
     Erasure& operator=(Erasure const&) = delete;
 
     /// Removes all that match. `*endedTimer` is the timer of `ENDED_TIMER`.
-    Step eraseMatches(MsgJudgementInterface& judgement, int* endedTimer);
+    static Step eraseMatches(MsgDrivenThread& thread, MsgJudgementInterface& judgement, int* endedTimer)
+        UTL_REQUIRES(thread.mQueueLock);
 
     /// True while there is one anywhere in the process. Nearly always false, and faster to ask than whether
     /// this thread has one.
@@ -64,9 +59,16 @@ class [[nodiscard]] UTL_HIDDEN MsgDrivenThread::Erasure {
     static void closeAllUnder(SyncObject const& lock);
 
   private:
-    Step eraseIfMatching(ThreadCtlMsg const& entry, MsgJudgementInterface& judgement);
-    bool scan(ThreadCtlMsg const& entry);
-    bool scanFrame(ThreadCtlMsg const& entry);
+    explicit Erasure(MsgDrivenThread& thread) : mThread(thread) {
+        tInnermost = this;
+        mErasures.fetch_add(1, std::memory_order_relaxed);
+    }
+
+    Step eraseEachMatch(MsgJudgementInterface& judgement, int* endedTimer) UTL_REQUIRES(mThread.mQueueLock);
+    Step eraseIfMatching(ThreadCtlMsg const& entry, MsgJudgementInterface& judgement)
+        UTL_REQUIRES(mThread.mQueueLock);
+    bool scan(ThreadCtlMsg const& entry) UTL_REQUIRES(mThread.mQueueLock);
+    bool scanFrame(ThreadCtlMsg const& entry) UTL_REQUIRES(mThread.mQueueLock);
     bool take(ThreadCtlMsg const& entry, unsigned int frameBytes);
     Step finish(ThreadCtlMsg const& entry);
     void pass(unsigned int frameBytes);

@@ -6,38 +6,39 @@
 namespace utl {
 
 int MsgDrivenSharedThread::SendSteps::send(ThreadMsgListener* listener, Msg const& msg, Send const& send) {
-    SyncGuard const guard = CallBracket(mThread).hold(send.mLock, send.mFunction, __LINE__);
+    CallGuard const guard(mThread, send.mLock, send.mFunction, __LINE__);
     return sendInEnvelope(listener, msg, send);
 }
 
 int MsgDrivenSharedThread::SendSteps::sendInEnvelope(ThreadMsgListener* listener, Msg const& msg,
                                                      Send const& send) {
-    send.mEnvelope.mListener = listener;
-    if (msg.storeTo(&send.mEnvelope.mRawMsg) == 0) {
+    SpecifiedMsgListenerMsg& envelope = send.mEnvelope;
+    envelope.mListener = listener;
+    if (msg.storeTo(&envelope.mRawMsg) == 0) {
         return 0;
     }
     return CallBracket(mThread).around(send.mFunction, __LINE__,
-                                       [&] { return (mThread.*send.mSend)(send.mEnvelope); });
+                                       [&] { return (mThread.*send.mSend)(envelope); });
 }
 
-bool MsgDrivenSharedThread::AttachSteps::awaitLoop(char const* function) {
-    if (!mThread.hasDone(STARTED)) {
+bool MsgDrivenSharedThread::AttachSteps::awaitLoop(MsgDrivenSharedThread& thread, char const* function) {
+    if (!thread.hasDone(STARTED)) {
         return false;
     }
-    if (mThread.hasDone(STOP_REQUESTED)) {
-        CallBracket(mThread).around(function, __LINE__, [&] { mThread.waitForEnd(); });
+    if (thread.hasDone(STOP_REQUESTED)) {
+        CallBracket(thread).around(function, __LINE__, [&] { thread.waitForEnd(); });
         return false;
     }
-    CallBracket(mThread).around(function, __LINE__, [&] { mThread.waitTo(READY, 0); });
+    CallBracket(thread).around(function, __LINE__, [&] { thread.waitTo(READY, 0); });
     return true;
 }
 
-bool MsgDrivenSharedThread::AttachSteps::askLoop(int msgId, ThreadMsgListener* listener,
-                                                 char const* function) {
+bool MsgDrivenSharedThread::AttachSteps::askLoop(MsgDrivenSharedThread& thread, int msgId,
+                                                 ThreadMsgListener* listener, char const* function) {
     MsgListenerMsg msg(msgId);
     msg.mListener = listener;
-    if (CallBracket(mThread).around(function, __LINE__,
-                                    [&] { return mThread.MsgDrivenThread::sendMsgSync(msg); }) != 0) {
+    if (CallBracket(thread).around(function, __LINE__,
+                                   [&] { return thread.MsgDrivenThread::sendMsgSync(msg); }) != 0) {
         return true;
     }
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "MsgDrivenSharedThread::%s(): Can't send thread", function);
@@ -55,7 +56,7 @@ int MsgDrivenSharedThread::TimerSteps::registerTimer(ThreadMsgListener* listener
         return NO_TIMER_ID;
     }
     {
-        SyncGuard const guard = CallBracket(mThread).hold(mThread.mTimerMapLock, "registerTimer", __LINE__);
+        CallGuard const guard(mThread, mThread.mTimerMapLock, "registerTimer", __LINE__);
         if (mThread.mTimerListeners.insert(timerId, listener)) {
             return timerId;
         }
@@ -75,12 +76,12 @@ int MsgDrivenSharedThread::TimerSteps::startRegistered(int timerId, int noWait) 
 }
 
 void MsgDrivenSharedThread::TimerSteps::forgetTimer(int timerId) {
-    SyncGuard const guard = CallBracket(mThread).hold(mThread.mTimerMapLock, __func__, __LINE__);
+    CallGuard const guard(mThread, mThread.mTimerMapLock, __func__, __LINE__);
     mThread.mTimerListeners.erase(timerId);
 }
 
 int MsgDrivenSharedThread::TimerSteps::forgetLastTimerOf(ThreadMsgListener* listener) {
-    SyncGuard const guard = CallBracket(mThread).hold(mThread.mTimerMapLock, __func__, __LINE__);
+    CallGuard const guard(mThread, mThread.mTimerMapLock, __func__, __LINE__);
     for (unsigned int i = mThread.mTimerListeners.size(); i-- > 0;) {
         Pair<int, ThreadMsgListener*> const* const entry = mThread.mTimerListeners.getAt(i);
         if (entry->mValue == listener) {

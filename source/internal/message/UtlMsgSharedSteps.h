@@ -25,12 +25,22 @@ class UTL_HIDDEN MsgDrivenSharedThread::CallBracket {
         return keepAliveAround(SOURCE, function, line, std::forward<CALL>(call));
     }
 
-    SyncGuard hold(SyncObject const& lock, char const* function, unsigned int line) const {
-        return around(function, line, [&lock] { return SyncGuard(lock); });
-    }
-
   private:
     MsgDrivenSharedThread const& mThread;
+};
+
+/// Holds a lock until the end of the scope. A `CallBracket` is around the wait for it.
+class [[nodiscard]] UTL_HIDDEN UTL_SCOPED_CAPABILITY MsgDrivenSharedThread::CallGuard {
+  public:
+    CallGuard(MsgDrivenSharedThread const& thread, SyncObject const& lock, char const* function,
+              unsigned int line) UTL_ACQUIRE(lock)
+        : mGuard(CallBracket(thread).around(function, line, [&lock] { return SyncGuard(lock); })) {}
+    ~CallGuard() UTL_RELEASE() {}
+    CallGuard(CallGuard const&) = delete;
+    CallGuard& operator=(CallGuard const&) = delete;
+
+  private:
+    SyncGuard const mGuard;
 };
 
 /// Sends a message to one listener; *internally locked*: each way to send has an envelope with its own lock.
@@ -39,7 +49,7 @@ class UTL_HIDDEN MsgDrivenSharedThread::SendSteps {
     /// What the three ways to send differ in.
     struct Send {
         SyncObject const& mLock;
-        SpecifiedMsgListenerMsg& mEnvelope;
+        SpecifiedMsgListenerMsg& mEnvelope UTL_GUARDED_BY(mLock);
         int (MsgDrivenThread::*mSend)(Msg const&);
         char const* mFunction;
     };
@@ -48,26 +58,45 @@ class UTL_HIDDEN MsgDrivenSharedThread::SendSteps {
 
     int send(ThreadMsgListener* listener, Msg const& msg, Send const& send);
 
-    /// The same under the envelope's lock.
-    int sendInEnvelope(ThreadMsgListener* listener, Msg const& msg, Send const& send);
+    /// The same for a caller that holds the envelope's lock.
+    int sendInEnvelope(ThreadMsgListener* listener, Msg const& msg, Send const& send)
+        UTL_REQUIRES(send.mLock);
 
   private:
     MsgDrivenSharedThread& mThread;
 };
 
+/// Holds what a post from outside holds, from the construction to the end of the scope: no stop comes in
+/// between, and the envelope is the caller's.
+class [[nodiscard]] UTL_HIDDEN UTL_SCOPED_CAPABILITY MsgDrivenSharedThread::PostGuard {
+  public:
+    PostGuard(MsgDrivenSharedThread const& thread, SendSteps::Send const& send, unsigned int line)
+        UTL_ACQUIRE(thread.lifecycleLock(), send.mLock)
+        : mLocks(CallBracket(thread).around(send.mFunction, line, [&] {
+              return Locks{SyncGuard(thread.lifecycleLock()), SyncGuard(send.mLock)};
+          })) {}
+    ~PostGuard() UTL_RELEASE() {}
+    PostGuard(PostGuard const&) = delete;
+    PostGuard& operator=(PostGuard const&) = delete;
+
+  private:
+    struct Locks {
+        SyncGuard const mNoStop;
+        SyncGuard const mEnvelope;
+    };
+    Locks const mLocks;
+};
+
 /// Attaching and detaching from outside; *external lock needed*: `mAttachLock`.
 class UTL_HIDDEN MsgDrivenSharedThread::AttachSteps {
   public:
-    explicit AttachSteps(MsgDrivenSharedThread& thread) : mThread(thread) {}
-
     /// True if the loop can be asked. False if it has not been started, or was stopped and has ended.
-    bool awaitLoop(char const* function);
+    static bool awaitLoop(MsgDrivenSharedThread& thread, char const* function)
+        UTL_REQUIRES(thread.mAttachLock);
 
     /// Lets the loop attach or detach. False with a log line if it could not be asked.
-    bool askLoop(int msgId, ThreadMsgListener* listener, char const* function);
-
-  private:
-    MsgDrivenSharedThread& mThread;
+    static bool askLoop(MsgDrivenSharedThread& thread, int msgId, ThreadMsgListener* listener,
+                        char const* function) UTL_REQUIRES(thread.mAttachLock);
 };
 
 /// Which listener a timer belongs to; *internally locked*.

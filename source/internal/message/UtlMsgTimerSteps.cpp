@@ -22,37 +22,37 @@ bool MsgDrivenThread::TimerSteps::installSignalHandler() {
     return false;
 }
 
-int MsgDrivenThread::TimerSteps::insert(TimerInfo info) {
-    if (mThread.mLoopEnded || mThread.mTimers.find(mThread.mNextUserTimerId) != nullptr ||
-        !mThread.mTimers.insert(mThread.mNextUserTimerId, info)) {
+int MsgDrivenThread::TimerSteps::insert(MsgDrivenThread& thread, TimerInfo info) {
+    if (thread.mLoopEnded || thread.mTimers.find(thread.mNextUserTimerId) != nullptr ||
+        !thread.mTimers.insert(thread.mNextUserTimerId, info)) {
         info.freeSysParam();
         return NO_TIMER_ID;
     }
-    return mThread.mNextUserTimerId;
+    return thread.mNextUserTimerId;
 }
 
-void MsgDrivenThread::TimerSteps::drop(int timerId) {
-    TimerInfo* const info = mThread.findTimer(timerId);
+void MsgDrivenThread::TimerSteps::drop(MsgDrivenThread& thread, int timerId) {
+    TimerInfo* const info = thread.findTimer(timerId);
     if (info == nullptr) {
         return;
     }
     info->freeSysParam();
     if (info->mStartAwaited) {
-        decideStart(*info, false);
+        decideStart(thread, *info, false);
     } else {
         info->mRunning->setOff();
     }
-    mThread.mTimers.erase(timerId);
+    thread.mTimers.erase(timerId);
 }
 
 int MsgDrivenThread::TimerSteps::setOwnTimer(TimerInfo const& info) {
     SyncGuard const guard(mThread.mQueueLock);
-    int const timerId = insert(info);
+    int const timerId = insert(mThread, info);
     if (timerId == NO_TIMER_ID) {
         return NO_TIMER_ID;
     }
     if (mThread.executeStartTimer(timerId) == START_FAILED) {
-        drop(timerId);
+        drop(mThread, timerId);
         return NO_TIMER_ID;
     }
     mThread.updateNextUserTimerIdValue();
@@ -64,12 +64,12 @@ int MsgDrivenThread::TimerSteps::setTimerFromOutside(TimerInfo const& info, bool
     int timerId = NO_TIMER_ID;
     {
         SyncGuard const queueGuard(mThread.mQueueLock);
-        timerId = insert(info);
+        timerId = insert(mThread, info);
         if (timerId == NO_TIMER_ID) {
             return NO_TIMER_ID;
         }
         if (!postStart(timerId, waits)) {
-            drop(timerId);
+            drop(mThread, timerId);
             return NO_TIMER_ID;
         }
         mThread.updateNextUserTimerIdValue();
@@ -78,7 +78,7 @@ int MsgDrivenThread::TimerSteps::setTimerFromOutside(TimerInfo const& info, bool
         return timerId;
     }
     SyncGuard const queueGuard(mThread.mQueueLock);
-    drop(timerId);
+    drop(mThread, timerId);
     return NO_TIMER_ID;
 }
 
@@ -100,7 +100,6 @@ bool MsgDrivenThread::TimerSteps::startTimerFromOutside(int timerId, bool waits)
     return !waits || awaitStart(timerId, running);
 }
 
-// Under mQueueLock.
 bool MsgDrivenThread::TimerSteps::postStart(int timerId, bool waits) {
     TimerInfo* const info = mThread.findTimer(timerId);
     info->mStartAwaited = waits;
@@ -127,11 +126,11 @@ bool MsgDrivenThread::TimerSteps::awaitStart(int timerId, SmartPointer<Event> co
     return started;
 }
 
-void MsgDrivenThread::TimerSteps::decideStart(TimerInfo& info, bool started) {
+void MsgDrivenThread::TimerSteps::decideStart(MsgDrivenThread& thread, TimerInfo& info, bool started) {
     if (info.mRunning->isOn()) {
         return;
     }
-    mThread.mStartSucceeded = started;
+    thread.mStartSucceeded = started;
     info.mRunning->setOn();
 }
 
@@ -141,7 +140,7 @@ bool MsgDrivenThread::TimerSteps::killOwnTimer(int timerId) {
     if (info == nullptr || !mThread.eraseTimerByTimerInfo(info)) {
         return false;
     }
-    drop(timerId);
+    drop(mThread, timerId);
     return true;
 }
 
@@ -162,7 +161,7 @@ bool MsgDrivenThread::TimerSteps::killTimerFromOutside(int timerId, bool waits) 
         }
         waits = waits && handedOver;
         if (!handedOver) {
-            release(*info);
+            release(mThread, *info);
         }
         mThread.mTimers.erase(timerId);
         eraseTimeouts(timerId);
@@ -182,8 +181,8 @@ void MsgDrivenThread::TimerSteps::disownCopy(int timerId) {
     }
 }
 
-void MsgDrivenThread::TimerSteps::release(TimerInfo& info) {
-    mThread.eraseTimerByTimerInfo(&info);
+void MsgDrivenThread::TimerSteps::release(MsgDrivenThread& thread, TimerInfo& info) {
+    thread.eraseTimerByTimerInfo(&info);
     info.freeSysParam();
     info.mRunning->setOff();
 }
@@ -201,7 +200,7 @@ int MsgDrivenThread::TimerSteps::eraseLast() {
     Pair<int, TimerInfo>* const last = mThread.mTimers.getAt(mThread.mTimers.size() - 1);
     int const timerId = last->mKey;
     mThread.eraseTimerByTimerInfo(&last->mValue);
-    drop(timerId);
+    drop(mThread, timerId);
     return timerId;
 }
 

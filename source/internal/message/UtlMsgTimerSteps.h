@@ -25,19 +25,20 @@ class UTL_HIDDEN MsgDrivenThread::TimerSteps {
     bool killTimerFromOutside(int timerId, bool waits);
     ///@}
 
-    /// Under `mQueueLock`: registers the timer under the next id, to which the caller steps on once the timer
+    /// Registers the timer under the next id, to which the caller steps on once the timer
     /// stays. -1, with its block freed, if that fails.
-    int insert(TimerInfo info);
+    static int insert(MsgDrivenThread& thread, TimerInfo info) UTL_REQUIRES(thread.mQueueLock);
 
-    /// Under `mQueueLock`: forgets the timer; whoever waits for its start learns that it has failed.
-    void drop(int timerId);
+    /// Forgets the timer; whoever waits for its start learns that it has failed.
+    static void drop(MsgDrivenThread& thread, int timerId) UTL_REQUIRES(thread.mQueueLock);
 
-    /// Under `mQueueLock`: tells the waiter of a start how it went. The first call counts: a timer may have
+    /// Tells the waiter of a start how it went. The first call counts: a timer may have
     /// started and ended before the waiter looks.
-    void decideStart(TimerInfo& info, bool started);
+    static void decideStart(MsgDrivenThread& thread, TimerInfo& info, bool started)
+        UTL_REQUIRES(thread.mQueueLock);
 
-    /// Under `mQueueLock`: deletes the system timer and frees the block of a timer that leaves its map.
-    void release(TimerInfo& info);
+    /// Deletes the system timer and frees the block of a timer that leaves its map.
+    static void release(MsgDrivenThread& thread, TimerInfo& info) UTL_REQUIRES(thread.mQueueLock);
 
     /// Removes the timeouts of a timer from the control queue.
     void eraseTimeouts(int timerId);
@@ -46,9 +47,9 @@ class UTL_HIDDEN MsgDrivenThread::TimerSteps {
     int eraseLast();
 
   private:
-    bool postStart(int timerId, bool waits);
-    bool awaitStart(int timerId, SmartPointer<Event> const& running);
-    void disownCopy(int timerId);
+    bool postStart(int timerId, bool waits) UTL_REQUIRES(mThread.mQueueLock);
+    bool awaitStart(int timerId, SmartPointer<Event> const& running) UTL_EXCLUDES(mThread.mQueueLock);
+    void disownCopy(int timerId) UTL_REQUIRES(mThread.mQueueLock);
 
     MsgDrivenThread& mThread;
 };

@@ -27,7 +27,7 @@ int SharedTimer::LoopSteps::run() {
         } else {
             serveHead(place);
         }
-        if (mThread.hasRequestedStop() && !(isSignal && TimerSteps(mThread).isQueued(TIMER_CTL_QUIT, -1))) {
+        if (mThread.hasRequestedStop() && !(isSignal && TimerSteps::isQueued(mThread, TIMER_CTL_QUIT, -1))) {
             return 0;
         }
     }
@@ -86,7 +86,7 @@ int SharedTimer::LoopSteps::startTimer(int timerId) {
     int const result = mThread.updateOnStart(timerId);
     mThread.finishUpdate(timerId);
     if (result != 0) {
-        TimerSteps(mThread).failRequests(TIMER_CTL_START, timerId);
+        TimerSteps::failRequests(mThread, TIMER_CTL_START, timerId);
     }
     return result;
 }
@@ -97,7 +97,7 @@ int SharedTimer::LoopSteps::stopTimer(int timerId) {
     if (result == 0) {
         mThread.finishUpdate(timerId);
     } else {
-        TimerSteps(mThread).failRequests(TIMER_CTL_STOP, timerId);
+        TimerSteps::failRequests(mThread, TIMER_CTL_STOP, timerId);
     }
     return result;
 }
@@ -105,9 +105,9 @@ int SharedTimer::LoopSteps::stopTimer(int timerId) {
 int SharedTimer::LoopSteps::eraseTimer(int timerId) {
     SyncGuard const guard(mThread.mQueueLock);
     int const result = mThread.updateOnStop(timerId);
-    TimerInfo* const info = mThread.findTimer(timerId);
+    TimerInfo* const info = mThread.infoOf(timerId);
     if (info != nullptr) {
-        TimerSteps(mThread).release(*info);
+        TimerSteps::release(mThread, *info);
         mThread.mTimers.erase(timerId);
     }
     return result;
@@ -149,19 +149,19 @@ bool SharedTimer::TimerSteps::installSignalHandler() {
     return result != TimerHandlerInstallation::Result::FAILED;
 }
 
-int SharedTimer::TimerSteps::insert(TimerInfo info) {
-    SyncGuard const guard(mThread.mQueueLock);
-    int const timerId = mThread.mNextUserTimerId;
-    if (timerId == NO_TIMER_ID || mThread.mTimers.find(timerId) != nullptr ||
-        !mThread.mTimers.insert(timerId, info)) {
+int SharedTimer::TimerSteps::insert(SharedTimer& thread, TimerInfo info) {
+    SyncGuard const guard(thread.mQueueLock);
+    int const timerId = thread.mNextUserTimerId;
+    if (timerId == NO_TIMER_ID || thread.mTimers.find(timerId) != nullptr ||
+        !thread.mTimers.insert(timerId, info)) {
         info.freeSysParam();
         return NO_TIMER_ID;
     }
-    mThread.updateNextUserTimerIdValue();
+    thread.updateNextUserTimerIdValue();
     return timerId;
 }
 
-void SharedTimer::TimerSteps::setRunning(TimerInfo& info, bool runs) {
+void SharedTimer::TimerSteps::setRunning(SharedTimer& /*thread*/, TimerInfo& info, bool runs) {
     if (runs) {
         info.mRunning->setOn();
     } else {
@@ -172,18 +172,18 @@ void SharedTimer::TimerSteps::setRunning(TimerInfo& info, bool runs) {
         true, [happened](TimerWaiter const& waiter) { return waiter.mMsgId == happened; });
 }
 
-void SharedTimer::TimerSteps::failRequests(int msgId, int timerId) {
-    if (!isQueued(msgId, timerId)) {
-        TimerRunEvent::of(*mThread.findTimer(timerId)).answer(false, [msgId](TimerWaiter const& waiter) {
+void SharedTimer::TimerSteps::failRequests(SharedTimer& thread, int msgId, int timerId) {
+    if (!isQueued(thread, msgId, timerId)) {
+        TimerRunEvent::of(*thread.infoOf(timerId)).answer(false, [msgId](TimerWaiter const& waiter) {
             return waiter.mIsRequest && waiter.mMsgId == msgId;
         });
     }
 }
 
-bool SharedTimer::TimerSteps::isQueued(int msgId, int timerId) const {
-    SyncGuard const guard(mThread.mQueueLock);
-    for (unsigned int i = 0; i < mThread.mCtlQueue.size(); ++i) {
-        TimerCtlMsg const& entry = *mThread.mCtlQueue.elementAt(i);
+bool SharedTimer::TimerSteps::isQueued(SharedTimer const& thread, int msgId, int timerId) {
+    SyncGuard const guard(thread.mQueueLock);
+    for (unsigned int i = 0; i < thread.mCtlQueue.size(); ++i) {
+        TimerCtlMsg const& entry = *thread.mCtlQueue.elementAt(i);
         if (entry.mMsgId == msgId && entry.mParam == timerId) {
             return true;
         }
@@ -191,15 +191,15 @@ bool SharedTimer::TimerSteps::isQueued(int msgId, int timerId) const {
     return false;
 }
 
-void SharedTimer::TimerSteps::release(TimerInfo& info) {
+void SharedTimer::TimerSteps::release(SharedTimer& thread, TimerInfo& info) {
     releaseLeftSysTimer(info);
     info.freeSysParam();
-    setRunning(info, false);
+    setRunning(thread, info, false);
     TimerRunEvent::of(info).answer(false, [](TimerWaiter const&) { return true; });
 }
 
-void SharedTimer::TimerSteps::eraseTimeouts(TimerInfo& info, int timerId) {
-    eraseCtlEntriesOf(mThread.mCtlQueue, TIMER_CTL_TIMEOUT, timerId);
+void SharedTimer::TimerSteps::eraseTimeouts(SharedTimer& thread, TimerInfo& info, int timerId) {
+    eraseCtlEntriesOf(thread.mCtlQueue, TIMER_CTL_TIMEOUT, timerId);
     info.mPendingCount = 0;
 }
 

@@ -39,38 +39,34 @@ class UTL_HIDDEN SharedTimer::TimerSteps {
     /// The signal of the timers.
     static int const mSignal;
 
-    explicit TimerSteps(SharedTimer& thread) : mThread(thread) {}
-
     /// False with a log line if the handler of the signal is not installed. Takes no lock of the thread.
     static bool installSignalHandler();
 
     /// Adds the timer under the next id: the id, or -1 with its block freed. Takes the lock itself.
-    int insert(TimerInfo info);
+    static int insert(SharedTimer& thread, TimerInfo info);
 
     /// Turns the timer's event on or off, and answers whoever waits for that.
-    void setRunning(TimerInfo& info, bool runs);
+    static void setRunning(SharedTimer& thread, TimerInfo& info, bool runs) UTL_REQUIRES(thread.mQueueLock);
 
     /// Answers the requests for an entry that failed, unless another entry of the kind is queued: the entry
     /// of a request is the last one.
-    void failRequests(int msgId, int timerId);
+    static void failRequests(SharedTimer& thread, int msgId, int timerId) UTL_REQUIRES(thread.mQueueLock);
 
     /// True if there is such a control entry. Takes the lock itself.
-    bool isQueued(int msgId, int timerId) const;
+    static bool isQueued(SharedTimer const& thread, int msgId, int timerId);
 
     /// Stops a timer that leaves the map, releases all that it holds, and answers whoever waits.
-    void release(TimerInfo& info);
+    static void release(SharedTimer& thread, TimerInfo& info) UTL_REQUIRES(thread.mQueueLock);
 
     /// Removes the timeouts of a timer from the control queue.
-    void eraseTimeouts(TimerInfo& info, int timerId);
+    static void eraseTimeouts(SharedTimer& thread, TimerInfo& info, int timerId)
+        UTL_REQUIRES(thread.mQueueLock);
 
     /// Deletes the system timer: 0 or `errno`.
     static int deleteSysTimer(TimerInfo& info);
 
     /// Deletes a system timer that a failure has left. One that cannot be deleted writes no token any more.
     static void releaseLeftSysTimer(TimerInfo& info);
-
-  private:
-    SharedTimer& mThread;
 };
 
 }  // namespace utl

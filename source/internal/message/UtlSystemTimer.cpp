@@ -58,7 +58,7 @@ TimerSlot* findSlot(int number) {
 
 // A free slot of the bucket, or a new one if all are taken; null if there is no memory for it. A number that
 // the kernel reuses keeps its slot, so that it never has two.
-TimerSlot* slotFor(int number) {
+TimerSlot* slotFor(int number) UTL_REQUIRES(slotLock()) {
     TimerSlot* slot = findSlot(number);
     if (slot != nullptr) {
         return slot;
@@ -78,7 +78,7 @@ TimerSlot* slotFor(int number) {
     return slot;
 }
 
-bool addTimer(int number, int writeEnd) {
+bool addTimer(int number, int writeEnd) UTL_REQUIRES(slotLock()) {
     TimerSlot* const slot = slotFor(number);
     if (slot == nullptr) {
         return false;
@@ -92,7 +92,7 @@ bool addTimer(int number, int writeEnd) {
 
 // A handler counts itself before it looks. So if the timer is not live and no handler is counted, nobody will
 // write. A handler that writes never waits, so this ends.
-void endTimer(int number, TimerState state) {
+void endTimer(int number, TimerState state) UTL_REQUIRES(slotLock()) {
     TimerSlot* const slot = findSlot(number);
     if (slot == nullptr) {
         return;

@@ -31,14 +31,6 @@ int timerIdOf(TimerMap const& timers, int sysTimerNum) {
     return NO_TIMER_ID;
 }
 
-int timerIdUnder(SyncObject const& lock, TimerMap const& timers, int sysTimerNum) {
-    if (sysTimerNum == TimerInfo::NO_NUMBER) {
-        return NO_TIMER_ID;
-    }
-    SyncGuard const guard(lock);
-    return timerIdOf(timers, sysTimerNum);
-}
-
 int nextFreeSysTimerNumber(TimerMap const& timers, int number) {
     int next = number;
     do {

@@ -35,9 +35,6 @@ int nextFreeTimerId(int id, std::initializer_list<TimerMap const*> maps);
 /// The id of the timer whose system timer has this number, or `NO_TIMER_ID`.
 int timerIdOf(TimerMap const& timers, int sysTimerNum);
 
-/// The same under the lock of the map, which is not taken for `TimerInfo::NO_NUMBER`.
-int timerIdUnder(SyncObject const& lock, TimerMap const& timers, int sysTimerNum);
-
 /// The next number after `number` that no system timer of `timers` has.
 int nextFreeSysTimerNumber(TimerMap const& timers, int number);
 
@@ -79,12 +76,9 @@ SysTimerStart startSysTimer(TimerInfo& info, TimerOwner const& owner, int signal
     return SysTimerStart::ARMED;
 }
 
-/// Queues a timeout of a timer that takes one more. `post()` returns the number of entries that it queued.
-template <typename POST>
-void queueTimeout(TimerInfo* info, POST post) {
-    if (info != nullptr && info->acceptsTimeout()) {
-        info->mPendingCount += post();
-    }
+/// True for a timer, which may be null, that takes one more timeout into the control queue.
+inline bool takesTimeout(TimerInfo const* info) {
+    return info != nullptr && info->acceptsTimeout();
 }
 
 /// Removes the entries of a control queue for which `isObsolete` is true. Their tokens stay in the pipe.
@@ -128,7 +122,7 @@ class TimerHandlerInstallation {
 
   private:
     SyncObject mSyncObject;
-    bool mIsInstalled = false;
+    bool mIsInstalled UTL_GUARDED_BY(mSyncObject) = false;
 };
 
 }  // namespace utl

@@ -53,14 +53,16 @@ decltype(auto) keepAliveAround(char const* file, char const* function, unsigned 
 
 /// Holds a lock from its construction to the end of its scope; *one owner thread*. The watchdog's report
 /// shows a thread that has to wait for the lock.
-class [[nodiscard]] WatchedGuard {
+class [[nodiscard]] UTL_SCOPED_CAPABILITY WatchedGuard {
   public:
     /// Names the place as `KeepAliveBracket` does. The bracket ends as soon as the lock is held.
     WatchedGuard(SyncObjectBase const& lock, char const* file, char const* function, unsigned int line)
+        UTL_ACQUIRE(lock)
         : mLock(lock) {
-        keepAliveAround(file, function, line, [&lock] { return lock.lock(); });
+        KeepAliveBracket const bracket(file, function, line);
+        mLock.lock();
     }
-    ~WatchedGuard() { mLock.unlock(); }
+    ~WatchedGuard() UTL_RELEASE() { mLock.unlock(); }
     WatchedGuard(WatchedGuard const&) = delete;
     WatchedGuard& operator=(WatchedGuard const&) = delete;
 
