@@ -1,3 +1,5 @@
+// Starts no thread.
+
 #include "UtlArray.h"
 
 #include <gtest/gtest.h>

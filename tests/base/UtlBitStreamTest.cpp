@@ -1,6 +1,9 @@
+// Starts no thread.
+
 #include "UtlBitStream.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <climits>
@@ -13,11 +16,19 @@
 #include <utility>
 #include <vector>
 
+#include "TestBits.h"
+
 using utl::BitStream;
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using utltest::Bits;
+using utltest::bitsOf;
+using utltest::blockOf;
+using utltest::Bytes;
+using utltest::errorOf;
+
+static_assert(!std::is_polymorphic_v<BitStream>);
 
 static_assert(BitStream::CURRENT_POSITION == -1);
 static_assert(BitStream::SEEK_FROM_START == 0 && BitStream::SEEK_FROM_POSITION == 1 &&
@@ -105,7 +116,7 @@ using Width64 = Width<unsigned long long, &BitStream::readBitToUint64, &BitStrea
 constexpr unsigned long long ALL_ONES = ~0ULL;
 constexpr int CURRENT = -1;
 
-// Reads give 0 for good where there are ones to read: that is all one sees of an error.
+// Reads return 0 permanently where there are ones to read: that is all one sees of an error.
 bool hasFailed(BitStream& stream) {
     return stream.readBitToUint8(1, 0) == 0;
 }
@@ -898,20 +909,6 @@ TEST(BitStream, Unserialize_TakesTheBytesInTheProcessorsOrder) {
     EXPECT_EQ(wideBack, wide);
 }
 
-TEST(BitStream, Serialization_WorksAtOddAddresses) {
-    alignas(8) unsigned char bytes[8] = {};
-    unsigned int wide = 0;
-    unsigned short narrow = 0;
-    for (unsigned int offset = 0; offset < 4; ++offset) {
-        EXPECT_TRUE(utl::serialize(0x89ABCDEFU + offset, bytes + offset));
-        EXPECT_TRUE(utl::unserialize(bytes + offset, &wide));
-        EXPECT_EQ(wide, 0x89ABCDEFU + offset);
-        EXPECT_TRUE(utl::serialize(static_cast<unsigned short>(0xFEDC), bytes + offset));
-        EXPECT_TRUE(utl::unserialize(bytes + offset, &narrow));
-        EXPECT_EQ(narrow, 0xFEDC);
-    }
-}
-
 TEST(BitStream, Serialization_WithNull_IsFalseAndTouchesNothing) {
     unsigned char bytes[4] = {1, 2, 3, 4};
     unsigned short narrow = 5;
@@ -924,6 +921,252 @@ TEST(BitStream, Serialization_WithNull_IsFalseAndTouchesNothing) {
     EXPECT_FALSE(utl::unserialize(bytes, static_cast<unsigned int*>(nullptr)));
     EXPECT_EQ(narrow, 5);
     EXPECT_EQ(wide, 6U);
+}
+
+TEST(BitStream, AWidthOf0_WithABadPositionOrWithoutData_IsNoErrorForFieldsAlone) {
+    auto const block = blockOf(2);
+    BitStream stream(block.get(), 2);
+    unsigned char data = 0x5A;
+    EXPECT_EQ(stream.readBitToUint32(0, -2), 0U);
+    stream.writeBitToUint8(1, 0, INT_MIN);
+    stream.readBitData(&data, 0, -7);
+    stream.writeBitData(&data, 0, -7);
+    stream.copy(BitStream(), -7);
+    EXPECT_FALSE(errorOf(stream));
+    EXPECT_EQ(data, 0x5A);
+    stream.readBitData(nullptr, 0, -1);
+    EXPECT_TRUE(errorOf(stream));
+    stream.clear(false);
+    stream.writeBitData(nullptr, 0, -1);
+    EXPECT_TRUE(errorOf(stream));
+}
+
+TEST(BitStream, EachOperation_WithAPositionBelowMinus1_SetsTheErrorAndTouchesNothing) {
+    auto const block = blockOf(4, 3);
+    Bytes const before(block.get(), block.get() + 4);
+    auto const sourceBlock = blockOf(1, 4);
+    BitStream source(sourceBlock.get(), 1);
+    source.seekBitOffset(3, 0);
+    for (int const position : {-2, -3, INT_MIN}) {
+        for (int operation = 0; operation < 5; ++operation) {
+            BitStream stream(block.get(), 4);
+            unsigned char data[2] = {1, 2};
+            switch (operation) {
+                case 0:
+                    EXPECT_EQ(stream.readBitToUint16(1, position), 0);
+                    break;
+                case 1:
+                    stream.writeBitToUint64(~0ULL, 1, position);
+                    break;
+                case 2:
+                    stream.readBitData(data, 9, position);
+                    break;
+                case 3:
+                    stream.writeBitData(data, 9, position);
+                    break;
+                default:
+                    stream.copy(source, position);
+                    break;
+            }
+            EXPECT_TRUE(errorOf(stream)) << operation;
+            EXPECT_EQ(stream.getBitStreamBitSize(), 0U) << operation;
+            EXPECT_EQ(data[0], 1);
+            EXPECT_EQ(Bytes(block.get(), block.get() + 4), before) << operation;
+        }
+    }
+}
+
+TEST(BitStream, AFieldThatEndsOneBitBehindTheBuffer_IsAnErrorThatWritesNothing) {
+    for (unsigned int start = 0; start < 16; ++start) {
+        for (int operation = 0; operation < 5; ++operation) {
+            auto const block = blockOf(2, start + 1);
+            Bytes const before(block.get(), block.get() + 2);
+            unsigned int const width = 16 - start + 1;
+            auto const data = blockOf(3, 9);
+            Bytes const dataBefore(data.get(), data.get() + 3);
+            BitStream source(data.get(), 3);
+            source.seekBitOffset(width, 0);
+            BitStream stream(block.get(), 2);
+            stream.seekBitOffset(start, 0);
+            int const position = start % 2 == 0 ? -1 : static_cast<int>(start);
+            switch (operation) {
+                case 0:
+                    EXPECT_EQ(stream.readBitToUint64(width, position), 0U);
+                    break;
+                case 1:
+                    stream.writeBitToUint64(0, width, position);
+                    break;
+                case 2:
+                    stream.readBitData(data.get(), width, position);
+                    break;
+                case 3:
+                    stream.writeBitData(data.get(), width, position);
+                    break;
+                default:
+                    stream.copy(source, position);
+                    break;
+            }
+            EXPECT_TRUE(errorOf(stream)) << operation << " at " << start;
+            EXPECT_EQ(stream.getBitPosition(), start);
+            EXPECT_EQ(stream.getBitStreamBitSize(), start);
+            EXPECT_EQ(Bytes(block.get(), block.get() + 2), before) << operation;
+            EXPECT_EQ(Bytes(data.get(), data.get() + 3), dataBefore) << operation;
+        }
+    }
+}
+
+TEST(BitStream, AWidthNearTheEndOf32Bits_DoesNotWrapIntoTheBuffer) {
+    auto const block = blockOf(2, 5);
+    unsigned char data[1] = {7};
+    for (unsigned int const width : {UINT_MAX, UINT_MAX - 7, UINT_MAX - 8, 0x80000000U}) {
+        for (int const position : {-1, 8, INT_MAX}) {
+            BitStream stream(block.get(), 2);
+            stream.seekBitOffset(8, 0);
+            stream.readBitData(data, width, position);
+            EXPECT_TRUE(errorOf(stream));
+            stream.clear(false);
+            stream.seekBitOffset(8, 0);
+            stream.writeBitData(data, width, position);
+            EXPECT_TRUE(errorOf(stream));
+        }
+    }
+    EXPECT_EQ(data[0], 7);
+}
+
+TEST(BitStream, Seek_PastTheEndOf32Bits_IsAnErrorAndStays) {
+    auto const block = blockOf(4);
+    BitStream stream(block.get(), 4);
+    stream.seekBitOffset(24, 0);
+    for (int const origin : {1, 2}) {
+        stream.seekBitOffset(UINT_MAX - 23, origin);  // the sum is 0 in 32 bits
+        EXPECT_TRUE(errorOf(stream));
+        EXPECT_EQ(stream.getBitPosition(), 24U);
+        EXPECT_EQ(stream.getBitStreamBitSize(), 24U);
+        stream.clear(false);
+        stream.seekBitOffset(24, 0);
+    }
+}
+
+TEST(BitStream, ABufferOf512MiBAndMore_IsReachedUpToTheLastPositionThatHas32Bits) {
+    std::size_t const size = 0x20000001;
+    void* const pages =
+        mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(pages, MAP_FAILED);
+    auto* const bytes = static_cast<unsigned char*>(pages);
+    BitStream stream(bytes, static_cast<unsigned int>(size));
+    stream.writeBitToUint8(0xFF, 8, INT_MAX);
+    EXPECT_EQ(bytes[INT_MAX / 8], 0x01);
+    EXPECT_EQ(bytes[INT_MAX / 8 + 1], 0xFE);
+    stream.seekBitOffset(UINT_MAX - 8, 0);
+    stream.writeBitToUint8(0xA5, 8, -1);
+    EXPECT_EQ(stream.getBitPosition(), UINT_MAX);
+    EXPECT_EQ(bytes[0x1FFFFFFE], 0x01);
+    EXPECT_EQ(bytes[0x1FFFFFFF], 0x4A);
+    EXPECT_EQ(stream.getBitStreamSize(), 0x20000000U);
+    EXPECT_EQ(stream.readBitToUint8(1, -1), 0);
+    EXPECT_TRUE(errorOf(stream));
+    munmap(pages, size);
+}
+
+TEST(BitStream, AnErrorIsKeptBySeeksAndBareBits_WhichWorkOn) {
+    auto const block = blockOf(1);
+    BitStream stream(block.get(), 1);
+    stream.seekBitOffset(0, 3);
+    ASSERT_TRUE(errorOf(stream));
+    stream.seekBitOffset(2, 0);
+    stream.writeCurBit(0x80);
+    EXPECT_EQ(block[0], 0x20);
+    stream.seekBitOffset(2, 0);
+    EXPECT_TRUE(stream.readCurBit());
+    EXPECT_EQ(stream.getBitPosition(), 3U);
+    EXPECT_EQ(stream.getBitStreamBitSize(), 3U);
+    EXPECT_EQ(stream.readBitToUint8(1, 2), 0);
+    unsigned char data = 9;
+    stream.readBitData(&data, 3, 0);
+    EXPECT_EQ(data, 9);
+    EXPECT_TRUE(errorOf(stream));
+}
+
+TEST(BitStream, SetBitStream_ThatFails_KeepsTheErrorAndAllElse) {
+    auto const block = blockOf(2, 8);
+    BitStream stream(block.get(), 2);
+    stream.seekBitOffset(9, 0);
+    stream.seekBitOffset(0, -1);
+    EXPECT_FALSE(stream.setBitStream(nullptr, 5));
+    EXPECT_FALSE(stream.setBitStream(block.get() + 1, 0));
+    EXPECT_EQ(stream.getBitStreamAddress(), block.get());
+    EXPECT_EQ(stream.getBitPosition(), 9U);
+    EXPECT_EQ(stream.getBitStreamBitSize(), 9U);
+    EXPECT_TRUE(errorOf(stream));
+    Bytes const before(block.get(), block.get() + 2);
+    EXPECT_TRUE(stream.setBitStream(block.get(), 2));
+    EXPECT_FALSE(errorOf(stream));
+    EXPECT_EQ(stream.getBitStreamBitSize(), 0U);
+    EXPECT_EQ(Bytes(block.get(), block.get() + 2), before);
+}
+
+TEST(BitStream, AStreamWithoutBuffer_TakesEveryCall) {
+    BitStream stream;
+    stream.clear(true);
+    stream.seekBitOffset(0, 0);
+    stream.seekBitOffset(0, 2);
+    EXPECT_FALSE(errorOf(stream));
+    EXPECT_EQ(stream.readBitToUint8(1, 0), 0);
+    EXPECT_TRUE(errorOf(stream));
+    stream.clear(true);
+    EXPECT_FALSE(errorOf(stream));
+    unsigned char const data = 1;
+    stream.writeBitData(&data, 1, -1);
+    EXPECT_TRUE(errorOf(stream));
+    stream.clear(false);
+    stream.seekBitOffset(1, 0);
+    EXPECT_TRUE(errorOf(stream));
+    EXPECT_EQ(stream.getBitStreamSize(), 0U);
+    EXPECT_EQ(stream.getBitStreamAddress(), nullptr);
+    BitStream(nullptr, 0).copy(stream, 0);
+}
+
+TEST(BitStream, Copy_BehindAByteBoundary_TakesTheLastBitsOnePlaceBelow) {
+    for (unsigned int bits = 1; bits <= 17; ++bits) {
+        auto const sourceBlock = blockOf((bits + 7) / 8);
+        std::memset(sourceBlock.get(), 0xFF, (bits + 7) / 8);
+        // The bit behind the last one, where there is one in its byte, is the one that differs.
+        if (bits % 8 != 0) {
+            sourceBlock[bits / 8] = static_cast<unsigned char>(~(0x80 >> bits % 8));
+        }
+        BitStream source(sourceBlock.get(), (bits + 7) / 8);
+        source.seekBitOffset(bits, 0);
+        unsigned int const whole = (bits - 1) / 8 * 8;
+        auto const block = blockOf((1 + whole + bits % 8 + 7) / 8 + (bits % 8 == 0 ? 1 : 0));
+        BitStream stream(block.get(), (1 + whole + bits % 8 + 7) / 8 + (bits % 8 == 0 ? 1 : 0));
+        stream.seekBitOffset(1, 0);
+        stream.copy(source, -1);
+        ASSERT_FALSE(errorOf(stream)) << bits;
+        EXPECT_EQ(stream.getBitPosition(), 1 + whole + bits % 8) << bits;
+        Bits expected(1, false);
+        expected.insert(expected.end(), whole + bits % 8, true);
+        if (bits % 8 != 0) {
+            expected.back() = false;
+        }
+        EXPECT_EQ(bitsOf(block.get(), stream.getBitPosition()), expected) << bits;
+    }
+}
+
+TEST(BitStream, Serialization_AtAnyAddress_StoresLowByteFirstAndNoByteMore) {
+    for (unsigned int skip = 0; skip < 4; ++skip) {
+        auto const wide = blockOf(skip + 4);
+        EXPECT_TRUE(utl::serialize(0x89ABCDEFU, wide.get() + skip));
+        EXPECT_EQ(Bytes(wide.get() + skip, wide.get() + skip + 4), (Bytes{0xEF, 0xCD, 0xAB, 0x89}));
+        unsigned int value = 0;
+        EXPECT_TRUE(utl::unserialize(wide.get() + skip, &value));
+        EXPECT_EQ(value, 0x89ABCDEFU);
+        auto const narrow = blockOf(skip + 2);
+        EXPECT_TRUE(utl::serialize(static_cast<unsigned short>(0xFEDC), narrow.get() + skip));
+        EXPECT_EQ(Bytes(narrow.get() + skip, narrow.get() + skip + 2), (Bytes{0xDC, 0xFE}));
+        unsigned short half = 0;
+        EXPECT_TRUE(utl::unserialize(narrow.get() + skip, &half));
+        EXPECT_EQ(half, 0xFEDC);
+    }
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+// Starts no thread.
+
 #include "UtlMap.h"
 
 #include <gtest/gtest.h>

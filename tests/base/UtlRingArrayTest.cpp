@@ -1,3 +1,5 @@
+// Starts no thread.
+
 #include "UtlRingArray.h"
 
 #include <gtest/gtest.h>

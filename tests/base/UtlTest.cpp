@@ -1,12 +1,69 @@
-#include <gtest/gtest.h>
+// Starts no thread.
 
+// The header for everything, behind macros that other libraries bring into a program. Only what these macros
+// would break themselves, the headers of the system, stands before it.
+
+#include <gtest/gtest.h>
+#include <limits.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/sysmacros.h>
+#include <time.h>
+
+#include <algorithm>
+#include <atomic>
+#include <climits>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <memory>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
+#if !defined(major) || !defined(minor)
+#error "<sys/sysmacros.h> no longer brings what this test is about"
+#endif
+
+#define slots
+#define signals public
+#define emit
+#define foreach for
+#define forever for (;;)
+#define min(a, b) ((a) < (b) ? (a) : (b))
+#define max(a, b) ((a) > (b) ? (a) : (b))
+
+#include "Utl.h"
+
 namespace {
+
+template <typename RING>
+int sumOf(RING const& ring) {
+    int items[3]{};
+    EXPECT_TRUE(ring.copyOut(0, items, ring.size()));
+    return items[0] + items[1] + items[2];
+}
+
+TEST(Headers, BehindTheMacrosOfOtherLibraries_MakeContainersThatWork) {
+    int const items[] = {1, 2, 4};
+    utl::RingArray<int> ring(3);
+    EXPECT_TRUE(ring.pushBack(items, 3));
+    EXPECT_EQ(sumOf(ring), 7);
+    EXPECT_TRUE(ring.removeAt(1, 1));
+    ring.removeLast(1);
+    EXPECT_EQ(sumOf(ring), 1);
+    int popped = 0;
+    EXPECT_TRUE(ring.popFrontInto(&popped, 1));
+    EXPECT_EQ(popped, 1);
+
+    utl::Map<int, int> map(1, 1);
+    EXPECT_TRUE(map.insert(2, 20));
+    EXPECT_TRUE(map.insert(1, 10));
+    EXPECT_TRUE(map.erase(2));
+    EXPECT_EQ(map.getAt(0)->mValue, 10);
+}
 
 std::vector<std::string> includedNames(std::filesystem::path const& header) {
     std::ifstream in(header);

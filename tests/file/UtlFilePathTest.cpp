@@ -299,4 +299,70 @@ TEST(FilePath, Dissection_TouchesNoFile) {
     EXPECT_EQ(calls.take(), std::vector<std::string>());
 }
 
+/// The parts of a path; no parts for one that has no name or fails the check.
+struct PartsByRule {
+    explicit PartsByRule(std::string path) {
+        std::replace(path.begin(), path.end(), '\\', '/');
+        std::size_t const last = path.find_last_not_of('/');
+        areThere = last != std::string::npos && path.find("//") == std::string::npos;
+        if (!areThere) {
+            return;
+        }
+        path.erase(last + 1);
+        std::size_t const start = path.rfind('/') + 1;  // 0 where there is none
+        name = path.substr(start);
+        stem = name.substr(0, name.rfind('.'));
+        extension = name.find('.') == std::string::npos ? "" : name.substr(name.rfind('.') + 1);
+        folder = path.substr(0, start == 0 ? 0 : start - 1);
+        std::size_t const first = path.find_first_not_of('/');
+        volume = path.substr(first, path.find('/', first) - first);
+    }
+
+    bool areThere;
+    std::string name, stem, extension, folder, volume;
+};
+
+template <typename EXTRACT>
+void expectPart(std::string const& path, bool isThere, std::string const& part, EXTRACT extract) {
+    unsigned int const size = static_cast<unsigned int>(part.size()) + 1;
+    auto const output = std::make_unique<char[]>(size);
+    output[0] = '~';
+    EXPECT_EQ(extract(output.get(), size - 1), 0) << path;
+    EXPECT_EQ(output[0], '~') << path;
+    EXPECT_EQ(extract(output.get(), size), isThere ? 1 : 0) << path;
+    EXPECT_EQ(std::string(output.get(), size), isThere ? part + '\0' : "~") << path;
+}
+
+TEST(FilePath, EveryShortPathComesApartAtItsSeparatorsAndItsLastDot) {
+    char const* const pieces[] = {"a", ".", "/", "\\", "\xE8\xA1\xA8"};
+    std::vector<std::string> paths = {""};
+    for (std::size_t from = 0, to = 1, size = 1; size <= 5; ++size, from = to, to = paths.size()) {
+        for (std::size_t i = from; i < to; ++i) {
+            for (char const* const piece : pieces) {
+                paths.push_back(paths[i] + piece);
+            }
+        }
+        to = paths.size();
+    }
+    for (std::string const& path : paths) {
+        PartsByRule const parts(path);
+        char const* const text = path.c_str();
+        expectPart(path, parts.areThere, parts.name, [text](char* output, unsigned int size) {
+            return utl::File::extractFileName(output, size, text, 2);
+        });
+        expectPart(path, parts.areThere, parts.stem, [text](char* output, unsigned int size) {
+            return utl::File::extractFileName(output, size, text, utl::File::WITHOUT_EXTENSION);
+        });
+        expectPart(path, parts.areThere, parts.extension, [text](char* output, unsigned int size) {
+            return utl::File::extractExtension(output, size, text);
+        });
+        expectPart(path, parts.areThere, parts.folder, [text](char* output, unsigned int size) {
+            return utl::File::extractDirectoryPath(output, size, text);
+        });
+        expectPart(path, parts.areThere, parts.volume, [text](char* output, unsigned int size) {
+            return utl::File::extractVolumeName(output, size, text);
+        });
+    }
+}
+
 }  // namespace

@@ -1,11 +1,10 @@
-// Bytes of a file by their content: seekKey.
+// Bytes of a file by their content.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -15,6 +14,7 @@
 
 namespace {
 
+using namespace utltest;
 using utl::File;
 using HookScope = utltest::OwnHookScope;
 namespace hooks = utltest::hooks;
@@ -268,6 +268,207 @@ TEST_F(FileSearch, SeekKey_OfAFileThatIsCutMeanwhile_FindsNothing) {
     HookScope const hookScope;
     hooks::read.replace([](int, void*, size_t) -> ssize_t { return 0; });
     EXPECT_EQ(found(file, "key", 0, ALL), File::KEY_NOT_FOUND);
+}
+
+// Beside a plain search, and at every border.
+
+/// The search by one byte after the other, which begins anew behind a byte that does not match.
+long long searched(std::string const& content, std::string const& key, std::size_t start, std::size_t range,
+                   int mode) {
+    std::size_t match = 0;
+    for (std::size_t i = start; i < content.size() && i - start < range; ++i) {
+        match = content[i] == key[match] ? match + 1 : 0;
+        if (match == key.size()) {
+            return static_cast<long long>(mode == 1 ? i + 1 : i + 1 - key.size());
+        }
+    }
+    return -2;
+}
+
+TEST_F(FileSearch, NextEOLSize_IsRightForEveryPairOfBytesAndStays) {
+    std::string const bytes = {'\r', '\n', 'a', '\0', '\x85', ' '};
+    auto const isEnd = [](char byte) { return byte == '\r' || byte == '\n'; };
+    for (int const textType : {0, 1, 2, 3, 9}) {
+        for (char const first : bytes) {
+            utl::File& last = reading(std::string("xyz") + first, textType);
+            last.seek(3, utl::File::FROM_START);
+            EXPECT_EQ(last.nextEOLSize(), isEnd(first) ? 1 : -1);
+            EXPECT_EQ(last.position(), 3);
+            for (char const second : bytes) {
+                utl::File& file = reading(std::string("x") + first + second + "\n", textType);
+                file.seek(1, utl::File::FROM_START);
+                EXPECT_EQ(file.nextEOLSize(), first == '\r' && second == '\n' ? 2 : isEnd(first) ? 1 : -1);
+                EXPECT_EQ(file.position(), 1);
+            }
+        }
+    }
+    EXPECT_EQ(mLog.lines(), std::vector<std::string>());
+}
+
+TEST_F(FileSearch, SeekKey_AgreesWithASearchByteByByteThatNeverGoesBack) {
+    std::mt19937 random(3);
+    for (int round = 0; round < 1500; ++round) {
+        std::string content;
+        for (auto i = random() % 24; i > 0; --i) {
+            content += "ab\0"[random() % (round % 2 == 0 ? 2 : 3)];
+        }
+        std::string key;
+        for (auto i = 1 + random() % 4; i > 0; --i) {
+            key += "ab\0"[random() % 3];
+        }
+        unsigned int const position = static_cast<unsigned int>(random() % 30);
+        bool const isHere = random() % 2 == 0;
+        unsigned int const start = isHere ? position : static_cast<unsigned int>(random() % 30);
+        unsigned int const range = static_cast<unsigned int>(random() % 26);
+        int const mode = static_cast<int>(random() % 4) - 1;
+        utl::File& file = reading(content, round % 4);
+        file.seek(position, utl::File::FROM_START);
+        std::vector<unsigned char> const bytes(key.begin(), key.end());
+        long long const result = file.seekKey(bytes.data(), static_cast<unsigned int>(key.size()),
+                                              isHere ? utl::File::KEY_FROM_POSITION : start, range, mode);
+        EXPECT_EQ(result, searched(content, key, start, range, mode))
+            << testing::PrintToString(key) << " in " << testing::PrintToString(content) << " from " << start
+            << " for " << range;
+        EXPECT_EQ(file.position(), result == -2 ? position : result);
+    }
+    EXPECT_EQ(mLog.lines(), std::vector<std::string>());
+}
+
+TEST_F(FileSearch, SeekKey_FindsAKeyAcrossEveryBorder_InARangeThatEndsWithItAndInNoSmallerOne) {
+    for (unsigned int border = 64; border <= 16384; border *= 2) {
+        for (unsigned int lead = 0; lead <= 6; ++lead) {
+            unsigned int const at = border - lead;
+            // Begins of the key right in front of it and at its end.
+            std::string const content = std::string(at - 2, '-') + "--keykez" + "key";
+            utl::File& file = reading(content, utl::File::TEXT_UTF8);
+            file.seek(5, utl::File::FROM_START);
+            EXPECT_EQ(file.seekKey("kez", 5, at + 6 - 5 - 1, utl::File::AT_KEY), utl::File::KEY_NOT_FOUND);
+            EXPECT_EQ(file.position(), 5);
+            EXPECT_EQ(file.seekKey("kez", 5, at + 6 - 5, utl::File::AT_KEY), at + 3);
+            file.seek(5, utl::File::FROM_START);
+            EXPECT_EQ(file.seekKey("kez", utl::File::KEY_FROM_POSITION, at + 6 - 5 - 1, utl::File::AFTER_KEY),
+                      utl::File::KEY_NOT_FOUND);
+            EXPECT_EQ(file.seekKey("kez", utl::File::KEY_FROM_POSITION, at + 6 - 5, utl::File::AFTER_KEY),
+                      at + 6);
+            EXPECT_EQ(file.seekKey("key", utl::File::KEY_FROM_POSITION, 3, utl::File::AFTER_KEY), at + 9);
+            EXPECT_EQ(file.seekKey("ykey", 0, ALL, utl::File::AT_KEY), utl::File::KEY_NOT_FOUND);
+            EXPECT_EQ(file.position(), at + 9);
+        }
+    }
+}
+
+TEST_F(FileSearch, SeekKey_OfAKeyThatIsLongerThanAnyBlock_FindsItAtItsFirstByte) {
+    std::string key(20000, 'k');
+    key.back() = 'e';
+    utl::File& file = reading("--" + key + "kk", utl::File::TEXT_UTF8);
+    EXPECT_EQ(file.seekKey(key.c_str(), 0, ALL, utl::File::AT_KEY), 2);
+    EXPECT_EQ(file.seekKey(key.c_str(), 2, 20000, utl::File::AFTER_KEY), 20002);
+    EXPECT_EQ(file.seekKey(key.c_str(), 2, 19999, utl::File::AFTER_KEY), utl::File::KEY_NOT_FOUND);
+    EXPECT_EQ(file.seekKey((key + "kkk").c_str(), 2, ALL, utl::File::AFTER_KEY), utl::File::KEY_NOT_FOUND);
+    EXPECT_EQ(file.position(), 20002);
+}
+
+TEST_F(FileSearch, SeekKey_FromAStartThatIsNoPosition_FailsOrFindsNothingAndStays) {
+    utl::File& file = reading("key", utl::File::TEXT_UTF8);
+    file.seek(1, utl::File::FROM_START);
+    for (unsigned long long const start : {3ULL, 4ULL, 0x100000000ULL, 0x100000001ULL}) {
+        EXPECT_EQ(file.seekKey("k", start, ALL, utl::File::AFTER_KEY), utl::File::KEY_NOT_FOUND) << start;
+        EXPECT_EQ(file.position(), 1);
+    }
+    EXPECT_EQ(mLog.lines(), std::vector<std::string>());
+    for (unsigned long long const start : {0x8000000000000000ULL, utl::File::KEY_FROM_POSITION - 1, ALL}) {
+        EXPECT_EQ(file.seekKey("k", start, 3, utl::File::AFTER_KEY), -1) << start;
+        EXPECT_EQ(file.position(), 1);
+        EXPECT_EQ(mLog.count(error("lseek64 Failed. errno[22]")), 1U);
+        mLog.clear();
+    }
+    EXPECT_EQ(file.seekKey("y", utl::File::KEY_FROM_POSITION, 2, utl::File::AT_KEY), 2);
+}
+
+TEST_F(FileSearch, SeekKey_WhoseNthSystemCallFails_GivesMinusOneWithALineAndStays) {
+    utl::File& file = reading(std::string(30, '-') + "key", utl::File::TEXT_UTF8);
+    for (int kind = 0; kind < 3; ++kind) {
+        bool isThrough = false;
+        for (unsigned int n = 1; !isThrough && n < 200; ++n) {
+            file.seek(3, utl::File::FROM_START);
+            mLog.clear();
+            long long const result =
+                withNthFailing(kind, n, [&] { return file.seekKey("key", 1, ALL, utl::File::AFTER_KEY); });
+            isThrough = result == 33;
+            EXPECT_EQ(result, isThrough ? 33 : -1);
+            EXPECT_EQ(mLog.lines().empty(), isThrough) << kind << ", " << n;
+            // The `lseek` that fails may be the one to the place that was found.
+            EXPECT_TRUE(file.position() == (isThrough ? 33 : 3) || kind == 1) << kind << ", " << n;
+        }
+        EXPECT_TRUE(isThrough);
+    }
+}
+
+TEST_F(FileSearch, SeekKey_WhoseLastSeekFails_GivesMinusOneAndStays) {
+    utl::File& file = reading(std::string(30, '-') + "key", utl::File::TEXT_UTF8);
+    for (unsigned int n = 1; n <= 5; ++n) {
+        file.seek(3, utl::File::FROM_START);
+        EXPECT_EQ(withNthFailing(1, n, [&] { return file.seekKey("key", 1, ALL, utl::File::AFTER_KEY); }), -1)
+            << n;
+        EXPECT_EQ(file.position(), 3) << n;
+    }
+}
+
+TEST_F(FileSearch, NextEOLSize_LooksAtTheNextTwoBytesWhateverTheType) {
+    for (int const type : ALL_TYPES) {
+        auto const sizeIn = [&](std::string const& content) {
+            File& file = reading(content, type);
+            int const result = file.nextEOLSize();
+            EXPECT_EQ(file.position(), 0);
+            return result;
+        };
+        EXPECT_EQ(sizeIn("\r\nx"), 2);
+        EXPECT_EQ(sizeIn("\r\n"), 2);
+        EXPECT_EQ(sizeIn("\rx"), 1);
+        EXPECT_EQ(sizeIn("\nx"), 1);
+        EXPECT_EQ(sizeIn("\n\r"), 1);
+        EXPECT_EQ(sizeIn("\r\r\n"), 1);
+        EXPECT_EQ(sizeIn("\r"), 1);
+        EXPECT_EQ(sizeIn("\n"), 1);
+        EXPECT_EQ(sizeIn(""), 0);
+        EXPECT_EQ(sizeIn("x\n"), -1);
+        EXPECT_EQ(sizeIn("x"), -1);
+        EXPECT_EQ(sizeIn("\0\n"s), -1);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSearch, NextEOLSize_LooksAtThePositionAndStaysThere) {
+    File& file = reading("ab\r\ncd", File::TEXT_UTF8);
+    file.seek(2, File::FROM_START);
+    EXPECT_EQ(file.nextEOLSize(), 2);
+    EXPECT_EQ(file.position(), 2);
+    file.seek(6, File::FROM_START);
+    EXPECT_EQ(file.nextEOLSize(), 0);
+    EXPECT_EQ(file.position(), 6);
+}
+
+TEST_F(FileSearch, NextEOLSize_OfAClosedFile_IsZeroWithoutALine) {
+    EXPECT_EQ(File("text", File::TEXT_UTF8).nextEOLSize(), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileSearch, NextEOLSize_WithoutAPosition_IsZeroAndSaysSo) {
+    File& file = reading("\n", File::TEXT_UTF8);
+    HookScope const hookScope;
+    hooks::lseek.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(file.nextEOLSize(), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("lseek64 Failed. errno[5]")}));
+}
+
+TEST_F(FileSearch, NextEOLSize_ThatTheSystemRefusesToRead_IsMinusOneAndSaysSo) {
+    File& file = reading("\n", File::TEXT_UTF8);
+    HookScope const hookScope;
+    hooks::read.failFrom(1, 1, -1, EIO);
+    EXPECT_EQ(file.nextEOLSize(), -1);
+    EXPECT_EQ(mLog.lines(),
+              (Lines{error("ReadFile Failed. errno[5]"), error("in read func readFile Failed. Path:text")}));
+    EXPECT_EQ(file.position(), 0);
 }
 
 }  // namespace

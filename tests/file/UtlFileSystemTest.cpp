@@ -8,12 +8,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "TestAllocations.h"
 #include "TestFileCalls.h"
+#include "TestFiles.h"
 #include "TestFolder.h"
 #include "TestHooks.h"
 #include "UtlAttribConvert.h"
@@ -21,61 +21,13 @@
 
 namespace {
 
-using utl::BasicString;
+using namespace utltest;
 using utl::File;
-using utltest::contentOf;
-using utltest::FileCalls;
 using HookScope = utltest::OwnHookScope;
-using utltest::openDescriptors;
-using utltest::permissions;
-using utltest::putFile;
 namespace hooks = utltest::hooks;
 using Lines = std::vector<std::string>;
-using Names = std::set<std::string>;
-using Paths = utl::Array<BasicString<char>, BasicString<char> const&>;
-
-class FileSystem : public utltest::InLoggedFolder {
-  protected:
-    /// What `children` puts into an array that grows, with the result -1 as one text.
-    static Names children(char const* path, int kind = File::CHILD_FILES_AND_FOLDERS,
-                          char const* extension = nullptr) {
-        Paths paths(0, 1);
-        int const count = File::children(path, &paths, kind, extension, 0);
-        EXPECT_EQ(count == -1 ? 0U : static_cast<unsigned int>(count), paths.size());
-        return count == -1 ? Names{"-1"} : namesIn(paths);
-    }
-
-    static Names namesIn(Paths const& paths) {
-        Names names;
-        for (unsigned int i = 0; i < paths.size(); ++i) {
-            EXPECT_TRUE(names.insert(paths.getAt(i)->buffer()).second);
-        }
-        return names;
-    }
-
-    /// A folder "tree" with files of 1, 20 and 300 bytes at three depths, and an empty folder.
-    static void putTree() {
-        putFolder("tree/inner/deep");
-        putFolder("tree/inner");
-        putFolder("tree");
-        putFolder("tree/empty");
-        putFile("tree/a", "1");
-        putFile("tree/inner/b", std::string(20, '2'));
-        putFile("tree/inner/deep/c", std::string(300, '3'));
-    }
-
-    /// A path of exactly `length` bytes to `name`, with "./" in front as often as needed.
-    static std::string pathOfLength(unsigned int length, std::string const& name) {
-        std::string path = (length - name.size()) % 2 == 0 ? "" : "d/../";
-        if (!path.empty()) {
-            putFolder("d");
-        }
-        while (path.size() + name.size() < length) {
-            path += "./";
-        }
-        return path + name;
-    }
-};
+using Names = utltest::NamesFound;
+using Paths = utltest::PathsFound;
 
 // One operation on one path, and what it gives.
 struct OnePathCase {
@@ -363,21 +315,6 @@ TEST_F(FileSystem, MakeDirectories_DirectlyInTheRoot_SyncsTheRoot) {
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "makeDirectories: open / RDONLY+DIRECTORY"), 2);
 }
 
-TEST_F(FileSystem, MakeDirectories_WhoseParentCannotBeSynced_MakesTheFolderAndKeepsErrno) {
-    static int sErrno;
-    sErrno = 0;
-    HookScope const scope;
-    hooks::chmod.watch([](char const*, mode_t) { errno = ENOTTY; });
-    hooks::open.failFrom(1, 0, -1, EMFILE);
-    hooks::stat.watch(
-        [](char const*, struct stat*) { sErrno = hooks::open.calls() == 1 && sErrno == 0 ? errno : sErrno; });
-    EXPECT_EQ(File::makeDirectories("there/a"), 1);
-    EXPECT_EQ(hooks::open.calls(), 2U);
-    EXPECT_EQ(sErrno, ENOTTY);
-    EXPECT_EQ(permissions("there/a"), 0777);
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
 // The machine's own root is in the way of an absolute path: nothing is really changed here.
 TEST_F(FileSystem, MakeDirectories_OfAnAbsolutePath_BeginsWithTheRoot) {
     FileCalls calls;
@@ -441,31 +378,6 @@ TEST_F(FileSystem, MakeDirectories_ThroughAFile_IsFalseWithoutALine) {
     EXPECT_EQ(File::makeDirectories("a/file/b"), 0);
     EXPECT_EQ(mLog.lines(), Lines());
     EXPECT_EQ(permissions("a"), 0777);
-}
-
-TEST_F(FileSystem, MakeDirectories_ThatTheSystemRefuses_SaysWhichFolderAndPutsItsParentBack) {
-    putFolder("a", 0755);
-    for (int const reason : {EROFS, ENOSPC, EACCES}) {
-        mLog.clear();
-        FileCalls calls;
-        hooks::mkdir.failFrom(2, 1, -1, reason);
-        hooks::chmod.replace([](char const* path, mode_t mode) {
-            return path == std::string("a/") ? 0 : hooks::chmod.real(path, mode);
-        });
-        EXPECT_EQ(File::makeDirectories("a/b/c"), 0);
-        EXPECT_EQ(mLog.lines(), (Lines{error("CreateDirectory Failed. errno[" + std::to_string(reason) +
-                                             "] Path:a/b/c/(a/b/)")}));
-        EXPECT_EQ(calls.take().back(), "changeParentAccessMode: chmod a 755");
-        EXPECT_EQ(permissions("a"), 0755);
-        EXPECT_EQ(permissions("a/b"), -1);
-    }
-}
-
-TEST_F(FileSystem, MakeDirectories_IgnoresAModeThatCannotBeSet) {
-    HookScope const scope;
-    hooks::chmod.failFrom(1, 0, -1, EPERM);
-    EXPECT_EQ(File::makeDirectories("a/b"), 1);
-    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileSystem, Children_ListsWithoutDotNamesWhatTheKindAsksFor) {
@@ -736,77 +648,6 @@ TEST_F(FileSystem, Children_ListsTwentyThousandEntries) {
     EXPECT_EQ(names.count("dir/19998.txt"), 1U);
 }
 
-TEST_F(FileSystem, Children_OfAFolderThatCannotBeOpened_IsMinusOneWithoutALine) {
-    putFolder("dir");
-    for (int const reason : {EMFILE, EACCES}) {
-        HookScope const scope;
-        hooks::opendir.failFrom(1, 1, nullptr, reason);
-        EXPECT_EQ(children("dir"), (Names{"-1"}));
-    }
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Children_ThatCannotBeReadOn_IsMinusOneWithALineAndKeepsWhatCame) {
-    putFolder("dir");
-    for (int i = 0; i < 10; ++i) {
-        putFile("dir/" + std::to_string(i), "");
-    }
-    for (unsigned int const capacity : {0U, 2U, 20U}) {
-        mLog.clear();
-        FileCalls calls;
-        hooks::readdir.failFrom(7, 0, nullptr, EIO);
-        Paths paths(capacity, 1);
-        EXPECT_EQ(File::children("dir", &paths, File::CHILD_FILES_AND_FOLDERS, nullptr, 0), -1);
-        unsigned int const count = static_cast<unsigned int>(namesIn(paths).size());
-        EXPECT_GE(count, 4U);
-        EXPECT_LE(count, 6U);
-        EXPECT_EQ(calls.take().back(), "children: closedir");
-        EXPECT_EQ(mLog.lines(), (Lines{error("readdir Failed. errno[5] Path:dir")}));
-    }
-}
-
-TEST_F(FileSystem, Children_AtTheMaximum_DoNotSeeAFailureBehindIt) {
-    putFolder("dir");
-    putFile("dir/file", "");
-    HookScope const scope;
-    hooks::readdir.failFrom(4, 0, nullptr, EIO);
-    Paths paths(0, 1);
-    EXPECT_EQ(File::children("dir", &paths, File::CHILD_FILES, nullptr, 1), 1);
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Children_GoOnAfterASignal) {
-    putFolder("dir");
-    putFile("dir/file", "");
-    for (unsigned int nth = 1; nth <= 4; ++nth) {  // the last of them is the end
-        HookScope const scope;
-        hooks::readdir.failFrom(nth, 2, nullptr, EINTR);
-        EXPECT_EQ(children("dir"), (Names{"dir/file"})) << nth;
-        EXPECT_EQ(hooks::readdir.calls(), 6U);
-    }
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Walks_OfAFolderThatCannotBeReadOn_EndBeforeTheirFirstStep) {
-    putTree();
-    for (auto const call :
-         {+[](char const* path) { return File::size(path) + 1; },
-          +[](char const* path) -> long long { return File::copy(path, "copied", File::OVERWRITE_EXISTING); },
-          +[](char const* path) -> long long { return File::applyReadOnly(path, File::RECURSIVE); },
-          +[](char const* path) -> long long { return File::liftReadOnly(path, File::RECURSIVE); },
-          +[](char const* path) -> long long { return File::erase(path, File::ERASE_READ_ONLY); }}) {
-        mLog.clear();
-        HookScope const scope;
-        hooks::readdir.failFrom(5, 0, nullptr, EIO);
-        EXPECT_EQ(call("tree"), 0);
-        EXPECT_EQ(mLog.lines(), (Lines{error("readdir Failed. errno[5] Path:tree")}));
-    }
-    EXPECT_EQ(children("copied"), Names());
-    EXPECT_EQ(contentOf("tree/a"), "1");
-    EXPECT_EQ(permissions("tree/a"), 0644);
-    EXPECT_EQ(File::size("tree"), 321);
-}
-
 TEST_F(FileSystem, ApplyReadOnly_GivesTheMode0555) {
     putFile("file", "");
     putFolder("dir/sub");
@@ -866,18 +707,6 @@ TEST_F(FileSystem, ReadOnly_OfWhatIsNotThereOrFailsTheCheck_IsFalseWithoutALine)
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
-TEST_F(FileSystem, ReadOnly_ThatTheSystemRefuses_IsFalseWithoutALine) {
-    putFile("free", "");
-    putFile("locked", "");
-    chmod("locked", 0444);
-    HookScope const scope;
-    hooks::chmod.failFrom(1, 0, -1, EROFS);
-    EXPECT_EQ(File::applyReadOnly("free", File::PATH_ONLY), 0);
-    EXPECT_EQ(File::liftReadOnly("locked", File::PATH_ONLY), 0);
-    EXPECT_EQ(hooks::chmod.calls(), 2U);
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
 TEST_F(FileSystem, ReadOnly_ThatHasNoEffect_SaysSo) {
     putFile("free", "");
     putFile("locked", "");
@@ -888,34 +717,6 @@ TEST_F(FileSystem, ReadOnly_ThatHasNoEffect_SaysSo) {
     EXPECT_EQ(File::liftReadOnly("locked", File::PATH_ONLY), 0);
     EXPECT_EQ(mLog.lines(),
               (Lines{error("applyReadOnly can't change free"), error("liftReadOnly can't change locked")}));
-}
-
-TEST_F(FileSystem, ReadOnly_Recursive_StopsAtTheFirstFailure) {
-    putTree();
-    HookScope const scope;
-    hooks::chmod.failFrom(3, 1, -1, EIO);
-    EXPECT_EQ(File::applyReadOnly("tree", File::RECURSIVE), 0);
-    EXPECT_EQ(hooks::chmod.calls(), 3U);
-    EXPECT_EQ(permissions("tree"), 0555);
-}
-
-TEST_F(FileSystem, LiftReadOnly_Recursive_StopsAtTheFirstFailure) {
-    putTree();
-    ASSERT_EQ(File::applyReadOnly("tree", File::RECURSIVE), 1);
-    HookScope const scope;
-    hooks::chmod.failFrom(3, 1, -1, EIO);
-    EXPECT_EQ(File::liftReadOnly("tree", File::RECURSIVE), 0);
-    EXPECT_EQ(hooks::chmod.calls(), 3U);
-    EXPECT_EQ(permissions("tree"), 0777);
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, ReadOnly_Recursive_OfAFolderThatCannotBeListed_IsFalse) {
-    putTree();
-    HookScope const scope;
-    hooks::opendir.failFrom(1, 1, nullptr, EMFILE);
-    EXPECT_EQ(File::applyReadOnly("tree", File::RECURSIVE), 0);
-    EXPECT_EQ(permissions("tree"), 0555);
 }
 
 TEST_F(FileSystem, IsOpened_TellsReadersWritersAndNobodyApart) {
@@ -989,21 +790,6 @@ TEST_F(FileSystem, IsOpened_TakesAFileForHeldOnlyWhereALockWouldBlock) {
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
-TEST_F(FileSystem, IsOpened_AsksAgainAfterASignal) {
-    putFile("file", "x");
-    File file("file", File::TEXT_UTF8);
-    HookScope const scope;
-    hooks::flock.failFrom(1, 2, -1, EINTR);
-    EXPECT_EQ(File::isOpened("file", nullptr), 0);
-    EXPECT_EQ(hooks::flock.calls(), 3U);
-    ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
-    hooks::flock.failFrom(2, 1, -1, EINTR);  // between the two locks
-    bool sharedOnly = false;
-    EXPECT_EQ(File::isOpened("file", &sharedOnly), 1);
-    EXPECT_TRUE(sharedOnly);
-    EXPECT_EQ(hooks::flock.calls(), 3U);
-}
-
 TEST_F(FileSystem, IsOpened_OfWhatCannotBeHeld_IsFalse) {
     putFolder("folder");
     for (char const* const path : {"folder", "none", "", "folder//x"}) {
@@ -1017,21 +803,6 @@ TEST_F(FileSystem, IsOpened_OfNull_IsFalseAndLeavesTheOutputAlone) {
     bool sharedOnly = true;
     EXPECT_EQ(File::isOpened(nullptr, &sharedOnly), 0);
     EXPECT_TRUE(sharedOnly);
-}
-
-TEST_F(FileSystem, IsOpened_OfAFileThatCannotBeOpened_IsFalseUnlessMeansAreWanting) {
-    putFile("file", "x");
-    std::pair<int, int> const cases[] = {{EACCES, 0}, {EPERM, 0},  {ENOENT, 0}, {EIO, 0},
-                                         {EMFILE, 1}, {ENFILE, 1}, {ENOMEM, 1}, {EWOULDBLOCK, 1}};
-    for (auto const& [reason, expected] : cases) {
-        HookScope const scope;
-        hooks::open.failFrom(1, 1, -1, reason);
-        bool sharedOnly = true;
-        EXPECT_EQ(File::isOpened("file", &sharedOnly), expected) << reason;
-        EXPECT_FALSE(sharedOnly);
-        hooks::open.failFrom(1, 1, 0, reason);  // descriptor 0 counts as none
-        EXPECT_EQ(File::isOpened("file", nullptr), 0) << reason;
-    }
 }
 
 /// Leaves the process no descriptor to open anything more, until the end of the scope.
@@ -1235,418 +1006,11 @@ TEST_F(FileSystem, MoveAndCopy_WithPathsThatDoNotDo_AreFalseWithoutALine) {
     EXPECT_EQ(File::move(longest.c_str(), "c"), 1);
 }
 
-TEST_F(FileSystem, Move_ThatTheSystemRefuses_SaysSo) {
-    putFile("file", "x");
-    HookScope const scope;
-    hooks::rename.failFrom(1, 1, -1, EXDEV);
-    EXPECT_EQ(File::move("file", "moved"), 0);
-    EXPECT_EQ(mLog.lines(), (Lines{error("rename Failed. errno[18] Source:file  Dest:moved")}));
-    EXPECT_EQ(contentOf("file"), "x");
-}
-
 TEST_F(FileSystem, MoveAndCopy_IntoAFolderThatCannotBeMade_AreFalse) {
     putFile("file", "x");
     EXPECT_EQ(File::move("file", "file/x/y"), 0);
     EXPECT_EQ(File::copy("file", "file/x/y", File::OVERWRITE_EXISTING), 0);
     EXPECT_EQ(contentOf("file"), "x");
-}
-
-TEST_F(FileSystem, Copy_CopiesContentAndMode) {
-    mode_t const old = umask(0077);
-    for (unsigned int const size : {0U, 1U, 1023U, 1024U, 1025U, 100000U}) {
-        std::string content(size, 'x');
-        content.append(size % 7, '\0');
-        putFile("file", content);
-        chmod("file", 0746);
-        EXPECT_EQ(File("file", File::TEXT_UTF8).copy("a\\b\\copied", File::OVERWRITE_EXISTING), 1);
-        EXPECT_EQ(contentOf("a/b/copied"), content);
-        EXPECT_EQ(permissions("a/b/copied"), 0746);
-        EXPECT_EQ(permissions("file"), 0746);
-        std::filesystem::remove_all("a");
-    }
-    umask(old);
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Copy_MakesTheseCallsInThisOrder) {
-    putFolder("a", 0711);
-    putFolder("b", 0722);
-    putFile("a/file", std::string(1025, 'x'));
-    chmod("a/file", 0640);
-    FileCalls calls;
-    EXPECT_EQ(File::copy("a/file", "b/copied", File::KEEP_EXISTING), 1);
-    EXPECT_EQ(calls.take(), (Lines{"exists: stat a/file",
-                                   "isDirectory: stat a/file",
-                                   "exists: stat b",
-                                   "isDirectory: stat b",
-                                   "isDirectory: stat a/file",
-                                   "exists: stat a/file",
-                                   "isOpened: open a/file RDONLY+NONBLOCK 777",
-                                   "isOpened: flock 6",
-                                   "-: fsync",
-                                   "-: close",
-                                   "changeParentAccessMode: stat a",
-                                   "changeParentAccessMode: chmod a 777",
-                                   "copy: open a/file RDONLY+NONBLOCK",
-                                   "copy: stat a/file",
-                                   "changeParentAccessMode: stat b",
-                                   "changeParentAccessMode: chmod b 777",
-                                   "copy: open b/copied WRONLY+CREAT+EXCL 100640",
-                                   "copy: read",
-                                   "copy: write",
-                                   "copy: read",
-                                   "copy: write",
-                                   "copy: read",
-                                   "copy: lseek 0 1",
-                                   "copy: ftruncate 1025",
-                                   "copy: fchmod 640",
-                                   "copy: close",
-                                   "copy: close",
-                                   "changeParentAccessMode: stat b",
-                                   "changeParentAccessMode: chmod b 722",
-                                   "changeParentAccessMode: stat a",
-                                   "changeParentAccessMode: chmod a 711"}));
-    EXPECT_EQ(permissions("a"), 0711);
-    EXPECT_EQ(permissions("b"), 0722);
-}
-
-TEST_F(FileSystem, Copy_InsideOneFolder_LeavesItsModeAsItWas) {
-    putFolder("a", 0711);
-    putFile("a/file", "x");
-    EXPECT_EQ(File::copy("a/file", "a/copied", File::KEEP_EXISTING), 1);
-    EXPECT_EQ(permissions("a"), 0711);
-}
-
-TEST_F(FileSystem, Copy_InsideOneFolderThatFails_LeavesItsModeAsItWas) {
-    putFolder("a", 0711);
-    putFile("a/file", "x");
-    auto const copyFails = [](char const* step, auto const& fail) {
-        HookScope const scope;
-        fail();
-        EXPECT_EQ(File::copy("a/file", "a/copied", File::OVERWRITE_EXISTING), 0) << step;
-        EXPECT_EQ(permissions("a"), 0711) << step;
-    };
-    copyFails("open the source", [] { hooks::open.failFrom(2, 1, -1, EMFILE); });
-    copyFails("find its mode", [] { hooks::stat.failFrom(8, 1, -1, EIO); });
-    copyFails("open the destination", [] { hooks::open.failFrom(3, 1, -1, EROFS); });
-    copyFails("write", [] { hooks::write.failFrom(1, 1, -1, ENOSPC); });
-    EXPECT_EQ(mLog.lines(), (Lines{error("in copy func stat Failed. errno[5] Path:a/file")}));
-}
-
-// Keeps the descriptor of the standard input for the end of the scope.
-class StandardInputKeeper {
-  public:
-    StandardInputKeeper() = default;
-    ~StandardInputKeeper() {
-        dup2(mKept, STDIN_FILENO);
-        close(mKept);
-    }
-    StandardInputKeeper(StandardInputKeeper const&) = delete;
-    StandardInputKeeper& operator=(StandardInputKeeper const&) = delete;
-
-  private:
-    int const mKept = dup(STDIN_FILENO);
-};
-
-TEST_F(FileSystem, Copy_ThatGetsDescriptor0ForEitherFile_UsesAndClosesIt) {
-    putFile("file", std::string(3000, 'x'));
-    static unsigned int sGetsZero;
-    for (unsigned int const end : {2U, 3U}) {  // the first opening asks for the lock
-        std::string const copied = "copied" + std::to_string(end);
-        StandardInputKeeper const keeper;
-        HookScope const scope;
-        sGetsZero = end;
-        hooks::open.replace([](char const* path, int flags, mode_t mode) {
-            if (hooks::open.calls() == sGetsZero) {
-                close(STDIN_FILENO);
-            }
-            return hooks::open.real(path, flags, mode);
-        });
-        EXPECT_EQ(File::copy("file", copied.c_str(), File::KEEP_EXISTING), 1);
-        EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
-        EXPECT_EQ(contentOf(copied), contentOf("file"));
-    }
-}
-
-TEST_F(FileSystem, Copy_ReplacesAFileWithTheFlag1Alone) {
-    putFile("new", "new");
-    for (int const flag : {0, 2, -1}) {
-        putFile("old", "old and longer");
-        EXPECT_EQ(File::copy("new", "old", flag), 0);
-        EXPECT_EQ(contentOf("old"), "old and longer");
-    }
-    EXPECT_EQ(File::copy("new", "old", File::OVERWRITE_EXISTING), 1);
-    EXPECT_EQ(contentOf("old"), "new");
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Copy_OntoItself_IsTrueAndLeavesTheFileAlone) {
-    putFolder("a");
-    putFile("a/file", "x");
-    FileCalls calls;
-    EXPECT_EQ(File::copy("a/file", "a\\file", File::OVERWRITE_EXISTING), 1);
-    EXPECT_EQ(calls.take(), (Lines{"exists: stat a/file"}));
-    EXPECT_EQ(contentOf("a/file"), "x");
-}
-
-// Somebody puts a link to "secret" in place of "copied" as soon as that is opened for the first time.
-void snatchCopy() {
-    hooks::open.replace([](char const* path, int flags, mode_t mode) {
-        if (path == std::string("copied") && !std::filesystem::is_symlink("copied")) {
-            EXPECT_EQ(symlink("secret", path), 0);
-        }
-        return hooks::open.real(path, flags, mode);
-    });
-}
-
-TEST_F(FileSystem, Copy_IntoWhatSomebodyElsePutThereMeanwhile_KeepsItsModeOrFails) {
-    putFile("file", "new");
-    chmod("file", 0777);
-    for (int const flag : {0, 1}) {
-        putFile("secret", "old and longer");
-        chmod("secret", 0600);
-        HookScope const scope;
-        snatchCopy();
-        EXPECT_EQ(File::copy("file", "copied", flag), flag);
-        EXPECT_EQ(permissions("secret"), 0600);
-        EXPECT_EQ(contentOf("secret"), flag == 1 ? "new" : "old and longer");
-        EXPECT_EQ(unlink("copied"), 0);
-    }
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Copy_ToALinkToNothing_CreatesNothing) {
-    putFile("file", "new");
-    ASSERT_EQ(symlink("secret", "copied"), 0);
-    EXPECT_EQ(File::copy("file", "copied", File::OVERWRITE_EXISTING), 0);
-    EXPECT_EQ(permissions("secret"), -1);
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Copy_WhoseTargetIsExchangedMeanwhile_SetsTheModeOfTheFileThatItWrote) {
-    putFile("file", "new");
-    chmod("file", 0777);
-    putFile("secret", "old");
-    chmod("secret", 0600);
-    HookScope const scope;
-    hooks::ftruncate.watch([](int, off_t) {
-        EXPECT_EQ(rename("copied", "gone"), 0);
-        EXPECT_EQ(symlink("secret", "copied"), 0);
-    });
-    EXPECT_EQ(File::copy("file", "copied", File::OVERWRITE_EXISTING), 1);
-    EXPECT_EQ(permissions("secret"), 0600);
-    EXPECT_EQ(permissions("gone"), 0777);
-}
-
-TEST_F(FileSystem, Copy_OfAFileThatReadersHold_Works) {
-    putFile("file", "x");
-    File file("file", File::TEXT_UTF8);
-    ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
-    EXPECT_EQ(file.copy("copied", File::KEEP_EXISTING), 1);
-    EXPECT_EQ(contentOf("copied"), "x");
-}
-
-TEST_F(FileSystem, Copy_OfAFileThatAWriterHolds_IsFalseWithoutALine) {
-    putFile("file", "x");
-    File file("file", File::TEXT_UTF8);
-    ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
-    EXPECT_EQ(file.copy("folder/copied", File::KEEP_EXISTING), 0);
-    EXPECT_EQ(permissions("folder"), 0777);
-    EXPECT_EQ(permissions("folder/copied"), -1);
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Copy_OntoAFileThatIsHeld_Works) {
-    putFile("file", "new");
-    putFile("held", "old");
-    File held("held", File::TEXT_UTF8);
-    ASSERT_EQ(held.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
-    EXPECT_EQ(File::copy("file", "held", File::OVERWRITE_EXISTING), 1);
-    EXPECT_EQ(contentOf("held"), "new");
-}
-
-TEST_F(FileSystem, Copy_OfAFolder_CopiesTheWholeTreeWithFoldersOfMode0777) {
-    putTree();
-    chmod("tree/inner/b", 0640);
-    EXPECT_EQ(File::copy("tree", "x/copied", File::KEEP_EXISTING), 1);
-    EXPECT_EQ(contentOf("x/copied/a"), "1");
-    EXPECT_EQ(contentOf("x/copied/inner/b"), std::string(20, '2'));
-    EXPECT_EQ(contentOf("x/copied/inner/deep/c"), std::string(300, '3'));
-    EXPECT_EQ(permissions("x/copied/empty"), 0777);
-    EXPECT_EQ(permissions("x/copied/inner"), 0777);
-    EXPECT_EQ(permissions("x/copied/inner/b"), 0640);
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Copy_OfAFolder_EndsWhereAPathOfTheCopyHas260Bytes) {
-    std::string const destination(200, 'd');
-    for (unsigned int const length : {258U, 259U, 260U, 261U}) {
-        std::string const name(length - destination.size() - 1, 'n');
-        std::filesystem::remove_all("from");
-        putFolder("from");
-        putFile("from/" + name, "x");
-        EXPECT_EQ(File::copy("from", destination.c_str(), File::OVERWRITE_EXISTING), length < 260 ? 1 : 0)
-            << length;
-        EXPECT_EQ(contentOf(destination + "/" + name), length < 260 ? "x" : "") << length;
-    }
-    std::string const longest = std::string(129, 'e') + "/" + std::string(129, 'e');
-    EXPECT_EQ(File::copy("from", longest.c_str(), File::OVERWRITE_EXISTING), 0);
-    EXPECT_EQ(children(longest.c_str()), Names());
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Copy_OfAFolder_EndsAtANameThatIsNotUtf8OrHoldsABackslash) {
-    for (char const* const name : {"\xFF", "a\\b"}) {
-        std::filesystem::remove_all("from");
-        putFolder("from");
-        putFile(std::string("from/") + name, "x");
-        EXPECT_EQ(File::copy("from", "copied", File::OVERWRITE_EXISTING), 0);
-        EXPECT_EQ(children("copied"), Names());
-    }
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Copy_OfAFolder_StopsAtTheFirstFailureAndLeavesWhatWasCopied) {
-    putTree();
-    HookScope const scope;
-    hooks::write.failFrom(2, 0, -1, ENOSPC);
-    EXPECT_EQ(File::copy("tree", "copied", File::KEEP_EXISTING), 0);
-    EXPECT_EQ(hooks::write.calls(), 2U);
-    EXPECT_EQ(permissions("copied"), 0777);
-}
-
-TEST_F(FileSystem, Copy_OfAFolderOntoAFileOrThatCannotBeListed_IsFalse) {
-    putTree();
-    putFile("file", "x");
-    EXPECT_EQ(File::copy("tree", "file", File::OVERWRITE_EXISTING), 0);
-    HookScope const scope;
-    hooks::opendir.failFrom(1, 1, nullptr, EMFILE);
-    EXPECT_EQ(File::copy("tree", "copied", File::OVERWRITE_EXISTING), 0);
-    EXPECT_EQ(permissions("copied"), 0777);
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Copy_OfAFolderIntoItself_EndsWhereThePathsBecomeTooLong) {
-    putFolder("a");
-    EXPECT_EQ(File::copy("a", "a/b", File::OVERWRITE_EXISTING), 0);
-    EXPECT_EQ(permissions("a/b/b"), 0777);
-}
-
-class CopyThatFails : public FileSystem {
-  protected:
-    CopyThatFails() {
-        putFolder("a", 0711);
-        putFolder("b", 0722);
-        putFile("a/file", "0123456789");
-    }
-
-    /// The calls of a copy that fails, from the opening of the source on.
-    Lines callsOfCopy(int overwrite = 1) {
-        mCalls.take();
-        EXPECT_EQ(File::copy("a/file", "b/copied", overwrite), 0);
-        EXPECT_EQ(permissions("a"), 0711);
-        EXPECT_EQ(permissions("b"), 0722);
-        EXPECT_EQ(contentOf("a/file"), "0123456789");
-        Lines const all = mCalls.takeCalls();
-        auto const isOpening = [](std::string const& call) { return call == "open a/file RDONLY+NONBLOCK"; };
-        return {std::find_if(all.rbegin(), all.rend(), isOpening).base(), all.end()};
-    }
-
-    FileCalls mCalls;
-};
-
-TEST_F(CopyThatFails, ToOpenTheSource_PutsItsFolderBackWithoutALine) {
-    hooks::open.failFrom(2, 1, -1, EMFILE);
-    EXPECT_EQ(callsOfCopy(), (Lines{"stat a", "chmod a 711"}));
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(CopyThatFails, ToFindTheModeOfTheSource_SaysSoAfterPuttingTheFolderBack) {
-    hooks::stat.failFrom(8, 1, -1, EIO);
-    EXPECT_EQ(callsOfCopy(), (Lines{"stat a/file", "stat a", "chmod a 711", "close"}));
-    EXPECT_EQ(mLog.lines(), (Lines{error("in copy func stat Failed. errno[5] Path:a/file")}));
-    EXPECT_EQ(permissions("b/copied"), -1);
-}
-
-TEST_F(CopyThatFails, ToOpenTheDestination_PutsBothFoldersBackAndThenClosesTheSource) {
-    hooks::open.failFrom(3, 1, -1, EROFS);
-    EXPECT_EQ(callsOfCopy(), (Lines{"stat a/file", "stat b", "chmod b 777", "stat b/copied",
-                                    "open b/copied WRONLY+CREAT+EXCL 100644", "stat b", "chmod b 722",
-                                    "stat a", "chmod a 711", "close"}));
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(CopyThatFails, ToWrite_ClosesBothAndPutsTheFoldersBackAndLeavesWhatWasWritten) {
-    hooks::write.replace([](int descriptor, void const* data, size_t) -> ssize_t {
-        return hooks::write.real(descriptor, data, 4);
-    });
-    EXPECT_EQ(callsOfCopy(), (Lines{"stat a/file", "stat b", "chmod b 777", "stat b/copied",
-                                    "open b/copied WRONLY+CREAT+EXCL 100644", "read", "write", "close",
-                                    "close", "stat b", "chmod b 722", "stat a", "chmod a 711"}));
-    EXPECT_EQ(contentOf("b/copied"), "0123");
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Copy_OverAFileThatFailsToWrite_LeavesWhatItDidNotReach) {
-    putFile("file", std::string(1500, 'n'));
-    putFile("old", std::string(3000, 'o'));
-    HookScope const scope;
-    hooks::write.failFrom(2, 1, -1, EIO);
-    EXPECT_EQ(File::copy("file", "old", File::OVERWRITE_EXISTING), 0);
-    EXPECT_EQ(contentOf("old"), std::string(1024, 'n') + std::string(1976, 'o'));
-}
-
-TEST_F(CopyThatFails, ToRead_SaysSoAndClosesBothAndLeavesTheModeAndTheLengthOfTheTarget) {
-    putFile("b/copied", std::string(20, 'o'));
-    chmod("b/copied", 0600);
-    hooks::read.replace([](int descriptor, void* out, size_t) -> ssize_t {
-        errno = EIO;
-        return lseek(descriptor, 0, SEEK_CUR) != 0 ? -1 : hooks::read.real(descriptor, out, 4);
-    });
-    EXPECT_EQ(callsOfCopy(), (Lines{"stat a/file", "stat b", "chmod b 777", "stat b/copied",
-                                    "open b/copied WRONLY+CREAT 100644", "read", "write", "read", "close",
-                                    "close", "stat b", "chmod b 722", "stat a", "chmod a 711"}));
-    EXPECT_EQ(contentOf("b/copied"), "0123" + std::string(16, 'o'));
-    EXPECT_EQ(permissions("b/copied"), 0600);
-    EXPECT_EQ(mLog.lines(), (Lines{error("ReadFile Failed. errno[5]"),
-                                   error("in read func readFile Failed. Path:a/file")}));
-}
-
-TEST_F(CopyThatFails, ToCutTheTarget_LeavesItsMode) {
-    putFile("b/copied", std::string(20, 'o'));
-    chmod("b/copied", 0600);
-    hooks::lseek.failFrom(1, 1, -1, EIO);
-    callsOfCopy();
-    hooks::lseek.reset();
-    hooks::ftruncate.failFrom(1, 1, -1, EIO);
-    callsOfCopy();
-    EXPECT_EQ(hooks::ftruncate.calls(), 1U);
-    EXPECT_EQ(permissions("b/copied"), 0600);
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(CopyThatFails, ToCloseTheTarget_IsFalse) {
-    hooks::close.replace([](int descriptor) {
-        int const result = hooks::close.real(descriptor);
-        errno = EDQUOT;
-        return hooks::close.calls() == 3 ? -1 : result;  // behind that of the probe and of the source
-    });
-    callsOfCopy();
-    EXPECT_EQ(contentOf("b/copied"), "0123456789");
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Copy_ReadsAgainAfterASignal) {
-    std::string const content(3000, 'x');
-    putFile("file", content);
-    for (unsigned int nth = 1; nth <= 4; ++nth) {
-        HookScope const scope;
-        hooks::read.failFrom(nth, 2, -1, EINTR);
-        EXPECT_EQ(File::copy("file", "copied", File::OVERWRITE_EXISTING), 1);
-        EXPECT_EQ(contentOf("copied"), content);
-        EXPECT_EQ(hooks::read.calls(), 6U);
-    }
-    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileSystem, Erase_RemovesAFileAndPutsTheFolderBack) {
@@ -1805,25 +1169,6 @@ TEST_F(FileSystem, Recursion_EndsAtAPathOf260Bytes) {
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
-TEST_F(FileSystem, Lines_NamePathsWithPercentSignsToTheLetter) {
-    putFile("%s%n", "x");
-    putFile("%d", "x");
-    putFolder("%d.empty");
-    HookScope const scope;
-    hooks::rename.failFrom(1, 0, -1, EXDEV);
-    hooks::mkdir.failFrom(1, 0, -1, EROFS);
-    hooks::unlink.failFrom(1, 0, -1, EBUSY);
-    hooks::rmdir.failFrom(1, 0, -1, EBUSY);
-    EXPECT_EQ(File::move("%s%n", "%x"), 0);
-    EXPECT_EQ(File::makeDirectories("%x/%d"), 0);
-    EXPECT_EQ(File::erase("%d", File::KEEP_READ_ONLY), 0);
-    EXPECT_EQ(File::erase("%d.empty", File::KEEP_READ_ONLY), 0);
-    EXPECT_EQ(mLog.lines(), (Lines{error("rename Failed. errno[18] Source:%s%n  Dest:%x"),
-                                   error("CreateDirectory Failed. errno[30] Path:%x/%d/(%x/)"),
-                                   error("remove failed. errno[16] Path:%d"),
-                                   error("rmdir Failed.Path:%d.empty errno[16]")}));
-}
-
 TEST_F(FileSystem, Erase_WithAPathThatDoesNotDo_IsFalseWithoutALine) {
     putFolder("a/b");
     for (char const* const path : {static_cast<char const*>(nullptr), "", "none", "a//b"}) {
@@ -1831,45 +1176,6 @@ TEST_F(FileSystem, Erase_WithAPathThatDoesNotDo_IsFalseWithoutALine) {
     }
     EXPECT_EQ(permissions("a/b"), 0755);
     EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileSystem, Erase_ByForceOfWhatStaysReadOnly_SaysSo) {
-    putFolder("a");
-    putFile("a/file", "x");
-    chmod("a/file", 0444);
-    HookScope const scope;
-    hooks::chmod.failFrom(1, 1, -1, EPERM);
-    EXPECT_EQ(File::erase("a/file", File::ERASE_READ_ONLY), 0);
-    EXPECT_EQ(mLog.lines(), (Lines{error("Can't erase force because Not Permited:a/file")}));
-    EXPECT_EQ(contentOf("a/file"), "x");
-}
-
-TEST_F(FileSystem, Erase_ThatTheSystemRefuses_SaysSoAndPutsTheFolderBack) {
-    putFolder("a/empty");
-    putFile("a/file", "x");
-    for (int const reason : {EROFS, EBUSY, EIO}) {
-        mLog.clear();
-        FileCalls calls;
-        hooks::unlink.failFrom(1, 1, -1, reason);
-        hooks::rmdir.failFrom(1, 1, -1, reason);
-        EXPECT_EQ(File::erase("a/file", File::KEEP_READ_ONLY), 0);
-        EXPECT_EQ(File::erase("a/empty", File::KEEP_READ_ONLY), 0);
-        std::string const number = std::to_string(reason);
-        EXPECT_EQ(mLog.lines(), (Lines{error("remove failed. errno[" + number + "] Path:a/file"),
-                                       error("rmdir Failed.Path:a/empty errno[" + number + "]")}));
-        EXPECT_EQ(calls.take().back(), "changeParentAccessMode: chmod a 755");
-        EXPECT_EQ(permissions("a"), 0755);
-    }
-}
-
-TEST_F(FileSystem, Erase_WhoseFolderIsNotFound_SaysSoAtTheLowestLevelAndGoesOn) {
-    putFolder("a");
-    putFile("a/file", "x");
-    HookScope const scope;
-    hooks::stat.failFrom(6, 1, -1, ENOENT);
-    EXPECT_EQ(File::erase("a/file", File::KEEP_READ_ONLY), 1);
-    EXPECT_EQ(permissions("a/file"), -1);
-    EXPECT_EQ(mLog.lines(), (Lines{debug("is changeParentAccessMode func stat Failed. errno[2] Path:a")}));
 }
 
 TEST_F(FileSystem, Erase_WhoseFolderVanishesBehindTheLock_SaysSoAtEachStep) {
@@ -1882,25 +1188,6 @@ TEST_F(FileSystem, Erase_WhoseFolderVanishesBehindTheLock_SaysSoAtEachStep) {
                                    debug("is changeParentAccessMode func stat Failed. errno[2] Path:a"),
                                    error("remove failed. errno[2] Path:a/file")}));
     EXPECT_EQ(contentOf("gone/file"), "x");
-}
-
-TEST_F(FileSystem, Erase_WhoseLookForReadOnlyFails_SaysSoAndGoesOn) {
-    for (int const force : {0, 1}) {
-        mLog.clear();
-        putFile("file", "x");
-        HookScope const scope;
-        hooks::stat.failFrom(force == 0 ? 5 : 6, 1, -1, EACCES);
-        EXPECT_EQ(File::erase("file", force), 1);
-        EXPECT_EQ(mLog.lines(), (Lines{error("is isReadOnly func stat Failed. errno[13] Path:file")}));
-    }
-}
-
-TEST_F(FileSystem, Erase_OfAFolderThatCannotBeListed_IsFalse) {
-    putTree();
-    HookScope const scope;
-    hooks::opendir.failFrom(1, 1, nullptr, EMFILE);
-    EXPECT_EQ(File::erase("tree", File::ERASE_READ_ONLY), 0);
-    EXPECT_EQ(contentOf("tree/a"), "1");
 }
 
 TEST_F(FileSystem, Size_OfAFileIsItsOwnAndOfAFolderTheSumOfItsFiles) {
@@ -1938,95 +1225,118 @@ TEST_F(FileSystem, Size_TakesNoLock) {
     EXPECT_EQ(File::size("file"), 5);
 }
 
-TEST_F(FileSystem, Size_OfAFileThatCannotBeOpened_SaysSo) {
-    putFile("file", "12345");
-    for (int const result : {-1, 0}) {
-        mLog.clear();
-        HookScope const scope;
-        hooks::open.failFrom(1, 1, result, EACCES);
-        EXPECT_EQ(File::size("file"), -1);
-        EXPECT_EQ(mLog.lines(), (Lines{error("in size func open Failed. Path:file errno[13]")}));
+/// The names that a listing gives, sorted; the result alone if it is negative.
+struct Listing {
+    char const* path;
+    int kind;
+    char const* extension;
+    int result;
+    Lines names;
+};
+
+TEST_F(FileAtItsLimits, AFolderWithAnEntryWhosePathIsTooLong_IsListedAndFailsInAllThatGoesIntoIt) {
+    std::string const folder(10, 'd');
+    for (std::size_t const size : {248U, 249U}) {
+        int const good = size == 248 ? 1 : 0;
+        std::string const path = folder + "/" + std::string(size, 'e');
+        putFolder(folder);
+        putFile(path, "text");
+        Paths names(0, 1);
+        EXPECT_EQ(utl::File::children(folder.c_str(), &names, utl::File::CHILD_FILES_AND_FOLDERS, nullptr, 0),
+                  1);
+        EXPECT_EQ(*names.getAt(0), path.c_str());
+        EXPECT_EQ(utl::File::size(folder.c_str()), good == 1 ? 4 : -1);
+        EXPECT_EQ(utl::File::copy(folder.c_str(), "copy", utl::File::KEEP_EXISTING), good);
+        EXPECT_EQ(permissions("copy"), 0777);
+        EXPECT_EQ(utl::File::applyReadOnly(folder.c_str(), utl::File::RECURSIVE), good);
+        EXPECT_EQ(permissions(folder), 0555);
+        EXPECT_EQ(permissions(path), good == 1 ? 0555 : 0644);
+        EXPECT_EQ(utl::File::liftReadOnly(folder.c_str(), utl::File::RECURSIVE), good);
+        EXPECT_EQ(utl::File::erase(folder.c_str(), utl::File::ERASE_READ_ONLY), good);
+        EXPECT_EQ(permissions(folder), good == 1 ? -1 : 0777);
+        EXPECT_EQ(contentOf(path), good == 1 ? "" : "text");
+        EXPECT_EQ(utl::File::erase("copy", utl::File::KEEP_READ_ONLY), 1);
     }
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
-TEST_F(FileSystem, Size_OfAFolderWithOneSizeMissing_IsMinusOne) {
-    putTree();
-    for (unsigned int failing = 1; failing <= 3; ++failing) {
-        HookScope const scope;
-        hooks::open.failFrom(failing, 1, -1, EACCES);
-        EXPECT_EQ(File::size("tree"), -1);
-        EXPECT_EQ(hooks::open.calls(), failing);
+TEST_F(FileAtItsLimits, ANameThatIsNotUtf8_CanBeListedReadAndErasedButNotTakenApart) {
+    putFolder("m");
+    putFile("m/ok.txt", "12");
+    putFile("m/x\xFF.txt", "345");
+    Paths names(4, 0);
+    EXPECT_EQ(utl::File::children("m", &names, utl::File::CHILD_FILES, nullptr, 0), 2);
+    EXPECT_EQ(utl::File::children("m", &names, utl::File::CHILD_FILES, "TXT", 0), 1);
+    EXPECT_EQ(*names.getAt(0), "m/ok.txt");
+    EXPECT_EQ(utl::File::size("m"), 5);
+    {
+        utl::File file("m\\x\xFF.txt", utl::File::TEXT_UTF8);
+        EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 1);
+        EXPECT_EQ(file.close(), 1);
+        EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE), 0);
     }
+    EXPECT_EQ(utl::File::move("m/ok.txt", "m/\xE3\x81.txt"), 0);
+    EXPECT_EQ(utl::File::move("m/x\xFF.txt", "m/y.txt"), 1);
+    putFile("m/\x82", "");
+    EXPECT_EQ(utl::File::erase("m", utl::File::KEEP_READ_ONLY), 1);
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
-TEST_F(FileSystem, Size_WithoutAnAnswerFromTheDescriptor_SaysSo) {
-    putFile("file", "12345");
-    HookScope const scope;
-    hooks::fstat.failFrom(1, 1, -1, EIO);
-    EXPECT_EQ(File::size("file"), -1);
-    EXPECT_EQ(mLog.lines(), (Lines{error("fstat Failed. errno[5]"), error("fileSize Failed. Path:file")}));
+TEST_F(FileAtItsLimits, FoldersThatContainThemselves_EndAtTheLongestPathOrAtTheMostLinks) {
+    putFolder("d");
+    putFile("d/f", "text");
+    EXPECT_EQ(utl::File::copy("d", "d/e", utl::File::KEEP_EXISTING), 0);
+    EXPECT_EQ(contentOf("d/f"), "text");
+    EXPECT_EQ(utl::File::erase("d", utl::File::KEEP_READ_ONLY), 1);
+    putFolder("loop");
+    ASSERT_EQ(symlink(".", "loop/again"), 0);
+    EXPECT_EQ(utl::File::size("loop"), -1);
+    EXPECT_EQ(utl::File::erase("loop", utl::File::KEEP_READ_ONLY), 0);
+    EXPECT_EQ(utl::File::move("loop", "loop/inside/it"), 0);
+    EXPECT_EQ(mLog.lines(), Lines{error("rename Failed. errno[22] Source:loop  Dest:loop/inside/it")});
+    EXPECT_TRUE(std::filesystem::is_symlink("loop/again"));
 }
 
-// Whatever call fails, an operation gives its failure or gets through, leaves nothing open and puts back
-// every folder that it widened.
-template <typename HOOK, typename RESULT>
-void failEachCall(char const* name, HOOK& hook, RESULT result, int reason) {
-    bool isThrough = false;
-    for (unsigned int failing = 1; !isThrough; ++failing) {
-        ASSERT_LT(failing, 200U);
-        for (char const* const folder : {"a", "b", "c"}) {
-            std::filesystem::remove_all(folder);
-        }
-        std::filesystem::create_directories("a/inner");
-        std::filesystem::create_directories("b");
-        std::pair<char const*, mode_t> const folders[] = {{"a", 0711}, {"a/inner", 0755}, {"b", 0722}};
-        for (auto const& [folder, mode] : folders) {
-            chmod(folder, mode);
-        }
-        putFile("a/file", "0123456789");
-        putFile("a/inner/file", "0123456789");
-        FileCalls calls;
-        unsigned int const descriptors = openDescriptors();
-        hook.failFrom(failing, 1, result, reason);
-        static_cast<void>(File::size("a"));
-        File::copy("a/file", "b/file", File::KEEP_EXISTING);
-        File::move("b/file", "b/moved");
-        File::copy("a", "c", File::OVERWRITE_EXISTING);
-        File::applyReadOnly("a/inner/file", File::PATH_ONLY);
-        File::erase("a/inner/file", File::ERASE_READ_ONLY);
-        File::erase("c", File::ERASE_READ_ONLY);
-        isThrough = hook.calls() < failing;
-        EXPECT_EQ(openDescriptors(), descriptors);
-        Lines const lines = calls.take();
-        for (auto const& [folder, mode] : folders) {
-            EXPECT_EQ(permissions(folder),
-                      utltest::modeBehind(lines, name, failing, folder, static_cast<int>(mode)))
-                << folder << ", " << name << " " << failing;
-        }
+TEST_F(FileAtItsLimits, Children_TakesTheLastComponentForAPatternOnlyWhereNoFolderHasThatName) {
+    putFolder("l/sub.txt");
+    putFolder("w*[x]/in");
+    for (char const* const name : {"l/a.txt", "l/B.TXT", "l/.hid.txt", "l/c1", "l/c2", "l/x[1]", "l/%s"}) {
+        putFile(name, "");
     }
-    EXPECT_EQ(contentOf("b/moved"), "0123456789");
-    EXPECT_EQ(permissions("a/inner/file"), -1);
-    EXPECT_EQ(permissions("c"), -1);
-}
-
-TEST_F(FileSystem, Operations_WithAnyCallFailing_LeaveNoDescriptorAndTheFolders) {
-    failEachCall("stat", hooks::stat, -1, EACCES);
-    failEachCall("fstat", hooks::fstat, -1, EIO);
-    failEachCall("chmod", hooks::chmod, -1, EPERM);
-    failEachCall("fchmod", hooks::fchmod, -1, EPERM);
-    failEachCall("open", hooks::open, -1, EMFILE);
-    failEachCall("opendir", hooks::opendir, nullptr, EMFILE);
-    failEachCall("readdir", hooks::readdir, nullptr, EIO);
-    failEachCall("flock", hooks::flock, -1, EINTR);
-    failEachCall("read", hooks::read, ssize_t{-1}, EIO);
-    failEachCall("write", hooks::write, ssize_t{-1}, ENOSPC);
-    failEachCall("mkdir", hooks::mkdir, -1, ENOSPC);
-    failEachCall("rename", hooks::rename, -1, EXDEV);
-    failEachCall("unlink", hooks::unlink, -1, EBUSY);
-    failEachCall("rmdir", hooks::rmdir, -1, EBUSY);
-    failEachCall("lseek", hooks::lseek, off_t{-1}, EINVAL);
-    failEachCall("ftruncate", hooks::ftruncate, -1, EIO);
-    failEachCall("fsync", hooks::fsync, -1, EIO);
+    Listing const listings[] = {{"l/*.txt", 0, nullptr, 2, {"l/.hid.txt", "l/a.txt"}},
+                                {"l\\*.txt", 2, nullptr, 3, {"l/.hid.txt", "l/a.txt", "l/sub.txt"}},
+                                {"l/*.TXT", 2, "txt", 1, {"l/B.TXT"}},
+                                {"l/*", 2, "tXt", 4, {"l/.hid.txt", "l/B.TXT", "l/a.txt", "l/sub.txt"}},
+                                {"l", 1, "c", 1, {"l/sub.txt"}},
+                                {"l/*", 1, nullptr, 1, {"l/sub.txt"}},
+                                {"l/c[!1]", 0, nullptr, 1, {"l/c2"}},
+                                {"l/??", 0, "", 3, {"l/%s", "l/c1", "l/c2"}},
+                                {"l/x[1]", 0, nullptr, 0, {}},
+                                {"l/[]", 2, nullptr, 0, {}},
+                                {"l/a.txt", 0, nullptr, 0, {}},
+                                {"w*[x]", 2, nullptr, 1, {"w*[x]/in"}},
+                                {"w*[x]/*", 2, nullptr, -1, {}},
+                                {"l/*/", 2, nullptr, -1, {}},
+                                {"*", 2, nullptr, -1, {}},
+                                {"/*", 2, nullptr, -1, {}},
+                                {"none/*", 2, nullptr, -1, {}},
+                                {"l//*", 2, nullptr, -1, {}},
+                                {"l", 3, nullptr, -1, {}},
+                                {"l", -1, nullptr, -1, {}}};
+    for (Listing const& listing : listings) {
+        Paths names(1, 1);
+        names.insertAt(0, "old");
+        EXPECT_EQ(utl::File::children(listing.path, &names, listing.kind, listing.extension, 0),
+                  listing.result)
+            << listing.path;
+        Lines found;
+        for (unsigned int i = 0; i < names.size(); ++i) {
+            found.emplace_back(names.getAt(i)->buffer());
+        }
+        std::sort(found.begin(), found.end());
+        EXPECT_EQ(found, listing.names) << listing.path;
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 }  // namespace

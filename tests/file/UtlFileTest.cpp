@@ -3,13 +3,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <string>
@@ -20,34 +20,18 @@
 
 #include "TestAllocations.h"
 #include "TestFileCalls.h"
+#include "TestFiles.h"
 #include "TestFolder.h"
 #include "TestHooks.h"
 #include "TestLayout.h"
 
 namespace {
 
+using namespace utltest;
 using utl::File;
-using utltest::contentOf;
-using utltest::FileCalls;
 using HookScope = utltest::OwnHookScope;
-using utltest::NoMemoryScope;
-using utltest::openDescriptors;
-using utltest::permissions;
-using utltest::putFile;
 namespace hooks = utltest::hooks;
 using Lines = std::vector<std::string>;
-
-// The folder "folder" with the file "folder/f".
-class FileInFolder : public utltest::InLoggedFolder {
-  protected:
-    FileInFolder() {
-        putFolder("folder");
-        putFile("folder/f", "0123456789");
-    }
-    ~FileInFolder() override { EXPECT_EQ(permissions("folder"), 0755); }
-
-    File mFile{"folder/f", File::TEXT_UTF8};
-};
 
 TEST_F(FileInFolder, Constructor_StoresThePathWithSlashes) {
     EXPECT_STREQ(File("a\\b\\c.txt", File::TEXT_UTF8).getPath(), "a/b/c.txt");
@@ -87,28 +71,6 @@ TEST_F(FileInFolder, Destructor_SyncsTheFolderAndThenTheFile) {
     }
     EXPECT_EQ(calls.take(),
               (Lines{"~File: open folder RDONLY+DIRECTORY", "-: fsync", "-: close", "-: fsync", "-: close"}));
-}
-
-TEST_F(FileInFolder, Destructor_WhoseFolderCannotBeOpened_ClosesTheFileWithoutALine) {
-    FileCalls calls;
-    {
-        File file("folder/f", File::TEXT_UTF8);
-        ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
-        calls.take();
-        hooks::open.failFrom(1, 0, -1, EMFILE);
-    }
-    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY+DIRECTORY", "-: fsync", "-: close"}));
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-TEST_F(FileInFolder, Destructor_WhoseFolderGetsDescriptor0_DoesNotCloseIt) {
-    FileCalls calls;
-    {
-        File const file("folder/f", File::TEXT_UTF8);
-        hooks::open.failFrom(1, 1, 0, 0);
-    }
-    EXPECT_EQ(calls.take(), (Lines{"~File: open folder RDONLY+DIRECTORY"}));
-    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileInFolder, Destructor_OfAPathWithoutAFolder_SyncsNothing) {
@@ -249,14 +211,6 @@ TEST_F(FileThatIsSnatched, OpenToWrite_BehindTheCreation_SetsTheModeOfTheFileTha
     umask(old);
     EXPECT_EQ(permissions("secret"), 0600);
     EXPECT_EQ(permissions("folder/gone"), 0777);
-}
-
-TEST_F(FileInFolder, OpenToWrite_OfANewFile_OpensItAlsoWhereTheSystemDoesNotSetItsMode) {
-    HookScope const scope;
-    hooks::fchmod.failFrom(1, 0, -1, EPERM);
-    File file("folder/new", File::TEXT_UTF8);
-    EXPECT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
-    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileInFolder, OpenToWrite_CreatesMissingFoldersWithMode0777WhateverTheUmask) {
@@ -418,103 +372,10 @@ TEST_F(FileInFolder, OpenToWrite_OfAFileThatItsOwnerMayNotWrite_IsRefusedWithout
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
-TEST_F(FileInFolder, OpenToWrite_WhoseSecondLookAtAReadOnlyFileFails_SaysSo) {
-    chmod("folder/f", 0444);
-    HookScope const scope;
-    hooks::stat.failFrom(6, 1, -1, EACCES);
-    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 0);
-    EXPECT_EQ(mLog.lines(), (Lines{error("is isReadOnly func stat Failed. errno[13] Path:folder/f")}));
-}
-
-TEST_F(FileInFolder, OpenToWrite_WhoseFirstLookForReadOnlyFails_SaysSoAndGoesOn) {
-    HookScope const scope;
-    hooks::stat.failFrom(5, 1, -1, EACCES);
-    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
-    EXPECT_EQ(mLog.lines(), (Lines{error("is isReadOnly func stat Failed. errno[13] Path:folder/f")}));
-}
-
 TEST_F(FileInFolder, OpenToWrite_ThroughAFile_IsRefusedWithoutALine) {
     EXPECT_EQ(File("folder/f/x/new", File::TEXT_UTF8).open(File::OPEN_KEEP, File::ACCESS_WRITE), 0);
     EXPECT_EQ(mLog.lines(), Lines());
     chmod("folder", 0755);
-}
-
-TEST_F(FileInFolder, OpenToWrite_WhoseFolderCannotBeMade_SaysWhichOne) {
-    HookScope const scope;
-    hooks::mkdir.failFrom(1, 1, -1, ENOSPC);
-    EXPECT_EQ(File("new/x/f", File::TEXT_UTF8).open(File::OPEN_KEEP, File::ACCESS_WRITE), 0);
-    EXPECT_EQ(mLog.lines(), (Lines{error("CreateDirectory Failed. errno[28] Path:new/x/(new/)")}));
-    EXPECT_EQ(permissions("new"), -1);
-}
-
-TEST_F(FileInFolder, OpenToRead_ThatTheSystemRefuses_SaysSo) {
-    HookScope const scope;
-    hooks::open.failFrom(1, 1, -1, EMFILE);
-    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 0);
-    EXPECT_EQ(mFile.isOpened(), 0);
-    EXPECT_EQ(mLog.lines(), (Lines{error("open() Failed. errno[24] Path:folder/f")}));
-}
-
-TEST_F(FileInFolder, OpenToWrite_ThatTheSystemRefuses_PutsTheFolderBackAndSaysSo) {
-    for (int const reason : {EMFILE, ENOSPC, EROFS, EIO, EINTR}) {
-        mLog.clear();
-        FileCalls calls;
-        hooks::open.failFrom(1, 1, -1, reason);
-        EXPECT_EQ(mFile.open(File::OPEN_EMPTY, File::ACCESS_READ_WRITE), 0);
-        EXPECT_EQ(mFile.isOpened(), 0);
-        EXPECT_EQ(permissions("folder"), 0755);
-        EXPECT_EQ(mLog.lines(),
-                  (Lines{error("open() Failed. errno[" + std::to_string(reason) + "] Path:folder/f")}));
-        EXPECT_EQ(calls.take().back(), "changeParentAccessMode: chmod folder 755");
-    }
-    EXPECT_EQ(contentOf("folder/f"), "0123456789");
-}
-
-TEST_F(FileInFolder, Open_ThatGetsDescriptor0_HasFailedAndDoesNotCloseIt) {
-    for (int const access : {0, 1}) {
-        mLog.clear();
-        FileCalls calls;
-        hooks::open.failFrom(1, 1, 0, ENOENT);
-        EXPECT_EQ(mFile.open(0, access), 0);
-        EXPECT_EQ(mFile.isOpened(), 0);
-        EXPECT_EQ(mLog.lines(), (Lines{error("open() Failed. errno[2] Path:folder/f")}));
-        for (std::string const& call : calls.takeCalls()) {
-            EXPECT_NE(call, "close");
-        }
-    }
-}
-
-TEST_F(FileInFolder, Open_WhoseLockFails_ClosesTheFileAfterPuttingTheFolderBack) {
-    FileCalls calls;
-    hooks::flock.failFrom(1, 1, -1, EINTR);
-    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 0);
-    EXPECT_EQ(mFile.isOpened(), 0);
-    Lines const lines = calls.take();
-    EXPECT_EQ(Lines(lines.end() - 5, lines.end()),
-              (Lines{"open: flock 6", "changeParentAccessMode: stat folder",
-                     "changeParentAccessMode: chmod folder 755", "-: fsync", "-: close"}));
-    EXPECT_EQ(mLog.lines(), (Lines{debug("Other process is opening. errno[4] Path:folder/f")}));
-}
-
-TEST_F(FileInFolder, OpenAtTheEnd_WhoseSeekFails_ClosesTheFileAfterPuttingTheFolderBack) {
-    FileCalls calls;
-    hooks::lseek.failFrom(1, 1, -1, ESPIPE);
-    EXPECT_EQ(mFile.open(File::OPEN_AT_END, File::ACCESS_READ_WRITE), 0);
-    EXPECT_EQ(mFile.isOpened(), 0);
-    Lines const lines = calls.take();
-    EXPECT_EQ(Lines(lines.end() - 5, lines.end()),
-              (Lines{"seekFile: lseek 0 2", "changeParentAccessMode: stat folder",
-                     "changeParentAccessMode: chmod folder 755", "-: fsync", "-: close"}));
-    EXPECT_EQ(mLog.lines(), (Lines{error("lseek64 Failed. errno[29]"),
-                                   debug("seekFile in open Failed. errno[29] Path:folder/f")}));
-}
-
-TEST_F(FileInFolder, OpenAtTheEndToRead_WhoseSeekFails_ClosesTheFile) {
-    HookScope const scope;
-    hooks::lseek.failFrom(1, 1, -1, ESPIPE);
-    EXPECT_EQ(mFile.open(File::OPEN_AT_END, File::ACCESS_READ), 0);
-    EXPECT_EQ(mFile.isOpened(), 0);
-    EXPECT_EQ(mLog.count(debug("seekFile in open Failed. errno[29] Path:folder/f")), 1U);
 }
 
 TEST_F(FileInFolder, Open_OfTwoReaders_Succeeds) {
@@ -595,19 +456,6 @@ TEST_F(FileInFolder, Close_OfAClosedFile_IsFalseAndHarmless) {
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
-TEST_F(FileInFolder, Close_IgnoresFailures) {
-    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
-    int const descriptors = static_cast<int>(openDescriptors());
-    {
-        HookScope const scope;
-        hooks::fsync.failFrom(1, 0, -1, EIO);
-        EXPECT_EQ(mFile.close(), 1);
-    }
-    EXPECT_EQ(mFile.isOpened(), 0);
-    EXPECT_EQ(static_cast<int>(openDescriptors()), descriptors - 1);
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
 TEST_F(FileInFolder, AutoClose_ClosesAtTheEndOfItsScope) {
     ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     {
@@ -666,14 +514,6 @@ TEST_F(FileInFolder, ClosedFile_GivesItsFailureResultsWithoutALine) {
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
-TEST_F(FileInFolder, Position_ThatTheSystemRefuses_IsMinusOneAndSaysSo) {
-    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
-    HookScope const scope;
-    hooks::lseek.failFrom(1, 1, -1, EIO);
-    EXPECT_EQ(mFile.position(), -1);
-    EXPECT_EQ(mLog.lines(), (Lines{error("lseek64 Failed. errno[5]")}));
-}
-
 TEST_F(FileInFolder, Size_OfAnOpenFile_IsAskedByDescriptor) {
     ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     FileCalls calls;
@@ -689,17 +529,6 @@ TEST_F(FileInFolder, Size_OfAClosedFile_IsAskedByPathWithoutALock) {
                      "size: open folder/f RDONLY+NONBLOCK", "fileSize: fstat", "-: fsync", "-: close"}));
 }
 
-TEST_F(FileInFolder, Size_ThatCannotBeHad_IsMinusOneAndSaysSo) {
-    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
-    HookScope const scope;
-    hooks::fstat.failFrom(1, 0, -1, EIO);
-    EXPECT_EQ(mFile.size(), -1);
-    EXPECT_EQ(mFile.availableSize(), -1);
-    Lines const twice{error("fstat Failed. errno[5]"), error("fileSize Failed. Path:folder/f"),
-                      error("fstat Failed. errno[5]"), error("fileSize Failed. Path:folder/f")};
-    EXPECT_EQ(mLog.lines(), twice);
-}
-
 TEST_F(FileInFolder, AvailableSize_CountsFromThePositionToTheEnd) {
     ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     long long const expected[][2] = {{0, 10}, {9, 1}, {10, 0}, {11, 0}};
@@ -707,14 +536,6 @@ TEST_F(FileInFolder, AvailableSize_CountsFromThePositionToTheEnd) {
         mFile.seek(position, File::FROM_START);
         EXPECT_EQ(mFile.availableSize(), available);
     }
-}
-
-TEST_F(FileInFolder, AvailableSize_WithoutAPosition_IsMinusOne) {
-    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
-    HookScope const scope;
-    hooks::lseek.failFrom(1, 1, -1, EIO);
-    EXPECT_EQ(mFile.availableSize(), -1);
-    EXPECT_EQ(mLog.lines(), (Lines{error("lseek64 Failed. errno[5]")}));
 }
 
 TEST_F(FileInFolder, Read_GivesWhatThereIsAndThenTheEndOfFile) {
@@ -768,40 +589,6 @@ TEST_F(FileInFolder, Read_TakesTheLargestSignedLength) {
     EXPECT_EQ(mFile.read(&buffer, INT_MAX), 7);
 }
 
-TEST_F(FileInFolder, Read_WithoutASize_SaysSoAfterTheLinesOfTheSize) {
-    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
-    HookScope const scope;
-    hooks::fstat.failFrom(1, 1, -1, EIO);
-    char buffer = 0;
-    EXPECT_EQ(mFile.read(&buffer, 1), -1);
-    EXPECT_EQ(mLog.lines(), (Lines{error("fstat Failed. errno[5]"), error("fileSize Failed. Path:folder/f"),
-                                   error("in read func now size func error")}));
-}
-
-TEST_F(FileInFolder, Read_WithoutAPosition_SaysSo) {
-    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
-    HookScope const scope;
-    hooks::lseek.failFrom(1, 1, -1, EIO);
-    char buffer = 0;
-    EXPECT_EQ(mFile.read(&buffer, 1), -1);
-    EXPECT_EQ(mLog.lines(),
-              (Lines{error("lseek64 Failed. errno[5]"), error("in read func now seekFile func error")}));
-}
-
-TEST_F(FileInFolder, Read_ThatTheSystemRefuses_SaysSoAndIsNotRepeated) {
-    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
-    for (int const reason : {EINTR, EIO}) {
-        mLog.clear();
-        HookScope const scope;
-        hooks::read.failFrom(1, 1, -1, reason);
-        char buffer = 0;
-        EXPECT_EQ(mFile.read(&buffer, 1), -1);
-        EXPECT_EQ(mLog.lines(), (Lines{error("ReadFile Failed. errno[" + std::to_string(reason) + "]"),
-                                       error("in read func readFile Failed. Path:folder/f")}));
-        EXPECT_EQ(mFile.position(), 0);
-    }
-}
-
 TEST_F(FileInFolder, Read_OfAFileOpenedToWrite_IsRefusedByTheSystem) {
     ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
     char buffer = 0;
@@ -843,20 +630,6 @@ TEST_F(FileInFolder, Write_OfNothing_WidensTheFolderAndSaysThatItFailed) {
     EXPECT_EQ(calls.takeCalls(), expected);
 }
 
-TEST_F(FileInFolder, Write_ThatTheSystemRefuses_SaysSoAndPutsTheFolderBack) {
-    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
-    for (int const reason : {EINTR, EIO, ENOSPC}) {
-        mLog.clear();
-        FileCalls calls;
-        hooks::write.failFrom(1, 1, -1, reason);
-        EXPECT_EQ(mFile.write("abc", 3), -1);
-        EXPECT_EQ(mLog.lines(), (Lines{error("WriteFile Failed. errno[" + std::to_string(reason) + "]"),
-                                       error("writeFile Failed. Path:folder/f")}));
-        EXPECT_EQ(calls.take().back(), "changeParentAccessMode: chmod folder 755");
-    }
-    EXPECT_EQ(contentOf("folder/f"), "0123456789");
-}
-
 TEST_F(FileInFolder, Write_ToAFullDisk_GivesWhatWentInAndThenSaysThatNoMoreDoes) {
     ASSERT_EQ(mFile.open(File::OPEN_EMPTY, File::ACCESS_WRITE), 1);
     HookScope const scope;
@@ -890,15 +663,6 @@ TEST_F(FileInFolder, Write_ToAFileOpenedToRead_IsRefusedByTheSystem) {
     EXPECT_EQ(mFile.write("x", 1), -1);
     EXPECT_EQ(mLog.lines(),
               (Lines{error("WriteFile Failed. errno[9]"), error("writeFile Failed. Path:folder/f")}));
-}
-
-TEST_F(FileInFolder, Write_WhoseFolderCannotBeWidened_GoesOnAndPutsNothingBack) {
-    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
-    FileCalls calls;
-    hooks::chmod.failFrom(1, 0, -1, EPERM);
-    EXPECT_EQ(mFile.write("abc", 3), 3);
-    EXPECT_EQ(calls.takeCalls(), (Lines{"stat folder", "chmod folder 777", "write"}));
-    EXPECT_EQ(mLog.lines(), Lines());
 }
 
 TEST_F(FileInFolder, Write_WhoseFolderIsGone_SaysSoAtTheLowestLevelAndGoesOn) {
@@ -953,23 +717,6 @@ TEST_F(FileInFolder, Resize_EndsTheFileAtThePosition) {
     EXPECT_EQ(contentOf("folder/f"), std::string("0123\0\0", 6));
 }
 
-TEST_F(FileInFolder, Resize_WithoutAPosition_IsFalseWithoutALine) {
-    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
-    HookScope const scope;
-    hooks::lseek.failFrom(1, 1, -1, EIO);
-    EXPECT_EQ(mFile.resize(), 0);
-    EXPECT_EQ(mLog.lines(), Lines());
-    EXPECT_EQ(mFile.size(), 10);
-}
-
-TEST_F(FileInFolder, Resize_ThatTheSystemRefuses_SaysSo) {
-    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
-    HookScope const scope;
-    hooks::ftruncate.failFrom(1, 1, -1, EIO);
-    EXPECT_EQ(mFile.resize(), 0);
-    EXPECT_EQ(mLog.lines(), (Lines{error("ftruncate Failed. Path:folder/f")}));
-}
-
 TEST_F(FileInFolder, ResizeToASize_LeavesThePositionWhereItWasOrAtTheNewEnd) {
     ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
     long long const expected[][3] = {{5, 6, 5}, {5, 5, 5}, {5, 4, 4}, {2, 20, 2}, {30, 25, 25}, {3, 0, 0}};
@@ -993,49 +740,6 @@ TEST_F(FileInFolder, ResizeToASize_MakesTheseCallsInThisOrder) {
     EXPECT_EQ(mFile.resize(20), 1);
     EXPECT_EQ(calls.take(), (Lines{"seekFile: lseek 0 1", "seekFile: lseek 20 0", "resize: lseek 0 1",
                                    "resize: ftruncate 20"}));
-}
-
-TEST_F(FileInFolder, ResizeToASize_ThatFails_PutsThePositionBack) {
-    ASSERT_EQ(mFile.open(File::OPEN_AT_END, File::ACCESS_READ_WRITE), 1);
-    HookScope const scope;
-    hooks::ftruncate.failFrom(1, 0, -1, EFBIG);
-    EXPECT_EQ(mFile.resize(4), 0);
-    EXPECT_EQ(mFile.position(), 10);
-    EXPECT_EQ(mFile.resize(40), 0);
-    EXPECT_EQ(mFile.position(), 10);
-    Lines const twice(2, error("ftruncate Failed. Path:folder/f"));
-    EXPECT_EQ(mLog.lines(), twice);
-}
-
-TEST_F(FileInFolder, ResizeToASize_WithAnyFailingSeek_IsFalse) {
-    ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
-    for (unsigned int failing = 1; failing <= 4; ++failing) {
-        mLog.clear();
-        HookScope const scope;
-        hooks::lseek.failFrom(failing, 1, -1, EIO);
-        EXPECT_EQ(mFile.resize(20), 0);
-        // The third is the one of the inner step, which says nothing.
-        EXPECT_EQ(mLog.lines().size(), failing == 3 ? 0U : 1U);
-    }
-}
-
-TEST_F(FileInFolder, ResizeToASize_WhoseSeekBackFails_LeavesThePositionAtTheNewSize) {
-    for (bool const isResized : {true, false}) {
-        ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ_WRITE), 1);
-        mLog.clear();
-        HookScope const scope;
-        hooks::lseek.failFrom(4, 1, -1, EIO);
-        if (!isResized) {
-            hooks::ftruncate.failFrom(1, 1, -1, EFBIG);
-        }
-        EXPECT_EQ(mFile.resize(20), 0);
-        EXPECT_EQ(mFile.position(), 20);
-        EXPECT_EQ(mFile.size(), isResized ? 20 : 10);
-        EXPECT_EQ(mLog.lines().back(), error("lseek64 Failed. errno[5]"));
-        EXPECT_EQ(mLog.lines().size(), isResized ? 1U : 2U);
-        EXPECT_EQ(mFile.resize(10), 1);
-        EXPECT_EQ(mFile.close(), 1);
-    }
 }
 
 TEST_F(FileInFolder, ResizeToASize_BeyondAllOffsets_IsFalse) {
@@ -1126,57 +830,6 @@ TEST_F(FileInFolder, ChangeParentAccessMode_OfAMissingFolder_SaysSoAtTheLowestLe
               (Lines{debug("is changeParentAccessMode func stat Failed. errno[2] Path:folder/none")}));
 }
 
-TEST_F(FileInFolder, ChangeParentAccessMode_ThatTheSystemRefuses_IsFalse) {
-    HookScope const scope;
-    hooks::chmod.failFrom(1, 1, -1, EROFS);
-    int mode = 0;
-    EXPECT_EQ(File::changeParentAccessMode("folder/f", 0777, &mode), 0);
-    EXPECT_EQ(mode, S_IFDIR | 0755);
-    EXPECT_EQ(mLog.lines(), Lines());
-}
-
-// Each step of an opening fails in turn, until one run has none that does.
-template <typename HOOK, typename RESULT>
-void failEachCallOfOpening(char const* name, HOOK& hook, RESULT result, int reason) {
-    bool isThrough = false;
-    for (unsigned int failing = 1; !isThrough; ++failing) {
-        ASSERT_LT(failing, 20U);
-        chmod("folder", 0755);
-        FileCalls calls;
-        unsigned int const descriptors = openDescriptors();
-        hook.failFrom(failing, 1, result, reason);
-        {
-            File file("folder/f", File::TEXT_UTF8);
-            int const isOpen = file.open(File::OPEN_AT_END, File::ACCESS_READ_WRITE);
-            EXPECT_EQ(file.isOpened(), isOpen);
-        }
-        isThrough = hook.calls() < failing;
-        EXPECT_EQ(openDescriptors(), descriptors);
-        EXPECT_EQ(contentOf("folder/f"), "0123456789");
-        EXPECT_EQ(permissions("folder"), utltest::modeBehind(calls.take(), name, failing, "folder", 0755))
-            << name << " " << failing;
-    }
-}
-
-TEST_F(FileInFolder, Open_WithAnyCallFailing_LeavesNoDescriptorTheContentAndTheFolder) {
-    failEachCallOfOpening("stat", hooks::stat, -1, EACCES);
-    failEachCallOfOpening("chmod", hooks::chmod, -1, EPERM);
-    failEachCallOfOpening("fchmod", hooks::fchmod, -1, EPERM);
-    failEachCallOfOpening("open", hooks::open, -1, EMFILE);
-    failEachCallOfOpening("flock", hooks::flock, -1, EINTR);
-    failEachCallOfOpening("lseek", hooks::lseek, off_t{-1}, EINVAL);
-    failEachCallOfOpening("fsync", hooks::fsync, -1, EIO);
-}
-
-TEST_F(FileInFolder, OpenToWrite_WhoseFolderCannotBePutBack_LeavesItWidened) {
-    HookScope const scope;
-    hooks::chmod.failFrom(2, 1, -1, EPERM);
-    EXPECT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_WRITE), 1);
-    EXPECT_EQ(permissions("folder"), 0777);
-    EXPECT_EQ(mLog.lines(), Lines());
-    chmod("folder", 0755);
-}
-
 TEST(FileFields, StandInTheirOrder) {
     File const file("p", File::TEXT_UTF16_LITTLE);
     constexpr std::size_t PATH = sizeof(void*);
@@ -1221,6 +874,403 @@ TEST(FileTraits, WhatMakesNoSystemCallNeverThrows) {
 TEST(FileTraits, AutoClose_IsNotCopied) {
     static_assert(!std::is_copy_constructible_v<File::AutoClose>);
     static_assert(!std::is_copy_assignable_v<File::AutoClose>);
+}
+
+// At the limits.
+
+/// "cat" as another program; it ends when the test's end of the pipe to it is closed.
+class Cat {
+  public:
+    Cat() {
+        std::array<int, 2> to = {};
+        std::array<int, 2> from = {};
+        EXPECT_EQ(pipe2(to.data(), O_CLOEXEC), 0);
+        EXPECT_EQ(pipe2(from.data(), O_CLOEXEC), 0);
+        mProcess = fork();
+        if (mProcess == 0) {
+            dup2(to[0], STDIN_FILENO);
+            dup2(from[1], STDOUT_FILENO);
+            execlp("cat", "cat", nullptr);
+            _exit(1);
+        }
+        close(to[0]);
+        close(from[1]);
+        mTo = to[1];
+        mFrom = from[0];
+    }
+    ~Cat() {
+        close(mTo);
+        close(mFrom);
+        EXPECT_EQ(waitpid(mProcess, nullptr, 0), mProcess);
+    }
+    Cat(Cat const&) = delete;
+    Cat& operator=(Cat const&) = delete;
+
+    /// True once the program runs: it gives back what it got.
+    bool answers() const {
+        char byte = 'x';
+        return write(mTo, &byte, 1) == 1 && read(mFrom, &byte, 1) == 1;
+    }
+
+  private:
+    pid_t mProcess = -1;
+    int mTo = -1;
+    int mFrom = -1;
+};
+
+TEST_F(FileAtItsLimits, SizesAndPositionsAreWholeOnBothSidesOfTwoAndFourGibibytes) {
+    putFolder("d");
+    utl::File file("d/big", utl::File::TEXT_UTF8);
+    ASSERT_EQ(file.open(utl::File::OPEN_EMPTY, utl::File::ACCESS_READ_WRITE), 1);
+    for (long long const size : {0x7FFFFFFELL, 0x7FFFFFFFLL, 0x80000000LL, 0x80000001LL, 0xFFFFFFFELL,
+                                 0xFFFFFFFFLL, 0x100000000LL, 0x100000001LL, 0x140000000LL}) {
+        std::array<char, 4> bytes = {};
+        EXPECT_EQ(file.seek(0, utl::File::FROM_START), 0);
+        EXPECT_EQ(file.resize(static_cast<unsigned long long>(size)), 1);
+        EXPECT_EQ(file.position(), 0);
+        EXPECT_EQ(file.availableSize(), size);
+        EXPECT_EQ(file.seek(-1, utl::File::FROM_END), size - 1);
+        EXPECT_EQ(file.read(bytes.data(), 4), 1);
+        EXPECT_EQ(file.read(bytes.data(), 4), utl::File::END_OF_FILE);
+        EXPECT_EQ(file.write("end", 3), 3);
+        EXPECT_EQ(file.position(), size + 3);
+        EXPECT_EQ(file.seek(-size - 3, utl::File::FROM_POSITION), 0);
+        EXPECT_EQ(file.seek(size, utl::File::FROM_POSITION), size);
+        EXPECT_EQ(file.availableSize(), 3);
+        EXPECT_EQ(utl::File::size("d/big"), size + 3);
+        EXPECT_EQ(file.seek(-size - 1, utl::File::FROM_POSITION), -1);
+        EXPECT_EQ(file.position(), size);
+        EXPECT_EQ(file.resize(), 1);
+        EXPECT_EQ(file.size(), size);
+    }
+    EXPECT_EQ(truncate("d/big", 0x100000000LL), 0);
+    putFile("d/small", "1234567");
+    EXPECT_EQ(utl::File::size("d"), 0x100000007LL);
+    EXPECT_EQ(mLog.lines(), Lines(9, error("lseek64 Failed. errno[22]")));
+}
+
+TEST_F(FileAtItsLimits, AWriteOnlyFileCannotBeRead_ExceptThatItHasAnEnd_AndAReaderCannotWrite) {
+    putFile("f", "text");
+    std::array<char, 8> bytes = {};
+    utl::File writer("f", utl::File::TEXT_UTF8);
+    ASSERT_EQ(writer.open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE), 1);
+    EXPECT_EQ(writer.read(bytes.data(), 8), -1);
+    EXPECT_EQ(mLog.lines(),
+              (Lines{error("ReadFile Failed. errno[9]"), error("in read func readFile Failed. Path:f")}));
+    mLog.clear();
+    EXPECT_EQ(writer.seek(0, utl::File::FROM_END), 4);
+    EXPECT_EQ(writer.read(bytes.data(), 8), utl::File::END_OF_FILE);
+    EXPECT_EQ(mLog.lines(), Lines());
+    EXPECT_EQ(writer.close(), 1);
+
+    utl::File reader("f", utl::File::TEXT_UTF8);
+    ASSERT_EQ(reader.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 1);
+    EXPECT_EQ(reader.write("more", 4), -1);
+    EXPECT_EQ(reader.resize(2ULL), 0);
+    EXPECT_EQ(reader.position(), 0);
+    EXPECT_EQ(mLog.lines(), (Lines{error("WriteFile Failed. errno[9]"), error("writeFile Failed. Path:f"),
+                                   error("ftruncate Failed. Path:f")}));
+    EXPECT_EQ(contentOf("f"), "text");
+}
+
+TEST_F(FileAtItsLimits, ALockOutlivesTheObject_AsLongAsAnotherProcessHasTheDescriptor) {
+    char const* const path = "held%s/%n%d";
+    utl::File file(path, utl::File::TEXT_UTF8);
+    ASSERT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ_WRITE), 1);
+    std::array<int, 2> ends = {};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    pid_t const child = fork();
+    if (child == 0) {
+        close(ends[1]);
+        char byte = 0;
+        _exit(static_cast<int>(read(ends[0], &byte, 1)));
+    }
+    close(ends[0]);
+    EXPECT_EQ(file.close(), 1);
+    mLog.clear();
+    EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 0);
+    EXPECT_EQ(mLog.lines(), Lines{debug("Other process is opening. errno[11] Path:held%s/%n%d")});
+    bool isShared = true;
+    EXPECT_EQ(utl::File::isOpened(path, &isShared), 1);
+    EXPECT_FALSE(isShared);
+    EXPECT_EQ(file.move("moved"), 0);
+    EXPECT_EQ(file.erase(utl::File::ERASE_READ_ONLY), 0);
+    EXPECT_EQ(file.copy("copied", utl::File::OVERWRITE_EXISTING), 0);
+    EXPECT_EQ(file.size(), 0);
+    close(ends[1]);
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    EXPECT_EQ(utl::File::isOpened(path, &isShared), 0);
+    EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 1);
+}
+
+TEST_F(FileAtItsLimits, AProgramThatIsStartedWhileAFileIsOpen_KeepsNeitherItsDescriptorNorItsLock) {
+    utl::File file("d/f", utl::File::TEXT_UTF8);
+    for (int const access : {1, 2, 0}) {
+        ASSERT_EQ(file.open(0, access), 1);
+        Cat const cat;
+        ASSERT_TRUE(cat.answers());
+        EXPECT_EQ(file.close(), 1);
+        EXPECT_EQ(utl::File::isOpened("d/f", nullptr), 0);
+        EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE), 1);
+        EXPECT_EQ(file.close(), 1);
+    }
+}
+
+TEST_F(FileAtItsLimits, FifosSocketsAndDevices_AreNotOpenedByWhatGoesThroughFolders) {
+    putFolder("d/e");
+    putFile("d/f", "text");
+    ASSERT_EQ(mkfifo("d/fifo", 0644), 0);
+    ASSERT_EQ(mknod("d/socket", S_IFSOCK | 0644, 0), 0);
+    ASSERT_EQ(symlink("/dev/zero", "d/e/device"), 0);
+    HookScope const scope;
+    hooks::open.watch([](char const* path, int flags, mode_t) {
+        struct stat status = {};
+        EXPECT_EQ(stat(path, &status), 0);
+        EXPECT_TRUE(S_ISREG(status.st_mode) || (flags & (O_EXCL | O_DIRECTORY)) != 0) << path;
+    });
+    for (char const* const path : {"d/fifo", "d/socket", "d/e/device"}) {
+        bool sharedOnly = true;
+        EXPECT_EQ(utl::File::isOpened(path, &sharedOnly), 0) << path;
+        EXPECT_FALSE(sharedOnly);
+        EXPECT_EQ(utl::File::size(path), 0) << path;
+        EXPECT_EQ(utl::File::copy(path, "copied", utl::File::OVERWRITE_EXISTING), 0) << path;
+        EXPECT_EQ(utl::File::copy("d/f", path, utl::File::OVERWRITE_EXISTING), 0) << path;
+        EXPECT_EQ(utl::File::copy("d/f", path, utl::File::KEEP_EXISTING), 0) << path;
+    }
+    EXPECT_EQ(utl::File::size("d"), 4);
+    EXPECT_EQ(permissions("copied"), -1);
+    EXPECT_EQ(utl::File::copy("d", "copied", utl::File::OVERWRITE_EXISTING), 0);
+    EXPECT_EQ(permissions("d"), 0755);
+    EXPECT_EQ(utl::File::move("d/fifo", "d/moved"), 1);
+    EXPECT_EQ(utl::File::erase("d", utl::File::KEEP_READ_ONLY), 1);
+    EXPECT_EQ(utl::File::exists("/dev/zero"), 1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileAtItsLimits, AFifoThatTakesTheFilesPlaceMeanwhile_BlocksNeitherProbeNorSizeNorCopy) {
+    static unsigned int sOpening;
+    auto const exchanging = [](unsigned int opening, auto operation) {
+        std::filesystem::remove("f");
+        putFile("f", "text");
+        HookScope const scope;
+        sOpening = opening;
+        hooks::open.watch([](char const*, int, mode_t) {
+            if (--sOpening == 0) {
+                EXPECT_EQ(rename("f", "gone"), 0);
+                EXPECT_EQ(mkfifo("f", 0644), 0);
+            }
+        });
+        return operation();
+    };
+    EXPECT_EQ(exchanging(1, [] { return utl::File::isOpened("f", nullptr); }), 0);
+    EXPECT_EQ(exchanging(1, [] { return utl::File::size("f"); }), 0);
+    EXPECT_EQ(exchanging(2, [] { return utl::File::copy("f", "copied", utl::File::OVERWRITE_EXISTING); }), 0);
+    EXPECT_EQ(permissions("copied"), -1);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileAtItsLimits, AFifoThatTakesANewFilesPlaceMeanwhile_IsRefusedAtOnce) {
+    putFile("source", "text");
+    HookScope const scope;
+    hooks::open.watch([](char const* path, int, mode_t) {
+        EXPECT_TRUE(path != std::string("f") || mkfifo("f", 0644) == 0 || errno == EEXIST);
+    });
+    EXPECT_EQ(utl::File("f", utl::File::TEXT_UTF8).open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE), 0);
+    EXPECT_EQ(mLog.lines(), Lines{error("open() Failed. errno[6] Path:f")});
+    mLog.clear();
+    ASSERT_EQ(unlink("f"), 0);
+    EXPECT_EQ(utl::File::copy("source", "f", utl::File::OVERWRITE_EXISTING), 0);
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileAtItsLimits, AWriterWhoseFolderIsGone_WritesWithALineAboutTheFolderAndCanMakeItAgain) {
+    utl::File file("d/f", utl::File::TEXT_UTF8);
+    ASSERT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ_WRITE), 1);
+    std::filesystem::remove_all("d");
+    mLog.clear();
+    EXPECT_EQ(file.write("ab", 2), 2);
+    EXPECT_EQ(mLog.lines(), Lines{debug("is changeParentAccessMode func stat Failed. errno[2] Path:d")});
+    EXPECT_EQ(file.size(), 2);
+    EXPECT_EQ(file.resize(1ULL), 1);
+    EXPECT_EQ(file.availableSize(), 0);
+    EXPECT_EQ(file.close(), 1);
+    EXPECT_EQ(file.size(), -1);
+    EXPECT_EQ(file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 0);
+    EXPECT_EQ(file.open(utl::File::OPEN_AT_END, utl::File::ACCESS_WRITE), 1);
+    EXPECT_EQ(permissions("d/f"), 0777);
+    EXPECT_EQ(contentOf("d/f"), "");
+}
+
+TEST_F(FileAtItsLimits, EveryModeOfAFolderComesBack_AndNothingOfTheUmaskReachesAFile) {
+    mode_t const before = umask(0777);
+    for (int const mode : {0500, 0511, 0555, 0700, 0755, 01777, 02755, 03775, 0777}) {
+        putFolder("d", static_cast<mode_t>(mode));
+        utl::File file("d/f", utl::File::TEXT_UTF8);
+        EXPECT_EQ(file.open(utl::File::OPEN_EMPTY, utl::File::ACCESS_READ_WRITE), 1);
+        EXPECT_EQ(permissions("d"), mode);
+        EXPECT_EQ(file.write("x", 1), 1);
+        EXPECT_EQ(permissions("d"), mode);
+        EXPECT_EQ(file.close(), 1);
+        EXPECT_EQ(permissions("d/f"), 0777);
+        chmod("d/f", 0640);
+        EXPECT_EQ(file.copy("d/g", utl::File::KEEP_EXISTING), 1);
+        EXPECT_EQ(permissions("d/g"), 0640);
+        EXPECT_EQ(permissions("d"), mode);
+        EXPECT_EQ(utl::File::erase("d/f", utl::File::KEEP_READ_ONLY) +
+                      utl::File::erase("d/g", utl::File::KEEP_READ_ONLY),
+                  2);
+        EXPECT_EQ(permissions("d"), mode);
+    }
+    putFolder("e", 0700);
+    EXPECT_EQ(utl::File("e/x\\y/f", utl::File::TEXT_UTF8).open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE),
+              1);
+    umask(before);
+    for (char const* const path : {"e", "e/x", "e/x/y", "e/x/y/f"}) {
+        EXPECT_EQ(permissions(path), 0777) << path;
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FileAtItsLimits, APathOf259BytesIsServedByEveryOperation_AndOneOf260ByExistsAndIsReadOnlyAlone) {
+    std::string const folder(200, 'n');
+    for (std::size_t const size : {259U, 260U}) {
+        bool const fits = size == 259;
+        int const good = fits ? 1 : 0;
+        std::string const name(size - 201, 'f');
+        std::string const path = folder + "/" + name;
+        char const* const text = path.c_str();
+        std::vector<char> output(256);
+        EXPECT_EQ(utl::File(text, utl::File::TEXT_UTF8).open(utl::File::OPEN_KEEP, utl::File::ACCESS_WRITE),
+                  good);
+        putFolder(folder);
+        putFile(path, "text");
+        EXPECT_EQ(utl::File::exists(text), 1);
+        EXPECT_EQ(utl::File::isReadOnly(text), 0);
+        EXPECT_EQ(utl::File(text, utl::File::TEXT_UTF8).open(utl::File::OPEN_AT_END, utl::File::ACCESS_READ),
+                  good);
+        EXPECT_EQ(utl::File::size(text), fits ? 4 : -1);
+        EXPECT_EQ(utl::File::extractFileName(output.data(), 256, text, utl::File::WITH_EXTENSION), good);
+        EXPECT_EQ(utl::File::extractDirectoryPath(output.data(), 256, text), good);
+        EXPECT_EQ(utl::File::copy(text, "copy", utl::File::KEEP_EXISTING), good);
+        EXPECT_EQ(utl::File::copy("copy", text, utl::File::OVERWRITE_EXISTING), good);
+        EXPECT_EQ(utl::File::applyReadOnly(text, utl::File::PATH_ONLY), good);
+        EXPECT_EQ(utl::File::liftReadOnly(text, utl::File::PATH_ONLY), good);
+        EXPECT_EQ(utl::File::move(text, "moved"), good);
+        EXPECT_EQ(utl::File::move("moved", text), good);
+        EXPECT_EQ(utl::File::erase(text, utl::File::KEEP_READ_ONLY), good);
+        EXPECT_EQ(utl::File::makeDirectories((path.substr(0, size - 2) + "/d").c_str()), good);
+        EXPECT_EQ(permissions(path), fits ? -1 : 0644);
+        std::filesystem::remove_all(folder);
+        std::filesystem::remove("copy");
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+class FifoFile : public FileAtItsLimits {
+  protected:
+    FifoFile() { EXPECT_EQ(mkfifo("fifo", 0644), 0); }
+    ~FifoFile() override { close(mOtherSide); }
+
+    void openOtherSide(int flags) { mOtherSide = ::open("fifo", flags | O_NONBLOCK | O_CLOEXEC); }
+
+    utl::File mFile{"fifo", utl::File::TEXT_UTF8};
+    int mOtherSide = -1;
+};
+
+TEST_F(FifoFile, Open_WithoutTheOtherSide_IsRefusedAtOnceWithALine) {
+    for (int const access : {0, 1}) {
+        mLog.clear();
+        EXPECT_EQ(mFile.open(0, access), 0);
+        EXPECT_EQ(mLog.lines(), Lines{error("open() Failed. errno[6] Path:fifo")});
+    }
+}
+
+TEST_F(FifoFile, OpenToRead_WithAWriter_WorksAndTakesNothingAway) {
+    openOtherSide(O_RDWR);
+    for (unsigned int written = 0; written < 3; ++written) {
+        EXPECT_EQ(mFile.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 1) << written;
+        int waiting = -1;
+        EXPECT_EQ(ioctl(mOtherSide, FIONREAD, &waiting), 0);
+        EXPECT_EQ(waiting, static_cast<int>(written));
+        EXPECT_EQ(mFile.close(), 1);
+        EXPECT_EQ(write(mOtherSide, "x", 1), 1);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+TEST_F(FifoFile, OpenToWrite_WithAReader_WorksAndWritesAsAnyFileDoes) {
+    static int sDescriptor;
+    openOtherSide(O_RDONLY);
+    for (int const access : {1, 2}) {
+        HookScope const scope;
+        hooks::open.replace([](char const* path, int flags, mode_t mode) {
+            return sDescriptor = hooks::open.real(path, flags, mode);
+        });
+        ASSERT_EQ(mFile.open(0, access), 1);
+        EXPECT_EQ(fcntl(sDescriptor, F_GETFL) & O_NONBLOCK, 0);
+        EXPECT_EQ(mFile.write("ab", 2), 2);
+        std::array<char, 3> bytes = {};
+        EXPECT_EQ(read(mOtherSide, bytes.data(), 3), 2);
+        EXPECT_EQ(mFile.close(), 1);
+    }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+// The first refusal shows a sanitizer all types on the way: it needs descriptors to look at a new one.
+TEST_F(FifoFile, OpenToRead_WithoutDescriptorsToLookForTheWriter_IsRefused) {
+    EXPECT_EQ(mFile.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 0);
+    mLog.clear();
+    openOtherSide(O_RDWR);
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    {
+        HookScope const scope;
+        hooks::open.replace([](char const* path, int flags, mode_t mode) {
+            int const descriptor = hooks::open.real(path, flags, mode);
+            rlimit limit = {};
+            getrlimit(RLIMIT_NOFILE, &limit);
+            limit.rlim_cur = 0;
+            setrlimit(RLIMIT_NOFILE, &limit);
+            return descriptor;
+        });
+        EXPECT_EQ(mFile.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ), 0);
+    }
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(mLog.lines(), Lines{error("open() Failed. errno[24] Path:fifo")});
+}
+
+TEST_F(FifoFile, Destructor_OfAPathThroughAFifo_DoesNotWaitForItsOtherSide) {
+    { utl::File const file("fifo/f", utl::File::TEXT_UTF8); }
+    EXPECT_EQ(mLog.lines(), Lines());
+}
+
+using FileOfThreads = utltest::InFolder;
+
+TEST_F(FileOfThreads, Writers_OnThreadsOfTheirOwn_NeverHaveAFileTogether) {
+    putFile("count", std::string(1, '\0'));
+    auto const countUp = [] {
+        for (int i = 0; i < 20; ++i) {
+            utl::File file("count", utl::File::TEXT_UTF8);
+            utl::File::AutoClose const closing(file);
+            while (file.open(utl::File::OPEN_KEEP, utl::File::ACCESS_READ_WRITE) == 0) {
+                std::this_thread::yield();
+            }
+            unsigned char count = 0;
+            EXPECT_EQ(file.read(&count, 1), 1);
+            std::this_thread::yield();
+            ++count;
+            EXPECT_EQ(file.seek(0, utl::File::FROM_START), 0);
+            EXPECT_EQ(file.write(&count, 1), 1);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back(countUp);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(contentOf("count"), std::string(1, 80));
 }
 
 }  // namespace

@@ -1,41 +1,43 @@
 #include "UtlWaveFile.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
-#include <cstdio>
-#include <cstring>
 #include <random>
 #include <string>
 #include <thread>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "TestCommand.h"
+#include "TestFileCalls.h"
 #include "TestFolder.h"
 #include "TestHooks.h"
+#include "TestLayout.h"
 #include "TestLog.h"
 #include "TestRiff.h"
+#include "TestStatements.h"
+#include "UtlFile.h"
 #include "UtlRiffFile.h"
+#include "UtlSubChunk.h"
 
 namespace {
 
+using namespace utltest;
+using utl::File;
 using utl::RiffFile;
+using utl::SubChunk;
 using utl::WaveFile;
-using utltest::contentOf;
 using HookScope = utltest::OwnHookScope;
-using utltest::liarChunk;
-using utltest::littleEndian;
-using utltest::LogCapture;
-using utltest::outputOf;
-using utltest::putFile;
-using utltest::riff;
-using utltest::subChunk;
 namespace hooks = utltest::hooks;
+using Names = std::vector<std::string>;
 
 // The data of "fmt", by the library's own rule for bytes per second and block align unless they are given.
 std::string format(unsigned int rate, unsigned int channels, unsigned int bits, unsigned int id,
@@ -580,6 +582,292 @@ TEST(WaveFileTraits, NeitherAWaveFileNorItsAutoClose_IsCopied) {
     static_assert(!std::is_copy_constructible_v<WaveFile> && !std::is_copy_assignable_v<WaveFile>);
     static_assert(!std::is_copy_constructible_v<WaveFile::AutoClose>);
     static_assert(!std::is_copy_assignable_v<WaveFile::AutoClose>);
+}
+
+// At the limits, in odd orders, and on files that fail or lie.
+
+constexpr unsigned long long GIB4 = 0x100000000ULL;
+Names const NONE;
+
+using WaveFileAtItsLimits = InLoggedFolder;
+using WaveStatements = WithStatements;
+
+std::string waveOf(unsigned int before) {
+    std::string chunks = subChunk("fmt ", formatOf(8000, 1, 16));
+    for (unsigned int i = 1; i < before; ++i) {
+        chunks += subChunk("junk", "j");
+    }
+    return riff("WAVE", chunks + subChunk("data", "0123456789"));
+}
+
+TEST_F(WaveFileAtItsLimits, FieldsStandInTheirOrder) {
+    static_assert(sizeof(WaveFile) == sizeof(WaveFields));
+    static_assert(std::has_virtual_destructor_v<WaveFile>);
+    static_assert(std::has_virtual_destructor_v<WaveFile::AutoClose>);
+    WaveFields const fields{};
+    putFile("f", riff("WAVE", subChunk("junk", "") + subChunk("fmt ", formatOf(0x12345678, 2, 8, 0x3456)) +
+                                  subChunk("data", "12")));
+    WaveFile wave("f");
+    EXPECT_EQ(fieldAt<int>(wave, offsetIn(fields, fields.fmtChunkId)), -1);
+    EXPECT_EQ(fieldAt<int>(wave, offsetIn(fields, fields.dataChunkId)), -1);
+    ASSERT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
+    EXPECT_EQ(fieldAt<int>(wave, offsetIn(fields, fields.fmtChunkId)), 1);
+    EXPECT_EQ(fieldAt<int>(wave, offsetIn(fields, fields.dataChunkId)), 2);
+    EXPECT_EQ(fieldAt<unsigned int>(wave, offsetIn(fields, fields.samplingRate)), 0x12345678U);
+    EXPECT_EQ(fieldAt<unsigned short>(wave, offsetIn(fields, fields.channel)), 2U);
+    EXPECT_EQ(fieldAt<unsigned short>(wave, offsetIn(fields, fields.bitsWidth)), 8U);
+    EXPECT_EQ(fieldAt<unsigned short>(wave, offsetIn(fields, fields.formatId)), 0x3456U);
+    EXPECT_TRUE(wave.close());
+}
+
+// Seeks of a file system whose files end at 4 GiB.
+off_t seekBelow4GiB(int descriptor, off_t offset, int whence) {
+    if (whence == SEEK_SET && offset >= static_cast<off_t>(GIB4)) {
+        errno = EINVAL;
+        return -1;
+    }
+    return hooks::lseek.real(descriptor, offset, whence);
+}
+
+TEST_F(WaveFileAtItsLimits, AStreamedFile_WhoseDataSizeIsNotKnown_OpensWhereNoFileCanBeThatLong) {
+    putFile("f",
+            riff("WAVE", subChunk("fmt ", formatOf(8000, 1, 16)) + liarChunk("data", 0xFFFFFFFFU, "0123")));
+    for (int const access : {0, 1}) {
+        WaveFile wave("f");
+        HookScope const scope;
+        hooks::lseek.replace(seekBelow4GiB);
+        ASSERT_EQ(wave.open(0, access), 0);
+        EXPECT_EQ(wave.getSamplingRate(), 8000U);
+        EXPECT_EQ(wave.getChunkDataSize(WaveFile::CHUNK_DATA), 0xFFFFFFFFLL);
+        ASSERT_TRUE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA));
+        char buffer[8] = {};
+        EXPECT_EQ(wave.read(buffer, 8), 4);
+        EXPECT_STREQ(buffer, "0123");
+        EXPECT_EQ(wave.read(buffer, 8), SubChunk::END_OF_DATA);
+        EXPECT_TRUE(wave.close());
+    }
+    EXPECT_EQ(mLog.lines(), Names());
+}
+
+TEST_F(WaveFileAtItsLimits, DataBehind64SubChunks_AreNotFound) {
+    for (unsigned int before : {62U, 63U, 64U, 65U}) {
+        putFile("f", waveOf(before));
+        WaveFile wave("f");
+        EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), before < 64 ? 0 : 4) << before;
+        EXPECT_TRUE(wave.isOpened());
+        EXPECT_EQ(wave.getChunkDataSize(WaveFile::CHUNK_DATA), before < 64 ? 10 : -1);
+        EXPECT_EQ(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA), before < 64);
+        EXPECT_TRUE(wave.close());
+        EXPECT_EQ(contentOf("f"), waveOf(before));
+    }
+}
+
+TEST_F(WaveFileAtItsLimits, AFormatOfEveryLength_LoadsFrom16BytesOn) {
+    for (unsigned int length = 0; length <= 18; ++length) {
+        std::string const data = (formatOf(44100, 2, 16) + "xx").substr(0, length);
+        putFile("f", riff("WAVE", subChunk("fmt ", data) + subChunk("data", "0123")));
+        WaveFile wave("f");
+        EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), length < 16 ? 1 : 0) << length;
+        EXPECT_TRUE(wave.isOpened());
+        EXPECT_EQ(wave.isOpenedSubChunk(WaveFile::CHUNK_FMT), length < 16) << length;
+        EXPECT_EQ(wave.getSamplingRate(), length < 16 ? 0U : 44100U);
+        EXPECT_EQ(wave.getChannel(), length < 16 ? 0U : 2U);
+        EXPECT_EQ(wave.getChunkDataSize(WaveFile::CHUNK_FMT), static_cast<long long>(length));
+        EXPECT_TRUE(wave.close());
+    }
+}
+
+TEST_F(WaveFileAtItsLimits, TheLargestFormatValues_WrapInTheirWidths) {
+    {
+        WaveFile wave("f");
+        ASSERT_EQ(wave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
+        ASSERT_TRUE(wave.setFmtChunkData(~0U, 0xFFFF, 0xFFFF, 0xFFFF));
+        EXPECT_EQ(wave.getBlockAlign(), 1U);
+        EXPECT_EQ(wave.getBytePerSec(), 0x0001FFFFU);
+        EXPECT_TRUE(wave.close());
+    }
+    EXPECT_EQ(contentOf("f").substr(20), "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF" + littleEndian(0x0001FFFFU) +
+                                             littleEndian(1, 2) + "\xFF\xFF");
+}
+
+TEST_F(WaveFileAtItsLimits, AFormatOfWhichOnlyAPartWasWritten_IsAFailureThatKeepsTheOldValues) {
+    WaveFile wave("f");
+    ASSERT_EQ(wave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
+    ASSERT_TRUE(wave.setFmtChunkData(8000, 1, 16, 1));
+    HookScope const scope;
+    writeShort(1);
+    EXPECT_FALSE(wave.setFmtChunkData(48000, 2, 24, 1));
+    EXPECT_EQ(hooks::write.calls(), 1U);
+    EXPECT_EQ(wave.getSamplingRate(), 8000U);
+    EXPECT_TRUE(wave.setFmtChunkData(48000, 2, 24, 1));
+    EXPECT_EQ(wave.getSamplingRate(), 48000U);
+    EXPECT_TRUE(wave.close());
+}
+
+TEST_F(WaveFileAtItsLimits, AWriterWhoseNthWriteFails_KeepsOldValuesAndCanGoOn) {
+    for (unsigned int nth = 1;; ++nth) {
+        WaveFile wave("f");
+        HookScope const scope;
+        hooks::write.failFrom(nth, 1, -1, ENOSPC);
+        if (wave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE) != 0) {
+            EXPECT_FALSE(wave.isOpened()) << nth;
+            continue;
+        }
+        if (wave.setFmtChunkData(8000, 1, 16, 1)) {
+            EXPECT_LT(hooks::write.calls(), nth);
+            hooks::write.reset();
+            EXPECT_TRUE(wave.close());
+            break;
+        }
+        hooks::write.reset();
+        EXPECT_EQ(wave.getSamplingRate(), 0U);
+        EXPECT_EQ(wave.getFormatId(), 0U);
+        // The format's sub-chunk is not left open, whatever was written of it, except where its size was
+        // what failed.
+        wave.closeSubChunk();
+        EXPECT_TRUE(wave.setFmtChunkData(8000, 1, 16, 1)) << nth;
+        EXPECT_EQ(wave.getSamplingRate(), 8000U);
+        EXPECT_TRUE(wave.close());
+    }
+}
+
+TEST_F(WaveFileAtItsLimits, FormatData_AreReplacedUntilDataStandBehindThem) {
+    WaveFile wave("f");
+    ASSERT_EQ(wave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
+    EXPECT_EQ(wave.write("x", 1), -1);
+    EXPECT_FALSE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA));
+    ASSERT_TRUE(wave.setFmtChunkData(8000, 1, 16, 1));
+    ASSERT_TRUE(wave.setFmtChunkData(16000, 2, 8, 2));
+    EXPECT_EQ(wave.getChunkDataSize(WaveFile::CHUNK_FMT), 0) << "as it was added";
+    EXPECT_EQ(wave.getChunkDataSize(WaveFile::CHUNK_DATA), -1);
+    ASSERT_TRUE(wave.openSubChunk(SubChunk::AT_END, WaveFile::CHUNK_DATA));
+    EXPECT_TRUE(wave.isOpenedSubChunk(WaveFile::CHUNK_DATA));
+    EXPECT_FALSE(wave.isOpenedSubChunk(WaveFile::CHUNK_FMT));
+    EXPECT_FALSE(wave.isOpenedSubChunk(2));
+    EXPECT_FALSE(wave.setFmtChunkData(1, 1, 1, 1)) << "while data are open";
+    EXPECT_EQ(wave.write("0123", 4), 4);
+    ASSERT_TRUE(wave.closeSubChunk());
+    EXPECT_FALSE(wave.setFmtChunkData(1, 1, 1, 1));
+    EXPECT_FALSE(wave.isOpenedSubChunk(WaveFile::CHUNK_FMT));
+    EXPECT_EQ(wave.getSamplingRate(), 16000U);
+    EXPECT_FALSE(wave.openSubChunk(2, WaveFile::CHUNK_DATA));
+    EXPECT_FALSE(wave.openSubChunk(SubChunk::AT_START, 2));
+    ASSERT_TRUE(wave.openSubChunk(SubChunk::AT_END, WaveFile::CHUNK_DATA));
+    EXPECT_EQ(wave.position(), 4);
+    EXPECT_EQ(wave.write("45", 2), 2);
+    EXPECT_TRUE(wave.close());
+    std::string const bytes = contentOf("f");
+    EXPECT_EQ(bytes.substr(36), subChunk("data", "012345"));
+    EXPECT_EQ(bytes.substr(4, 4), littleEndian(static_cast<unsigned int>(bytes.size() - 8)));
+    EXPECT_EQ(bytes.substr(12, 8), "fmt " + littleEndian(16));
+}
+
+TEST_F(WaveFileAtItsLimits, OneObjectForManyFiles_KeepsItsNumbersAsTold) {
+    putFile("f", waveOf(5));
+    WaveFile wave("f");
+    ASSERT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
+    EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 1) << "and closed";
+    EXPECT_FALSE(wave.isOpened());
+    ASSERT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
+    EXPECT_EQ(wave.open(0, 2), 1);
+    EXPECT_TRUE(wave.isOpened()) << "wrong arguments touch nothing";
+    EXPECT_TRUE(wave.close());
+    EXPECT_TRUE(wave.close());
+    EXPECT_EQ(wave.getSamplingRate(), 8000U);
+    EXPECT_EQ(wave.getChunkDataSize(WaveFile::CHUNK_DATA), -1);
+    EXPECT_FALSE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA));
+    // A new file does not have the number that "data" had.
+    ASSERT_EQ(wave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
+    EXPECT_FALSE(wave.setFmtChunkData(8000, 1, 16, 1));
+    EXPECT_FALSE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_FMT));
+    EXPECT_FALSE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA));
+    EXPECT_TRUE(wave.close());
+    EXPECT_EQ(contentOf("f"), riff("WAVE", ""));
+    EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 3);
+    EXPECT_TRUE(wave.isOpened());
+    EXPECT_TRUE(wave.close());
+    putFile("f", riff("WAVe", ""));
+    EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 2);
+    EXPECT_FALSE(wave.isOpened());
+    putFile("f", "RIFF" + littleEndian(0));
+    EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 2) << "there, and so not new";
+    EXPECT_FALSE(wave.isOpened());
+    EXPECT_EQ(contentOf("f"), "RIFF" + littleEndian(0));
+}
+
+TEST_F(WaveFileAtItsLimits, ValuesAreReadWhileAnotherThreadSetsThem) {
+    WaveFile wave("f");
+    ASSERT_EQ(wave.open(RiffFile::OPEN_NEW, RiffFile::ACCESS_READ_WRITE), 0);
+    std::atomic<bool> done{false};
+    std::thread reader([&] {
+        while (!done) {
+            unsigned int const rate = wave.getSamplingRate();
+            EXPECT_TRUE(rate == 0 || rate == 1000 || rate == 2000);
+            static_cast<void>(wave.getBytePerSec());
+            static_cast<void>(wave.getBlockAlign());
+            static_cast<void>(wave.getChannel());
+            static_cast<void>(wave.getBitsWidth());
+            static_cast<void>(wave.getFormatId());
+            static_cast<void>(wave.isOpenedSubChunk(WaveFile::CHUNK_FMT));
+            static_cast<void>(wave.getChunkDataSize(WaveFile::CHUNK_FMT));
+        }
+    });
+    for (unsigned int i = 0; i < 50; ++i) {
+        EXPECT_TRUE(wave.setFmtChunkData(1000 + i % 2 * 1000, 1, 16, 1));
+    }
+    done = true;
+    reader.join();
+    EXPECT_TRUE(wave.close());
+}
+
+TEST_F(WaveStatements, EveryOperation_ReportsItsWaitForTheLock) {
+    char const* const source = "UtlWaveFile";
+    putFile("f", riff("WAVE", subChunk("fmt ", formatOf(8000, 1, 16)) + subChunk("data", "0123")));
+    WaveFile wave("f");
+    char byte = 'x';
+    expectBracket(source, "open",
+                  [&] { EXPECT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0); });
+    expectBracket(source, "isOpened", [&] { return wave.isOpened(); });
+    expectBracket(source, "openSubChunk",
+                  [&] { EXPECT_TRUE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA)); });
+    expectBracket(source, "isOpenedSubChunk", [&] { return wave.isOpenedSubChunk(WaveFile::CHUNK_FMT); });
+    expectBracket(source, "getChunkDataSize", [&] { return wave.getChunkDataSize(WaveFile::CHUNK_FMT); });
+    expectBracket(source, "read", [&] { wave.read(&byte, 1); });
+    expectBracket(source, "write", [&] { wave.write(&byte, 1); });
+    expectBracket(source, "seek", [&] { wave.seek(File::FROM_START, 0); });
+    expectBracket(source, "position", [&] { return wave.position(); });
+    expectBracket(source, "size", [&] { return wave.size(); });
+    expectBracket(source, "getPath", [&] { return wave.getPath(); });
+    expectBracket(source, "closeSubChunk", [&] { wave.closeSubChunk(); });
+    expectBracket(source, "setFmtChunkData", [&] { wave.setFmtChunkData(1, 1, 1, 1); });
+    EXPECT_EQ(mStatements.of([&] {
+        static_cast<void>(wave.getSamplingRate());
+        static_cast<void>(wave.getChannel());
+        static_cast<void>(wave.getBitsWidth());
+        static_cast<void>(wave.getFormatId());
+        static_cast<void>(wave.getBytePerSec());
+        static_cast<void>(wave.getBlockAlign());
+    }),
+              NONE);
+    EXPECT_EQ(mStatements.of([&] { EXPECT_FALSE(wave.openSubChunk(2, WaveFile::CHUNK_FMT)); }), NONE);
+    EXPECT_EQ(mStatements.of([&] { EXPECT_EQ(wave.open(2, 0), 1); }), NONE);
+    expectBracket(source, "close", [&] { WaveFile::AutoClose const closer(wave); });
+    EXPECT_FALSE(wave.isOpened());
+}
+
+TEST_F(WaveStatements, ARead_TakesTheLocksFromTheOutsideIn) {
+    putFile("f", riff("WAVE", subChunk("fmt ", formatOf(8000, 1, 16)) + subChunk("data", "0123")));
+    WaveFile wave("f");
+    ASSERT_EQ(wave.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ), 0);
+    ASSERT_TRUE(wave.openSubChunk(SubChunk::AT_START, WaveFile::CHUNK_DATA));
+    char byte = 'x';
+    Names found = mStatements.of([&] { wave.read(&byte, 1); });
+    ASSERT_GE(found.size(), 6U);
+    found.resize(6);
+    EXPECT_EQ(found,
+              (Names{"source/UtlWaveFile read 1", "source/UtlWaveFile read 2", "source/UtlRiffFile read 1",
+                     "source/UtlRiffFile read 2", "source/UtlSubChunk read 1", "source/UtlSubChunk read 2"}));
+    EXPECT_TRUE(wave.close());
 }
 
 }  // namespace

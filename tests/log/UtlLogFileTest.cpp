@@ -17,6 +17,7 @@ using utl::File;
 using utltest::contentOf;
 using utltest::encoded;
 using utltest::HookScope;
+using utltest::TYPES_OF_UNITS;
 namespace hooks = utltest::hooks;
 using namespace std::string_literals;
 using Lines = std::vector<std::string>;
@@ -285,6 +286,45 @@ TEST_F(LogFile, IsWrittenWithNoLockOfTheLogHeld) {
     EXPECT_EQ(mLog.lines(),
               (Lines{"<TEST> ERR: another line", "<TEST> ERR: line", "<TEST> ERR: another line", "text"}));
     EXPECT_EQ(writtenBehindTheStamp(), "<TEST> ERR: line\r\ntext");
+}
+
+TEST_F(LogFile, ALogLine_ReachesAFileBeforeItIsTakenForAFormatOnceMore) {
+    utl::File& file = writing("", utl::File::TEXT_UTF8);
+    rawlog(utl::LOG_TYPE_DEFAULT, utl::LOG_LEVEL_ERROR, &file, "%s", "50%% of %d %n\n");
+    EXPECT_EQ(mLog.console().back(), "50% of %d %n\n");
+    EXPECT_EQ(written(), "50%% of %d %n\n");
+}
+
+TEST_F(LogFile, ALogLine_WhoseFileIsFull_StandsBehindTheLinesAboutThatAndKeepsErrno) {
+    HookScope const scope;
+    utl::File& file = writing("", utl::File::TEXT_UTF8);
+    hooks::write.failFrom(1, 0, -1, ENOSPC);
+    errno = ENOTTY;
+    applog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_ERROR, &file, "full: %m");
+    EXPECT_EQ(errno, ENOTTY);
+    EXPECT_EQ(mLog.lines(), (std::vector<std::string>{error("WriteFile Failed. errno[28]"),
+                                                      error("writeFile Failed. Path:text"),
+                                                      error("full: Inappropriate ioctl for device")}));
+    EXPECT_EQ(mLog.systemLog().size(), 3U);
+    EXPECT_EQ(mLog.systemLog().front().text.find("<UTIL> ERR: full: "), 0U);
+    EXPECT_EQ(written(), "");
+}
+
+TEST_F(LogFile, ALogLine_GoesToAFileWholeInItsEncoding_ItsLineEndToo) {
+    for (int const textType : TYPES_OF_UNITS) {
+        utl::File& file = writing("", textType);
+        applog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DEBUG, &file, "%s", std::string(400, 'w').c_str());
+        std::string const line = mLog.console().back();
+        EXPECT_EQ(line.size(), 255U);
+        EXPECT_EQ(line.substr(250), "...\r\n");
+        EXPECT_EQ(written(), encoded(line, textType));
+    }
+    // One character is not written in UTF-16, and Shift-JIS is for reading.
+    rawlog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_ERROR, &writing("", utl::File::TEXT_UTF16_BIG), "\n");
+    EXPECT_EQ(written(), "");
+    rawlog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_ERROR, &writing("", utl::File::TEXT_SJIS), "two");
+    EXPECT_EQ(mLog.console().back(), "two");
+    EXPECT_EQ(written(), "");
 }
 
 }  // namespace

@@ -1,18 +1,19 @@
 #include "UtlLog.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/time.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,7 +21,6 @@
 #include "TestExit.h"
 #include "TestHooks.h"
 #include "TestLog.h"
-#include "internal/log/UtlLogStampCache.h"
 
 namespace {
 
@@ -536,91 +536,6 @@ TEST_F(LogLocalTime, AnotherLineOfTheSameThread_MayComeInTheMiddleOfALine) {
                      "Nov 20 22:25:44.004 DTL: handler\r\n", "Nov 20 22:25:43.003 DTL: line\r\n"}));
 }
 
-// The memory of the last stamp.
-
-struct Remembered {
-    unsigned int words[9];
-};
-
-Remembered allOf(unsigned int word) {
-    Remembered value;
-    for (unsigned int& one : value.words) {
-        one = word;
-    }
-    return value;
-}
-
-bool isWhole(Remembered const& value) {
-    return std::memcmp(&value, allOf(value.words[0]).words, sizeof(value)) == 0;
-}
-
-TEST(LogStampCache, GivesWhatWasStoredLast) {
-    utl::LogStampCache<Remembered> cache;
-    Remembered value = allOf(7);
-    EXPECT_TRUE(cache.load(value));
-    EXPECT_EQ(value.words[0], 0U);
-    cache.store(allOf(8));
-    cache.store(allOf(9));
-    EXPECT_TRUE(cache.load(value));
-    EXPECT_EQ(value.words[0], 9U);
-    EXPECT_TRUE(isWhole(value));
-}
-
-TEST(LogStampCache, OnManyThreads_NeverGivesAMixture) {
-    static utl::LogStampCache<Remembered> cache;
-    std::atomic<unsigned int> mixtures{0};
-    std::atomic<unsigned int> hits{0};
-    std::vector<std::thread> threads;
-    for (unsigned int number = 0; number < 4; ++number) {
-        threads.emplace_back([&, number] {
-            for (unsigned int i = 0; i < 20000; ++i) {
-                Remembered value;
-                if (number < 2) {
-                    cache.store(allOf(2 * i + number));
-                }
-                if (cache.load(value)) {
-                    ++hits;
-                    mixtures += isWhole(value) ? 0U : 1U;
-                }
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(mixtures, 0U);
-    EXPECT_GT(hits, 0U);
-}
-
-TEST(LogStampCache, ASignalHandler_MayComeInAtAnyPoint) {
-    static utl::LogStampCache<Remembered> cache;
-    static std::atomic<unsigned int> handled{0};
-    static std::atomic<unsigned int> mixtures{0};
-    auto const storeAndLoad = [](unsigned int word) {
-        cache.store(allOf(word));
-        Remembered value;
-        mixtures += cache.load(value) && !isWhole(value) ? 1U : 0U;
-    };
-    static auto const theWork = storeAndLoad;
-    struct sigaction action = {};
-    struct sigaction kept = {};
-    action.sa_handler = [](int) { theWork(++handled); };
-    sigaction(SIGALRM, &action, &kept);
-    itimerval interval = {{0, 100}, {0, 100}};
-    setitimer(ITIMER_REAL, &interval, nullptr);
-    for (unsigned int i = 0x80000000U; handled < 200; ++i) {
-        theWork(i);
-    }
-    interval = {};
-    setitimer(ITIMER_REAL, &interval, nullptr);
-    sigaction(SIGALRM, &kept, nullptr);
-    EXPECT_EQ(mixtures, 0U);
-    cache.store(allOf(5));
-    Remembered value;
-    EXPECT_TRUE(cache.load(value));
-    EXPECT_EQ(value.words[0], 5U);
-}
-
 // The cut.
 
 constexpr std::size_t HEADER = 32;  // stamp, blank, "<UTIL> ", prefix
@@ -1074,6 +989,153 @@ TEST(LogAtExit, ThreadsMayLogWhileTheProcessEnds) {
             std::exit(3);
         },
         testing::ExitedWithCode(3), "");
+}
+
+// The two locks: which call takes which of them, and for how long.
+
+/// What the library does on the calling thread while the object lives: "+1" and "-1" for taking and giving
+/// back the first mutex that it touched, "+2" and "-2" for the next one, a letter for each sink, 't' for the
+/// clock.
+class LockTrace {
+  public:
+    LockTrace() { tCurrent = this; }
+    ~LockTrace() { tCurrent = nullptr; }
+    LockTrace(LockTrace const&) = delete;
+    LockTrace& operator=(LockTrace const&) = delete;
+
+    std::string const& text() const { return mText; }
+
+    static void note(char letter) {
+        if (tCurrent != nullptr) {
+            tCurrent->mText += letter;
+        }
+    }
+
+    static void noteLock(pthread_mutex_t* mutex) {
+        if (tCurrent != nullptr) {
+            if (!tCurrent->takenBefore(mutex)) {
+                tCurrent->mMutexes.push_back(mutex);
+            }
+            tCurrent->add('+', mutex);
+        }
+    }
+
+    static void noteUnlock(pthread_mutex_t* mutex) {
+        if (tCurrent != nullptr) {
+            tCurrent->add('-', mutex);
+        }
+    }
+
+  private:
+    bool takenBefore(void const* mutex) const {
+        return std::find(mMutexes.begin(), mMutexes.end(), mutex) != mMutexes.end();
+    }
+
+    void add(char sign, void const* mutex) {
+        auto const place = std::find(mMutexes.begin(), mMutexes.end(), mutex);
+        mText += sign + std::to_string(place - mMutexes.begin() + 1);
+    }
+
+    static thread_local LockTrace* tCurrent;
+
+    std::string mText;
+    std::vector<void const*> mMutexes;
+};
+
+thread_local LockTrace* LockTrace::tCurrent = nullptr;
+
+class LogLocks : public testing::Test {
+  protected:
+    LogLocks() {
+        mLog.atEachSink(LockTrace::note);
+        utltest::hooks::mutexLock.watch(LockTrace::noteLock);
+        utltest::hooks::mutexUnlock.watch(LockTrace::noteUnlock);
+        utltest::hooks::getTimeOfDay.replace([](timeval* now, void* zone) {
+            LockTrace::note('t');
+            return utltest::hooks::getTimeOfDay.real(now, zone);
+        });
+    }
+
+    /// The trace of `work`, in which 1 is the lock of the table and 2 that of the output.
+    template <typename WORK>
+    static std::string traceOf(WORK work) {
+        LockTrace const trace;
+        applog(LIBRARY, 4, "first");
+        std::string const first = "+1-1t+2c-2";
+        EXPECT_EQ(trace.text(), first);
+        work();
+        return trace.text().substr(first.size());
+    }
+
+    utltest::LogCapture mLog;
+
+  private:
+    utltest::HookScope mHooks;
+};
+
+TEST_F(LogLocks, OfALine_AreTakenOneByOne_ThatOfTheOutputForEachSinkAnew) {
+    EXPECT_EQ(traceOf([] { applog(LIBRARY, 1, "x"); }), "+1-1t+2s-2+2c-2+2b-2");
+    EXPECT_EQ(traceOf([] { rawlog(LIBRARY, 1, "x"); }), "+1-1+2s-2+2c-2+2b-2");
+}
+
+TEST_F(LogLocks, OfALineThatIsFilteredOut_AreThatOfTheTableOnce) {
+    EXPECT_EQ(traceOf([] { applog(LIBRARY, 5, "x"); }), "+1-1");
+    EXPECT_EQ(traceOf([] { applog(12345, 5, "x"); }), "+1-1");
+}
+
+TEST_F(LogLocks, OfEveryCallOnTypes_AreThatOfTheTable) {
+    EXPECT_EQ(traceOf([] { registerLogType(31, "x", 4); }), "+1-1");
+    EXPECT_EQ(traceOf([] { setFilterLevel(31, 4); }), "+1-1");
+    EXPECT_EQ(traceOf([] { setAllFilterLevel(4); }), "+1-1");
+    EXPECT_EQ(traceOf([] { getFilterLevel(31); }), "+1-1");
+}
+
+TEST_F(LogLocks, OfTheTag_IsThatOfTheOutput) {
+    EXPECT_EQ(traceOf([] { setLogTag("tag"); }), "+2-2");
+}
+
+// How many threads are inside a sink at the moment, and how often one met another there.
+std::atomic<unsigned int> gInside{0};
+std::atomic<unsigned int> gMeetings{0};
+
+TEST_F(LogLocks, LetOneThreadIntoTheSinksAtATime) {
+    mLog.atEachSink([](char) {
+        gMeetings += ++gInside > 1 ? 1U : 0U;
+        std::this_thread::yield();  // which may take long where others want the processor
+        --gInside;
+    });
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 4; ++number) {
+        threads.emplace_back([] {
+            for (int i = 0; i < 20; ++i) {
+                applog(LIBRARY, 1, "x");
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(gMeetings, 0U);
+}
+
+TEST_F(LogLocks, LetASinkLogItself) {
+    struct {
+        char sink;
+        char const* order;
+    } const cases[] = {{'s', "scbscb"}, {'c', "sscbcb"}, {'b', "scscbb"}};
+    for (auto const& one : cases) {
+        static char theSink;
+        theSink = one.sink;
+        mLog.clear();
+        mLog.atEachSink([](char sink) {
+            if (sink == theSink) {
+                theSink = '\0';
+                applog(LIBRARY, 1, "inside");
+            }
+        });
+        applog(LIBRARY, 1, "outside");
+        EXPECT_EQ(mLog.sinkOrder(), one.order);
+    }
 }
 
 }  // namespace

@@ -2,15 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
+#include <atomic>
 #include <climits>
 #include <cstring>
 #include <future>
-#include <string>
+#include <thread>
 #include <vector>
 
 #include "TestHooks.h"
 #include "TestLog.h"
+#include "TestMessages.h"
 #include "TestSharedThread.h"
 #include "UtlMsgDrivenSharedThread.h"
 #include "internal/message/UtlSystemTimer.h"
@@ -592,32 +593,6 @@ TEST_F(SharedThreadTimer, ATimerThatIsKilledInsideItsOwnHandler_IsGone) {
     EXPECT_EQ(thread.remTimerIdCount(), 4U);
 }
 
-TEST_F(SharedThreadTimer, SetTimer_WhoseStartFails_ForgetsTheListenerAndKeepsTheTimersPlace) {
-    HookScope const scope;
-    LogCapture const log;
-    Collector listener;
-    ScopedSharedThread thread;
-    ASSERT_EQ(thread.start(), 0);
-    hooks::timerCreate.failFrom(1, 2, -1, EAGAIN);
-    EXPECT_EQ(thread.setTimer(&listener, 1, 0, 0, 0), -1);
-    EXPECT_EQ(thread.setTimer(1, 0, 0, 0), -1);
-    EXPECT_EQ(thread.remTimerIdCount(), 2U);
-    EXPECT_NE(thread.findTimer(1), nullptr);
-    // The timer that is left can still be started, by its number, and expires for nobody.
-    ASSERT_EQ(thread.attachMsgListener(&listener), 1);
-    hooks::timerDelete.reset();
-    EXPECT_TRUE(thread.startTimer(1, 0));
-    EXPECT_TRUE(thread.startTimer(2, 0));
-    while (hooks::timerDelete.calls() < 4) {
-        std::this_thread::yield();
-    }
-    EXPECT_TRUE(thread.killTimer(1, 0));
-    EXPECT_TRUE(thread.killTimer(2, 0));
-    EXPECT_EQ(thread.sendMsgSync(&listener, FIRST), 1);
-    EXPECT_EQ(listener.ids(), std::vector<int>{FIRST});
-    EXPECT_EQ(thread.abortMsg(&listener), 1);
-}
-
 TEST_F(SharedThreadTimer, ATimerOfTheThreadItself_ReachesNobody) {
     HookScope const scope;
     Collector listener;
@@ -871,26 +846,6 @@ TEST_F(SharedThreadAbort, WithQueuedExpiries_DeliversNoneOfThem) {
     EXPECT_EQ(expiries.listener.received().size(), 2U);
 }
 
-TEST_F(SharedThreadAbort, WhoseTimerCannotBeKilled_IsZeroAndGoesOnWithTheRest) {
-    HookScope const scope;
-    LogCapture const log;
-    Collector listener;
-    ScopedSharedThread thread;
-    ASSERT_EQ(thread.start(), 0);
-    ASSERT_EQ(thread.setTimer(&listener, 60000, 0, 0, 0), 1);
-    ASSERT_EQ(thread.setTimer(&listener, 60000, 0, 0, 0), 2);
-    workOn(thread, [&] {
-        EXPECT_EQ(thread.postMsg(&listener, FIRST), 1);
-        hooks::timerDelete.failFrom(1, 1, -1, EINVAL);
-        EXPECT_EQ(thread.abortMsg(&listener), 0);
-        EXPECT_FALSE(thread.hasMsg(&listener, FIRST));
-    });
-    EXPECT_NE(thread.findTimer(2), nullptr) << "the last is the first";
-    EXPECT_EQ(thread.findTimer(1), nullptr);
-    EXPECT_EQ(thread.abortMsg(&listener), 1) << "it is nobody's timer now";
-    EXPECT_TRUE(thread.killTimer(2, 0));
-}
-
 TEST_F(SharedThreadAbort, WaitsForTheListenersHandler) {
     HookScope const scope;
     Holder holder;
@@ -908,6 +863,267 @@ TEST_F(SharedThreadAbort, WaitsForTheListenersHandler) {
     isOpen = true;
     holder.gate.open();
     EXPECT_EQ(aborted.get(), 1);
+}
+
+TEST_F(SharedThreadAlone, Questions_SeeEachKindOfMessageForItsOwnersAlone) {
+    OpenedSharedThread thread(8, 16);
+    Collector one;
+    Collector two;
+    ASSERT_EQ(thread.start(), 0);
+    workOn(thread, [&] {
+        int const all = thread.setTimer(600000, 0, 0, 1);
+        int const ones = thread.setTimer(&one, 600000, 0, 0, 1);
+        int const twos = thread.setTimer(&two, 600000, 0, 0, 1);
+        thread.postMsg(&one, NumberMsg(5, 51));
+        thread.executeTimeoutSignal(ones);
+        thread.executeTimeoutSignal(all);
+        thread.postMsg(NumberMsg(5, 50));
+        thread.postMsg(&two, NumberMsg(6, 62));
+        thread.executeTimeoutSignal(twos);
+        thread.postMsg(&one, NumberMsg(7, 71));
+        EXPECT_EQ(thread.getFirstMsgId(), utl::MSG_ID_TIMER);
+        EXPECT_EQ(thread.getFirstMsgId(&one), 5);
+        EXPECT_EQ(thread.getFirstMsgId(&two), 6);
+        EXPECT_EQ(thread.getFirstMsgId(nullptr), utl::MSG_ID_NONE);
+        EXPECT_EQ(peekNumber(thread, nullptr, 5), 50);
+        EXPECT_EQ(peekNumber(thread, &one, 5), 51);
+        EXPECT_EQ(peekNumber(thread, nullptr, utl::MSG_ID_TIMER), all);
+        EXPECT_EQ(peekNumber(thread, &one, utl::MSG_ID_TIMER), ones);
+        EXPECT_EQ(peekNumber(thread, &two, utl::MSG_ID_TIMER), twos);
+        EXPECT_EQ(peekNumber(thread, &one, 7), 71);  // behind a timeout of the same listener
+        EXPECT_EQ(peekNumber(thread, &two, utl::MSG_ID_ANY), 62);
+        EXPECT_FALSE(thread.hasMsg(6));
+        EXPECT_FALSE(thread.hasMsg(&one, 6));
+        EXPECT_FALSE(thread.hasMsg(&two, 5));
+        EXPECT_FALSE(thread.hasMsg(utl::MSG_ID_LISTENER_SPECIFIED));
+        EXPECT_FALSE(thread.hasMsg(&one, utl::MSG_ID_LISTENER_SPECIFIED));
+        EXPECT_TRUE(thread.eraseMsg(&one, utl::MSG_ID_TIMER));
+        EXPECT_EQ(peekNumber(thread, &one, utl::MSG_ID_TIMER), -1);
+        EXPECT_EQ(peekNumber(thread, &two, utl::MSG_ID_TIMER), twos);
+        EXPECT_TRUE(thread.eraseMsg(utl::MSG_ID_ANY));
+        EXPECT_EQ(thread.getFirstMsgId(), utl::MSG_ID_NONE);
+        EXPECT_TRUE(thread.eraseMsg(&two, utl::MSG_ID_ANY));
+        EXPECT_EQ(thread.getFirstMsgId(&two), utl::MSG_ID_NONE);
+        EXPECT_EQ(peekNumber(thread, &one, utl::MSG_ID_ANY), 51);
+    });
+    settle(thread);
+    EXPECT_EQ(one.ids(), (std::vector<int>{5, 7}));
+    EXPECT_TRUE(two.ids().empty());
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(SharedThreadAlone, ATimerMsgSentToAListener_IsNotTakenForATimeout) {
+    OpenedSharedThread thread(16, 16);
+    Collector one;
+    ASSERT_EQ(thread.start(), 0);
+    workOn(thread, [&] {
+        utl::TimerMsg msg;
+        msg.mTimerId = 12345;
+        EXPECT_EQ(thread.postMsg(&one, msg), 1);
+        utl::ThreadRawMsg raw(4);
+        EXPECT_TRUE(thread.peekMsg(&one, utl::MSG_ID_TIMER, &raw));
+        EXPECT_EQ(raw.maxSize(), 20U);  // the message as it was sent
+        EXPECT_EQ(peekNumber(thread, &one, utl::MSG_ID_TIMER), 12345);
+        EXPECT_FALSE(thread.hasMsg(utl::MSG_ID_TIMER));
+        int const timer = thread.setTimer(&one, 600000, 0, 1, 1);
+        EXPECT_TRUE(thread.eraseMsg(&one, utl::MSG_ID_TIMER));
+        EXPECT_FALSE(thread.hasMsg(&one, utl::MSG_ID_ANY));
+        EXPECT_NE(thread.findTimer(timer), nullptr);
+    });
+    settle(thread);
+    EXPECT_TRUE(one.ids().empty());
+    EXPECT_EQ(thread.abortMsg(&one), 1);
+}
+
+TEST_F(SharedThreadAlone, ErasingAllBroadcasts_LeavesARequestToAttachAloneAndErasingAllDoesNot) {
+    for (bool const all : {false, true}) {
+        OpenedSharedThread thread;
+        Collector collector;
+        Holder holder;
+        ASSERT_EQ(thread.start(), 0);
+        holdIn(holder, thread);
+        unsigned int const before = hooks::write.calls();
+        std::atomic<int> attached{-1};
+        JoinedThread attacher([&] { attached = thread.attachMsgListener(&collector); });
+        waitForTokens(before + 1);
+        JoinedThread eraser([&] {
+            EXPECT_TRUE(all ? thread.MsgDrivenThread::eraseMsg(utl::MSG_ID_ANY)
+                            : thread.eraseMsg(utl::MSG_ID_ANY));
+        });
+        waitForTokens(before + 2);
+        holder.gate.open();
+        attacher.join();
+        eraser.join();
+        EXPECT_EQ(attached, all ? 0 : 1);
+        EXPECT_EQ(thread.sendMsgSync(5), 1);
+        EXPECT_EQ(collector.ids().size(), all ? 0U : 1U);
+        EXPECT_EQ(log.lines().size(), all ? 1U : 0U);
+    }
+    EXPECT_EQ(log.count(error("MsgDrivenSharedThread::attachMsgListener(): Can't send thread")), 1U);
+}
+
+TEST_F(SharedThreadAlone, AbortMsg_FreesASynchronousSenderAndTakesTimersAndMessagesOfOneListenerAlone) {
+    OpenedSharedThread thread;
+    Collector one;
+    Collector two;
+    ASSERT_EQ(thread.start(), 0);
+    workOn(thread, [&] {
+        EXPECT_EQ(thread.setTimer(&one, 600000, 0, 0, 1), 1);
+        EXPECT_EQ(thread.setTimer(&two, 600000, 0, 0, 1), 2);
+        EXPECT_EQ(thread.registerTimer(&one, 600000, 0, 1), 3);
+        EXPECT_EQ(thread.setTimer(&one, 600000, 0, 1, 0), 4);
+    });
+    Gate queued;
+    Worker aborter([&] {
+        EXPECT_TRUE(queued.wait());
+        EXPECT_EQ(thread.abortMsg(&one), 1);
+    });
+    EXPECT_EQ(thread.postMsg(&aborter, 1), 1);
+    unsigned int const before = hooks::write.calls();
+    JoinedThread sender([&] { EXPECT_EQ(thread.sendMsgSync(&one, 5), 0); });
+    waitForTokens(before + 1);
+    EXPECT_EQ(thread.postMsg(&two, NumberMsg(6, 66)), 1);  // not held up by the one who waits
+    EXPECT_EQ(thread.postMsg(&one, NumberMsg(7, 77)), 1);
+    EXPECT_EQ(thread.postMsg(NumberMsg(8, 88)), 1);
+    queued.open();
+    sender.join();
+    settle(thread);
+    EXPECT_TRUE(one.ids().empty());
+    EXPECT_EQ(two.ids(), (std::vector<int>{6}));
+    EXPECT_EQ(thread.remTimerIdCount(), 3U);
+    EXPECT_NE(thread.findTimer(2), nullptr);
+    EXPECT_EQ(thread.abortMsg(&one), 1);
+    EXPECT_EQ(thread.abortMsg(nullptr), 0);
+    thread.finish();
+    EXPECT_EQ(thread.abortMsg(&two), 0);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(SharedThreadAlone, TimersThatEndByThemselves_GiveTheirPlacesBackForAnyNumberOfSuccessors) {
+    OpenedSharedThread thread(8, 8, 2, "shared", 1);
+    Collector one;
+    Collector all;
+    EXPECT_EQ(thread.attachMsgListener(&all), 1);
+    ASSERT_EQ(thread.start(), 0);
+    for (int round = 1; round <= 6; ++round) {
+        workOn(thread, [&] {
+            EXPECT_EQ(thread.registerTimer(nullptr, 600000, 1, 1), -1);
+            EXPECT_EQ(thread.setTimer(nullptr, 600000, 0, 1, 1), -1);
+            int const timer =
+                round % 2 == 0 ? thread.setTimer(&one, 600000, 0, 1, 1) : thread.setTimer(600000, 0, 1, 1);
+            EXPECT_EQ(timer, round);
+            EXPECT_EQ(thread.setTimer(&one, 600000, 0, 1, 1), -1);
+            EXPECT_EQ(thread.registerTimer(600000, 1, 1), -1);
+            thread.executeTimeoutSignal(timer);
+            if (round > 4) {
+                EXPECT_TRUE(round % 2 == 0 ? thread.eraseMsg(&one, utl::MSG_ID_TIMER)
+                                           : thread.eraseMsg(utl::MSG_ID_TIMER));
+            }
+        });
+        settle(thread);
+        EXPECT_EQ(thread.remTimerIdCount(), 1U);
+    }
+    EXPECT_EQ(one.ids().size(), 2U);
+    EXPECT_EQ(all.ids().size(), 2U);
+    EXPECT_EQ(thread.abortMsg(&one), 1);  // no ended timer is left to be killed
+}
+
+// The messages themselves.
+
+constexpr unsigned int ADDRESS_BYTES = sizeof(void*);
+
+using ListenerMsg = ScopedSharedThread::MsgListenerMsg;
+
+template <typename T>
+T valueAt(utl::ThreadRawMsg const& msg, unsigned int offset) {
+    T value;
+    std::memcpy(&value, msg.buffer() + offset, sizeof(value));
+    return value;
+}
+
+TEST(SharedThreadMsg, AListenerMsg_CarriesItsListenerBehindTheId) {
+    Collector listener;
+    ListenerMsg msg(utl::MSG_ID_LISTENER_ATTACH);
+    EXPECT_EQ(msg.mListener, nullptr);
+    msg.mListener = &listener;
+    utl::ThreadRawMsg raw(4 + ADDRESS_BYTES);
+    EXPECT_EQ(msg.storeTo(&raw), 1);
+    EXPECT_EQ(valueAt<int>(raw, 0), utl::MSG_ID_LISTENER_ATTACH);
+    EXPECT_EQ(valueAt<void*>(raw, 4), static_cast<utl::ThreadMsgListener*>(&listener));
+    ListenerMsg restored(0);
+    EXPECT_EQ(restored.restoreFrom(raw), 1);
+    EXPECT_EQ(restored.getMsgId(), utl::MSG_ID_LISTENER_ATTACH);
+    EXPECT_EQ(restored.mListener, &listener);
+}
+
+TEST(SharedThreadMsg, AListenerMsg_ThatDoesNotFit_FailsAndKeepsItsListener) {
+    Collector listener;
+    ListenerMsg msg(utl::MSG_ID_LISTENER_DETACH);
+    msg.mListener = &listener;
+    utl::ThreadRawMsg raw(4 + ADDRESS_BYTES - 1);
+    EXPECT_EQ(msg.storeTo(&raw), 0);
+    EXPECT_EQ(msg.restoreFrom(raw), 0);
+    EXPECT_EQ(msg.mListener, &listener);
+}
+
+TEST(SharedThreadMsg, AListenerMsg_CopiesIdAndListener) {
+    Collector listener;
+    ListenerMsg msg(utl::MSG_ID_LISTENER_DETACH);
+    msg.mListener = &listener;
+    ListenerMsg const copy(msg);
+    EXPECT_EQ(copy.getMsgId(), utl::MSG_ID_LISTENER_DETACH);
+    EXPECT_EQ(copy.mListener, &listener);
+    ListenerMsg assigned(0);
+    assigned = msg;
+    EXPECT_EQ(assigned.getMsgId(), utl::MSG_ID_LISTENER_DETACH);
+    EXPECT_EQ(assigned.mListener, &listener);
+}
+
+TEST(SharedThreadMsg, AnEnvelope_IsIdAddressAndTheWholeInnerFrame) {
+    Collector listener;
+    Envelope envelope(4 + 8);
+    EXPECT_EQ(envelope.getMsgId(), utl::MSG_ID_LISTENER_SPECIFIED);
+    EXPECT_EQ(envelope.mListener, nullptr);
+    EXPECT_EQ(envelope.mRawMsg.maxSize(), 12U);
+    envelope.mListener = &listener;
+    ASSERT_EQ(NumberMsg(FIRST, 7).storeTo(&envelope.mRawMsg), 1);
+    utl::ThreadRawMsg raw(4 + ADDRESS_BYTES + 12);
+    EXPECT_EQ(envelope.storeTo(&raw), 1);
+    EXPECT_EQ(valueAt<unsigned int>(raw, 0), 0x80000023U);
+    EXPECT_EQ(valueAt<void*>(raw, 4), static_cast<utl::ThreadMsgListener*>(&listener));
+    EXPECT_EQ(valueAt<int>(raw, 4 + ADDRESS_BYTES), FIRST);
+    EXPECT_EQ(valueAt<int>(raw, 8 + ADDRESS_BYTES), 7);
+    Envelope restored(12);
+    EXPECT_EQ(restored.restoreFrom(raw), 1);
+    EXPECT_EQ(restored.mListener, &listener);
+    NumberMsg inner(0);
+    EXPECT_EQ(inner.restoreFrom(restored.mRawMsg), 1);
+    EXPECT_EQ(inner.getMsgId(), FIRST);
+    EXPECT_EQ(inner.mNumber, 7);
+}
+
+TEST(SharedThreadMsg, AnEnvelope_NeedsRoomForAllOfIt) {
+    Envelope envelope(12);
+    utl::ThreadRawMsg raw(4 + ADDRESS_BYTES + 12 - 1);
+    EXPECT_EQ(envelope.storeTo(&raw), 0);
+    EXPECT_EQ(envelope.restoreFrom(raw), 0);
+}
+
+TEST(SharedThreadMsg, AnEnvelope_CopiesBothParts) {
+    Collector listener;
+    Envelope envelope(12);
+    envelope.mListener = &listener;
+    ASSERT_EQ(NumberMsg(FIRST, 7).storeTo(&envelope.mRawMsg), 1);
+    Envelope const copy(envelope);
+    Envelope assigned(4);
+    assigned = envelope;
+    for (Envelope const& one : {copy, assigned}) {
+        EXPECT_EQ(one.getMsgId(), utl::MSG_ID_LISTENER_SPECIFIED);
+        EXPECT_EQ(one.mListener, &listener);
+        EXPECT_EQ(one.mRawMsg.maxSize(), 12U);
+        EXPECT_EQ(valueAt<int>(one.mRawMsg, 0), FIRST);
+        EXPECT_EQ(valueAt<int>(one.mRawMsg, 4), 7);
+    }
 }
 
 }  // namespace

@@ -4,21 +4,24 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <cstring>
+#include <functional>
 #include <future>
 #include <memory>
 #include <new>
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "TestAllocations.h"
 #include "TestHooks.h"
 #include "TestLog.h"
+#include "TestMessages.h"
 #include "TestSharedThread.h"
 #include "TestThreads.h"
 #include "UtlThreadManager.h"
@@ -33,15 +36,7 @@ constexpr int SECOND = 101;
 constexpr int THIRD = 102;
 constexpr unsigned int ADDRESS_BYTES = sizeof(void*);
 
-using ListenerMsg = ScopedSharedThread::MsgListenerMsg;
 using Envelope = ScopedSharedThread::SpecifiedMsgListenerMsg;
-
-template <typename T>
-T valueAt(utl::ThreadRawMsg const& msg, unsigned int offset) {
-    T value;
-    std::memcpy(&value, msg.buffer() + offset, sizeof(value));
-    return value;
-}
 
 using SharedThread = WithoutWatchdogThread;
 
@@ -69,93 +64,6 @@ TEST_F(SharedThread, AutoStop_CallsTheStopOfTheSharedThread) {
     stopped.get();
     EXPECT_TRUE(thread.hasDone(utl::Thread::FINISHED));
     EXPECT_FALSE(utl::ThreadManager::get()->isThreadExist(thread.getId()));
-}
-
-// The messages.
-
-TEST(SharedThreadMsg, AListenerMsg_CarriesItsListenerBehindTheId) {
-    Collector listener;
-    ListenerMsg msg(utl::MSG_ID_LISTENER_ATTACH);
-    EXPECT_EQ(msg.mListener, nullptr);
-    msg.mListener = &listener;
-    utl::ThreadRawMsg raw(4 + ADDRESS_BYTES);
-    EXPECT_EQ(msg.storeTo(&raw), 1);
-    EXPECT_EQ(valueAt<int>(raw, 0), utl::MSG_ID_LISTENER_ATTACH);
-    EXPECT_EQ(valueAt<void*>(raw, 4), static_cast<utl::ThreadMsgListener*>(&listener));
-    ListenerMsg restored(0);
-    EXPECT_EQ(restored.restoreFrom(raw), 1);
-    EXPECT_EQ(restored.getMsgId(), utl::MSG_ID_LISTENER_ATTACH);
-    EXPECT_EQ(restored.mListener, &listener);
-}
-
-TEST(SharedThreadMsg, AListenerMsg_ThatDoesNotFit_FailsAndKeepsItsListener) {
-    Collector listener;
-    ListenerMsg msg(utl::MSG_ID_LISTENER_DETACH);
-    msg.mListener = &listener;
-    utl::ThreadRawMsg raw(4 + ADDRESS_BYTES - 1);
-    EXPECT_EQ(msg.storeTo(&raw), 0);
-    EXPECT_EQ(msg.restoreFrom(raw), 0);
-    EXPECT_EQ(msg.mListener, &listener);
-}
-
-TEST(SharedThreadMsg, AListenerMsg_CopiesIdAndListener) {
-    Collector listener;
-    ListenerMsg msg(utl::MSG_ID_LISTENER_DETACH);
-    msg.mListener = &listener;
-    ListenerMsg const copy(msg);
-    EXPECT_EQ(copy.getMsgId(), utl::MSG_ID_LISTENER_DETACH);
-    EXPECT_EQ(copy.mListener, &listener);
-    ListenerMsg assigned(0);
-    assigned = msg;
-    EXPECT_EQ(assigned.getMsgId(), utl::MSG_ID_LISTENER_DETACH);
-    EXPECT_EQ(assigned.mListener, &listener);
-}
-
-TEST(SharedThreadMsg, AnEnvelope_IsIdAddressAndTheWholeInnerFrame) {
-    Collector listener;
-    Envelope envelope(4 + 8);
-    EXPECT_EQ(envelope.getMsgId(), utl::MSG_ID_LISTENER_SPECIFIED);
-    EXPECT_EQ(envelope.mListener, nullptr);
-    EXPECT_EQ(envelope.mRawMsg.maxSize(), 12U);
-    envelope.mListener = &listener;
-    ASSERT_EQ(NumberMsg(FIRST, 7).storeTo(&envelope.mRawMsg), 1);
-    utl::ThreadRawMsg raw(4 + ADDRESS_BYTES + 12);
-    EXPECT_EQ(envelope.storeTo(&raw), 1);
-    EXPECT_EQ(valueAt<unsigned int>(raw, 0), 0x80000023U);
-    EXPECT_EQ(valueAt<void*>(raw, 4), static_cast<utl::ThreadMsgListener*>(&listener));
-    EXPECT_EQ(valueAt<int>(raw, 4 + ADDRESS_BYTES), FIRST);
-    EXPECT_EQ(valueAt<int>(raw, 8 + ADDRESS_BYTES), 7);
-    Envelope restored(12);
-    EXPECT_EQ(restored.restoreFrom(raw), 1);
-    EXPECT_EQ(restored.mListener, &listener);
-    NumberMsg inner(0);
-    EXPECT_EQ(inner.restoreFrom(restored.mRawMsg), 1);
-    EXPECT_EQ(inner.getMsgId(), FIRST);
-    EXPECT_EQ(inner.mNumber, 7);
-}
-
-TEST(SharedThreadMsg, AnEnvelope_NeedsRoomForAllOfIt) {
-    Envelope envelope(12);
-    utl::ThreadRawMsg raw(4 + ADDRESS_BYTES + 12 - 1);
-    EXPECT_EQ(envelope.storeTo(&raw), 0);
-    EXPECT_EQ(envelope.restoreFrom(raw), 0);
-}
-
-TEST(SharedThreadMsg, AnEnvelope_CopiesBothParts) {
-    Collector listener;
-    Envelope envelope(12);
-    envelope.mListener = &listener;
-    ASSERT_EQ(NumberMsg(FIRST, 7).storeTo(&envelope.mRawMsg), 1);
-    Envelope const copy(envelope);
-    Envelope assigned(4);
-    assigned = envelope;
-    for (Envelope const& one : {copy, assigned}) {
-        EXPECT_EQ(one.getMsgId(), utl::MSG_ID_LISTENER_SPECIFIED);
-        EXPECT_EQ(one.mListener, &listener);
-        EXPECT_EQ(one.mRawMsg.maxSize(), 12U);
-        EXPECT_EQ(valueAt<int>(one.mRawMsg, 0), FIRST);
-        EXPECT_EQ(valueAt<int>(one.mRawMsg, 4), 7);
-    }
 }
 
 // Attaching.
@@ -317,23 +225,6 @@ TEST_F(SharedThread, AMessageToOneListener_BehindOneThatWasRefused_IsDeliveredIn
     EXPECT_EQ(listener.ids(), (std::vector<int>{SECOND, THIRD}));
     EXPECT_TRUE(gone.received().empty());
     EXPECT_EQ(log.count(mismatchLine("stale", "0x80000023", "0x80000023")), 1U);
-}
-
-TEST_F(SharedThread, AttachAndDetach_AfterTheLoopFailed_AreLoggedAndZero) {
-    HookScope const scope;
-    LogCapture log;
-    Collector listener;
-    ScopedSharedThread thread;
-    ASSERT_EQ(thread.start(), 0);
-    hooks::read.failFrom(1, 0, -1, EIO);
-    thread.postMsg(FIRST);
-    ASSERT_EQ(thread.waitTo(3, 0), 0);
-    log.clear();
-    EXPECT_EQ(thread.attachMsgListener(&listener), 0);
-    EXPECT_EQ(thread.detachMsgListener(&listener), 0);
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{
-                               "<UTIL> ERR: MsgDrivenSharedThread::attachMsgListener(): Can't send thread",
-                               "<UTIL> ERR: MsgDrivenSharedThread::detachMsgListener(): Can't send thread"}));
 }
 
 TEST_F(SharedThread, AttachAndDetach_AfterTheStop_AreDoneDirectly) {
@@ -749,7 +640,7 @@ TEST_F(SharedThread, ASlowSynchronousSender_DoesNotHoldUpOthers) {
     ASSERT_EQ(thread.start(), 0);
     hooks::write.reset();
     auto slow = std::async(std::launch::async, [&] { return thread.sendMsgSync(&holder, FIRST); });
-    ASSERT_TRUE(holder.entered.wait());
+    ASSERT_TRUE(holder.gate.waitUntilHeld());
     auto interrupt = std::async(std::launch::async,
                                 [&] { return thread.sendMsgInterrupt(&listener, NumberMsg(SECOND, 2)); });
     waitForTokens(2);
@@ -1259,7 +1150,6 @@ class SlowSharedThread : public ScopedSharedThread {
         gate.open();
         finish();
     }
-    Gate entered;
     Gate gate;
     std::atomic<bool> isOpen{false};
 
@@ -1269,17 +1159,14 @@ class SlowSharedThread : public ScopedSharedThread {
     }
 
   protected:
-    void preExecute() override {
-        entered.open();
-        gate.wait();
-    }
+    void preExecute() override { EXPECT_TRUE(gate.hold()); }
 };
 
 TEST_F(SharedThreadKeepAlive, AttachMsgListener_WhileAStartWaitsForPreExecute_WaitsForBoth) {
     Collector listener;
     SlowSharedThread thread;
     WatchedThread const starter([&] { EXPECT_EQ(thread.start(), 0); });
-    ASSERT_TRUE(thread.entered.wait());
+    ASSERT_TRUE(thread.gate.waitUntilHeld());
     WatchedThread const attacher([&] {
         EXPECT_EQ(thread.attachMsgListener(&listener), 1);
         EXPECT_TRUE(thread.isOpen);
@@ -1294,7 +1181,7 @@ TEST_F(SharedThreadKeepAlive, AttachMsgListener_BehindAStartThatDidNotWait_Waits
     {
         SlowSharedThread thread;
         ASSERT_EQ(thread.start(0, 0, nullptr, 0, 0), 0);
-        ASSERT_TRUE(thread.entered.wait());
+        ASSERT_TRUE(thread.gate.waitUntilHeld());
         hooks::write.reset();
         {
             WatchedThread const attacher([&] {
@@ -1309,6 +1196,330 @@ TEST_F(SharedThreadKeepAlive, AttachMsgListener_BehindAStartThatDidNotWait_Waits
         EXPECT_EQ(thread.sendMsgSync(SECOND), 1);
     }
     EXPECT_EQ(listener.ids(), std::vector<int>{SECOND});
+}
+
+// Sizes, changes on the way and odd states.
+
+/// Takes the bytes that it gets, as many as `expected` has.
+class BytesListener : public utl::ThreadMsgListener {
+  public:
+    explicit BytesListener(unsigned int count) : mCount(count) {}
+    std::atomic<int> good{0};
+    void receiveMsg(int, utl::ThreadRawMsg& raw) override {
+        BytesMsg msg(0, mCount);
+        msg.mBytes.assign(mCount, 0);
+        good += msg.restoreFrom(raw) == 1 && msg.mBytes == BytesMsg(0, mCount).mBytes ? 1 : 0;
+    }
+
+  private:
+    unsigned int const mCount;
+};
+
+TEST_F(SharedThreadAlone, AnAddressedMessage_MayBeAsLargeAsTheThreadSaysAndNotOneByteMore) {
+    for (unsigned int const size : {1U, 33U}) {
+        OpenedSharedThread thread(size, 2);
+        BytesListener listener(size);
+        ASSERT_EQ(thread.start(), 0);
+        EXPECT_EQ(thread.postMsg(&listener, BytesMsg(5, size)), 1);
+        EXPECT_EQ(thread.sendMsgSync(&listener, BytesMsg(5, size)), 1);
+        EXPECT_EQ(thread.sendMsgInterrupt(&listener, BytesMsg(5, size)), 1);
+        EXPECT_EQ(thread.postMsg(&listener, BytesMsg(5, size + 1)), 0);
+        EXPECT_EQ(thread.sendMsgSync(&listener, BytesMsg(5, size + 1)), 0);
+        EXPECT_EQ(thread.sendMsgInterrupt(&listener, BytesMsg(5, size + 1)), 0);
+        settle(thread);
+        EXPECT_EQ(listener.good, 3);
+        EXPECT_TRUE(log.lines().empty());
+    }
+}
+
+TEST_F(SharedThreadAlone, AThreadForIdsAlone_DeliversThemTimeoutsAndNothingLarger) {
+    OpenedSharedThread thread(0, 2);
+    Collector collector;
+    ASSERT_EQ(thread.start(), 0);
+    EXPECT_EQ(thread.sendMsgSync(&collector, 5), 1);
+    EXPECT_EQ(thread.sendMsgInterrupt(&collector, 6), 1);
+    EXPECT_EQ(thread.postMsg(&collector, BytesMsg(7, 1)), 0);
+    workOn(thread, [&] { thread.executeTimeoutSignal(thread.setTimer(&collector, 600000, 0, 1, 0)); });
+    settle(thread);
+    EXPECT_EQ(collector.ids(), (std::vector<int>{5, 6, utl::MSG_ID_TIMER}));
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(SharedThreadAlone, ABroadcast_MayFillTheRoomOfTheEnvelopeAndNotOneByteMore) {
+    unsigned int const room = 33 + 4 + ADDRESS_BYTES;
+    OpenedSharedThread thread(33, 2);
+    BytesListener listener(room);
+    EXPECT_EQ(thread.attachMsgListener(&listener), 1);
+    ASSERT_EQ(thread.start(), 0);
+    EXPECT_EQ(thread.sendMsgSync(BytesMsg(5, room)), 1);
+    EXPECT_EQ(listener.good, 1);
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(thread.postMsg(BytesMsg(5, room + 1)), 0);
+    EXPECT_EQ(
+        log.lines(),
+        (std::vector<std::string>{error("MsgDrivenThread(shared) Overflow MsgSize  MaxSize(include MsgId):" +
+                                        std::to_string(room + 4) + " MsgId:0x00000005")}));
+}
+
+TEST_F(SharedThreadAlone, WhatAHandlerAttachesAndDetaches_NeitherSkipsNorRepeatsAListener) {
+    struct Case {
+        char const* acts;  // of C: a small letter detaches, a capital one attaches
+        char const* first;
+        char const* second;
+    };
+    // Attached are A, B, C, D; the last comes first.
+    std::vector<Case> const cases = {
+        {"", "DCBA", "DCBA"},     {"d", "DCBA", "CBA"},      {"c", "DCBA", "DBA"},   {"b", "DCA", "DCA"},
+        {"a", "DCB", "DCB"},      {"dcba", "DC", ""},        {"abcd", "DC", ""},     {"E", "DCBA", "EDCBA"},
+        {"dD", "DCBA", "DCBA"},   {"cC", "DCBA", "CDBA"},    {"bB", "DCA", "BDCA"},  {"aA", "DCB", "ADCB"},
+        {"dE", "DCBA", "ECBA"},   {"abAB", "DC", "BADC"},    {"aaE", "DCB", "EDCB"}, {"cbaE", "DC", "ED"},
+        {"DCBA", "DCBA", "DCBA"}, {"dcbaABCD", "DC", "DCBA"}};
+    for (Case const& one : cases) {
+        std::string seen;
+        OpenedSharedThread thread(8, 4, 5);
+        std::vector<std::unique_ptr<Letter>> letters;
+        for (char const letter : std::string("ABCDE")) {
+            letters.push_back(std::make_unique<Letter>(letter, seen));
+        }
+        std::string acts = one.acts;
+        letters[2]->then = [&] {
+            for (char const act : std::exchange(acts, "")) {
+                if (act >= 'a') {
+                    thread.detachMsgListener(letters[static_cast<size_t>(act - 'a')].get());
+                } else {
+                    EXPECT_EQ(thread.attachMsgListener(letters[static_cast<size_t>(act - 'A')].get()), 1);
+                }
+            }
+        };
+        for (size_t i = 0; i < 4; ++i) {
+            EXPECT_EQ(thread.attachMsgListener(letters[i].get()), 1);
+        }
+        ASSERT_EQ(thread.start(), 0);
+        EXPECT_EQ(thread.sendMsgSync(5), 1);
+        EXPECT_EQ(seen, one.first) << "acts " << one.acts;
+        seen.clear();
+        EXPECT_EQ(thread.sendMsgSync(5), 1);
+        EXPECT_EQ(seen, one.second) << "acts " << one.acts;
+        thread.finish();
+    }
+}
+
+TEST_F(SharedThreadAlone, ABroadcastTimeout_ToleratesAHandlerThatDetachesAbortsAndDeletesItsListener) {
+    std::string seen;
+    OpenedSharedThread thread(8, 8, 3);
+    Letter first('A', seen);
+    auto middle = std::make_unique<Letter>('B', seen);
+    Letter last('C', seen);
+    last.then = [&] {
+        if (middle != nullptr) {
+            thread.detachMsgListener(middle.get());
+            EXPECT_EQ(thread.abortMsg(middle.get()), 1);
+            middle.reset();
+        }
+    };
+    thread.attachMsgListener(&first);
+    thread.attachMsgListener(middle.get());
+    thread.attachMsgListener(&last);
+    ASSERT_EQ(thread.start(), 0);
+    workOn(thread, [&] {
+        int const all = thread.setTimer(600000, 0, 1, 1);
+        int const one = thread.setTimer(middle.get(), 600000, 0, 0, 1);
+        thread.executeTimeoutSignal(all);
+        thread.postMsg(middle.get(), 5);
+        thread.executeTimeoutSignal(one);
+    });
+    settle(thread);
+    EXPECT_EQ(seen, "CA");
+    EXPECT_EQ(thread.remTimerIdCount(), 4U);
+    EXPECT_EQ(hooks::timerCreate.calls(), hooks::timerDelete.calls());
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(SharedThreadAlone, AttachingAgainstAFullControlQueue_FailsWithItsLineAndChangesNothing) {
+    OpenedSharedThread thread(8, 4, 2);
+    Collector one;
+    Collector two;
+    Holder holder;
+    EXPECT_EQ(thread.attachMsgListener(&one), 1);
+    ASSERT_EQ(thread.start(), 0);
+    holdIn(holder, thread);
+    unsigned int count = 0;
+    while (thread.postThreadCtlMsg(utl::MSG_ID_CTL_START_TIMER, 77) == 1) {
+        ++count;
+    }
+    EXPECT_EQ(count, 4 + utl::MsgDrivenThread::EXTRA_CTL_ENTRIES);
+    EXPECT_EQ(thread.attachMsgListener(&two), 0);
+    EXPECT_EQ(thread.detachMsgListener(&one), 0);
+    EXPECT_EQ(log.count(error("MsgDrivenSharedThread::attachMsgListener(): Can't send thread")), 1U);
+    EXPECT_EQ(log.count(error("MsgDrivenSharedThread::detachMsgListener(): Can't send thread")), 1U);
+    EXPECT_EQ(log.count(error("MsgDrivenThread(shared) Overflow ThreadCtlMsgQueue  MaxCount:260 "
+                              "MsgId:0x80000005")),
+              2U);
+    holder.gate.open();
+    // What the two requests left in the data queue must reach nobody once a posted message comes.
+    while (thread.postMsg(NumberMsg(9, 99)) == 0) {
+        std::this_thread::yield();
+    }
+    ASSERT_TRUE(one.waitFor(1));
+    EXPECT_EQ(one.ids(), (std::vector<int>{9}));
+    EXPECT_TRUE(two.ids().empty());
+    EXPECT_EQ(log.count(error("!!!!!!!! MsgDrivenThread(shared) MismatchedMsg... DataQueueMsgId:0x80000021 "
+                              "CtlMsgId:0x00000009 Erased Data !!!!!!!!")),
+              1U);
+    EXPECT_EQ(log.count(error("!!!!!!!! MsgDrivenThread(shared) MismatchedMsg... DataQueueMsgId:0x80000022 "
+                              "CtlMsgId:0x00000009 Erased Data !!!!!!!!")),
+              1U);
+}
+
+TEST_F(SharedThreadAlone, AHandlerIsHeldUpByNobody_WhileOutsidersWaitInEveryCall) {
+    OpenedSharedThread thread(16, 64, 4, "shared", 16);
+    Collector outside;
+    Collector inside;
+    Gate gate;
+    std::atomic<int> timer{-1};
+    std::atomic<bool> done{false};
+    Worker handler([&] {
+        timer = thread.setTimer(&inside, 600000, 0, 0, 1);
+        EXPECT_TRUE(gate.hold());
+        EXPECT_EQ(thread.start(), -1);
+        EXPECT_EQ(thread.stop(1, 0), -1);
+        EXPECT_EQ(thread.attachMsgListener(&inside), 1);
+        thread.detachMsgListener(&inside);
+        EXPECT_EQ(thread.postMsg(&inside, 6), 1);
+        EXPECT_EQ(thread.postMsg(6), 1);
+        EXPECT_TRUE(thread.hasMsg(6));
+        EXPECT_TRUE(thread.hasMsg(&inside, 6));
+        EXPECT_TRUE(thread.eraseMsg(&inside, 6));
+        EXPECT_EQ(thread.sendMsgSync(&inside, 6), 0);
+        EXPECT_EQ(thread.sendMsgInterrupt(&inside, 6), 0);
+        int const another = thread.setTimer(&inside, 600000, 0, 0, 1);
+        EXPECT_GT(another, 0);
+        EXPECT_TRUE(thread.killTimer(another));
+        EXPECT_EQ(thread.abortMsg(&inside), 1);
+        done = true;
+    });
+    ASSERT_EQ(thread.start(), 0);
+    EXPECT_EQ(thread.postMsg(&handler, 1), 1);
+    ASSERT_TRUE(gate.waitUntilHeld());
+    std::vector<std::function<void()>> const calls = {
+        [&] { EXPECT_EQ(thread.sendMsgSync(&outside, 7), 1); },
+        [&] { EXPECT_EQ(thread.sendMsgInterrupt(&outside, 8), 1); },
+        [&] { EXPECT_EQ(thread.attachMsgListener(&outside), 1); },
+        [&] { thread.hasMsg(&outside, 7); },
+        [&] { EXPECT_TRUE(thread.eraseMsg(&outside, 9)); },
+        [&] { EXPECT_GT(thread.setTimer(&outside, 600000, 0, 0, 1), 0); },
+        [&] { EXPECT_EQ(thread.postMsg(&outside, 10), 1); },
+        [&] { thread.killTimer(timer, 0); },
+    };
+    std::vector<std::unique_ptr<std::atomic<int>>> ids;
+    std::vector<std::unique_ptr<JoinedThread>> outsiders;
+    for (auto const& call : calls) {
+        ids.push_back(std::make_unique<std::atomic<int>>(0));
+        std::atomic<int>& id = *ids.back();
+        outsiders.push_back(std::make_unique<JoinedThread>([&call, &id] {
+            id = kernelId();
+            call();
+        }));
+        waitUntilAsleep(id);
+    }
+    gate.open();
+    outsiders.clear();
+    EXPECT_TRUE(done);
+    settle(thread);
+    std::vector<int> received = outside.ids();
+    std::sort(received.begin(), received.end());
+    received.erase(std::remove(received.begin(), received.end(), 6), received.end());  // the broadcast
+    EXPECT_EQ(received, (std::vector<int>{7, 8, 10}));
+}
+
+TEST_F(SharedThreadAlone, AListenerThatWasDetachedAndAborted_CanBeDeletedWhateverWasOnItsWay) {
+    OpenedSharedThread thread(8, 64, 8, "shared", 12);
+    ASSERT_EQ(thread.start(), 0);
+    auto const play = [&] {
+        for (int i = 0; i < 40; ++i) {
+            auto const listener = std::make_unique<Collector>();
+            EXPECT_EQ(thread.attachMsgListener(listener.get()), 1);
+            EXPECT_GT(thread.setTimer(listener.get(), 1, i % 2, 0, i / 2 % 2), 0);
+            EXPECT_GT(thread.setTimer(listener.get(), 1, 0, 1, 1), 0);
+            EXPECT_EQ(thread.postMsg(listener.get(), 5), 1);
+            EXPECT_EQ(thread.postMsg(6), 1);
+            EXPECT_EQ(thread.postMsg(listener.get(), 7), 1);
+            thread.detachMsgListener(listener.get());
+            thread.abortMsg(listener.get());  // 0 where its second timer has ended meanwhile
+        }
+    };
+    {
+        JoinedThread one(play);
+        JoinedThread two(play);
+        JoinedThread three(play);
+    }
+    EXPECT_EQ(thread.remTimerIdCount(), 12U);
+    EXPECT_EQ(hooks::timerCreate.calls(), hooks::timerDelete.calls());
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(SharedThreadAlone, ListenersThatComeAndGoAmongBroadcasts_MissNoneWhileTheyAreAttached) {
+    OpenedSharedThread thread(16, 64, 4);
+    Collector constant;
+    EXPECT_EQ(thread.attachMsgListener(&constant), 1);
+    ASSERT_EQ(thread.start(), 0);
+    constexpr int ROUNDS = 40;
+    auto const visit = [&](int id) {
+        for (int i = 0; i < ROUNDS; ++i) {
+            Collector visitor;
+            EXPECT_EQ(thread.attachMsgListener(&visitor), 1);
+            EXPECT_EQ(thread.sendMsgSync(NumberMsg(id, i)), 1);
+            EXPECT_EQ(thread.sendMsgSync(&visitor, NumberMsg(id + 10, i)), 1);
+            int const timer = thread.setTimer(&visitor, 600000, 0, 0, 1);
+            thread.detachMsgListener(&visitor);
+            EXPECT_EQ(thread.abortMsg(&visitor), 1);
+            EXPECT_TRUE(timer == -1 || !thread.killTimer(timer));
+            auto const ids = visitor.ids();
+            EXPECT_EQ(std::count(ids.begin(), ids.end(), id), 1);
+            EXPECT_EQ(std::count(ids.begin(), ids.end(), id + 10), 1);
+        }
+    };
+    {
+        JoinedThread first([&] { visit(1); });
+        JoinedThread second([&] { visit(2); });
+        JoinedThread third([&] { visit(3); });
+    }
+    EXPECT_EQ(constant.ids().size(), 3U * ROUNDS);
+    EXPECT_EQ(thread.remTimerIdCount(), 4U);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(SharedThreadAlone, AHandlerThatPeeksIntoItsOwnMessage_SpoilsNoneBehindIt) {
+    OpenedSharedThread thread(8, 8);
+    std::vector<int> numbers;
+    class Peeking : public utl::ThreadMsgListener {
+      public:
+        Peeking(OpenedSharedThread& owner, std::vector<int>& all) : mOwner(owner), mAll(all) {}
+        void receiveMsg(int, utl::ThreadRawMsg& raw) override {
+            NumberMsg msg(0, -1);
+            msg.restoreFrom(raw);
+            mAll.push_back(msg.mNumber);
+            mOwner.peekMsg(9, &raw);
+            mOwner.peekMsg(this, 5, &raw);
+            mOwner.peekMsg(9, &raw);
+        }
+
+      private:
+        OpenedSharedThread& mOwner;
+        std::vector<int>& mAll;
+    } listener(thread, numbers);
+    ASSERT_EQ(thread.start(), 0);
+    workOn(thread, [&] {
+        for (int i = 1; i <= 3; ++i) {
+            thread.postMsg(&listener, NumberMsg(5, i));
+        }
+        thread.postMsg(NumberMsg(9, 99));
+        thread.postMsg(&listener, NumberMsg(5, 4));
+    });
+    settle(thread);
+    EXPECT_EQ(thread.sendMsgSync(&listener, NumberMsg(5, 5)), 1);
+    EXPECT_EQ(numbers, (std::vector<int>{1, 2, 3, 4, 5}));
+    EXPECT_TRUE(log.lines().empty());
 }
 
 }  // namespace

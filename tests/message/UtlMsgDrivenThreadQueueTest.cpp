@@ -1,18 +1,28 @@
 // Questions about queued messages, and their erasure.
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <time.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <climits>
+#include <functional>
 #include <future>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
+#include "TestErasure.h"
 #include "TestHooks.h"
 #include "TestLog.h"
 #include "TestMessages.h"
+#include "TestStage.h"
+#include "UtlThreadManager.h"
 
 using namespace utltest;
 
@@ -645,6 +655,557 @@ TEST_F(MsgQueue, AQueuedTimeoutThatDoesNotFitAFrame_IsLoggedByBothScans) {
     ASSERT_EQ(log.lines().size(), 2U);
     EXPECT_EQ(log.lines()[0].rfind(linePrefix("executeFindMsg", "Can't store message."), 0), 0U);
     EXPECT_EQ(log.lines()[1].rfind(linePrefix("executeEraseMsg", "Can't store message."), 0), 0U);
+}
+
+// With a loop that the test holds.
+
+/// Stays at the end of its life, behind the loop, until it is let go.
+class LingeringThread : public OpenedMsgThread {
+  public:
+    using OpenedMsgThread::OpenedMsgThread;
+    ~LingeringThread() override {
+        gate.open();
+        finish();
+    }
+    Gate gate;
+
+  protected:
+    void postExecute() override { EXPECT_TRUE(gate.hold()); }
+};
+
+TEST_F(MsgThreadOnStage, EraseMsg_BehindAFrameThatLostItsEntry_FailsWithTheLine) {
+    Stage stage;
+    stage.start();
+    stage.onThread([&] {
+        stage.thread.postMsg(NumberMsg(5, 55));
+        stage.thread.postMsg(NumberMsg(6, 66));
+        EXPECT_TRUE(stage.thread.earseMsgQueue(0, 0, 0));
+        EXPECT_FALSE(stage.thread.eraseMsg(6));
+        EXPECT_FALSE(stage.thread.eraseMsg(7));
+    });
+    ASSERT_TRUE(stage.collector.waitFor(2));
+    EXPECT_EQ(stage.delivered(), (Delivered{{6, 66}}));
+    EXPECT_EQ(countLike(error("MsgDrivenThread::executeEraseMsg(): Data Queue is different from Ctl Queue . "
+                              "Line="),
+                        " MsgId(Ctl)=6 MsgId(Data)=5 "),
+              2U);
+    EXPECT_EQ(log.count(error("!!!!!!!! MsgDrivenThread(road) MismatchedMsg... DataQueueMsgId:0x00000005 "
+                              "CtlMsgId:0x00000006 Erased Data !!!!!!!!")),
+              1U);
+    EXPECT_EQ(log.lines().size(), 3U);
+}
+
+TEST_F(MsgThreadOnStage, EraseMsg_BehindTheFrameOfARefusedSynchronousMessage_ErasesItsOwn) {
+    Stage stage(64, 2);
+    stage.start();
+    stage.hold();
+    EXPECT_EQ(stage.fillCtlQueue(), 2 + utl::MsgDrivenThread::EXTRA_CTL_ENTRIES);
+    EXPECT_EQ(stage.thread.sendMsgSync(NumberMsg(5, 55)), 0);  // its frame stays behind
+    EXPECT_TRUE(stage.thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_START_TIMER));
+    EXPECT_EQ(stage.thread.sendMsgAsync(NumberMsg(6, 66)), 1);
+    EXPECT_TRUE(stage.thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_START_TIMER));
+    std::atomic<bool> erased{false};
+    unsigned int const before = hooks::write.calls();
+    JoinedThread eraser([&] { erased = stage.thread.eraseMsg(6); });
+    waitForTokens(before + 1);
+    stage.release();
+    eraser.join();
+    EXPECT_TRUE(erased);
+    stage.settle();
+    EXPECT_EQ(stage.delivered(), Delivered());
+    EXPECT_EQ(log.count(error("!!!!!!!! MsgDrivenThread(road) MismatchedMsg... DataQueueMsgId:0x00000005 "
+                              "CtlMsgId:0x00000006 Erased Data !!!!!!!!")),
+              1U);
+    EXPECT_EQ(countLike(error("MsgDrivenThread::executeEraseMsg()"), ""), 0U);
+}
+
+TEST_F(MsgThreadOnStage, AnEntryWithoutItsFrame_IsPassedOverByAQuestionAndFailsAnErasure) {
+    Stage stage;
+    stage.start();
+    stage.onThread([&] {
+        EXPECT_EQ(stage.thread.postThreadCtlMsg(5, -1), 1);
+        stage.thread.executeTimeoutSignal(stage.thread.setTimer(LONG, 0, 0, 1));
+        EXPECT_TRUE(stage.thread.hasMsg(utl::MSG_ID_TIMER));
+        EXPECT_EQ(
+            countLike(error("MsgDrivenThread::executeFindMsg(): Peek Data Queue fail. Line="), " MsgId=5"),
+            1U);
+        EXPECT_FALSE(stage.thread.eraseMsg(utl::MSG_ID_TIMER));
+        EXPECT_EQ(
+            countLike(error("MsgDrivenThread::executeEraseMsg(): Peek Data Queue fail. Line="), " MsgId=5"),
+            1U);
+        EXPECT_EQ(log.lines().size(), 2U);
+        EXPECT_TRUE(stage.thread.eraseMsgFromCtlQueue(5));
+        EXPECT_FALSE(stage.thread.eraseMsgFromCtlQueue(5));
+        EXPECT_TRUE(stage.thread.hasMsg(utl::MSG_ID_TIMER));
+    });
+    stage.settle();
+    EXPECT_EQ(stage.delivered(), (Delivered{{utl::MSG_ID_TIMER, 1}}));
+    EXPECT_EQ(log.lines().size(), 2U);
+}
+
+TEST_F(MsgThreadOnStage, EarseMsgQueue_TakesOnlyPlacesThatAreInUse) {
+    Stage stage(8);
+    stage.start();
+    stage.onThread([&] {
+        EXPECT_FALSE(stage.thread.earseMsgQueue(0, 0, 0));
+        stage.thread.postThreadCtlMsg(utl::MSG_ID_CTL_START_TIMER, NO_TIMER);
+        EXPECT_FALSE(stage.thread.earseMsgQueue(0, 0, 0));  // the entry is there, and no data
+        stage.thread.postMsg(1);
+        stage.thread.postMsg(2);
+        EXPECT_FALSE(stage.thread.earseMsgQueue(0, 24, 12));
+        EXPECT_FALSE(stage.thread.earseMsgQueue(3, 0, 12));
+        EXPECT_FALSE(stage.thread.earseMsgQueue(UINT_MAX, 0, 12));
+        EXPECT_FALSE(stage.thread.earseMsgQueue(0, UINT_MAX, 12));
+        EXPECT_TRUE(stage.thread.hasMsg(1));
+        EXPECT_TRUE(stage.thread.hasMsg(2));
+        EXPECT_TRUE(stage.thread.earseMsgQueue(2, 23, UINT_MAX));  // as far as there is data
+        EXPECT_FALSE(stage.thread.earseMsgQueue(0, 23, 1));
+        EXPECT_TRUE(stage.thread.earseMsgQueue(1, 12, 11));
+        EXPECT_TRUE(stage.thread.earseMsgQueue(0, 11, 0));  // an entry alone
+        EXPECT_FALSE(stage.thread.earseMsgQueue(0, 0, 12));
+        EXPECT_EQ(stage.thread.getFirstMsgId(), utl::MSG_ID_NONE);
+        stage.thread.postMsg(NumberMsg(3, 33));
+    });
+    ASSERT_TRUE(stage.collector.waitFor(2));
+    EXPECT_EQ(stage.delivered(), (Delivered{{3, 33}}));
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{error(
+                               "!!!!!!!! MsgDrivenThread(road) MismatchedMsg... DataQueueMsgId:0x00000001 "
+                               "CtlMsgId:0x00000003 Erased Data !!!!!!!!")}));
+}
+
+TEST_F(MsgThreadOnStage, QuestionsAgainstAFullControlQueue_FailAndLeaveTheThreadWhole) {
+    Stage stage;
+    stage.start();
+    stage.hold();
+    EXPECT_EQ(stage.thread.postMsg(NumberMsg(5, 55)), 1);
+    EXPECT_EQ(stage.fillCtlQueue(), 16 + utl::MsgDrivenThread::EXTRA_CTL_ENTRIES - 1);
+    utl::ThreadRawMsg raw(4);
+    EXPECT_FALSE(stage.thread.hasMsg(5));
+    EXPECT_FALSE(stage.thread.peekMsg(5, &raw));
+    EXPECT_FALSE(stage.thread.eraseMsg(5));
+    EXPECT_EQ(stage.thread.getFirstMsgId(), utl::MSG_ID_NONE);
+    EXPECT_EQ(stage.thread.sendMsgInterrupt(6), 0);
+    EXPECT_EQ(raw.maxSize(), 4U);
+    EXPECT_EQ(
+        log.count(error("MsgDrivenThread(road) Overflow ThreadCtlMsgQueue  MaxCount:272 MsgId:0x80000004")),
+        5U);
+    EXPECT_EQ(
+        log.count(error("MsgDrivenThread(road) Overflow ThreadCtlMsgQueue  MaxCount:272 MsgId:0x80000006")),
+        1U);
+    EXPECT_EQ(log.lines().size(), 6U);
+    stage.release();
+    ASSERT_TRUE(stage.collector.waitFor(2));
+    stage.drain();
+    EXPECT_EQ(stage.delivered(), (Delivered{{5, 55}}));
+    EXPECT_FALSE(stage.thread.hasMsg(5));
+}
+
+TEST_F(MsgThreadOnStage, AFrameTooSmallForATimeout_IsLoggedAndHindersNoOtherMessage) {
+    Stage stage(3);
+    stage.start();
+    stage.onThread([&] {
+        int const timer = stage.thread.setTimer(LONG, 0, 0, 1);
+        stage.thread.executeTimeoutSignal(timer);
+        stage.thread.postMsg(5);
+        EXPECT_TRUE(stage.thread.hasMsg(5));
+        EXPECT_EQ(countWith("<UTIL> ERR: MsgDrivenThread::executeFindMsg(): Can't store message. Line="), 1U);
+        EXPECT_FALSE(stage.thread.eraseMsg(5));
+        EXPECT_EQ(countWith("<UTIL> ERR: MsgDrivenThread::executeEraseMsg(): Can't store message. Line="),
+                  1U);
+        EXPECT_EQ(log.lines().size(), 2U);
+    });
+    stage.settle();
+    EXPECT_EQ(log.count(error("!!!!!!!! MsgDrivenThread(road) Error. MsgId:0x80000008 !!!!!!!!")), 1U);
+    ASSERT_EQ(stage.delivered().size(), 1U);
+    EXPECT_EQ(stage.delivered()[0].first, 5);
+}
+
+TEST_F(MsgThreadOnStage, AnInterruptThatKillsTheTimerAtTheHead_TakesNoOtherMessageWithIt) {
+    Stage stage;
+    stage.start();
+    int timer = -1;
+    stage.onOther = [&](int id, int) {
+        if (id == 50) {
+            EXPECT_TRUE(stage.thread.killTimer(timer));
+        }
+    };
+    stage.hold(0, [&] {
+        timer = stage.thread.setTimer(LONG, 0, 0, 1);
+        stage.thread.executeTimeoutSignal(timer);
+        stage.thread.postMsg(NumberMsg(6, 66));
+        stage.thread.postMsg(NumberMsg(7, 77));
+    });
+    stage.interruptHeldLoop();
+    EXPECT_EQ(stage.delivered(), (Delivered{{50, 0}, {6, 66}, {7, 77}}));
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(MsgThreadOnStage, AnInterruptThatReplacesTheHeadByANewMessageOfItsId_LosesNoneBetween) {
+    Stage stage;
+    stage.start();
+    stage.onOther = [&](int id, int) {
+        if (id == 50) {
+            EXPECT_TRUE(stage.thread.eraseMsg(5));
+            EXPECT_EQ(stage.thread.postMsg(NumberMsg(5, 2)), 1);
+        }
+    };
+    stage.hold(0, [&] {
+        stage.thread.postMsg(NumberMsg(5, 1));
+        stage.thread.postMsg(NumberMsg(6, 66));
+    });
+    stage.interruptHeldLoop();
+    EXPECT_EQ(stage.delivered(), (Delivered{{50, 0}, {6, 66}, {5, 2}}));
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(MsgThreadOnStage, AnInterruptThatErasesASynchronousHead_FreesItsSenderAndDeliversTheRestOnce) {
+    Stage stage;
+    stage.start();
+    stage.onOther = [&](int id, int) {
+        if (id == 50) {
+            EXPECT_TRUE(stage.thread.eraseMsg(8));
+        }
+    };
+    stage.hold();
+    unsigned int const before = hooks::write.calls();
+    JoinedThread syncSender([&] { EXPECT_EQ(stage.thread.sendMsgSync(NumberMsg(8, 88)), 0); });
+    waitForTokens(before + 1);
+    EXPECT_EQ(stage.thread.postMsg(NumberMsg(6, 66)), 1);
+    JoinedThread sender([&] { EXPECT_EQ(stage.thread.sendMsgInterrupt(NumberMsg(50, 0)), 1); });
+    waitForTokens(before + 3);
+    stage.release();
+    syncSender.join();
+    sender.join();
+    stage.settle();
+    EXPECT_EQ(stage.delivered(), (Delivered{{50, 0}, {6, 66}}));
+}
+
+TEST_F(MsgThreadOnStage, RequestsOfAllKindsAtOnce_AreServedInterruptFirstThenErasureThenQuestion) {
+    Stage stage;
+    stage.start();
+    stage.onOther = [&](int id, int) {
+        if (id == 50) {
+            EXPECT_EQ(stage.thread.postMsg(7), 1);
+        }
+    };
+    stage.hold(0, [&] { stage.thread.postMsg(NumberMsg(5, 55)); });
+    unsigned int const before = hooks::write.calls();
+    JoinedThread finder([&] {
+        NotingJudgement all(utl::MSG_ID_NONE);
+        EXPECT_FALSE(stage.thread.hasMsgInternal(&all));
+        EXPECT_EQ(all.ids, (std::vector<int>{5}));
+    });
+    waitForTokens(before + 1);
+    JoinedThread eraser([&] { EXPECT_TRUE(stage.thread.eraseMsg(7)); });
+    waitForTokens(before + 2);
+    JoinedThread sender([&] { EXPECT_EQ(stage.thread.sendMsgInterrupt(NumberMsg(50, 0)), 1); });
+    waitForTokens(before + 3);
+    stage.release();
+    finder.join();
+    eraser.join();
+    sender.join();
+    stage.settle();
+    EXPECT_EQ(stage.delivered(), (Delivered{{50, 0}, {5, 55}}));
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(MsgThreadOnStage, WhoWaitsWhenTheLoopEnds_GetsFailureExceptForTheErasure) {
+    Stage stage;
+    stage.start();
+    stage.hold(0, [&] { stage.thread.postMsg(5); });
+    unsigned int before = hooks::write.calls();
+    std::vector<std::function<void()>> const requests = {
+        [&] { EXPECT_EQ(stage.thread.sendMsgSync(6), 0); },
+        [&] { EXPECT_EQ(stage.thread.sendMsgInterrupt(7), 0); },
+        [&] { EXPECT_TRUE(stage.thread.eraseMsg(5)); },
+        [&] { EXPECT_FALSE(stage.thread.hasMsg(5)); },
+    };
+    std::vector<std::unique_ptr<JoinedThread>> helpers;
+    for (auto const& request : requests) {
+        helpers.push_back(std::make_unique<JoinedThread>(request));
+        waitForTokens(++before);
+    }
+    EXPECT_EQ(stage.thread.stop(0, 0), 0);
+    stage.release();
+    helpers.clear();
+    EXPECT_EQ(stage.thread.waitTo(3, 0), 0);
+    EXPECT_TRUE(stage.delivered().empty());
+    EXPECT_FALSE(stage.thread.hasMsg(5));
+    EXPECT_FALSE(stage.thread.eraseMsg(5));
+    EXPECT_EQ(stage.thread.getFirstMsgId(), utl::MSG_ID_NONE);
+}
+
+TEST_F(MsgThreadOnStage, TheHookOfAnErasedTimeout_MayAskEraseSetTimersAndWaitForSenders) {
+    Stage stage(64, 16, 1);
+    stage.start();
+    int second = -1;
+    stage.thread.onErase = [&](int, int timer) {
+        if (timer != 1) {
+            return;
+        }
+        EXPECT_TRUE(stage.thread.hasMsg(6));
+        EXPECT_TRUE(stage.thread.eraseMsg(6));
+        second = stage.thread.setTimer(LONG, 0, 1, 1);
+        JoinedThread([&] { EXPECT_EQ(stage.thread.sendMsgAsync(NumberMsg(7, 77)), 1); }).join();
+    };
+    stage.hold(0, [&] {
+        stage.thread.executeTimeoutSignal(stage.thread.setTimer(LONG, 0, 1, 1));
+        stage.thread.postMsg(5);
+        stage.thread.postMsg(6);
+    });
+    unsigned int const before = hooks::write.calls();
+    JoinedThread eraser([&] { EXPECT_TRUE(stage.thread.eraseMsg(utl::MSG_ID_TIMER)); });
+    waitForTokens(before + 1);
+    stage.release();
+    eraser.join();
+    stage.settle();
+    EXPECT_EQ(second, 2);
+    ASSERT_EQ(stage.delivered().size(), 2U);
+    EXPECT_EQ(stage.delivered()[0].first, 5);
+    EXPECT_EQ(stage.delivered()[1], std::make_pair(7, 77));
+    EXPECT_EQ(stage.thread.erasingThreads(), (std::vector<int>{stage.thread.getId()}));
+    EXPECT_TRUE(stage.thread.killTimer(second));
+}
+
+TEST_F(MsgThreadOnStage, NobodyWaitsForALoopThatBroke_WhileItsThreadStillRuns) {
+    Collector collector;
+    LingeringThread thread;
+    ASSERT_EQ(thread.start(&collector), 0);
+    EXPECT_EQ(thread.registerTimer(LONG), 1);
+    hooks::read.failFrom(1, 1, -1, EIO);
+    thread.postMsg(5);
+    ASSERT_TRUE(thread.gate.waitUntilHeld());
+    EXPECT_TRUE(thread.isRunning());
+    EXPECT_FALSE(thread.hasRequestedStop());
+    EXPECT_EQ(thread.sendMsgSync(6), 0);
+    EXPECT_EQ(thread.sendMsgInterrupt(6), 0);
+    EXPECT_FALSE(thread.hasMsg(5));
+    EXPECT_EQ(thread.getFirstMsgId(), utl::MSG_ID_NONE);
+    EXPECT_EQ(thread.setTimer(LONG, 0), -1);
+    int const timer = thread.registerTimer(LONG);
+    EXPECT_FALSE(thread.startTimer(timer, 0));
+    thread.killTimer(timer, 0);
+    thread.eraseMsg(5);
+    thread.setTimer(LONG, 1);
+    thread.gate.open();
+    EXPECT_EQ(thread.waitTo(3, 0), 0);
+    EXPECT_TRUE(thread.leaveManagement());
+    EXPECT_EQ(hooks::timerCreate.calls(), hooks::timerDelete.calls());
+}
+
+TEST_F(MsgThreadOnStage, AHookThatWantsAnotherTimerWhileTheLoopBreaks_LeavesNothingBehind) {
+    Stage stage;
+    stage.start();
+    stage.thread.onErase = [&](int, int) { stage.thread.setTimer(LONG); };
+    stage.hold(0, [&] {
+        EXPECT_EQ(stage.thread.setTimer(LONG), 1);
+        EXPECT_EQ(stage.thread.setTimer(LONG), 2);
+    });
+    hooks::read.failFrom(1, 1, -1, EIO);
+    stage.release();
+    EXPECT_EQ(stage.thread.waitTo(3, 0), 0);
+    EXPECT_EQ(stage.thread.erasedTimers(), (std::vector<int>{2, 1}));
+    EXPECT_EQ(hooks::timerCreate.calls(), 2U);
+    EXPECT_EQ(hooks::timerDelete.calls(), 2U);
+    EXPECT_EQ(stage.thread.remTimerIdCount(), 4U);
+}
+
+// Erasures, while which judgements may look at any moment.
+
+using MsgErasure = WithoutWatchdogThread;
+
+TEST_F(MsgErasure, AQuestionOfAJudgement_FindsWhatIsLeftAtThatMoment) {
+    ErasureRoad road(6);
+    std::vector<std::vector<int>> seen;
+    road.run([&] {
+        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
+            bool const isErased = numberOf(raw) % 2 == 0;
+            seen.push_back(queuedNumbers(road.thread));
+            return isErased;
+        }));
+        seen.push_back(queuedNumbers(road.thread));
+    });
+    EXPECT_EQ(seen, (std::vector<std::vector<int>>{{0, 1, 2, 3, 4, 5},
+                                                   {1, 2, 3, 4, 5},
+                                                   {1, 2, 3, 4, 5},
+                                                   {1, 3, 4, 5},
+                                                   {1, 3, 4, 5},
+                                                   {1, 3, 5},
+                                                   {1, 3, 5}}));
+}
+
+TEST_F(MsgErasure, APeekOfAJudgement_GivesTheFirstOfWhatIsLeft) {
+    ErasureRoad road(4);
+    road.run([&] {
+        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
+            int const number = numberOf(raw);
+            utl::ThreadRawMsg first(4);
+            EXPECT_TRUE(road.thread.peekMsg(FIRST, &first));
+            EXPECT_EQ(numberOf(first), number) << "all those in front have been erased";
+            EXPECT_EQ(road.thread.getFirstMsgId(), FIRST);
+            return true;
+        }));
+        EXPECT_FALSE(road.thread.hasMsg(utl::MSG_ID_ANY));
+    });
+}
+
+TEST_F(MsgErasure, AnErasureOfAJudgement_TakesItsOwnOutOfWhatIsLeft) {
+    ErasureRoad road(8);
+    std::vector<int> judged;
+    road.run([&] {
+        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
+            int const number = numberOf(raw);
+            judged.push_back(number);
+            if (number == 3) {
+                EXPECT_TRUE(
+                    eraseIf(road.thread, [](utl::ThreadRawMsg& inner) { return numberOf(inner) >= 5; }));
+                EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3, 4}));
+            }
+            return number % 2 == 0;
+        }));
+        EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3}));
+    });
+    EXPECT_EQ(judged, (std::vector<int>{0, 1, 2, 3, 4}));
+}
+
+TEST_F(MsgErasure, AJudgementThatThrows_LeavesBothQueuesWhole) {
+    ErasureRoad road(6);
+    road.run([&] {
+        EXPECT_THROW(eraseIf(road.thread,
+                             [](utl::ThreadRawMsg& raw) {
+                                 if (numberOf(raw) == 4) {
+                                     throw std::runtime_error("judgement");
+                                 }
+                                 return numberOf(raw) % 2 == 0;
+                             }),
+                     std::runtime_error);
+        EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3, 4, 5}));
+    });
+    EXPECT_EQ(road.thread.sendMsgSync(SECOND), 1);
+    std::vector<Collector::Received> const received = road.collector.received();
+    ASSERT_EQ(received.size(), 6U);
+    EXPECT_EQ(received[1].number, 1);
+    EXPECT_EQ(received[4].number, 5);
+}
+
+TEST_F(MsgErasure, AnErasureThatFails_LeavesBothQueuesWhole) {
+    LogCapture const log;
+    ErasureRoad road(5);
+    road.run([&] {
+        ASSERT_EQ(road.thread.postThreadCtlMsg(SECOND, -1), 1);
+        EXPECT_FALSE(eraseIf(road.thread, [](utl::ThreadRawMsg& raw) { return numberOf(raw) % 2 == 0; }));
+        EXPECT_TRUE(road.thread.eraseMsgFromCtlQueue(SECOND));
+        EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3}));
+        EXPECT_EQ(ThreadAccess::queues(road.thread).frames.size(), 2 * FRAME);
+    });
+    EXPECT_EQ(log.lines().size(), 1U);
+}
+
+// It must not, but nothing is lost if it does; and the place of an erased message is free at once.
+TEST_F(MsgErasure, AJudgementThatPosts_FindsThePlacesOfThoseErased) {
+    LogCapture const log;
+    ErasureRoad road(16, 16);
+    road.run([&] {
+        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
+            int const number = numberOf(raw);
+            EXPECT_EQ(road.thread.postMsg(NumberMsg(SECOND, 100 + number)), number == 0 ? 0 : 1);
+            return true;
+        }));
+        std::vector<int> expected;
+        for (int number = 1; number < 16; ++number) {
+            expected.push_back(100 + number);
+        }
+        EXPECT_EQ(queuedNumbers(road.thread), expected) << "the scan is no longer than the queue was";
+    });
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{
+                               "<UTIL> ERR: MsgDrivenThread(eraser) Overflow MsgDataQueue  MaxCount:16 "
+                               "MsgId:0x00000065"}));
+}
+
+TEST_F(MsgErasure, AJudgementThatKillsATimer_TakesItsTimeoutsOutAndNothingElse) {
+    ErasureRoad road(4);
+    road.run([&] {
+        int const timer = road.thread.setTimer(0);
+        ASSERT_EQ(road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_TIMEOUT, timer), 1);
+        ASSERT_EQ(road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_TIMEOUT, UNKNOWN_TIMER), 1);
+        ASSERT_EQ(road.thread.postMsg(NumberMsg(SECOND, 4)), 1);
+        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
+            int const number = numberOf(raw);
+            if (number == 2 && idOf(raw) == FIRST) {
+                EXPECT_TRUE(road.thread.killTimer(timer));
+            }
+            return number % 2 == 0;
+        }));
+        EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3, UNKNOWN_TIMER}));
+    });
+}
+
+TEST_F(MsgErasure, ErasedTimeoutsBetweenErasedMessages_LeaveTheOthersWithTheirFrames) {
+    ErasureRoad road(0, 64);
+    road.run([&] {
+        int const timer = road.thread.setTimer(0, 0, 0, 0);
+        std::vector<int> kept;
+        for (int i = 0; i < 20; ++i) {
+            int const timeoutOf = i % 2 == 0 ? UNKNOWN_TIMER : timer;
+            ASSERT_EQ(road.thread.postMsg(NumberMsg(i % 3 == 0 ? FIRST : SECOND, 1000 + i)), 1);
+            ASSERT_EQ(road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_TIMEOUT, timeoutOf), 1);
+            if (i % 3 != 0) {
+                kept.push_back(1000 + i);
+            }
+        }
+        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) { return idOf(raw) != SECOND; }));
+        EXPECT_EQ(queuedNumbers(road.thread), kept);
+        EXPECT_TRUE(road.thread.killTimer(timer));
+    });
+}
+
+TEST_F(MsgErasure, TheHookOfATimerThatEnded_FindsBothQueuesWhole) {
+    ErasureRoad road(4);
+    std::vector<int> queued;
+    road.thread.onErase = [&](int, int) { queued = queuedNumbers(road.thread); };
+    road.run([&] {
+        int const timer = road.thread.setTimer(0, 0, 1);
+        ASSERT_EQ(road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_TIMEOUT, timer), 1);
+        ASSERT_EQ(road.thread.postMsg(NumberMsg(SECOND, 4)), 1);
+        EXPECT_TRUE(eraseIf(road.thread, [](utl::ThreadRawMsg& raw) {
+            return idOf(raw) != FIRST || numberOf(raw) % 2 == 0;
+        }));
+        EXPECT_EQ(road.thread.erasedTimers(), std::vector<int>{timer});
+        EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3}));
+    });
+    EXPECT_EQ(queued, (std::vector<int>{1, 3, 4}));
+}
+
+TEST_F(MsgErasure, AShortFrameBehindErasedOnes_KeepsItsBytes) {
+    ErasureRoad road(4);
+    road.run([&] {
+        ASSERT_EQ(road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_START_TIMER, UNKNOWN_TIMER), 1);
+        ASSERT_TRUE(road.thread.earseMsgQueue(4, 4 * FRAME - 3, 3)) << "the end of the last frame";
+        std::vector<unsigned char> const before = ThreadAccess::queues(road.thread).frames;
+        std::vector<unsigned char> expected(before.begin() + FRAME, before.begin() + 2 * FRAME);
+        expected.insert(expected.end(), before.begin() + 3 * FRAME, before.end());
+        int judged = 0;
+        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg&) { return judged++ % 2 == 0; }));
+        EXPECT_EQ(judged, 4);
+        EXPECT_EQ(ThreadAccess::queues(road.thread).frames, expected);
+        EXPECT_EQ(ThreadAccess::queues(road.thread).entries.size(), 2U);
+    });
+}
+
+TEST_F(MsgErasure, AQuestionOfAJudgementToAnotherThread_LeavesTheErasureAlone) {
+    Collector others;
+    ScopedMsgThread other(4, 16, "other");
+    ASSERT_EQ(other.start(&others), 0);
+    ErasureRoad road(6);
+    road.run([&] {
+        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
+            bool const isErased = numberOf(raw) % 2 == 0;
+            EXPECT_FALSE(other.hasMsg(FIRST));
+            EXPECT_TRUE(other.eraseMsg(FIRST));
+            return isErased;
+        }));
+        EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3, 5}));
+    });
 }
 
 }  // namespace

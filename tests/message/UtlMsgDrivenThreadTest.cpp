@@ -503,16 +503,14 @@ TEST_F(MsgDrivenThread, SendMsgSync_ThatCouldNotBeAnnounced_LeavesItsFrameToBeDi
     ScopedMsgThread thread(8, 4, "stale");
     ASSERT_EQ(thread.start(&collector), 0);
     // 260 entries fill the control queue while the handler holds the loop.
-    Gate entered;
     Gate gate;
     collector.onMsg = [&](int id, int) {
         if (id == BLOCKER) {
-            entered.open();
-            gate.wait();
+            EXPECT_TRUE(gate.hold());
         }
     };
     ASSERT_EQ(thread.postMsg(BLOCKER), 1);
-    ASSERT_TRUE(entered.wait());
+    ASSERT_TRUE(gate.waitUntilHeld());
     int wakes = 0;
     while (thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1) == 1) {
         ++wakes;
@@ -772,7 +770,7 @@ TEST_F(MsgDrivenThread, PostMsg_FromAHandlerDuringAWaitingStop_IsRefusedAndDoesN
     int result = -1;
     Collector& collector = road.collector;
     collector.onMsg = [&](int, int) {
-        road.entered.open();
+        road.gate.reach();
         while (!road.thread.hasRequestedStop()) {
             std::this_thread::yield();
         }
@@ -1018,7 +1016,6 @@ TEST_F(MsgDrivenThread, Start_WhoseRegistrationFails_LeavesNoThreadBehindThatUse
 
 // Waits for one message without taking memory.
 struct PlainListener : utl::ThreadMsgListener {
-    Gate entered;
     Gate gate;
     std::atomic<int> handled{0};
 
@@ -1027,8 +1024,7 @@ struct PlainListener : utl::ThreadMsgListener {
         int id = 0;
         raw.getMsgId(&id);
         if (id == BLOCKER) {
-            entered.open();
-            gate.wait();
+            EXPECT_TRUE(gate.hold());
         }
     }
 };
@@ -1045,7 +1041,7 @@ TEST_F(MsgDrivenThread, SendPaths_ThatAreRefused_AllocateNothingEither) {
     EXPECT_EQ(gAllocations, before) << "not started";
     ASSERT_EQ(thread.start(&listener), 0);
     ASSERT_EQ(thread.postMsg(BLOCKER), 1);
-    ASSERT_TRUE(listener.entered.wait());
+    ASSERT_TRUE(listener.gate.waitUntilHeld());
     before = gAllocations;
     refused += thread.postMsg(tooLarge) + thread.sendMsgAsync(tooLarge) + thread.sendMsgSync(tooLarge) +
                thread.sendMsgInterrupt(tooLarge);
@@ -1120,20 +1116,18 @@ class CrammedThread {
             while (thread.postMsg(SECOND) == 1) {
                 thread.eraseMsg(SECOND);
             }
-            mFull.open();
-            mGo.wait();
+            EXPECT_TRUE(mGate.hold());
         };
         EXPECT_EQ(thread.start(&mCollector), 0);
         EXPECT_EQ(thread.postMsg(FIRST), 1);
-        EXPECT_TRUE(mFull.wait());
+        EXPECT_TRUE(mGate.waitUntilHeld());
     }
     ~CrammedThread() { letGo(); }
-    void letGo() { mGo.open(); }
+    void letGo() { mGate.open(); }
 
   private:
     Collector mCollector;
-    Gate mFull;
-    Gate mGo;
+    Gate mGate;
 
   public:
     ScopedMsgThread thread{64, 64, "crammed"};
@@ -1444,6 +1438,34 @@ TEST(MsgDrivenThreadDeathTest, AProcessThatReturnsFromMainWithARunningThread_End
             std::exit(0);
         },
         testing::ExitedWithCode(0), "");
+}
+
+// Gives its raw message another size.
+class ResizingListener : public utl::ThreadMsgListener {
+  public:
+    std::vector<int> numbers;
+    void receiveMsg(int, utl::ThreadRawMsg& raw) override {
+        NumberMsg msg(0, -1);
+        EXPECT_EQ(msg.restoreFrom(raw), 1);
+        numbers.push_back(msg.mNumber);
+        utl::ThreadRawMsg other(numbers.size() % 2 == 0 ? 4 : 400);
+        other.setMsgId(1);
+        raw = other;
+    }
+};
+
+TEST_F(MsgDrivenThread, AHandlerThatAssignsToItsMessage_SpoilsNoneBehindIt) {
+    LogCapture const log;
+    ResizingListener listener;
+    ScopedMsgThread thread(8, 8);
+    ASSERT_EQ(thread.start(&listener), 0);
+    for (int i = 1; i <= 5; ++i) {
+        EXPECT_EQ(thread.sendMsgSync(NumberMsg(5, i)), 1);
+        EXPECT_EQ(thread.sendMsgInterrupt(NumberMsg(5, 10 * i)), 1);
+    }
+    thread.finish();
+    EXPECT_EQ(listener.numbers, (std::vector<int>{1, 10, 2, 20, 3, 30, 4, 40, 5, 50}));
+    EXPECT_TRUE(log.lines().empty());
 }
 
 }  // namespace

@@ -5,19 +5,27 @@
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <future>
 #include <set>
+#include <stdexcept>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "TestHooks.h"
 #include "TestLog.h"
 #include "TestMessages.h"
+#include "TestStage.h"
 #include "UtlThreadManager.h"
 #include "UtlTimeCounter.h"
 #include "internal/message/UtlSystemTimer.h"
@@ -28,39 +36,6 @@ using namespace utltest;
 namespace {
 
 constexpr int FIRST = 100;
-
-int timerSignal() {
-    return SIGRTMIN + 2;
-}
-
-// Works on the message thread of `thread`, whose listener `collector` is.
-template <typename WORK>
-void runOn(ScopedMsgThread& thread, Collector& collector, WORK work) {
-    collector.onMsg = [&](int id, int) {
-        if (id == FIRST) {
-            work();
-        }
-    };
-    ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
-    ASSERT_EQ(thread.sendMsgSync(FIRST + 1), 1);
-    collector.onMsg = MsgHandler::Function();
-}
-
-// A blocker's handler that does `work` before it blocks.
-template <typename WORK>
-void beforeBlocking(BlockedRoad& road, WORK work) {
-    auto const block = road.collector.onMsg.get();
-    road.collector.onMsg = [block, work](int id, int number) {
-        if (id == BLOCKER) {
-            work();
-        }
-        block(id, number);
-    };
-}
-
-std::string stamped(std::string const& text, int error) {
-    return "<UTIL> ERR: " + text + std::to_string(error);
-}
 
 using MsgTimer = WithoutWatchdogThread;
 
@@ -256,13 +231,9 @@ TEST_F(MsgTimer, KillTimer_FromOutsideWithTimeoutsQueued_DeliversNoneOfThem) {
         ASSERT_EQ(road.thread.start(&road.collector), 0);
         int const timer = road.thread.setTimer(1, 0, 0, 1);
         ASSERT_TRUE(road.collector.waitFor(3));
-        Gate entered;
-        Gate go;
-        road.onOther = [&](int, int) {
-            entered.open();
-            go.wait();
-        };
-        ASSERT_TRUE(entered.wait());
+        Gate gate;
+        road.onOther = [&](int, int) { EXPECT_TRUE(gate.hold()); };
+        ASSERT_TRUE(gate.waitUntilHeld());
         auto killed = std::async(std::launch::async, [&] { return road.thread.killTimer(timer, noWait); });
         if (noWait != 0) {
             EXPECT_TRUE(killed.get());
@@ -272,7 +243,7 @@ TEST_F(MsgTimer, KillTimer_FromOutsideWithTimeoutsQueued_DeliversNoneOfThem) {
             }
         }
         size_t const before = road.collector.received().size();
-        go.open();
+        gate.open();
         EXPECT_EQ(road.thread.sendMsgSync(BLOCKER + 1), 1);
         EXPECT_EQ(road.collector.received().size(), before + 1);
         if (noWait == 0) {
@@ -285,22 +256,20 @@ TEST_F(MsgTimer, KillTimer_FromOutsideWithTimeoutsQueued_DeliversNoneOfThem) {
 TEST_F(MsgTimer, Expiries_WhileTheListenerIsBusy_AreCoalescedToOneOrTwo) {
     for (int const autoRepeat : {0, 1}) {
         Collector collector;
-        Gate entered;
-        Gate go;
+        Gate gate;
         ScopedMsgThread thread;
         ASSERT_EQ(thread.start(&collector), 0);
         collector.onMsg = [&](int id, int) {
             if (id == FIRST) {
-                entered.open();
-                go.wait();
+                EXPECT_TRUE(gate.hold());
             }
         };
         ASSERT_EQ(thread.postMsg(FIRST), 1);
-        ASSERT_TRUE(entered.wait());
+        ASSERT_TRUE(gate.waitUntilHeld());
         hooks::write.reset();
         int const timer = thread.setTimer(1, 1, 0, autoRepeat);
         ASSERT_GT(timer, 0);
-        go.open();
+        gate.open();
         ASSERT_TRUE(collector.waitFor(2));
         unsigned int pending = 0;
         runOn(thread, collector, [&] {
@@ -371,98 +340,6 @@ TEST_F(MsgTimer, AnIntervalOfZero_RunsAndNeverFires) {
     EXPECT_TRUE(thread.killTimer(timer));
 }
 
-TEST_F(MsgTimer, TimerCreate_ThatFails_IsLoggedAndTheTimerIsNotThere) {
-    HookScope const scope;
-    LogCapture log;
-    Collector collector;
-    ScopedMsgThread thread(64, 16, "create", 2);
-    ASSERT_EQ(thread.start(&collector), 0);
-    std::string const line =
-        stamped("MsgDrivenThread(create) timer_create SysTimerId:0x00000000 errno:", EAGAIN);
-    hooks::timerCreate.failFrom(1, 2, -1, EAGAIN);
-    EXPECT_EQ(thread.setTimer(1, 0, 0, 0), -1);
-    EXPECT_EQ(log.count(line), 1U);
-    EXPECT_TRUE(log.waitFor("<UTIL> ERR: !!!!!!!! MsgDrivenThread(create) Error. MsgId:0x80000006 !!!!!!!!"));
-    EXPECT_EQ(thread.remTimerIdCount(), 2U);
-    runOn(thread, collector, [&] { EXPECT_EQ(thread.setTimer(1, 0, 0, 0), -1); });
-    EXPECT_EQ(log.count(line), 2U);
-    EXPECT_EQ(thread.remTimerIdCount(), 2U);
-    EXPECT_EQ(thread.setTimer(1, 0, 1, 0), 2);
-}
-
-// The text ends in a line feed of its own; callers who read the log know it.
-TEST_F(MsgTimer, TheLineOfAFailedTimerCreate_EndsInALineFeedOfItsOwn) {
-    HookScope const scope;
-    LogCapture log;
-    Collector collector;
-    ScopedMsgThread thread;
-    ASSERT_EQ(thread.start(&collector), 0);
-    hooks::timerCreate.failFrom(1, 1, -1, EAGAIN);
-    EXPECT_EQ(thread.setTimer(1, 0, 0, 0), -1);
-    std::string const line = log.console()[0];
-    EXPECT_EQ(line.substr(line.size() - 3), "\n\r\n");
-}
-
-TEST_F(MsgTimer, TimerSetTime_ThatFails_IsLoggedAndTheSystemTimerIsDeleted) {
-    HookScope const scope;
-    LogCapture log;
-    Collector collector;
-    ScopedMsgThread thread(64, 16, "settime", 2);
-    ASSERT_EQ(thread.start(&collector), 0);
-    int const timer = thread.registerTimer(1, 1, 0);
-    hooks::timerSetTime.failFrom(1, 1, -1, EINVAL);
-    EXPECT_FALSE(thread.startTimer(timer, 0));
-    ASSERT_FALSE(log.lines().empty());
-    EXPECT_EQ(log.lines()[0].rfind("<UTIL> ERR: MsgDrivenThread(settime) timer_settime SysTimerId:0x", 0),
-              0U);
-    EXPECT_NE(log.lines()[0].find(" errno:" + std::to_string(EINVAL)), std::string::npos);
-    EXPECT_EQ(hooks::timerDelete.calls(), 1U);
-    EXPECT_EQ(thread.findTimer(timer)->mSysTimerNum, -1);
-    EXPECT_TRUE(thread.findTimer(timer)->mRunning->isOff());
-    EXPECT_TRUE(thread.startTimer(timer, 0)) << "it is still registered";
-    ASSERT_TRUE(collector.waitFor(1));
-}
-
-TEST_F(MsgTimer, TimerDelete_ThatFails_IsLoggedAndTheTimerStaysOnItsOwnThread) {
-    HookScope const scope;
-    LogCapture log;
-    Collector collector;
-    ScopedMsgThread thread(64, 16, "delete", 2);
-    ASSERT_EQ(thread.start(&collector), 0);
-    int const timer = thread.setTimer(60000, 0, 0, 0);
-    char number[16];
-    snprintf(number, sizeof(number), "0x%08x",
-             static_cast<unsigned int>(thread.findTimer(timer)->mSysTimerNum));
-    std::string const line = stamped(
-        std::string("MsgDrivenThread(delete) timer_delete SysTimerNum:") + number + " errno:", EINVAL);
-    hooks::timerDelete.failFrom(1, 2, -1, EINVAL);
-    runOn(thread, collector, [&] { EXPECT_FALSE(thread.killTimer(timer, 0)); });
-    EXPECT_EQ(log.count(line), 1U);
-    EXPECT_NE(thread.findTimer(timer), nullptr);
-    // From outside the timer is given up all the same, and the loop says so.
-    EXPECT_TRUE(thread.killTimer(timer, 0));
-    EXPECT_EQ(log.count(line), 2U);
-    EXPECT_TRUE(log.waitFor("MsgDrivenThread(delete) Error. MsgId:0x80000007"));
-    EXPECT_EQ(thread.findTimer(timer), nullptr);
-}
-
-TEST_F(MsgTimer, ARestartThatFails_IsLoggedAndTheTimerStandsStill) {
-    HookScope const scope;
-    LogCapture log;
-    Collector collector;
-    ScopedMsgThread thread(64, 16, "restart", 2);
-    ASSERT_EQ(thread.start(&collector), 0);
-    hooks::timerCreate.failFrom(2, 1, -1, EAGAIN);
-    int const timer = thread.setTimer(1, 0, 0, 0);
-    ASSERT_TRUE(log.waitFor("Error. MsgId:0x80000008"));
-    EXPECT_EQ(log.count("<UTIL> ERR: !!!!!!!! MsgDrivenThread(restart) Error. MsgId:0x80000008 !!!!!!!!"),
-              1U);
-    EXPECT_EQ(collector.received().size(), 1U);
-    EXPECT_TRUE(thread.findTimer(timer)->mRunning->isOn());
-    EXPECT_EQ(thread.findTimer(timer)->mSysTimerNum, -1);
-    EXPECT_TRUE(thread.killTimer(timer, 0));
-}
-
 TEST_F(MsgTimer, ATimeoutThatDoesNotFitAFrame_GivesTheErrorLine) {
     LogCapture log;
     Collector collector;
@@ -471,41 +348,6 @@ TEST_F(MsgTimer, ATimeoutThatDoesNotFitAFrame_GivesTheErrorLine) {
     ASSERT_GT(thread.setTimer(1, 0, 1, 1), 0);
     ASSERT_TRUE(log.waitFor("MsgDrivenThread(small) Error. MsgId:0x80000008"));
     EXPECT_TRUE(collector.received().empty());
-}
-
-// The process has had no message thread yet.
-TEST(MsgTimerOfAFreshProcess, SigAction_ThatFails_IsLoggedAndTheNextConstructorTriesAgain) {
-    HookScope const scope;
-    LogCapture log;
-    hooks::sigAction.failFrom(1, 1, -1, EINVAL);
-    {
-        ScopedMsgThread const thread;
-        EXPECT_EQ(log.lines(),
-                  (std::vector<std::string>{stamped("MsgDrivenThread sigaction  errno:", EINVAL)}));
-    }
-    ScopedMsgThread const second;
-    EXPECT_EQ(hooks::sigAction.calls(), 3U) << "it asks for the handler of before, and sets its own";
-    ScopedMsgThread const third;
-    EXPECT_EQ(hooks::sigAction.calls(), 3U);
-    struct sigaction action;
-    ASSERT_EQ(hooks::sigAction.real(timerSignal(), nullptr, &action), 0);
-    EXPECT_EQ(action.sa_sigaction, &utl::MsgDrivenThread::TimeoutSignalHandler);
-    EXPECT_EQ(action.sa_flags & (SA_SIGINFO | SA_RESTART), SA_SIGINFO | SA_RESTART);
-}
-
-TEST_F(MsgTimer, SetTimer_ThatCannotBeAnnounced_LeavesNothingBehind) {
-    HookScope const scope;
-    LogCapture log;
-    Collector collector;
-    ScopedMsgThread thread;
-    ASSERT_EQ(thread.start(&collector), 0);
-    hooks::write.failFrom(1, 1, -1, EIO);
-    EXPECT_EQ(thread.setTimer(1, 0, 0, 0), -1);
-    EXPECT_EQ(thread.remTimerIdCount(), 4U);
-    EXPECT_TRUE(thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_START_TIMER))
-        << "the entry stays, as told by the line";
-    EXPECT_EQ(thread.setTimer(1, 0, 1, 0), 1);
-    ASSERT_TRUE(collector.waitFor(1));
 }
 
 TEST_F(MsgTimer, KillTimer_ThatCannotBeAnnounced_LeavesTheTimerRunning) {
@@ -538,45 +380,13 @@ TEST_F(MsgTimer, KillTimer_ThatCannotBeAnnounced_LeavesTheTimerRunning) {
     EXPECT_EQ(thread.findTimerStopEntry(timer), nullptr);
 }
 
-// Its entry stays, and counts: what waits for delivery is what limits the next expiries.
-TEST_F(MsgTimer, AnExpiryWhoseTokenCannotBeWritten_IsLostAndDoesNotCount) {
-    HookScope const scope;
-    LogCapture const log;
-    BlockedRoad road;
-    unsigned int pending = 0;
-    int timer = 0;
-    road.onOther = [&](int id, int) {
-        if (id == FIRST) {
-            pending = road.thread.findTimer(timer)->mPendingCount;
-        }
-    };
-    ASSERT_EQ(road.thread.start(&road.collector), 0);
-    timer = road.thread.setTimer(60000, 0, 0, 1);
-    ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
-    ASSERT_TRUE(road.entered.wait());
-    hooks::write.failFrom(2, 1, -1, EIO);
-    expire(road.thread, timer);
-    road.gate.open();
-    ASSERT_TRUE(log.waitFor(
-        stamped("MsgDrivenThread(road)::postThreadCtlMsg() Error. write Ret:4294967295 errno:", EIO)));
-    EXPECT_EQ(road.thread.sendMsgInterrupt(FIRST), 1);
-    EXPECT_EQ(pending, 0U);
-    // The next expiry passes by what was left of it.
-    expire(road.thread, timer);
-    ASSERT_TRUE(road.collector.waitFor(3));
-    EXPECT_EQ(road.collector.received().back().id, utl::MSG_ID_TIMER);
-    EXPECT_EQ(road.thread.sendMsgSync(FIRST), 1);
-    EXPECT_EQ(pending, 0U);
-    EXPECT_EQ(road.collector.received().size(), 4U);
-}
-
 TEST_F(MsgTimer, AnExpiryThatFindsNoPlaceInTheQueue_DoesNotCount) {
     LogCapture const log;
     BlockedRoad road(64, 1);
     ASSERT_EQ(road.thread.start(&road.collector), 0);
     int const timer = road.thread.setTimer(60000, 0, 0, 0);
     ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
-    ASSERT_TRUE(road.entered.wait());
+    ASSERT_TRUE(road.gate.waitUntilHeld());
     expire(road.thread, timer);
     while (road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1) == 1) {
     }
@@ -588,29 +398,6 @@ TEST_F(MsgTimer, AnExpiryThatFindsNoPlaceInTheQueue_DoesNotCount) {
     expire(road.thread, timer);
     ASSERT_TRUE(road.collector.waitFor(3));
     EXPECT_EQ(road.collector.received().back().id, utl::MSG_ID_TIMER);
-}
-
-TEST_F(MsgTimer, KillTimer_WhoseCopyIsRefused_EndsTheTimerAtOnce) {
-    HookScope const scope;
-    LogCapture log;
-    Collector collector;
-    ScopedMsgThread thread(64, 16, "one", 1);
-    ASSERT_EQ(thread.start(&collector), 0);
-    // A kill that could not be announced leaves its copy, which takes the only place.
-    int const first = thread.registerTimer(1, 1, 0);
-    hooks::write.failFrom(1, 1, -1, EIO);
-    EXPECT_FALSE(thread.killTimer(first, 0));
-    ASSERT_TRUE(thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_STOP_TIMER));
-    ASSERT_TRUE(thread.startTimer(first, 0));
-    ASSERT_TRUE(collector.waitFor(1));
-    ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
-    int const second = thread.setTimer(60000, 0, 0, 1);
-    ASSERT_EQ(second, 2);
-    hooks::timerDelete.reset();
-    EXPECT_TRUE(thread.killTimer(second, 0));
-    EXPECT_EQ(hooks::timerDelete.calls(), 1U);
-    EXPECT_EQ(thread.remTimerIdCount(), 1U);
-    EXPECT_EQ(thread.erasedTimers(), (std::vector<int>{first, second}));
 }
 
 TEST_F(MsgTimer, TheEndOfTheLoop_TakesEveryTimerAway) {
@@ -625,33 +412,6 @@ TEST_F(MsgTimer, TheEndOfTheLoop_TakesEveryTimerAway) {
     EXPECT_EQ(thread.erasedTimers(), (std::vector<int>{3, 2, 1}));
     EXPECT_EQ(thread.remTimerIdCount(), 4U);
     EXPECT_EQ(hooks::timerDelete.calls(), 2U);
-}
-
-TEST_F(MsgTimer, StartsAndKillsThatWait_WhoseLoopEndsFirst_AreReleased) {
-    for (int round = 0; round < 20; ++round) {
-        HookScope const scope;
-        LogCapture const log;
-        BlockedRoad road;
-        road.startAndBlock();
-        int const timer = road.thread.registerTimer(60000, 0, 0);
-        hooks::write.reset();
-        std::future<bool> other;
-        std::future<int> set;
-        if (round % 2 == 0) {
-            set = std::async(std::launch::async, [&] { return road.thread.setTimer(1, 0, 0, 0); });
-        } else {
-            other = std::async(std::launch::async, [&] { return road.thread.startTimer(timer, 0); });
-        }
-        waitForTokens(1);
-        hooks::read.failFrom(1, 0, -1, EIO);
-        road.gate.open();
-        if (round % 2 == 0) {
-            EXPECT_EQ(set.get(), -1);
-        } else {
-            EXPECT_FALSE(other.get());
-        }
-        EXPECT_EQ(road.thread.waitTo(3, 0), 0);
-    }
 }
 
 TEST_F(MsgTimer, TimerIds_RiseAndAreNotUsedAgain) {
@@ -705,37 +465,6 @@ TEST_F(MsgTimer, ASignalOfATimerThatIsGone_IsDropped) {
     EXPECT_TRUE(log.lines().empty());
 }
 
-TEST_F(MsgTimer, TheHandler_ReportsAShortWriteAndKeepsErrno) {
-    HookScope const scope;
-    LogCapture const log;
-    Collector collector;
-    static std::atomic<int> pipeEnd{-1};
-    hooks::pipe.replace(+[](int* ends) {
-        int const result = hooks::pipe.real(ends);
-        pipeEnd = ends[1];
-        return result;
-    });
-    ScopedMsgThread thread;
-    ASSERT_EQ(thread.start(&collector), 0);
-    int const timer = thread.setTimer(60000, 0, 0, 1);
-    siginfo_t info = {};
-    info.si_timerid = thread.findTimer(timer)->mSysTimerNum;
-    info.si_value.sival_int = pipeEnd;
-    hooks::write.failFrom(1, 1, -1, EIO);
-    errno = ENOTTY;
-    utl::MsgDrivenThread::TimeoutSignalHandler(timerSignal(), &info, nullptr);
-    EXPECT_EQ(errno, ENOTTY);
-    EXPECT_EQ(log.lines(),
-              (std::vector<std::string>{
-                  "<UTIL> ERR: MsgDrivenThread::TimeoutSignalHandler() Error. write Ret:4294967295 errno:" +
-                  std::to_string(EIO) + " SysTimerNum=" + std::to_string(info.si_timerid) +
-                  " PIPE=" + std::to_string(pipeEnd)}));
-    // The token that did not get through does not count.
-    utl::MsgDrivenThread::TimeoutSignalHandler(timerSignal(), &info, nullptr);
-    ASSERT_TRUE(collector.waitFor(1));
-    EXPECT_EQ(collector.received()[0].number, timer);
-}
-
 TEST_F(MsgTimer, TheKernelsNumber_IsTheOneOfTheSignal_AlsoZeroAndForManyTimersAtOnce) {
     Collector collector;
     ScopedMsgThread thread(64, 512, "numbers", 300);
@@ -765,13 +494,9 @@ TEST_F(MsgTimer, ABusyListenerUnderAFastTimer_FillsNoPipeAndCatchesUp) {
     int const timer = road.thread.setTimer(1, 1, 0, 1);
     road.gate.open();
     ASSERT_TRUE(road.collector.waitFor(3));
-    Gate entered;
-    Gate go;
-    road.onOther = [&](int, int) {
-        entered.open();
-        go.wait();
-    };
-    ASSERT_TRUE(entered.wait());
+    Gate gate;
+    road.onOther = [&](int, int) { EXPECT_TRUE(gate.hold()); };
+    ASSERT_TRUE(gate.waitUntilHeld());
     hooks::write.reset();
     utl::Thread::sleep(100);
     EXPECT_LE(hooks::write.calls(), utl::TIMER_TOKENS_MAX);
@@ -783,7 +508,7 @@ TEST_F(MsgTimer, ABusyListenerUnderAFastTimer_FillsNoPipeAndCatchesUp) {
     EXPECT_EQ(waiting % 8, 0);
     size_t const before = road.collector.received().size();
     road.onOther = MsgHandler::Function();
-    go.open();
+    gate.open();
     ASSERT_TRUE(road.collector.waitFor(before + 10));
     EXPECT_TRUE(road.thread.killTimer(timer));
 }
@@ -875,7 +600,7 @@ TEST_F(MsgTimer, AnExpiryWhileManyMessagesWait_GetsItsTokenAtOnce) {
     ASSERT_EQ(road.thread.sendMsgAsync(NumberMsg(BLOCKER)), 1);
     ASSERT_EQ(road.thread.sendMsgAsync(NumberMsg(FIRST, 0)), 1);
     ASSERT_EQ(road.thread.start(&road.collector), 0);
-    ASSERT_TRUE(road.entered.wait());
+    ASSERT_TRUE(road.gate.waitUntilHeld());
     ASSERT_GT(timer, 0);
     for (int i = 1; i < WAITING; ++i) {
         ASSERT_EQ(road.thread.sendMsgAsync(NumberMsg(FIRST, i)), 1);
@@ -886,57 +611,6 @@ TEST_F(MsgTimer, AnExpiryWhileManyMessagesWait_GetsItsTokenAtOnce) {
     road.gate.open();
     ASSERT_TRUE(road.collector.waitFor(static_cast<size_t>(inFront + WAITING + 1)));
     EXPECT_EQ(road.collector.received().back().id, utl::MSG_ID_TIMER);
-}
-
-TEST_F(MsgTimer, ATimerThatCouldNotBeDeleted_WritesIntoNoForeignFileWhenItsThreadIsGone) {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, timerSignal());
-    ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &signals, nullptr), 0);
-    HookScope const scope;
-    LogCapture const log;
-    timer_t sysTimer = timer_t();
-    siginfo_t lastExpiry = {};
-    {
-        Collector collector;
-        ScopedMsgThread thread;
-        ASSERT_EQ(thread.start(&collector), 0);
-        int const timer = thread.setTimer(1, 0, 0, 1);
-        ASSERT_GT(timer, 0);
-        sysTimer = thread.findTimer(timer)->mSysTimerId;
-        lastExpiry.si_timerid = thread.findTimer(timer)->mSysTimerNum;
-        lastExpiry.si_value.sival_int = ThreadAccess::writeEnd(thread);
-        hooks::timerDelete.failFrom(1, 0, -1, EINVAL);
-    }
-    int const pipeEnd = lastExpiry.si_value.sival_int;
-    char path[] = "UtlTimerTestXXXXXX";
-    int file = mkstemp(path);
-    ASSERT_GE(file, 0);
-    std::vector<int> others;
-    while (file != pipeEnd && file < pipeEnd) {
-        others.push_back(file);
-        file = open(path, O_RDWR);
-    }
-    unlink(path);
-    ASSERT_EQ(file, pipeEnd);
-    hooks::write.reset();
-    for (int i = 0; i < 3; ++i) {
-        sigset_t pending;
-        do {
-            sigpending(&pending);
-        } while (sigismember(&pending, timerSignal()) == 0);
-        ASSERT_EQ(pthread_sigmask(SIG_UNBLOCK, &signals, nullptr), 0);
-        ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &signals, nullptr), 0);
-        utl::MsgDrivenThread::TimeoutSignalHandler(timerSignal(), &lastExpiry, nullptr);
-    }
-    EXPECT_EQ(hooks::timerDelete.real(sysTimer), 0);
-    ASSERT_EQ(pthread_sigmask(SIG_UNBLOCK, &signals, nullptr), 0);
-    EXPECT_EQ(hooks::write.calls(), 0U);
-    EXPECT_EQ(lseek(pipeEnd, 0, SEEK_END), 0);
-    for (int const other : others) {
-        close(other);
-    }
-    close(pipeEnd);
 }
 
 #ifndef __SANITIZE_THREAD__  // which ends a process that starts threads behind a fork of several threads
@@ -994,57 +668,6 @@ TEST_F(MsgTimer, TimersOfAChildProcess_Fire_AlthoughItsParentHasTimersWithTheSam
     EXPECT_TRUE(collector.waitFor(2)) << "the parent's go on";
 }
 #endif
-
-TEST_F(MsgTimer, KillTimer_ThatCannotBeAnnounced_LeavesTheTimerOnAlsoWhenItsStopEntryIsAtTheHead) {
-    HookScope const scope;
-    LogCapture const log;
-    Collector collector;
-    ScopedMsgThread thread;
-    ASSERT_EQ(thread.start(&collector), 0);
-    int const timer = thread.setTimer(60000, 0, 0, 1);
-    ASSERT_GT(timer, 0);
-    hooks::write.failFrom(1, 1, -1, EIO);
-    EXPECT_FALSE(thread.killTimer(timer, 0));
-    EXPECT_TRUE(thread.findTimer(timer)->isRunning());
-    ASSERT_NE(thread.findTimerStopEntry(timer), nullptr);
-    // The token of another entry of the kind does not make the loop serve the one that was left over.
-    ASSERT_EQ(thread.postThreadCtlMsg(utl::MSG_ID_CTL_STOP_TIMER, 999), 1);
-    ASSERT_EQ(thread.sendMsgSync(FIRST + 1), 1);
-    EXPECT_FALSE(thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_STOP_TIMER)) << "it is dropped";
-    EXPECT_NE(thread.findTimerStopEntry(timer), nullptr);
-    EXPECT_TRUE(thread.findTimer(timer)->isRunning());
-    for (unsigned int count = 2; count <= 4; ++count) {
-        expire(thread, timer);
-        ASSERT_TRUE(collector.waitFor(count)) << "it still fires";
-    }
-    EXPECT_TRUE(thread.killTimer(timer, 0));
-    EXPECT_EQ(thread.erasedTimers(), std::vector<int>{timer});
-    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
-}
-
-TEST_F(MsgTimer, AKillThatWaits_WhoseLoopEndsFirst_IsReleasedAndTheTimerIsGoneOnce) {
-    for (int round = 0; round < 20; ++round) {
-        HookScope const scope;
-        LogCapture const log;
-        BlockedRoad road;
-        ASSERT_EQ(road.thread.start(&road.collector), 0);
-        int const timer = road.thread.setTimer(60000, 0, 0, round % 2);
-        ASSERT_GT(timer, 0);
-        ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
-        ASSERT_TRUE(road.entered.wait());
-        hooks::write.reset();
-        auto killed = std::async(std::launch::async, [&] { return road.thread.killTimer(timer, 0); });
-        waitForTokens(1);
-        EXPECT_EQ(killed.wait_for(std::chrono::milliseconds(1)), std::future_status::timeout);
-        hooks::read.failFrom(1, 0, -1, EIO);
-        road.gate.open();
-        EXPECT_TRUE(killed.get());
-        EXPECT_EQ(road.thread.waitTo(3, 0), 0);
-        EXPECT_EQ(road.thread.erasedTimers(), std::vector<int>{timer});
-        EXPECT_EQ(hooks::timerDelete.calls(), 1U);
-        EXPECT_EQ(road.thread.findTimerStopEntry(timer), nullptr);
-    }
-}
 
 TEST_F(MsgTimer, ExpiriesDuringOneLongHandler_GiveExactlyOneTimeoutOrTwo) {
     for (int const autoRepeat : {0, 1}) {
@@ -1111,7 +734,7 @@ TEST_F(MsgTimer, OnEraseTimer_OfAnErasedTimeout_RunsOnTheMessageThread) {
         }
     };
     ASSERT_EQ(road.thread.sendMsgSync(FIRST), 1);
-    ASSERT_TRUE(road.entered.wait());
+    ASSERT_TRUE(road.gate.waitUntilHeld());
     hooks::write.reset();
     auto erased = std::async(std::launch::async, [&] { return road.thread.eraseMsg(utl::MSG_ID_TIMER); });
     waitForTokens(1);
@@ -1129,7 +752,7 @@ TEST_F(MsgTimer, OnEraseTimer_OfAKillThatDoesNotWait_ComesBeforeTheSystemTimerIs
     ASSERT_EQ(road.thread.start(&road.collector), 0);
     int const timer = road.thread.setTimer(60000, 0, 0, 1);
     ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
-    ASSERT_TRUE(road.entered.wait());
+    ASSERT_TRUE(road.gate.waitUntilHeld());
     unsigned int deletedInHook = 99;
     bool foundInHook = true;
     road.thread.onErase = [&](int, int erased) {
@@ -1159,14 +782,13 @@ TEST_F(MsgTimer, KillTimer_WhileAStopIsRequested_WorksAsLongAsTheLoopRuns) {
     road.collector.onMsg = [&](int id, int) {
         if (id == BLOCKER) {
             own = road.thread.setTimer(60000, 0, 0, 1);
-            road.entered.open();
-            road.gate.wait();
+            EXPECT_TRUE(road.gate.hold());
             refusedNew = road.thread.setTimer(1, 0, 0, 1) == -1 && road.thread.registerTimer(1, 0, 1) == -1;
             ownKilled = road.thread.killTimer(own, 0);
         }
     };
     ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
-    ASSERT_TRUE(road.entered.wait());
+    ASSERT_TRUE(road.gate.waitUntilHeld());
     EXPECT_EQ(road.thread.stop(0, 0), 0);
     EXPECT_FALSE(road.thread.startTimer(timer, 0));
     EXPECT_TRUE(road.thread.killTimer(timer, 1));
@@ -1201,7 +823,7 @@ TEST_F(MsgTimer, TimerIds_SkipThoseOfTimersThatAreBeingStopped) {
     ASSERT_EQ(road.thread.setTimer(60000, 0, 0, 0), 1);
     ASSERT_EQ(road.thread.setTimer(60000, 0, 0, 0), 2);
     ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
-    ASSERT_TRUE(road.entered.wait());
+    ASSERT_TRUE(road.gate.waitUntilHeld());
     ASSERT_TRUE(road.thread.killTimer(1, 1));
     ThreadAccess::setNextTimerId(road.thread, INT_MAX);
     EXPECT_EQ(road.thread.registerTimer(1, 0, 0), INT_MAX);
@@ -1212,66 +834,6 @@ TEST_F(MsgTimer, TimerIds_SkipThoseOfTimersThatAreBeingStopped) {
     EXPECT_EQ(road.thread.registerTimer(1, 0, 0), INT_MAX - 1);
     EXPECT_TRUE(road.thread.killTimer(INT_MAX - 1, 0));
     EXPECT_EQ(road.thread.registerTimer(1, 0, 0), 1) << "it is free again";
-}
-
-TEST_F(MsgTimer, AStartThatIsNotWaitedForAndFails_IsLoggedAndTheTimerStaysRegistered) {
-    HookScope const scope;
-    LogCapture log;
-    Collector collector;
-    ScopedMsgThread thread(64, 16, "unwaited", 2);
-    ASSERT_EQ(thread.start(&collector), 0);
-    std::vector<std::string> const lines = {
-        stamped("MsgDrivenThread(unwaited) timer_create SysTimerId:0x00000000 errno:", EAGAIN),
-        "<UTIL> ERR: !!!!!!!! MsgDrivenThread(unwaited) Error. MsgId:0x80000006 !!!!!!!!"};
-    hooks::timerCreate.failFrom(1, 2, -1, EAGAIN);
-    int const timer = thread.setTimer(1, 1, 1, 0);
-    EXPECT_EQ(timer, 1);
-    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
-    EXPECT_EQ(log.lines(), lines);
-    ASSERT_NE(thread.findTimer(timer), nullptr);
-    EXPECT_FALSE(thread.findTimer(timer)->isRunning());
-    EXPECT_EQ(thread.remTimerIdCount(), 1U);
-    log.clear();
-    EXPECT_TRUE(thread.startTimer(timer, 1));
-    EXPECT_EQ(thread.sendMsgSync(FIRST), 1);
-    EXPECT_EQ(log.lines(), lines);
-    ASSERT_NE(thread.findTimer(timer), nullptr);
-    EXPECT_FALSE(thread.findTimer(timer)->isRunning());
-    EXPECT_TRUE(thread.startTimer(timer, 1));
-    ASSERT_TRUE(collector.waitFor(3)) << "the third start succeeds";
-    EXPECT_TRUE(thread.erasedTimers().empty() || thread.erasedTimers() == std::vector<int>{timer});
-}
-
-// Without the handler the first expiry would end the process.
-TEST(MsgTimerOfAFreshProcess, SigAction_ThatKeepsFailing_RefusesTheStartOfATimer) {
-    HookScope const scope;
-    LogCapture log;
-    std::string const line = stamped("MsgDrivenThread sigaction  errno:", EINVAL);
-    hooks::sigAction.failFrom(1, 0, -1, EINVAL);
-    EXPECT_FALSE(utl::ThreadManager::get()->entryWatchdog(1000, nullptr))
-        << "the watchdog has no timer either";
-    EXPECT_EQ(log.count(line), 2U);
-    ASSERT_TRUE(log.waitFor("MsgDrivenThread(Watchdog Thread) Error. MsgId:0x80000006"));
-    utl::ThreadManager::destroy();
-    utltest::ThreadManagerAccess::createWithoutWatchdogThread(16);
-    log.clear();
-    Collector collector;
-    ScopedMsgThread thread(64, 16, "handlerless");
-    ASSERT_EQ(thread.start(&collector), 0);
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{line}));
-    EXPECT_EQ(thread.setTimer(1, 0, 0, 1), -1);
-    ASSERT_EQ(thread.sendMsgSync(FIRST), 1);
-    EXPECT_EQ(log.lines(),
-              (std::vector<std::string>{line, line,
-                                        "<UTIL> ERR: !!!!!!!! MsgDrivenThread(handlerless) Error. "
-                                        "MsgId:0x80000006 !!!!!!!!"}));
-    int const timer = thread.registerTimer(1, 1, 0);
-    EXPECT_FALSE(thread.startTimer(timer, 0));
-    EXPECT_EQ(log.count(line), 3U);
-    EXPECT_EQ(hooks::timerCreate.calls(), 0U);
-    hooks::sigAction.reset();
-    EXPECT_TRUE(thread.startTimer(timer, 0));
-    ASSERT_TRUE(collector.waitFor(2));
 }
 
 TEST_F(MsgTimer, EraseMsg_OfAPendingOneShot_EndsTheTimerAndCallsTheHook) {
@@ -1299,23 +861,21 @@ TEST_F(MsgTimer, EraseMsg_OfAPendingOneShot_EndsTheTimerAndCallsTheHook) {
     hooks::write.reset();
     ASSERT_EQ(road.thread.sendMsgSync(BLOCKER + 1), 1);
     // A blocked handler lets the signal's token in; FIRST comes behind it.
-    Gate entered;
-    Gate go;
+    Gate gate;
     auto const previous = road.onOther.get();
     road.onOther = [&](int id, int number) {
         if (id == BLOCKER + 2) {
             timer = road.thread.setTimer(1, 0, 1, 0);
-            entered.open();
-            go.wait();
+            EXPECT_TRUE(gate.hold());
         } else {
             previous(id, number);
         }
     };
     ASSERT_EQ(road.thread.postMsg(BLOCKER + 2), 1);
-    ASSERT_TRUE(entered.wait());
+    ASSERT_TRUE(gate.waitUntilHeld());
     waitForTokens(3);
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
-    go.open();
+    gate.open();
     EXPECT_EQ(road.thread.sendMsgSync(BLOCKER + 3), 1);
     EXPECT_TRUE(found);
     EXPECT_TRUE(erased);
@@ -1339,6 +899,109 @@ TEST(MsgTimerDeathTest, AProcessThatReturnsFromMainWithTimersRunning_EndsCleanly
             std::exit(0);
         },
         testing::ExitedWithCode(0), "");
+}
+
+// With a loop that the test holds.
+
+std::atomic<std::intptr_t> gNextNumber{0};
+std::atomic<std::intptr_t> gDeleted{-1};
+
+int numberingCreate(clockid_t, sigevent*, timer_t* timer) {
+    *timer = reinterpret_cast<timer_t>(gNextNumber++);  // NOLINT(performance-no-int-to-ptr): as the C library
+    return 0;
+}
+
+int idleSetTime(timer_t, int, itimerspec const*, itimerspec*) {
+    return 0;
+}
+
+int notingDelete(timer_t timer) {
+    gDeleted = reinterpret_cast<std::intptr_t>(timer);
+    return 0;
+}
+
+TEST_F(MsgThreadOnStage, TheTimerWithTheKernelsNumberZero_ExpiresAndIsDeletedAsAnyOther) {
+    gNextNumber = 0;
+    hooks::timerCreate.replace(numberingCreate);
+    hooks::timerSetTime.replace(idleSetTime);
+    hooks::timerDelete.replace(notingDelete);
+    Stage stage;
+    stage.start();
+    int const resting = stage.thread.registerTimer(LONG);
+    int const zero = stage.thread.setTimer(LONG);
+    int const one = stage.thread.setTimer(LONG);
+    EXPECT_EQ(stage.thread.toUserTimerId(0), zero);
+    EXPECT_EQ(stage.thread.toUserTimerId(1), one);
+    EXPECT_EQ(stage.thread.toUserTimerId(2), -1);
+    EXPECT_EQ(stage.thread.toUserTimerId(-1), -1);  // and not the one that does not run
+    expire(stage.thread, zero);
+    ASSERT_TRUE(stage.collector.waitFor(1));
+    EXPECT_EQ(stage.delivered(), (Delivered{{utl::MSG_ID_TIMER, zero}}));
+    EXPECT_TRUE(stage.thread.killTimer(resting));
+    EXPECT_EQ(hooks::timerDelete.calls(), 0U);
+    EXPECT_TRUE(stage.thread.killTimer(zero));
+    EXPECT_EQ(hooks::timerDelete.calls(), 1U);
+    EXPECT_EQ(gDeleted, 0);
+    EXPECT_EQ(stage.thread.toUserTimerId(0), -1);
+}
+
+TEST_F(MsgThreadOnStage, TheHookOfAFinishedTimer_FindsItsPlaceFree) {
+    Stage stage(64, 16, 1);
+    stage.start();
+    int next = 0;
+    stage.thread.onErase = [&](int, int) {
+        if (next == 0) {
+            next = stage.thread.setTimer(LONG, 0, 1, 0);
+        }
+    };
+    stage.onThread([&] { stage.thread.executeTimeoutSignal(stage.thread.setTimer(LONG, 0, 1, 0)); });
+    stage.settle();
+    EXPECT_EQ(next, 2);
+    EXPECT_EQ(stage.thread.remTimerIdCount(), 0U);
+    stage.onThread([&] { stage.thread.executeTimeoutSignal(next); });
+    stage.settle();
+    EXPECT_EQ(stage.thread.erasedTimers(), (std::vector<int>{1, 2}));
+    EXPECT_EQ(stage.delivered(), (Delivered{{utl::MSG_ID_TIMER, 1}, {utl::MSG_ID_TIMER, 2}}));
+}
+
+TEST_F(MsgThreadOnStage, SetTimerThatWaits_GivesTheIdOfATimerThatAHandlerKillsAtOnce) {
+    for (int round = 0; round < 30; ++round) {
+        Stage stage;
+        stage.start();
+        stage.onOther = [&](int id, int) {
+            if (id == 5) {
+                EXPECT_TRUE(stage.thread.killTimer(1));
+            }
+        };
+        stage.hold();
+        unsigned int const before = hooks::write.calls();
+        JoinedThread setter([&] { EXPECT_EQ(stage.thread.setTimer(LONG, 0), 1); });
+        waitForTokens(before + 1);
+        EXPECT_EQ(stage.thread.sendMsgAsync(NumberMsg(5, 0)), 1);
+        stage.release();
+        setter.join();
+        stage.settle();
+        EXPECT_EQ(stage.thread.erasedTimers(), (std::vector<int>{1}));
+    }
+}
+
+TEST_F(MsgThreadOnStage, TheHookOfATimerKilledFromOutside_HoldsNoLockAgainstOtherCallers) {
+    Stage stage(64, 16, 1);
+    stage.start();
+    stage.thread.onErase = [&](int, int timer) {
+        if (timer == 1) {
+            JoinedThread([&] {
+                EXPECT_EQ(stage.thread.setTimer(LONG, 0), 2);
+                EXPECT_EQ(stage.thread.postMsg(NumberMsg(5, 55)), 1);
+                EXPECT_TRUE(stage.thread.killTimer(2, 0));
+            }).join();
+        }
+    };
+    EXPECT_EQ(stage.thread.setTimer(LONG, 0), 1);
+    EXPECT_TRUE(stage.thread.killTimer(1, 0));
+    stage.settle();
+    EXPECT_EQ(stage.thread.erasedTimers(), (std::vector<int>{1, 2}));
+    EXPECT_EQ(stage.delivered(), (Delivered{{5, 55}}));
 }
 
 }  // namespace

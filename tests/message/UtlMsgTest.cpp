@@ -1,3 +1,5 @@
+// Starts no thread.
+
 #include "UtlMsg.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// Starts no thread.
+
 #include "internal/message/UtlQueueGap.h"
 
 #include <gtest/gtest.h>

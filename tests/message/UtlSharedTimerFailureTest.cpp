@@ -1,12 +1,16 @@
-// What shared timers do when queue, pipe and system timers fail, and what they report to the watchdog.
+// What shared timers do when queue, pipe and system timers fail.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/ioctl.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <functional>
 #include <future>
 #include <iterator>
@@ -15,9 +19,13 @@
 #include <thread>
 #include <vector>
 
+#include "TestHooks.h"
+#include "TestLog.h"
+#include "TestMessages.h"
 #include "TestThreads.h"
 #include "TestTimers.h"
 #include "UtlSharedTimer.h"
+#include "UtlThreadManager.h"
 
 using namespace utltest;
 
@@ -369,8 +377,7 @@ TEST_F(SharedTimerFailure, AddTimer_WhileTheLoopEnds_NeverLeavesATimerThatNobody
 
 // The handler is on another thread, which may have to wait for the processor.
 TEST_F(SharedTimerFailure, AHandlerThatIsStillAtWork_IsWaitedForAsleep) {
-    static Gate entered;
-    static Gate go;
+    static Gate gate;
     ScopedTimers timers;
     int const timer = timers->addTimer(nullptr, LONG);
     ASSERT_TRUE(timers->start(timer));
@@ -378,8 +385,7 @@ TEST_F(SharedTimerFailure, AHandlerThatIsStillAtWork_IsWaitedForAsleep) {
         int id = 0;
         std::memcpy(&id, buffer, sizeof(id));
         if (id == utl::MSG_ID_TIMEOUT_SIGNAL && handle == timerCalls().writeEnd) {
-            entered.open();
-            go.wait();
+            EXPECT_TRUE(gate.hold());
         }
         return hooks::write.real(handle, buffer, bytes);
     });
@@ -387,13 +393,13 @@ TEST_F(SharedTimerFailure, AHandlerThatIsStillAtWork_IsWaitedForAsleep) {
     info.si_timerid = timers->findTimer(timer)->mSysTimerNum;
     info.si_value.sival_int = calls().writeEnd;
     std::thread handler([&info] { utl::SharedTimer::TimeoutSignalHandler(SIGRTMIN + 1, &info, nullptr); });
-    ASSERT_TRUE(entered.wait());
+    ASSERT_TRUE(gate.waitUntilHeld());
     auto stopped = std::async(std::launch::async, [&] { return timers->stop(timer, 0); });
     while (hooks::nanoSleep.calls() < 3) {
         std::this_thread::yield();
     }
     EXPECT_NE(stopped.wait_for(std::chrono::seconds(0)), std::future_status::ready);
-    go.open();
+    gate.open();
     handler.join();
     EXPECT_TRUE(stopped.get());
 }
@@ -766,209 +772,252 @@ TEST_F(SharedTimerFailure, AnyOneSystemCallThatFails_LeavesNothingBehind) {
     }
 }
 
-// The watchdog.
+// What hooks without a capture are told.
+std::atomic<int> gBadReadEnd{-1};
+std::atomic<bool> gShortWrite{false};
 
-class SharedTimerWatched : public TimerTest {
-  protected:
-    SharedTimerWatched() {
-        utltest::ThreadWatchdogAccess::setInitialized(utltest::ThreadManagerAccess::watchdog(), true);
-    }
-
-    static utl::StatementInfo lastStatement(int thread) {
-        utl::WatchdogInfo const* const info =
-            utltest::ThreadManagerAccess::watchdog().findWatchdogInfo(thread);
-        return info != nullptr ? info->lastStatement : utl::StatementInfo::INVALID;
-    }
-
-    /// The place in this source where the calling thread stands.
-    static void noteStatement() {
-        utl::StatementInfo const place = lastStatement(kernelId());
-        if (std::string(place.file) == "source/UtlSharedTimer") {
-            mPlaces.push_back(std::string(place.function) + " " + std::to_string(place.sub));
+TEST_F(SharedTimerAtItsLimits, ARequestWhoseTokenWasCut_FailsButStaysAndIsServedAtTheLatestByTheNextToken) {
+    int const first = timers->addTimer(nullptr, LONG);
+    int const second = timers->addTimer(nullptr, LONG);
+    int const third = timers->addTimer(nullptr, LONG);
+    hooks::write.replace([](int handle, void const* buffer, size_t bytes) -> ssize_t {
+        if (gShortWrite.exchange(false)) {
+            errno = EAGAIN;
+            return 4;
         }
-    }
-
-    static std::vector<std::string> mPlaces;
-};
-
-std::vector<std::string> SharedTimerWatched::mPlaces;
-
-// Reports look at the clock and are seen from there, on the thread that makes them.
-std::atomic<int> gReporter{0};
-std::vector<std::string> gReports;
-std::atomic<unsigned int> gReads{0};
-
-int noteReport(clockid_t clock, timespec* now) {
-    utl::ThreadWatchdog& watchdog = utltest::ThreadManagerAccess::watchdog();
-    if (gReporter == kernelId() && utltest::ThreadWatchdogAccess::isInKeepAlive(watchdog)) {
-        utl::StatementInfo const place =
-            utltest::ThreadWatchdogAccess::copyInfo(watchdog, kernelId()).lastStatement;
-        gReports.push_back(std::string(place.function) + " " + std::to_string(place.sub));
-    }
-    return hooks::clockGetTime.real(clock, now);
-}
-
-ssize_t noteRead(int handle, void* buffer, size_t bytes) {
-    if (gReporter == kernelId()) {
-        gReports.push_back("read");
-    }
-    gReads += handle == timerCalls().readEnd ? 1U : 0U;
-    return readHook(handle, buffer, bytes);
-}
-
-void waitForReadBehind(unsigned int before) {
-    while (gReads == before) {
-        std::this_thread::yield();
-    }
-}
-
-TEST_F(SharedTimerWatched, TheThread_IsWatchedWhileItWorksAndNotWhileItSleeps) {
-    utl::ThreadManager* const manager = utl::ThreadManager::get();
-    std::atomic<int> watched{-1};
-    Ticker ticker([&](int) { watched = manager->isWatchingWatchdog(0) ? 1 : 0; });
-    ScopedTimers timers(8, "watched", 1, LONG);
-    EXPECT_TRUE(manager->isRegisteredWatchdog(timers->getId()));
-    ASSERT_TRUE(timers->start(timers->addTimer(&ticker, 1, 1)));
-    ASSERT_TRUE(ticker.waitFor(1));
-    while (manager->isWatchingWatchdog(timers->getId())) {
-        std::this_thread::yield();
-    }
-    EXPECT_EQ(watched, 1);
-    EXPECT_EQ(std::string(lastStatement(timers->getId()).file), "source/UtlSharedTimer");
-    EXPECT_EQ(std::string(lastStatement(timers->getId()).function), "execute");
-    EXPECT_EQ(lastStatement(timers->getId()).sub, 0U);
-}
-
-TEST_F(SharedTimerWatched, AThreadWhoseReadFails_IsNotRegisteredAnyMore) {
-    utl::ThreadManager* const manager = utl::ThreadManager::get();
-    ScopedTimers timers(8, "watched", 1, LONG);
-    ASSERT_TRUE(manager->isRegisteredWatchdog(timers->getId()));
-    calls().read.failFrom(1, 0, EIO);
-    EXPECT_TRUE(timers->eraseTimer(UNKNOWN, 1));
-    ASSERT_EQ(timers->waitTo(utl::Thread::FINISHED), 0);
-    EXPECT_FALSE(manager->isRegisteredWatchdog(timers->getId()));
-}
-
-TEST_F(SharedTimerWatched, AThreadWhoseObjectGoesWithoutDestroy_IsNotRegisteredAnyMore) {
-    utl::ThreadManager* const manager = utl::ThreadManager::get();
-    int id = 0;
-    {
-        utl::SharedTimer timers(1, LONG, nullptr, 8, "watched");
-        id = timers.getId();
-        ASSERT_TRUE(manager->isRegisteredWatchdog(id));
-    }
-    EXPECT_FALSE(manager->isRegisteredWatchdog(id));
-    EXPECT_TRUE(manager->unregister(id));
-}
-
-TEST_F(SharedTimerWatched, TheForwarders_ReachTheThreadsEntry) {
-    utl::ThreadManager* const manager = utl::ThreadManager::get();
-    gReads = 0;
-    hooks::read.replace(noteRead);
-    ScopedTimers timers(8, "watched", 1, LONG);
-    int const id = timers->getId();
-    waitForReadBehind(0);
-    EXPECT_TRUE(timers->startThreadWatchdog());
-    EXPECT_TRUE(manager->isWatchingWatchdog(id));
-    EXPECT_TRUE(timers->stopThreadWatchdog());
-    EXPECT_FALSE(manager->isWatchingWatchdog(id));
-    EXPECT_TRUE(timers->setThreadWatchdogAliveTime(LONG + 1));
-    EXPECT_EQ(utltest::ThreadManagerAccess::watchdog().findWatchdogInfo(id)->aliveTime, LONG + 1);
-    EXPECT_FALSE(timers->setThreadWatchdogAliveTime(0));
-    ScopedTimers other;
-    EXPECT_FALSE(other->startThreadWatchdog());
-    EXPECT_FALSE(other->stopThreadWatchdog());
-    EXPECT_FALSE(other->setThreadWatchdogAliveTime(1));
-}
-
-TEST_F(SharedTimerWatched, EachCallForASystemTimer_IsReportedInFrontOfIt) {
-    mPlaces.clear();
-    hooks::timerCreate.replace(+[](clockid_t clock, sigevent* event, timer_t* timer) {
-        noteStatement();
-        return createTimerHook(clock, event, timer);
+        return utltest::writeHook(handle, buffer, bytes);
     });
-    hooks::timerSetTime.replace(+[](timer_t timer, int flags, itimerspec const* spec, itimerspec* old) {
-        noteStatement();
-        return setTimerHook(timer, flags, spec, old);
-    });
-    hooks::timerDelete.replace(+[](timer_t timer) {
-        noteStatement();
-        return deleteTimerHook(timer);
-    });
-    ScopedTimers timers(8, "watched", 1, LONG);
+    gShortWrite = true;
+    EXPECT_FALSE(timers->start(first, 1));
+    EXPECT_EQ(log.count(error("SharedTimerThread(odd) Error. write Ret:4 errno:", EAGAIN)), 1U);
+    EXPECT_TRUE(timers->start(second, 1));
+    EXPECT_EQ(timers->waitToStart(first), 0);
+    EXPECT_TRUE(timers->start(third, 1));
+    EXPECT_EQ(timers->waitToStart(second), 0);
+}
+
+TEST_F(SharedTimerAtItsLimits, Erase_WhoseStopGetsNoToken_LeavesTheTimer) {
     int const timer = timers->addTimer(nullptr, LONG);
     ASSERT_TRUE(timers->start(timer));
-    ASSERT_TRUE(timers->stop(timer));
-    EXPECT_EQ(mPlaces, (std::vector<std::string>{"startTimerByTimerInfo 1", "startTimerByTimerInfo 1",
-                                                 "stopTimerByTimerInfo 1"}));
+    calls().write.failFrom(1, 1, EPIPE);
+    EXPECT_FALSE(timers->eraseTimer(timer, 0));
+    EXPECT_EQ(log.count(error("SharedTimerThread(odd) Error. write Ret:4294967295 errno:", EPIPE)), 1U);
+    EXPECT_EQ(idsOf(*timers), Ids{timer});
+    EXPECT_TRUE(timers->eraseTimer(timer, 0)) << "the way is free again";
+    EXPECT_EQ(calls().aliveCount(), 0U);
 }
 
-/// A watched thread whose reports are noted from its first sleep on until it has served what `requests` asks.
-std::vector<std::string> reportsOf(std::function<void(utl::SharedTimer&)> const& requests) {
-    gReports.clear();
-    gReads = 0;
-    hooks::read.replace(noteRead);
-    hooks::clockGetTime.replace(noteReport);
-    utl::SharedTimer timers(1, LONG, nullptr, 8, "watched");
-    waitForReadBehind(0);
-    gReporter = timers.getId();
-    requests(timers);
-    waitForReadBehind(1);
-    timers.destroy();
-    gReporter = 0;
-    return gReports;
+TEST_F(SharedTimerAtItsLimits, TheSignalHandler_LogsATokenThatItCannotWriteAndKeepsErrno) {
+    Listener ticker(timers);
+    int const timer = timers->addTimer(&ticker, LONG, 0, 1);
+    ASSERT_TRUE(timers->start(timer));
+    calls().write.failFrom(1, 1, EPIPE);
+    errno = 77;
+    expire(*timers, timer);
+    EXPECT_EQ(errno, 77);
+    EXPECT_EQ(log.count(error("SharedTimerThread() Error. write Ret:4294967295 errno:", EPIPE)), 1U);
+    calls().write.reset();
+    expire(*timers, timer);
+    timers.settle();
+    EXPECT_EQ(ticker.count(), 1U) << "that expiry is lost and no other";
 }
 
-TEST_F(SharedTimerWatched, TheThread_ReportsBehindAReadBehindItsEntryAndInFrontOfTheNextRead) {
-    EXPECT_EQ(reportsOf([](utl::SharedTimer& timers) { EXPECT_TRUE(timers.eraseTimer(UNKNOWN, 1)); }),
-              (std::vector<std::string>{"execute 0", "execute 0", "execute 0", "read"}));
+TEST_F(SharedTimerAtItsLimits, ATimerThatCouldNotBeRearmed_CountsAsRunningUntilItIsStopped) {
+    Listener ticker(timers);
+    int const timer = timers->addTimer(&ticker, LONG, 0, 0);
+    ASSERT_TRUE(timers->start(timer));
+    calls().create.failFrom(1, 1, EAGAIN);
+    expire(*timers, timer);
+    ASSERT_TRUE(log.waitFor("MsgId:0x80000007"));
+    EXPECT_EQ(log.count(loopError("odd", "0x80000007")), 1U);
+    EXPECT_TRUE(hasLine("<UTIL> ERR: SharedTimerThread(odd) timer_create SysTimerId:0x", " errno:11"));
+    EXPECT_TRUE(timers->isRunning(timer));
+    EXPECT_TRUE(timers->start(timer));
+    EXPECT_EQ(calls().create.calls(), 1U) << "that start had no effect";
+    EXPECT_EQ(calls().aliveCount(), 0U);
+    ASSERT_TRUE(timers->restart(timer));
+    expire(*timers, timer);
+    timers.settle();
+    EXPECT_EQ(ticker.count(), 2U);
+
+    calls().setTime.failFrom(1, 1, EINVAL);
+    expire(*timers, timer);
+    ASSERT_TRUE(becomes([&] { return log.count(loopError("odd", "0x80000007")) == 2; }));
+    EXPECT_TRUE(hasLine("<UTIL> ERR: SharedTimerThread(odd) timer_settime SysTimerId:0x", " errno:22"));
+    EXPECT_EQ(textsOf(" errno:11\n\r\n"), 1U) << "these two lines end in an empty one";
+    EXPECT_EQ(textsOf(" errno:22\n\r\n"), 1U);
+    EXPECT_TRUE(timers->isRunning(timer));
+    EXPECT_EQ(calls().aliveCount(), 0U) << "a timer that counts as running is deleted then";
+    EXPECT_TRUE(timers->stop(timer));
 }
 
-TEST_F(SharedTimerWatched, EachCallForASystemTimer_IsReportedInFrontOfItAndBehind) {
-    std::vector<std::string> const all = reportsOf([](utl::SharedTimer& timers) {
-        int const timer = timers.addTimer(nullptr, LONG);
-        EXPECT_TRUE(timers.start(timer));
-        EXPECT_TRUE(timers.stop(timer));
-    });
-    std::vector<std::string> reports;
-    std::copy_if(all.begin(), all.end(), std::back_inserter(reports), [](std::string const& report) {
-        return report != "read" && report.compare(0, 7, "execute") != 0;
-    });
-    EXPECT_EQ(reports, (std::vector<std::string>{"startTimerByTimerInfo 1", "startTimerByTimerInfo 2",
-                                                 "startTimerByTimerInfo 1", "startTimerByTimerInfo 2",
-                                                 "stopTimerByTimerInfo 1", "stopTimerByTimerInfo 2"}));
+TEST_F(SharedTimerAtItsLimits, TheLastExpiry_WhoseSystemTimerStays_StopsTheTimerAllTheSame) {
+    Listener ticker(timers);
+    int const timer = timers->addTimer(&ticker, LONG, 1, 1);
+    ASSERT_TRUE(timers->start(timer));
+    calls().remove.failFrom(1, 1, EINVAL);
+    int const number = timers->findTimer(timer)->mSysTimerNum;
+    expire(*timers, timer);
+    timers.settle();
+    EXPECT_TRUE(hasLine("<UTIL> ERR: SharedTimerThread(odd) timer_delete SysTimerId:0x", " errno:22"));
+    EXPECT_EQ(textsOf("!!!!!!!!"), 0U);
+    EXPECT_FALSE(timers->isRunning(timer));
+    signal(number);  // it still expires
+    timers.settle();
+    EXPECT_EQ(ticker.count(), 1U);
+    ASSERT_TRUE(timers->start(timer));
+    expire(*timers, timer);
+    timers.settle();
+    EXPECT_EQ(ticker.count(), 2U);
+    EXPECT_FALSE(timers->isRunning(timer));
 }
 
-TEST_F(SharedTimerWatched, EachCallOfTheConstructor_IsReportedInFrontOfItAndBehind) {
-    utl::ThreadManager* const manager = utl::ThreadManager::get();
-    ASSERT_NE(manager->entryCaller(1, LONG, nullptr, "caller"), 0);
-    ASSERT_TRUE(manager->startWatchdog(0));
-    mPlaces.clear();
-    // Every report of the caller asks for the time.
-    static std::atomic<unsigned int> reports{0};
-    static int const caller = kernelId();
-    hooks::clockGetTime.replace(+[](clockid_t clock, timespec* now) {
-        reports += kernelId() == caller ? 1U : 0U;
-        return hooks::clockGetTime.real(clock, now);
+TEST_F(SharedTimerAtItsLimits, EraseWithoutWaiting_WhoseSystemTimerStays_TakesTheTimerAwayAllTheSame) {
+    Listener ticker(timers);
+    int const timer = timers->addTimer(&ticker, LONG);
+    ASSERT_TRUE(timers->start(timer));
+    int const number = timers->findTimer(timer)->mSysTimerNum;
+    calls().remove.failFrom(1, 1, EINVAL);
+    EXPECT_TRUE(timers->eraseTimer(timer, 1));
+    ASSERT_TRUE(log.waitFor("MsgId:0x80000006"));
+    EXPECT_EQ(log.count(loopError("odd", "0x80000006")), 1U);
+    EXPECT_TRUE(hasLine("<UTIL> ERR: SharedTimerThread(odd) timer_delete SysTimerId:0x", " errno:22"));
+    EXPECT_EQ(idsOf(*timers), Ids());
+    signal(number);
+    timers.settle();
+    EXPECT_EQ(ticker.count(), 0U);
+}
+
+TEST_F(SharedTimerAtItsLimits, AReadThatGivesLessThanAToken_EndsTheThreadAndAllItsTimers) {
+    int const running = timers->addTimer(nullptr, LONG);
+    int const last = timers->addTimer(nullptr, LONG);
+    ASSERT_TRUE(timers->start(running));
+    hooks::read.replace([](int handle, void* buffer, size_t bytes) -> ssize_t {
+        if (handle == gBadReadEnd) {
+            errno = EIO;
+            return 3;
+        }
+        return hooks::read.real(handle, buffer, bytes);
     });
-    static unsigned int reportsAtPipe = 0;
-    static unsigned int reportsAtSigAction = 0;
-    hooks::pipe.replace(+[](int* ends) {
-        noteStatement();
-        reportsAtPipe = reports;
-        return pipeHook(ends);
-    });
-    hooks::sigAction.replace(+[](int number, struct sigaction const* action, struct sigaction* old) {
-        noteStatement();
-        reportsAtSigAction = reports;
-        return hooks::sigAction.real(number, action, old);
-    });
-    ScopedTimers const timers;
-    EXPECT_EQ(mPlaces, (std::vector<std::string>{"SharedTimer 1", "installTimeoutSignalHandler 1",
-                                                 "installTimeoutSignalHandler 1"}));
-    EXPECT_EQ(reportsAtSigAction - reportsAtPipe, 4U)
-        << "behind the pipe, around the signal set, in front of the signal action";
-    EXPECT_TRUE(manager->unregister(kernelId()));
+    gBadReadEnd = calls().readEnd.load();
+    timers->start(last, 1);
+    ASSERT_EQ(timers->waitTo(utl::Thread::FINISHED), 0);
+    gBadReadEnd = -1;
+    EXPECT_EQ(log.count("<UTIL> ERR: SharedTimerThread(odd) Error. read Ret:3 errno:5 !!Break msg loop!!"),
+              1U);
+    unsigned int result = 0;
+    EXPECT_TRUE(timers->getResult(&result));
+    EXPECT_EQ(result, 0xFFFFFFFF);
+    EXPECT_EQ(calls().aliveCount(), 0U);
+    EXPECT_EQ(timers->addTimer(nullptr, 1), -1);
+    EXPECT_FALSE(timers->start(running, 0));
+    EXPECT_EQ(timers->waitToStop(running), -1);
+    EXPECT_EQ(timers->getInterval(running), NO_INTERVAL);
+    EXPECT_EQ(idsOf(*timers), Ids());
+}
+
+TEST_F(SharedTimerFailure, APipeThatCannotBeHad_IsLoggedAndTheLoopEndsAtOnce) {
+    hooks::pipe.failFrom(1, 1, -1, EMFILE);
+    hooks::close.reset();
+    {
+        ScopedTimers timers(4, "pipeless");
+        EXPECT_EQ(log.count(error("SharedTimerThread(pipeless) pipe errno:", EMFILE)), 1U);
+        ASSERT_EQ(timers->waitTo(utl::Thread::FINISHED), 0);
+        EXPECT_EQ(log.count(error("SharedTimerThread(pipeless) Error. read Ret:4294967295 errno:", EBADF) +
+                            " !!Break msg loop!!"),
+                  1U);
+        EXPECT_EQ(timers->addTimer(nullptr, 1), -1);
+        EXPECT_FALSE(timers->eraseTimer(1, 1));
+        EXPECT_EQ(log.count(error("SharedTimerThread(pipeless) Error. write Ret:4294967295 errno:", EBADF)),
+                  1U);
+    }
+    EXPECT_EQ(hooks::close.calls(), 0U);
+}
+
+TEST_F(SharedTimerFailure, AThreadThatCannotBeHad_LeavesTimersThatNobodyCanWaitFor) {
+    hooks::threadCreate.failFrom(1, 1, EAGAIN, 0);
+    ScopedTimers timers(4, "threadless");
+    EXPECT_EQ(timers->getId(), 0);
+    int const timer = timers->addTimer(nullptr, 1);
+    EXPECT_EQ(timer, 1);
+    EXPECT_FALSE(timers->start(timer, 0));
+    EXPECT_FALSE(timers->restart(timer, 0));
+    EXPECT_TRUE(timers->start(timer, 1)) << "queued, as it was asked for";
+    EXPECT_EQ(timers->waitToStart(timer), -1);
+    EXPECT_EQ(timers->waitToStop(timer), 0);
+    EXPECT_TRUE(timers->stop(timer, 0));
+    ASSERT_EQ(timers->addTimer(nullptr, 1), 2);
+    EXPECT_TRUE(timers->eraseTimer(timer, 0)) << "it stands still";
+}
+
+TEST_F(SharedTimerFailure, AThreadThatCannotBeRegistered_EndsAtOnce) {
+    FullRegistry const full;
+    ScopedTimers timers;
+    EXPECT_EQ(timers->getId(), 0);
+    EXPECT_TRUE(timers->hasDone(utl::Thread::FINISHED));
+    EXPECT_EQ(timers->addTimer(nullptr, 1), -1);
+}
+
+TEST_F(SharedTimerFailure, SigAction_ThatFails_IsLoggedAndTheNextConstructorTriesAgain) {
+    for (unsigned int const failing : {1U, 2U}) {
+        log.clear();
+        hooks::sigAction.failFrom(failing, 1, -1, EINVAL);
+        ScopedTimers const timers;
+        EXPECT_EQ(hooks::sigAction.calls(), failing);
+        EXPECT_EQ(log.count(error("SharedTimer sigaction  errno:", EINVAL)), 1U);
+    }
+    log.clear();
+    ScopedTimers const last;
+    EXPECT_EQ(hooks::sigAction.calls(), 4U);
+    EXPECT_EQ(log.count(error("SharedTimer sigaction  errno:", EINVAL)), 0U);
+    EXPECT_EQ(log.count("<UTIL> DTL: SharedTimer sigaction  success:" + std::to_string(SIGRTMIN + 1)), 1U);
+}
+
+// Without the handler the first expiry would end the process.
+TEST_F(SharedTimerFailure, Start_WithoutTheHandler_FailsAndTriesToInstallItAgain) {
+    hooks::sigAction.failFrom(1, 2, -1, EINVAL);
+    Ticker ticker;
+    ScopedTimers timers;
+    int const timer = timers->addTimer(&ticker, 1, 1);
+    EXPECT_FALSE(timers->start(timer, 0));
+    EXPECT_EQ(log.count(error("SharedTimer sigaction  errno:", EINVAL)), 2U);
+    EXPECT_EQ(calls().create.calls(), 0U);
+    EXPECT_TRUE(timers->start(timer, 0));
+    EXPECT_TRUE(ticker.waitFor(1));
+}
+
+TEST_F(SharedTimerFailure, TheHandler_ReportsAShortWriteAndKeepsErrno) {
+    Ticker ticker;
+    ScopedTimers timers;
+    int const timer = timers->addTimer(&ticker, LONG);
+    ASSERT_TRUE(timers->start(timer));
+    siginfo_t info = {};
+    info.si_timerid = timers->findTimer(timer)->mSysTimerNum;
+    info.si_value.sival_int = calls().writeEnd;
+    calls().write.failFrom(1, 1, EIO);
+    log.clear();
+    errno = ENOTTY;
+    utl::SharedTimer::TimeoutSignalHandler(SIGRTMIN + 1, &info, nullptr);
+    EXPECT_EQ(errno, ENOTTY);
+    EXPECT_EQ(
+        log.lines(),
+        (std::vector<std::string>{error("SharedTimerThread() Error. write Ret:4294967295 errno:", EIO)}));
+    // The token that did not get through does not count.
+    utl::SharedTimer::TimeoutSignalHandler(SIGRTMIN + 1, &info, nullptr);
+    EXPECT_TRUE(ticker.waitFor(1));
+}
+
+TEST_F(SharedTimerFailure, WaitToStart_GoesOnWaitingBehindAStartThatFailed) {
+    ScopedTimers timers;
+    int const timer = timers->addTimer(nullptr, LONG);
+    std::promise<int> result;
+    auto const waiting = result.get_future();
+    std::thread waiter([&] { result.set_value(timers->waitToStart(timer)); });
+    calls().create.failFrom(1, 1, EAGAIN);
+    EXPECT_FALSE(timers->start(timer));
+    EXPECT_NE(waiting.wait_for(std::chrono::milliseconds(20)), std::future_status::ready);
+    EXPECT_TRUE(timers->start(timer));
+    waiter.join();
 }
 
 }  // namespace

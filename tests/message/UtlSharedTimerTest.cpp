@@ -3,12 +3,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <time.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <future>
-#include <memory>
 #include <set>
 #include <string>
 #include <thread>
@@ -16,9 +19,12 @@
 #include <utility>
 #include <vector>
 
+#include "TestHooks.h"
+#include "TestLog.h"
+#include "TestMessages.h"
 #include "TestThreads.h"
 #include "TestTimers.h"
-#include "UtlTimeCounter.h"
+#include "UtlThreadManager.h"
 #include "internal/message/UtlSystemTimer.h"
 
 using namespace utltest;
@@ -106,27 +112,23 @@ TEST_F(SharedTimer, AutoDestroy_AtTheEndOfItsScope_HasDestroyedTheSharedTimer) {
 // The thread is held between its last milestone and its end, by the milestone's own broadcast.
 TEST_F(SharedTimer, Destroy_OfAThreadInItsLastStep_LeavesNoPlaceBehind) {
     static std::atomic<utl::SharedTimer*> held{nullptr};
-    static Gate* last = nullptr;
-    static Gate* go = nullptr;
-    Gate lastStep;
-    Gate letGo;
-    last = &lastStep;
-    go = &letGo;
+    static Gate* lastStep = nullptr;
+    Gate gate;
+    lastStep = &gate;
     utl::SharedTimer timers(0, 0, nullptr, 4, "ending");
     int const id = timers.getId();
     held = &timers;
     hooks::condBroadcast.replace([](pthread_cond_t* condition) {
         if (kernelId() == held.load()->getId()) {
-            last->open();
-            go->wait();
+            EXPECT_TRUE(lastStep->hold());
         }
         return hooks::condBroadcast.real(condition);
     });
     EXPECT_EQ(timers.Thread::stop(0, 0), 0);
-    ASSERT_TRUE(lastStep.wait());
+    ASSERT_TRUE(gate.waitUntilHeld());
     auto destroyed = std::async(std::launch::async, [&timers] { timers.destroy(); });
     EXPECT_EQ(destroyed.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
-    letGo.open();
+    gate.open();
     destroyed.get();
     hooks::condBroadcast.reset();
     EXPECT_FALSE(utl::ThreadManager::get()->isThreadExist(id));
@@ -139,30 +141,6 @@ TEST_F(SharedTimer, Destroy_Twice_DoesNothingTheSecondTime) {
     other.get();
     timers.destroy();
     EXPECT_TRUE(timers.hasDone(utl::Thread::FINISHED));
-}
-
-// While the thread arms a timer with its interval, nobody changes that.
-TEST_F(SharedTimer, SetInterval_WaitsForAStepOfTheThreadThatUsesIt) {
-    static Gate* reached = nullptr;
-    static Gate* go = nullptr;
-    Gate inTheStep;
-    Gate letGo;
-    reached = &inTheStep;
-    go = &letGo;
-    ScopedTimers timers;
-    int const timer = timers->addTimer(nullptr, LONG);
-    hooks::timerSetTime.watch([](timer_t, int, itimerspec const*, itimerspec*) {
-        reached->open();
-        go->wait();
-    });
-    ASSERT_TRUE(timers->start(timer, 1));
-    ASSERT_TRUE(inTheStep.wait());
-    auto set = std::async(std::launch::async, [&] { return timers->setInterval(timer, LONG + 1); });
-    EXPECT_EQ(set.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
-    letGo.open();
-    EXPECT_TRUE(set.get());
-    hooks::timerSetTime.watch(nullptr);
-    EXPECT_EQ(timers->getInterval(timer), LONG + 1);
 }
 
 TEST_F(SharedTimer, Destroy_WithTimersRunning_TakesThemAllAway) {
@@ -252,48 +230,6 @@ TEST_F(SharedTimer, ThePipe_HasRoomForTheQueueAndTheSignalsOfAllTimers) {
     EXPECT_EQ(utl::SharedTimer::CTL_ENTRY_MAX, 256U);
 }
 
-TEST_F(SharedTimer, APipeThatCannotBeHad_IsLoggedAndTheLoopEndsAtOnce) {
-    hooks::pipe.failFrom(1, 1, -1, EMFILE);
-    hooks::close.reset();
-    {
-        ScopedTimers timers(4, "pipeless");
-        EXPECT_EQ(log.count(error("SharedTimerThread(pipeless) pipe errno:", EMFILE)), 1U);
-        ASSERT_EQ(timers->waitTo(utl::Thread::FINISHED), 0);
-        EXPECT_EQ(log.count(error("SharedTimerThread(pipeless) Error. read Ret:4294967295 errno:", EBADF) +
-                            " !!Break msg loop!!"),
-                  1U);
-        EXPECT_EQ(timers->addTimer(nullptr, 1), -1);
-        EXPECT_FALSE(timers->eraseTimer(1, 1));
-        EXPECT_EQ(log.count(error("SharedTimerThread(pipeless) Error. write Ret:4294967295 errno:", EBADF)),
-                  1U);
-    }
-    EXPECT_EQ(hooks::close.calls(), 0U);
-}
-
-TEST_F(SharedTimer, AThreadThatCannotBeHad_LeavesTimersThatNobodyCanWaitFor) {
-    hooks::threadCreate.failFrom(1, 1, EAGAIN, 0);
-    ScopedTimers timers(4, "threadless");
-    EXPECT_EQ(timers->getId(), 0);
-    int const timer = timers->addTimer(nullptr, 1);
-    EXPECT_EQ(timer, 1);
-    EXPECT_FALSE(timers->start(timer, 0));
-    EXPECT_FALSE(timers->restart(timer, 0));
-    EXPECT_TRUE(timers->start(timer, 1)) << "queued, as it was asked for";
-    EXPECT_EQ(timers->waitToStart(timer), -1);
-    EXPECT_EQ(timers->waitToStop(timer), 0);
-    EXPECT_TRUE(timers->stop(timer, 0));
-    ASSERT_EQ(timers->addTimer(nullptr, 1), 2);
-    EXPECT_TRUE(timers->eraseTimer(timer, 0)) << "it stands still";
-}
-
-TEST_F(SharedTimer, AThreadThatCannotBeRegistered_EndsAtOnce) {
-    FullRegistry const full;
-    ScopedTimers timers;
-    EXPECT_EQ(timers->getId(), 0);
-    EXPECT_TRUE(timers->hasDone(utl::Thread::FINISHED));
-    EXPECT_EQ(timers->addTimer(nullptr, 1), -1);
-}
-
 // Derived classes and their callers are compiled apart from the library.
 TEST_F(SharedTimer, ItsFields_HaveTheirOrder) {
     ScopedTimers timers;
@@ -372,34 +308,6 @@ TEST_F(SharedTimer, SigAction_OnSuccess_IsLoggedAndCalledOnlyOnce) {
     }
 }
 
-TEST_F(SharedTimer, SigAction_ThatFails_IsLoggedAndTheNextConstructorTriesAgain) {
-    for (unsigned int const failing : {1U, 2U}) {
-        log.clear();
-        hooks::sigAction.failFrom(failing, 1, -1, EINVAL);
-        ScopedTimers const timers;
-        EXPECT_EQ(hooks::sigAction.calls(), failing);
-        EXPECT_EQ(log.count(error("SharedTimer sigaction  errno:", EINVAL)), 1U);
-    }
-    log.clear();
-    ScopedTimers const last;
-    EXPECT_EQ(hooks::sigAction.calls(), 4U);
-    EXPECT_EQ(log.count(error("SharedTimer sigaction  errno:", EINVAL)), 0U);
-    EXPECT_EQ(log.count("<UTIL> DTL: SharedTimer sigaction  success:" + std::to_string(SIGRTMIN + 1)), 1U);
-}
-
-// Without the handler the first expiry would end the process.
-TEST_F(SharedTimer, Start_WithoutTheHandler_FailsAndTriesToInstallItAgain) {
-    hooks::sigAction.failFrom(1, 2, -1, EINVAL);
-    Ticker ticker;
-    ScopedTimers timers;
-    int const timer = timers->addTimer(&ticker, 1, 1);
-    EXPECT_FALSE(timers->start(timer, 0));
-    EXPECT_EQ(log.count(error("SharedTimer sigaction  errno:", EINVAL)), 2U);
-    EXPECT_EQ(calls().create.calls(), 0U);
-    EXPECT_TRUE(timers->start(timer, 0));
-    EXPECT_TRUE(ticker.waitFor(1));
-}
-
 TEST_F(SharedTimer, ASignalOfATimerThatIsGone_IsDropped) {
     ScopedTimers const timers;
     unsigned int const before = calls().write.calls();
@@ -410,27 +318,6 @@ TEST_F(SharedTimer, ASignalOfATimerThatIsGone_IsDropped) {
     utl::SharedTimer::TimeoutSignalHandler(SIGRTMIN + 1, &info, nullptr);
     EXPECT_EQ(calls().write.calls(), before);
     EXPECT_TRUE(log.lines().empty());
-}
-
-TEST_F(SharedTimer, TheHandler_ReportsAShortWriteAndKeepsErrno) {
-    Ticker ticker;
-    ScopedTimers timers;
-    int const timer = timers->addTimer(&ticker, LONG);
-    ASSERT_TRUE(timers->start(timer));
-    siginfo_t info = {};
-    info.si_timerid = timers->findTimer(timer)->mSysTimerNum;
-    info.si_value.sival_int = calls().writeEnd;
-    calls().write.failFrom(1, 1, EIO);
-    log.clear();
-    errno = ENOTTY;
-    utl::SharedTimer::TimeoutSignalHandler(SIGRTMIN + 1, &info, nullptr);
-    EXPECT_EQ(errno, ENOTTY);
-    EXPECT_EQ(
-        log.lines(),
-        (std::vector<std::string>{error("SharedTimerThread() Error. write Ret:4294967295 errno:", EIO)}));
-    // The token that did not get through does not count.
-    utl::SharedTimer::TimeoutSignalHandler(SIGRTMIN + 1, &info, nullptr);
-    EXPECT_TRUE(ticker.waitFor(1));
 }
 
 TEST_F(SharedTimer, AnExpiryThatComesAfterItsThreadIsGone_ReachesNoForeignFile) {
@@ -506,518 +393,7 @@ TEST_F(SharedTimer, TheConstructor_ReturnsWhenTheThreadIsInsideItsLoop) {
     EXPECT_EQ(strayLoops, 0);
 }
 
-TEST_F(SharedTimer, TheConstructor_WithoutAPipe_ReturnsWhenTheThreadHasEnded) {
-    std::atomic<int> strayLoops{0};
-    for (int round = 0; round < 50; ++round) {
-        hooks::pipe.failFrom(1, 1, -1, EMFILE);
-        DerivedTimers timers(strayLoops);
-        EXPECT_TRUE(timers.hasDone(utl::Thread::FINISHED));
-    }
-    EXPECT_EQ(strayLoops, 0);
-}
-
-// Adding and erasing.
-
-TEST_F(SharedTimer, AddTimer_MakesATimerThatDoesNotRun) {
-    Ticker ticker;
-    ScopedTimers timers;
-    int const timer = timers->addTimer(&ticker, 15, 3, 0);
-    EXPECT_EQ(timer, 1);
-    EXPECT_FALSE(timers->isRunning(timer));
-    EXPECT_EQ(timers->getInterval(timer), 15U);
-    utl::TimerInfo const* const info = timers->findTimer(timer);
-    ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->mListener, &ticker);
-    EXPECT_EQ(info->mRepeatCount, 3U);
-    EXPECT_EQ(info->mAutoRepeat, 0);
-    EXPECT_EQ(info->mSysTimerNum, -1);
-    EXPECT_EQ(info->mSysParam[0], -1);
-    EXPECT_EQ(info->mSysParam[1], 0);
-    EXPECT_EQ(calls().create.calls(), 0U);
-}
-
-TEST_F(SharedTimer, ATimerCountAtItsMaximum_RefusesTheNext) {
-    for (unsigned int const capacity : {0U, 1U, 3U}) {
-        ScopedTimers timers(capacity);
-        for (unsigned int i = 1; i <= capacity; ++i) {
-            EXPECT_EQ(timers->addTimer(nullptr, 1), static_cast<int>(i));
-        }
-        EXPECT_EQ(timers->addTimer(nullptr, 1), -1);
-        if (capacity != 0) {
-            EXPECT_TRUE(timers->eraseTimer(1));
-            EXPECT_EQ(timers->addTimer(nullptr, 1), static_cast<int>(capacity) + 1)
-                << "ids are not used again";
-        }
-    }
-}
-
-TEST_F(SharedTimer, Ids_WrapToOneBehindTheLargestAndStepPastThoseInUse) {
-    ScopedTimers timers;
-    EXPECT_EQ(timers->addTimer(nullptr, 1), 1);
-    EXPECT_EQ(timers->addTimer(nullptr, 1), 2);
-    SharedTimerAccess::setNextTimerId(*timers, INT_MAX - 1);
-    EXPECT_EQ(timers->addTimer(nullptr, 1), INT_MAX - 1);
-    EXPECT_EQ(timers->addTimer(nullptr, 1), INT_MAX);
-    EXPECT_EQ(timers->addTimer(nullptr, 1), 3);
-    EXPECT_EQ(idsOf(*timers), (Ids{1, 2, 3, INT_MAX - 1, INT_MAX}));
-}
-
-TEST_F(SharedTimer, EraseTimer_OfARunningTimer_StopsItAndTakesItAway) {
-    for (int const noWait : {0, 1}) {
-        Ticker ticker;
-        ScopedTimers timers;
-        int const timer = timers->addTimer(&ticker, 1);
-        ASSERT_TRUE(timers->start(timer));
-        ASSERT_TRUE(ticker.waitFor(2));
-        EXPECT_TRUE(timers->eraseTimer(timer, noWait));
-        timers.settle();
-        size_t const atErase = ticker.count();
-        EXPECT_EQ(timers->findTimer(timer), nullptr);
-        EXPECT_EQ(calls().aliveCount(), 0U);
-        EXPECT_FALSE(timers->eraseTimer(timer, 0));
-        utl::Thread::sleep(20);
-        EXPECT_EQ(ticker.count(), atErase);
-    }
-}
-
-TEST_F(SharedTimer, EraseTimer_WithoutWaiting_AsksForAnyId) {
-    ScopedTimers timers;
-    EXPECT_FALSE(timers->eraseTimer(UNKNOWN, 0));
-    EXPECT_TRUE(timers->eraseTimer(UNKNOWN, 1));
-    timers.settle();
-    EXPECT_FALSE(hasLine("<UTIL> ERR: ", ""));
-}
-
-TEST_F(SharedTimer, EraseTimer_WithoutWaiting_LeavesTheTimerUntilTheThreadActs) {
-    Blocker blocker;
-    ScopedTimers timers;
-    int const timer = timers->addTimer(nullptr, LONG);
-    ASSERT_TRUE(timers->start(timer));
-    blocker.block(*timers);
-    EXPECT_TRUE(timers->eraseTimer(timer, 1));
-    EXPECT_TRUE(timers->isRunning(timer));
-    blocker.letGo();
-    timers.settle();
-    EXPECT_EQ(timers->findTimer(timer), nullptr);
-}
-
-TEST_F(SharedTimer, EraseTimer_BehindAStartThatIsStillQueued_LeavesNothingOfBoth) {
-    Blocker blocker;
-    Ticker ticker;
-    ScopedTimers timers;
-    int const timer = timers->addTimer(&ticker, 1);
-    blocker.block(*timers);
-    EXPECT_TRUE(timers->start(timer, 1));
-    EXPECT_TRUE(timers->eraseTimer(timer, 0));
-    blocker.letGo();
-    timers.settle();
-    EXPECT_EQ(ticker.count(), 0U);
-    EXPECT_FALSE(hasLine("<UTIL> ERR: ", ""));
-}
-
-TEST_F(SharedTimer, EraseTimer_WhoseTimerIsTakenAwayFirst_IsFalse) {
-    Blocker blocker;
-    ScopedTimers timers;
-    int const timer = timers->addTimer(nullptr, LONG);
-    ASSERT_TRUE(timers->start(timer));
-    blocker.block(*timers);
-    EXPECT_TRUE(timers->eraseTimer(timer, 1));
-    unsigned int const before = calls().requests;
-    auto erased = std::async(std::launch::async, [&] { return timers->eraseTimer(timer, 0); });
-    waitForRequestBehind(before);
-    blocker.letGo();
-    EXPECT_FALSE(erased.get());
-}
-
-TEST_F(SharedTimer, EraseTimer_AgainstStartsThatAreStillQueued_NeverLeavesASystemTimer) {
-    for (int round = 0; round < 200; ++round) {
-        Ticker ticker;
-        ScopedTimers timers;
-        int const timer = timers->addTimer(&ticker, 1);
-        ASSERT_TRUE(timers->start(timer, 1));
-        EXPECT_TRUE(timers->eraseTimer(timer, 0));
-        timers.settle();
-        EXPECT_EQ(calls().aliveCount(), 0U);
-    }
-}
-
-TEST_F(SharedTimer, GetTimerIdSet_OfNull_IsZero) {
-    ScopedTimers timers;
-    EXPECT_EQ(timers->getTimerIdSet(nullptr), 0);
-}
-
-TEST_F(SharedTimer, GetTimerIdSet_WithoutTimers_GivesAnEmptyArray) {
-    ScopedTimers timers;
-    utl::Array<int> ids(5, 0);
-    ASSERT_TRUE(ids.insertAt(0, 99));
-    EXPECT_EQ(timers->getTimerIdSet(&ids), 1);
-    EXPECT_EQ(ids.size(), 0U);
-    EXPECT_EQ(ids.maxSize(), 0U);
-}
-
-TEST_F(SharedTimer, GetTimerIdSet_ReplacesContentAndCapacity_InTheOrderOfTheIds) {
-    ScopedTimers timers;
-    for (int i = 1; i <= 4; ++i) {
-        ASSERT_EQ(timers->addTimer(nullptr, 1), i);
-    }
-    ASSERT_TRUE(timers->eraseTimer(2));
-    for (unsigned int const capacity : {0U, 3U, 10U}) {
-        utl::Array<int> ids(capacity, 0);
-        EXPECT_EQ(timers->getTimerIdSet(&ids), 1);
-        EXPECT_EQ(ids.maxSize(), 3U);
-    }
-    EXPECT_EQ(idsOf(*timers), (Ids{1, 3, 4}));
-}
-
-// Starting and stopping.
-
-TEST_F(SharedTimer, AOneShot_FiresOnceAndStaysAsAStoppedTimer) {
-    for (int const autoRepeat : {0, 1}) {
-        Ticker ticker;
-        ScopedTimers timers;
-        int const timer = timers->addTimer(&ticker, 20, 1, autoRepeat);
-        for (size_t run = 1; run <= 3; ++run) {
-            utl::TimeCounter elapsed;
-            elapsed.start();
-            ASSERT_TRUE(timers->start(timer));
-            ASSERT_TRUE(ticker.waitFor(run));
-            EXPECT_GE(elapsed.watch(), 19U);
-            EXPECT_EQ(timers->waitToStop(timer), 0);
-            EXPECT_FALSE(timers->isRunning(timer));
-            EXPECT_EQ(timers->findTimer(timer)->mFireCount, 1U) << "counted from 0 again";
-            EXPECT_EQ(calls().aliveCount(), 0U);
-        }
-        EXPECT_EQ(ticker.ticks(), (Ids{timer, timer, timer}));
-    }
-}
-
-TEST_F(SharedTimer, ARepeatCountOfThree_GivesThreeExpiriesForEachStart) {
-    for (int const autoRepeat : {0, 1}) {
-        Ticker ticker;
-        ScopedTimers timers;
-        int const timer = timers->addTimer(&ticker, 2, 3, autoRepeat);
-        for (size_t run = 1; run <= 2; ++run) {
-            ASSERT_TRUE(timers->start(timer));
-            ASSERT_EQ(timers->waitToStop(timer), 0);
-            utl::Thread::sleep(10);
-            timers.settle();
-            EXPECT_EQ(ticker.count(), 3 * run);
-        }
-    }
-}
-
-TEST_F(SharedTimer, WithoutARepeatCount_ItFiresUntilItIsStopped) {
-    for (int const autoRepeat : {0, 1}) {
-        Ticker ticker;
-        ScopedTimers timers;
-        int const timer = timers->addTimer(&ticker, 1, 0, autoRepeat);
-        ASSERT_TRUE(timers->start(timer));
-        ASSERT_TRUE(ticker.waitFor(20));
-        EXPECT_TRUE(timers->stop(timer));
-        size_t const atStop = ticker.count();
-        EXPECT_FALSE(timers->isRunning(timer));
-        utl::Thread::sleep(20);
-        EXPECT_EQ(ticker.count(), atStop);
-        ASSERT_TRUE(timers->start(timer));
-        ASSERT_TRUE(ticker.waitFor(atStop + 3));
-    }
-}
-
-TEST_F(SharedTimer, Start_OfARunningTimer_LeavesItAsItIs) {
-    Ticker ticker;
-    ScopedTimers timers;
-    int const timer = timers->addTimer(&ticker, 1);
-    ASSERT_TRUE(timers->start(timer));
-    ASSERT_TRUE(ticker.waitFor(5));
-    EXPECT_TRUE(timers->start(timer, 0));
-    EXPECT_TRUE(timers->start(timer, 1));
-    ASSERT_TRUE(ticker.waitForMore(1));
-    ASSERT_TRUE(timers->stop(timer));
-    EXPECT_GE(timers->findTimer(timer)->mFireCount, 5U);
-    EXPECT_EQ(calls().create.calls(), 1U);
-}
-
-TEST_F(SharedTimer, TwoStartsInTheQueue_MakeOneSystemTimer) {
-    Blocker blocker;
-    ScopedTimers timers;
-    int const timer = timers->addTimer(nullptr, LONG);
-    blocker.block(*timers);
-    EXPECT_TRUE(timers->start(timer, 1));
-    EXPECT_TRUE(timers->start(timer, 1));
-    blocker.letGo();
-    timers.settle();
-    EXPECT_TRUE(timers->isRunning(timer));
-    EXPECT_TRUE(timers->stop(timer));
-    EXPECT_EQ(calls().aliveCount(), 0U);
-    EXPECT_EQ(calls().create.calls(), 3U) << "the blocker's, the timer's and one to settle";
-    EXPECT_FALSE(hasLine("<UTIL> ERR: ", ""));
-}
-
-TEST_F(SharedTimer, Stop_OfAStoppedTimer_HasNothingToDo) {
-    ScopedTimers timers;
-    int const timer = timers->addTimer(nullptr, 1);
-    unsigned int const before = calls().write.calls();
-    EXPECT_TRUE(timers->stop(timer, 0));
-    EXPECT_TRUE(timers->stop(timer, 1));
-    EXPECT_EQ(calls().write.calls(), before);
-}
-
-TEST_F(SharedTimer, UnknownIds_AreRefused) {
-    ScopedTimers timers;
-    for (int const id : {UNKNOWN, 0, -1}) {
-        for (int const noWait : {0, 1}) {
-            EXPECT_FALSE(timers->start(id, noWait));
-            EXPECT_FALSE(timers->stop(id, noWait));
-            EXPECT_FALSE(timers->restart(id, noWait));
-        }
-        EXPECT_FALSE(timers->setInterval(id, 1));
-        EXPECT_FALSE(timers->isRunning(id));
-        EXPECT_EQ(timers->getInterval(id), NO_INTERVAL);
-        EXPECT_EQ(timers->waitToStart(id), -1);
-        EXPECT_EQ(timers->waitToStop(id), -1);
-        EXPECT_EQ(timers->findTimer(id), nullptr);
-        EXPECT_EQ(static_cast<utl::SharedTimer const&>(*timers).findTimer(id), nullptr);
-        timers->onTime(id);
-    }
-}
-
-TEST_F(SharedTimer, StartAndStop_WithoutWaiting_ReturnWhileTheThreadIsBusy) {
-    Blocker blocker;
-    Ticker ticker;
-    ScopedTimers timers;
-    int const one = timers->addTimer(&ticker, 1, 1);
-    int const two = timers->addTimer(&ticker, LONG);
-    ASSERT_TRUE(timers->start(two));
-    blocker.block(*timers);
-    EXPECT_TRUE(timers->start(one, 1));
-    EXPECT_FALSE(timers->isRunning(one));
-    EXPECT_TRUE(timers->stop(two, 1));
-    EXPECT_TRUE(timers->isRunning(two));
-    blocker.letGo();
-    EXPECT_TRUE(ticker.waitFor(1));
-    EXPECT_EQ(timers->waitToStop(two), 0);
-}
-
-TEST_F(SharedTimer, Restart_OfARunningTimer_CountsFromZeroWithANewSystemTimer) {
-    Ticker ticker;
-    ScopedTimers timers;
-    int const timer = timers->addTimer(&ticker, 1, 1000000);
-    ASSERT_TRUE(timers->start(timer));
-    ASSERT_TRUE(ticker.waitFor(10));
-    ASSERT_TRUE(timers->setInterval(timer, LONG));
-    EXPECT_TRUE(timers->restart(timer, 0));
-    EXPECT_TRUE(timers->isRunning(timer));
-    EXPECT_EQ(timers->findTimer(timer)->mFireCount, 0U);
-    EXPECT_EQ(calls().aliveCount(), 1U);
-}
-
-TEST_F(SharedTimer, Restart_OfAStoppedTimer_StartsIt) {
-    ScopedTimers timers;
-    int const timer = timers->addTimer(nullptr, LONG);
-    EXPECT_TRUE(timers->restart(timer, 0));
-    EXPECT_TRUE(timers->isRunning(timer));
-}
-
-// The start finds the timer running still: only the stop is in the queue.
-TEST_F(SharedTimer, Restart_WithoutWaiting_MayEndInAStop) {
-    Blocker blocker;
-    ScopedTimers timers;
-    int const timer = timers->addTimer(nullptr, LONG);
-    ASSERT_TRUE(timers->start(timer));
-    blocker.block(*timers);
-    EXPECT_TRUE(timers->restart(timer, 1));
-    blocker.letGo();
-    timers.settle();
-    EXPECT_FALSE(timers->isRunning(timer));
-}
-
-TEST_F(SharedTimer, StartAllStopAllAndRestartAll_ServeEveryTimer) {
-    ScopedTimers timers;
-    Ids ids;
-    for (unsigned int i = 0; i < 3; ++i) {
-        ids.push_back(timers->addTimer(nullptr, LONG + i));
-    }
-    auto const runningCount = [&] {
-        return std::count_if(ids.begin(), ids.end(), [&](int id) { return timers->isRunning(id); });
-    };
-    timers->startAll(0);
-    EXPECT_EQ(runningCount(), 3);
-    timers->restartAll(0);
-    EXPECT_EQ(runningCount(), 3);
-    EXPECT_EQ(calls().armed(), (std::vector<long>{60000, 60001, 60002, 60000, 60001, 60002}));
-    timers->stopAll(0);
-    EXPECT_EQ(runningCount(), 0);
-    timers->startAll(1);
-    timers.settle();
-    EXPECT_EQ(runningCount(), 3);
-    timers->stopAll(1);
-    timers.settle();
-    EXPECT_EQ(runningCount(), 0);
-}
-
-TEST_F(SharedTimer, RestartAll_StopsAllTimersBeforeItStartsTheFirst) {
-    ScopedTimers timers;
-    ASSERT_GT(timers->addTimer(nullptr, LONG), 0);
-    ASSERT_GT(timers->addTimer(nullptr, LONG), 0);
-    timers->startAll();
-    static std::vector<size_t> aliveAtCreation;
-    aliveAtCreation.clear();
-    hooks::timerCreate.replace(+[](clockid_t clock, sigevent* event, timer_t* timer) {
-        if (event->sigev_signo == TimerCalls::signalNumber()) {
-            aliveAtCreation.push_back(timerCalls().aliveCount());
-        }
-        return createTimerHook(clock, event, timer);
-    });
-    timers->restartAll();
-    EXPECT_EQ(aliveAtCreation, (std::vector<size_t>{0, 1}));
-}
-
-TEST_F(SharedTimer, ATimerThatEndsBeforeItsStarterLooks_CountsAsStarted) {
-    Ticker ticker;
-    ScopedTimers timers;
-    for (int i = 1; i <= 300; ++i) {
-        int const timer = timers->addTimer(&ticker, 1, 1, i % 2);
-        ASSERT_EQ(timer, i);
-        ASSERT_TRUE(timers->start(timer, 0));
-        ASSERT_TRUE(ticker.waitFor(static_cast<size_t>(i)));
-        ASSERT_TRUE(timers->eraseTimer(timer, i % 3));
-    }
-}
-
-TEST_F(SharedTimer, WaitToStartAndWaitToStop_ReleaseEverybody) {
-    ScopedTimers timers;
-    int const timer = timers->addTimer(nullptr, LONG);
-    EXPECT_EQ(timers->waitToStop(timer), 0);
-    for (int round = 0; round < 20; ++round) {
-        std::vector<std::future<int>> waiters;
-        for (int i = 0; i < 3; ++i) {
-            waiters.push_back(std::async(std::launch::async, [&] { return timers->waitToStart(timer); }));
-        }
-        ASSERT_TRUE(timers->start(timer, round % 2));
-        for (std::future<int>& waiter : waiters) {
-            EXPECT_EQ(waiter.get(), 0);
-        }
-        EXPECT_EQ(timers->waitToStart(timer), 0);
-        std::vector<std::future<int>> others;
-        for (int i = 0; i < 3; ++i) {
-            others.push_back(std::async(std::launch::async, [&] { return timers->waitToStop(timer); }));
-        }
-        ASSERT_TRUE(timers->stop(timer, round % 2));
-        for (std::future<int>& waiter : others) {
-            EXPECT_EQ(waiter.get(), 0);
-        }
-    }
-}
-
-TEST_F(SharedTimer, WaitToStart_OfATimerThatIsTakenAway_IsMinusOne) {
-    for (int const noWait : {0, 1}) {
-        ScopedTimers timers;
-        int const timer = timers->addTimer(nullptr, LONG);
-        auto waiter = std::async(std::launch::async, [&] { return timers->waitToStart(timer); });
-        EXPECT_TRUE(timers->eraseTimer(timer, noWait));
-        EXPECT_EQ(waiter.get(), -1);
-    }
-}
-
-TEST_F(SharedTimer, WaitToStart_GoesOnWaitingBehindAStartThatFailed) {
-    ScopedTimers timers;
-    int const timer = timers->addTimer(nullptr, LONG);
-    std::promise<int> result;
-    auto const waiting = result.get_future();
-    std::thread waiter([&] { result.set_value(timers->waitToStart(timer)); });
-    calls().create.failFrom(1, 1, EAGAIN);
-    EXPECT_FALSE(timers->start(timer));
-    EXPECT_NE(waiting.wait_for(std::chrono::milliseconds(20)), std::future_status::ready);
-    EXPECT_TRUE(timers->start(timer));
-    waiter.join();
-}
-
-// Intervals.
-
-TEST_F(SharedTimer, AnIntervalOf1500_IsOneSecondAndAHalfForValueAndPeriod) {
-    ScopedTimers timers;
-    int const timer = timers->addTimer(nullptr, 1500);
-    ASSERT_TRUE(timers->start(timer));
-    ASSERT_EQ(calls().specs.size(), 1U);
-    EXPECT_EQ(calls().specs[0].it_value.tv_sec, 1);
-    EXPECT_EQ(calls().specs[0].it_value.tv_nsec, 500000000);
-    EXPECT_EQ(calls().specs[0].it_interval.tv_sec, 1);
-    EXPECT_EQ(calls().specs[0].it_interval.tv_nsec, 500000000);
-    int const longest = timers->addTimer(nullptr, UINT_MAX);
-    ASSERT_TRUE(timers->start(longest));
-    EXPECT_EQ(calls().specs[1].it_value.tv_sec, 4294967);
-    EXPECT_EQ(calls().specs[1].it_value.tv_nsec, 295000000);
-}
-
-TEST_F(SharedTimer, AnIntervalOfZero_RunsAndNeverFires) {
-    Ticker ticker;
-    ScopedTimers timers;
-    int const timer = timers->addTimer(&ticker, 0, 1);
-    ASSERT_TRUE(timers->start(timer));
-    utl::Thread::sleep(20);
-    EXPECT_TRUE(timers->isRunning(timer));
-    EXPECT_EQ(ticker.count(), 0U);
-}
-
-TEST_F(SharedTimer, SetInterval_OfAStoppedTimer_HoldsFromItsNextStart) {
-    ScopedTimers timers;
-    int const timer = timers->addTimer(nullptr, LONG);
-    EXPECT_TRUE(timers->setInterval(timer, LONG + 1));
-    EXPECT_EQ(timers->getInterval(timer), LONG + 1);
-    EXPECT_TRUE(timers->findTimer(timer)->mUpdating);
-    ASSERT_TRUE(timers->start(timer));
-    timers.settle();
-    EXPECT_FALSE(timers->findTimer(timer)->mUpdating);
-    EXPECT_EQ(calls().armed()[0], 60001);
-}
-
-TEST_F(SharedTimer, SetInterval_OfARunningTimer_HoldsFromItsNextExpiry) {
-    for (int const autoRepeat : {0, 1}) {
-        Ticker ticker;
-        ScopedTimers timers;
-        int const timer = timers->addTimer(&ticker, 100, 0, autoRepeat);
-        ASSERT_TRUE(timers->start(timer));
-        size_t const armedBefore = calls().armed().size();
-        EXPECT_TRUE(timers->setInterval(timer, LONG));
-        EXPECT_EQ(timers->getInterval(timer), LONG);
-        // The expiry of the old period comes, and then that of the new one does not.
-        ASSERT_TRUE(ticker.waitForMore(1));
-        timers.settle();
-        EXPECT_FALSE(timers->findTimer(timer)->mUpdating);
-        std::vector<long> const armed = calls().armed();
-        EXPECT_EQ(std::count(armed.begin() + static_cast<long>(armedBefore), armed.end(), 60000), 1);
-        EXPECT_EQ(calls().aliveCount(), 1U);
-    }
-}
-
-TEST_F(SharedTimer, SetInterval_FromTheListener_HoldsFromThisExpiry) {
-    utl::SharedTimer* shared = nullptr;
-    Ticker ticker([&](int timer) { EXPECT_TRUE(shared->setInterval(timer, LONG)); });
-    ScopedTimers timers;
-    shared = &*timers;
-    int const timer = timers->addTimer(&ticker, 1);
-    ASSERT_TRUE(timers->start(timer));
-    ASSERT_TRUE(ticker.waitFor(1));
-    timers.settle();
-    EXPECT_EQ(calls().armed()[1], 60000);
-    EXPECT_FALSE(timers->findTimer(timer)->mUpdating);
-}
-
-TEST_F(SharedTimer, SetInterval_InFrontOfAStartThatHasNoEffect_IsNotForgotten) {
-    Blocker blocker;
-    Ticker ticker;
-    ScopedTimers timers;
-    int const timer = timers->addTimer(&ticker, LONG);
-    blocker.block(*timers);
-    ASSERT_TRUE(timers->start(timer, 1));
-    ASSERT_TRUE(timers->start(timer, 1));
-    blocker.letGo();
-    ASSERT_EQ(timers->waitToStart(timer), 0);
-    ASSERT_TRUE(timers->setInterval(timer, 1));
-    timers.settle();
-    // Whether the second start came in front of the new interval or behind it, the mark stays.
-    EXPECT_TRUE(timers->findTimer(timer)->mUpdating);
-}
+// Periods and expiries.
 
 TEST_F(SharedTimer, WithoutAutoRepeat_TheSystemTimerIsMadeAnewBehindEachListenerCall) {
     Ticker ticker;
@@ -1221,11 +597,9 @@ TEST_F(SharedTimer, AListenerThatErasesAStoppedTimer_NeedNotWait) {
 TEST_F(SharedTimer, AListenerThatUsesTheTimers_DoesNotMeetACallerWhoWaits) {
     utl::SharedTimer* shared = nullptr;
     int other = 0;
-    Gate entered;
-    Gate go;
+    Gate gate;
     Ticker ticker([&](int) {
-        entered.open();
-        go.wait();
+        EXPECT_TRUE(gate.hold());
         EXPECT_TRUE(shared->setInterval(other, LONG + 1));
         EXPECT_GT(shared->addTimer(nullptr, 1), other);
         EXPECT_TRUE(shared->stop(other, 1));
@@ -1236,11 +610,11 @@ TEST_F(SharedTimer, AListenerThatUsesTheTimers_DoesNotMeetACallerWhoWaits) {
     other = timers->addTimer(nullptr, LONG);
     ASSERT_TRUE(timers->start(other));
     ASSERT_TRUE(timers->start(timer));
-    ASSERT_TRUE(entered.wait());
+    ASSERT_TRUE(gate.waitUntilHeld());
     unsigned int const before = calls().requests;
     auto stopped = std::async(std::launch::async, [&] { return timers->stop(other, 0); });
     waitForRequestBehind(before);
-    go.open();
+    gate.open();
     EXPECT_TRUE(stopped.get());
 }
 
@@ -1278,6 +652,487 @@ TEST(SharedTimerDeathTest, AProcessThatReturnsFromMainWithTimersRunning_EndsClea
             std::exit(0);
         },
         testing::ExitedWithCode(0), "");
+}
+
+std::atomic<int> gDeletedFakes{0};
+
+/// A kernel that gives every timer the number 0, which nobody else has, and lets none of them expire.
+class SharedTimerNumber0 : public utltest::WithoutWatchdogThread {
+  protected:
+    SharedTimerNumber0() {
+        gDeletedFakes = 0;
+        hooks::pipe.replace(utltest::pipeHook);
+        hooks::timerCreate.replace([](clockid_t, sigevent*, timer_t* timer) {
+            *timer = timer_t();
+            return 0;
+        });
+        hooks::timerSetTime.replace([](timer_t, int, itimerspec const*, itimerspec*) { return 0; });
+        hooks::timerDelete.replace([](timer_t timer) {
+            gDeletedFakes += timer == timer_t() ? 1 : 100;
+            return 0;
+        });
+    }
+    ~SharedTimerNumber0() override { utl::ThreadManager::destroy(); }
+
+    static void signal() {
+        siginfo_t info = {};
+        info.si_value.sival_int = utltest::timerCalls().writeEnd;
+        utl::SharedTimer::TimeoutSignalHandler(TimerCalls::signalNumber(), &info, nullptr);
+    }
+
+  private:
+    HookScope const mHooks;
+};
+
+TEST_F(SharedTimerAtItsLimits, AnExpiry_ThatFindsTheQueueFull_IsTheOnlyOneThatIsLost) {
+    for (int const autoRepeat : {0, 1}) {
+        ScopedTimers fresh(16, "odd");
+        Listener ticker(fresh);
+        HeldTimers blocker(fresh);
+        int const timer = fresh->addTimer(&ticker, LONG, 0, autoRepeat);
+        int const filler = fresh->addTimer(nullptr, 0);
+        ASSERT_TRUE(fresh->start(timer));
+        blocker.hold();
+        expire(*fresh,
+               timer);  // its token lies in front of the others, so the queue is full when it is read
+        ASSERT_EQ(fill(*fresh, filler), utl::SharedTimer::CTL_ENTRY_MAX);
+        log.clear();
+        blocker.letGo();
+        ASSERT_EQ(fresh->waitToStart(filler), 0);
+        ASSERT_TRUE(becomes([&] { return fresh->stop(filler, 0); }));
+        EXPECT_EQ(ticker.count(), 0U);
+        for (size_t ticks = 1; ticks <= 3; ++ticks) {
+            expire(*fresh, timer);
+            fresh.settle();
+            EXPECT_EQ(ticker.count(), ticks) << autoRepeat;
+        }
+        EXPECT_EQ(log.lines().size(), 0U);
+        ASSERT_TRUE(fresh->eraseTimer(timer));
+    }
+}
+
+TEST_F(SharedTimerAtItsLimits, ExpiriesBehindABusyListener_CollapseToOneOrWithAutoRepeatToTwo) {
+    for (int const autoRepeat : {0, 1, 2}) {
+        for (unsigned int const expiries : {1U, 2U, 3U, 10U}) {
+            ScopedTimers fresh(16, "odd");
+            Listener ticker(fresh);
+            HeldTimers blocker(fresh);
+            int const timer = fresh->addTimer(&ticker, LONG, 0, autoRepeat);
+            ASSERT_TRUE(fresh->start(timer));
+            blocker.hold();
+            for (unsigned int i = 0; i < expiries; ++i) {
+                expire(*fresh, timer);
+            }
+            blocker.letGo();
+            fresh.settle();
+            EXPECT_EQ(ticker.count(), std::min(expiries, autoRepeat != 0 ? 2U : 1U)) << autoRepeat;
+            expire(*fresh, timer);
+            fresh.settle();
+            EXPECT_EQ(ticker.count(), std::min(expiries, autoRepeat != 0 ? 2U : 1U) + 1) << autoRepeat;
+        }
+    }
+}
+
+TEST_F(SharedTimerAtItsLimits, TheLastExpiry_DropsTheOneBehindItAndTheLeftTokenHarmsNobody) {
+    Listener ticker(timers);
+    HeldTimers blocker(timers);
+    int const timer = timers->addTimer(&ticker, LONG, 1, 1);
+    int const other = timers->addTimer(nullptr, LONG);
+    ASSERT_TRUE(timers->start(timer));
+    blocker.hold();
+    expire(*timers, timer);
+    expire(*timers, timer);
+    blocker.letGo();
+    timers.settle();
+    EXPECT_EQ(ticker.count(), 1U);
+    EXPECT_FALSE(timers->isRunning(timer));
+    for (int round = 0; round < 5; ++round) {
+        EXPECT_TRUE(timers->restart(other));
+    }
+    ASSERT_TRUE(timers->start(timer));
+    expire(*timers, timer);
+    EXPECT_TRUE(ticker.waitFor(2));  // a left token can bring it behind what is asked for later
+}
+
+TEST_F(SharedTimerAtItsLimits, AListener_CanUseTheTimersWhileAnotherThreadWaitsForOne) {
+    Gate gate;
+    int const other = timers->addTimer(nullptr, LONG);
+    int const awaited = timers->addTimer(nullptr, LONG);
+    int added = 0;
+    std::string results;
+    Listener ticker(timers, [&](int id) {
+        EXPECT_TRUE(gate.hold());
+        added = timers->addTimer(nullptr, LONG);
+        for (bool const result : {timers->start(other, 1), timers->setInterval(id, 5), timers->stop(id, 1),
+                                  timers->eraseTimer(id, 1), timers->isRunning(id)}) {
+            results += result ? '1' : '0';
+        }
+        timers->startAll(1);
+    });
+    int const timer = timers->addTimer(&ticker, 1, 1, 0);
+    ASSERT_TRUE(timers->start(timer));
+    ASSERT_TRUE(gate.waitUntilHeld());
+    unsigned int const before = calls().requests;
+    bool started = false;
+    std::thread waiter([&] { started = timers->start(awaited, 0); });
+    waitForRequestBehind(before);
+    gate.open();
+    waiter.join();
+    timers.settle();
+    EXPECT_TRUE(started);
+    EXPECT_GT(added, 0);
+    EXPECT_EQ(results, "11111");
+    EXPECT_EQ(idsOf(*timers), (Ids{other, awaited, added}));
+    EXPECT_TRUE(timers->isRunning(other));
+    EXPECT_TRUE(timers->isRunning(added));
+}
+
+TEST_F(SharedTimerAtItsLimits, DestroyFromAListener_MakesThatExpiryTheLast) {
+    Listener late(timers);
+    Listener ticker(timers, [&](int) {
+        timers->destroy();
+        timers->destroy();
+    });
+    int const timer = timers->addTimer(&ticker, 1, 0, 1);
+    int const other = timers->addTimer(&late, LONG, 0, 1);
+    ASSERT_TRUE(timers->start(other));
+    ASSERT_TRUE(timers->start(timer, 1));
+    ASSERT_EQ(timers->waitTo(utl::Thread::FINISHED), 0);
+    int const id = timers->getId();
+    timers->destroy();
+    EXPECT_FALSE(utl::ThreadManager::get()->isThreadExist(id));
+    EXPECT_EQ(ticker.count(), 1U);
+    EXPECT_EQ(idsOf(*timers), Ids());
+    EXPECT_EQ(timers->addTimer(&late, 1), -1);
+    EXPECT_EQ(calls().aliveCount(), 0U);
+}
+
+TEST_F(SharedTimerAtItsLimits, WithoutAutoRepeat_TheNextPeriodBeginsBehindTheListener) {
+    std::vector<size_t> armedBefore;
+    Listener ticker(timers, [&](int) { armedBefore.push_back(armed().size()); });
+    int const timer = timers->addTimer(&ticker, LONG, 3, 0);
+    ASSERT_TRUE(timers->start(timer));
+    for (int i = 0; i < 3; ++i) {
+        expire(*timers, timer);
+        timers.settle();
+    }
+    EXPECT_EQ(armedBefore, (std::vector<size_t>{1, 2, 3}));
+    EXPECT_EQ(armed().size(), 3U);
+    EXPECT_FALSE(timers->isRunning(timer));
+    EXPECT_EQ(calls().aliveCount(), 0U);
+}
+
+TEST_F(SharedTimerAtItsLimits, ASignalOfNoTimer_IsIgnoredAndSoIsOneThatIsReadBehindTheEnd) {
+    Listener ticker(timers);
+    HeldTimers blocker(timers);
+    int const stopped = timers->addTimer(&ticker, LONG);
+    int const running = timers->addTimer(&ticker, LONG);
+    int const erased = timers->addTimer(&ticker, LONG);
+    ASSERT_TRUE(timers->start(running));
+    ASSERT_TRUE(timers->start(erased));
+    int const number = timers->findTimer(running)->mSysTimerNum;
+    blocker.hold();
+    log.clear();
+    for (int const unknown : {-1, INT_MAX, INT_MIN, number + 1000}) {
+        signal(unknown);
+    }
+    ASSERT_TRUE(timers->stop(running, 1));
+    ASSERT_TRUE(timers->eraseTimer(erased, 1));
+    expire(*timers, running);
+    expire(*timers, erased);
+    blocker.letGo();
+    timers.settle();
+    signal(number);
+    timers.settle();
+    EXPECT_EQ(ticker.count(), 0U);
+    EXPECT_FALSE(timers->isRunning(stopped));
+    EXPECT_FALSE(timers->isRunning(running));
+    EXPECT_EQ(log.lines().size(), 0U);
+}
+
+TEST_F(SharedTimerNumber0, IsANumberLikeAnyOther) {
+    utltest::LogCapture const log;
+    ScopedTimers timers(4, "zero");
+    Listener ticker(timers);
+    timers->addTimer(nullptr, LONG);  // a stopped one, which has no number
+    int const timer = timers->addTimer(&ticker, LONG, 0, 0);
+    EXPECT_EQ(timers->toUserTimerId(0), -1);
+    ASSERT_TRUE(timers->start(timer));
+    EXPECT_EQ(timers->findTimer(timer)->mSysTimerNum, 0);
+    EXPECT_EQ(timers->toUserTimerId(0), timer);
+    signal();
+    ASSERT_TRUE(ticker.waitFor(1));
+    ASSERT_TRUE(becomes([] { return gDeletedFakes == 1; })) << "the next period has a timer of its own";
+    ASSERT_TRUE(timers->stop(timer));
+    EXPECT_EQ(gDeletedFakes, 2);
+    EXPECT_EQ(timers->toUserTimerId(0), -1);
+    signal();
+    ASSERT_TRUE(timers->start(timer));
+    EXPECT_EQ(ticker.count(), 1U);
+    timers->destroy();
+    EXPECT_EQ(gDeletedFakes, 3);
+    for (std::string const& line : log.lines()) {
+        EXPECT_EQ(line.find("ERR"), std::string::npos) << line;
+    }
+}
+
+TEST_F(SharedTimerAtItsLimits, AWatchedThread_IsWatchedInItsListenersAndNotWhileItIsIdle) {
+    ScopedTimers watched(2, "watched", 1, LONG);
+    utl::ThreadManager& manager = *utl::ThreadManager::get();
+    int const thread = watched->getId();
+    bool inListener = false;
+    Listener ticker(watched, [&](int) { inListener = utl::ThreadManager::get()->isWatchingWatchdog(); });
+    int const timer = watched->addTimer(&ticker, 1, 1);
+    for (int round = 1; round <= 2; ++round) {
+        ASSERT_TRUE(watched->restart(timer));
+        ASSERT_EQ(watched->waitToStop(timer), 0);
+        EXPECT_TRUE(inListener);
+        EXPECT_TRUE(becomes([&] { return !manager.isWatchingWatchdog(thread); }));
+        EXPECT_TRUE(watched->startThreadWatchdog());
+    }
+    EXPECT_TRUE(watched->setThreadWatchdogAliveTime(LONG + 1));
+    EXPECT_FALSE(timers->startThreadWatchdog()) << "the other one is not registered";
+    EXPECT_FALSE(timers->setThreadWatchdogAliveTime(LONG));
+    watched->destroy();
+    EXPECT_FALSE(manager.isRegisteredWatchdog(thread));
+    EXPECT_FALSE(manager.isThreadExist(thread));
+}
+
+TEST_F(SharedTimerAtItsLimits, Destroy_FromManyThreadsWhileOthersUseTheTimers_LeavesNothingBehind) {
+    Listener ticker(timers);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        int const timer = timers->addTimer(&ticker, 1);
+        threads.emplace_back([this, timer] {
+            while (timers->restart(timer, 0)) {
+            }
+        });
+    }
+    ASSERT_TRUE(ticker.waitFor(1));
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([this] { timers->destroy(); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_FALSE(utl::ThreadManager::get()->isThreadExist(timers->getId()));
+    EXPECT_EQ(calls().aliveCount(), 0U);
+    EXPECT_EQ(idsOf(*timers), Ids());
+}
+
+TEST_F(SharedTimer, TheConstructor_WithoutAPipe_ReturnsWhenTheThreadHasEnded) {
+    std::atomic<int> strayLoops{0};
+    for (int round = 0; round < 50; ++round) {
+        hooks::pipe.failFrom(1, 1, -1, EMFILE);
+        DerivedTimers timers(strayLoops);
+        EXPECT_TRUE(timers.hasDone(utl::Thread::FINISHED));
+    }
+    EXPECT_EQ(strayLoops, 0);
+}
+
+// What is reported to the watchdog.
+
+class SharedTimerWatched : public TimerTest {
+  protected:
+    SharedTimerWatched() {
+        utltest::ThreadWatchdogAccess::setInitialized(utltest::ThreadManagerAccess::watchdog(), true);
+    }
+
+    static utl::StatementInfo lastStatement(int thread) {
+        utl::WatchdogInfo const* const info =
+            utltest::ThreadManagerAccess::watchdog().findWatchdogInfo(thread);
+        return info != nullptr ? info->lastStatement : utl::StatementInfo::INVALID;
+    }
+
+    /// The place in this source where the calling thread stands.
+    static void noteStatement() {
+        utl::StatementInfo const place = lastStatement(kernelId());
+        if (std::string(place.file) == "source/UtlSharedTimer") {
+            mPlaces.push_back(std::string(place.function) + " " + std::to_string(place.sub));
+        }
+    }
+
+    static std::vector<std::string> mPlaces;
+};
+
+std::vector<std::string> SharedTimerWatched::mPlaces;
+
+// Reports look at the clock and are seen from there, on the thread that makes them.
+std::atomic<int> gReporter{0};
+std::vector<std::string> gReports;
+std::atomic<unsigned int> gReads{0};
+
+int noteReport(clockid_t clock, timespec* now) {
+    utl::ThreadWatchdog& watchdog = utltest::ThreadManagerAccess::watchdog();
+    if (gReporter == kernelId() && utltest::ThreadWatchdogAccess::isInKeepAlive(watchdog)) {
+        utl::StatementInfo const place =
+            utltest::ThreadWatchdogAccess::copyInfo(watchdog, kernelId()).lastStatement;
+        gReports.push_back(std::string(place.function) + " " + std::to_string(place.sub));
+    }
+    return hooks::clockGetTime.real(clock, now);
+}
+
+ssize_t noteRead(int handle, void* buffer, size_t bytes) {
+    if (gReporter == kernelId()) {
+        gReports.push_back("read");
+    }
+    gReads += handle == timerCalls().readEnd ? 1U : 0U;
+    return readHook(handle, buffer, bytes);
+}
+
+void waitForReadBehind(unsigned int before) {
+    while (gReads == before) {
+        std::this_thread::yield();
+    }
+}
+
+TEST_F(SharedTimerWatched, TheThread_IsWatchedWhileItWorksAndNotWhileItSleeps) {
+    utl::ThreadManager* const manager = utl::ThreadManager::get();
+    std::atomic<int> watched{-1};
+    Ticker ticker([&](int) { watched = manager->isWatchingWatchdog(0) ? 1 : 0; });
+    ScopedTimers timers(8, "watched", 1, LONG);
+    EXPECT_TRUE(manager->isRegisteredWatchdog(timers->getId()));
+    ASSERT_TRUE(timers->start(timers->addTimer(&ticker, 1, 1)));
+    ASSERT_TRUE(ticker.waitFor(1));
+    while (manager->isWatchingWatchdog(timers->getId())) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(watched, 1);
+    EXPECT_EQ(std::string(lastStatement(timers->getId()).file), "source/UtlSharedTimer");
+    EXPECT_EQ(std::string(lastStatement(timers->getId()).function), "execute");
+    EXPECT_EQ(lastStatement(timers->getId()).sub, 0U);
+}
+
+TEST_F(SharedTimerWatched, AThreadWhoseReadFails_IsNotRegisteredAnyMore) {
+    utl::ThreadManager* const manager = utl::ThreadManager::get();
+    ScopedTimers timers(8, "watched", 1, LONG);
+    ASSERT_TRUE(manager->isRegisteredWatchdog(timers->getId()));
+    calls().read.failFrom(1, 0, EIO);
+    EXPECT_TRUE(timers->eraseTimer(UNKNOWN, 1));
+    ASSERT_EQ(timers->waitTo(utl::Thread::FINISHED), 0);
+    EXPECT_FALSE(manager->isRegisteredWatchdog(timers->getId()));
+}
+
+TEST_F(SharedTimerWatched, AThreadWhoseObjectGoesWithoutDestroy_IsNotRegisteredAnyMore) {
+    utl::ThreadManager* const manager = utl::ThreadManager::get();
+    int id = 0;
+    {
+        utl::SharedTimer timers(1, LONG, nullptr, 8, "watched");
+        id = timers.getId();
+        ASSERT_TRUE(manager->isRegisteredWatchdog(id));
+    }
+    EXPECT_FALSE(manager->isRegisteredWatchdog(id));
+    EXPECT_TRUE(manager->unregister(id));
+}
+
+TEST_F(SharedTimerWatched, TheForwarders_ReachTheThreadsEntry) {
+    utl::ThreadManager* const manager = utl::ThreadManager::get();
+    gReads = 0;
+    hooks::read.replace(noteRead);
+    ScopedTimers timers(8, "watched", 1, LONG);
+    int const id = timers->getId();
+    waitForReadBehind(0);
+    EXPECT_TRUE(timers->startThreadWatchdog());
+    EXPECT_TRUE(manager->isWatchingWatchdog(id));
+    EXPECT_TRUE(timers->stopThreadWatchdog());
+    EXPECT_FALSE(manager->isWatchingWatchdog(id));
+    EXPECT_TRUE(timers->setThreadWatchdogAliveTime(LONG + 1));
+    EXPECT_EQ(utltest::ThreadManagerAccess::watchdog().findWatchdogInfo(id)->aliveTime, LONG + 1);
+    EXPECT_FALSE(timers->setThreadWatchdogAliveTime(0));
+    ScopedTimers other;
+    EXPECT_FALSE(other->startThreadWatchdog());
+    EXPECT_FALSE(other->stopThreadWatchdog());
+    EXPECT_FALSE(other->setThreadWatchdogAliveTime(1));
+}
+
+TEST_F(SharedTimerWatched, EachCallForASystemTimer_IsReportedInFrontOfIt) {
+    mPlaces.clear();
+    hooks::timerCreate.replace(+[](clockid_t clock, sigevent* event, timer_t* timer) {
+        noteStatement();
+        return createTimerHook(clock, event, timer);
+    });
+    hooks::timerSetTime.replace(+[](timer_t timer, int flags, itimerspec const* spec, itimerspec* old) {
+        noteStatement();
+        return setTimerHook(timer, flags, spec, old);
+    });
+    hooks::timerDelete.replace(+[](timer_t timer) {
+        noteStatement();
+        return deleteTimerHook(timer);
+    });
+    ScopedTimers timers(8, "watched", 1, LONG);
+    int const timer = timers->addTimer(nullptr, LONG);
+    ASSERT_TRUE(timers->start(timer));
+    ASSERT_TRUE(timers->stop(timer));
+    EXPECT_EQ(mPlaces, (std::vector<std::string>{"startTimerByTimerInfo 1", "startTimerByTimerInfo 1",
+                                                 "stopTimerByTimerInfo 1"}));
+}
+
+/// A watched thread whose reports are noted from its first sleep on until it has served what `requests` asks.
+std::vector<std::string> reportsOf(std::function<void(utl::SharedTimer&)> const& requests) {
+    gReports.clear();
+    gReads = 0;
+    hooks::read.replace(noteRead);
+    hooks::clockGetTime.replace(noteReport);
+    utl::SharedTimer timers(1, LONG, nullptr, 8, "watched");
+    waitForReadBehind(0);
+    gReporter = timers.getId();
+    requests(timers);
+    waitForReadBehind(1);
+    timers.destroy();
+    gReporter = 0;
+    return gReports;
+}
+
+TEST_F(SharedTimerWatched, TheThread_ReportsBehindAReadBehindItsEntryAndInFrontOfTheNextRead) {
+    EXPECT_EQ(reportsOf([](utl::SharedTimer& timers) { EXPECT_TRUE(timers.eraseTimer(UNKNOWN, 1)); }),
+              (std::vector<std::string>{"execute 0", "execute 0", "execute 0", "read"}));
+}
+
+TEST_F(SharedTimerWatched, EachCallForASystemTimer_IsReportedInFrontOfItAndBehind) {
+    std::vector<std::string> const all = reportsOf([](utl::SharedTimer& timers) {
+        int const timer = timers.addTimer(nullptr, LONG);
+        EXPECT_TRUE(timers.start(timer));
+        EXPECT_TRUE(timers.stop(timer));
+    });
+    std::vector<std::string> reports;
+    std::copy_if(all.begin(), all.end(), std::back_inserter(reports), [](std::string const& report) {
+        return report != "read" && report.compare(0, 7, "execute") != 0;
+    });
+    EXPECT_EQ(reports, (std::vector<std::string>{"startTimerByTimerInfo 1", "startTimerByTimerInfo 2",
+                                                 "startTimerByTimerInfo 1", "startTimerByTimerInfo 2",
+                                                 "stopTimerByTimerInfo 1", "stopTimerByTimerInfo 2"}));
+}
+
+TEST_F(SharedTimerWatched, EachCallOfTheConstructor_IsReportedInFrontOfItAndBehind) {
+    utl::ThreadManager* const manager = utl::ThreadManager::get();
+    ASSERT_NE(manager->entryCaller(1, LONG, nullptr, "caller"), 0);
+    ASSERT_TRUE(manager->startWatchdog(0));
+    mPlaces.clear();
+    // Every report of the caller asks for the time.
+    static std::atomic<unsigned int> reports{0};
+    static int const caller = kernelId();
+    hooks::clockGetTime.replace(+[](clockid_t clock, timespec* now) {
+        reports += kernelId() == caller ? 1U : 0U;
+        return hooks::clockGetTime.real(clock, now);
+    });
+    static unsigned int reportsAtPipe = 0;
+    static unsigned int reportsAtSigAction = 0;
+    hooks::pipe.replace(+[](int* ends) {
+        noteStatement();
+        reportsAtPipe = reports;
+        return pipeHook(ends);
+    });
+    hooks::sigAction.replace(+[](int number, struct sigaction const* action, struct sigaction* old) {
+        noteStatement();
+        reportsAtSigAction = reports;
+        return hooks::sigAction.real(number, action, old);
+    });
+    ScopedTimers const timers;
+    EXPECT_EQ(mPlaces, (std::vector<std::string>{"SharedTimer 1", "installTimeoutSignalHandler 1",
+                                                 "installTimeoutSignalHandler 1"}));
+    EXPECT_EQ(reportsAtSigAction - reportsAtPipe, 4U)
+        << "behind the pipe, around the signal set, in front of the signal action";
+    EXPECT_TRUE(manager->unregister(kernelId()));
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+// Starts no thread.
+
 #include "UtlThreadRawMsg.h"
 
 #include <gtest/gtest.h>

@@ -243,4 +243,61 @@ TEST_F(Timer, TheDestructor_OfATimerThatStandsStill_NeedsNoDestroy) {
     EXPECT_TRUE(utl::ThreadManager::get()->unregister(id));
 }
 
+TEST_F(Timer, OnTime_OfADerivedTimer_HidesTheListenerThatItWasGiven) {
+    class Derived : public utl::Timer {
+      public:
+        explicit Derived(utl::TimerListener* listener) : Timer(listener, 1, 0, 0, nullptr, 1, 1, "derived") {}
+        ~Derived() override { destroy(); }
+        void onTime(int timerId) override { own.onTime(timerId); }
+        Ticker own;
+    };
+    Ticker ticker;
+    Derived timer(&ticker);
+    ASSERT_TRUE(timer.start());
+    EXPECT_TRUE(timer.own.waitFor(1));
+    EXPECT_EQ(timer.own.ticks(), Ids{1});
+    timer.Timer::onTime(4711);
+    EXPECT_EQ(ticker.ticks(), Ids{4711}) << "whatever the id is";
+}
+
+TEST_F(Timer, ATimerWhoseThreadCannotBeMade_FailsWithoutWaiting) {
+    hooks::threadCreate.failFrom(1, 1, EAGAIN, 0);
+    utl::Timer timer(1, 0, 0, nullptr, 0, 1, "threadless");
+    EXPECT_FALSE(timer.start(0));
+    EXPECT_FALSE(timer.restart(0));
+    EXPECT_FALSE(timer.isRunning());
+    timer.destroy();
+    timer.destroy();
+    EXPECT_EQ(calls().create.calls(), 0U);
+}
+
+TEST_F(Timer, ADestroyedTimer_IsAnUnknownOne) {
+    Ticker ticker;
+    utl::Timer timer(&ticker, 1, 0, 0, nullptr, 0, 1, "one");
+    ASSERT_TRUE(timer.start());
+    ASSERT_TRUE(ticker.waitFor(2));
+    timer.destroy();
+    size_t const ticks = ticker.count();
+    timer.destroy();
+    for (int const noWait : {0, 1}) {
+        EXPECT_FALSE(timer.start(noWait));
+        EXPECT_FALSE(timer.stop(noWait));
+        EXPECT_FALSE(timer.restart(noWait));
+    }
+    EXPECT_FALSE(timer.setInterval(1));
+    EXPECT_EQ(timer.getInterval(), NO_INTERVAL);
+    EXPECT_FALSE(timer.isRunning());
+    EXPECT_EQ(ticker.count(), ticks);
+    EXPECT_EQ(calls().aliveCount(), 0U);
+}
+
+TEST_F(Timer, ATimerThatGoesWithoutDestroy_TakesItsThreadAndItsSystemTimerAlong) {
+    for (bool const runs : {false, true}) {
+        utl::Timer timer(LONG, 0, 0, nullptr, 0, 1, "left");
+        ASSERT_EQ(timer.start(runs ? 0 : 1), true);
+    }
+    EXPECT_EQ(calls().aliveCount(), 0U);
+    utl::ThreadManager::destroy();  // nobody else gives the places of the threads back
+}
+
 }  // namespace

@@ -1,3 +1,5 @@
+// Starts no thread.
+
 #include "BenchRatio.h"
 
 #include <gtest/gtest.h>

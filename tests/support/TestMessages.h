@@ -17,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include "TestGate.h"
 #include "TestHooks.h"
 #include "TestLayout.h"
 #include "TestLog.h"
@@ -115,25 +116,6 @@ inline std::string pipeOverflow(utl::MsgDrivenThread const& thread, char const* 
            ") Overflow Pipe  MaxCount:" + std::to_string(tokensThatFit(ThreadAccess::writeEnd(thread))) +
            " MsgId:" + hexId;
 }
-
-/// Opens once, for all threads; waiting ends with a failure after half a minute.
-class Gate {
-  public:
-    void open() {
-        std::lock_guard<std::mutex> const guard(mMutex);
-        mOpen = true;
-        mChanged.notify_all();
-    }
-    bool wait() {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mChanged.wait_for(lock, std::chrono::seconds(30), [this] { return mOpen; });
-    }
-
-  private:
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    bool mOpen = false;
-};
 
 /// The watchdog has no thread, so the calls of the library that a test counts or replaces are made by its own
 /// threads only.
@@ -319,8 +301,7 @@ struct BlockedRoad {
         : thread(maxMsgSize, maxMsgCount, name) {
         collector.onMsg = [this](int id, int number) {
             if (id == BLOCKER) {
-                entered.open();
-                gate.wait();
+                EXPECT_TRUE(gate.hold());
             } else {
                 onOther(id, number);
             }
@@ -331,10 +312,9 @@ struct BlockedRoad {
     void startAndBlock() {
         ASSERT_EQ(thread.start(&collector), 0);
         ASSERT_EQ(thread.postMsg(BLOCKER), 1);
-        ASSERT_TRUE(entered.wait());
+        ASSERT_TRUE(gate.waitUntilHeld());
     }
 
-    Gate entered;
     Gate gate;
     MsgHandler onOther;
     Collector collector;

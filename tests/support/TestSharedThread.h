@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "TestGate.h"
 #include "TestMessages.h"
 #include "TestPrivate.h"
 #include "TestTask.h"
@@ -67,20 +68,16 @@ class ScopedSharedThread : public utl::MsgDrivenSharedThread {
 /// Holds the thread in its first message until the gate opens.
 class Holder : public utl::ThreadMsgListener {
   public:
-    Gate entered;
     Gate gate;
 
     ~Holder() override { gate.open(); }
-    void receiveMsg(int, utl::ThreadRawMsg&) override {
-        entered.open();
-        gate.wait();
-    }
+    void receiveMsg(int, utl::ThreadRawMsg&) override { EXPECT_TRUE(gate.hold()); }
 };
 
 /// Holds the thread from now on.
 inline void holdIn(Holder& holder, utl::MsgDrivenSharedThread& thread) {
     ASSERT_EQ(thread.postMsg(&holder, BLOCKER), 1);
-    ASSERT_TRUE(holder.entered.wait());
+    ASSERT_TRUE(holder.gate.waitUntilHeld());
 }
 
 /// Runs a piece of work for each message.
@@ -138,6 +135,65 @@ class WatchedThread {
   private:
     std::atomic<int> mId{0};
     std::thread mThread;
+};
+
+/// A shared thread whose timers a test can let expire.
+class OpenedSharedThread : public ScopedSharedThread {
+  public:
+    using MsgDrivenSharedThread::executeTimeoutSignal;
+    using ScopedSharedThread::ScopedSharedThread;
+};
+
+/// Waits until the kernel says that the thread sleeps; `id` is 0 before it is known.
+inline void waitUntilAsleep(std::atomic<int> const& id) {
+    while (id == 0 || !isAsleep(id)) {
+        std::this_thread::yield();
+    }
+}
+
+/// Adds its letter to a list that all share, then acts.
+class Letter : public utl::ThreadMsgListener {
+  public:
+    Letter(char letter, std::string& all) : mLetter(letter), mAll(all) {}
+    std::function<void()> then;
+    void receiveMsg(int, utl::ThreadRawMsg&) override {
+        mAll += mLetter;
+        if (then) {
+            then();
+        }
+    }
+
+  private:
+    char const mLetter;
+    std::string& mAll;
+};
+
+/// A shared thread that is alone with the test, and its log.
+class SharedThreadAlone : public WithoutWatchdogThread {
+  protected:
+    static std::string error(std::string const& text) { return "<UTIL> ERR: " + text; }
+
+    /// Returns when the thread has dealt with what was queued before.
+    static void settle(utl::MsgDrivenSharedThread& thread) {
+        workOn(thread, [] {});
+    }
+
+    static int peekNumber(OpenedSharedThread& thread, utl::ThreadMsgListener* listener, int id) {
+        utl::ThreadRawMsg raw(4);
+        bool const found =
+            listener != nullptr ? thread.peekMsg(listener, id, &raw) : thread.peekMsg(id, &raw);
+        NumberMsg msg(0, -1);
+        if (found) {
+            EXPECT_EQ(msg.restoreFrom(raw), 1);
+        }
+        return msg.mNumber;
+    }
+
+  private:
+    HookScope const mHooks;
+
+  protected:
+    LogCapture const log;
 };
 
 }  // namespace utltest

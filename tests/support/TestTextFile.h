@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 #include <ostream>
 #include <string>
 
 #include "TestFolder.h"
+#include "TestHooks.h"
 #include "TestLog.h"
 #include "UtlFile.h"
 #include "UtlLog.h"
@@ -17,6 +19,10 @@
 namespace utltest {
 
 constexpr unsigned int UNTOUCHED = 0xABCDEF01;
+
+constexpr int ALL_TYPES[] = {utl::File::TEXT_SJIS, utl::File::TEXT_UTF8, utl::File::TEXT_UTF16_BIG,
+                             utl::File::TEXT_UTF16_LITTLE};
+constexpr int TYPES_OF_UNITS[] = {utl::File::TEXT_UTF16_BIG, utl::File::TEXT_UTF16_LITTLE};
 
 /// ASCII text in the encoding of the type.
 inline std::string encoded(std::string const& ascii, int textType) {
@@ -120,5 +126,50 @@ class TextInFolder : public InFolder {
 
     std::unique_ptr<utl::File> mFile;
 };
+
+/// What a search for the line end returned, and where the position is then.
+struct LineEnd {
+    int result;
+    unsigned int lineSize;
+    unsigned int eolSize;
+    long long position;
+
+    bool operator==(LineEnd const& other) const {
+        return result == other.result && lineSize == other.lineSize && eolSize == other.eolSize &&
+               position == other.position;
+    }
+    friend std::ostream& operator<<(std::ostream& out, LineEnd const& end) {
+        return out << end.result << ": " << end.lineSize << " + " << end.eolSize << ", at " << end.position;
+    }
+};
+
+/// Lines of the file "text", and where they end.
+class FileLine : public TextInFolder {
+  protected:
+    static LineEnd findLineEnd(utl::File& file) {
+        unsigned int lineSize = UNTOUCHED;
+        unsigned int eolSize = UNTOUCHED;
+        int const result = file.findNextLineSize(0, &lineSize, &eolSize);
+        return {result, lineSize, eolSize, file.position()};
+    }
+
+    LineEnd lineEndIn(std::string const& content, int textType) {
+        return findLineEnd(reading(content, textType));
+    }
+};
+
+/// What `call` returns while number `n` of its calls of one kind fails.
+template <typename CALL>
+auto withNthFailing(int kind, unsigned int n, CALL call) {
+    OwnHookScope const scope;
+    if (kind == 0) {
+        hooks::read.failFrom(n, 1, -1, EIO);
+    } else if (kind == 1) {
+        hooks::lseek.failFrom(n, 1, -1, EIO);
+    } else {
+        hooks::fstat.failFrom(n, 1, -1, EIO);
+    }
+    return call();
+}
 
 }  // namespace utltest

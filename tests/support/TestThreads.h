@@ -10,9 +10,9 @@
 #include <atomic>
 #include <string>
 
+#include "TestGate.h"
 #include "TestPrivate.h"
 #include "TestTask.h"
-#include "UtlEvent.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
 
@@ -121,13 +121,6 @@ inline bool lives(int id) {
 /// An id that the kernel assigns to no thread.
 inline constexpr int NO_THREAD = 10000000;
 
-/// Waits until the event is on, whatever wakes the thread meanwhile.
-inline void waitSurely(utl::Event const& event) {
-    while (event.isOff()) {
-        event.waitToOn(0);
-    }
-}
-
 /// An entry of a thread that was not started here.
 inline utl::ThreadManager::ThreadEntry foreignEntry(char const* name) {
     return {1, 0, name, utl::ThreadPriority()};
@@ -184,7 +177,7 @@ class HeldThread {
     int id() const { return mId; }
 
     /// Lets the function return.
-    void letGo() { mGo.setOn(); }
+    void letGo() { mGate.open(); }
 
     /// As `letGo`; the thread has ended when this returns.
     void end() {
@@ -194,7 +187,7 @@ class HeldThread {
 
     /// The kernel id as the function saw it; waits until it has.
     int seenId() const {
-        waitSurely(mRunning);
+        EXPECT_TRUE(mGate.waitUntilHeld());
         return mSeenId;
     }
 
@@ -202,12 +195,10 @@ class HeldThread {
     static void run(void* argument) {
         auto* const self = static_cast<HeldThread*>(argument);
         self->mSeenId = kernelId();
-        self->mRunning.setOn();
-        waitSurely(self->mGo);
+        EXPECT_TRUE(self->mGate.hold());
     }
 
-    utl::Event mGo{0, 0};
-    utl::Event mRunning{0, 0};
+    mutable Gate mGate;
     std::atomic<int> mSeenId{0};
     int const mId;
 };

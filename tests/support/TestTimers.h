@@ -8,12 +8,16 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
+#include "TestGate.h"
 #include "TestHooks.h"
 #include "TestLayout.h"
 #include "TestLog.h"
@@ -126,11 +130,7 @@ class Ticker : public utl::TimerListener {
 /// Holds the timer thread at its first expiry until it is released, so that a test can fill the queue.
 class Blocker : public Ticker {
   public:
-    Blocker()
-        : Ticker([this](int) {
-              mEntered.open();
-              mGo.wait();
-          }) {}
+    Blocker() : Ticker([this](int) { EXPECT_TRUE(mGate.hold()); }) {}
     ~Blocker() override { letGo(); }
 
     /// Adds a timer that blocks the thread, and waits until it does.
@@ -138,13 +138,12 @@ class Blocker : public Ticker {
         int const timer = timers.addTimer(this, 1, 1, 0);
         ASSERT_GT(timer, 0);
         ASSERT_TRUE(timers.start(timer, 0));
-        ASSERT_TRUE(mEntered.wait());
+        ASSERT_TRUE(mGate.waitUntilHeld());
     }
-    void letGo() { mGo.open(); }
+    void letGo() { mGate.open(); }
 
   private:
-    Gate mEntered;
-    Gate mGo;
+    Gate mGate;
 };
 
 /// A shared timer that is destroyed by `destroy` at the end of the scope.
@@ -408,6 +407,88 @@ class TimerTest : public ::testing::Test {
 
   protected:
     LogCapture log;
+};
+
+/// Waits for what nobody tells; false after half a minute.
+template <typename CONDITION>
+bool becomes(CONDITION condition) {
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+/// A `Ticker` that ends its timers first when its scope ends.
+class Listener : public Ticker {
+  public:
+    explicit Listener(ScopedTimers& timers, std::function<void(int)> function = nullptr)
+        : Ticker(std::move(function)), mTimers(timers) {}
+    ~Listener() override { mTimers->destroy(); }
+
+  private:
+    ScopedTimers& mTimers;
+};
+
+/// A `Blocker` that lets go and ends its timers first when its scope ends. Must be the last of its listeners.
+class HeldTimers : public Blocker {
+  public:
+    explicit HeldTimers(ScopedTimers& timers) : mTimers(timers) {}
+    ~HeldTimers() override {
+        letGo();
+        mTimers->destroy();
+    }
+    void hold() { block(*mTimers); }
+
+  private:
+    ScopedTimers& mTimers;
+};
+
+/// A shared timer whose signals a test can send itself.
+class SharedTimerAtItsLimits : public TimerTest {
+  protected:
+    /// The signal of the timer with this kernel number.
+    static void signal(int number) {
+        siginfo_t info = {};
+        info.si_timerid = number;
+        info.si_value.sival_int = calls().writeEnd;
+        utl::SharedTimer::TimeoutSignalHandler(TimerCalls::signalNumber(), &info, nullptr);
+    }
+
+    /// What the system does when the timer expires. Nothing else may be going on.
+    static void expire(utl::SharedTimer& timers, int timerId) {
+        signal(timers.findTimer(timerId)->mSysTimerNum);
+    }
+
+    /// Posts starts of a stopped timer until no more is taken; returns how many were.
+    static unsigned int fill(utl::SharedTimer& timers, int timerId) {
+        unsigned int count = 0;
+        while (timers.start(timerId, 1)) {
+            ++count;
+        }
+        return count;
+    }
+
+    /// The intervals that system timers were armed with, those of `settle` left out.
+    static std::vector<long> armed() {
+        std::vector<long> result = calls().armed();
+        result.erase(std::remove(result.begin(), result.end(), 0), result.end());
+        return result;
+    }
+
+    /// How many lines contain `part`, their line ends included.
+    unsigned int textsOf(std::string const& part) const {
+        unsigned int count = 0;
+        for (std::string const& text : log.console()) {
+            count += text.find(part) != std::string::npos ? 1U : 0U;
+        }
+        return count;
+    }
+
+    ScopedTimers timers{16, "odd"};
 };
 
 }  // namespace utltest

@@ -1,3 +1,5 @@
+// Starts no thread.
+
 // The conversion against a plain model of it, which walks through the table row by row: over every character,
 // and over texts put together from whole and broken characters, cut at every byte, into destinations of every
 // size. Texts and destinations stand in heap blocks of exactly their size.

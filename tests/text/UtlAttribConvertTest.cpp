@@ -4,13 +4,15 @@
 
 #include <cstring>
 #include <string>
-#include <type_traits>
+#include <thread>
 #include <vector>
 
 #include "TestAllocations.h"
 #include "TestLayout.h"
 #include "TestScratch.h"
+#include "TestTables.h"
 #include "TestText.h"
+#include "UtlCharAttrib.h"
 #include "UtlWorkingBuffer.h"
 
 namespace {
@@ -22,6 +24,7 @@ using utl::INVALID_SIZE;
 using utl::PairAttrib;
 using utl::strToInt;
 using utltest::exactly;
+using utltest::utf8Of;
 using utltest::waitsForScratch;
 
 static_assert(utl::CONVERT_TO_RIGHT == 0 && utl::CONVERT_TO_LEFT == 1);
@@ -38,6 +41,7 @@ TEST(ConvertAttrib, TheNamedDirections_LeadToTheFormsOfTheirSide) {
 constexpr int TO_RIGHT = 0;
 constexpr int TO_LEFT = 1;
 constexpr unsigned int LONGEST_TEXT = 10239;
+constexpr char const* BYTE_ORDER_MARK = "\xEF\xBB\xBF";
 constexpr char UNUSED = '#';
 constexpr PairAttrib const* NO_TABLE = nullptr;
 
@@ -596,6 +600,248 @@ TEST(AttribConvert, TakesNothingFromTheHeap) {
     compareStrNoCase("a", "A", 1);
     strToInt(&value, "１２", 10);
     EXPECT_EQ(utltest::allocations(), before);
+}
+
+// --- to the byte
+
+/// A buffer of exactly `size` after a conversion into it, and the conversion's result.
+struct ExactlyConverted {
+    ExactlyConverted(std::string const& src, PairAttrib const* table, int direction, unsigned int size,
+                     int truncate = 0)
+        : buffer(size, '#'),
+          used(convertAttrib<char>(buffer.data(), size, exactly(src).data(), table, direction, truncate)) {}
+
+    std::string text() const { return buffer.data(); }
+
+    std::vector<char> buffer;
+    unsigned int used;
+};
+
+/// The converted text. The size that the conversion asks for must be the one that it uses and that just
+/// suffices.
+std::string convertedExactly(std::string const& src, PairAttrib const* table, int direction) {
+    unsigned int const needed = convertAttrib<char>(nullptr, 0, exactly(src).data(), table, direction, 0);
+    ExactlyConverted const fits(src, table, direction, needed);
+    EXPECT_EQ(fits.used, needed) << src;
+    EXPECT_EQ(fits.text().size() + 1, needed) << src;
+    if (needed > 1) {
+        EXPECT_EQ(ExactlyConverted(src, table, direction, needed - 1).used, INVALID_SIZE) << src;
+    }
+    return fits.text();
+}
+
+/// The number, or -1 where there is none and the value was left alone.
+int numberOf(std::string const& text, int base) {
+    unsigned short value = 0xBEEF;
+    if (strToInt<unsigned short, char>(&value, exactly(text).data(), base)) {
+        return value;
+    }
+    EXPECT_EQ(value, 0xBEEF) << text;
+    return -1;
+}
+
+int compared(std::string const& left, std::string const& right, unsigned int length) {
+    return compareStrNoCase<char>(exactly(left).data(), exactly(right).data(), length);
+}
+
+std::string inBase(unsigned int value, unsigned int base) {
+    std::string digits;
+    for (; value != 0; value /= base) {
+        digits.insert(digits.begin(), "0123456789abcdefghijklmnopqrstuvwxyz"[value % base]);
+    }
+    return digits;
+}
+
+std::string repeated(std::string const& piece, unsigned int count) {
+    std::string text;
+    for (unsigned int i = 0; i < count; ++i) {
+        text += piece;
+    }
+    return text;
+}
+
+TEST(AttribConvert, ConvertAttrib_OfMarksBehindUnvoicedKana_DeletesThemAlsoAtTheVeryEndOfTheBuffer) {
+    EXPECT_EQ(convertedExactly("ｶﾞﾞ゛", utl::NODAKUON_DAKUON_PAIR, 1), "ｶ");
+    EXPECT_EQ(convertedExactly("゛", utl::NODAKUON_DAKUON_PAIR, 1), "");
+    EXPECT_EQ(convertedExactly("゜漢ﾟぱ", utl::NODAKUON_HANDAKUON_PAIR, -1), "漢は");
+    EXPECT_EQ(ExactlyConverted("ﾟ", utl::NODAKUON_HANDAKUON_PAIR, 2, 1).used, 1U);
+}
+
+TEST(AttribConvert, ConvertAttrib_OfWhatNoRowHas_LeavesItAsItIs) {
+    std::string const strangers =
+        "漢" + utf8Of(0xFFE3) + utf8Of(0xFF02) + utf8Of(0x301C) + "ヮヵ々\xF0\x9F\x98\x80\t";
+    EXPECT_EQ(convertedExactly(strangers, utl::HANKAKU_ZENKAKU_PAIR, 1), strangers);
+    EXPECT_EQ(
+        convertedExactly(utf8Of(0xFF5E) + utf8Of(0xFFE5) + utf8Of(0x201D) + utf8Of(0x2019) + utf8Of(0x3000),
+                         utl::HANKAKU_ZENKAKU_PAIR, 1),
+        "~\\\"' ");
+    EXPECT_EQ(convertedExactly(BYTE_ORDER_MARK + std::string("a"), utl::LOWER_UPPER_PAIR, 0),
+              BYTE_ORDER_MARK + std::string("A"));
+}
+
+TEST(AttribConvert, ConvertAttrib_OfATableOfTheCallers_TakesTheFirstRowAndNotTheLongest) {
+    utl::PairAttrib const table[] = {{"a", L"a", "1", L"1"},
+                                     {"ab", L"ab", "2", L"2"},
+                                     {"b", L"b", "", L""},
+                                     {"漢字", L"", "1", L""},
+                                     utl::PairAttrib()};
+    EXPECT_EQ(convertedExactly("abab漢字漢", table, 0), "111漢");
+    EXPECT_EQ(convertedExactly("21", table, 2),
+              "ab"
+              "a");
+    EXPECT_EQ(convertedExactly("a漢", table + 4, 0), "a漢");
+}
+
+TEST(AttribConvert, ConvertAttrib_IntoEveryTooSmallBuffer_CutsBehindTheLastCharacterThatFits) {
+    std::vector<std::string> const whole = {"a", "ｶ", "ﾞ", "b", "漢", "c", "é", "\xF0\x9F\x98\x80",
+                                            "ﾊ", "ﾟ", "d", "e"};
+    std::string const src = "aガb漢cé\xF0\x9F\x98\x80パｄe";
+    unsigned int const needed = ExactlyConverted(src, utl::HANKAKU_ZENKAKU_PAIR, 1, 64).used;
+    for (unsigned int size = 1; size <= needed; ++size) {
+        std::string fitting;
+        for (auto piece = whole.begin(); piece != whole.end() && fitting.size() + piece->size() < size;
+             ++piece) {
+            fitting += *piece;
+        }
+        ExactlyConverted const cut(src, utl::HANKAKU_ZENKAKU_PAIR, 1, size, 1);
+        EXPECT_EQ(cut.text(), fitting) << size;
+        EXPECT_EQ(cut.used, fitting.size() + 1) << size;
+        bool const isEnough = size == needed;
+        EXPECT_EQ(ExactlyConverted(src, utl::HANKAKU_ZENKAKU_PAIR, 1, size, 0).used != utl::INVALID_SIZE,
+                  isEnough)
+            << size;
+        EXPECT_EQ(ExactlyConverted(src, utl::HANKAKU_ZENKAKU_PAIR, 1, size, 2).used != utl::INVALID_SIZE,
+                  isEnough)
+            << size;
+    }
+}
+
+TEST(AttribConvert, ConvertAttrib_FromAnyPlaceOfItsOwnBuffer_ReadsTheTextAsItWas) {
+    for (std::size_t const place : {0U, 1U, 2U, 3U, 5U, 7U}) {
+        std::vector<char> buffer(19);
+        std::strcpy(buffer.data() + place, "ガギグ");
+        EXPECT_EQ(utl::convertAttrib<char>(buffer.data(), 19, buffer.data() + place,
+                                           utl::HANKAKU_ZENKAKU_PAIR, 1, 0),
+                  19U);
+        EXPECT_STREQ(buffer.data(), "ｶﾞｷﾞｸﾞ");
+    }
+}
+
+TEST(AttribConvert, ConvertAttrib_AtTheScratchLimit_BoundsTheSourceAndNotTheResult) {
+    std::string const ascii = convertedExactly(std::string(10239, '!'), utl::HANKAKU_ZENKAKU_PAIR, 0);
+    EXPECT_EQ(ascii, repeated("！", 10239));
+    std::string const kana = convertedExactly(repeated("ガ", 3413), utl::HANKAKU_ZENKAKU_PAIR, 1);
+    EXPECT_EQ(kana, repeated("ｶﾞ", 3413));
+    ExactlyConverted const tooLong(std::string(10240, 'a'), utl::LOWER_UPPER_PAIR, 0, 10241, 1);
+    EXPECT_EQ(tooLong.used, utl::INVALID_SIZE);
+    EXPECT_EQ(tooLong.buffer[0], '#');
+    EXPECT_EQ(
+        utl::convertAttrib<char>(nullptr, 0, std::string(10240, 'a').c_str(), utl::LOWER_UPPER_PAIR, 0, 0),
+        utl::INVALID_SIZE);
+}
+
+TEST(AttribConvert, ConvertAttrib_OfMalformedText_EndsThereWithSuccess) {
+    EXPECT_EQ(ExactlyConverted("ab\x80"
+                               "c",
+                               utl::LOWER_UPPER_PAIR, 0, 8)
+                  .text(),
+              "AB");
+    EXPECT_EQ(ExactlyConverted("a漢\xE3\x81", utl::LOWER_UPPER_PAIR, 0, 5).used, 5U);
+    EXPECT_EQ(ExactlyConverted("\xFF", utl::LOWER_UPPER_PAIR, 0, 1).used, 1U);
+    EXPECT_EQ(ExactlyConverted("\xFF", utl::LOWER_UPPER_PAIR, 0, 1).text(), "");
+    EXPECT_EQ(ExactlyConverted("\xC3"
+                               "a",
+                               utl::LOWER_UPPER_PAIR, 0, 9, 1)
+                  .text(),
+              "");
+    EXPECT_EQ(ExactlyConverted("a漢\xBF", utl::LOWER_UPPER_PAIR, 0, 9).used, 2U);
+    EXPECT_EQ(utl::convertAttrib<char>(nullptr, 0, "\xFF", utl::LOWER_UPPER_PAIR, 0, 0), 1U);
+}
+
+TEST(AttribConvert, CompareStrNoCase_OfLettersAndTheMarksBetweenTheCases_ComparesLowerCase) {
+    EXPECT_GT(compared("A", "_", 1), 0);
+    EXPECT_GT(compared("Z", "[", 1), 0);
+    EXPECT_LT(compared("{", "Ａ", 1), 0);
+    EXPECT_EQ(compared("Ａb漢ｃ", "ａB漢Ｃ", ~0U), 0);
+    EXPECT_NE(compared("A", "Ａ", ~0U), 0);
+    EXPECT_NE(compared("ア", "ｱ", ~0U), 0);
+    EXPECT_EQ(compared("Ａ", "Ｂ", 2), 0);
+    EXPECT_NE(compared("Ａ", "Ｂ", 3), 0);
+    EXPECT_EQ(compared("a", "b", 0), 0);
+    EXPECT_GT(compared("aB", "A", 2), 0);
+}
+
+TEST(AttribConvert, StrToInt_InEveryBase_TakesTheLargestNumberAndRefusesTheNext) {
+    for (int base = 2; base <= 36; ++base) {
+        auto const text = [&](unsigned int value) { return inBase(value, static_cast<unsigned int>(base)); };
+        EXPECT_EQ(numberOf(text(65535), base), 65535) << base;
+        EXPECT_EQ(numberOf("+000" + text(65535) + "!", base), 65535) << base;
+        EXPECT_EQ(numberOf(text(65534), base), 65534) << base;
+        EXPECT_EQ(numberOf(text(65536), base), -1) << base;
+        EXPECT_EQ(numberOf(text(65536) + "!", base), -1) << base;
+        EXPECT_EQ(numberOf(text(65535) + "0", base), -1) << base;
+        EXPECT_EQ(numberOf(text(static_cast<unsigned int>(base)), base), base) << base;
+    }
+}
+
+TEST(AttribConvert, StrToInt_WithBase0_TakesOnePrefixBehindOneSign) {
+    EXPECT_EQ(numberOf("+0xfF", 0), 255);
+    EXPECT_EQ(numberOf("＋０ｘｆＦ", 0), 255);
+    EXPECT_EQ(numberOf("0xFFFF", 0), 65535);
+    EXPECT_EQ(numberOf("0x10000", 0), -1);
+    EXPECT_EQ(numberOf("0177777", 0), 65535);
+    EXPECT_EQ(numberOf("0200000", 0), -1);
+    EXPECT_EQ(numberOf("00", 0), 0);
+    EXPECT_EQ(numberOf("1x", 0), 1);
+    EXPECT_EQ(numberOf("0x0x1", 0), 0);
+    for (char const* const text :
+         {"0X1F", "08", "0", "+0", "0x", "0xg", "0+1", "+", "++1", "+-1", "-1", "-0", "－1", "", " 1"}) {
+        EXPECT_EQ(numberOf(text, 0), -1) << text;
+    }
+    EXPECT_EQ(numberOf("0x1F", 16), 0);
+    EXPECT_EQ(numberOf("0x1", 36), 33 * 36 + 1);
+}
+
+TEST(AttribConvert, StrToInt_OfTextThatIsTooLongHalfWidth_FailsThoughTheNumberIsShort) {
+    EXPECT_EQ(numberOf("５" + repeated("ガ", 1706), 10), 5);
+    EXPECT_EQ(numberOf("５xy" + repeated("ガ", 1706), 10), 5);
+    EXPECT_EQ(numberOf("５xyz" + repeated("ガ", 1706), 10), -1);
+    EXPECT_EQ(numberOf(repeated("０", 3412) + "７", 10), 7);
+    EXPECT_EQ(numberOf(std::string(10239, '0'), 10), 0);
+    EXPECT_EQ(numberOf(std::string(10240, '0'), 10), -1);
+}
+
+TEST(AttribConvert, StrToInt_OfMalformedText_ReadsWhatAConversionLeaves) {
+    EXPECT_EQ(numberOf("1\xC3", 10), 1);
+    EXPECT_EQ(numberOf("12\x80", 10), 1);
+    EXPECT_EQ(numberOf("1２\x80", 10), 12);
+    EXPECT_EQ(numberOf("1\x80", 10), -1);
+    EXPECT_EQ(numberOf("\xFF"
+                       "1",
+                       10),
+              -1);
+}
+
+TEST(AttribConvert, EveryFunction_OnManyThreadsAtOnce_AnswersForItsOwnText) {
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([thread] {
+            std::string const digits = std::to_string(1000 + thread);
+            std::string const text(200, static_cast<char>('a' + thread));
+            std::string const upper(200, static_cast<char>('A' + thread));
+            for (int i = 0; i < 50; ++i) {
+                EXPECT_EQ(numberOf(digits, 10), 1000 + thread);
+                EXPECT_EQ(compared(text, upper, ~0U), 0);
+                EXPECT_EQ(ExactlyConverted(text, utl::LOWER_UPPER_PAIR, 0, 201).text(), upper);
+                EXPECT_EQ(utl::isCharAttribBase<char>((thread % 2 == 0 ? text : upper).c_str(),
+                                                      utl::ATTRIB_LOWER_HAN_HEX),
+                          thread % 2 == 0);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+// Starts no thread.
+
 // The classification against a plain model of it, which walks through the tables row by row and tries every
 // bit by itself: over every character, and over texts put together from whole and broken characters, cut at
 // every byte. Texts stand in heap blocks of exactly their size.

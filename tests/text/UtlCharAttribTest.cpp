@@ -2,11 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <string>
+#include <vector>
 
 #include "TestAllocations.h"
 #include "TestScratch.h"
+#include "TestTables.h"
 #include "TestText.h"
+#include "UtlAttribConvert.h"
 
 namespace {
 
@@ -15,6 +19,8 @@ using utl::findCodeTable;
 using utl::INVALID_SIZE;
 using utl::isCharAttribBase;
 using utl::isStrAttribBase;
+using utltest::exactly;
+using utltest::utf8Of;
 using utltest::waitsForScratch;
 
 static_assert(noexcept(findCodeTable("", utl::KAIGYO_TBL, nullptr)) && noexcept(
@@ -385,6 +391,172 @@ TEST(CharAttrib, TakesNothingFromTheHeap) {
     isStrAttribBase("漢ガ0x12", ALL);
     isCharAttribBase("ガ", ALL);
     EXPECT_EQ(utltest::allocations(), before);
+}
+
+constexpr int ALL_BUT_OTHER = INT_MAX;
+
+char const* const BYTE_ORDER_MARK = "\xEF\xBB\xBF";
+
+// Asked before `main`, where the tables must stand already.
+unsigned int const EARLY_UNIT = utl::attribBlockSize("ｶﾞｬ", utl::ATTRIB_DAKU_HAN_KATA);
+bool const EARLY_IS_DIGIT = utl::isCharAttribBase("５", utl::ATTRIB_ZEN_DIGIT);
+
+unsigned int unitOf(std::string const& text, int attribute) {
+    return utl::attribBlockSize<char>(exactly(text).data(), attribute);
+}
+
+bool isText(std::string const& text, int attribute) {
+    return utl::isStrAttribBase<char>(exactly(text).data(), attribute);
+}
+
+bool isChar(std::string const& text, int attribute) {
+    return utl::isCharAttribBase<char>(exactly(text).data(), attribute);
+}
+
+TEST(CharAttrib, Tables_InAStaticInitialiser_AreFilled) {
+    EXPECT_EQ(EARLY_UNIT, 9U);
+    EXPECT_TRUE(EARLY_IS_DIGIT);
+}
+
+TEST(CharAttrib, FindCodeTable_WithARowThatBeginsALaterOne_TakesTheEarlierOne) {
+    utl::CodeTableRow const table[] = {{"a", L"a"}, {"ab", L"ab"}, {nullptr, nullptr}};
+    std::vector<char> const text = exactly("xab");
+    unsigned int position = 1;
+    EXPECT_EQ(utl::findCodeTable<char>(text.data(), table, &position), table[0].mNarrow);
+    EXPECT_EQ(position, 2U);
+    EXPECT_EQ(utl::findCodeTable<char>(text.data(), table, &position), nullptr);
+    EXPECT_EQ(position, 2U);
+}
+
+TEST(CharAttrib, AttribBlockSize_OfAHigherAttributeWithAShorterUnit_IsTheShorterOne) {
+    EXPECT_EQ(unitOf("ab12", utl::ATTRIB_HAN_HEX), 4U);
+    EXPECT_EQ(unitOf("ab12", utl::ATTRIB_HAN_HEX | utl::ATTRIB_LOWER_HAN_HEX), 1U);
+    EXPECT_EQ(unitOf("ＡＢ", utl::ATTRIB_ZEN_HEX), 6U);
+    EXPECT_EQ(unitOf("ＡＢ", utl::ATTRIB_ZEN_HEX | utl::ATTRIB_UPPER_ZEN_HEX), 3U);
+    EXPECT_EQ(unitOf("か゛ゃ", utl::ATTRIB_DAKU_HIRA | utl::ATTRIB_NODAKU_HIRA), 9U);
+    EXPECT_EQ(unitOf("ﾞｬ", utl::ATTRIB_DAKU_HAN_KATA | utl::ATTRIB_OTHER), 6U);
+}
+
+TEST(CharAttrib, AttribBlockSize_WhereAHigherAttributeGivesUpHalfWay_IsThatOfTheLowerOne) {
+    EXPECT_EQ(unitOf("+x", utl::ATTRIB_HAN_MARK | utl::ATTRIB_HAN_SIGNED), 1U);
+    EXPECT_EQ(unitOf("0x1Fh", utl::ATTRIB_HAN_DIGIT | utl::ATTRIB_HAN_HEX), 1U);
+    EXPECT_EQ(unitOf("+12", utl::ATTRIB_HAN_SIGNED | utl::ATTRIB_HAN_HEX), 3U);
+    EXPECT_EQ(unitOf("ｶﾟ", utl::ATTRIB_NODAKU_HAN_KATA | utl::ATTRIB_DAKU_HAN_KATA), 3U);
+    EXPECT_EQ(unitOf("か゛", utl::ATTRIB_DAKU_HIRA | utl::ATTRIB_HANDAKU_HIRA), 6U);
+    EXPECT_EQ(unitOf("", utl::ATTRIB_NUL | ALL_BUT_OTHER), 1U);
+}
+
+TEST(CharAttrib, AttribBlockSize_OfANumberInTwoWidths_EndsWhereTheWidthChanges) {
+    EXPECT_EQ(unitOf("+１", utl::ATTRIB_HAN_SIGNED | utl::ATTRIB_ZEN_SIGNED), utl::INVALID_SIZE);
+    EXPECT_EQ(unitOf("＋1", utl::ATTRIB_HAN_SIGNED | utl::ATTRIB_ZEN_SIGNED), utl::INVALID_SIZE);
+    EXPECT_EQ(unitOf("－１2", utl::ATTRIB_ZEN_SIGNED), 6U);
+    EXPECT_EQ(unitOf("1Ｆ", utl::ATTRIB_HAN_HEX), 1U);
+    EXPECT_EQ(unitOf("０x１", utl::ATTRIB_ZEN_HEX), 3U);
+    EXPECT_EQ(unitOf("１Ｆh", utl::ATTRIB_ZEN_HEX), 6U);
+    EXPECT_EQ(unitOf("０ｘ１Ｆ", utl::ATTRIB_ZEN_HEX), 12U);
+    EXPECT_EQ(unitOf("１ＦＨ", utl::ATTRIB_ZEN_HEX), 9U);
+}
+
+TEST(CharAttrib, AttribBlockSize_OfAHexNumber_TakesALowerCasePrefixOrASuffixAndNeverBoth) {
+    for (char const* const text : {"0x", "0xg", "0xh", "0x 1", "0x1h", "0x1H"}) {
+        EXPECT_EQ(unitOf(text, utl::ATTRIB_HAN_HEX), utl::INVALID_SIZE) << text;
+    }
+    EXPECT_EQ(unitOf("０ｘ", utl::ATTRIB_ZEN_HEX), utl::INVALID_SIZE);
+    EXPECT_EQ(unitOf("０ｘＦｈ", utl::ATTRIB_ZEN_HEX), utl::INVALID_SIZE);
+    EXPECT_EQ(unitOf("0X1F", utl::ATTRIB_HAN_HEX), 1U);
+    EXPECT_EQ(unitOf("00x1", utl::ATTRIB_HAN_HEX), 2U);
+    EXPECT_EQ(unitOf("0x0x1", utl::ATTRIB_HAN_HEX), 3U);
+    EXPECT_EQ(unitOf("1hh", utl::ATTRIB_HAN_HEX), 2U);
+    EXPECT_EQ(unitOf("FfH", utl::ATTRIB_HAN_HEX), 3U);
+    EXPECT_EQ(unitOf("h", utl::ATTRIB_HAN_HEX), utl::INVALID_SIZE);
+    EXPECT_TRUE(isText("1Fh0x2", utl::ATTRIB_HAN_HEX));
+    EXPECT_FALSE(isText("0x21Fh", utl::ATTRIB_HAN_HEX));
+}
+
+TEST(CharAttrib, AttribBlockSize_OfAVoicedUnit_TakesAMarkOnlyBehindAnUnvoicedKana) {
+    EXPECT_EQ(unitOf("ガ゛", utl::ATTRIB_DAKU_ZEN_KATA), 3U);
+    EXPECT_EQ(unitOf("カ゛゛", utl::ATTRIB_DAKU_ZEN_KATA), 6U);
+    EXPECT_EQ(unitOf("ﾊﾟﾟ", utl::ATTRIB_HANDAKU_HAN_KATA), 6U);
+    EXPECT_EQ(unitOf("ﾊﾞ", utl::ATTRIB_HANDAKU_HAN_KATA), utl::INVALID_SIZE);
+    EXPECT_EQ(unitOf("ｶﾟ", utl::ATTRIB_HANDAKU_HAN_KATA), 6U);
+    EXPECT_EQ(unitOf("ば゜", utl::ATTRIB_HANDAKU_HIRA), utl::INVALID_SIZE);
+    EXPECT_EQ(unitOf("か" + utf8Of(0x3099), utl::ATTRIB_DAKU_HIRA), utl::INVALID_SIZE);
+    EXPECT_EQ(unitOf("カﾞ", utl::ATTRIB_DAKU_ZEN_KATA), utl::INVALID_SIZE);
+}
+
+TEST(CharAttrib, AttribBlockSize_OfAVoicedUnit_CountsSentenceMarksAsTheTablesDo) {
+    EXPECT_EQ(unitOf("｡ﾞｬ", utl::ATTRIB_DAKU_HAN_KATA), 9U);
+    EXPECT_EQ(unitOf("ー゜ョ", utl::ATTRIB_HANDAKU_ZEN_KATA), 9U);
+    EXPECT_EQ(unitOf("。ゃっ", utl::ATTRIB_DAKU_HIRA), 9U);
+    EXPECT_EQ(unitOf("・", utl::ATTRIB_HANDAKU_HIRA), 3U);
+    EXPECT_EQ(unitOf("。", utl::ATTRIB_DAKU_ZEN_KATA), utl::INVALID_SIZE);
+    EXPECT_EQ(unitOf("ー", utl::ATTRIB_DAKU_HIRA), utl::INVALID_SIZE);
+    EXPECT_EQ(unitOf("。゛", utl::ATTRIB_DAKU_HIRA), 3U);
+}
+
+TEST(CharAttrib, AttribBlockSize_OfAVoicedUnit_TakesSmallKanaOfItsOwnScriptOnly) {
+    EXPECT_EQ(unitOf("ガャヮッ", utl::ATTRIB_DAKU_ZEN_KATA), 12U);
+    EXPECT_EQ(unitOf("ガゃ", utl::ATTRIB_DAKU_ZEN_KATA), 3U);
+    EXPECT_EQ(unitOf("ガｬ", utl::ATTRIB_DAKU_ZEN_KATA), 3U);
+    EXPECT_EQ(unitOf("がャ", utl::ATTRIB_DAKU_HIRA), 3U);
+    EXPECT_EQ(unitOf("ｶﾞｱ", utl::ATTRIB_DAKU_HAN_KATA), 6U);
+    EXPECT_EQ(unitOf("ｬ", utl::ATTRIB_DAKU_HAN_KATA), utl::INVALID_SIZE);
+    EXPECT_EQ(unitOf("ｬﾞｬ", utl::ATTRIB_DAKU_HAN_KATA), 9U);
+    EXPECT_EQ(unitOf("ガヵ", utl::ATTRIB_DAKU_ZEN_KATA), 3U);
+}
+
+TEST(CharAttrib, AttribBlockSize_OfOther_IsLeftToWhatNoSingleAttributeRecognises) {
+    for (unsigned int code = 1; code < 0x10000; code += code >= 0x3200 && code < 0xFE00 ? 0x101 : 1) {
+        std::string const text = utf8Of(code);
+        bool isKnown = false;
+        for (unsigned int bit = 1; bit != 0x80000000U; bit <<= 1) {
+            isKnown = isKnown || unitOf(text, static_cast<int>(bit)) != utl::INVALID_SIZE;
+        }
+        unsigned int const expected = isKnown ? utl::INVALID_SIZE : static_cast<unsigned int>(text.size());
+        ASSERT_EQ(unitOf(text, utl::ATTRIB_OTHER), expected) << code;
+    }
+}
+
+TEST(CharAttrib, AttribBlockSize_OfOther_TakesLookAlikesThatTheTablesLeaveOut) {
+    for (unsigned int const code : {0xFF02U, 0xFF07U, 0xFF3CU, 0xFF5EU, 0x301CU, 0x2212U, 0x3094U, 0x30F7U}) {
+        EXPECT_EQ(unitOf(utf8Of(code), utl::ATTRIB_OTHER), 3U) << code;
+    }
+    for (unsigned int const code : {0x201DU, 0x2019U, 0xFFE5U, 0xFFE3U, 0x30F4U, 0x309BU, 0xFF9FU}) {
+        EXPECT_EQ(unitOf(utf8Of(code), utl::ATTRIB_OTHER), utl::INVALID_SIZE) << code;
+    }
+    EXPECT_EQ(unitOf(utf8Of(0xA5), utl::ATTRIB_OTHER), 2U);
+    EXPECT_EQ(unitOf("\xF0\x9F\x98\x80", utl::ATTRIB_OTHER), 4U);
+    EXPECT_EQ(unitOf("\xED\xA0\x80", utl::ATTRIB_OTHER), 3U);
+    EXPECT_EQ(unitOf(BYTE_ORDER_MARK, utl::ATTRIB_OTHER), 3U);
+}
+
+TEST(CharAttrib, AttribBlockSize_OfMalformedBytesOrNoBits_IsNone) {
+    for (char const* const text : {"\x80", "\xC3", "\xC3x", "\xE3\x81", "\xC0\x80", "\xFF", "\xF0\x9F\x98"}) {
+        EXPECT_EQ(unitOf(text, -1), utl::INVALID_SIZE);
+        EXPECT_FALSE(isChar(text, -1));
+    }
+    EXPECT_EQ(unitOf("", 0), utl::INVALID_SIZE);
+    EXPECT_EQ(unitOf("a", 0), utl::INVALID_SIZE);
+    EXPECT_EQ(unitOf("", utl::ATTRIB_OTHER), utl::INVALID_SIZE);
+    EXPECT_EQ(unitOf("a", utl::ATTRIB_NUL), utl::INVALID_SIZE);
+    EXPECT_EQ(utl::attribBlockSize<char>(nullptr, -1), utl::INVALID_SIZE);
+}
+
+TEST(CharAttrib, IsCharAttribBase_OnTheStartOfALongerUnit_JudgesItsFirstCharacterAlone) {
+    EXPECT_TRUE(isChar("0x1Fh", utl::ATTRIB_HAN_HEX));
+    EXPECT_FALSE(isChar("+1", utl::ATTRIB_HAN_SIGNED));
+    EXPECT_FALSE(isChar("ｶﾞ", utl::ATTRIB_DAKU_HAN_KATA));
+    EXPECT_TRUE(isChar("ﾞ漢", utl::ATTRIB_DAKU_HAN_KATA));
+    EXPECT_TRUE(isChar("ガャ", utl::ATTRIB_DAKU_ZEN_KATA));
+    EXPECT_TRUE(isChar("1\xC3", utl::ATTRIB_HAN_DIGIT));
+    EXPECT_FALSE(isChar("1", utl::ATTRIB_NUL));
+}
+
+TEST(CharAttrib, IsCharAttribBase_InFrontOfAByteThatStartsNoCharacter_CountsAsEmpty) {
+    for (std::string const character : {"1", "あ", "\xC3\xA9", "\xF0\x9F\x98\x80"}) {
+        EXPECT_FALSE(isChar(character + '\x80', ~utl::ATTRIB_NUL)) << character;
+        EXPECT_TRUE(isChar(character + '\xFF', utl::ATTRIB_NUL)) << character;
+    }
 }
 
 }  // namespace

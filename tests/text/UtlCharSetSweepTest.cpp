@@ -1,3 +1,5 @@
+// Starts no thread.
+
 // The conversions between character sets against plain models of them: over texts put together from whole,
 // broken and stray characters, cut at every byte, into buffers of every size; over bytes drawn by lot; and,
 // for what is text, against the C library. Texts and destinations stand in heap blocks of exactly their size.

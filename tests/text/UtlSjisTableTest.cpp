@@ -1,3 +1,5 @@
+// Starts no thread.
+
 // The tables between Shift-JIS and Unicode: what they hold, that the script makes them, and that the C
 // library holds the same. The functions that look into them are asked about every code there can be.
 

@@ -1,3 +1,5 @@
+// Starts no thread.
+
 // The string primitives against plain models of them, over every short text that can be put together from
 // whole, broken and stray sequences, cut at every byte, with every size, position and length around it. Texts
 // and destinations stand in heap blocks of exactly their size.

@@ -5,8 +5,6 @@
 #include <sys/wait.h>
 
 #include <cerrno>
-#include <chrono>
-#include <cstring>
 #include <map>
 #include <memory>
 #include <string>
@@ -14,19 +12,20 @@
 #include <utility>
 #include <vector>
 
+#include "TestGate.h"
 #include "TestHooks.h"
 #include "TestLog.h"
 #include "TestThreads.h"
 
 namespace {
 
-using utl::Event;
 using utl::StatementInfo;
 using utl::ThreadManager;
 using utl::ThreadPriority;
 using utl::ThreadWatchdog;
 using utl::WatchdogInfo;
 using utltest::foreignEntry;
+using utltest::Gate;
 using utltest::HeldThread;
 using utltest::HookScope;
 using utltest::kernelId;
@@ -34,7 +33,6 @@ using utltest::lives;
 using utltest::LogCapture;
 using utltest::NO_THREAD;
 using utltest::runOnManagedThread;
-using utltest::waitSurely;
 using Access = utltest::ThreadManagerAccess;
 using WatchdogAccess = utltest::ThreadWatchdogAccess;
 using Entry = ThreadManager::ThreadEntry;
@@ -178,19 +176,19 @@ TEST_F(ThreadManagerInstance, Destroy_ByAWatchedThread_SurvivesTheSignsOfLifeOnT
 }
 
 TEST_F(ThreadManagerInstance, Destroy_LeavesThreadsRunningWhichEndIntoANewInstance) {
-    Event go(0, 0);
+    Gate gate;
     static std::atomic<bool> returned;
     returned = false;
     auto const wait = [](void* argument) {
-        waitSurely(*static_cast<Event*>(argument));
+        EXPECT_TRUE(static_cast<Gate*>(argument)->hold());
         returned = true;
     };
-    int const id = manager().entry(wait, &go, 0, 0, nullptr, "survivor");
+    int const id = manager().entry(wait, &gate, 0, 0, nullptr, "survivor");
     EXPECT_NE(id, 0);
     ThreadManager::destroy();
     EXPECT_FALSE(returned);
     EXPECT_EQ(ThreadManager::getIfCreated(), nullptr);
-    go.setOn();
+    gate.open();
     while (lives(id)) {
         std::this_thread::yield();
     }
@@ -205,12 +203,12 @@ TEST_F(ThreadManagerInstance, Destroy_LeavesThreadsRunningWhichEndIntoANewInstan
 // The ending thread creates the new instance and starts its watchdog while the instance is taken away again.
 TEST_F(ThreadManagerInstance, Destroy_WhileAThreadEndsIntoANewInstance_IsHarmless) {
     for (int round = 0; round < 200; ++round) {
-        Event go(0, 0);
-        auto const wait = [](void* argument) { waitSurely(*static_cast<Event*>(argument)); };
-        int const id = manager().entry(wait, &go, 0, 0, nullptr, "survivor");
+        Gate gate;
+        auto const wait = [](void* argument) { EXPECT_TRUE(static_cast<Gate*>(argument)->hold()); };
+        int const id = manager().entry(wait, &gate, 0, 0, nullptr, "survivor");
         ASSERT_NE(id, 0);
         ThreadManager::destroy();
-        go.setOn();
+        gate.open();
         if (round % 2 == 0) {
             while (ThreadManager::getIfCreated() == nullptr) {
                 std::this_thread::yield();

@@ -1,3 +1,5 @@
+// Starts no thread.
+
 #include "UtlThreadPriority.h"
 
 #include <gtest/gtest.h>

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "TestGate.h"
 #include "TestHooks.h"
 #include "TestLog.h"
 #include "TestThreads.h"
@@ -20,18 +21,17 @@
 
 namespace {
 
-using utl::Event;
 using utl::StatementInfo;
 using utl::Thread;
 using utl::ThreadManager;
 using utl::ThreadPriority;
 using utl::ThreadWatchdog;
 using utl::WatchdogInfo;
+using utltest::Gate;
 using utltest::HeldThread;
 using utltest::HookScope;
 using utltest::kernelId;
 using utltest::LogCapture;
-using utltest::waitSurely;
 using Access = utltest::ThreadManagerAccess;
 namespace hooks = utltest::hooks;
 
@@ -39,7 +39,10 @@ namespace hooks = utltest::hooks;
 // the test wants.
 class NotingThread : public Thread {
   public:
-    explicit NotingThread(char const* name = "noting", int result = 0) : Thread(name), mResult(result) {}
+    explicit NotingThread(char const* name = "noting", int result = 0) : Thread(name), mResult(result) {
+        mPre.open();
+        mPost.open();
+    }
     ~NotingThread() override {
         letAllGo();
         stop(Thread::AWAIT_END);
@@ -47,21 +50,21 @@ class NotingThread : public Thread {
     }
 
     void letAllGo() {
-        mPreGo.setOn();
-        mGo.setOn();
-        mPostGo.setOn();
+        mPre.open();
+        mExecute.open();
+        mPost.open();
     }
 
-    void letExecuteGo() { mGo.setOn(); }
-    void letPreExecuteGo() { mPreGo.setOn(); }
-    void letPostExecuteGo() { mPostGo.setOn(); }
+    void letExecuteGo() { mExecute.open(); }
+    void letPreExecuteGo() { mPre.open(); }
+    void letPostExecuteGo() { mPost.open(); }
 
-    void holdInPreExecute() { mPreGo.setOff(); }
-    void holdInPostExecute() { mPostGo.setOff(); }
+    void holdInPreExecute() { mPre.close(); }
+    void holdInPostExecute() { mPost.close(); }
 
-    void waitForPreExecute() const { waitSurely(mInPre); }
-    void waitForExecute() const { waitSurely(mIn); }
-    void waitForPostExecute() const { waitSurely(mInPost); }
+    void waitForPreExecute() { EXPECT_TRUE(mPre.waitUntilHeld()); }
+    void waitForExecute() { EXPECT_TRUE(mExecute.waitUntilHeld()); }
+    void waitForPostExecute() { EXPECT_TRUE(mPost.waitUntilHeld()); }
 
     /// Ends the thread and waits for that.
     void end() {
@@ -90,19 +93,16 @@ class NotingThread : public Thread {
         idInPreExecute = getId();
         callerIdInPreExecute = ThreadManager::getCallerId();
         noteRegistration();
-        mInPre.setOn();
-        waitSurely(mPreGo);
+        EXPECT_TRUE(mPre.hold());
     }
     int execute() override {
         note("execute ");
-        mIn.setOn();
-        waitSurely(mGo);
+        EXPECT_TRUE(mExecute.hold());
         return mResult;
     }
     void postExecute() override {
         note("post ");
-        mInPost.setOn();
-        waitSurely(mPostGo);
+        EXPECT_TRUE(mPost.hold());
     }
     void requestStop() override {
         stopRequestedBy = kernelId();
@@ -128,12 +128,9 @@ class NotingThread : public Thread {
     mutable std::mutex mMutex;
     std::string mCalls;
     std::string mSeen;
-    Event mInPre{Event::INITIALLY_OFF, Event::ONE_WAY};
-    Event mIn{Event::INITIALLY_OFF, Event::ONE_WAY};
-    Event mInPost{Event::INITIALLY_OFF, Event::ONE_WAY};
-    Event mPreGo{Event::INITIALLY_ON, Event::ONE_WAY};
-    Event mGo{Event::INITIALLY_OFF, Event::ONE_WAY};
-    Event mPostGo{Event::INITIALLY_ON, Event::ONE_WAY};
+    Gate mPre;
+    Gate mExecute;
+    Gate mPost;
 };
 
 static_assert(Thread::WITHOUT_WATCHDOG == 0 && Thread::WITH_WATCHDOG == 1);
@@ -436,31 +433,28 @@ TEST_F(ThreadMilestone, InPostExecute_TheThreadHasNotFinishedAndHasNoResult) {
     EXPECT_EQ(result, 1234U);
 }
 
-// Holds the thread between its last milestone and its end, which is the lock behind the milestone's.
+// Holds the thread between its last milestone and its end, which is the lock after the milestone's.
 class HeldEnd {
   public:
     explicit HeldEnd(int threadId) {
         sThreadId = threadId;
         sLocks = 0;
-        sReached.setOff();
-        sGo.setOff();
+        sGate.close();
         hooks::condBroadcast.replace([](pthread_cond_t* condition) {
             if (kernelId() == sThreadId && ++sLocks == 1) {
-                sReached.setOn();
-                waitSurely(sGo);
+                EXPECT_TRUE(sGate.hold());
             }
             return hooks::condBroadcast.real(condition);
         });
     }
     ~HeldEnd() { letGo(); }
-    void waitUntilReached() const { waitSurely(sReached); }
-    void letGo() { sGo.setOn(); }
+    static void waitUntilReached() { EXPECT_TRUE(sGate.waitUntilHeld()); }
+    static void letGo() { sGate.open(); }
 
   private:
     static inline std::atomic<int> sThreadId{0};
     static inline std::atomic<int> sLocks{0};
-    static inline Event sReached{Event::INITIALLY_OFF, Event::ONE_WAY};
-    static inline Event sGo{Event::INITIALLY_OFF, Event::ONE_WAY};
+    static inline Gate sGate;
 };
 
 TEST_F(ThreadMilestone, Finished_WaitsForTheEndAsWell) {
@@ -655,13 +649,13 @@ TEST_F(ThreadStop, ByDefault_WaitsForTheEnd) {
 
       protected:
         int execute() override {
-            waitSurely(mGo);
+            EXPECT_TRUE(mGate.hold());
             return 0;
         }
-        void requestStop() override { mGo.setOn(); }
+        void requestStop() override { mGate.open(); }
 
       private:
-        Event mGo{Event::INITIALLY_OFF, Event::ONE_WAY};
+        Gate mGate;
     } thread;
     EXPECT_EQ(thread.start(), 0);
     EXPECT_EQ(thread.stop(), 0);
@@ -719,11 +713,11 @@ TEST_F(ThreadStop, WhileItWaits_OthersMayAskAndStop) {
 
 struct HeldCommand : utl::Command {
     int execute() override {
-        waitSurely(mGo);
+        EXPECT_TRUE(mGate.hold());
         mDone = true;
         return 0;
     }
-    Event mGo{Event::INITIALLY_OFF, Event::ONE_WAY};
+    Gate mGate;
     std::atomic<bool> mDone{false};
 };
 
@@ -737,7 +731,7 @@ TEST_F(ThreadStop, TheDestructor_WaitsForAThreadThatEndsByItself) {
         id = thread.getId();
         releaser = std::thread([&thread, &command] {
             EXPECT_EQ(thread.waitTo(Thread::STOP_REQUESTED, 0), 0);  // the destructor has asked
-            command.mGo.setOn();
+            command.mGate.open();
         });
     }
     EXPECT_TRUE(command.mDone);
@@ -750,7 +744,7 @@ TEST_F(ThreadStop, TheDestructor_WaitsForAThreadThatTheManagerForgot) {
     auto thread = std::make_unique<Thread>("forgotten", &command);
     EXPECT_EQ(thread->start(), 0);
     ThreadManager::destroy();
-    std::thread releaser([&command] { command.mGo.setOn(); });
+    std::thread releaser([&command] { command.mGate.open(); });
     thread.reset();
     EXPECT_TRUE(command.mDone);
     releaser.join();

@@ -14,11 +14,11 @@
 #include <random>
 #include <regex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "TestHooks.h"
 #include "TestLog.h"
+#include "TestStatements.h"
 #include "TestThreads.h"
 
 namespace utl {
@@ -907,6 +907,66 @@ TEST_F(TimeUnderWatchdog, AClockThatFails_IsReportedBeforeItsResultIsLookedAt) {
     Time time;
     EXPECT_FALSE(utl::getSystemTime(&time));
     EXPECT_EQ(last(), utl::StatementInfo("source/UtlTimepiece", "getSystemTime", 31, 2));
+}
+
+// The broken-down time that the library is given in the next test.
+tm gGiven;
+
+tm* give(time_t const*, tm* out) {
+    *out = gGiven;
+    return out;
+}
+
+tm brokenDown(int year, int month, int second) {
+    tm result = {};
+    result.tm_year = year - 1900;
+    result.tm_mon = month;
+    result.tm_mday = 31;
+    result.tm_sec = second;
+    return result;
+}
+
+TEST(Time, SystemAndLocalTime_OfAYearOutsideTheField_FailAndTouchNothing) {
+    HookScope const scope;
+    hooks::gmtimeR.replace(give);
+    hooks::localtimeR.replace(give);
+    for (auto const get : {utl::getSystemTime, utl::getLocalTime}) {
+        for (int const year :
+             {-1, 65535, 65536, 65536 + 2000, -65536 + 2000, 0x7FFFFFFF, -0x7FFFFFFF + 1899}) {
+            gGiven = brokenDown(year, 0, 0);
+            Time time = make(HIGHEST);
+            EXPECT_FALSE(get(&time)) << year;
+            EXPECT_EQ(fieldsOf(time), HIGHEST);
+        }
+        for (int const year : {0, 65534}) {
+            for (int const second : {59, 60, 61}) {
+                gGiven = brokenDown(year, 11, second);
+                Time time;
+                EXPECT_TRUE(get(&time)) << year;
+                EXPECT_EQ(fieldsOf(time),
+                          (Fields{static_cast<unsigned short>(year), 12, 31, 0, 0, 59, 0, 0, 0}));
+            }
+        }
+        EXPECT_FALSE(get(nullptr));
+    }
+}
+
+TEST(Time, SystemAndLocalTime_WhoseCallsFail_StopThereAndReportTheirLines) {
+    utltest::Statements statements;
+    using Lines = std::vector<std::string>;
+    Time time = make(HIGHEST);
+    hooks::time.failFrom(1, 0, static_cast<time_t>(-1), EOVERFLOW);
+    EXPECT_EQ(statements.of([&] { EXPECT_FALSE(utl::getSystemTime(&time)); }),
+              (Lines{"source/UtlTimepiece getSystemTime 1", "source/UtlTimepiece getSystemTime 2"}));
+    EXPECT_EQ(statements.of([&] { EXPECT_FALSE(utl::getLocalTime(&time)); }),
+              (Lines{"source/UtlTimepiece getLocalTime 1", "source/UtlTimepiece getLocalTime 2"}));
+    hooks::time.reset();
+    hooks::gmtimeR.failFrom(1, 0, nullptr, EOVERFLOW);
+    hooks::localtimeR.failFrom(1, 0, nullptr, EOVERFLOW);
+    EXPECT_EQ(statements.of([&] { EXPECT_FALSE(utl::getSystemTime(&time)); }).size(), 4U);
+    EXPECT_EQ(statements.of([&] { EXPECT_FALSE(utl::getLocalTime(&time)); }).size(), 4U);
+    EXPECT_EQ(statements.of([&] { EXPECT_FALSE(utl::getLocalTime(nullptr)); }).size(), 0U);
+    EXPECT_EQ(fieldsOf(time), HIGHEST);
 }
 
 }  // namespace

@@ -72,10 +72,10 @@ std::string unknownAddress(void* address, int line, std::string const& file) {
 }
 
 /// An instance with empty tables, in a folder of its own.
-class MemoryOdd : public utltest::InFolder {
+class MemoryOfThreeRows : public utltest::InFolder {
   protected:
-    MemoryOdd() { Memory::destroy(); }
-    ~MemoryOdd() override { Memory::destroy(); }
+    MemoryOfThreeRows() { Memory::destroy(); }
+    ~MemoryOfThreeRows() override { Memory::destroy(); }
 
     static Memory& memory() { return *Memory::get(); }
 
@@ -99,7 +99,7 @@ class MemoryOdd : public utltest::InFolder {
 
 }  // namespace
 
-TEST_F(MemoryOdd, AllocationsAndReleases_InAnyOrder_LeaveWhatAPlainListSays) {
+TEST_F(MemoryOfThreeRows, AllocationsAndReleases_InAnyOrder_LeaveWhatAPlainListSays) {
     MessageCapture const capture;
     std::mt19937 random(5);
     std::vector<std::pair<char*, unsigned int>> live;
@@ -142,7 +142,7 @@ TEST_F(MemoryOdd, AllocationsAndReleases_InAnyOrder_LeaveWhatAPlainListSays) {
     }
 }
 
-TEST_F(MemoryOdd, AnEmptyRow_HasTheToldValues) {
+TEST_F(MemoryOfThreeRows, AnEmptyRow_HasTheToldValues) {
     Memory::DetailHeapInfo const empty = Memory::INITIAL_DETAIL_HEAP_INFO;
     EXPECT_EQ(empty.mSerial, 0U);
     EXPECT_EQ(reinterpret_cast<std::size_t>(empty.mAddress), 0xFFFFFFFFU);
@@ -152,7 +152,7 @@ TEST_F(MemoryOdd, AnEmptyRow_HasTheToldValues) {
     EXPECT_EQ(empty.mLine, 0);
 }
 
-TEST_F(MemoryOdd, AddressesInTheUpperHalf_AreSortedAsUnsigned) {
+TEST_F(MemoryOfThreeRows, AddressesInTheUpperHalf_AreSortedAsUnsigned) {
     auto const at = [](std::size_t address) { return reinterpret_cast<void*>(address); };
     constexpr std::size_t TOP = ~(~static_cast<std::size_t>(0) >> 1);
     allocate(at(TOP + 16), 1);
@@ -166,7 +166,7 @@ TEST_F(MemoryOdd, AddressesInTheUpperHalf_AreSortedAsUnsigned) {
     EXPECT_EQ(addresses(), std::vector<void const*>{at(TOP - 16)});
 }
 
-TEST_F(MemoryOdd, AFullTable_TellsTheAllocationAndKeepsTotalsAndSerial) {
+TEST_F(MemoryOfThreeRows, AFullTable_TellsTheAllocationAndKeepsTotalsAndSerial) {
     unsigned int const file = memory().getFileId("a%s%n.cpp");
     for (unsigned int i = 0; i < 3; ++i) {
         allocate(someAddress(i), 10);
@@ -180,7 +180,7 @@ TEST_F(MemoryOdd, AFullTable_TellsTheAllocationAndKeepsTotalsAndSerial) {
     EXPECT_TRUE(MemoryAccess::totals() == (Memory::ProcessHeapInfo{30, 3, 30, 3}));
 }
 
-TEST_F(MemoryOdd, AnUnknownRelease_TellsItForEveryOperationBut0) {
+TEST_F(MemoryOfThreeRows, AnUnknownRelease_TellsItForEveryOperationBut0) {
     allocate(someAddress(1), 10);
     Memory::ProcessHeapInfo const before = MemoryAccess::totals();
     for (int const operation : {1, 2, -1, 0x7FFFFFFF}) {
@@ -194,7 +194,7 @@ TEST_F(MemoryOdd, AnUnknownRelease_TellsItForEveryOperationBut0) {
     EXPECT_EQ(MemoryAccess::count(), 1U);
 }
 
-TEST_F(MemoryOdd, Totals_AreOnlyReducedWhereNot0AndMayWrap) {
+TEST_F(MemoryOfThreeRows, Totals_AreOnlyReducedWhereNot0AndMayWrap) {
     Memory::DetailHeapInfo info = Memory::INITIAL_DETAIL_HEAP_INFO;
     info.mAddress = someAddress(1);
     info.mUseBytes = 50;
@@ -213,7 +213,7 @@ TEST_F(MemoryOdd, Totals_AreOnlyReducedWhereNot0AndMayWrap) {
     EXPECT_EQ(capture.text(), "");
 }
 
-TEST_F(MemoryOdd, ABlockOf0xFFFFFFFFBytes_CountsAsAFailureOnBothWays) {
+TEST_F(MemoryOfThreeRows, ABlockOf0xFFFFFFFFBytes_CountsAsAFailureOnBothWays) {
     MessageCapture const capture;
     allocate(someAddress(1), 0xFFFFFFFF, 0, 3);
     EXPECT_EQ(capture.text(), fullTable(someAddress(1), "4294967295", 3, ""));
@@ -225,7 +225,7 @@ TEST_F(MemoryOdd, ABlockOf0xFFFFFFFFBytes_CountsAsAFailureOnBothWays) {
     EXPECT_TRUE(MemoryAccess::totals() == Memory::ProcessHeapInfo());
 }
 
-TEST_F(MemoryOdd, Reports_ShowEveryFieldAtItsLargest) {
+TEST_F(MemoryOfThreeRows, Reports_ShowEveryFieldAtItsLargest) {
     std::string const name = std::string(40, 'n') + "%d";
     memory().registerThreadName(-5, name.c_str());
     unsigned int const file = memory().getFileId("dir/some%n.cpp");
@@ -241,7 +241,7 @@ TEST_F(MemoryOdd, Reports_ShowEveryFieldAtItsLargest) {
     EXPECT_EQ(contentOf("totals"), totals("   4000000000,             1,    4000000000,             1"));
 }
 
-TEST_F(MemoryOdd, AMarkedReport_CountsItsOwnRowsInAddressOrder) {
+TEST_F(MemoryOfThreeRows, AMarkedReport_CountsItsOwnRowsInAddressOrder) {
     EXPECT_FALSE(memory().printMarkedHeapDetail(0, "none"));
     EXPECT_FALSE(memory().printMarkedHeapDetail(0, nullptr));
     EXPECT_EQ(utltest::permissions("none"), -1);
@@ -265,7 +265,7 @@ TEST_F(MemoryOdd, AMarkedReport_CountsItsOwnRowsInAddressOrder) {
     EXPECT_FALSE(memory().printMarkedHeapDetail(0, "marked"));
 }
 
-TEST_F(MemoryOdd, AReport_OpensItsFileOnceWithTheToldFlagsAndReplacesIt) {
+TEST_F(MemoryOfThreeRows, AReport_OpensItsFileOnceWithTheToldFlagsAndReplacesIt) {
     HookScope const scope;
     static std::vector<std::string> sCalls;
     sCalls.clear();
@@ -287,7 +287,7 @@ TEST_F(MemoryOdd, AReport_OpensItsFileOnceWithTheToldFlagsAndReplacesIt) {
     EXPECT_EQ(sCalls, (std::vector<std::string>{"made/report", "new/deep/report"}));
 }
 
-TEST_F(MemoryOdd, AReport_WhoseFileCannotBeOpened_IsTrueAndWritesNowhere) {
+TEST_F(MemoryOfThreeRows, AReport_WhoseFileCannotBeOpened_IsTrueAndWritesNowhere) {
     HookScope const scope;
     memory().mark();
     allocate(someAddress(1), 1);
@@ -309,7 +309,7 @@ TEST_F(MemoryOdd, AReport_WhoseFileCannotBeOpened_IsTrueAndWritesNowhere) {
     EXPECT_EQ(contentOf("file"), "kept");
 }
 
-TEST_F(MemoryOdd, AReport_WhoseWritesFail_IsTrueAndClosesItsFile) {
+TEST_F(MemoryOfThreeRows, AReport_WhoseWritesFail_IsTrueAndClosesItsFile) {
     HookScope const scope;
     hooks::write.failFrom(2, 1, -1, ENOSPC);
     EXPECT_TRUE(memory().printUsedHeap(0, "report"));
@@ -317,7 +317,7 @@ TEST_F(MemoryOdd, AReport_WhoseWritesFail_IsTrueAndClosesItsFile) {
     EXPECT_EQ(contentOf("report"), "---- ProcessHeap ----\n" + zero + zero + zero + zero + "\n");
 }
 
-TEST_F(MemoryOdd, PrintMessage_UpTo1023Bytes_IsWrittenInOneCall) {
+TEST_F(MemoryOfThreeRows, PrintMessage_UpTo1023Bytes_IsWrittenInOneCall) {
     HookScope const scope;
     int const file = open("message", O_WRONLY | O_CREAT | O_TRUNC, 0600);
     for (unsigned int const length : {1022U, 1023U, 1024U, 3000U}) {
@@ -331,7 +331,7 @@ TEST_F(MemoryOdd, PrintMessage_UpTo1023Bytes_IsWrittenInOneCall) {
     EXPECT_EQ(contentOf("message"), std::string(1022 + 1023, 'm') + "ab");
 }
 
-TEST_F(MemoryOdd, FileNames_AreCutBetweenCharactersAndFoundAgain) {
+TEST_F(MemoryOfThreeRows, FileNames_AreCutBetweenCharactersAndFoundAgain) {
     std::string const kanji = "\xe6\x96\x87";
     std::string path = "ab";
     for (int i = 0; i < 90; ++i) {
@@ -352,7 +352,7 @@ TEST_F(MemoryOdd, FileNames_AreCutBetweenCharactersAndFoundAgain) {
     EXPECT_STREQ(memory().getFileName(0), "");
 }
 
-TEST_F(MemoryOdd, ThreadNames_AreCutBetweenCharactersAndTakeNoRowTwice) {
+TEST_F(MemoryOfThreeRows, ThreadNames_AreCutBetweenCharactersAndTakeNoRowTwice) {
     std::string name = "n";
     for (int i = 0; i < 43; ++i) {
         name += "\xe5\x90\x8d";
@@ -373,7 +373,7 @@ TEST_F(MemoryOdd, ThreadNames_AreCutBetweenCharactersAndTakeNoRowTwice) {
     EXPECT_STREQ(memory().getThreadName(0), "");
 }
 
-TEST_F(MemoryOdd, WhileAReportIsWritten_AllocationsWait) {
+TEST_F(MemoryOfThreeRows, WhileAReportIsWritten_AllocationsWait) {
     HookScope const scope;
     static std::atomic<bool> sDone;
     static std::thread sOther;

@@ -1,285 +1,33 @@
-// What an erasure does to the queues while it is at work: judgements may look at any moment.
+// The queue of a message thread beside plain accounts of it: erasures by lot, and mixtures of all that
+// changes it.
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <time.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <functional>
 #include <map>
-#include <memory>
 #include <random>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <vector>
+#include <thread>
+#include <utility>
 
+#include "TestErasure.h"
 #include "TestLog.h"
 #include "TestMessages.h"
+#include "TestStage.h"
+#include "UtlThreadManager.h"
 
 using namespace utltest;
 
 namespace {
 
-using CtlMsg = utl::MsgDrivenThread::ThreadCtlMsg;
-using Judge = std::function<bool(utl::ThreadRawMsg&)>;
-
-constexpr int FIRST = 100;
-constexpr int SECOND = 101;
-constexpr int UNKNOWN_TIMER = 77;
-constexpr unsigned int FRAME = 8;
-
-int idOf(utl::ThreadRawMsg& raw) {
-    int id = 0;
-    raw.getMsgId(&id);
-    return id;
-}
-
-// The number behind the id: of a message, or of a timer.
-int numberOf(utl::ThreadRawMsg const& raw) {
-    int number = 0;
-    std::memcpy(&number, raw.buffer() + sizeof(int), sizeof(number));
-    return number;
-}
-
-bool eraseIf(utl::MsgDrivenThread& thread, Judge judge) {
-    utl::MsgDrivenThread::MsgJudgement<Judge> judgement(&judge);
-    return thread.eraseMsgInternal(&judgement);
-}
-
-// All that is queued, as a question finds it.
-std::vector<int> queuedNumbers(utl::MsgDrivenThread& thread) {
-    std::vector<int> numbers;
-    Judge judge = [&numbers](utl::ThreadRawMsg& raw) {
-        numbers.push_back(numberOf(raw));
-        return false;
-    };
-    utl::MsgDrivenThread::MsgJudgement<Judge> judgement(&judge);
-    thread.hasMsgInternal(&judgement);
-    return numbers;
-}
-
-/// Runs its work in a handler, in front of messages FIRST with the numbers from 0 on.
-class ErasureRoad {
-  public:
-    explicit ErasureRoad(unsigned int messages, unsigned int places = 16) : thread(4, places, "eraser") {
-        collector.onMsg = [this, messages](int id, int) {
-            if (id == BLOCKER) {
-                for (unsigned int i = 0; i < messages; ++i) {
-                    ASSERT_EQ(thread.postMsg(NumberMsg(FIRST, static_cast<int>(i))), 1);
-                }
-                mWork();
-            }
-        };
-        EXPECT_EQ(thread.start(&collector), 0);
-    }
-
-    void run(std::function<void()> work) {
-        mWork = std::move(work);
-        EXPECT_EQ(thread.sendMsgSync(BLOCKER), 1);
-    }
-
-    Collector collector;
-    ScopedMsgThread thread;
-
-  private:
-    std::function<void()> mWork;
-};
-
 using MsgErasure = WithoutWatchdogThread;
-
-TEST_F(MsgErasure, AQuestionOfAJudgement_FindsWhatIsLeftAtThatMoment) {
-    ErasureRoad road(6);
-    std::vector<std::vector<int>> seen;
-    road.run([&] {
-        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
-            bool const isErased = numberOf(raw) % 2 == 0;
-            seen.push_back(queuedNumbers(road.thread));
-            return isErased;
-        }));
-        seen.push_back(queuedNumbers(road.thread));
-    });
-    EXPECT_EQ(seen, (std::vector<std::vector<int>>{{0, 1, 2, 3, 4, 5},
-                                                   {1, 2, 3, 4, 5},
-                                                   {1, 2, 3, 4, 5},
-                                                   {1, 3, 4, 5},
-                                                   {1, 3, 4, 5},
-                                                   {1, 3, 5},
-                                                   {1, 3, 5}}));
-}
-
-TEST_F(MsgErasure, APeekOfAJudgement_GivesTheFirstOfWhatIsLeft) {
-    ErasureRoad road(4);
-    road.run([&] {
-        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
-            int const number = numberOf(raw);
-            utl::ThreadRawMsg first(4);
-            EXPECT_TRUE(road.thread.peekMsg(FIRST, &first));
-            EXPECT_EQ(numberOf(first), number) << "all those in front have been erased";
-            EXPECT_EQ(road.thread.getFirstMsgId(), FIRST);
-            return true;
-        }));
-        EXPECT_FALSE(road.thread.hasMsg(utl::MSG_ID_ANY));
-    });
-}
-
-TEST_F(MsgErasure, AnErasureOfAJudgement_TakesItsOwnOutOfWhatIsLeft) {
-    ErasureRoad road(8);
-    std::vector<int> judged;
-    road.run([&] {
-        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
-            int const number = numberOf(raw);
-            judged.push_back(number);
-            if (number == 3) {
-                EXPECT_TRUE(
-                    eraseIf(road.thread, [](utl::ThreadRawMsg& inner) { return numberOf(inner) >= 5; }));
-                EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3, 4}));
-            }
-            return number % 2 == 0;
-        }));
-        EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3}));
-    });
-    EXPECT_EQ(judged, (std::vector<int>{0, 1, 2, 3, 4}));
-}
-
-TEST_F(MsgErasure, AJudgementThatThrows_LeavesBothQueuesWhole) {
-    ErasureRoad road(6);
-    road.run([&] {
-        EXPECT_THROW(eraseIf(road.thread,
-                             [](utl::ThreadRawMsg& raw) {
-                                 if (numberOf(raw) == 4) {
-                                     throw std::runtime_error("judgement");
-                                 }
-                                 return numberOf(raw) % 2 == 0;
-                             }),
-                     std::runtime_error);
-        EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3, 4, 5}));
-    });
-    EXPECT_EQ(road.thread.sendMsgSync(SECOND), 1);
-    std::vector<Collector::Received> const received = road.collector.received();
-    ASSERT_EQ(received.size(), 6U);
-    EXPECT_EQ(received[1].number, 1);
-    EXPECT_EQ(received[4].number, 5);
-}
-
-TEST_F(MsgErasure, AnErasureThatFails_LeavesBothQueuesWhole) {
-    LogCapture const log;
-    ErasureRoad road(5);
-    road.run([&] {
-        ASSERT_EQ(road.thread.postThreadCtlMsg(SECOND, -1), 1);
-        EXPECT_FALSE(eraseIf(road.thread, [](utl::ThreadRawMsg& raw) { return numberOf(raw) % 2 == 0; }));
-        EXPECT_TRUE(road.thread.eraseMsgFromCtlQueue(SECOND));
-        EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3}));
-        EXPECT_EQ(ThreadAccess::queues(road.thread).frames.size(), 2 * FRAME);
-    });
-    EXPECT_EQ(log.lines().size(), 1U);
-}
-
-// It must not, but nothing is lost if it does; and the place of an erased message is free at once.
-TEST_F(MsgErasure, AJudgementThatPosts_FindsThePlacesOfThoseErased) {
-    LogCapture const log;
-    ErasureRoad road(16, 16);
-    road.run([&] {
-        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
-            int const number = numberOf(raw);
-            EXPECT_EQ(road.thread.postMsg(NumberMsg(SECOND, 100 + number)), number == 0 ? 0 : 1);
-            return true;
-        }));
-        std::vector<int> expected;
-        for (int number = 1; number < 16; ++number) {
-            expected.push_back(100 + number);
-        }
-        EXPECT_EQ(queuedNumbers(road.thread), expected) << "the scan is no longer than the queue was";
-    });
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{
-                               "<UTIL> ERR: MsgDrivenThread(eraser) Overflow MsgDataQueue  MaxCount:16 "
-                               "MsgId:0x00000065"}));
-}
-
-TEST_F(MsgErasure, AJudgementThatKillsATimer_TakesItsTimeoutsOutAndNothingElse) {
-    ErasureRoad road(4);
-    road.run([&] {
-        int const timer = road.thread.setTimer(0);
-        ASSERT_EQ(road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_TIMEOUT, timer), 1);
-        ASSERT_EQ(road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_TIMEOUT, UNKNOWN_TIMER), 1);
-        ASSERT_EQ(road.thread.postMsg(NumberMsg(SECOND, 4)), 1);
-        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
-            int const number = numberOf(raw);
-            if (number == 2 && idOf(raw) == FIRST) {
-                EXPECT_TRUE(road.thread.killTimer(timer));
-            }
-            return number % 2 == 0;
-        }));
-        EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3, UNKNOWN_TIMER}));
-    });
-}
-
-TEST_F(MsgErasure, ErasedTimeoutsBetweenErasedMessages_LeaveTheOthersWithTheirFrames) {
-    ErasureRoad road(0, 64);
-    road.run([&] {
-        int const timer = road.thread.setTimer(0, 0, 0, 0);
-        std::vector<int> kept;
-        for (int i = 0; i < 20; ++i) {
-            int const timeoutOf = i % 2 == 0 ? UNKNOWN_TIMER : timer;
-            ASSERT_EQ(road.thread.postMsg(NumberMsg(i % 3 == 0 ? FIRST : SECOND, 1000 + i)), 1);
-            ASSERT_EQ(road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_TIMEOUT, timeoutOf), 1);
-            if (i % 3 != 0) {
-                kept.push_back(1000 + i);
-            }
-        }
-        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) { return idOf(raw) != SECOND; }));
-        EXPECT_EQ(queuedNumbers(road.thread), kept);
-        EXPECT_TRUE(road.thread.killTimer(timer));
-    });
-}
-
-TEST_F(MsgErasure, TheHookOfATimerThatEnded_FindsBothQueuesWhole) {
-    ErasureRoad road(4);
-    std::vector<int> queued;
-    road.thread.onErase = [&](int, int) { queued = queuedNumbers(road.thread); };
-    road.run([&] {
-        int const timer = road.thread.setTimer(0, 0, 1);
-        ASSERT_EQ(road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_TIMEOUT, timer), 1);
-        ASSERT_EQ(road.thread.postMsg(NumberMsg(SECOND, 4)), 1);
-        EXPECT_TRUE(eraseIf(road.thread, [](utl::ThreadRawMsg& raw) {
-            return idOf(raw) != FIRST || numberOf(raw) % 2 == 0;
-        }));
-        EXPECT_EQ(road.thread.erasedTimers(), std::vector<int>{timer});
-        EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3}));
-    });
-    EXPECT_EQ(queued, (std::vector<int>{1, 3, 4}));
-}
-
-TEST_F(MsgErasure, AShortFrameBehindErasedOnes_KeepsItsBytes) {
-    ErasureRoad road(4);
-    road.run([&] {
-        ASSERT_EQ(road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_START_TIMER, UNKNOWN_TIMER), 1);
-        ASSERT_TRUE(road.thread.earseMsgQueue(4, 4 * FRAME - 3, 3)) << "the end of the last frame";
-        std::vector<unsigned char> const before = ThreadAccess::queues(road.thread).frames;
-        std::vector<unsigned char> expected(before.begin() + FRAME, before.begin() + 2 * FRAME);
-        expected.insert(expected.end(), before.begin() + 3 * FRAME, before.end());
-        int judged = 0;
-        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg&) { return judged++ % 2 == 0; }));
-        EXPECT_EQ(judged, 4);
-        EXPECT_EQ(ThreadAccess::queues(road.thread).frames, expected);
-        EXPECT_EQ(ThreadAccess::queues(road.thread).entries.size(), 2U);
-    });
-}
-
-TEST_F(MsgErasure, AQuestionOfAJudgementToAnotherThread_LeavesTheErasureAlone) {
-    Collector others;
-    ScopedMsgThread other(4, 16, "other");
-    ASSERT_EQ(other.start(&others), 0);
-    ErasureRoad road(6);
-    road.run([&] {
-        EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
-            bool const isErased = numberOf(raw) % 2 == 0;
-            EXPECT_FALSE(other.hasMsg(FIRST));
-            EXPECT_TRUE(other.eraseMsg(FIRST));
-            return isErased;
-        }));
-        EXPECT_EQ(queuedNumbers(road.thread), (std::vector<int>{1, 3, 5}));
-    });
-}
 
 // Erasures by lot, on a message thread and on a model that takes out one message after the other. A script
 // judges on both and does on both what a judgement may do, and some of what it must not; it writes down
@@ -644,8 +392,7 @@ class ErasureByLot {
         mRoad.collector.onMsg = [this](int id, int) {
             if (id == BLOCKER) {
                 setTimers();
-                mRoad.entered.open();
-                mRoad.gate.wait();
+                EXPECT_TRUE(mRoad.gate.hold());
                 mFilled = mSide.queues();
                 mRoad.thread.onErase = [this](int, int timer) { mScript.onEraseTimer(timer); };
                 mScript.run();
@@ -654,7 +401,7 @@ class ErasureByLot {
             }
         };
         ASSERT_EQ(mRoad.thread.postMsg(BLOCKER), 1);
-        ASSERT_TRUE(mRoad.entered.wait());
+        ASSERT_TRUE(mRoad.gate.waitUntilHeld());
         fill();
         mRoad.gate.open();
         ASSERT_TRUE(mDone.wait());
@@ -733,6 +480,120 @@ TEST_F(MsgErasure, OfQueuesByLot_DoesWhatTakingOutOneAfterTheOtherDoes) {
     for (unsigned int seed = 0; seed < 400 && !HasFailure(); ++seed) {
         ErasureByLot(seed).expectWhatTheModelGives();
     }
+}
+
+// Mixtures of all that changes a queue, on a message thread and on a plain list.
+
+/// What the queue of a message thread should hold.
+class Model {
+  public:
+    static constexpr size_t FRAMES = 5;
+
+    explicit Model(OpenedMsgThread& thread) : mThread(thread) {}
+
+    Delivered queued;
+
+    void step(unsigned int choice, int number) {
+        int const id = 1 + number % 3;
+        switch (choice % 8) {
+            case 0:
+            case 1:
+            case 2:
+                post(id, number);
+                break;
+            case 3:
+            case 4:
+                expireTimer(1 + number % 2);
+                break;
+            case 5:
+                erase(number % 5 == 0 ? utl::MSG_ID_TIMER : id);
+                break;
+            case 6:
+                compare(number % 2 == 0 ? utl::MSG_ID_TIMER : id);
+                break;
+            default:
+                compare(utl::MSG_ID_ANY);
+                break;
+        }
+    }
+
+  private:
+    static bool means(int asked, int id) { return asked == utl::MSG_ID_ANY || asked == id; }
+
+    size_t countOf(std::function<bool(std::pair<int, int> const&)> const& isMeant) const {
+        return static_cast<size_t>(std::count_if(queued.begin(), queued.end(), isMeant));
+    }
+
+    void post(int id, int number) {
+        bool const fits = countOf([](auto const& one) { return one.first != utl::MSG_ID_TIMER; }) < FRAMES;
+        EXPECT_EQ(mThread.postMsg(NumberMsg(id, number)), fits ? 1 : 0);
+        if (fits) {
+            queued.emplace_back(id, number);
+        }
+    }
+
+    void expireTimer(int timer) {
+        std::pair<int, int> const entry(utl::MSG_ID_TIMER, timer);
+        mThread.executeTimeoutSignal(timer);
+        if (countOf([&](auto const& one) { return one == entry; }) < (timer == 1 ? 2U : 1U)) {
+            queued.push_back(entry);
+        }
+    }
+
+    void erase(int id) {
+        EXPECT_TRUE(mThread.eraseMsg(id));
+        queued.erase(std::remove_if(queued.begin(), queued.end(),
+                                    [&](auto const& one) { return means(id, one.first); }),
+                     queued.end());
+    }
+
+    void compare(int asked) {
+        auto const found = std::find_if(queued.begin(), queued.end(),
+                                        [&](auto const& one) { return means(asked, one.first); });
+        bool const isThere = found != queued.end();
+        EXPECT_EQ(mThread.hasMsg(asked), isThere);
+        utl::ThreadRawMsg raw(4);
+        ASSERT_EQ(mThread.peekMsg(asked, &raw), isThere);
+        if (isThere) {
+            NumberMsg msg(0);
+            EXPECT_EQ(msg.restoreFrom(raw), 1);
+            EXPECT_EQ(std::make_pair(msg.getMsgId(), msg.mNumber), *found);
+        }
+        EXPECT_EQ(mThread.getFirstMsgId(), queued.empty() ? utl::MSG_ID_NONE : queued.front().first);
+    }
+
+    OpenedMsgThread& mThread;
+};
+
+TEST_F(MsgThreadOnStage, AnyMixtureOfPostsExpiriesErasuresAndQuestions_AgreesWithAPlainList) {
+    Stage stage(5, Model::FRAMES, 2);  // frames of 9 bytes, so that they lie across the end of the ring
+    stage.start();
+    Model model(stage.thread);
+    Delivered expected;
+    unsigned int random = 1;
+    for (int round = 0; round < 60; ++round) {
+        stage.onThread([&] {
+            if (round == 0) {
+                EXPECT_EQ(stage.thread.setTimer(LONG, 0, 0, 1), 1);
+                EXPECT_EQ(stage.thread.setTimer(LONG, 0, 0, 0), 2);
+            }
+            for (int i = 0; i < 30; ++i) {
+                random = random * 1664525U + 1013904223U;
+                model.step(random >> 24, static_cast<int>(random >> 8 & 0xFFFF));
+            }
+        });
+        expected.insert(expected.end(), model.queued.begin(), model.queued.end());
+        model.queued.clear();
+        while (stage.thread.getFirstMsgId() != utl::MSG_ID_NONE) {
+            std::this_thread::yield();
+        }
+    }
+    stage.settle();
+    EXPECT_EQ(stage.delivered(), expected);
+    EXPECT_GT(expected.size(), 60U);
+    EXPECT_EQ(countWith("Mismatched"), 0U);
+    EXPECT_EQ(countWith("executeEraseMsg"), 0U);
+    EXPECT_EQ(countWith("Error. MsgId"), 0U);
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+// Starts no thread.
+
 // What the code tables hold, by the numbers of the characters.
 
 #include <gtest/gtest.h>

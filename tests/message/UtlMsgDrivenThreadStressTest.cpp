@@ -2,18 +2,28 @@
 // and a shared one, whose handlers send on.
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <time.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "TestHooks.h"
 #include "TestLog.h"
+#include "TestMessages.h"
 #include "TestSharedThread.h"
+#include "TestStage.h"
+#include "UtlThreadManager.h"
 
 using namespace utltest;
 
@@ -547,6 +557,75 @@ TEST(MessageStress, AStopInTheMiddle_LetsEverySenderComeBackAndDeliversNothingTw
         stress.check(false);
     }
     expectOverflowsAlone(log.lines());
+}
+
+TEST_F(MsgThreadOnStage, SynchronousSendersAndAnEraser_AgreeOnWhatWasDelivered) {
+    Stage stage;
+    stage.start();
+    std::atomic<int> done{0};
+    std::atomic<int> senders{2};
+    auto const send = [&](int id) {
+        for (int i = 0; i < 150; ++i) {
+            done += stage.thread.sendMsgSync(NumberMsg(id, i));
+        }
+        --senders;
+    };
+    {
+        JoinedThread one([&] { send(1); });
+        JoinedThread two([&] { send(2); });
+        JoinedThread eraser([&] {
+            while (senders > 0) {
+                EXPECT_TRUE(stage.thread.eraseMsg(1));
+                stage.thread.hasMsg(2);
+            }
+        });
+    }
+    EXPECT_EQ(static_cast<int>(stage.delivered().size()), done.load());
+    EXPECT_GE(done.load(), 150);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(MsgThreadOnStage, TimersSetKilledErasedAndFiredAtOnce_LeaveExactlyOnceEach) {
+    Collector collector;
+    OpenedMsgThread thread(8, 64, "road", 3);
+    ASSERT_EQ(thread.start(&collector), 0);
+    std::mutex mutex;
+    std::vector<int> made;
+    std::atomic<int> players{3};
+    auto const play = [&] {
+        for (int i = 0; i < 60; ++i) {
+            int const timer = thread.setTimer(1, i % 2, static_cast<unsigned int>(1 + i % 3), i / 2 % 2);
+            if (timer > 0) {
+                std::lock_guard<std::mutex> const guard(mutex);
+                made.push_back(timer);
+            }
+            if (timer > 0 && i % 3 == 0) {
+                thread.killTimer(timer, i % 5 == 0 ? 1 : 0);
+                EXPECT_FALSE(thread.killTimer(timer));
+            }
+        }
+        --players;
+    };
+    {
+        JoinedThread one(play);
+        JoinedThread two(play);
+        JoinedThread three(play);
+        JoinedThread eraser([&] {
+            while (players > 0) {
+                EXPECT_TRUE(thread.eraseMsg(utl::MSG_ID_TIMER));
+                EXPECT_LE(thread.remTimerIdCount(), 3U);
+            }
+        });
+    }
+    thread.finish();
+    std::vector<int> gone = thread.erasedTimers();
+    std::sort(gone.begin(), gone.end());
+    std::sort(made.begin(), made.end());
+    EXPECT_FALSE(made.empty());
+    EXPECT_EQ(gone, made);
+    EXPECT_EQ(thread.remTimerIdCount(), 3U);
+    EXPECT_EQ(hooks::timerCreate.calls(), hooks::timerDelete.calls());
+    EXPECT_TRUE(log.lines().empty());
 }
 
 }  // namespace

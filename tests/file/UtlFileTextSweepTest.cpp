@@ -1,4 +1,4 @@
-// Text in files where it is easy to get wrong: pieces of it at any place, at any border and in any state.
+// Text at any place, at any border and in any state, beside plain accounts of it.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -10,9 +10,11 @@
 #include <cerrno>
 #include <cstring>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "TestCommand.h"
 #include "TestHooks.h"
 #include "TestTextFile.h"
 #include "UtlCharSet.h"
@@ -22,45 +24,18 @@
 
 namespace {
 
-using utltest::Buffer;
-using utltest::contentOf;
-using utltest::encoded;
+using namespace utltest;
 using HookScope = utltest::OwnHookScope;
-using utltest::TextRead;
-using utltest::UNTOUCHED;
 namespace hooks = utltest::hooks;
+using namespace std::string_literals;
+using utl::File;
+using Lines = std::vector<std::string>;
 
-using FileText = utltest::TextInFolder;
+using FileText = utltest::FileLine;
 
-constexpr int TYPES[] = {utl::File::TEXT_SJIS, utl::File::TEXT_UTF8, utl::File::TEXT_UTF16_BIG,
-                         utl::File::TEXT_UTF16_LITTLE};
-constexpr int TYPES_OF_UNITS[] = {utl::File::TEXT_UTF16_BIG, utl::File::TEXT_UTF16_LITTLE};
 constexpr unsigned long long ANYWHERE = 0xFFFFFFFFFFFFFFFFULL;
 
 char const BOM[] = "\xEF\xBB\xBF";
-
-/// What the search for the end of a line gave.
-struct LineEnd {
-    int result;
-    unsigned int lineSize;
-    unsigned int eolSize;
-    long long position;
-
-    bool operator==(LineEnd const& other) const {
-        return result == other.result && lineSize == other.lineSize && eolSize == other.eolSize &&
-               position == other.position;
-    }
-    friend std::ostream& operator<<(std::ostream& out, LineEnd const& end) {
-        return out << end.result << " (" << end.lineSize << " + " << end.eolSize << ") at " << end.position;
-    }
-};
-
-LineEnd foundIn(utl::File& file) {
-    LineEnd end = {0, UNTOUCHED, UNTOUCHED, 0};
-    end.result = file.findNextLineSize(0, &end.lineSize, &end.eolSize);
-    end.position = file.position();
-    return end;
-}
 
 /// One step of a walk: how many bytes it goes, and what the character is. Marks and broken bytes are none.
 struct Step {
@@ -147,7 +122,7 @@ std::vector<std::string> piecesOf(int textType) {
 
 TEST_F(FileText, FindNextLineSize_AgreesWithAWalkFromCharacterToCharacter_ForAnyMixOfBytes) {
     std::mt19937 random(20251120);
-    for (int const textType : TYPES) {
+    for (int const textType : ALL_TYPES) {
         std::vector<std::string> const pieces = piecesOf(textType);
         for (int round = 0; round < 400; ++round) {
             std::string content;
@@ -158,7 +133,7 @@ TEST_F(FileText, FindNextLineSize_AgreesWithAWalkFromCharacterToCharacter_ForAny
             utl::File& file = reading(content, textType);
             unsigned int const from = random() % 3 == 0 ? static_cast<unsigned int>(random() % 3) : 0;
             file.seek(from, utl::File::FROM_START);
-            EXPECT_EQ(foundIn(file), walked(content, from, textType))
+            EXPECT_EQ(findLineEnd(file), walked(content, from, textType))
                 << testing::PrintToString(content) << " from " << from << " as " << textType;
         }
     }
@@ -166,7 +141,7 @@ TEST_F(FileText, FindNextLineSize_AgreesWithAWalkFromCharacterToCharacter_ForAny
 }
 
 TEST_F(FileText, FindNextLineSize_AgreesWithAWalkFromCharacterToCharacter_AroundEveryPowerOfTwo) {
-    for (int const textType : TYPES) {
+    for (int const textType : ALL_TYPES) {
         unsigned int const unit = textType >= utl::File::TEXT_UTF16_BIG ? 2 : 1;
         std::string const filler = encoded(std::string(8192, 'x'), textType);
         for (std::string const& piece : piecesOf(textType)) {
@@ -176,7 +151,7 @@ TEST_F(FileText, FindNextLineSize_AgreesWithAWalkFromCharacterToCharacter_Around
                 for (unsigned int at = border - 8; at <= border; at += unit) {
                     LineEnd const expected = {static_cast<int>(at) + inTail.result, at + inTail.lineSize,
                                               inTail.eolSize, at + inTail.position};
-                    ASSERT_EQ(foundIn(reading(filler.substr(0, at) + tail, textType)), expected)
+                    ASSERT_EQ(findLineEnd(reading(filler.substr(0, at) + tail, textType)), expected)
                         << testing::PrintToString(piece) << " at " << at << " as " << textType;
                 }
             }
@@ -207,7 +182,7 @@ std::string inType(Character const& character, int textType) {
 }
 
 TEST_F(FileText, ReadLine_GivesTheSameLinesInEveryEncoding) {
-    for (int const textType : TYPES) {
+    for (int const textType : ALL_TYPES) {
         std::mt19937 random(7);
         std::string content;
         std::vector<std::string> lines;
@@ -237,7 +212,7 @@ TEST_F(FileText, ReadLine_GivesTheSameLinesInEveryEncoding) {
 }
 
 TEST_F(FileText, ReadLine_TakesALineThatFitsTheBufferWithTheTerminatorOfTheFileAndNoLongerOne) {
-    for (int const textType : TYPES) {
+    for (int const textType : ALL_TYPES) {
         unsigned int const unit = textType >= utl::File::TEXT_UTF16_BIG ? 2 : 1;
         for (unsigned int size = 5112; size <= 5124; size += unit) {
             utl::File& file = reading(encoded(std::string(size / unit, 'l') + "\nnext", textType), textType);
@@ -259,7 +234,7 @@ TEST_F(FileText, ReadLine_TakesALineThatFitsTheBufferWithTheTerminatorOfTheFileA
 }
 
 TEST_F(FileText, ReadText_RefusesFromExactlyTheLengthAndTheBufferSizeThatAreTooMuchAndTooLittle) {
-    for (int const textType : TYPES) {
+    for (int const textType : ALL_TYPES) {
         unsigned int const unit = textType >= utl::File::TEXT_UTF16_BIG ? 2 : 1;
         utl::File& file = reading(encoded(std::string(6000, 't'), textType), textType);
         for (unsigned int const length : {1U, 2U, 5117U, 5118U, 5119U, 5120U, 5121U, 0x80000001U, ~0U}) {
@@ -310,7 +285,7 @@ TEST_F(FileText, ReadText_LeavesOutOneMarkAtTheFrontOfEachReadAndNoOther) {
 }
 
 TEST_F(FileText, ReadLine_OfAnEmptyLineThatAsksForTheSize_WritesNothingAndStays) {
-    for (int const textType : TYPES) {
+    for (int const textType : ALL_TYPES) {
         utl::File& file = reading(encoded("\r\nx", textType), textType);
         Buffer const buffer(1);
         unsigned int outputLength = UNTOUCHED;
@@ -318,44 +293,6 @@ TEST_F(FileText, ReadLine_OfAnEmptyLineThatAsksForTheSize_WritesNothingAndStays)
         EXPECT_EQ(outputLength, 0U);
         EXPECT_EQ(buffer.text(), "~");
         EXPECT_EQ(file.position(), 0);
-    }
-}
-
-/// What `call` gives while number `n` of its calls of one kind fails.
-template <typename CALL>
-auto withNthFailing(int kind, unsigned int n, CALL call) {
-    HookScope const scope;
-    if (kind == 0) {
-        hooks::read.failFrom(n, 1, -1, EIO);
-    } else if (kind == 1) {
-        hooks::lseek.failFrom(n, 1, -1, EIO);
-    } else {
-        hooks::fstat.failFrom(n, 1, -1, EIO);
-    }
-    return call();
-}
-
-TEST_F(FileText, ReadLine_WhoseNthSystemCallFails_GivesMinusOneWithALineAndTheNextOneReadsTheLine) {
-    for (int const textType : TYPES) {
-        utl::File& file = reading(encoded("first line\r\nsecond", textType), textType);
-        TextRead const line = readLine(file);
-        for (int kind = 0; kind < 3; ++kind) {
-            bool isThrough = false;
-            for (unsigned int n = 1; !isThrough && n < 200; ++n) {
-                file.seek(0, utl::File::FROM_START);
-                mLog.clear();
-                unsigned int outputLength = UNTOUCHED;
-                Buffer const buffer(100);
-                int const result =
-                    withNthFailing(kind, n, [&] { return file.readLine(buffer.get(), 100, &outputLength); });
-                isThrough = result != -1;
-                EXPECT_EQ(mLog.lines().empty(), isThrough) << kind << ", " << n;
-                EXPECT_EQ(outputLength, isThrough ? line.length : UNTOUCHED);
-                file.seek(0, utl::File::FROM_START);
-                EXPECT_EQ(readLine(file), line);
-            }
-            EXPECT_TRUE(isThrough);
-        }
     }
 }
 
@@ -395,149 +332,14 @@ ssize_t readTwoAtMost(int descriptor, void* buffer, size_t length) {
 
 TEST_F(FileText, SearchesFindWhatIsThere_AlsoWhenTheSystemGivesTwoBytesAtATime) {
     HookScope const scope;
-    for (int const textType : TYPES) {
+    for (int const textType : ALL_TYPES) {
         utl::File& file = reading(encoded("a line of text\r\n", textType) + "key", textType);
         hooks::read.replace(readTwoAtMost);
         int const unit = textType >= utl::File::TEXT_UTF16_BIG ? 2 : 1;
-        EXPECT_EQ(foundIn(file), (LineEnd{16 * unit, static_cast<unsigned int>(14 * unit),
-                                          static_cast<unsigned int>(2 * unit), 16 * unit}));
+        EXPECT_EQ(findLineEnd(file), (LineEnd{16 * unit, static_cast<unsigned int>(14 * unit),
+                                              static_cast<unsigned int>(2 * unit), 16 * unit}));
         EXPECT_EQ(file.seekKey("key", 0, ANYWHERE, utl::File::AFTER_KEY), 16 * unit + 3);
         hooks::read.reset();
-    }
-}
-
-TEST_F(FileText, NextEOLSize_IsRightForEveryPairOfBytesAndStays) {
-    std::string const bytes = {'\r', '\n', 'a', '\0', '\x85', ' '};
-    auto const isEnd = [](char byte) { return byte == '\r' || byte == '\n'; };
-    for (int const textType : {0, 1, 2, 3, 9}) {
-        for (char const first : bytes) {
-            utl::File& last = reading(std::string("xyz") + first, textType);
-            last.seek(3, utl::File::FROM_START);
-            EXPECT_EQ(last.nextEOLSize(), isEnd(first) ? 1 : -1);
-            EXPECT_EQ(last.position(), 3);
-            for (char const second : bytes) {
-                utl::File& file = reading(std::string("x") + first + second + "\n", textType);
-                file.seek(1, utl::File::FROM_START);
-                EXPECT_EQ(file.nextEOLSize(), first == '\r' && second == '\n' ? 2 : isEnd(first) ? 1 : -1);
-                EXPECT_EQ(file.position(), 1);
-            }
-        }
-    }
-    EXPECT_EQ(mLog.lines(), std::vector<std::string>());
-}
-
-/// The search by one byte after the other, which begins anew behind a byte that does not match.
-long long searched(std::string const& content, std::string const& key, std::size_t start, std::size_t range,
-                   int mode) {
-    std::size_t match = 0;
-    for (std::size_t i = start; i < content.size() && i - start < range; ++i) {
-        match = content[i] == key[match] ? match + 1 : 0;
-        if (match == key.size()) {
-            return static_cast<long long>(mode == 1 ? i + 1 : i + 1 - key.size());
-        }
-    }
-    return -2;
-}
-
-TEST_F(FileText, SeekKey_AgreesWithASearchByteByByteThatNeverGoesBack) {
-    std::mt19937 random(3);
-    for (int round = 0; round < 1500; ++round) {
-        std::string content;
-        for (auto i = random() % 24; i > 0; --i) {
-            content += "ab\0"[random() % (round % 2 == 0 ? 2 : 3)];
-        }
-        std::string key;
-        for (auto i = 1 + random() % 4; i > 0; --i) {
-            key += "ab\0"[random() % 3];
-        }
-        unsigned int const position = static_cast<unsigned int>(random() % 30);
-        bool const isHere = random() % 2 == 0;
-        unsigned int const start = isHere ? position : static_cast<unsigned int>(random() % 30);
-        unsigned int const range = static_cast<unsigned int>(random() % 26);
-        int const mode = static_cast<int>(random() % 4) - 1;
-        utl::File& file = reading(content, round % 4);
-        file.seek(position, utl::File::FROM_START);
-        std::vector<unsigned char> const bytes(key.begin(), key.end());
-        long long const result = file.seekKey(bytes.data(), static_cast<unsigned int>(key.size()),
-                                              isHere ? utl::File::KEY_FROM_POSITION : start, range, mode);
-        EXPECT_EQ(result, searched(content, key, start, range, mode))
-            << testing::PrintToString(key) << " in " << testing::PrintToString(content) << " from " << start
-            << " for " << range;
-        EXPECT_EQ(file.position(), result == -2 ? position : result);
-    }
-    EXPECT_EQ(mLog.lines(), std::vector<std::string>());
-}
-
-TEST_F(FileText, SeekKey_FindsAKeyAcrossEveryBorder_InARangeThatEndsWithItAndInNoSmallerOne) {
-    for (unsigned int border = 64; border <= 16384; border *= 2) {
-        for (unsigned int lead = 0; lead <= 6; ++lead) {
-            unsigned int const at = border - lead;
-            // Begins of the key right in front of it and at its end.
-            std::string const content = std::string(at - 2, '-') + "--keykez" + "key";
-            utl::File& file = reading(content, utl::File::TEXT_UTF8);
-            file.seek(5, utl::File::FROM_START);
-            EXPECT_EQ(file.seekKey("kez", 5, at + 6 - 5 - 1, utl::File::AT_KEY), utl::File::KEY_NOT_FOUND);
-            EXPECT_EQ(file.position(), 5);
-            EXPECT_EQ(file.seekKey("kez", 5, at + 6 - 5, utl::File::AT_KEY), at + 3);
-            file.seek(5, utl::File::FROM_START);
-            EXPECT_EQ(file.seekKey("kez", utl::File::KEY_FROM_POSITION, at + 6 - 5 - 1, utl::File::AFTER_KEY),
-                      utl::File::KEY_NOT_FOUND);
-            EXPECT_EQ(file.seekKey("kez", utl::File::KEY_FROM_POSITION, at + 6 - 5, utl::File::AFTER_KEY),
-                      at + 6);
-            EXPECT_EQ(file.seekKey("key", utl::File::KEY_FROM_POSITION, 3, utl::File::AFTER_KEY), at + 9);
-            EXPECT_EQ(file.seekKey("ykey", 0, ANYWHERE, utl::File::AT_KEY), utl::File::KEY_NOT_FOUND);
-            EXPECT_EQ(file.position(), at + 9);
-        }
-    }
-}
-
-TEST_F(FileText, SeekKey_OfAKeyThatIsLongerThanAnyBlock_FindsItAtItsFirstByte) {
-    std::string key(20000, 'k');
-    key.back() = 'e';
-    utl::File& file = reading("--" + key + "kk", utl::File::TEXT_UTF8);
-    EXPECT_EQ(file.seekKey(key.c_str(), 0, ANYWHERE, utl::File::AT_KEY), 2);
-    EXPECT_EQ(file.seekKey(key.c_str(), 2, 20000, utl::File::AFTER_KEY), 20002);
-    EXPECT_EQ(file.seekKey(key.c_str(), 2, 19999, utl::File::AFTER_KEY), utl::File::KEY_NOT_FOUND);
-    EXPECT_EQ(file.seekKey((key + "kkk").c_str(), 2, ANYWHERE, utl::File::AFTER_KEY),
-              utl::File::KEY_NOT_FOUND);
-    EXPECT_EQ(file.position(), 20002);
-}
-
-TEST_F(FileText, SeekKey_FromAStartThatIsNoPosition_FailsOrFindsNothingAndStays) {
-    utl::File& file = reading("key", utl::File::TEXT_UTF8);
-    file.seek(1, utl::File::FROM_START);
-    for (unsigned long long const start : {3ULL, 4ULL, 0x100000000ULL, 0x100000001ULL}) {
-        EXPECT_EQ(file.seekKey("k", start, ANYWHERE, utl::File::AFTER_KEY), utl::File::KEY_NOT_FOUND)
-            << start;
-        EXPECT_EQ(file.position(), 1);
-    }
-    EXPECT_EQ(mLog.lines(), std::vector<std::string>());
-    for (unsigned long long const start :
-         {0x8000000000000000ULL, utl::File::KEY_FROM_POSITION - 1, ANYWHERE}) {
-        EXPECT_EQ(file.seekKey("k", start, 3, utl::File::AFTER_KEY), -1) << start;
-        EXPECT_EQ(file.position(), 1);
-        EXPECT_EQ(mLog.count(error("lseek64 Failed. errno[22]")), 1U);
-        mLog.clear();
-    }
-    EXPECT_EQ(file.seekKey("y", utl::File::KEY_FROM_POSITION, 2, utl::File::AT_KEY), 2);
-}
-
-TEST_F(FileText, SeekKey_WhoseNthSystemCallFails_GivesMinusOneWithALineAndStays) {
-    utl::File& file = reading(std::string(30, '-') + "key", utl::File::TEXT_UTF8);
-    for (int kind = 0; kind < 3; ++kind) {
-        bool isThrough = false;
-        for (unsigned int n = 1; !isThrough && n < 200; ++n) {
-            file.seek(3, utl::File::FROM_START);
-            mLog.clear();
-            long long const result = withNthFailing(
-                kind, n, [&] { return file.seekKey("key", 1, ANYWHERE, utl::File::AFTER_KEY); });
-            isThrough = result == 33;
-            EXPECT_EQ(result, isThrough ? 33 : -1);
-            EXPECT_EQ(mLog.lines().empty(), isThrough) << kind << ", " << n;
-            // The `lseek` that fails may be the one to the place that was found.
-            EXPECT_TRUE(file.position() == (isThrough ? 33 : 3) || kind == 1) << kind << ", " << n;
-        }
-        EXPECT_TRUE(isThrough);
     }
 }
 
@@ -563,129 +365,262 @@ TEST_F(FileText, LinesAndKeysAreFoundAcrossFourGibibytes) {
     }
 }
 
-/// What `writeText` of ASCII gives, and which bytes it writes.
-struct Written {
-    int result;
-    std::string bytes;
+// --- any bytes, against the same search written plainly, a character at a time
+
+class PlainSearch {
+  public:
+    PlainSearch(std::string const& content, int type, std::size_t start)
+        : mContent(content), mType(type), mAt(start) {}
+
+    LineEnd run() {
+        while (!mIsFound &&
+               (mType >= File::TEXT_UTF16_BIG ? mAt + 2 <= mContent.size() : mAt < mContent.size())) {
+            mType == File::TEXT_SJIS ? sjis() : mType == File::TEXT_UTF8 ? utf8() : utf16();
+        }
+        return {mIsFound ? static_cast<int>(mTotal) : 0, mTotal - mPending, mPending,
+                static_cast<long long>(mIsFound ? mAt : mContent.size())};
+    }
+
+  private:
+    void sjis() {
+        std::string const six = mContent.substr(mAt, 6);
+        char form[8] = {};
+        unsigned int consumed = 0;
+        utl::convertCharFromSjisToUtf8(form, sizeof(form), six.c_str(), &consumed);
+        if (consumed == 2 && six[1] == '\n') {
+            consumed = 1;
+        }
+        character(form, consumed);
+    }
+
+    void utf8() {
+        std::string const six = mContent.substr(mAt, 6);
+        bool isMark = false;
+        unsigned int const bytes = utl::strCharBytesBase<char>(six.c_str(), &isMark);
+        if (isMark) {
+            pass(3);
+        } else if (bytes == 0 || bytes == utl::INVALID_SIZE) {
+            pass(1);
+        } else {
+            character(six.substr(0, bytes), bytes);
+        }
+    }
+
+    void utf16() {
+        auto const first = static_cast<unsigned char>(mContent[mAt]);
+        auto const second = static_cast<unsigned char>(mContent[mAt + 1]);
+        int const unit = mType == File::TEXT_UTF16_BIG ? first * 256 + second : second * 256 + first;
+        char form[4] = {};
+        if (utl::convertCharFromUtf16ToUtf8(form, sizeof(form), static_cast<unsigned short>(unit), nullptr) ==
+            0) {
+            pass(2);
+        } else {
+            character(form, 2);
+        }
+    }
+
+    void pass(unsigned int bytes) {
+        mAt += bytes;
+        mTotal += bytes;
+    }
+
+    void character(std::string const& form, unsigned int bytes) {
+        mIsFound = form == "\n";
+        mPending = mIsFound || form == "\r" ? mPending + bytes : 0;
+        pass(bytes);
+    }
+
+    std::string const& mContent;
+    int const mType;
+    std::size_t mAt;
+    unsigned int mTotal = 0;
+    unsigned int mPending = 0;
+    bool mIsFound = false;
 };
 
-Written writtenOf(std::string const& text, unsigned int length, unsigned int offset, int textType) {
-    unsigned int const unit = textType == utl::File::TEXT_UTF8 ? 1 : 2;
-    std::string const rest = text.substr(offset);
-    unsigned int const limit = static_cast<unsigned int>(rest.size()) + 1 + offset - unit;
-    if (limit == 0) {
-        return {0, ""};
+// Bytes that matter, and now and then a run that is longer than a block.
+std::string anyBytes(std::minstd_rand& lots) {
+    static std::string const pieces[] = {"\r",           "\n",
+                                         "\0"s,          "a",
+                                         "\x81",         "\xE3\x81\x82",
+                                         "\xE3",         "\x82\xA0",
+                                         "\xEF\xBB\xBF", "\xF0\x9F\x98\x80",
+                                         "\xFE",         "\xFF",
+                                         "\xFE\xFF",     "\xFF\xFE",
+                                         "\0\r"s,        "\0\n"s,
+                                         "\r\0"s,        "\n\0"s,
+                                         "\xB1",         "\x40",
+                                         "\xC2"};
+    std::string bytes;
+    for (unsigned int count = 0; count < 2000; ++count) {
+        std::string const& piece = pieces[lots() % std::size(pieces)];
+        bool const isRun = lots() % 200 == 0;
+        for (auto i = isRun ? lots() % 3000 : 1; i > 0; --i) {
+            bytes += piece;
+        }
     }
-    std::string const bytes = offset >= limit ? "" : encoded(rest, textType).substr(0, length);
-    return bytes.empty() ? Written{-1, ""} : Written{static_cast<int>(bytes.size()), bytes};
+    return bytes;
 }
 
-TEST_F(FileText, WriteText_CountsTheRestOfAShortTextAsEver) {
-    for (int const textType :
-         {utl::File::TEXT_UTF8, utl::File::TEXT_UTF16_BIG, utl::File::TEXT_UTF16_LITTLE}) {
-        for (unsigned int size = 0; size <= 5; ++size) {
-            std::string const text = std::string("abcde").substr(0, size);
-            for (unsigned int offset = 0; offset <= size; ++offset) {
-                for (unsigned int length = 0; length <= 11; ++length) {
-                    utl::File& file = writing("", textType);
-                    Written const expected = writtenOf(text, length, offset, textType);
-                    EXPECT_EQ(file.writeText(text.c_str(), length, offset), expected.result)
-                        << size << ", " << length << ", " << offset << " as " << textType;
-                    EXPECT_EQ(written(), expected.bytes);
-                }
+// Calls `check(start, line)` for every line of files with such bytes.
+template <typename CHECK>
+void forAnyLines(File& file, std::string const& content, CHECK check) {
+    for (int const type : ALL_TYPES) {
+        ASSERT_EQ(file.setTextType(type), 1);
+        for (long long start = 0; start < static_cast<long long>(content.size());) {
+            SCOPED_TRACE(testing::PrintToString(content.substr(static_cast<std::size_t>(start), 100)));
+            SCOPED_TRACE(type);
+            LineEnd const line = PlainSearch(content, type, static_cast<std::size_t>(start)).run();
+            file.seek(start, File::FROM_START);
+            check(start, line);
+            if (testing::Test::HasFailure()) {
+                return;
             }
+            start = line.position;
         }
     }
 }
 
-TEST_F(FileText, WriteText_OfALongText_WritesTheFirst5119BytesAlsoWhereTheyEndInsideACharacter) {
-    std::string text;
-    for (int i = 0; i < 7000; ++i) {
-        text += "\xE3\x81\x82";
+TEST_F(FileLine, FindNextLineSize_OfAnyBytes_GivesWhatACharacterAtATimeGives) {
+    std::minstd_rand lots(1);
+    for (unsigned int round = 0; round < 10; ++round) {
+        std::string const content = anyBytes(lots);
+        File& file = reading(content, File::TEXT_UTF8);
+        forAnyLines(file, content,
+                    [&](long long, LineEnd const& line) { EXPECT_EQ(findLineEnd(file), line); });
     }
-    EXPECT_EQ(writing("", utl::File::TEXT_UTF8).writeText(text.c_str(), 5120, 0), -1);
-    EXPECT_EQ(writing("", utl::File::TEXT_UTF8).writeText(text.c_str(), 5119, 2), 5119);
-    EXPECT_EQ(written(), text.substr(2, 5119));
-    EXPECT_EQ(writing("", utl::File::TEXT_UTF16_LITTLE).writeText(text.c_str(), 5119, 3), 5119);
-    std::string const bytes = written();
-    EXPECT_EQ(bytes.size(), 5119U);
-    EXPECT_EQ(bytes.substr(5114), "\x42\x30\x42\x30\x42");
 }
 
-TEST_F(FileText, WriteText_ThatHasNoFormInUtf16_WritesNothingWithoutALineOrAChangedFolder) {
-    HookScope const scope;
-    for (int const textType : TYPES_OF_UNITS) {
-        for (char const* const text : {"\x82", "ab\xFFz", "\xFE"}) {
-            utl::File& file = writing("old", textType);
-            hooks::write.failFrom(1, 0, -1, EIO);
-            hooks::chmod.failFrom(1, 0, -1, EIO);
-            EXPECT_EQ(file.writeText(text, 100, 0), -1);
-            EXPECT_EQ(hooks::write.calls(), 0U);
-            EXPECT_EQ(hooks::chmod.calls(), 0U);
+TEST_F(FileLine, ReadLine_OfAnyBytes_GivesWhatSearchAndReadTextGive) {
+    std::minstd_rand lots(2);
+    for (unsigned int round = 0; round < 10; ++round) {
+        std::string const content = anyBytes(lots);
+        File& file = reading(content, File::TEXT_UTF8);
+        forAnyLines(file, content, [&](long long start, LineEnd const& line) {
+            auto const size = static_cast<unsigned int>(1 + lots() % 5119);
+            TextRead expected =
+                line.lineSize != 0 ? readText(file, line.lineSize, size) : TextRead{0, "", 0, start};
+            expected.position = expected.result >= 0 ? line.position : expected.position;
+            file.seek(start, File::FROM_START);
+            EXPECT_EQ(readLine(file, size), expected);
+        });
+    }
+}
+
+// Text files as other programs see them: what they make is read, and what is written is what they expect. The
+// text is that of Japanese manual pages; the converter runs as a program, since that of a 32-bit C library
+// may lack its tables.
+
+struct Encoding {
+    int type;
+    char const* iconvName;
+    char const* fileName;  ///< null for what `file` does not know
+};
+
+constexpr Encoding ENCODINGS[] = {{File::TEXT_SJIS, "CP932", nullptr},
+                                  {File::TEXT_UTF8, "UTF-8", "utf-8"},
+                                  {File::TEXT_UTF16_BIG, "UTF-16BE", "utf-16be"},
+                                  {File::TEXT_UTF16_LITTLE, "UTF-16LE", "utf-16le"}};
+
+Lines linesOf(std::string const& text) {
+    std::istringstream stream(text);
+    Lines lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+class FileTextTools : public utltest::TextInFolder {
+  protected:
+    FileTextTools() {
+        // What code page 932 lacks is left out once, so that all encodings hold the same.
+        outputOf(
+            "gzip -cd /usr/share/man/ja/man1/[a-d]*.gz | iconv -c -f UTF-8 -t CP932 | iconv -f CP932 -t "
+            "UTF-8 "
+            ">pages");
+        mPages = linesOf(utltest::contentOf("pages"));
+        EXPECT_GT(mPages.size(), 10000U);
+    }
+
+    static void makeFile(Encoding const& encoding, std::string const& filter = "cat") {
+        outputOf("<pages " + filter + " | iconv -f UTF-8 -t " + encoding.iconvName + " >made");
+    }
+
+    static std::string read(File& file) {
+        std::string const position = std::to_string(file.position());
+        TextRead const line = readLine(file);
+        return line.result >= 0 ? line.text : "result " + std::to_string(line.result) + " at " + position;
+    }
+
+    void expectThePages(int type) {
+        File file("made", type);
+        ASSERT_EQ(file.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
+        for (std::string const& expected : mPages) {
+            ASSERT_EQ(read(file), expected);
         }
+        EXPECT_EQ(readLine(file).result, File::END_OF_FILE);
     }
-    EXPECT_EQ(mLog.lines(), std::vector<std::string>());
-    EXPECT_EQ(contentOf("text"), "old");
-}
 
-TEST_F(FileText, WriteText_InUtf16_WritesAMarkOfItsTextAndAReferenceMarkForWhatHasNoUnit) {
-    std::string const text = std::string(BOM) +
-                             "\xF0\x9F\x8D\xA3"
-                             "a\xE3\x81";
-    EXPECT_EQ(writing("", utl::File::TEXT_UTF16_BIG).writeText(text.c_str(), 5119, 0), 6);
-    EXPECT_EQ(written(), std::string("\xFE\xFF\x20\x3B\0a", 6));
-    // One character, be it a mark, is not written.
-    EXPECT_EQ(writing("", utl::File::TEXT_UTF16_BIG).writeText(BOM, 5119, 0), 0);
-    EXPECT_EQ(written(), "");
-}
+    Lines mPages;
+};
 
-TEST_F(FileText, ALogLine_ReachesAFileBeforeItIsTakenForAFormatOnceMore) {
-    utl::File& file = writing("", utl::File::TEXT_UTF8);
-    rawlog(utl::LOG_TYPE_DEFAULT, utl::LOG_LEVEL_ERROR, &file, "%s", "50%% of %d %n\n");
-    EXPECT_EQ(mLog.console().back(), "50% of %d %n\n");
-    EXPECT_EQ(written(), "50%% of %d %n\n");
-}
-
-TEST_F(FileText, ALogLine_WhoseFileIsFull_StandsBehindTheLinesAboutThatAndKeepsErrno) {
-    HookScope const scope;
-    utl::File& file = writing("", utl::File::TEXT_UTF8);
-    hooks::write.failFrom(1, 0, -1, ENOSPC);
-    errno = ENOTTY;
-    applog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_ERROR, &file, "full: %m");
-    EXPECT_EQ(errno, ENOTTY);
-    EXPECT_EQ(mLog.lines(), (std::vector<std::string>{error("WriteFile Failed. errno[28]"),
-                                                      error("writeFile Failed. Path:text"),
-                                                      error("full: Inappropriate ioctl for device")}));
-    EXPECT_EQ(mLog.systemLog().size(), 3U);
-    EXPECT_EQ(mLog.systemLog().front().text.find("<UTIL> ERR: full: "), 0U);
-    EXPECT_EQ(written(), "");
-}
-
-TEST_F(FileText, ALogLine_GoesToAFileWholeInItsEncoding_ItsLineEndToo) {
-    for (int const textType : TYPES_OF_UNITS) {
-        utl::File& file = writing("", textType);
-        applog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DEBUG, &file, "%s", std::string(400, 'w').c_str());
-        std::string const line = mLog.console().back();
-        EXPECT_EQ(line.size(), 255U);
-        EXPECT_EQ(line.substr(250), "...\r\n");
-        EXPECT_EQ(written(), encoded(line, textType));
+TEST_F(FileTextTools, LinesOfTheirFiles_AreTheSameInEveryEncoding) {
+    for (Encoding const& encoding : ENCODINGS) {
+        SCOPED_TRACE(encoding.iconvName);
+        makeFile(encoding);
+        expectThePages(encoding.type);
     }
-    // One character is not written in UTF-16, and Shift-JIS is for reading.
-    rawlog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_ERROR, &writing("", utl::File::TEXT_UTF16_BIG), "\n");
-    EXPECT_EQ(written(), "");
-    rawlog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_ERROR, &writing("", utl::File::TEXT_SJIS), "two");
-    EXPECT_EQ(mLog.console().back(), "two");
-    EXPECT_EQ(written(), "");
 }
 
-TEST_F(FileText, SeekKey_WhoseLastSeekFails_GivesMinusOneAndStays) {
-    utl::File& file = reading(std::string(30, '-') + "key", utl::File::TEXT_UTF8);
-    for (unsigned int n = 1; n <= 5; ++n) {
-        file.seek(3, utl::File::FROM_START);
-        EXPECT_EQ(
-            withNthFailing(1, n, [&] { return file.seekKey("key", 1, ANYWHERE, utl::File::AFTER_KEY); }), -1)
-            << n;
-        EXPECT_EQ(file.position(), 3) << n;
+TEST_F(FileTextTools, LinesOfTheirFilesWithCarriageReturns_AreTheSameInEveryEncoding) {
+    for (Encoding const& encoding : ENCODINGS) {
+        SCOPED_TRACE(encoding.iconvName);
+        makeFile(encoding, "sed 's/$/\r/'");
+        expectThePages(encoding.type);
+    }
+}
+
+TEST_F(FileTextTools, LinesOfTheirFilesWithoutALastLineEnd_AreTheSameInEveryEncoding) {
+    for (Encoding const& encoding : ENCODINGS) {
+        SCOPED_TRACE(encoding.iconvName);
+        makeFile(encoding, "head -c -1");
+        expectThePages(encoding.type);
+    }
+}
+
+TEST_F(FileTextTools, LinesWrittenInUtf8_AreThePages) {
+    File& file = writing("", File::TEXT_UTF8);
+    for (std::string const& line : mPages) {
+        ASSERT_EQ(file.writeLine(line.c_str()), static_cast<int>(line.size()) + 1);
+    }
+    written();
+    EXPECT_EQ(outputOf("cmp text pages 2>&1"), "");
+    EXPECT_EQ(outputOf("iconv -f UTF-8 -t UTF-8 text | cmp - pages 2>&1"), "");
+    EXPECT_EQ(outputOf("head -c 100000 text | iconv -c -f UTF-8 -t UTF-8 | file -b --mime-encoding -"),
+              "utf-8\n");
+}
+
+TEST_F(FileTextTools, TextWrittenInUtf16WithItsLineEnds_IsThePages) {
+    for (Encoding const& encoding : {ENCODINGS[File::TEXT_UTF16_BIG], ENCODINGS[File::TEXT_UTF16_LITTLE]}) {
+        File& file = writing("", encoding.type);
+        for (std::string const& line : mPages) {
+            ASSERT_GT(file.writeText((line + "\r\n").c_str(), 5119, 0), 0);
+        }
+        written();
+        EXPECT_EQ(outputOf("iconv -f " + std::string(encoding.iconvName) +
+                           " -t UTF-8 text | tr -d '\r' | cmp - pages 2>&1"),
+                  "");
+    }
+}
+
+TEST_F(FileTextTools, TextWrittenInUtf16WithAMarkOfItsOwn_IsKnownByIt) {
+    for (Encoding const& encoding : {ENCODINGS[File::TEXT_UTF16_BIG], ENCODINGS[File::TEXT_UTF16_LITTLE]}) {
+        File& file = writing("", encoding.type);
+        ASSERT_EQ(file.writeText("\xEF\xBB\xBF\xE6\xBC\xA2\xE5\xAD\x97\r\nabc\r\n", 5119, 0), 20);
+        written();
+        EXPECT_EQ(outputOf("file -b --mime-encoding text"), std::string(encoding.fileName) + "\n");
+        EXPECT_EQ(outputOf("iconv -f UTF-16 -t UTF-8 text"), "\xE6\xBC\xA2\xE5\xAD\x97\r\nabc\r\n");
     }
 }
 

@@ -1,3 +1,5 @@
+// Starts no thread.
+
 // Sizes on a target of 32 bits; elsewhere nothing is compared. A size does not show the order of the fields:
 // where that matters, the test of the class looks at it.
 

@@ -1,3 +1,5 @@
+// Starts no thread.
+
 // What the pair tables hold, by the numbers of the characters.
 
 #include <gtest/gtest.h>

@@ -7,7 +7,6 @@
 #include <functional>
 #include <memory>
 #include <new>
-#include <string>
 #include <thread>
 
 #include "TestAllocations.h"
@@ -96,20 +95,20 @@ class Idle : public utl::Thread {
     Idle() : Thread("a name that is longer than any short text is") {}
     ~Idle() override { end(); }
     void end() {
-        mGo.setOn();
+        mGate.open();
         stop(utl::Thread::AWAIT_END);
         leaveManagement();
     }
 
   protected:
     int execute() override {
-        waitSurely(mGo);
+        EXPECT_TRUE(mGate.hold());
         leaveWatchdog();
         return 0;
     }
 
   private:
-    utl::Event mGo{utl::Event::INITIALLY_OFF, utl::Event::ONE_WAY};
+    Gate mGate;
 };
 
 TEST_F(StartMemory, OfAThread_IsHadBeforeThereIsAThread) {
@@ -252,26 +251,6 @@ TEST_F(StartMemory, OfAnEnd_IsNotNeeded) {
     first.end();
     EXPECT_FALSE(first.isRunning());
     EXPECT_TRUE(second.isRunning());
-}
-
-// What a time-out's listener is shown is a copy; the pass waits for better times where there is none.
-TEST_F(StartMemory, OfATimeOutsCopy_IsWantedAgainByTheNextPass) {
-    struct Noting : utl::WatchdogTimerListener {
-        void onTime(int, utl::WatchdogInfos const& infos) override { rows += infos.size(); }
-        unsigned int rows = 0;
-    } listener;
-    utl::ThreadWatchdog& watchdog = restingWatchdog();
-    ASSERT_TRUE(watchdog.entry(NO_THREAD, 1, &listener, "a silent one"));
-    ASSERT_TRUE(watchdog.start(NO_THREAD));
-    watchdog.findWatchdogInfo(NO_THREAD)->lastAliveTick = 0;
-    for (unsigned int number = 1, failed = 1; failed != 0; ++number) {
-        FailingAllocation const failing(number);
-        utltest::ThreadWatchdogAccess::watchOnce(watchdog);
-        failed = failing.hasHappened() ? 1 : 0;
-        ASSERT_EQ(listener.rows, 1 - failed) << "allocation " << number;
-    }
-    EXPECT_EQ(watchdog.findWatchdogInfo(NO_THREAD)->timeoutCount, 1U);
-    EXPECT_TRUE(watchdog.unregister(NO_THREAD));
 }
 
 TEST_F(StartMemory, OfAManagerThatIsGone_IsDoneWithoutInDestructors) {

@@ -8,9 +8,9 @@
 #include <new>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "TestFolder.h"
+#include "TestGate.h"
 #include "TestMemory.h"
 #include "TestThreads.h"
 
@@ -26,14 +26,12 @@ struct Stop {
     std::atomic<int> thread{0};
     std::atomic<unsigned int> allocation{0};  // counted down, stopped at 0
     std::atomic<bool> isStopped{false};
-    std::atomic<bool> isHeld{false};
+    utltest::Gate gate;
 
     void pass() {
         if (thread != 0 && thread == utltest::kernelId() && --allocation == 0) {
             isStopped = true;
-            while (!isHeld) {
-                std::this_thread::yield();
-            }
+            EXPECT_TRUE(gate.hold());
         }
     }
 } gStop;
@@ -109,7 +107,7 @@ Memory::ProcessHeapInfo totals() {
     return info;
 }
 
-class MemoryWithHooks : public utltest::InFolder {};
+class MemoryOfOperators : public utltest::InFolder {};
 
 class SilentListener : public utl::WatchdogTimerListener {
   public:
@@ -143,7 +141,7 @@ void watchStopped(unsigned int allocation, SilentListener const& listener, unsig
     gStop.thread = 0;
 }
 
-TEST_F(MemoryWithHooks, CountsWhatLives) {
+TEST_F(MemoryOfOperators, CountsWhatLives) {
     Fed const fed;
     Memory::ProcessHeapInfo const before = totals();
     void* const block = ::operator new(1000);
@@ -154,7 +152,7 @@ TEST_F(MemoryWithHooks, CountsWhatLives) {
     EXPECT_EQ(totals().mUseCount, before.mUseCount);
 }
 
-TEST_F(MemoryWithHooks, ReportsWhatWasAllocatedSinceTheMark) {
+TEST_F(MemoryOfOperators, ReportsWhatWasAllocatedSinceTheMark) {
     char* block = nullptr;
     {
         Fed const fed;
@@ -167,7 +165,7 @@ TEST_F(MemoryWithHooks, ReportsWhatWasAllocatedSinceTheMark) {
     delete[] block;
 }
 
-TEST_F(MemoryWithHooks, AReportTakesNothingFromTheHeapOnceTheManagerIsThere) {
+TEST_F(MemoryOfOperators, AReportTakesNothingFromTheHeapOnceTheManagerIsThere) {
     Fed const fed;
     unsigned long long const before = utltest::MemoryAccess::nextSerial();
     EXPECT_TRUE(Memory::get()->printUsedHeap(0, "folder/heap.txt"));
@@ -175,7 +173,7 @@ TEST_F(MemoryWithHooks, AReportTakesNothingFromTheHeapOnceTheManagerIsThere) {
     EXPECT_EQ(utltest::MemoryAccess::nextSerial(), before);
 }
 
-TEST_F(MemoryWithHooks, AReportToAPathThatIsTooLong_TakesNothingFromTheHeapEither) {
+TEST_F(MemoryOfOperators, AReportToAPathThatIsTooLong_TakesNothingFromTheHeapEither) {
     std::string const path(300, 'x');
     Fed const fed;
     unsigned long long const before = utltest::MemoryAccess::nextSerial();
@@ -185,18 +183,18 @@ TEST_F(MemoryWithHooks, AReportToAPathThatIsTooLong_TakesNothingFromTheHeapEithe
 
 // At each of its allocations for a time-out the watchdog waits for a report, which itself reports to the
 // watchdog.
-TEST_F(MemoryWithHooks, AThreadMayTimeOutWhileItWritesAReport) {
+TEST_F(MemoryOfOperators, AThreadMayTimeOutWhileItWritesAReport) {
     utl::ThreadManager& manager = watched();
     utltest::HeldThread const other("Worker", 1, 60000);
     SilentListener listener;
     ASSERT_TRUE(manager.entryWatchdog(1, &listener));
     ASSERT_TRUE(manager.startWatchdog());
     Fed const fed;
-    utltest::hooks::open.watch([](char const*, int, mode_t) { gStop.isHeld = true; });
+    utltest::hooks::open.watch([](char const*, int, mode_t) { gStop.gate.open(); });
     unsigned int rounds = 0;
     for (bool isOver = false; !isOver; ++rounds) {
         gStop.isStopped = false;
-        gStop.isHeld = false;
+        gStop.gate.close();
         manager.keepAliveWatchdog(utl::StatementInfo("test", "round", 0, 0));
         std::atomic<bool> isDone{false};
         std::thread watcher([&listener, &isDone, rounds] {
@@ -215,26 +213,24 @@ TEST_F(MemoryWithHooks, AThreadMayTimeOutWhileItWritesAReport) {
     EXPECT_TRUE(manager.unregisterWatchdog());
 }
 
-TEST_F(MemoryWithHooks, AThreadThatComesWhileATimeOutIsPrepared_IsInItsCopyOfTheTable) {
+TEST_F(MemoryOfOperators, AThreadThatComesWhileATimeOutIsPrepared_IsInItsCopyOfTheTable) {
     utl::ThreadManager& manager = watched();
     SilentListener listener;
     ASSERT_TRUE(manager.entryWatchdog(1, &listener));
     ASSERT_TRUE(manager.startWatchdog());
     gStop.isStopped = false;
-    gStop.isHeld = false;
+    gStop.gate.close();
     std::thread watcher([&listener] { watchStopped(1, listener, 1); });
-    while (!gStop.isStopped) {
-        std::this_thread::yield();
-    }
+    ASSERT_TRUE(gStop.gate.waitUntilHeld());
     utltest::HeldThread const other("A name that takes more room", 1, 60000);
-    gStop.isHeld = true;
+    gStop.gate.open();
     watcher.join();
     EXPECT_EQ(listener.calls, 1U);
     EXPECT_EQ(listener.names, "A name that takes more room,,");
     EXPECT_TRUE(manager.unregisterWatchdog());
 }
 
-TEST_F(MemoryWithHooks, ThreadsMayBeginAndEndWhileReportsAreWritten) {
+TEST_F(MemoryOfOperators, ThreadsMayBeginAndEndWhileReportsAreWritten) {
     Fed const fed;
     std::atomic<bool> done{false};
     std::thread reporter([&done] {
