@@ -102,9 +102,21 @@ TEST_F(LogLocks, OfALine_AreTakenOneByOne_ThatOfTheOutputForEachSinkAnew) {
     EXPECT_EQ(traceOf([] { rawlog(LIBRARY, 1, "x"); }), "+1-1+2s-2+2c-2+2b-2");
 }
 
-TEST_F(LogLocks, OfALineThatIsFilteredOut_AreThatOfTheTableOnce) {
-    EXPECT_EQ(traceOf([] { applog(LIBRARY, 5, "x"); }), "+1-1");
-    EXPECT_EQ(traceOf([] { applog(12345, 5, "x"); }), "+1-1");
+TEST_F(LogLocks, OfALineThatIsFilteredOut_AreNotTaken) {
+    EXPECT_EQ(traceOf([] { applog(LIBRARY, 5, "x"); }), "");
+    EXPECT_EQ(traceOf([] { rawlog(LIBRARY, 5, "x"); }), "");
+    EXPECT_EQ(traceOf([] { applog(12345, 5, "x"); }), "");
+}
+
+TEST_F(LogLocks, OfALineThatIsFilteredOut_AreNotTakenForAnyTypeOfAFullTable) {
+    for (int type = 1000; registerLogType(type, "x", 4) == 1; ++type) {
+    }
+    EXPECT_EQ(traceOf([] {
+                  for (int type = 900; type < 1100; ++type) {
+                      applog(type, 5, "x");
+                  }
+              }),
+              "");
 }
 
 TEST_F(LogLocks, OfEveryCallOnTypes_AreThatOfTheTable) {

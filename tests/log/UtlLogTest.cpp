@@ -8,9 +8,11 @@
 
 #include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <set>
 #include <string>
@@ -20,7 +22,9 @@
 #include "TestExit.h"
 #include "TestHooks.h"
 #include "TestLog.h"
+#include "TestPrivate.h"
 #include "internal/log/UtlLogStampCache.h"
+#include "internal/log/UtlLogTypes.h"
 
 namespace {
 
@@ -336,6 +340,77 @@ TEST_F(LogFilter, MayBeChangedWhileOthersLog) {
     for (std::string const& text : mLog.lines()) {
         EXPECT_TRUE(text == "even ERR: x" || text == "odd ERR: x" || text == "ERR: x") << text;
     }
+}
+
+// Lets two threads take turns.
+class Turns {
+  public:
+    void waitFor(int turn) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mHasPassed.wait(lock, [&] { return mTurn == turn; });
+    }
+    void passTo(int turn) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mTurn = turn;
+        mHasPassed.notify_all();
+    }
+
+  private:
+    std::mutex mMutex;
+    std::condition_variable mHasPassed;
+    int mTurn = 0;
+};
+
+TEST_F(LogFilter, OnceItIsSet_DecidesAboutTheLinesThatAnotherThreadBeginsAfterwards) {
+    constexpr int ROUNDS = 200;
+    Turns turns;
+    std::thread setter([&] {
+        for (int round = 0; round < ROUNDS; ++round) {
+            turns.waitFor(2 * round);
+            setFilterLevel(LIBRARY, round % 2 == 0 ? 0 : 5);
+            turns.passTo(2 * round + 1);
+        }
+    });
+    for (int round = 0; round < ROUNDS; ++round) {
+        turns.waitFor(2 * round + 1);
+        applog(LIBRARY, 5, "%d", round);
+        turns.passTo(2 * round + 2);
+    }
+    setter.join();
+    Lines expected;
+    for (int round = 1; round < ROUNDS; round += 2) {
+        expected.push_back("<UTIL> DBG: " + std::to_string(round));
+    }
+    EXPECT_EQ(mLog.lines(), expected);
+}
+
+UTLTEST_REVEAL(utl::LogTypeTable, mVersion);
+
+TEST(LogTypeTable, DuringAChange_LeavesEveryAnswerToTheHolderOfTheLock) {
+    utl::LogTypeTable table;
+    table.insertBuiltIn();
+    for (int const type : {LIBRARY, 12345}) {
+        EXPECT_TRUE(table.isFilteredOut(type, 5));
+        (table.*mVersion)++;
+        EXPECT_FALSE(table.isFilteredOut(type, 5));
+        EXPECT_FALSE(table.isFilteredOutAtOnce(type, 5));
+        EXPECT_TRUE(table.drops(type, 5));
+        (table.*mVersion)++;
+        EXPECT_TRUE(table.isFilteredOut(type, 5));
+    }
+    EXPECT_TRUE(table.isFilteredOutAtOnce(LIBRARY, 5));
+}
+
+TEST(LogTypeTable, CountsEveryChangeTwice) {
+    utl::LogTypeTable table;
+    ASSERT_TRUE(table.insert(1, "", 4));
+    EXPECT_EQ(table.*mVersion, 2U);
+    table.setFilterLevel(1, 3);
+    EXPECT_EQ(table.*mVersion, 4U);
+    table.setAllFilterLevel(2);
+    EXPECT_EQ(table.*mVersion, 6U);
+    table.setFilterLevel(2, 3);
+    EXPECT_EQ(table.*mVersion, 6U);
 }
 
 // The stamp.
