@@ -9,6 +9,7 @@
 #include <unicode/utrans.h>
 
 #include <cstddef>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -165,6 +166,96 @@ utlbench::RatioDeclaration const COMPARED[] = {
     toFullWidth("convertAttrib to full width of Japanese characters alone, the same", isJapanese),
     toHiragana("convertAttrib to hiragana, 10,000 bytes, to ICU's transliterator", isAnything),
     toHiragana("convertAttrib to hiragana of Japanese characters alone, the same", isJapanese),
+};
+
+// --- against a direct table
+
+// Replaces characters of one or three bytes by a table of all of them, with a check of its bounds and of the
+// bytes of a character, but with no lock and no copy of the text. A form of two characters is not found.
+class DirectTable {
+  public:
+    DirectTable(utl::PairAttrib const* table, bool isToLeft) : mForms(0x10000) {
+        for (unsigned int code = 1; code < mForms.size(); ++code) {
+            put(code, code < 0x80 ? std::string(1, static_cast<char>(code)) : bytesOf(code));
+        }
+        for (; table->mFirst.mNarrow != nullptr; ++table) {
+            std::string const first = table->mFirst.mNarrow;
+            std::string const second = table->mSecond.mNarrow;
+            std::string const form = isToLeft ? second : first;
+            if (form.size() == 1 || form.size() == 3) {
+                put(codeAt(form.c_str()), isToLeft ? first : second);
+            }
+        }
+    }
+
+    unsigned int convert(char* dst, std::size_t dstSize, char const* text) const {
+        char* end = dst;
+        char const* const endMax = dst + dstSize - sizeof(Form::bytes);
+        while (*text != '\0' && end < endMax && isWellFormed(text)) {
+            Form const& form = mForms[codeAt(text)];
+            text += static_cast<unsigned char>(*text) < 0x80 ? 1 : 3;
+            std::memcpy(end, form.bytes, sizeof(form.bytes));
+            end += form.length;
+        }
+        *end = '\0';
+        return static_cast<unsigned int>(end - dst);
+    }
+
+  private:
+    struct Form {
+        char bytes[7];
+        unsigned char length;
+    };
+
+    static std::string bytesOf(unsigned int code) {
+        return {static_cast<char>(0xE0 | code >> 12), static_cast<char>(0x80 | (code >> 6 & 0x3F)),
+                static_cast<char>(0x80 | (code & 0x3F))};
+    }
+    static bool isWellFormed(char const* text) {
+        auto const first = static_cast<unsigned char>(text[0]);
+        return first < 0x80 || (first >> 4 == 0xE && static_cast<unsigned char>(text[1]) >> 6 == 2 &&
+                                static_cast<unsigned char>(text[2]) >> 6 == 2);
+    }
+    static unsigned int codeAt(char const* text) {
+        auto const first = static_cast<unsigned char>(text[0]);
+        return first < 0x80 ? first
+                            : (first & 0xFU) << 12 | (static_cast<unsigned char>(text[1]) & 0x3FU) << 6 |
+                                  (static_cast<unsigned char>(text[2]) & 0x3FU);
+    }
+    void put(unsigned int code, std::string const& form) {
+        form.copy(mForms[code].bytes, sizeof(mForms[code].bytes));
+        mForms[code].length = static_cast<unsigned char>(form.size());
+    }
+
+    std::vector<Form> mForms;
+};
+
+constexpr unsigned int KANA_BYTES = 9000;
+
+utlbench::RatioDeclaration direct(char const* name, utl::PairAttrib const* table, int direction,
+                                  std::string const& text) {
+    auto const subject = [table, direction, text, dst = std::vector<char>(4 * text.size())]() mutable {
+        utlbench::keep(utl::convertAttrib(dst.data(), static_cast<unsigned int>(dst.size()), text.c_str(),
+                                          table, direction, 0));
+    };
+    auto const baseline = [forms = DirectTable(table, direction != 0), text,
+                           dst = std::vector<char>(4 * text.size())]() mutable {
+        utlbench::keep(forms.convert(dst.data(), dst.size(), text.c_str()));
+    };
+    return compared(name, subject, baseline, 2.2);
+}
+
+bool isAsciiOrJapanese(char const* character) {
+    return utl::t_charlen(character) != 2 && utl::t_charlen(character) != 4;
+}
+
+utlbench::RatioDeclaration const DIRECT[] = {
+    direct("convertAttrib of kana to half width, to a direct table", utl::HANKAKU_ZENKAKU_PAIR, 1,
+           textOf(KANA_BYTES, isKana)),
+    direct("convertAttrib of kana to katakana, the same", utl::ZENKATA_HIRAGANA_PAIR, 1,
+           textOf(KANA_BYTES, isKana)),
+    direct("convertAttrib of anything to upper case, the same", utl::LOWER_UPPER_PAIR, 0,
+           textOf(KANA_BYTES, isAsciiOrJapanese)),
 };
 
 // --- twice the bytes against once: two times as long, and not four times

@@ -3,9 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdarg>
 #include <cstdio>
 #include <ctime>
-#include <mutex>
 
 #include "BenchRatio.h"
 
@@ -19,12 +20,22 @@ struct FullTable {
     }
 } const gFullTable;
 
-// A line that is filtered out costs at least a lock and an unlock.
-std::recursive_mutex gStandardLock;
+// A function with the arguments of `applog` that compares one level and drops the line.
+std::atomic<int> gLevel{utl::LOG_LEVEL_DETAIL};
+[[gnu::noipa, gnu::format(printf, 3, 4)]] void dropByHand(int type, int level, char const* format, ...) {
+    if (level <= gLevel.load(std::memory_order_acquire)) {
+        std::va_list arguments;
+        va_start(arguments, format);
+        std::vprintf(format, arguments);
+        va_end(arguments);
+    }
+    utlbench::keep(type);
+}
+
 UTL_RATIO_CPU(
-    "a line that is filtered out, to lock and unlock of std::recursive_mutex",
+    "a line that is filtered out, to a call that compares one atomic level",
     [] { applog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DEBUG, "value %d of %s", 5, "name"); },
-    [] { std::lock_guard<std::recursive_mutex> const guard(gStandardLock); }, 1.5);
+    [] { dropByHand(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DEBUG, "value %d of %s", 5, "name"); }, 2.5);
 
 int gNumber = 0;
 

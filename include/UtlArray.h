@@ -1,8 +1,11 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <functional>
 #include <memory>
+#include <type_traits>
 
 #include "UtlPlatform.h"
 
@@ -11,6 +14,41 @@ namespace utl {
 /// What containers and strings do when their capacity is used up, as their argument `autoResize`.
 inline constexpr int AUTO_RESIZE_OFF = 0;  ///< the operation fails
 inline constexpr int AUTO_RESIZE_ON = 1;   ///< the capacity grows
+
+namespace detail {
+
+// True if assigning a `T` does the same as copying its bytes.
+template <typename T>
+struct IsAssignedAsBytes : std::is_trivially_copyable<T> {};
+
+template <typename T>
+void moveBytes(T const* source, unsigned int count, T* target) {
+    if (count != 0) {
+        std::memmove(static_cast<void*>(target), source, count * sizeof(T));
+    }
+}
+
+// Assigns `count` elements in ascending order.
+template <typename T>
+void assignUpward(T const* source, unsigned int count, T* target) {
+    if constexpr (IsAssignedAsBytes<T>::value) {
+        moveBytes(source, count, target);
+    } else {
+        std::copy(source, source + count, target);
+    }
+}
+
+// Assigns `count` elements in descending order.
+template <typename T>
+void assignDownward(T const* source, unsigned int count, T* target) {
+    if constexpr (IsAssignedAsBytes<T>::value) {
+        moveBytes(source, count, target);
+    } else {
+        std::copy_backward(source, source + count, target + count);
+    }
+}
+
+}  // namespace detail
 
 /// Sequence in one block of storage that grows by exactly what is needed, or not at all; *external lock
 /// needed*, because it holds none.
@@ -127,7 +165,7 @@ bool Array<T, ARG>::insertAt(unsigned int index, ARG value) {
     if (index > mSize || !makeRoomForOneMore()) {
         return false;
     }
-    std::copy_backward(mElements + index, mElements + mSize, mElements + mSize + 1);
+    detail::assignDownward(mElements + index, mSize - index, mElements + index + 1);
     mElements[index] = local;
     ++mSize;
     return true;
@@ -140,7 +178,7 @@ void Array<T, ARG>::removeAt(unsigned int index, unsigned int count) {
     }
     unsigned int const removed = std::min<unsigned int>(count, mSize - index);
     if (mElements != nullptr) {
-        std::copy(mElements + index + removed, mElements + mSize, mElements + index);
+        detail::assignUpward(mElements + index + removed, mSize - index - removed, mElements + index);
     }
     mSize -= removed;
 }
@@ -165,7 +203,7 @@ bool Array<T, ARG>::copy(Array const& source, unsigned int count) {
     if (mElements == nullptr) {
         return false;
     }
-    std::copy(source.mElements, source.mElements + copied, mElements);
+    detail::assignUpward(source.mElements, copied, mElements);
     mSize = copied;
     return true;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <type_traits>
 #include <utility>
 
 #include "UtlArray.h"
@@ -29,6 +30,11 @@ class UTL_API CompareLessPairKey {
 };
 
 namespace detail {
+
+// All pairs of a type have the same table of virtual functions, so copying it with the rest changes nothing.
+template <typename K, typename V>
+struct IsAssignedAsBytes<Pair<K, V>>
+    : std::conjunction<std::is_trivially_copyable<K>, std::is_trivially_copyable<V>> {};
 
 template <typename K, typename COMPARE>
 bool areEqualKeys(K const& left, K const& right, COMPARE compare) {
@@ -160,6 +166,12 @@ class UTL_API Map {
     unsigned int positionOf(K const& key) const {
         return searchPosition(key, mArray.elements(), mArray.size(), mCompare);
     }
+    // Looks at the last key first, because entries often come in ascending order.
+    unsigned int positionToInsert(K const& key) const {
+        unsigned int const size = mArray.size();
+        Entry const* const last = size <= MAX_SEARCH_COUNT ? mArray.getAt(size - 1) : nullptr;
+        return last != nullptr && mCompare(last->mKey, key) ? size : positionOf(key);
+    }
     bool hasKeyAt(unsigned int position, K const& key) const {
         Entry const* const entry = mArray.getAt(position);
         return entry != nullptr && detail::areEqualKeys(entry->mKey, key, mCompare);
@@ -177,7 +189,7 @@ class UTL_API Map {
 
 template <typename K, typename V, typename KARG, typename VARG, typename COMPARE>
 bool Map<K, V, KARG, VARG, COMPARE>::insert(KARG key, VARG value) {
-    unsigned int const position = positionOf(key);
+    unsigned int const position = positionToInsert(key);
     if (position == INVALID_SIZE) {
         return false;
     }

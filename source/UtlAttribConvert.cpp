@@ -1,6 +1,7 @@
 #include "UtlAttribConvert.h"
 
 #include <cstring>
+#include <functional>
 #include <limits>
 
 #include "UtlString.h"
@@ -27,6 +28,9 @@ class PairReader {
     PairAttrib const* find(char const* text, unsigned int* bytes) const {
         return isBuiltIn() ? findByIndex(text, bytes) : findInTurn(text, bytes);
     }
+
+    /// What becomes of the characters at `text`; for tables of the library.
+    PairIndex::Direct const& direct(char const* text) const { return mIndex->direct[charSlot(text)]; }
 
     /// What replaces the form that was found.
     char const* replacement(PairAttrib const& row) const {
@@ -97,6 +101,34 @@ class PieceWriter {
         return true;
     }
 
+    /// Adds what becomes of each character of `text` by a table of the library, up to one that only the rows
+    /// can tell of, or to the end of the room for any form. Returns where it ended.
+    char const* addDirect(char const* text, PairReader const& pairs) {
+        if (mUsed > mLastPlain) {
+            return text;
+        }
+        char* end = mDst + mUsed - 1;
+        char const* const endMax = mDst + mLastPlain - 1;
+        while (end <= endMax) {
+            PairIndex::Direct const& direct = pairs.direct(text);
+            char const* const next = text + (static_cast<unsigned char>(*text) < ASCII_SLOTS ? 1 : 3);
+            bool const isInRow = (direct.kind & PairIndex::IN_NO_ROW) == 0;
+            if (direct.kind == 0 || !(isInRow || isCharStart(*next))) {
+                break;
+            }
+            if ((direct.kind & PairIndex::ONE_BYTE) != 0) {
+                *end++ = direct.bytes[0];
+            } else {
+                std::memcpy(end, &direct, sizeof(direct));  // the byte too many is overwritten
+                end += sizeof(direct.bytes);
+            }
+            text = next;
+        }
+        *end = '\0';
+        mUsed = static_cast<unsigned int>(end - mDst) + 1;
+        return text;
+    }
+
     /// Adds those characters of a text that fit; false if not all do.
     bool addCharacters(char const* text, unsigned int bytes) {
         if (fits(bytes)) {
@@ -147,9 +179,15 @@ class PieceWriter {
     bool mIsCut = false;
 };
 
-/// `convertAttrib` of a text that does not overlap the destination.
-unsigned int convertText(PieceWriter& writer, char const* text, PairReader const& pairs) {
-    while (*text != '\0') {
+/// `convertAttrib` of a text. `isApart` tells that it does not overlap the destination. It does where the
+/// caller has more loans than it may have, and then each piece ends the text that is still to be read.
+unsigned int convertText(PieceWriter& writer, char const* text, PairReader const& pairs, bool isApart) {
+    bool const isDirect = isApart && pairs.isBuiltIn();
+    while (true) {
+        text = isDirect ? writer.addDirect(text, pairs) : text;
+        if (*text == '\0') {
+            break;
+        }
         unsigned int bytes = 0;
         bool isAdded = false;
         PairAttrib const* const row = pairs.find(text, &bytes);
@@ -239,7 +277,9 @@ unsigned int convertAttrib(T* dst, unsigned int dstSize, T const* src, PairAttri
         return INVALID_SIZE;
     }
     PieceWriter writer(dst, dstSize, truncate);
-    return convertText(writer, text.get(), PairReader(table, direction != CONVERT_TO_RIGHT));
+    std::less<T const*> const isBefore;
+    bool const isApart = isBefore(dst, text.get()) || !isBefore(dst, text.get() + text.size());
+    return convertText(writer, text.get(), PairReader(table, direction != CONVERT_TO_RIGHT), isApart);
 }
 
 unsigned int convertCharSet(char* dst, unsigned int dstSize, char const* src) noexcept {

@@ -61,10 +61,46 @@ UTL_PAIR_TABLE(NODAKUON_HANDAKUON_PAIR,
 
 namespace {
 
+constexpr unsigned int lengthOf(char const* text) {
+    unsigned int length = 0;
+    while (text[length] != '\0') {
+        ++length;
+    }
+    return length;
+}
+
+/// The character of a slot, in its bytes.
+constexpr PairIndex::Direct slotCharacter(unsigned int slot) {
+    if (slotBytes(slot) == 1) {
+        return {{static_cast<char>(slot)}, PairIndex::ONE_BYTE | PairIndex::IN_NO_ROW};
+    }
+    unsigned int const page = (slot - ASCII_SLOTS) / PAGE_SLOTS;
+    bool const isKana = page < KANA_PAGES;
+    bool const isFullWidth = !isKana && page < KANA_PAGES + FULL_WIDTH_PAGES;
+    unsigned int const first = isKana ? 0xE3 : isFullWidth ? 0xEF : 0xE2;
+    unsigned int const second = isKana ? 0x80 + page : isFullWidth ? 0xBC + page - KANA_PAGES : 0x80;
+    unsigned int const third = 0x80 + (slot - ASCII_SLOTS) % PAGE_SLOTS;
+    return {{static_cast<char>(first), static_cast<char>(second), static_cast<char>(third)},
+            PairIndex::THREE_BYTES | PairIndex::IN_NO_ROW};
+}
+
+/// What the first row of its chain makes of the character of a slot, if that decides.
+constexpr PairIndex::Direct directForm(char const* form, char const* replacement, unsigned int slot) {
+    PairIndex::Direct direct{};
+    unsigned int const length = lengthOf(replacement);
+    if (lengthOf(form) == slotBytes(slot) && (length == 1 || length == 3)) {
+        for (unsigned int i = 0; i < length; ++i) {
+            direct.bytes[i] = replacement[i];
+        }
+        direct.kind = length == 1 ? PairIndex::ONE_BYTE : PairIndex::THREE_BYTES;
+    }
+    return direct;
+}
+
 /// The index of the `COUNT` rows of a table and the one that ends it. Chains are made from their ends.
 template <std::size_t COUNT>
-constexpr PairIndex makePairIndex(PairAttribImage const (&rows)[COUNT],
-                                  DualTypeImage PairAttribImage::*form) {
+constexpr PairIndex makePairIndex(PairAttribImage const (&rows)[COUNT], DualTypeImage PairAttribImage::*form,
+                                  DualTypeImage PairAttribImage::*replacement) {
     static_assert(COUNT - 1 <= PairIndex::MAX_ROWS);
     PairIndex index{};
     for (unsigned char& row : index.firstRow) {
@@ -84,6 +120,12 @@ constexpr PairIndex makePairIndex(PairAttribImage const (&rows)[COUNT],
             first = number;
         }
     }
+    for (unsigned int slot = 1; slot < OTHER_SLOT; ++slot) {
+        unsigned char const row = index.firstRow[slot];
+        index.direct[slot] = row == PairIndex::NO_ROW ? slotCharacter(slot)
+                                                      : directForm((rows[row].*form).narrow,
+                                                                   (rows[row].*replacement).narrow, slot);
+    }
     return index;
 }
 
@@ -93,10 +135,10 @@ struct IndexedTable {
     PairIndex toLeft;
 };
 
-#define UTL_INDEXED(NAME)                                                \
-    {                                                                    \
-        NAME, makePairIndex(NAME##_IMAGE.rows, &PairAttribImage::first), \
-            makePairIndex(NAME##_IMAGE.rows, &PairAttribImage::second)   \
+#define UTL_INDEXED(NAME)                                                                          \
+    {                                                                                              \
+        NAME, makePairIndex(NAME##_IMAGE.rows, &PairAttribImage::first, &PairAttribImage::second), \
+            makePairIndex(NAME##_IMAGE.rows, &PairAttribImage::second, &PairAttribImage::first)    \
     }
 
 constexpr IndexedTable INDEXED_TABLES[] = {

@@ -16,7 +16,7 @@ namespace utl {
 namespace {
 
 constexpr unsigned int LINE_SIZE = 256;
-constexpr unsigned int NAME_SIZE = LogTypeData::NAME_SIZE;
+constexpr unsigned int NAME_SIZE = LOG_NAME_LENGTH_MAX + 1;
 constexpr unsigned int PREFIX_LENGTH = 5;
 constexpr char PREFIXES[][PREFIX_LENGTH + 1] = {"NO : ", "ERR: ", "WRN: ", "INF: ", "DTL: ", "DBG: "};
 constexpr int SYSTEM_PRIORITIES[] = {0, LOG_ERR, LOG_WARNING, LOG_INFO};
@@ -33,8 +33,12 @@ int clampLevel(int level) {
                                                                                          : level;
 }
 
+// Asked without a lock whether a line is filtered out; everything else is under `tableLock`.
+UTL_CONSTINIT LogTypeTable gTypes;
+
 struct LogState {
-    LogTypeTable types UTL_GUARDED_BY(tableLock);
+    LogState() { gTypes.insertBuiltIn(); }
+
     SyncObject tableLock;
     SyncObject outputLock;
     char tag[NAME_SIZE] UTL_GUARDED_BY(outputLock) = {};
@@ -49,18 +53,23 @@ inline LogState& logState() {
 [[maybe_unused]] LogState& gBuiltAtLoad = logState();
 
 // Returns whether a line passes; only then `name` is set. It is a copy, because another thread may register
-// the type again while this line is composed. Most lines get no further than this filter, so it is inline.
-inline bool passesFilter(int type, int level, char (&name)[NAME_SIZE]) {
-    LogState& state = logState();
-    SyncGuard const guard(state.tableLock);
-    LogTypeData const* entry = state.types.find(type);
-    if (entry == nullptr) {
-        entry = state.types.find(LOG_TYPE_DEFAULT);
-    }
-    if (entry == nullptr || level == LOG_LEVEL_NONE || entry->filterLevel < level) {
+// the type again while this line is composed.
+bool copyNameIfPasses(int type, int level, char (&name)[NAME_SIZE]) {
+    SyncGuard const guard(logState().tableLock);
+    if (gTypes.drops(type, level)) {
         return false;
     }
-    memcpy(name, entry->name, NAME_SIZE);
+    memcpy(name, gTypes.lineName(type), NAME_SIZE);
+    return true;
+}
+
+// Copies a whole name. False, with `dst` untouched, if `src` is null or does not fit.
+bool copyName(char (&dst)[NAME_SIZE], char const* src) {
+    size_t const length = src != nullptr ? strnlen(src, NAME_SIZE) : NAME_SIZE;
+    if (length == NAME_SIZE) {
+        return false;
+    }
+    memcpy(dst, src, length + 1);
     return true;
 }
 
@@ -167,9 +176,8 @@ size_t beginLine(char (&line)[LINE_SIZE], LogStamp const& stamp, char const* nam
     return static_cast<size_t>(out - line);
 }
 
-// Not inline, so that lines that are filtered out do not pay for the buffer.
-[[gnu::noinline, gnu::format(printf, 4, 0)]] void emitLine(char const* name, int level, LogSink* extraSink,
-                                                           char const* format, va_list arguments) {
+[[gnu::format(printf, 4, 0)]] void emitLine(char const* name, int level, LogSink* extraSink,
+                                            char const* format, va_list arguments) {
     SavedErrno const callersErrno;
     char line[LINE_SIZE] = {};
     size_t const begin = beginLine(line, LogStamp(), name, level);
@@ -180,8 +188,8 @@ size_t beginLine(char (&line)[LINE_SIZE], LogStamp const& stamp, char const* nam
     writeOtherSinks(level, line, extraSink, callersErrno);
 }
 
-[[gnu::noinline, gnu::format(printf, 3, 0)]] void emitText(int level, LogSink* extraSink, char const* format,
-                                                           va_list arguments) {
+[[gnu::format(printf, 4, 0)]] void emitText(char const* /*name*/, int level, LogSink* extraSink,
+                                            char const* format, va_list arguments) {
     SavedErrno const callersErrno;
     char text[LINE_SIZE] = {};
     appendMessage(text, 0, LOG_RAW_LENGTH_MAX, format, arguments);
@@ -189,27 +197,41 @@ size_t beginLine(char (&line)[LINE_SIZE], LogStamp const& stamp, char const* nam
     writeOtherSinks(level, text, extraSink, callersErrno);
 }
 
-}  // namespace
+using Emit = void(char const*, int, LogSink*, char const*, va_list);
 
-void writeLog(int type, int level, LogSink* extraSink, char const* format, va_list arguments) {
-    char name[NAME_SIZE];
+template <Emit EMIT>
+void emitIfPasses(int type, int level, LogSink* extraSink, char const* format, va_list arguments) {
     int const clamped = clampLevel(level);
-    if (passesFilter(type, clamped, name) && format != nullptr) {
-        emitLine(name, clamped, extraSink, format, arguments);
+    char name[NAME_SIZE];
+    if (!gTypes.isFilteredOut(type, clamped) && copyNameIfPasses(type, clamped, name) && format != nullptr) {
+        EMIT(name, clamped, extraSink, format, arguments);
     }
 }
 
-void writeRawLog(int type, int level, LogSink* extraSink, char const* format, va_list arguments) {
-    char name[NAME_SIZE];
-    int const clamped = clampLevel(level);
-    if (passesFilter(type, clamped, name) && format != nullptr) {
-        emitText(clamped, extraSink, format, arguments);
-    }
+// Most lines get no further.
+inline bool isFilteredOutAtOnce(int type, int level) {
+    return __builtin_expect(static_cast<long>(gTypes.isFilteredOutAtOnce(type, clampLevel(level))), 1) != 0;
+}
+
+}  // namespace
+
+// Not inline, so that lines that are filtered out do not pay for the buffers.
+[[gnu::noinline]] void writeLog(int type, int level, LogSink* extraSink, char const* format,
+                                va_list arguments) {
+    emitIfPasses<emitLine>(type, level, extraSink, format, arguments);
+}
+
+[[gnu::noinline]] void writeRawLog(int type, int level, LogSink* extraSink, char const* format,
+                                   va_list arguments) {
+    emitIfPasses<emitText>(type, level, extraSink, format, arguments);
 }
 
 }  // namespace utl
 
 void applog(int type, int level, char const* format, ...) {
+    if (utl::isFilteredOutAtOnce(type, level)) {
+        return;
+    }
     va_list arguments;
     va_start(arguments, format);
     utl::writeLog(type, level, nullptr, format, arguments);
@@ -217,6 +239,9 @@ void applog(int type, int level, char const* format, ...) {
 }
 
 void rawlog(int type, int level, char const* format, ...) {
+    if (utl::isFilteredOutAtOnce(type, level)) {
+        return;
+    }
     va_list arguments;
     va_start(arguments, format);
     utl::writeRawLog(type, level, nullptr, format, arguments);
@@ -224,40 +249,31 @@ void rawlog(int type, int level, char const* format, ...) {
 }
 
 int registerLogType(int type, char const* name, int filterLevel) {
-    utl::LogTypeData data;
-    if (!utl::LogTypeData::copyName(data.name, name)) {
+    char copy[utl::NAME_SIZE];
+    if (!utl::copyName(copy, name)) {
         return 0;
     }
-    data.filterLevel = utl::clampLevel(filterLevel);
-    utl::LogState& state = utl::logState();
-    utl::SyncGuard const guard(state.tableLock);
-    return state.types.insert(type, data) ? 1 : 0;
+    utl::SyncGuard const guard(utl::logState().tableLock);
+    return utl::gTypes.insert(type, copy, utl::clampLevel(filterLevel)) ? 1 : 0;
 }
 
 void setAllFilterLevel(int level) {
-    utl::LogState& state = utl::logState();
-    utl::SyncGuard const guard(state.tableLock);
-    state.types.setAllFilterLevel(utl::clampLevel(level));
+    utl::SyncGuard const guard(utl::logState().tableLock);
+    utl::gTypes.setAllFilterLevel(utl::clampLevel(level));
 }
 
 void setFilterLevel(int type, int level) {
-    utl::LogState& state = utl::logState();
-    utl::SyncGuard const guard(state.tableLock);
-    utl::LogTypeData* const entry = state.types.find(type);
-    if (entry != nullptr) {
-        entry->filterLevel = utl::clampLevel(level);
-    }
+    utl::SyncGuard const guard(utl::logState().tableLock);
+    utl::gTypes.setFilterLevel(type, utl::clampLevel(level));
 }
 
 int getFilterLevel(int type) {
-    utl::LogState& state = utl::logState();
-    utl::SyncGuard const guard(state.tableLock);
-    utl::LogTypeData const* const entry = state.types.find(type);
-    return entry != nullptr ? entry->filterLevel : utl::LOG_LEVEL_UNREGISTERED;
+    utl::SyncGuard const guard(utl::logState().tableLock);
+    return utl::gTypes.filterLevel(type);
 }
 
 int setLogTag(char const* tag) {
     utl::LogState& state = utl::logState();
     utl::SyncGuard const guard(state.outputLock);
-    return utl::LogTypeData::copyName(state.tag, tag) ? 1 : 0;
+    return utl::copyName(state.tag, tag) ? 1 : 0;
 }

@@ -11,6 +11,7 @@
 #include <random>
 #include <string>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -210,6 +211,25 @@ std::vector<int> keysOf(MAP const& map) {
         keys.push_back(map.getAt(i)->mKey);
     }
     return keys;
+}
+
+// Pairs of plain types move as bytes; what has an assignment of its own, alone or in a pair, is assigned.
+struct PairOfItsOwn : Pair<int, int> {};
+static_assert(utl::detail::IsAssignedAsBytes<Pair<int, int*>>::value);
+static_assert(!utl::detail::IsAssignedAsBytes<Pair<int, std::string>>::value);
+static_assert(!utl::detail::IsAssignedAsBytes<Pair<Name, int>>::value);
+static_assert(!utl::detail::IsAssignedAsBytes<PairOfItsOwn>::value);
+
+TEST(Pair, MovedAsBytes_KeepsItsVirtualDestructor) {
+    Map<int, int> map(3, 0);
+    for (int key : {3, 1, 2}) {
+        ASSERT_TRUE(map.insert(key, key * 10));
+    }
+    ASSERT_TRUE(map.erase(1));
+    for (unsigned int i = 0; i < map.size(); ++i) {
+        EXPECT_EQ(typeid(*map.getAt(i)), typeid(Pair<int, int>));
+        EXPECT_EQ(map.getAt(i)->mValue, map.getAt(i)->mKey * 10);
+    }
 }
 
 TEST(Pair, Fields_StandInTheOrderKeyValue) {

@@ -10,9 +10,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <string>
 #include <thread>
@@ -21,6 +23,8 @@
 #include "TestExit.h"
 #include "TestHooks.h"
 #include "TestLog.h"
+#include "TestPrivate.h"
+#include "internal/log/UtlLogTypes.h"
 
 namespace {
 
@@ -336,6 +340,77 @@ TEST_F(LogFilter, MayBeChangedWhileOthersLog) {
     for (std::string const& text : mLog.lines()) {
         EXPECT_TRUE(text == "even ERR: x" || text == "odd ERR: x" || text == "ERR: x") << text;
     }
+}
+
+// Lets two threads take turns.
+class Turns {
+  public:
+    void waitFor(int turn) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mHasPassed.wait(lock, [&] { return mTurn == turn; });
+    }
+    void passTo(int turn) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mTurn = turn;
+        mHasPassed.notify_all();
+    }
+
+  private:
+    std::mutex mMutex;
+    std::condition_variable mHasPassed;
+    int mTurn = 0;
+};
+
+TEST_F(LogFilter, OnceItIsSet_DecidesAboutTheLinesThatAnotherThreadBeginsAfterwards) {
+    constexpr int ROUNDS = 200;
+    Turns turns;
+    std::thread setter([&] {
+        for (int round = 0; round < ROUNDS; ++round) {
+            turns.waitFor(2 * round);
+            setFilterLevel(LIBRARY, round % 2 == 0 ? 0 : 5);
+            turns.passTo(2 * round + 1);
+        }
+    });
+    for (int round = 0; round < ROUNDS; ++round) {
+        turns.waitFor(2 * round + 1);
+        applog(LIBRARY, 5, "%d", round);
+        turns.passTo(2 * round + 2);
+    }
+    setter.join();
+    Lines expected;
+    for (int round = 1; round < ROUNDS; round += 2) {
+        expected.push_back("<UTIL> DBG: " + std::to_string(round));
+    }
+    EXPECT_EQ(mLog.lines(), expected);
+}
+
+UTLTEST_REVEAL(utl::LogTypeTable, mVersion);
+
+TEST(LogTypeTable, DuringAChange_LeavesEveryAnswerToTheHolderOfTheLock) {
+    utl::LogTypeTable table;
+    table.insertBuiltIn();
+    for (int const type : {LIBRARY, 12345}) {
+        EXPECT_TRUE(table.isFilteredOut(type, 5));
+        (table.*mVersion)++;
+        EXPECT_FALSE(table.isFilteredOut(type, 5));
+        EXPECT_FALSE(table.isFilteredOutAtOnce(type, 5));
+        EXPECT_TRUE(table.drops(type, 5));
+        (table.*mVersion)++;
+        EXPECT_TRUE(table.isFilteredOut(type, 5));
+    }
+    EXPECT_TRUE(table.isFilteredOutAtOnce(LIBRARY, 5));
+}
+
+TEST(LogTypeTable, CountsEveryChangeTwice) {
+    utl::LogTypeTable table;
+    ASSERT_TRUE(table.insert(1, "", 4));
+    EXPECT_EQ(table.*mVersion, 2U);
+    table.setFilterLevel(1, 3);
+    EXPECT_EQ(table.*mVersion, 4U);
+    table.setAllFilterLevel(2);
+    EXPECT_EQ(table.*mVersion, 6U);
+    table.setFilterLevel(2, 3);
+    EXPECT_EQ(table.*mVersion, 6U);
 }
 
 // The stamp.
@@ -1078,9 +1153,21 @@ TEST_F(LogLocks, OfALine_AreTakenOneByOne_ThatOfTheOutputForEachSinkAnew) {
     EXPECT_EQ(traceOf([] { rawlog(LIBRARY, 1, "x"); }), "+1-1+2s-2+2c-2+2b-2");
 }
 
-TEST_F(LogLocks, OfALineThatIsFilteredOut_AreThatOfTheTableOnce) {
-    EXPECT_EQ(traceOf([] { applog(LIBRARY, 5, "x"); }), "+1-1");
-    EXPECT_EQ(traceOf([] { applog(12345, 5, "x"); }), "+1-1");
+TEST_F(LogLocks, OfALineThatIsFilteredOut_AreNotTaken) {
+    EXPECT_EQ(traceOf([] { applog(LIBRARY, 5, "x"); }), "");
+    EXPECT_EQ(traceOf([] { rawlog(LIBRARY, 5, "x"); }), "");
+    EXPECT_EQ(traceOf([] { applog(12345, 5, "x"); }), "");
+}
+
+TEST_F(LogLocks, OfALineThatIsFilteredOut_AreNotTakenForAnyTypeOfAFullTable) {
+    for (int type = 1000; registerLogType(type, "x", 4) == 1; ++type) {
+    }
+    EXPECT_EQ(traceOf([] {
+                  for (int type = 900; type < 1100; ++type) {
+                      applog(type, 5, "x");
+                  }
+              }),
+              "");
 }
 
 TEST_F(LogLocks, OfEveryCallOnTypes_AreThatOfTheTable) {

@@ -14,6 +14,19 @@ struct PairIndex {
     /// The most bytes of a form in the library's tables: two characters.
     static constexpr unsigned int MAX_BYTES = 6;
 
+    /// What a character becomes, as far as nothing after it matters.
+    struct Direct {
+        char bytes[3];
+        unsigned char kind;
+    };
+
+    /// Kinds: the character is in no row, and another one must begin after it; it becomes one byte, or three.
+    /// Of all others only the rows can tell.
+    static constexpr unsigned char IN_NO_ROW = 1;
+    static constexpr unsigned char ONE_BYTE = 2;
+    static constexpr unsigned char THREE_BYTES = 4;
+
+    Direct direct[SLOT_COUNT];
     unsigned char firstRow[SLOT_COUNT];  ///< the first row of the slot's chain
     unsigned char nextRow[MAX_ROWS];     ///< the one after a row in its chain; an empty form ends a chain
 };
