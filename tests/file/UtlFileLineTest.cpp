@@ -158,12 +158,17 @@ TEST_F(FileLine, ReadLine_MayBeToldNoPlaceForTheLength) {
     EXPECT_EQ(reading("\n", File::TEXT_UTF8).readLine(buffer.get(), 10, nullptr), 0);
 }
 
-TEST_F(FileLine, ReadLine_MakesTheseCalls) {
-    File& file = reading("abc\ndef\n", File::TEXT_UTF8);
+TEST_F(FileLine, ReadLine_AsksTheSystemOnlyForWhatWasNotReadAhead) {
+    File& file = reading("abc\ndef\ng", File::TEXT_UTF8);
     FileCalls calls;
     ASSERT_EQ(file.readLine(Buffer(10).get(), 10, nullptr), 3);
-    EXPECT_EQ(calls.take(),
-              (Lines{"seekFile: lseek 0 1", "fileSize: fstat", "-: read", "seekFile: lseek 4 0"}));
+    EXPECT_EQ(calls.take(), (Lines{"seekFile: lseek 0 1", "fileSize: fstat", "-: pread 0"}));
+    ASSERT_EQ(file.readLine(Buffer(10).get(), 10, nullptr), 3);
+    EXPECT_EQ(calls.take(), Lines());
+    ASSERT_EQ(file.readLine(Buffer(10).get(), 10, nullptr), 1);
+    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat", "-: pread 8"})) << "its end may have come meanwhile";
+    ASSERT_EQ(file.readLine(Buffer(10).get(), 10, nullptr), File::END_OF_FILE);
+    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat"}));
 }
 
 TEST_F(FileLine, ReadLine_RefusesWrongArgumentsWithoutALineAndStays) {
@@ -336,7 +341,7 @@ TEST_F(FileLine, ReadLine_ThatTheSystemRefuses_SaysSo) {
         File& file = reading(encoded("ab\ncd\n", type), type);
         HookScope const hookScope;
         mLog.clear();
-        hooks::read.failFrom(1, 1, -1, EIO);
+        hooks::pread.failFrom(1, 1, -1, EIO);
         EXPECT_EQ(readLine(file), (TextRead{-1, "~", UNTOUCHED, 0}));
         EXPECT_EQ(mLog.lines(),
                   (Lines{error("ReadFile Failed. errno[5]"), error("in read func readFile Failed. Path:text"),
@@ -381,23 +386,24 @@ TEST_F(FileLine, ReadLine_WithAnyReadOfALongLineFailing_IsMinusOne) {
     std::string const line(5000, 'x');
     unsigned int nth = 0;
     for (int result = -1; result == -1;) {
-        File& file = reading(line + "\n", File::TEXT_UTF8);
+        File& file = reading(line + std::string(12000, '\r') + "\n", File::TEXT_UTF8);
         HookScope const hookScope;
-        hooks::read.failFrom(++nth, 1, -1, EIO);
+        hooks::pread.failFrom(++nth, 1, -1, EIO);
         result = readLine(file).result;
-        EXPECT_EQ(result, hooks::read.calls() < nth ? 5000 : -1);
+        EXPECT_EQ(result, hooks::pread.calls() < nth ? 5000 : -1);
         EXPECT_EQ(file.isOpened(), 1);
     }
     EXPECT_GT(nth, 3U);
 }
 
-// It looks at the size before the search, for each block of it, in front of the text, and as it reads that.
+// It looks at the size before the search, for each block that is not read ahead, and before the text.
 TEST_F(FileLine, ReadLine_OfALongLineInAFileThatIsCutMeanwhile_IsMinusThreeAndStays) {
     static unsigned int cutAt = 0;
-    constexpr int RESULTS[] = {-3, -3, -3, -3, 2000};
+    constexpr int RESULTS[] = {-3, -3, -3, 2000};
+    std::string const line = std::string(2000, 'x') + std::string(12000, '\r') + "\n";
     for (cutAt = 1; cutAt <= std::size(RESULTS); ++cutAt) {
         int const expected = RESULTS[cutAt - 1];
-        File& file = reading(std::string(2000, 'x') + "\n", File::TEXT_UTF8);
+        File& file = reading(line, File::TEXT_UTF8);
         HookScope const hookScope;
         hooks::fstat.replace([](int descriptor, struct stat* status) {
             int const result = hooks::fstat.real(descriptor, status);
@@ -407,7 +413,7 @@ TEST_F(FileLine, ReadLine_OfALongLineInAFileThatIsCutMeanwhile_IsMinusThreeAndSt
         unsigned int length = UNTOUCHED;
         EXPECT_EQ(file.readLine(Buffer(5119).get(), 5119, &length), expected) << cutAt;
         EXPECT_EQ(length, expected == -3 ? UNTOUCHED : 2001U);
-        EXPECT_EQ(file.position(), expected == 2000 ? 2001 : 0);
+        EXPECT_EQ(file.position(), expected == 2000 ? 14001 : 0);
     }
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -471,9 +477,9 @@ TEST_F(FileLine, ReadLine_OfReadsThatComeShort_GivesTheSame) {
             File& file = reading(encoded("abcdefg\r\nhi\n", type), type);
             HookScope const hookScope;
             unsigned int length = UNTOUCHED;
-            hooks::read.replace([](int descriptor, void* buffer, size_t size) {
+            hooks::pread.replace([](int descriptor, void* buffer, size_t size, off_t offset) {
                 bool const isSearch = size > 100;
-                return hooks::read.real(descriptor, buffer, isSearch ? std::min(size, most) : size);
+                return hooks::pread.real(descriptor, buffer, isSearch ? std::min(size, most) : size, offset);
             });
             Buffer const buffer(100);
             EXPECT_EQ(file.readLine(buffer.get(), 100, &length), type >= File::TEXT_UTF16_BIG ? 14 : 7);
@@ -677,7 +683,7 @@ TEST_F(FileLine, FindNextLineSize_ThatTheSystemRefusesToRead_SaysSo) {
         File& file = reading(encoded("abc\n", type), type);
         HookScope const hookScope;
         mLog.clear();
-        hooks::read.failFrom(1, 1, -1, EIO);
+        hooks::pread.failFrom(1, 1, -1, EIO);
         EXPECT_EQ(file.findNextLineSize(0, nullptr, nullptr), -1);
         EXPECT_EQ(mLog.lines(),
                   (Lines{error("ReadFile Failed. errno[5]"), error("in read func readFile Failed. Path:text"),
@@ -702,17 +708,15 @@ TEST_F(FileLine, FindNextLineSize_WithoutASizeOrAPosition_SaysSo) {
                      error("in findNextLineSize func file read error 6byte")}));
 }
 
-TEST_F(FileLine, FindNextLineSize_ThatCannotGoBackBehindTheLineEnd_SaysSo) {
+TEST_F(FileLine, FindNextLineSize_IsDirectlyBehindTheLineEnd_AlsoWhereTheSystemMovesNoPosition) {
     for (int const type : ALL_TYPES) {
+        unsigned int const unit = type >= File::TEXT_UTF16_BIG ? 2 : 1;
         File& file = reading(encoded("abc\nde", type), type);
         HookScope const hookScope;
-        mLog.clear();
-        hooks::lseek.failFrom(2, 1, -1, EIO);
-        unsigned int lineSize = UNTOUCHED;
-        EXPECT_EQ(file.findNextLineSize(0, &lineSize, nullptr), -1);
-        EXPECT_EQ(lineSize, UNTOUCHED);
-        EXPECT_EQ(mLog.lines(), (Lines{error("lseek64 Failed. errno[5]"),
-                                       error("in findNextLineSize func seekFile error")}));
+        hooks::lseek.failFrom(2, 0, -1, EIO);
+        EXPECT_EQ(findLineEnd(file),
+                  (LineEnd{static_cast<int>(4 * unit), 3 * unit, unit, static_cast<long long>(4 * unit)}));
+        EXPECT_EQ(mLog.lines(), Lines());
     }
 }
 
@@ -786,7 +790,7 @@ TEST_F(FileLine, NextEOLSize_WithoutAPosition_IsZeroAndSaysSo) {
 TEST_F(FileLine, NextEOLSize_ThatTheSystemRefusesToRead_IsMinusOneAndSaysSo) {
     File& file = reading("\n", File::TEXT_UTF8);
     HookScope const hookScope;
-    hooks::read.failFrom(1, 1, -1, EIO);
+    hooks::pread.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(file.nextEOLSize(), -1);
     EXPECT_EQ(mLog.lines(),
               (Lines{error("ReadFile Failed. errno[5]"), error("in read func readFile Failed. Path:text")}));

@@ -92,12 +92,15 @@ TEST_F(FileText, ReadText_ConvertsEveryTypeToUtf8) {
     EXPECT_EQ(readText(reading(KANJI_LITTLE, File::TEXT_UTF16_LITTLE), 4), (TextRead{4, KANJI_UTF8, 7, 4}));
 }
 
-TEST_F(FileText, ReadText_MakesTheseCallsInThisOrder) {
-    File& file = reading("abc", File::TEXT_UTF8);
+TEST_F(FileText, ReadText_AsksTheSystemOnlyForWhatWasNotReadAhead) {
+    File& file = reading("abcdef", File::TEXT_UTF8);
     FileCalls calls;
     ASSERT_EQ(file.readText(Buffer(10).get(), 10, 3, 0, nullptr), 3);
-    EXPECT_EQ(calls.take(), (Lines{"seekFile: lseek 0 1", "fileSize: fstat", "seekFile: lseek 0 1",
-                                   "fileSize: fstat", "seekFile: lseek 0 1", "-: read"}));
+    EXPECT_EQ(calls.take(), (Lines{"seekFile: lseek 0 1", "fileSize: fstat", "-: pread 0"}));
+    ASSERT_EQ(file.readText(Buffer(10).get(), 10, 3, 0, nullptr), 3);
+    EXPECT_EQ(calls.take(), Lines());
+    EXPECT_EQ(file.readText(Buffer(10).get(), 10, 3, 0, nullptr), File::END_OF_FILE);
+    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat"})) << "at the end of what was read ahead";
 }
 
 TEST_F(FileText, ReadText_GoesOnWhereItStopped) {
@@ -346,8 +349,9 @@ TEST_F(FileText, ReadText_OfTheLongestShiftJis_HasRoomForThreeBytesOfEach) {
 TEST_F(FileText, ReadText_ThatComesShort_ConvertsWhatCame) {
     File& file = reading("A\0B\0C\0"s, File::TEXT_UTF16_LITTLE);
     HookScope const hookScope;
-    hooks::read.replace(
-        [](int descriptor, void* buffer, size_t) { return hooks::read.real(descriptor, buffer, 3); });
+    hooks::pread.replace([](int descriptor, void* buffer, size_t, off_t offset) {
+        return hooks::pread.real(descriptor, buffer, 3, offset);
+    });
     EXPECT_EQ(readText(file, 6), (TextRead{3, "A", 2, 3}));
 }
 
@@ -366,13 +370,13 @@ TEST_F(FileText, ReadText_WithoutASize_IsMinusOneAndSaysSo) {
     hooks::fstat.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(file.readText(Buffer(9).get(), 9, 3, 0, nullptr), -1);
     EXPECT_EQ(mLog.lines(), (Lines{error("fstat Failed. errno[5]"), error("fileSize Failed. Path:text")}));
-    EXPECT_EQ(hooks::read.calls(), 0U);
+    EXPECT_EQ(hooks::pread.calls(), 0U);
 }
 
 TEST_F(FileText, ReadText_ThatTheSystemRefuses_SaysSo) {
     File& file = reading("abc", File::TEXT_UTF8);
     HookScope const hookScope;
-    hooks::read.failFrom(1, 1, -1, EIO);
+    hooks::pread.failFrom(1, 1, -1, EIO);
     unsigned int length = UNTOUCHED;
     EXPECT_EQ(file.readText(Buffer(9).get(), 9, 3, 0, &length), -1);
     EXPECT_EQ(length, UNTOUCHED);
@@ -384,12 +388,12 @@ TEST_F(FileText, ReadText_ThatTheSystemRefuses_SaysSo) {
 TEST_F(FileText, ReadText_OfAFileThatIsCutMeanwhile_IsAtTheEndOfFile) {
     File& file = reading("abc", File::TEXT_UTF8);
     HookScope const hookScope;
-    hooks::fstat.replace([](int descriptor, struct stat* status) {
-        int const result = hooks::fstat.real(descriptor, status);
-        status->st_size = hooks::fstat.calls() == 1 ? 3 : 0;
-        return result;
+    hooks::pread.replace([](int descriptor, void* buffer, size_t length, off_t offset) {
+        EXPECT_EQ(truncate("text", 0), 0);
+        return hooks::pread.real(descriptor, buffer, length, offset);
     });
     EXPECT_EQ(file.readText(Buffer(9).get(), 9, 3, 0, nullptr), File::END_OF_FILE);
+    EXPECT_EQ(file.position(), 0);
 }
 
 // Bytes of all kinds, many lengths around that of a conversion which needs no heap.

@@ -533,7 +533,7 @@ TEST_F(RiffFileInFolder, Close_WhereTheSubChunkCannotBeClosed_FailsButClosesTheF
     LogCapture const log;
     putAndOpen(THREE);
     ASSERT_EQ(mRiff.openSubChunk(2, utl::SubChunk::AT_START), 1);
-    hooks::read.failFrom(1, 1, -1, EIO);
+    hooks::pread.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(mRiff.close(), 0);
     EXPECT_EQ(mRiff.isOpened(), 0);
     EXPECT_EQ(mRiff.close(), 1);
@@ -564,7 +564,7 @@ TEST_F(RiffFileInFolder, Open_WhereTheFileCannotBeRead_FailsAndIsClosed) {
     LogCapture const log;
     putFile("f", THREE);
     for (unsigned int nth = 1;; ++nth) {
-        hooks::read.failFrom(nth, 1, -1, EIO);
+        hooks::pread.failFrom(nth, 1, -1, EIO);
         int const result = mRiff.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ);
         if (result == 0) {
             EXPECT_EQ(nth, 2U + 2 * 3 + 1);

@@ -239,7 +239,7 @@ TEST_F(SubChunkOdd, ReadHeader_WhereAnyCallFails_IsMinusOneAndPutsBackWhatItCan)
     for (unsigned int nth : {1U, 2U}) {
         ASSERT_EQ(file.seek(3, File::FROM_START), 3);
         HookScope const scope;
-        hooks::read.failFrom(nth, 1, -1, EIO);
+        hooks::pread.failFrom(nth, 1, -1, EIO);
         EXPECT_EQ(SubChunk::readHeader(&file, 4, nullptr, 0, nullptr), -1);
         EXPECT_EQ(file.position(), 3);
     }
@@ -413,7 +413,7 @@ TEST_F(SubChunkOdd, Write_OverTheEndAndShort_GrowsTheDataByWhatWentBeyond) {
 TEST_F(SubChunkOdd, Close_WhoseAnyCallFails_StaysOpenAndCanBeTriedAgain) {
     using Hooked = std::function<void(unsigned int)>;
     std::vector<Hooked> const faults{[](unsigned int nth) { hooks::lseek.failFrom(nth, 1, -1, EIO); },
-                                     [](unsigned int nth) { hooks::read.failFrom(nth, 1, -1, EIO); },
+                                     [](unsigned int nth) { hooks::pread.failFrom(nth, 1, -1, EIO); },
                                      [](unsigned int nth) { hooks::write.failFrom(nth, 1, -1, EIO); }};
     for (std::size_t fault = 0; fault < faults.size(); ++fault) {
         putFile("f", subChunk("one ", "0123"));
@@ -630,7 +630,7 @@ TEST_F(RiffOdd, Open_WhoseAnyCallFails_IsClosedForgetsAllAndCanBeTriedAgain) {
     putFile("f", three());
     using Hooked = std::function<unsigned int(unsigned int)>;
     std::vector<std::pair<char const*, Hooked>> const faults{
-        {"read", [](unsigned int n) { return hooks::read.failFrom(n, 1, -1, EIO), 0U; }},
+        {"read", [](unsigned int n) { return hooks::pread.failFrom(n, 1, -1, EIO), 0U; }},
         {"lseek", [](unsigned int n) { return hooks::lseek.failFrom(n, 1, -1, EIO), 0U; }},
         {"flock", [](unsigned int n) { return hooks::flock.failFrom(n, 1, -1, EWOULDBLOCK), 0U; }},
         {"open", [](unsigned int n) { return hooks::open.failFrom(n, 1, -1, EMFILE), 0U; }}};
@@ -759,7 +759,7 @@ TEST_F(RiffOdd, Close_WhoseSubChunkDoesNotClose_ClosesTheFileAndKeepsTheSubChunk
     ASSERT_EQ(file.write("tail\0\0\0\0", 8), 8);
     {
         HookScope const scope;
-        hooks::read.failFrom(1, 1, -1, EIO);
+        hooks::pread.failFrom(1, 1, -1, EIO);
         EXPECT_FALSE(file.close());
     }
     EXPECT_FALSE(file.isOpened());

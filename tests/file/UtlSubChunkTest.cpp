@@ -327,10 +327,11 @@ TEST_F(SubChunkInAFile, Read_WhereTheSystemFails_Fails) {
     HookScope const scope;
     LogCapture const log;
     openAt(FIRST);
-    hooks::read.failFrom(1, 1, -1, EIO);
+    hooks::pread.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(readText(1), "-1");
+    ASSERT_EQ(mSubChunk.seek(File::FROM_START, 0), 0);
     hooks::lseek.failFrom(1, 1, -1, EIO);
-    EXPECT_EQ(readText(1), "-1");
+    EXPECT_EQ(readText(1), "-1") << "the position is the system's after a seek";
 }
 
 TEST_F(SubChunkInAFile, Write_BehindAdd_LeavesTheSizeInTheHeaderAfterClose) {
@@ -428,6 +429,7 @@ TEST_F(SubChunkInAFile, Seek_WhereTheSystemFails_Fails) {
     EXPECT_EQ(mSubChunk.seek(File::FROM_START, 1), -1);
     hooks::lseek.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(mSubChunk.seek(File::FROM_POSITION, 1), -1);
+    ASSERT_EQ(mSubChunk.seek(File::FROM_START, 0), 0);
     hooks::lseek.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(mSubChunk.position(), -1);
 }
@@ -462,7 +464,7 @@ TEST_F(SubChunkInAFile, Close_OnFailure_StaysOpenAndCanBeTriedAgain) {
     openAt(SECOND, SubChunk::AT_END);
     ASSERT_EQ(mSubChunk.write("D", 1), 1);
     for (auto const& fail :
-         {+[] { hooks::lseek.failFrom(1, 1, -1, EIO); }, +[] { hooks::read.failFrom(1, 1, -1, EIO); },
+         {+[] { hooks::lseek.failFrom(1, 1, -1, EIO); }, +[] { hooks::pread.failFrom(1, 1, -1, EIO); },
           +[] { hooks::write.failFrom(1, 1, -1, EIO); }}) {
         fail();
         EXPECT_EQ(mSubChunk.close(), 0);
