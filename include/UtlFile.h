@@ -33,10 +33,10 @@ class ReadAhead;
 /// 0777 during the call and restores it; where that is not permitted it continues without. A process that is
 /// killed during the call leaves the mode at 0777.
 ///
-/// The operations that read text read ahead in blocks of 8 KiB. A `seek`, a `write` that writes and a `resize`
-/// drop the block, and position and size are exact at all times. What another program changes inside a block
-/// may be seen late; a file that grows is followed. After a `fork` both processes continue from the same
-/// position, and neither moves the other while both only read.
+/// The operations that read text read ahead in blocks of 8 KiB. A `seek`, a `write` that writes and a
+/// `resize` drop the block, and position and size are exact at all times. What another program changes inside
+/// a block may be seen late; a file that grows is followed. After a `fork` both processes continue from the
+/// same position, and neither moves the other while both only read.
 ///
 /// Each system call that may block is reported to the watchdog, except the `read` of a file and the `fsync`
 /// and `close` of a descriptor that is released.

@@ -43,10 +43,7 @@ void ReadAhead::dropBytesAt(long long position) {
     mFilled = 0;
 }
 
-ReadRoom::ReadRoom(ReadAhead* ahead, unsigned int neededBytes) {
-    if (ahead == nullptr || ahead->mpRoom != nullptr) {
-        return;
-    }
+void ReadRoom::makeRoom(ReadAhead* ahead, unsigned int neededBytes) {
     ahead->mOwnRoom.reset(new (std::nothrow) char[ReadAhead::BLOCK_BYTES + TEXT_UNIT_BYTES_MAX]);
     if (ahead->mOwnRoom != nullptr) {
         ahead->mpRoom = ahead->mOwnRoom.get();
@@ -61,12 +58,10 @@ ReadRoom::ReadRoom(ReadAhead* ahead, unsigned int neededBytes) {
     ahead->mRoomBytes = std::max(neededBytes, SPARE_BYTES);
 }
 
-ReadRoom::~ReadRoom() {
-    if (mpAhead != nullptr) {
-        mpAhead->dropBytes();
-        mpAhead->mpRoom = nullptr;
-        mpAhead->mRoomBytes = 0;
-    }
+void ReadRoom::takeRoomAway() {
+    mpAhead->dropBytes();
+    mpAhead->mpRoom = nullptr;
+    mpAhead->mRoomBytes = 0;
 }
 
 }  // namespace utl

@@ -77,13 +77,24 @@ class [[nodiscard]] ReadRoom {
   public:
     /// `ahead` may be null, for a closed file. At least `neededBytes`, or `std::bad_alloc`; up to 512 need no
     /// memory.
-    explicit ReadRoom(ReadAhead* ahead, unsigned int neededBytes = 0);
-    ~ReadRoom();
+    explicit ReadRoom(ReadAhead* ahead, unsigned int neededBytes = 0) {
+        if (ahead != nullptr && ahead->mpRoom == nullptr) {
+            makeRoom(ahead, neededBytes);
+        }
+    }
+    ~ReadRoom() {
+        if (mpAhead != nullptr) {
+            takeRoomAway();
+        }
+    }
     ReadRoom(ReadRoom const&) = delete;
     ReadRoom& operator=(ReadRoom const&) = delete;
 
   private:
     static constexpr unsigned int SPARE_BYTES = 512;
+
+    void makeRoom(ReadAhead* ahead, unsigned int neededBytes);
+    void takeRoomAway();
 
     ReadAhead* mpAhead = nullptr;  ///< null if the room stays
     std::unique_ptr<char[]> mNeeded;
