@@ -1,5 +1,4 @@
-// Text in files against the system calls that it cannot do without, and against the ways of the C++ and the C
-// library.
+// Text in files against the ways of the C++ and the C library, which read ahead as well.
 
 #include <fcntl.h>
 #include <iconv.h>
@@ -22,12 +21,10 @@
 namespace {
 
 using utl::File;
-using utlbench::reported;
 
 constexpr std::size_t FILE_BYTES = 20'000'000;
 constexpr unsigned int LINE_BYTES = 80;
 constexpr unsigned int BUFFER_SIZE = 1024;
-constexpr unsigned int BLOCK_BYTES = 512;
 constexpr int SJIS = 0;
 constexpr int UTF8 = 1;
 
@@ -110,34 +107,6 @@ void readLine() {
 }
 
 template <int TYPE>
-int openedLines() {
-    static int const theDescriptor = open(pathOfLines<TYPE>().c_str(), O_RDONLY | O_CLOEXEC);
-    return theDescriptor;
-}
-
-// What a line needs at least: the position, the size, one read and one seek, with the signs of life that
-// belong to them. Finds the line and converts nothing.
-template <int TYPE, bool IS_REPORTED>
-void readLineBarely() {
-    int const descriptor = openedLines<TYPE>();
-    auto const call = [](auto work) {
-        if constexpr (IS_REPORTED) {
-            return reported(work);
-        } else {
-            return work();
-        }
-    };
-    struct stat status = {};
-    char block[BLOCK_BYTES];
-    off_t const start = call([=] { return lseek(descriptor, 0, SEEK_CUR); });
-    call([=, &status] { return fstat(descriptor, &status); });
-    ssize_t const count = start < status.st_size ? read(descriptor, block, BLOCK_BYTES) : 0;
-    void const* const lineEnd = std::memchr(block, '\n', static_cast<std::size_t>(count));
-    off_t const next = lineEnd != nullptr ? start + 1 + (static_cast<char const*>(lineEnd) - block) : 0;
-    utlbench::keep(call([=] { return lseek(descriptor, next, SEEK_SET); }));
-}
-
-template <int TYPE>
 bool getLine(std::string* line) {
     static std::ifstream theStream(pathOfLines<TYPE>(), std::ios::binary);
     if (std::getline(theStream, *line)) {
@@ -165,19 +134,10 @@ void getLineOfSjis() {
     utlbench::keep(iconv(theConverter, &from, &left, &to, &room));
 }
 
-UTL_RATIO_CPU("readLine of 80 bytes of UTF-8, to position, size, read and seek as a file makes them",
-              readLine<UTF8>, (readLineBarely<UTF8, true>), 1.3);
-UTL_RATIO_CPU("readLine of 80 bytes of Shift-JIS, to position, size, read and seek as a file makes them",
-              readLine<SJIS>, (readLineBarely<SJIS, true>), 1.3);
-// For comparison.
-UTL_RATIO_CPU("readLine of 80 bytes of UTF-8, to these system calls without signs of life", readLine<UTF8>,
-              (readLineBarely<UTF8, false>), 3.0);
-UTL_RATIO_CPU("readLine of 80 bytes of Shift-JIS, to these system calls without signs of life",
-              readLine<SJIS>, (readLineBarely<SJIS, false>), 3.0);
-UTL_RATIO_CPU("readLine of 80 bytes of UTF-8, to std::getline of a stream with a buffer", readLine<UTF8>,
-              getLineOfUtf8, 60.0);
-UTL_RATIO_CPU("readLine of 80 bytes of Shift-JIS, to such a std::getline and iconv", readLine<SJIS>,
-              getLineOfSjis, 10.0);
+UTL_RATIO_CPU("readLine of 80 bytes of UTF-8, checked and with a sign of life, to std::getline of a stream",
+              readLine<UTF8>, getLineOfUtf8, 3.0);
+UTL_RATIO_CPU("readLine of 80 bytes of Shift-JIS as UTF-8, to std::getline of a stream and iconv",
+              readLine<SJIS>, getLineOfSjis, 1.0);
 
 // --- a key
 

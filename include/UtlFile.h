@@ -1,11 +1,15 @@
 #pragma once
 
+#include <memory>
+
 #include "UtlArray.h"
 #include "UtlBasicString.h"
 #include "UtlPlatform.h"
 #include "UtlSmartPointer.h"
 
 namespace utl {
+
+class ReadAhead;
 
 /// A file: its path, its descriptor while it is open, and the encoding of its text. *One owner thread*,
 /// because the object has no lock; the static operations may be called from any thread. Different objects on
@@ -28,6 +32,11 @@ namespace utl {
 /// "//" fails the check. An operation that writes or changes an entry of a folder sets the folder's mode to
 /// 0777 during the call and restores it; where that is not permitted it continues without. A process that is
 /// killed during the call leaves the mode at 0777.
+///
+/// The operations that read text read ahead in blocks of 8 KiB. A `seek`, a `write` that writes and a
+/// `resize` drop the block, and position and size are exact at all times. What another program changes inside
+/// a block may be seen late; a file that grows is followed. After a `fork` both processes continue from the
+/// same position, and neither moves the other while both only read.
 ///
 /// Each system call that may block is reported to the watchdog, except the `read` of a file and the `fsync`
 /// and `close` of a descriptor that is released.
@@ -449,11 +458,16 @@ class UTL_API File {
     int openForReading(int disposition);
     int openForWriting(int disposition, int access);
     long long openedSize() const;
-    int readFile(void* buffer, unsigned int length);
+    long long sizeToRead();
+    bool settlePosition();
+    int readOn(long long size);
+    int takeBytes(char** bytes);
+    int findLineAhead(unsigned int* textSize, unsigned int* totalSize);
 
     BasicString<char> mPath;
     SmartHandle<DestructCloseFile> mHandle;
     int mTextType;
+    std::unique_ptr<ReadAhead> mReadAhead;  // while the file is open
 };
 
 }  // namespace utl

@@ -6,10 +6,12 @@
 
 #include <cerrno>
 #include <climits>
+#include <utility>
 
 #include "UtlLog.h"
 #include "internal/file/UtlFileCalls.h"
 #include "internal/file/UtlPathRules.h"
+#include "internal/file/UtlReadAhead.h"
 #include "internal/file/UtlWidenedParent.h"
 
 namespace utl {
@@ -152,7 +154,13 @@ int File::open(int disposition, int access) {
     if (isRefused) {
         return 0;
     }
-    return access == ACCESS_READ ? openForReading(disposition) : openForWriting(disposition, access);
+    auto readAhead = std::make_unique<ReadAhead>();
+    int const isOpen =
+        access == ACCESS_READ ? openForReading(disposition) : openForWriting(disposition, access);
+    if (isOpen != 0) {
+        mReadAhead = std::move(readAhead);
+    }
+    return isOpen;
 }
 
 int File::openForReading(int disposition) {
@@ -214,6 +222,7 @@ int File::openForWriting(int disposition, int access) {
 int File::close() {
     int const wasOpened = isOpened();
     mHandle.release();
+    mReadAhead.reset();
     return wasOpened;
 }
 
@@ -229,20 +238,38 @@ long long File::seek(long long offset, int origin) {
     if (isOpened() == 0) {
         return -1;
     }
+    int whence = SEEK_SET;
     switch (origin) {
         case FROM_START:
-            return seekFile(mHandle.get(), offset, SEEK_SET);
+            break;
         case FROM_END:
-            return seekFile(mHandle.get(), offset, SEEK_END);
+            whence = SEEK_END;
+            break;
         case FROM_POSITION:
-            return seekFile(mHandle.get(), offset, SEEK_CUR);
+            if (!settlePosition()) {
+                return -1;
+            }
+            whence = SEEK_CUR;
+            break;
         default:
             return -1;
     }
+    long long const position = seekFile(mHandle.get(), offset, whence);
+    if (position != -1) {
+        mReadAhead->giveUp();
+    }
+    return position;
 }
 
 long long File::position() const {
-    return isOpened() != 0 ? seekFile(mHandle.get(), 0, SEEK_CUR) : -1;
+    if (isOpened() == 0) {
+        return -1;
+    }
+    if (!mReadAhead->isPlaced()) {
+        return seekFile(mHandle.get(), 0, SEEK_CUR);
+    }
+    reportFileAlive("position", __LINE__);
+    return mReadAhead->position();
 }
 
 long long File::size() const {
@@ -259,11 +286,32 @@ long long File::availableSize() const {
 }
 
 int File::read(void* buffer, unsigned int length) {
-    if (isOpened() == 0) {
-        logError("in read func file is not opened");
+    if (isOpened() != 0 && (buffer == nullptr || length == 0 || length > INT_MAX)) {
         return -1;
     }
-    if (buffer == nullptr || length == 0 || length > INT_MAX) {
+    long long const size = sizeToRead();
+    if (size == -1) {
+        return -1;
+    }
+    long long const position = mReadAhead->position();
+    if (position >= size) {
+        return END_OF_FILE;
+    }
+    // Not in a bracket, unlike a write: alive times are chosen for readers whose last report came before the
+    // reading.
+    auto const result = static_cast<int>(::pread(mHandle.get(), buffer, length, position));
+    if (result == -1) {
+        logReadFailure(getPath());
+        return -1;
+    }
+    mReadAhead->moveTo(position + result);
+    return result;
+}
+
+/// The size of the file, with the position known to `mReadAhead`; -1 with lines on failure.
+long long File::sizeToRead() {
+    if (isOpened() == 0) {
+        logError("in read func file is not opened");
         return -1;
     }
     long long const size = openedSize();
@@ -276,17 +324,28 @@ int File::read(void* buffer, unsigned int length) {
         logError("in read func now seekFile func error");
         return -1;
     }
-    return position < size ? readFile(buffer, length) : END_OF_FILE;
+    mReadAhead->moveTo(position);
+    return size;
 }
 
-// Not in a bracket, unlike a write: alive times are chosen for readers whose last report came before the
-// `read`.
-int File::readFile(void* buffer, unsigned int length) {
-    auto const result = static_cast<int>(::read(mHandle.get(), buffer, length));
+/// `ReadAhead::readOn`; logs a failure.
+int File::readOn(long long size) {
+    int const result = mReadAhead->readOn(mHandle.get(), size);
     if (result == -1) {
         logReadFailure(getPath());
     }
     return result;
+}
+
+/// Gives the position back to the kernel, for what uses it there; false with a line on failure.
+bool File::settlePosition() {
+    if (mReadAhead->isPlaced()) {
+        if (seekFile(mHandle.get(), mReadAhead->position(), SEEK_SET) == -1) {
+            return false;
+        }
+        mReadAhead->giveUp();
+    }
+    return true;
 }
 
 int File::write(void const* buffer, unsigned int length) {
@@ -298,7 +357,7 @@ int File::write(void const* buffer, unsigned int length) {
         // For each write, though the file is already open, and for a write of nothing too: callers rely on a
         // folder that is wide during a write and has its own mode after it.
         WidenedParent const parent(getPath());
-        if (buffer != nullptr && length != 0) {
+        if (buffer != nullptr && length != 0 && settlePosition()) {
             result = writeFile(mHandle.get(), buffer, length);
         }
     }
@@ -310,7 +369,7 @@ int File::write(void const* buffer, unsigned int length) {
 
 int File::resize() {
     int const descriptor = mHandle.get();
-    if (isOpened() == 0) {
+    if (isOpened() == 0 || !settlePosition()) {
         return 0;
     }
     long long const position =

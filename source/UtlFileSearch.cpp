@@ -1,16 +1,13 @@
 #include <algorithm>
 #include <cstring>
-#include <memory>
 
 #include "UtlFile.h"
-#include "internal/file/UtlFileCalls.h"
+#include "internal/file/UtlReadAhead.h"
 #include "internal/text/UtlCharDecoder.h"
 
 namespace utl {
 
 namespace {
-
-constexpr unsigned int BLOCK_BYTES = 16384;
 
 /// Searches for a key in successive blocks of bytes; *one owner thread*, because it remembers how much of the
 /// key has matched. It never goes back: a byte that ends a partial match begins none.
@@ -44,22 +41,18 @@ class KeySearch {
     unsigned int mMatched = 0;
 };
 
-/// The bytes from the position to the end of the key, among the next `range`; `KEY_NOT_FOUND`, -1 on failure.
-long long bytesToKeyEnd(File* file, KeySearch search, unsigned long long range) {
-    long long const available = file->availableSize();
-    if (available == -1) {
-        return -1;
-    }
-    auto const limit = static_cast<long long>(std::min(range, static_cast<unsigned long long>(available)));
-    auto const blockBytes = static_cast<unsigned int>(std::min<long long>(limit, BLOCK_BYTES));
-    std::unique_ptr<unsigned char[]> const block(new unsigned char[blockBytes]);
+/// The bytes up to the end of the key among the next `limit`, which `next` returns by blocks as `read` does;
+/// `KEY_NOT_FOUND`, -1 on failure.
+template <typename NEXT>
+long long bytesToKeyEnd(KeySearch search, long long limit, NEXT next) {
     for (long long examined = 0; examined < limit;) {
-        auto const wanted = static_cast<unsigned int>(std::min<long long>(limit - examined, blockBytes));
-        int const count = file->read(block.get(), wanted);
+        char* block = nullptr;
+        int const count = next(&block);
         if (count <= 0) {
             return count == -1 ? -1 : File::KEY_NOT_FOUND;
         }
-        examined += search.examine(block.get(), static_cast<unsigned int>(count));
+        auto const wanted = static_cast<unsigned int>(std::min<long long>(limit - examined, count));
+        examined += search.examine(reinterpret_cast<unsigned char const*>(block), wanted);
         if (search.isFound()) {
             return examined;
         }
@@ -76,7 +69,7 @@ int File::nextEOLSize() {
     }
     unsigned char bytes[2] = {};
     int const count = read(bytes, sizeof(bytes));
-    seek(start, FROM_START);
+    mReadAhead->moveTo(start);
     if (count <= 0) {
         return count == -1 ? -1 : 0;
     }
@@ -97,13 +90,35 @@ long long File::seekKey(unsigned char const* key, unsigned int keyLength, unsign
     if (begin == -1) {
         return -1;
     }
-    long long const bytes = bytesToKeyEnd(this, KeySearch(key, keyLength), range);
-    long long const found =
-        bytes < 0 ? bytes : seek(begin + bytes - (mode == AFTER_KEY ? 0 : keyLength), FROM_START);
-    if (found < 0) {
-        seek(oldPosition, FROM_START);
-    }
+    mReadAhead->moveTo(begin);
+    ReadRoom const room(mReadAhead.get());
+    long long const available = availableSize();
+    auto const limit = static_cast<long long>(std::min(range, static_cast<unsigned long long>(available)));
+    long long const bytes =
+        available == -1 ? -1 : bytesToKeyEnd(KeySearch(key, keyLength), limit, [this](char** block) {
+            return takeBytes(block);
+        });
+    long long const found = bytes < 0 ? bytes : begin + bytes - (mode == AFTER_KEY ? 0 : keyLength);
+    mReadAhead->moveTo(found < 0 ? oldPosition : found);
     return found;
+}
+
+/// The next bytes that were read ahead, and the position after them. Reads on if there are none; results and
+/// lines as those of `read`. Needs a `ReadRoom`.
+int File::takeBytes(char** bytes) {
+    if (mReadAhead->count() == 0) {
+        long long const size = sizeToRead();
+        if (size <= mReadAhead->position()) {
+            return size == -1 ? -1 : END_OF_FILE;
+        }
+        if (readOn(size) == -1) {
+            return -1;
+        }
+    }
+    unsigned int const count = mReadAhead->count();
+    *bytes = mReadAhead->bytes();
+    mReadAhead->pass(count);
+    return static_cast<int>(count);
 }
 
 long long File::seekKey(char const* key, unsigned long long start, unsigned long long range, int mode) {

@@ -9,6 +9,7 @@
 #include "UtlString.h"
 #include "internal/file/UtlFileCalls.h"
 #include "internal/file/UtlLineSearch.h"
+#include "internal/file/UtlReadAhead.h"
 #include "internal/file/UtlTextType.h"
 #include "internal/file/UtlUtf8Text.h"
 #include "internal/text/UtlCharDecoder.h"
@@ -18,8 +19,6 @@ namespace utl {
 
 namespace {
 
-constexpr unsigned int SHORT_LINE_BYTES = 512;
-constexpr unsigned int BLOCK_BYTES = 4096;
 constexpr char LINE_END[] = "\n";
 
 // The line names the bytes of one character, however many are read at a time. No other failure is possible in
@@ -113,68 +112,83 @@ int writeAsUtf16(File* file, char const* text, int textType, unsigned int length
     return writeUnits(file, bytes.data(), count, 2, length, offset);
 }
 
-/// The position of a line, that of the next one, and the bytes of the line without its end.
-struct LinePlace {
-    long long start;
-    long long next;
-    unsigned int size;
+/// Saves the bytes after a text, which `Utf8Text` overwrites, and restores them at the end of the scope. *One
+/// owner thread*, because it lives on a stack.
+class [[nodiscard]] SavedTextEnd {
+  public:
+    explicit SavedTextEnd(char* end) : mEnd(end) { std::memcpy(mBytes, mEnd, sizeof(mBytes)); }
+    ~SavedTextEnd() { std::memcpy(mEnd, mBytes, sizeof(mBytes)); }
+    SavedTextEnd(SavedTextEnd const&) = delete;
+    SavedTextEnd& operator=(SavedTextEnd const&) = delete;
+
+  private:
+    char* const mEnd;
+    char mBytes[TEXT_UNIT_BYTES_MAX];
 };
 
-/// Stores the line, whose bytes are in memory, as `readText` does. A failure moves the position as there.
-int storeLine(File* file, int textType, LinePlace const& place, char* bytes, TextTarget const& target,
-              unsigned int* length) {
-    if (!target.hasRoom(textUnitBytes(textType) + place.size)) {
-        file->seek(place.start, File::FROM_START);
-        return -1;
-    }
-    *length = target.store(Utf8Text(textType, bytes, place.size));
-    if (*length == INVALID_SIZE) {
-        file->seek(place.start + place.size, File::FROM_START);
-        return -1;
-    }
-    return static_cast<int>(place.size);
+/// Stores the next `count` bytes that were read ahead, and moves over them. Returns what `TextTarget::store`
+/// does.
+unsigned int storeAhead(ReadAhead* ahead, int textType, unsigned int count, TextTarget const& target) {
+    char* const bytes = ahead->bytes();
+    ahead->pass(count);
+    SavedTextEnd const end(bytes + count);
+    return target.store(Utf8Text(textType, bytes, count));
 }
 
-/// Moves after a line whose text is stored, or back to its start if only its size was asked for.
-int leaveLine(File* file, LinePlace const& place, TextTarget const& target, int result, unsigned int length,
-              unsigned int* outputLength) {
-    if (result < 0) {
-        return result;
-    }
-    if (file->seek(target.size != 0 ? place.next : place.start, File::FROM_START) == -1) {
+// What the search for a line returns besides the results of `readLine`.
+constexpr int LINE_IS_AHEAD = 1;
+constexpr int LINE_IS_LONGER = 0;
+
+/// Bytes of a line without and with its end.
+struct LineSizes {
+    unsigned int text;
+    unsigned int total;
+};
+
+/// Reads the line at the position, whose bytes were read ahead, as `readLine` does.
+int takeLine(ReadAhead* ahead, int textType, LineSizes const& line, TextTarget const& target,
+             unsigned int* outputLength) {
+    if (line.text > File::TEXT_BYTES_MAX ||
+        (line.text != 0 && !target.hasRoom(textUnitBytes(textType) + line.text))) {
         return -1;
     }
-    setIfGiven(outputLength, length);
-    return result;
-}
-
-/// Reads a line that is completely in memory.
-int readShortLine(File* file, int textType, LinePlace const& place, char* bytes, TextTarget const& target,
-                  unsigned int* outputLength) {
+    long long const start = ahead->position();
     unsigned int length = 0;
-    int const result =
-        place.size != 0 ? storeLine(file, textType, place, bytes, target, &length) : target.storeNothing();
-    return leaveLine(file, place, target, result, length, outputLength);
+    if (line.text == 0) {
+        target.storeNothing();
+    } else {
+        length = storeAhead(ahead, textType, line.text, target);
+    }
+    if (length == INVALID_SIZE) {
+        return -1;
+    }
+    ahead->moveTo(target.size != 0 ? start + line.total : start);
+    setIfGiven(outputLength, length);
+    return static_cast<int>(line.text);
 }
 
-/// Reads a line that may be too long to be read; the position then stays at its start.
+/// Reads a line that is too long to be read ahead, and may be too long to be read; the position then stays at
+/// its start.
 int readLongLine(File* file, long long start, TextTarget const& target, unsigned int* outputLength) {
     unsigned int size = 0;
-    if (file->seek(start, File::FROM_START) == -1 ||
-        file->findNextLineSize(target.size, &size, nullptr) == -1) {
+    if (file->findNextLineSize(target.size, &size, nullptr) == -1) {
         return -1;
     }
     long long const next = file->position();
     if (next == -1 || file->seek(start, File::FROM_START) == -1) {
         return -1;
     }
-    if (next == start) {
-        return File::END_OF_FILE;  // whatever the file's size says
-    }
     unsigned int length = 0;
     int const result =
         size != 0 ? file->readText(target.buffer, target.size, size, 0, &length) : target.storeNothing();
-    return leaveLine(file, {start, next, size}, target, result, length, outputLength);
+    if (result < 0) {
+        return result;
+    }
+    if (file->seek(target.size != 0 ? next : start, File::FROM_START) == -1) {
+        return -1;
+    }
+    setIfGiven(outputLength, length);
+    return result;
 }
 
 }  // namespace
@@ -192,29 +206,39 @@ int File::readText(char* buffer, unsigned int bufferSize, unsigned int length, u
     unsigned int const unitBytes = textUnitBytes(mTextType);
     unsigned int const wanted = unitBytes != 0 ? length / unitBytes * unitBytes : 0;
     TextTarget const target{buffer, bufferSize, offset};
-    if (isOpened() == 0 || wanted == 0 || wanted > TEXT_BYTES_MAX || !target.isUsable() || position() == -1) {
+    bool const isUsable = isOpened() != 0 && wanted != 0 && wanted <= TEXT_BYTES_MAX && target.isUsable();
+    long long const start = isUsable ? position() : -1;
+    if (start == -1) {
         return -1;
     }
-    long long const available = availableSize();
-    if (available <= 0) {
-        return available == 0 ? END_OF_FILE : -1;
+    mReadAhead->moveTo(start);
+    unsigned int count = wanted;
+    long long available = mReadAhead->count();
+    if (available < count) {
+        available = availableSize();
+        if (available <= 0) {
+            return available == 0 ? END_OF_FILE : -1;
+        }
+        count = static_cast<unsigned int>(std::min<long long>(wanted, available));
     }
-    auto const count = static_cast<unsigned int>(std::min<long long>(wanted, available));
     if (!target.hasRoom(unitBytes + count)) {
         return -1;
     }
-    std::vector<char> bytes(count + TEXT_UNIT_BYTES_MAX);
-    int const result = read(bytes.data(), count);
-    if (result <= 0) {
-        return result == -1 ? -1 : END_OF_FILE;
+    ReadRoom const room(mReadAhead.get(), count);
+    if (mReadAhead->count() < count) {
+        mReadAhead->dropBytes();
+        int const result = readOn(start + available);
+        if (result <= 0) {
+            return result == -1 ? -1 : END_OF_FILE;
+        }
+        count = std::min(count, mReadAhead->count());
     }
-    unsigned int const size =
-        target.store(Utf8Text(mTextType, bytes.data(), static_cast<unsigned int>(result)));
+    unsigned int const size = storeAhead(mReadAhead.get(), mTextType, count, target);
     if (size == INVALID_SIZE) {
         return -1;
     }
     setIfGiven(outputLength, size);
-    return result;
+    return static_cast<int>(count);
 }
 
 int File::readText(BasicString<char>* text, unsigned int length, unsigned int offset,
@@ -229,28 +253,59 @@ int File::readLine(char* buffer, unsigned int bufferSize, unsigned int* outputLe
     if (start == -1 || bufferSize > TEXT_BYTES_MAX) {
         return -1;
     }
+    ReadAhead& ahead = *mReadAhead;
+    ahead.moveTo(start);
+    {
+        ReadRoom const room(&ahead);
+        LineSizes line{};
+        int const result = findLineAhead(&line.text, &line.total);
+        if (result == LINE_IS_AHEAD) {
+            return takeLine(&ahead, mTextType, line, target, outputLength);
+        }
+        if (result != LINE_IS_LONGER) {
+            return result;
+        }
+    }
+    return readLongLine(this, start, target, outputLength);
+}
+
+/// Finds the end of the line at the position among the bytes that were read ahead, and reads on until it is
+/// there. Sets the bytes of the line without and with its end and returns `LINE_IS_AHEAD`; `LINE_IS_LONGER`
+/// than the room, `END_OF_FILE`, or -1 with lines. The position stays. Needs a `ReadRoom`.
+int File::findLineAhead(unsigned int* textSize, unsigned int* totalSize) {
+    ReadAhead& ahead = *mReadAhead;
+    bool const isText = textUnitBytes(mTextType) != 0;
+    LineSearch known(mTextType);
+    if (isText) {
+        known.examine(ahead.bytes(), ahead.count(), false);
+    }
+    if (known.isFound()) {
+        *textSize = known.lineSize();
+        *totalSize = known.totalSize();
+        return LINE_IS_AHEAD;
+    }
     long long const size = openedSize();
-    if (size <= start) {
-        return size == -1 ? -1 : END_OF_FILE;
+    if (size <= ahead.position() || !isText) {
+        return size == -1 || size > ahead.position() ? -1 : END_OF_FILE;
     }
-    if (textUnitBytes(mTextType) == 0) {
-        return -1;
-    }
-    char block[SHORT_LINE_BYTES + TEXT_UNIT_BYTES_MAX];
-    int const count =
-        readFile(block, static_cast<unsigned int>(std::min<long long>(size - start, SHORT_LINE_BYTES)));
-    if (count == -1) {
-        logLineReadError(mTextType);
-        return -1;
-    }
+    ahead.dropBytes();
     LineSearch line(mTextType);
-    bool const isLast = count == size - start;
-    line.examine(block, static_cast<unsigned int>(count), isLast);
-    if (!line.isFound() && !isLast) {
-        return readLongLine(this, start, target, outputLength);
+    unsigned int examined = 0;
+    for (bool isLast = false; !line.isFound() && !isLast;) {
+        if (ahead.isFull()) {
+            return LINE_IS_LONGER;
+        }
+        int const count = readOn(size);
+        if (count == -1) {
+            logLineReadError(mTextType);
+            return -1;
+        }
+        isLast = count == 0 || ahead.end() == size;
+        examined += line.examine(ahead.bytes() + examined, ahead.count() - examined, isLast);
     }
-    LinePlace const place{start, start + (line.isFound() ? line.totalSize() : count), line.lineSize()};
-    return readShortLine(this, mTextType, place, block, target, outputLength);
+    *textSize = line.lineSize();
+    *totalSize = line.isFound() ? line.totalSize() : ahead.count();
+    return ahead.count() != 0 ? LINE_IS_AHEAD : END_OF_FILE;
 }
 
 int File::readLine(BasicString<char>* text, unsigned int* outputLength) {
@@ -262,27 +317,29 @@ int File::findNextLineSize(unsigned int /*limit*/, unsigned int* lineSize, unsig
     if (textUnitBytes(mTextType) == 0) {
         return -1;
     }
-    std::vector<char> block(BLOCK_BYTES);
+    if (isOpened() != 0 && mReadAhead->isPlaced()) {
+        reportFileAlive("findNextLineSize", __LINE__);
+    }
+    ReadRoom const room(mReadAhead.get());
     LineSearch line(mTextType);
-    unsigned int held = 0;
+    if (isOpened() != 0) {
+        mReadAhead->pass(line.examine(mReadAhead->bytes(), mReadAhead->count(), false));
+    }
     for (bool isLast = false; !line.isFound() && !isLast;) {
-        int const count = read(block.data() + held, BLOCK_BYTES - held);
+        long long const size = sizeToRead();
+        int const count = size != -1 ? readOn(size) : -1;
         if (count == -1) {
             logLineReadError(mTextType);
             return -1;
         }
-        isLast = count <= 0;
-        held += isLast ? 0 : static_cast<unsigned int>(count);
-        unsigned int const done = line.examine(block.data(), held, isLast);
+        isLast = count == 0;
+        mReadAhead->pass(line.examine(mReadAhead->bytes(), mReadAhead->count(), isLast));
         if (line.totalSize() > INT_MAX) {
             return -1;
         }
-        held -= done;
-        std::memmove(block.data(), block.data() + done, held);
     }
-    if (line.isFound() && held != 0 && seek(-static_cast<long long>(held), FROM_POSITION) == -1) {
-        applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "in findNextLineSize func seekFile error");
-        return -1;
+    if (!line.isFound()) {
+        mReadAhead->pass(mReadAhead->count());
     }
     setIfGiven(lineSize, line.lineSize());
     setIfGiven(eolSize, line.eolSize());

@@ -476,7 +476,7 @@ TEST_F(FileInFolder, Read_ThatTheSystemRefuses_SaysSoAndIsNotRepeated) {
     for (int const reason : {EINTR, EIO}) {
         mLog.clear();
         HookScope const scope;
-        hooks::read.failFrom(1, 1, -1, reason);
+        hooks::pread.failFrom(1, 1, -1, reason);
         char buffer = 0;
         EXPECT_EQ(mFile.read(&buffer, 1), -1);
         EXPECT_EQ(mLog.lines(), (Lines{error("ReadFile Failed. errno[" + std::to_string(reason) + "]"),

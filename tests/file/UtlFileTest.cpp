@@ -551,14 +551,16 @@ TEST_F(FileInFolder, Read_GivesWhatThereIsAndThenTheEndOfFile) {
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
-TEST_F(FileInFolder, Read_MakesTheseCallsAndReportsNoneOfThemButTheLookAhead) {
+TEST_F(FileInFolder, Read_MakesTheseCallsAndAsksForAPositionOnce) {
     ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     FileCalls calls;
     char buffer[20] = {};
-    EXPECT_EQ(mFile.read(buffer, 20), 10);
-    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat", "seekFile: lseek 0 1", "-: read"}));
+    EXPECT_EQ(mFile.read(buffer, 4), 4);
+    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat", "seekFile: lseek 0 1", "-: pread 0"}));
+    EXPECT_EQ(mFile.read(buffer, 20), 6);
+    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat", "-: pread 4"}));
     EXPECT_EQ(mFile.read(buffer, 20), File::END_OF_FILE);
-    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat", "seekFile: lseek 0 1"}));
+    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat"}));
 }
 
 TEST_F(FileInFolder, Read_OfAClosedFile_SaysSo) {
@@ -584,7 +586,8 @@ TEST_F(FileInFolder, Read_WithWrongArguments_IsMinusOneWithoutALineOrACall) {
 TEST_F(FileInFolder, Read_TakesTheLargestSignedLength) {
     ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     HookScope const scope;
-    hooks::read.replace([](int, void*, size_t length) -> ssize_t { return length == INT_MAX ? 7 : -1; });
+    hooks::pread.replace(
+        [](int, void*, size_t length, off_t) -> ssize_t { return length == INT_MAX ? 7 : -1; });
     char buffer = 0;
     EXPECT_EQ(mFile.read(&buffer, INT_MAX), 7);
 }
@@ -599,8 +602,9 @@ TEST_F(FileInFolder, Read_OfAFileOpenedToWrite_IsRefusedByTheSystem) {
 TEST_F(FileInFolder, Read_ThatComesShort_GivesWhatCame) {
     ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     HookScope const scope;
-    hooks::read.replace(
-        [](int descriptor, void* out, size_t) { return hooks::read.real(descriptor, out, 3); });
+    hooks::pread.replace([](int descriptor, void* out, size_t, off_t offset) {
+        return hooks::pread.real(descriptor, out, 3, offset);
+    });
     char buffer[10] = {};
     EXPECT_EQ(mFile.read(buffer, 10), 3);
     EXPECT_EQ(mFile.position(), 3);
@@ -696,9 +700,9 @@ TEST_F(FileInFolder, Read_OfAFileThatWasCutMeanwhile_IsAtTheEndOfFile) {
 TEST_F(FileInFolder, Read_OfAFileThatIsCutBehindTheLookAhead_Gives0) {
     ASSERT_EQ(mFile.open(File::OPEN_KEEP, File::ACCESS_READ), 1);
     HookScope const scope;
-    hooks::read.replace([](int descriptor, void* out, size_t length) {
+    hooks::pread.replace([](int descriptor, void* out, size_t length, off_t offset) {
         EXPECT_EQ(truncate("folder/f", 0), 0);
-        return hooks::read.real(descriptor, out, length);
+        return hooks::pread.real(descriptor, out, length, offset);
     });
     char buffer = 0;
     EXPECT_EQ(mFile.read(&buffer, 1), 0);

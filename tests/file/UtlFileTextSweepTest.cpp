@@ -308,13 +308,14 @@ void inAnotherProcess(WORK work) {
     ASSERT_EQ(status, 0);
 }
 
-TEST_F(FileText, ReadLine_GivesWhatTheFileHoldsNow_AlsoBehindTheEndAndInsideWhatAnEarlierSearchSaw) {
+TEST_F(FileText, ReadLine_GivesWhatTheFileHoldsNow_BehindWhatWasReadAheadAndAfterASeek) {
     utl::File& file = reading("one\ntwo\nthree\n", utl::File::TEXT_UTF8);
     EXPECT_EQ(readLine(file).text, "one");
     inAnotherProcess([] {
         int const other = open("text", O_WRONLY);
         return pwrite(other, "T\r\nO", 4, 4) == 4 && ftruncate(other, 8) == 0;
     });
+    file.seek(0, utl::File::FROM_POSITION);
     EXPECT_EQ(readLine(file), (TextRead{1, "T", 2, 7}));
     EXPECT_EQ(readLine(file), (TextRead{1, "O", 2, 8}));
     EXPECT_EQ(readLine(file), (TextRead{utl::File::END_OF_FILE, "~", UNTOUCHED, 8}));
@@ -326,20 +327,20 @@ TEST_F(FileText, ReadLine_GivesWhatTheFileHoldsNow_AlsoBehindTheEndAndInsideWhat
     EXPECT_EQ(file.seekKey("e", 0, ANYWHERE, utl::File::AT_KEY), utl::File::KEY_NOT_FOUND);
 }
 
-ssize_t readTwoAtMost(int descriptor, void* buffer, size_t length) {
-    return read(descriptor, buffer, std::min<size_t>(length, 2));
+ssize_t readTwoAtMost(int descriptor, void* buffer, size_t length, off_t offset) {
+    return pread(descriptor, buffer, std::min<size_t>(length, 2), offset);
 }
 
 TEST_F(FileText, SearchesFindWhatIsThere_AlsoWhenTheSystemGivesTwoBytesAtATime) {
     HookScope const scope;
     for (int const textType : ALL_TYPES) {
         utl::File& file = reading(encoded("a line of text\r\n", textType) + "key", textType);
-        hooks::read.replace(readTwoAtMost);
+        hooks::pread.replace(readTwoAtMost);
         int const unit = textType >= utl::File::TEXT_UTF16_BIG ? 2 : 1;
         EXPECT_EQ(findLineEnd(file), (LineEnd{16 * unit, static_cast<unsigned int>(14 * unit),
                                               static_cast<unsigned int>(2 * unit), 16 * unit}));
         EXPECT_EQ(file.seekKey("key", 0, ANYWHERE, utl::File::AFTER_KEY), 16 * unit + 3);
-        hooks::read.reset();
+        hooks::pread.reset();
     }
 }
 

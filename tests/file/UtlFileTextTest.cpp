@@ -86,12 +86,15 @@ TEST_F(FileText, ReadText_ConvertsEveryTypeToUtf8) {
     EXPECT_EQ(readText(reading(KANJI_LITTLE, File::TEXT_UTF16_LITTLE), 4), (TextRead{4, KANJI_UTF8, 7, 4}));
 }
 
-TEST_F(FileText, ReadText_MakesTheseCallsInThisOrder) {
-    File& file = reading("abc", File::TEXT_UTF8);
+TEST_F(FileText, ReadText_AsksTheSystemOnlyForWhatWasNotReadAhead) {
+    File& file = reading("abcdef", File::TEXT_UTF8);
     FileCalls calls;
     ASSERT_EQ(file.readText(Buffer(10).get(), 10, 3, 0, nullptr), 3);
-    EXPECT_EQ(calls.take(), (Lines{"seekFile: lseek 0 1", "fileSize: fstat", "seekFile: lseek 0 1",
-                                   "fileSize: fstat", "seekFile: lseek 0 1", "-: read"}));
+    EXPECT_EQ(calls.take(), (Lines{"seekFile: lseek 0 1", "fileSize: fstat", "-: pread 0"}));
+    ASSERT_EQ(file.readText(Buffer(10).get(), 10, 3, 0, nullptr), 3);
+    EXPECT_EQ(calls.take(), Lines());
+    EXPECT_EQ(file.readText(Buffer(10).get(), 10, 3, 0, nullptr), File::END_OF_FILE);
+    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat"})) << "at the end of what was read ahead";
 }
 
 TEST_F(FileText, ReadText_GoesOnWhereItStopped) {
@@ -340,20 +343,21 @@ TEST_F(FileText, ReadText_OfTheLongestShiftJis_HasRoomForThreeBytesOfEach) {
 TEST_F(FileText, ReadText_ThatComesShort_ConvertsWhatCame) {
     File& file = reading("A\0B\0C\0"s, File::TEXT_UTF16_LITTLE);
     HookScope const hookScope;
-    hooks::read.replace(
-        [](int descriptor, void* buffer, size_t) { return hooks::read.real(descriptor, buffer, 3); });
+    hooks::pread.replace([](int descriptor, void* buffer, size_t, off_t offset) {
+        return hooks::pread.real(descriptor, buffer, 3, offset);
+    });
     EXPECT_EQ(readText(file, 6), (TextRead{3, "A", 2, 3}));
 }
 
 TEST_F(FileText, ReadText_OfAFileThatIsCutMeanwhile_IsAtTheEndOfFile) {
     File& file = reading("abc", File::TEXT_UTF8);
     HookScope const hookScope;
-    hooks::fstat.replace([](int descriptor, struct stat* status) {
-        int const result = hooks::fstat.real(descriptor, status);
-        status->st_size = hooks::fstat.calls() == 1 ? 3 : 0;
-        return result;
+    hooks::pread.replace([](int descriptor, void* buffer, size_t length, off_t offset) {
+        EXPECT_EQ(truncate("text", 0), 0);
+        return hooks::pread.real(descriptor, buffer, length, offset);
     });
     EXPECT_EQ(file.readText(Buffer(9).get(), 9, 3, 0, nullptr), File::END_OF_FILE);
+    EXPECT_EQ(file.position(), 0);
 }
 
 // Bytes of all kinds, many lengths around that of a conversion which needs no heap.
@@ -799,12 +803,17 @@ TEST_F(FileLine, ReadLine_MayBeToldNoPlaceForTheLength) {
     EXPECT_EQ(reading("\n", File::TEXT_UTF8).readLine(buffer.get(), 10, nullptr), 0);
 }
 
-TEST_F(FileLine, ReadLine_MakesTheseCalls) {
-    File& file = reading("abc\ndef\n", File::TEXT_UTF8);
+TEST_F(FileLine, ReadLine_AsksTheSystemOnlyForWhatWasNotReadAhead) {
+    File& file = reading("abc\ndef\ng", File::TEXT_UTF8);
     FileCalls calls;
     ASSERT_EQ(file.readLine(Buffer(10).get(), 10, nullptr), 3);
-    EXPECT_EQ(calls.take(),
-              (Lines{"seekFile: lseek 0 1", "fileSize: fstat", "-: read", "seekFile: lseek 4 0"}));
+    EXPECT_EQ(calls.take(), (Lines{"seekFile: lseek 0 1", "fileSize: fstat", "-: pread 0"}));
+    ASSERT_EQ(file.readLine(Buffer(10).get(), 10, nullptr), 3);
+    EXPECT_EQ(calls.take(), Lines());
+    ASSERT_EQ(file.readLine(Buffer(10).get(), 10, nullptr), 1);
+    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat", "-: pread 8"})) << "its end may have come meanwhile";
+    ASSERT_EQ(file.readLine(Buffer(10).get(), 10, nullptr), File::END_OF_FILE);
+    EXPECT_EQ(calls.take(), (Lines{"fileSize: fstat"}));
 }
 
 TEST_F(FileLine, ReadLine_RefusesWrongArgumentsWithoutALineAndStays) {
@@ -969,10 +978,11 @@ TEST_F(FileLine, ReadLine_OfAFileOpenedToWrite_IsRefusedByTheSystem) {
 // It looks at the size before the search, for each block of it, in front of the text, and as it reads that.
 TEST_F(FileLine, ReadLine_OfALongLineInAFileThatIsCutMeanwhile_IsMinusThreeAndStays) {
     static unsigned int cutAt = 0;
-    constexpr int RESULTS[] = {-3, -3, -3, -3, 2000};
+    constexpr int RESULTS[] = {-3, -3, -3, 2000};
+    std::string const line = std::string(2000, 'x') + std::string(12000, '\r') + "\n";
     for (cutAt = 1; cutAt <= std::size(RESULTS); ++cutAt) {
         int const expected = RESULTS[cutAt - 1];
-        File& file = reading(std::string(2000, 'x') + "\n", File::TEXT_UTF8);
+        File& file = reading(line, File::TEXT_UTF8);
         HookScope const hookScope;
         hooks::fstat.replace([](int descriptor, struct stat* status) {
             int const result = hooks::fstat.real(descriptor, status);
@@ -982,7 +992,7 @@ TEST_F(FileLine, ReadLine_OfALongLineInAFileThatIsCutMeanwhile_IsMinusThreeAndSt
         unsigned int length = UNTOUCHED;
         EXPECT_EQ(file.readLine(Buffer(5119).get(), 5119, &length), expected) << cutAt;
         EXPECT_EQ(length, expected == -3 ? UNTOUCHED : 2001U);
-        EXPECT_EQ(file.position(), expected == 2000 ? 2001 : 0);
+        EXPECT_EQ(file.position(), expected == 2000 ? 14001 : 0);
     }
     EXPECT_EQ(mLog.lines(), Lines());
 }
@@ -1046,9 +1056,9 @@ TEST_F(FileLine, ReadLine_OfReadsThatComeShort_GivesTheSame) {
             File& file = reading(encoded("abcdefg\r\nhi\n", type), type);
             HookScope const hookScope;
             unsigned int length = UNTOUCHED;
-            hooks::read.replace([](int descriptor, void* buffer, size_t size) {
+            hooks::pread.replace([](int descriptor, void* buffer, size_t size, off_t offset) {
                 bool const isSearch = size > 100;
-                return hooks::read.real(descriptor, buffer, isSearch ? std::min(size, most) : size);
+                return hooks::pread.real(descriptor, buffer, isSearch ? std::min(size, most) : size, offset);
             });
             Buffer const buffer(100);
             EXPECT_EQ(file.readLine(buffer.get(), 100, &length), type >= File::TEXT_UTF16_BIG ? 14 : 7);

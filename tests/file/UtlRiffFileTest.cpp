@@ -542,7 +542,7 @@ TEST_F(RiffFileInFolder, Close_WhereTheSubChunkCannotBeClosed_FailsButClosesTheF
     LogCapture const log;
     putAndOpen(THREE);
     ASSERT_EQ(mRiff.openSubChunk(2, utl::SubChunk::AT_START), 1);
-    hooks::read.failFrom(1, 1, -1, EIO);
+    hooks::pread.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(mRiff.close(), 0);
     EXPECT_EQ(mRiff.isOpened(), 0);
     EXPECT_EQ(mRiff.close(), 1);
@@ -573,7 +573,7 @@ TEST_F(RiffFileInFolder, Open_WhereTheFileCannotBeRead_FailsAndIsClosed) {
     LogCapture const log;
     putFile("f", THREE);
     for (unsigned int nth = 1;; ++nth) {
-        hooks::read.failFrom(nth, 1, -1, EIO);
+        hooks::pread.failFrom(nth, 1, -1, EIO);
         int const result = mRiff.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ);
         if (result == 0) {
             EXPECT_EQ(nth, 2U + 2 * 3 + 1);
@@ -759,7 +759,7 @@ TEST_F(RiffFileAtItsLimits, Open_WhoseAnyCallFails_IsClosedForgetsAllAndCanBeTri
     putFile("f", three());
     using Hooked = std::function<unsigned int(unsigned int)>;
     std::vector<std::pair<char const*, Hooked>> const faults{
-        {"read", [](unsigned int n) { return hooks::read.failFrom(n, 1, -1, EIO), 0U; }},
+        {"read", [](unsigned int n) { return hooks::pread.failFrom(n, 1, -1, EIO), 0U; }},
         {"lseek", [](unsigned int n) { return hooks::lseek.failFrom(n, 1, -1, EIO), 0U; }},
         {"flock", [](unsigned int n) { return hooks::flock.failFrom(n, 1, -1, EWOULDBLOCK), 0U; }},
         {"open", [](unsigned int n) { return hooks::open.failFrom(n, 1, -1, EMFILE), 0U; }}};
@@ -862,7 +862,7 @@ TEST_F(RiffFileAtItsLimits, Close_WhoseSubChunkDoesNotClose_ClosesTheFileAndKeep
     ASSERT_EQ(file.write("tail\0\0\0\0", 8), 8);
     {
         HookScope const scope;
-        hooks::read.failFrom(1, 1, -1, EIO);
+        hooks::pread.failFrom(1, 1, -1, EIO);
         EXPECT_FALSE(file.close());
     }
     EXPECT_FALSE(file.isOpened());

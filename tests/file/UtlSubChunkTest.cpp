@@ -333,10 +333,11 @@ TEST_F(SubChunkInAFile, Read_WhereTheSystemFails_Fails) {
     HookScope const scope;
     LogCapture const log;
     openAt(FIRST);
-    hooks::read.failFrom(1, 1, -1, EIO);
+    hooks::pread.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(readText(1), "-1");
+    ASSERT_EQ(mSubChunk.seek(File::FROM_START, 0), 0);
     hooks::lseek.failFrom(1, 1, -1, EIO);
-    EXPECT_EQ(readText(1), "-1");
+    EXPECT_EQ(readText(1), "-1") << "the position is the system's after a seek";
 }
 
 TEST_F(SubChunkInAFile, Write_BehindAdd_LeavesTheSizeInTheHeaderAfterClose) {
@@ -434,6 +435,7 @@ TEST_F(SubChunkInAFile, Seek_WhereTheSystemFails_Fails) {
     EXPECT_EQ(mSubChunk.seek(File::FROM_START, 1), -1);
     hooks::lseek.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(mSubChunk.seek(File::FROM_POSITION, 1), -1);
+    ASSERT_EQ(mSubChunk.seek(File::FROM_START, 0), 0);
     hooks::lseek.failFrom(1, 1, -1, EIO);
     EXPECT_EQ(mSubChunk.position(), -1);
 }
@@ -468,7 +470,7 @@ TEST_F(SubChunkInAFile, Close_OnFailure_StaysOpenAndCanBeTriedAgain) {
     openAt(SECOND, SubChunk::AT_END);
     ASSERT_EQ(mSubChunk.write("D", 1), 1);
     for (auto const& fail :
-         {+[] { hooks::lseek.failFrom(1, 1, -1, EIO); }, +[] { hooks::read.failFrom(1, 1, -1, EIO); },
+         {+[] { hooks::lseek.failFrom(1, 1, -1, EIO); }, +[] { hooks::pread.failFrom(1, 1, -1, EIO); },
           +[] { hooks::write.failFrom(1, 1, -1, EIO); }}) {
         fail();
         EXPECT_EQ(mSubChunk.close(), 0);
@@ -627,7 +629,7 @@ TEST_F(SubChunkAtItsLimits, ReadHeader_WhereAnyCallFails_IsMinusOneAndPutsBackWh
     for (unsigned int nth : {1U, 2U}) {
         ASSERT_EQ(file.seek(3, File::FROM_START), 3);
         HookScope const scope;
-        hooks::read.failFrom(nth, 1, -1, EIO);
+        hooks::pread.failFrom(nth, 1, -1, EIO);
         EXPECT_EQ(SubChunk::readHeader(&file, 4, nullptr, 0, nullptr), -1);
         EXPECT_EQ(file.position(), 3);
     }
@@ -801,7 +803,7 @@ TEST_F(SubChunkAtItsLimits, Write_OverTheEndAndShort_GrowsTheDataByWhatWentBeyon
 TEST_F(SubChunkAtItsLimits, Close_WhoseAnyCallFails_StaysOpenAndCanBeTriedAgain) {
     using Hooked = std::function<void(unsigned int)>;
     std::vector<Hooked> const faults{[](unsigned int nth) { hooks::lseek.failFrom(nth, 1, -1, EIO); },
-                                     [](unsigned int nth) { hooks::read.failFrom(nth, 1, -1, EIO); },
+                                     [](unsigned int nth) { hooks::pread.failFrom(nth, 1, -1, EIO); },
                                      [](unsigned int nth) { hooks::write.failFrom(nth, 1, -1, EIO); }};
     for (std::size_t fault = 0; fault < faults.size(); ++fault) {
         putFile("f", subChunk("one ", "0123"));

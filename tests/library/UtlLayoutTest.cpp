@@ -139,7 +139,7 @@ constexpr auto MSG_DRIVEN_THREAD =
 static_assert(hasTargetFields<utl::MsgDrivenThread>(MSG_DRIVEN_THREAD));
 
 static_assert(hasTargetSize<utl::File>(4 + sizeof(utl::BasicString<char>) +
-                                       sizeof(utl::SmartHandle<utl::DestructCloseFile>) + 4));
+                                       sizeof(utl::SmartHandle<utl::DestructCloseFile>) + 4 + 4));
 static_assert(hasTargetSize<utl::File::AutoClose>(8));
 
 static_assert(hasTargetSize<utl::SubChunkInfo>(4 + sizeof(utl::BasicString<char>) + 4));

@@ -98,6 +98,7 @@ class [[nodiscard]] FileCalls {
         hooks::close.watch([](int) { record("close"); });
         hooks::fsync.watch([](int) { record("fsync"); });
         hooks::read.watch([](int, void*, size_t) { record("read"); });
+        hooks::pread.watch([](int, void*, size_t, off_t offset) { record("pread", std::to_string(offset)); });
         hooks::write.watch([](int, void const*, size_t) { record("write"); });
         hooks::lseek.watch([](int, off_t offset, int whence) {
             record("lseek", std::to_string(offset), std::to_string(whence));

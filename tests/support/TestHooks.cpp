@@ -56,6 +56,9 @@ OwnHookScope::OwnHookScope() {
 #define UTLTEST_ALIAS(function, name) \
     extern "C" decltype(__wrap_##function) name __attribute__((alias("__wrap_" #function)));
 UTLTEST_ALIAS(read, __wrap___read_chk)
+UTLTEST_ALIAS(pread, __wrap_pread64)
+UTLTEST_ALIAS(pread, __wrap___pread_chk)
+UTLTEST_ALIAS(pread, __wrap___pread64_chk)
 UTLTEST_ALIAS(fcntl, __wrap_fcntl64)
 UTLTEST_ALIAS(fcntl, __wrap___fcntl_time64)
 UTLTEST_ALIAS(open, __wrap_open64)

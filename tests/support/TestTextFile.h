@@ -163,7 +163,7 @@ template <typename CALL>
 auto withNthFailing(int kind, unsigned int n, CALL call) {
     OwnHookScope const scope;
     if (kind == 0) {
-        hooks::read.failFrom(n, 1, -1, EIO);
+        hooks::pread.failFrom(n, 1, -1, EIO);
     } else if (kind == 1) {
         hooks::lseek.failFrom(n, 1, -1, EIO);
     } else {

@@ -25,6 +25,13 @@ decltype(auto) fileCall(char const* label, unsigned int line, CALL&& call) {
     return keepAliveAround("source/UtlFile", label, line, std::forward<CALL>(call));
 }
 
+/// A sign of life of a `File` that answers without a system call; `errno` is left as it was. `label` must be
+/// a literal.
+inline void reportFileAlive(char const* label, unsigned int line) {
+    SavedErrno const errnoOfTheCaller;
+    Thread::keepAliveWatchdog(StatementInfo("source/UtlFile", label, line, StatementInfo::AFTER_CALL));
+}
+
 /// Returns the result of `call()`, which is -1 with `errno` on failure; calls again after `EINTR`.
 template <typename CALL>
 auto retryOnInterrupt(CALL&& call) {

@@ -23,20 +23,30 @@ std::uint64_t loadWord(char const* bytes) {
     return word;
 }
 
-/// One bit of each byte, counted from the lowest, in its lowest place.
+/// Has a bit of each byte, counted from the lowest, in the lowest place of that byte. The other places mean
+/// nothing.
 constexpr std::uint64_t bitOfEach(std::uint64_t word, unsigned int bit) {
-    return word >> bit & 0x0101010101010101U;
+    return word >> bit;
 }
 
-/// 0 if eight bytes of text continue sequences of two or three bytes where they must and nowhere else, and
-/// begin none of four. The other words are the eight bytes that begin one and two places before.
+constexpr std::uint64_t LOWEST_BITS = 0x0101010101010101U;
+
+/// The lowest bits are 0 if eight bytes of text continue sequences of two or three bytes where they must and
+/// nowhere else, and begin none of four and none that may be longer than it needs to be, by 0xC0, 0xC1, 0xE0
+/// or 0xE1. The other words are the eight bytes that begin one and two places before.
 constexpr std::uint64_t brokenBytes(std::uint64_t word, std::uint64_t before, std::uint64_t twoBefore) {
     std::uint64_t const isLead = bitOfEach(word, 7) & bitOfEach(word, 6);
     std::uint64_t const isContinuation = bitOfEach(word, 7) & ~bitOfEach(word, 6);
     std::uint64_t const isSecond = bitOfEach(before, 7) & bitOfEach(before, 6);
     std::uint64_t const isThird = bitOfEach(twoBefore, 7) & bitOfEach(twoBefore, 6) & bitOfEach(twoBefore, 5);
     std::uint64_t const isOfFour = isLead & bitOfEach(word, 5) & bitOfEach(word, 4);
-    return (isContinuation ^ (isSecond | isThird)) | isOfFour;
+    std::uint64_t const isLow =
+        isLead & ~(bitOfEach(word, 4) | bitOfEach(word, 3) | bitOfEach(word, 2) | bitOfEach(word, 1));
+    return (isContinuation ^ (isSecond | isThird)) | isOfFour | isLow;
+}
+
+std::uint64_t brokenBytesAt(char const* at) {
+    return brokenBytes(loadWord(at), loadWord(at - 1), loadWord(at - 2));
 }
 
 }  // namespace
@@ -57,8 +67,11 @@ Utf8Text::Utf8Text(int textType, char* bytes, unsigned int count) {
 }
 
 bool Utf8Text::copyTo(char* dst, unsigned int dstSize) const {
-    return isMadeOfSequences() ? t_strncpy(dst, dstSize, mpText, INVALID_SIZE) != INVALID_SIZE
-                               : copyStrBase(dst, dstSize, mpText, INVALID_SIZE, TRUNCATE_ON) != INVALID_SIZE;
+    if (!isMadeOfSequences()) {
+        return copyStrBase(dst, dstSize, mpText, INVALID_SIZE, TRUNCATE_ON) != INVALID_SIZE;
+    }
+    memccpy(dst, mpText, '\0', mSize);
+    return true;
 }
 
 void Utf8Text::takeUtf8(char const* bytes, unsigned int count) {
@@ -83,34 +96,30 @@ void Utf8Text::convert(unsigned int (*function)(char*, unsigned int, UNIT const*
     char* const room = roomFor(roomBytes);
     mSize = function(room, roomBytes, src);
     mpText = room;
-    mIsConverted = mSize != INVALID_SIZE;
-    if (mIsConverted) {
-        std::memset(room + mSize, 0, WORD_BYTES);
-    }
 }
 
-/// Room for so many bytes, and for the zeros that make their last word whole.
 char* Utf8Text::roomFor(unsigned int bytes) {
     if (bytes <= SHORT_BYTES) {
         return mShort;
     }
-    mLong.reset(new char[bytes + WORD_BYTES]);
+    mLong.reset(new char[bytes]);
     return mLong.get();
 }
 
-/// True if the text is a conversion without a byte of Shift-JIS that stands for itself and is no ASCII: then
-/// its sequences are whole, and nothing is longer than it needs to be. Looks at eight bytes at a time,
+/// True if the text is made of whole sequences in their shortest form. Looks at eight bytes at a time,
 /// because no processor foresees how long the next character of Japanese text is. False says nothing.
 bool Utf8Text::isMadeOfSequences() const {
-    if (!mIsConverted) {
+    if (mSize < WORD_BYTES + 2) {
         return false;
     }
     std::uint64_t const first = loadWord(mpText);
     std::uint64_t broken = brokenBytes(first, first << 8U, first << 16U);
-    for (char const* at = mpText + WORD_BYTES; at < mpText + mSize; at += WORD_BYTES) {
-        broken |= brokenBytes(loadWord(at), loadWord(at - 1), loadWord(at - 2));
+    // The last word ends with the terminator, which continues nothing.
+    char const* const last = mpText + mSize - WORD_BYTES;
+    for (char const* at = mpText + WORD_BYTES; at < last; at += WORD_BYTES) {
+        broken |= brokenBytesAt(at);
     }
-    return broken == 0;
+    return ((broken | brokenBytesAt(last)) & LOWEST_BITS) == 0;
 }
 
 }  // namespace utl

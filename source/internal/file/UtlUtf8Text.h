@@ -37,8 +37,7 @@ class Utf8Text {
 
     char const* mpText = nullptr;
     unsigned int mSize = INVALID_SIZE;
-    bool mIsConverted = false;
-    char mShort[SHORT_BYTES + WORD_BYTES];
+    char mShort[SHORT_BYTES];
     std::unique_ptr<char[]> mLong;
 };
 
