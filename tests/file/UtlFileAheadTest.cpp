@@ -37,7 +37,7 @@ constexpr unsigned int BLOCK_BYTES = 8192;
 /// Everything that a caller sees of one operation. The path of the file is left out of the lines.
 struct Seen {
     long long result = 0;
-    long long more = 0;
+    unsigned long long more = 0;
     std::string text;
     long long position = 0;
     long long size = 0;
@@ -134,7 +134,7 @@ Seen taken(File& file, Step const& step, bool hasMemory) {
             break;
     }
     failing.reset();
-    seen.more = length * 0x100000000LL + other;
+    seen.more = length * 0x100000000ULL + other;
     seen.text = std::string(buffer.get(), buffer.size());
     seen.position = file.position();
     seen.size = file.size();

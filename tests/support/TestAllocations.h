@@ -59,6 +59,14 @@ inline void* countedAllocation(std::size_t bytes) {
     return memory;
 }
 
+inline void* countedAllocationOrNull(std::size_t bytes) noexcept {
+    try {
+        return countedAllocation(bytes);
+    } catch (std::bad_alloc const&) {
+        return nullptr;
+    }
+}
+
 }  // namespace utltest
 
 // Not inlined: otherwise the compiler warns that blocks of `new` end in `free`.
@@ -68,6 +76,14 @@ inline void* countedAllocation(std::size_t bytes) {
 
 [[gnu::noinline]] void* operator new[](std::size_t bytes) {
     return utltest::countedAllocation(bytes);
+}
+
+[[gnu::noinline]] void* operator new(std::size_t bytes, std::nothrow_t const&) noexcept {
+    return utltest::countedAllocationOrNull(bytes);
+}
+
+[[gnu::noinline]] void* operator new[](std::size_t bytes, std::nothrow_t const&) noexcept {
+    return utltest::countedAllocationOrNull(bytes);
 }
 
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
