@@ -8,7 +8,8 @@ namespace utl {
 /// access moves the position and may set the error. A stream is not copyable; `copy` takes the contents.
 ///
 /// Bit 0 is the most significant bit of the first byte, and a field begins with its own most significant bit.
-/// An access touches only the bytes that contain its bits.
+/// A write touches only the bytes that contain its bits. A read may look at up to seven bytes of the buffer
+/// after them.
 ///
 /// The `position` of an access is `CURRENT_POSITION` for the stream's own, which then moves after the field,
 /// or an absolute bit position, which leaves the stream's own where it is. Anything below -1 is an error.

@@ -131,15 +131,18 @@ constexpr PairIndex makePairIndex(PairAttribImage const (&rows)[COUNT], DualType
 
 struct IndexedTable {
     PairAttrib const* table;
-    PairIndex toRight;
-    PairIndex toLeft;
+    PairIndex const* toRight;
+    PairIndex const* toLeft;
 };
 
-#define UTL_INDEXED(NAME)                                                                          \
-    {                                                                                              \
-        NAME, makePairIndex(NAME##_IMAGE.rows, &PairAttribImage::first, &PairAttribImage::second), \
-            makePairIndex(NAME##_IMAGE.rows, &PairAttribImage::second, &PairAttribImage::first)    \
-    }
+// Apart from the addresses of the tables, so that the loader need not touch the indexes.
+template <auto const& IMAGE>
+constexpr PairIndex TO_RIGHT = makePairIndex(IMAGE.rows, &PairAttribImage::first, &PairAttribImage::second);
+template <auto const& IMAGE>
+constexpr PairIndex TO_LEFT = makePairIndex(IMAGE.rows, &PairAttribImage::second, &PairAttribImage::first);
+
+#define UTL_INDEXED(NAME) \
+    { NAME, &TO_RIGHT<NAME##_IMAGE>, &TO_LEFT<NAME##_IMAGE> }
 
 constexpr IndexedTable INDEXED_TABLES[] = {
     UTL_INDEXED(LOWER_UPPER_PAIR),      UTL_INDEXED(HANKAKU_ZENKAKU_PAIR),
@@ -152,7 +155,7 @@ constexpr IndexedTable INDEXED_TABLES[] = {
 PairIndex const* findPairIndex(PairAttrib const* table, bool isToLeft) {
     for (IndexedTable const& indexed : INDEXED_TABLES) {
         if (indexed.table == table) {
-            return isToLeft ? &indexed.toLeft : &indexed.toRight;
+            return isToLeft ? indexed.toLeft : indexed.toRight;
         }
     }
     return nullptr;

@@ -14,7 +14,7 @@ constexpr unsigned int BYTE_BITS = 8;
 constexpr unsigned int WORD_BITS = 32;
 constexpr unsigned int SPAN_BYTES = 5;  // 32 bits are in no more
 
-// The bytes of a field of 1 to 32 bits. Always five bytes are read or written, but of a row that is as long
+// The bytes of a field of 1 to 32 bits. Always five bytes are accessed, but of a row that is as long
 // as the field: past the last byte it repeats that byte. So no branch, which the processor would predict
 // wrong, depends on the width, and no byte outside the field is touched.
 constexpr unsigned char PLACES[SPAN_BYTES][SPAN_BYTES] = {
@@ -24,9 +24,14 @@ unsigned char const* placesFor(unsigned int offset, unsigned int bits) {
     return PLACES[(offset + bits - 1) / BYTE_BITS];
 }
 
-unsigned int loadWord(unsigned char const* buffer, unsigned int start, unsigned int bits) {
-    unsigned int const offset = start % BYTE_BITS;
-    unsigned char const* const bytes = buffer + start / BYTE_BITS;
+// The first of the eight bytes is the highest.
+unsigned long long wordOf(unsigned char const* bytes) {
+    unsigned long long word = 0;
+    std::memcpy(&word, bytes, sizeof(word));
+    return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? __builtin_bswap64(word) : word;
+}
+
+unsigned int loadFromField(unsigned char const* bytes, unsigned int offset, unsigned int bits) {
     unsigned char const* const place = placesFor(offset, bits);
     unsigned int word = 0;
     for (unsigned int i = 0; i < SPAN_BYTES - 1; ++i) {
@@ -34,6 +39,17 @@ unsigned int loadWord(unsigned char const* buffer, unsigned int start, unsigned 
     }
     unsigned int const last = bytes[place[SPAN_BYTES - 1]];
     return (word << offset | last >> (BYTE_BITS - offset)) >> (WORD_BITS - bits);
+}
+
+// Loads eight bytes at once where the buffer has so many.
+unsigned int loadWord(unsigned char const* buffer, unsigned int size, unsigned int start, unsigned int bits) {
+    unsigned int const offset = start % BYTE_BITS;
+    unsigned int const first = start / BYTE_BITS;
+    if (size - first < sizeof(unsigned long long)) {
+        return loadFromField(buffer + first, offset, bits);
+    }
+    auto const upper = static_cast<unsigned int>(wordOf(buffer + first) << offset >> WORD_BITS);
+    return upper >> (WORD_BITS - bits);
 }
 
 void storeWord(unsigned char* buffer, unsigned int start, unsigned int value, unsigned int bits) {
@@ -120,11 +136,11 @@ inline T BitStream::readField(unsigned int bits, int position) noexcept {
     if constexpr (sizeof(T) * BYTE_BITS > WORD_BITS) {
         if (bits > WORD_BITS) {
             unsigned int const highBits = bits - WORD_BITS;
-            T const high = loadWord(mBuffer, start, highBits);
-            return high << WORD_BITS | loadWord(mBuffer, start + highBits, WORD_BITS);
+            T const high = loadWord(mBuffer, mBufferSize, start, highBits);
+            return high << WORD_BITS | loadWord(mBuffer, mBufferSize, start + highBits, WORD_BITS);
         }
     }
-    return static_cast<T>(loadWord(mBuffer, start, bits));
+    return static_cast<T>(loadWord(mBuffer, mBufferSize, start, bits));
 }
 
 template <typename T>
@@ -246,11 +262,12 @@ void BitStream::readBitData(unsigned char* data, unsigned int bits, int position
         copyMemory(data, mBuffer + start / BYTE_BITS, bytes);
     } else {
         for (unsigned int i = 0; i < bytes; ++i) {
-            data[i] = static_cast<unsigned char>(loadWord(mBuffer, start + i * BYTE_BITS, BYTE_BITS));
+            data[i] =
+                static_cast<unsigned char>(loadWord(mBuffer, mBufferSize, start + i * BYTE_BITS, BYTE_BITS));
         }
     }
     if (rest != 0) {
-        unsigned int const last = loadWord(mBuffer, start + bytes * BYTE_BITS, rest);
+        unsigned int const last = loadWord(mBuffer, mBufferSize, start + bytes * BYTE_BITS, rest);
         data[bytes] = static_cast<unsigned char>(last << (BYTE_BITS - rest));
     }
     endAt(start + bits, position);

@@ -447,6 +447,27 @@ TEST(BitStream, Access_TouchesNoByteBesideItsBits) {
     }
 }
 
+TEST(BitStream, Read_NearTheEndOfTheBuffer_GivesWhatSingleBitsGive) {
+    // Fields of every width and offset, with all distances from their first byte to the end of the buffer.
+    for (unsigned int size = 5; size <= 12; ++size) {
+        auto const buffer = std::make_unique<unsigned char[]>(size);
+        for (unsigned int i = 0; i < size; ++i) {
+            buffer[i] = static_cast<unsigned char>(i * 151 + 77);
+        }
+        BitStream stream(buffer.get(), size);
+        for (unsigned int bits = 1; bits <= 32; ++bits) {
+            for (unsigned int start = 0; start + bits <= size * 8; ++start) {
+                unsigned int expected = 0;
+                for (unsigned int bit = start; bit < start + bits; ++bit) {
+                    expected = expected << 1 | (buffer[bit / 8] >> (7 - bit % 8) & 1U);
+                }
+                ASSERT_EQ(stream.readBitToUint32(bits, static_cast<int>(start)), expected)
+                    << bits << ' ' << start;
+            }
+        }
+    }
+}
+
 TEST(BitStream, GetBitStreamSize_RoundsUpToWholeBytes) {
     unsigned char buffer[3] = {};
     unsigned int const sizes[] = {0, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 2, 2, 2, 3};
