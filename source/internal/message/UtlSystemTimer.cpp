@@ -17,8 +17,6 @@ namespace utl {
 
 namespace {
 
-constexpr int NO_NUMBER = -1;
-
 enum TimerState { DELETED, LIVE, ABANDONED };
 
 // A timer, as the signal handler sees it. Slots are never freed, so that a handler may look at one at any
@@ -26,8 +24,9 @@ enum TimerState { DELETED, LIVE, ABANDONED };
 // by it. Each has its own cache line: while the handler of one timer works, the reader counts the tokens of
 // another.
 struct alignas(64) TimerSlot {
-    std::atomic<int> number{NO_NUMBER};
-    std::atomic<int> writeEnd{-1};
+    // Zero while it serves nobody, so that the table needs no space in the file.
+    std::atomic<int> numberPlusOne{0};
+    std::atomic<int> writeEnd{0};
     std::atomic<TimerState> state{DELETED};
     std::atomic<unsigned int> waiting{0};   // tokens in the pipe
     std::atomic<unsigned int> handlers{0};  // handlers that are using this slot
@@ -49,7 +48,7 @@ SyncObject& slotLock() {
 
 TimerSlot* findSlot(int number) {
     for (TimerSlot* slot = &bucketOf(number); slot != nullptr; slot = slot->next) {
-        if (slot->number == number) {
+        if (slot->numberPlusOne == number + 1) {
             return slot;
         }
     }
@@ -83,7 +82,7 @@ bool addTimer(int number, int writeEnd) UTL_REQUIRES(slotLock()) {
     if (slot == nullptr) {
         return false;
     }
-    slot->number = number;
+    slot->numberPlusOne = number + 1;
     slot->writeEnd = writeEnd;
     slot->waiting = 0;
     slot->state = LIVE;
@@ -111,7 +110,7 @@ void decrement(std::atomic<unsigned int>& count) {
 // At most TIMER_TOKENS_MAX tokens of one timer wait at a time. The state is read first: if the slot is live,
 // its number and its pipe are those of that moment or of a later one.
 bool writeTokenOf(TimerSlot& slot, int number, int writeEnd, TokenIo* io) {
-    if (slot.state != LIVE || slot.number != number || slot.writeEnd != writeEnd ||
+    if (slot.state != LIVE || slot.numberPlusOne != number + 1 || slot.writeEnd != writeEnd ||
         slot.waiting >= TIMER_TOKENS_MAX) {
         return true;
     }
@@ -155,7 +154,7 @@ ReplacedHandler gReplacedHandlers[NSIG];
 void resetTimersInChild() {
     for (TimerSlot& bucket : gBuckets) {
         for (TimerSlot* slot = &bucket; slot != nullptr; slot = slot->next) {
-            slot->number = NO_NUMBER;
+            slot->numberPlusOne = 0;
             slot->state = DELETED;
             slot->handlers = 0;
         }

@@ -11,7 +11,7 @@ namespace utl {
 /// own; *internally locked*, by atomics.
 struct alignas(64) PipeEndState {
     std::atomic<bool> isOpen{false};
-    std::atomic<int> otherEnd{-1};
+    std::atomic<int> otherEnd{0};            ///< of an open end; zeros need no space in the file
     std::atomic<unsigned int> tokens{0};     ///< read here; or written here, or about to be
     std::atomic<unsigned int> capacity{0};   ///< of a write end: tokens that fit for certain
     std::atomic<unsigned int> readSoFar{0};  ///< of a write end: tokens that had been read when last looked
