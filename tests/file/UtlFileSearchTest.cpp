@@ -409,8 +409,7 @@ TEST_F(FileSearch, SeekKey_FromAStart_WhoseSystemCallForAPositionFails_GivesMinu
     utl::File& file = reading(std::string(30, '-') + "key", utl::File::TEXT_UTF8);
     for (unsigned int n = 1; n <= 2; ++n) {
         file.seek(3, utl::File::FROM_START);
-        EXPECT_EQ(
-            withNthFailing(1, n, [&] { return file.seekKey("key", 1, ALL, utl::File::AFTER_KEY); }), -1)
+        EXPECT_EQ(withNthFailing(1, n, [&] { return file.seekKey("key", 1, ALL, utl::File::AFTER_KEY); }), -1)
             << n;
         EXPECT_EQ(file.position(), 3) << n;
     }

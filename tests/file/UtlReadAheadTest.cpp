@@ -37,7 +37,7 @@ constexpr unsigned int BLOCK_BYTES = 8192;
 /// Everything that a caller sees of one operation. The path of the file is left out of the lines.
 struct Seen {
     long long result = 0;
-    long long more = 0;
+    unsigned long long more = 0;
     std::string text;
     long long position = 0;
     long long size = 0;
@@ -134,7 +134,7 @@ Seen taken(File& file, Step const& step, bool hasMemory) {
             break;
     }
     failing.reset();
-    seen.more = length * 0x100000000LL + other;
+    seen.more = length * 0x100000000ULL + other;
     seen.text = std::string(buffer.get(), buffer.size());
     seen.position = file.position();
     seen.size = file.size();
@@ -157,11 +157,11 @@ ssize_t readDamaged(int descriptor, void* buffer, size_t length, off_t offset) {
     return hooks::pread.real(descriptor, buffer, most, offset);
 }
 
-class FileAhead : public utltest::TextInFolder {
+class ReadAhead : public utltest::TextInFolder {
   protected:
     static constexpr long long UNDAMAGED = 0x7FFFFFFFFFFFFFFF;
 
-    FileAhead() {
+    ReadAhead() {
         damagedFrom = UNDAMAGED;
         shortness = nullptr;
     }
@@ -278,7 +278,7 @@ class FileAhead : public utltest::TextInFolder {
     }
 };
 
-TEST_F(FileAhead, AnyOperationsInAnyOrder_GiveWhatTheyGiveWithNothingReadAhead) {
+TEST_F(ReadAhead, AnyOperationsInAnyOrder_GiveWhatTheyGiveWithNothingReadAhead) {
     utltest::OwnHookScope const scope;
     hooks::fsync.replace([](int) { return 0; });
     for (int const type : ALL_TYPES) {
@@ -288,7 +288,7 @@ TEST_F(FileAhead, AnyOperationsInAnyOrder_GiveWhatTheyGiveWithNothingReadAhead) 
     }
 }
 
-TEST_F(FileAhead, AnyOperationsOnADamagedFile_FailWhereTheyFailWithNothingReadAheadAndWithTheSameLines) {
+TEST_F(ReadAhead, AnyOperationsOnADamagedFile_FailWhereTheyFailWithNothingReadAheadAndWithTheSameLines) {
     utltest::OwnHookScope const scope;
     hooks::fsync.replace([](int) { return 0; });
     hooks::pread.replace(readDamaged);
@@ -300,7 +300,7 @@ TEST_F(FileAhead, AnyOperationsOnADamagedFile_FailWhereTheyFailWithNothingReadAh
     }
 }
 
-TEST_F(FileAhead, AnyOperationsWhoseReadsComeShort_GiveTheSame) {
+TEST_F(ReadAhead, AnyOperationsWhoseReadsComeShort_GiveTheSame) {
     utltest::OwnHookScope const scope;
     hooks::fsync.replace([](int) { return 0; });
     hooks::pread.replace(readDamaged);
@@ -313,7 +313,7 @@ TEST_F(FileAhead, AnyOperationsWhoseReadsComeShort_GiveTheSame) {
     }
 }
 
-TEST_F(FileAhead, ReadLine_ThatASignalInterrupts_SaysSoOnceAndThenReadsTheSameLine) {
+TEST_F(ReadAhead, ReadLine_ThatASignalInterrupts_SaysSoOnceAndThenReadsTheSameLine) {
     for (int const type : ALL_TYPES) {
         std::minstd_rand random(9);
         std::string content;
@@ -344,7 +344,7 @@ TEST_F(FileAhead, ReadLine_ThatASignalInterrupts_SaysSoOnceAndThenReadsTheSameLi
     }
 }
 
-TEST_F(FileAhead, WhatTheObjectWrites_IsAtItsPositionAndIsReadBackAtOnce) {
+TEST_F(ReadAhead, WhatTheObjectWrites_IsAtItsPositionAndIsReadBackAtOnce) {
     File& file = writing("one\ntwo\nsix\nten\n", File::TEXT_UTF8);
     EXPECT_EQ(readLine(file).text, "one");
     EXPECT_EQ(file.write("TWO", 3), 3);
@@ -359,7 +359,7 @@ TEST_F(FileAhead, WhatTheObjectWrites_IsAtItsPositionAndIsReadBackAtOnce) {
     EXPECT_EQ(written(), "one\nTWO\n\0\0\0\0end\n"s);
 }
 
-TEST_F(FileAhead, AWrite_WhosePositionTheSystemRefuses_IsMinusOneAndWritesNothing) {
+TEST_F(ReadAhead, AWrite_WhosePositionTheSystemRefuses_IsMinusOneAndWritesNothing) {
     File& file = writing("one\ntwo\n", File::TEXT_UTF8);
     EXPECT_EQ(readLine(file).text, "one");
     {
@@ -376,7 +376,7 @@ TEST_F(FileAhead, AWrite_WhosePositionTheSystemRefuses_IsMinusOneAndWritesNothin
     EXPECT_EQ(written(), "one\ntwo\n");
 }
 
-TEST_F(FileAhead, AfterAClose_TheNextOpeningReadsAnew) {
+TEST_F(ReadAhead, AfterAClose_TheNextOpeningReadsAnew) {
     File& file = reading("one\ntwo\n", File::TEXT_UTF8);
     EXPECT_EQ(readLine(file).text, "one");
     EXPECT_EQ(file.close(), 1);
@@ -387,7 +387,7 @@ TEST_F(FileAhead, AfterAClose_TheNextOpeningReadsAnew) {
 }
 
 // What the child sees comes as its exit code.
-TEST_F(FileAhead, AfterAFork_BothGoOnFromTheParentsPlaceAndNeitherMovesTheOther) {
+TEST_F(ReadAhead, AfterAFork_BothGoOnFromTheParentsPlaceAndNeitherMovesTheOther) {
     for (bool const readsPlainly : {false, true}) {
         std::string content;
         for (unsigned int i = 0; i < 3000; ++i) {
@@ -425,7 +425,7 @@ TEST_F(FileAhead, AfterAFork_BothGoOnFromTheParentsPlaceAndNeitherMovesTheOther)
     }
 }
 
-TEST_F(FileAhead, EachCall_GivesASignOfLife_AlsoWithoutASystemCall) {
+TEST_F(ReadAhead, EachCall_GivesASignOfLife_AlsoWithoutASystemCall) {
     std::string content;
     for (unsigned int i = 0; i < 50; ++i) {
         content += "line\n";
@@ -451,7 +451,7 @@ TEST_F(FileAhead, EachCall_GivesASignOfLife_AlsoWithoutASystemCall) {
     EXPECT_TRUE(isReported([&] { EXPECT_EQ(file.nextEOLSize(), -1); }));
 }
 
-TEST_F(FileAhead, WithoutMemory_LinesAreReadAsEver) {
+TEST_F(ReadAhead, WithoutMemory_LinesAreReadAsEver) {
     for (int const type : {File::TEXT_SJIS, File::TEXT_UTF8}) {
         File& file = reading(std::string(160, 'x') + "\r\n" + "two\n" + "three\nfour", type);
         Buffer const buffer(600);
