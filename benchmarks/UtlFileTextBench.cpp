@@ -25,8 +25,6 @@ using utl::File;
 constexpr std::size_t FILE_BYTES = 20'000'000;
 constexpr unsigned int LINE_BYTES = 80;
 constexpr unsigned int BUFFER_SIZE = 1024;
-constexpr int SJIS = 0;
-constexpr int UTF8 = 1;
 
 utlbench::BenchFolder const PLACE;
 
@@ -60,7 +58,7 @@ std::string sjisText() {
 
 unsigned int charBytes(char const* text, int textType) {
     unsigned int bytes = 0;
-    if (textType == UTF8) {
+    if (textType == File::TEXT_UTF8) {
         return utl::strCharBytesBase<char>(text, nullptr);
     }
     char form[4];
@@ -70,7 +68,7 @@ unsigned int charBytes(char const* text, int textType) {
 
 // A file of lines whose length is as near to `LINE_BYTES` as whole characters allow. Returns its path.
 std::string makeLines(std::string const& name, int textType) {
-    std::string const text = textType == UTF8 ? plainText() : sjisText();
+    std::string const text = textType == File::TEXT_UTF8 ? plainText() : sjisText();
     std::string const path = PLACE.make(name) + "/lines";
     std::string lines;
     std::size_t start = 0;
@@ -88,7 +86,7 @@ std::string makeLines(std::string const& name, int textType) {
 
 template <int TYPE>
 std::string const& pathOfLines() {
-    static std::string const thePath = makeLines(TYPE == UTF8 ? "utf8" : "sjis", TYPE);
+    static std::string const thePath = makeLines(TYPE == File::TEXT_UTF8 ? "utf8" : "sjis", TYPE);
     return thePath;
 }
 
@@ -119,14 +117,14 @@ bool getLine(std::string* line) {
 
 void getLineOfUtf8() {
     static std::string theLine;
-    utlbench::keep(getLine<UTF8>(&theLine));
+    utlbench::keep(getLine<File::TEXT_UTF8>(&theLine));
 }
 
 void getLineOfSjis() {
     static std::string theLine;
     static iconv_t const theConverter = iconv_open("UTF-8", "CP932");
     char converted[BUFFER_SIZE];
-    utlbench::keep(getLine<SJIS>(&theLine));
+    utlbench::keep(getLine<File::TEXT_SJIS>(&theLine));
     char* from = theLine.data();
     char* to = converted;
     std::size_t left = theLine.size();
@@ -135,9 +133,9 @@ void getLineOfSjis() {
 }
 
 UTL_RATIO_CPU("readLine of 80 bytes of UTF-8, checked and with a sign of life, to std::getline of a stream",
-              readLine<UTF8>, getLineOfUtf8, 3.0);
+              readLine<File::TEXT_UTF8>, getLineOfUtf8, 3.0);
 UTL_RATIO_CPU("readLine of 80 bytes of Shift-JIS as UTF-8, to std::getline of a stream and iconv",
-              readLine<SJIS>, getLineOfSjis, 1.0);
+              readLine<File::TEXT_SJIS>, getLineOfSjis, 1.0);
 
 // --- a key
 
@@ -147,7 +145,7 @@ constexpr char KEY[] = "\xE9\x9C\xA7\xE7\xAC\x9B\xE3\x81\xAE\xE9\x9F\xB3\xE3\x82
 std::string const& pathOfKey() {
     static std::string const thePath = [] {
         std::string const path = PLACE.make("key") + "/text";
-        std::ifstream lines(pathOfLines<UTF8>(), std::ios::binary);
+        std::ifstream lines(pathOfLines<File::TEXT_UTF8>(), std::ios::binary);
         std::ofstream(path, std::ios::binary) << lines.rdbuf() << KEY;
         return path;
     }();

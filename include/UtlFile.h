@@ -459,7 +459,7 @@ class UTL_API File {
     int openForWriting(int disposition, int access);
     long long openedSize() const;
     long long sizeToRead();
-    bool settlePosition();
+    bool restoreKernelPosition();
     int readOn(long long size);
     int takeBytes(char** bytes);
     int findLineAhead(unsigned int* textSize, unsigned int* totalSize);

@@ -28,7 +28,7 @@ class UTL_API ThreadMsgListener {
     /// belongs to the id.
     ///
     /// An exception that leaves it ends the process. `pthread_exit` in it ends the thread without an answer
-    /// to its requests: whoever waits for the thread, or for its timers, waits for ever. The thread's own
+    /// to its requests: whoever waits for the thread, or for its timers, waits forever. The thread's own
     /// `start` and `stop` return -1 here, and its synchronous sends 0. `requestStop` of another thread, and
     /// posts, are allowed.
     virtual void receiveMsg(int threadId, ThreadRawMsg& msg) = 0;
@@ -367,7 +367,7 @@ class UTL_API MsgDrivenThread : public Thread {
     // One of the three events of a wake entry may be on.
     bool mIsRequested : 1 UTL_GUARDED_BY(mQueueLock);
     // Frames without an entry, the last in mDataQueue.
-    unsigned char mStrayFrames UTL_GUARDED_BY(mQueueLock) = 0;
+    unsigned char mUnannouncedFrames UTL_GUARDED_BY(mQueueLock) = 0;
     std::atomic<bool> mStopsAtAnyToken{false};  // a stop has found no room for its own
     Queue<unsigned char> mInterruptQueue UTL_GUARDED_BY(mQueueLock);
     ThreadRawMsg mSendMsg UTL_GUARDED_BY(mQueueLock);

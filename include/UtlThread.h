@@ -48,9 +48,9 @@ class UTL_API Command {
 ///
 /// An exception that leaves `preExecute`, `execute` or `postExecute` ends the process. `pthread_exit` there
 /// ends the thread: it is not running any more and can leave the management, but it reaches no further
-/// milestone and has no result, and a `start` that waits for it to be ready waits for ever. `exit` ends the
+/// milestone and has no result, and a `start` that waits for it to be ready waits forever. `exit` ends the
 /// process without waiting for any thread. In `execute` the thread's own `start` returns -1, and `stop(0)`
-/// requests a stop; a `stop` that waits for the end waits for ever. In `preExecute` both wait for ever.
+/// requests a stop; a `stop` that waits for the end waits forever. In `preExecute` both wait forever.
 class UTL_API Thread {
   public:
     /// Numbers of the milestones.
@@ -123,7 +123,7 @@ class UTL_API Thread {
     /// started it. Takes no lock.
     [[nodiscard]] bool isRunning() const noexcept;
 
-    /// The kernel thread id; 0 before the thread is registered, and for ever if it could not be. The thread
+    /// The kernel thread id; 0 before the thread is registered, and forever if it could not be. The thread
     /// itself always finds it stored.
     [[nodiscard]] int getId() const noexcept { return mId; }
 

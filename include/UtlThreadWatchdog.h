@@ -216,7 +216,7 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     [[nodiscard]] WatchdogInfo* findWatchdogInfo(int id) noexcept;
 
   protected:
-    /// The steps behind the operations of the same names; they take the lock.
+    /// The steps of the operations of the same names; they take the lock.
     bool executeSetAliveTime(int id, unsigned int aliveTime);
     bool executeStart(int id);
     bool executeStop(int id);

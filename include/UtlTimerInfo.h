@@ -42,7 +42,7 @@ class UTL_API TimerListener {
     /// Timer `timerId` has expired. No lock of the timer thread is held.
     ///
     /// An exception that leaves it ends the process. `pthread_exit` in it ends the thread without an answer
-    /// to its requests: whoever waits for its timers waits for ever. A call that would wait for the thread is
+    /// to its requests: whoever waits for its timers waits forever. A call that would wait for the thread is
     /// refused here; `destroy` ends the thread after this has returned.
     virtual void onTime(int timerId) = 0;
 };

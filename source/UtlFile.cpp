@@ -246,7 +246,7 @@ long long File::seek(long long offset, int origin) {
             whence = SEEK_END;
             break;
         case FROM_POSITION:
-            if (!settlePosition()) {
+            if (!restoreKernelPosition()) {
                 return -1;
             }
             whence = SEEK_CUR;
@@ -256,7 +256,7 @@ long long File::seek(long long offset, int origin) {
     }
     long long const position = seekFile(mHandle.get(), offset, whence);
     if (position != -1) {
-        mReadAhead->giveUp();
+        mReadAhead->forgetPosition();
     }
     return position;
 }
@@ -265,7 +265,7 @@ long long File::position() const {
     if (isOpened() == 0) {
         return -1;
     }
-    if (!mReadAhead->isPlaced()) {
+    if (!mReadAhead->knowsPosition()) {
         return seekFile(mHandle.get(), 0, SEEK_CUR);
     }
     reportFileAlive("position", __LINE__);
@@ -337,13 +337,13 @@ int File::readOn(long long size) {
     return result;
 }
 
-/// Gives the position back to the kernel, for what uses it there; false with a line on failure.
-bool File::settlePosition() {
-    if (mReadAhead->isPlaced()) {
+/// Moves the kernel to the position, for what uses it there; false with a line on failure.
+bool File::restoreKernelPosition() {
+    if (mReadAhead->knowsPosition()) {
         if (seekFile(mHandle.get(), mReadAhead->position(), SEEK_SET) == -1) {
             return false;
         }
-        mReadAhead->giveUp();
+        mReadAhead->forgetPosition();
     }
     return true;
 }
@@ -357,7 +357,7 @@ int File::write(void const* buffer, unsigned int length) {
         // For each write, though the file is already open, and for a write of nothing too: callers rely on a
         // folder that is wide during a write and has its own mode after it.
         WidenedParent const parent(getPath());
-        if (buffer != nullptr && length != 0 && settlePosition()) {
+        if (buffer != nullptr && length != 0 && restoreKernelPosition()) {
             result = writeFile(mHandle.get(), buffer, length);
         }
     }
@@ -369,7 +369,7 @@ int File::write(void const* buffer, unsigned int length) {
 
 int File::resize() {
     int const descriptor = mHandle.get();
-    if (isOpened() == 0 || !settlePosition()) {
+    if (isOpened() == 0 || !restoreKernelPosition()) {
         return 0;
     }
     long long const position =

@@ -317,7 +317,7 @@ int File::findNextLineSize(unsigned int /*limit*/, unsigned int* lineSize, unsig
     if (textUnitBytes(mTextType) == 0) {
         return -1;
     }
-    if (isOpened() != 0 && mReadAhead->isPlaced()) {
+    if (isOpened() != 0 && mReadAhead->knowsPosition()) {
         reportFileAlive("findNextLineSize", __LINE__);
     }
     ReadRoom const room(mReadAhead.get());

@@ -14,7 +14,7 @@ namespace utl {
 
 namespace {
 
-// The answer. The shared timer may be destroyed by then: `destroy` gives answers, too.
+// The answer. The shared timer may be destroyed by then: `destroy` answers, too.
 bool await(TimerWaiter const& waiter) {
     waitUntilOn(waiter.mAnswered, 0);
     return waiter.mSucceeded;

@@ -227,7 +227,7 @@ bool ThreadWatchdog::setWatchInterval(unsigned int interval) {
     return setTimer(interval);
 }
 
-// Without autoRepeat: the next period begins after a pass, so that none pile up behind a slow listener.
+// Without autoRepeat: the next period begins after a pass, so that none pile up while a listener is slow.
 bool ThreadWatchdog::setTimer(unsigned int interval) {
     mTimerId = mThread->setTimer(interval, 0, 0, 0);
     return mTimerId != NO_TIMER;

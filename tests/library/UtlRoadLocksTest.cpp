@@ -47,7 +47,7 @@ class RoadLocks : public WithoutWatchdogThread {
 };
 
 TEST_F(RoadLocks, TheQuestionWhetherAThreadRuns_TakesNone) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     EXPECT_EQ(locksOf([&road] { EXPECT_TRUE(road.thread.isRunning()); }), 0U);
     EXPECT_EQ(locksOf([&road] { EXPECT_FALSE(road.thread.hasRequestedStop()); }), 0U);
@@ -55,7 +55,7 @@ TEST_F(RoadLocks, TheQuestionWhetherAThreadRuns_TakesNone) {
 }
 
 TEST_F(RoadLocks, APost_TakesAtMostFive) {
-    BlockedRoad road(64, COUNT + 1);
+    HeldMsgThread road(64, COUNT + 1);
     road.startAndBlock();
     unsigned int const locks = locksOf([&road] {
         for (unsigned int i = 0; i < COUNT; ++i) {
@@ -69,7 +69,7 @@ TEST_F(RoadLocks, APost_TakesAtMostFive) {
 }
 
 TEST_F(RoadLocks, ADelivery_TakesAtMostFour) {
-    BlockedRoad road(64, COUNT + 1);
+    HeldMsgThread road(64, COUNT + 1);
     std::vector<unsigned int> seen;
     road.onOther = [&seen](int, int) { seen.push_back(tLocks); };
     road.startAndBlock();
@@ -122,9 +122,9 @@ TEST_F(PassBesideAReport, ASignOfLifeBehindTheSearch_Counts) {
     EXPECT_TRUE(watchdog.unregister(NO_THREAD));
 }
 
-class RoadBesideAStart : public utltest::WithManager {};
+class MessagesBesideAStart : public utltest::WithManager {};
 
-TEST_F(RoadBesideAStart, MessagesTimersAndSignsOfLife_DoNotWaitForTheTableOfThreads) {
+TEST_F(MessagesBesideAStart, MessagesTimersAndSignsOfLife_DoNotWaitForTheTableOfThreads) {
     Collector collector;
     ScopedMsgThread thread(64, 16, "road", 4);
     ASSERT_EQ(thread.start(&collector, 1, 60000), 0);

@@ -468,7 +468,7 @@ class ErasureByLot {
     LogCapture mLog;
     unsigned int mSeed;
     std::mt19937 mRandom;
-    BlockedRoad mRoad;
+    HeldMsgThread mRoad;
     ThreadSide mSide;
     Script mScript;
     std::map<int, ModelSide::Timer> mTimers;

@@ -35,7 +35,7 @@ constexpr int THIRD = 102;
 // What a handler on the message thread finds out, with messages FIRST, SECOND, FIRST, THIRD queued behind it.
 template <typename WORK>
 void onMessageThread(WORK work) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.onOther = [&](int id, int number) {
         if (id == FIRST && number == -1) {
             work(road.thread);
@@ -54,7 +54,7 @@ void onMessageThread(WORK work) {
 // Asks from outside: the question waits while the handler is blocked, and is answered before the queue goes
 // on.
 template <typename QUESTION>
-auto fromOutside(BlockedRoad& road, QUESTION question) {
+auto fromOutside(HeldMsgThread& road, QUESTION question) {
     hooks::write.reset();
     auto answer = std::async(std::launch::async, [&road, question] { return question(road.thread); });
     waitForTokens(1);
@@ -98,7 +98,7 @@ TEST_F(MsgQueue, PeekMsg_GivesTheFirstMatchInAFullFrameAndLeavesItQueued) {
 }
 
 TEST_F(MsgQueue, EraseMsg_TakesEveryMatchOutAndKeepsTheOrderOfTheRest) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     for (int i = 0; i < 6; ++i) {
         ASSERT_EQ(road.thread.postMsg(NumberMsg(i % 2 == 0 ? FIRST : SECOND, i)), 1);
@@ -115,7 +115,7 @@ TEST_F(MsgQueue, EraseMsg_TakesEveryMatchOutAndKeepsTheOrderOfTheRest) {
 }
 
 TEST_F(MsgQueue, EraseMsg_OfAnIdThatIsNotQueued_IsTrue) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
     EXPECT_TRUE(fromOutside(road, [](ScopedMsgThread& thread) { return thread.eraseMsg(SECOND); }));
@@ -125,7 +125,7 @@ TEST_F(MsgQueue, EraseMsg_OfAnIdThatIsNotQueued_IsTrue) {
 }
 
 TEST_F(MsgQueue, EraseMsg_OfAnyId_EmptiesTheQueue) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     for (int i = 0; i < 16; ++i) {
         ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST + i, i)), 1);
@@ -137,7 +137,7 @@ TEST_F(MsgQueue, EraseMsg_OfAnyId_EmptiesTheQueue) {
 }
 
 TEST_F(MsgQueue, Questions_FromOutside_AreAnsweredBeforeTheQueueGoesOn) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
     ASSERT_EQ(road.thread.postMsg(NumberMsg(SECOND, 7)), 1);
@@ -150,7 +150,7 @@ TEST_F(MsgQueue, Questions_FromOutside_AreAnsweredBeforeTheQueueGoesOn) {
 }
 
 TEST_F(MsgQueue, HasMsg_FromOutside_SeesAQueuedSynchronousMessage) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     hooks::write.reset();
     std::future<int> sync = std::async(std::launch::async, [&] { return road.thread.sendMsgSync(FIRST); });
@@ -160,7 +160,7 @@ TEST_F(MsgQueue, HasMsg_FromOutside_SeesAQueuedSynchronousMessage) {
 }
 
 TEST_F(MsgQueue, EraseMsg_OfAQueuedSynchronousMessage_FreesItsSenderWithZero) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(SECOND), 1);
     hooks::write.reset();
@@ -174,7 +174,7 @@ TEST_F(MsgQueue, EraseMsg_OfAQueuedSynchronousMessage_FreesItsSenderWithZero) {
 }
 
 TEST_F(MsgQueue, AnInterrupt_IsNoQueuedMessage) {
-    BlockedRoad road;
+    HeldMsgThread road;
     bool found = true;
     road.onOther = [&](int id, int) {
         if (id == FIRST) {
@@ -193,7 +193,7 @@ TEST_F(MsgQueue, AnInterrupt_IsNoQueuedMessage) {
 
 TEST_F(MsgQueue, AMessageThatAnInterruptsHandlerErases_IsNotDeliveredAndNoMismatchIsLogged) {
     LogCapture const log;
-    BlockedRoad road;
+    HeldMsgThread road;
     road.onOther = [&](int id, int) {
         if (id == THIRD) {
             EXPECT_TRUE(road.thread.eraseMsg(FIRST));
@@ -225,7 +225,7 @@ TEST_F(MsgQueue, AnInterruptsHandlerThatErasesOnlyTheHead_LosesNoOtherMessage) {
         }
     };
     LogCapture const log;
-    BlockedRoad road;
+    HeldMsgThread road;
     road.onOther = [&](int id, int) {
         if (id == THIRD) {
             JudgeNumber judge{1};
@@ -273,7 +273,7 @@ TEST_F(MsgQueue, Questions_WithANullJudgement_AreFalse) {
 }
 
 TEST_F(MsgQueue, Questions_WhoseLoopEndsFirst_AreReleasedAndAnErasureCountsAsDone) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
     hooks::write.reset();
@@ -414,7 +414,7 @@ TEST_F(MsgQueue, ErasuresOfAFullQueueAgainAndAgainFromOutside_NeverBlock) {
 TEST_F(MsgQueue, AWakeEntryWhoseTokenWasLost_DoesNotStopThoseBehindIt) {
     HookScope const scope;
     LogCapture const log;
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     hooks::write.failFrom(1, 1, -1, EIO);
     EXPECT_FALSE(road.thread.hasMsg(FIRST));
@@ -432,7 +432,7 @@ TEST_F(MsgQueue, AWakeEntryWhoseTokenWasLost_DoesNotStopThoseBehindIt) {
 template <typename WORK>
 void askBehindAStray(WORK work) {
     LogCapture const log;
-    BlockedRoad road;
+    HeldMsgThread road;
     road.onOther = [&](int id, int number) {
         if (id == FIRST && number == -1) {
             work(road.thread);
@@ -480,7 +480,7 @@ TEST_F(MsgQueue, EraseMsg_StepsOverAFrameThatCouldNotBeAnnounced) {
 TEST_F(MsgQueue, Questions_NeverSeeAFrameThatCouldNotBeAnnounced) {
     LogCapture const log;
     Gate asked;
-    BlockedRoad road;
+    HeldMsgThread road;
     road.onOther = [&](int id, int) {
         if (id == FIRST) {
             EXPECT_FALSE(road.thread.hasMsg(utl::MSG_ID_ANY));
@@ -1015,7 +1015,7 @@ TEST_F(MsgThreadOnStage, AHookThatWantsAnotherTimerWhileTheLoopBreaks_LeavesNoth
 using MsgErasure = WithoutWatchdogThread;
 
 TEST_F(MsgErasure, AQuestionOfAJudgement_FindsWhatIsLeftAtThatMoment) {
-    ErasureRoad road(6);
+    HeldErasingThread road(6);
     std::vector<std::vector<int>> seen;
     road.run([&] {
         EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
@@ -1035,7 +1035,7 @@ TEST_F(MsgErasure, AQuestionOfAJudgement_FindsWhatIsLeftAtThatMoment) {
 }
 
 TEST_F(MsgErasure, APeekOfAJudgement_GivesTheFirstOfWhatIsLeft) {
-    ErasureRoad road(4);
+    HeldErasingThread road(4);
     road.run([&] {
         EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
             int const number = numberOf(raw);
@@ -1050,7 +1050,7 @@ TEST_F(MsgErasure, APeekOfAJudgement_GivesTheFirstOfWhatIsLeft) {
 }
 
 TEST_F(MsgErasure, AnErasureOfAJudgement_TakesItsOwnOutOfWhatIsLeft) {
-    ErasureRoad road(8);
+    HeldErasingThread road(8);
     std::vector<int> judged;
     road.run([&] {
         EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
@@ -1069,7 +1069,7 @@ TEST_F(MsgErasure, AnErasureOfAJudgement_TakesItsOwnOutOfWhatIsLeft) {
 }
 
 TEST_F(MsgErasure, AJudgementThatThrows_LeavesBothQueuesWhole) {
-    ErasureRoad road(6);
+    HeldErasingThread road(6);
     road.run([&] {
         EXPECT_THROW(eraseIf(road.thread,
                              [](utl::ThreadRawMsg& raw) {
@@ -1090,7 +1090,7 @@ TEST_F(MsgErasure, AJudgementThatThrows_LeavesBothQueuesWhole) {
 
 TEST_F(MsgErasure, AnErasureThatFails_LeavesBothQueuesWhole) {
     LogCapture const log;
-    ErasureRoad road(5);
+    HeldErasingThread road(5);
     road.run([&] {
         ASSERT_EQ(road.thread.postThreadCtlMsg(SECOND, -1), 1);
         EXPECT_FALSE(eraseIf(road.thread, [](utl::ThreadRawMsg& raw) { return numberOf(raw) % 2 == 0; }));
@@ -1104,7 +1104,7 @@ TEST_F(MsgErasure, AnErasureThatFails_LeavesBothQueuesWhole) {
 // It must not, but nothing is lost if it does; and the place of an erased message is free at once.
 TEST_F(MsgErasure, AJudgementThatPosts_FindsThePlacesOfThoseErased) {
     LogCapture const log;
-    ErasureRoad road(16, 16);
+    HeldErasingThread road(16, 16);
     road.run([&] {
         EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
             int const number = numberOf(raw);
@@ -1123,7 +1123,7 @@ TEST_F(MsgErasure, AJudgementThatPosts_FindsThePlacesOfThoseErased) {
 }
 
 TEST_F(MsgErasure, AJudgementThatKillsATimer_TakesItsTimeoutsOutAndNothingElse) {
-    ErasureRoad road(4);
+    HeldErasingThread road(4);
     road.run([&] {
         int const timer = road.thread.setTimer(0);
         ASSERT_EQ(road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_TIMEOUT, timer), 1);
@@ -1141,7 +1141,7 @@ TEST_F(MsgErasure, AJudgementThatKillsATimer_TakesItsTimeoutsOutAndNothingElse) 
 }
 
 TEST_F(MsgErasure, ErasedTimeoutsBetweenErasedMessages_LeaveTheOthersWithTheirFrames) {
-    ErasureRoad road(0, 64);
+    HeldErasingThread road(0, 64);
     road.run([&] {
         int const timer = road.thread.setTimer(0, 0, 0, 0);
         std::vector<int> kept;
@@ -1160,7 +1160,7 @@ TEST_F(MsgErasure, ErasedTimeoutsBetweenErasedMessages_LeaveTheOthersWithTheirFr
 }
 
 TEST_F(MsgErasure, TheHookOfATimerThatEnded_FindsBothQueuesWhole) {
-    ErasureRoad road(4);
+    HeldErasingThread road(4);
     std::vector<int> queued;
     road.thread.onErase = [&](int, int) { queued = queuedNumbers(road.thread); };
     road.run([&] {
@@ -1177,7 +1177,7 @@ TEST_F(MsgErasure, TheHookOfATimerThatEnded_FindsBothQueuesWhole) {
 }
 
 TEST_F(MsgErasure, AShortFrameBehindErasedOnes_KeepsItsBytes) {
-    ErasureRoad road(4);
+    HeldErasingThread road(4);
     road.run([&] {
         ASSERT_EQ(road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_START_TIMER, UNKNOWN_TIMER), 1);
         ASSERT_TRUE(road.thread.earseMsgQueue(4, 4 * FRAME - 3, 3)) << "the end of the last frame";
@@ -1196,7 +1196,7 @@ TEST_F(MsgErasure, AQuestionOfAJudgementToAnotherThread_LeavesTheErasureAlone) {
     Collector others;
     ScopedMsgThread other(4, 16, "other");
     ASSERT_EQ(other.start(&others), 0);
-    ErasureRoad road(6);
+    HeldErasingThread road(6);
     road.run([&] {
         EXPECT_TRUE(eraseIf(road.thread, [&](utl::ThreadRawMsg& raw) {
             bool const isErased = numberOf(raw) % 2 == 0;

@@ -75,7 +75,7 @@ TEST_F(MsgDrivenThread, PostMsg_IsDeliveredWithItsFieldsOnTheMessageThread) {
 }
 
 TEST_F(MsgDrivenThread, PostMsg_ManyMessages_ArriveInTheOrderOfTheirPosts) {
-    BlockedRoad road(64, 300);
+    HeldMsgThread road(64, 300);
     road.startAndBlock();
     for (int i = 0; i < 300; ++i) {
         ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, i)), 1);
@@ -222,7 +222,7 @@ TEST_F(MsgDrivenThread, Stop_BeforeTheStartAndASecondTime_ReturnsMinusOne) {
 }
 
 TEST_F(MsgDrivenThread, Stop_LeavesQueuedMessagesUndelivered) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
     ASSERT_EQ(road.thread.postMsg(SECOND), 1);
@@ -234,7 +234,7 @@ TEST_F(MsgDrivenThread, Stop_LeavesQueuedMessagesUndelivered) {
 
 TEST_F(MsgDrivenThread, AMessageOfExactlyTheMaximum_FitsAndOneByteMoreIsRefusedWithALine) {
     LogCapture log;
-    BlockedRoad road(8, 4, "sizes");
+    HeldMsgThread road(8, 4, "sizes");
     road.startAndBlock();
     EXPECT_EQ(road.thread.postMsg(BytesMsg(FIRST, 7)), 1);
     EXPECT_EQ(road.thread.postMsg(BytesMsg(FIRST, 8)), 1);
@@ -254,7 +254,7 @@ TEST_F(MsgDrivenThread, AMessageOfExactlyTheMaximum_FitsAndOneByteMoreIsRefusedW
 
 TEST_F(MsgDrivenThread, AFullDataQueue_IsAnErrorOnceAndADetailUntilAMessageWasDelivered) {
     LogCapture log;
-    BlockedRoad road(8, 3, "full");
+    HeldMsgThread road(8, 3, "full");
     road.startAndBlock();
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(road.thread.postMsg(NumberMsg(FIRST, i)), 1);
@@ -281,7 +281,7 @@ TEST_F(MsgDrivenThread, AFullDataQueue_IsAnErrorOnceAndADetailUntilAMessageWasDe
 }
 
 TEST_F(MsgDrivenThread, AFullDataQueue_StillTakesAStopAndAnInterrupt) {
-    BlockedRoad road(8, 1);
+    HeldMsgThread road(8, 1);
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
     LogCapture log;
@@ -402,7 +402,7 @@ TEST_F(MsgDrivenThread, Read_ThatGivesFewerBytes_EndsTheLoop) {
 }
 
 TEST_F(MsgDrivenThread, SendMsgSync_ReturnsAfterTheListenerHasReturned) {
-    BlockedRoad road;
+    HeldMsgThread road;
     std::atomic<bool> handled{false};
     road.onOther = [&](int, int) { handled = true; };
     road.startAndBlock();
@@ -415,7 +415,7 @@ TEST_F(MsgDrivenThread, SendMsgSync_ReturnsAfterTheListenerHasReturned) {
 }
 
 TEST_F(MsgDrivenThread, SendMsgSync_QueuesBehindEverythingSentBefore) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
     ASSERT_EQ(road.thread.postMsg(SECOND), 1);
@@ -457,7 +457,7 @@ TEST_F(MsgDrivenThread, WaitingSends_OnAThreadThatDoesNotRun_ReturnZero) {
 }
 
 TEST_F(MsgDrivenThread, WaitingSends_WhoseThreadStops_AreReleasedWithZero) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     // The blocked handler keeps the synchronous message queued until the stop has been requested.
     hooks::write.reset();
@@ -544,7 +544,7 @@ TEST_F(MsgDrivenThread, SendMsgSync_BehindOneThatCouldNotBeAnnounced_DeliversIts
     for (bool const byFullQueue : {true, false}) {
         HookScope const scope;
         LogCapture const log;
-        BlockedRoad road(8, 4, "stale");
+        HeldMsgThread road(8, 4, "stale");
         road.startAndBlock();
         leaveFirstBehind(road.thread, byFullQueue);
         hooks::write.reset();
@@ -563,7 +563,7 @@ TEST_F(MsgDrivenThread, PostMsg_WithTheIdOfASynchronousOneThatCouldNotBeAnnounce
     for (bool const byFullQueue : {true, false}) {
         HookScope const scope;
         LogCapture const log;
-        BlockedRoad road(8, 4, "stale");
+        HeldMsgThread road(8, 4, "stale");
         road.startAndBlock();
         leaveFirstBehind(road.thread, byFullQueue);
         ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, 2)), 1);
@@ -578,7 +578,7 @@ TEST_F(MsgDrivenThread, PostMsg_WithTheIdOfASynchronousOneThatCouldNotBeAnnounce
 
 TEST_F(MsgDrivenThread, APostThatIsRefused_LeavesTheFramesThatCouldNotBeAnnouncedToTheNext) {
     LogCapture const log;
-    BlockedRoad road(8, 4, "stale");
+    HeldMsgThread road(8, 4, "stale");
     road.startAndBlock();
     withFullCtlQueue(road.thread, [&] {
         EXPECT_EQ(road.thread.sendMsgSync(NumberMsg(FIRST, 1)), 0);
@@ -596,7 +596,7 @@ TEST_F(MsgDrivenThread, APostThatIsRefused_LeavesTheFramesThatCouldNotBeAnnounce
 
 TEST_F(MsgDrivenThread, FramesThatCouldNotBeAnnounced_GiveWayToAMessageThatNeedsTheirRoom) {
     LogCapture const log;
-    BlockedRoad road(8, 2, "stale");
+    HeldMsgThread road(8, 2, "stale");
     road.startAndBlock();
     withFullCtlQueue(road.thread, [&] {
         EXPECT_EQ(road.thread.sendMsgSync(NumberMsg(FIRST, 1)), 0);
@@ -620,7 +620,7 @@ TEST_F(MsgDrivenThread, FramesThatCouldNotBeAnnounced_GiveWayToAMessageThatNeeds
 TEST_F(MsgDrivenThread, OfVeryManyFramesThatCouldNotBeAnnounced_NoneIsDelivered) {
     for (int const count : {254, 255, 256, 300}) {
         LogCapture const log;
-        BlockedRoad road(8, 302, "stale");
+        HeldMsgThread road(8, 302, "stale");
         road.startAndBlock();
         withFullCtlQueue(road.thread, [&] {
             for (int i = 0; i < count; ++i) {
@@ -642,7 +642,7 @@ TEST_F(MsgDrivenThread, OfVeryManyFramesThatCouldNotBeAnnounced_NoneIsDelivered)
 TEST_F(MsgDrivenThread, AnEntryWithoutAFrame_DiscardsTheOneThatCouldNotBeAnnounced) {
     for (int const ctlId : {FIRST, static_cast<int>(utl::MSG_ID_CTL_SYNC)}) {
         LogCapture const log;
-        BlockedRoad road(8, 4, "stale");
+        HeldMsgThread road(8, 4, "stale");
         road.startAndBlock();
         leaveFirstBehind(road.thread, true);
         ASSERT_EQ(road.thread.postThreadCtlMsg(ctlId, -1), 1);
@@ -657,7 +657,7 @@ TEST_F(MsgDrivenThread, AnEntryWithoutAFrame_DiscardsTheOneThatCouldNotBeAnnounc
 }
 
 TEST_F(MsgDrivenThread, SendMsgInterrupt_OvertakesWhatIsQueued) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
     ASSERT_EQ(road.thread.postMsg(SECOND), 1);
@@ -743,7 +743,7 @@ TEST_F(MsgDrivenThread, Stop_WhoseTokenIsLost_StillEndsTheLoop) {
 
 TEST_F(MsgDrivenThread, Stop_WithAFullControlQueue_StillEndsTheLoop) {
     LogCapture log;
-    BlockedRoad road(8, 1, "full");
+    HeldMsgThread road(8, 1, "full");
     road.startAndBlock();
     while (road.thread.postThreadCtlMsg(utl::MSG_ID_CTL_WAKE, -1) == 1) {
     }
@@ -753,7 +753,7 @@ TEST_F(MsgDrivenThread, Stop_WithAFullControlQueue_StillEndsTheLoop) {
 }
 
 TEST_F(MsgDrivenThread, PostMsg_FromOutsideDuringAWaitingStop_WaitsAndThenFails) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     std::future<int> stopped = std::async(std::launch::async, [&] { return road.thread.stop(1, 0); });
     while (!road.thread.hasRequestedStop()) {
@@ -766,7 +766,7 @@ TEST_F(MsgDrivenThread, PostMsg_FromOutsideDuringAWaitingStop_WaitsAndThenFails)
 }
 
 TEST_F(MsgDrivenThread, PostMsg_FromAHandlerDuringAWaitingStop_IsRefusedAndDoesNotDeadlock) {
-    BlockedRoad road;
+    HeldMsgThread road;
     int result = -1;
     Collector& collector = road.collector;
     collector.onMsg = [&](int, int) {
@@ -1159,7 +1159,7 @@ TEST_F(MsgDrivenThread, RequestStop_WithoutAStop_EndsNothing) {
 
 // A stop waits for a timer call from outside that waits for the message thread.
 TEST_F(MsgDrivenThread, Stop_WaitsForATimerCallInProgress) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     auto timer = std::async(std::launch::async, [&road] { return road.thread.setTimer(60000, 0); });
     while (road.thread.remTimerIdCount() == 4) {
@@ -1207,7 +1207,7 @@ TEST_F(MsgDrivenThread, AnEntryWhoseTokenWasLost_IsDroppedWithoutALineOrAnEffect
 TEST_F(MsgDrivenThread, AnEntryWhoseTokenWasLost_StaysUntilItComesToTheHead) {
     HookScope const scope;
     LogCapture const log;
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
     hooks::write.failFrom(1, 1, -1, EIO);

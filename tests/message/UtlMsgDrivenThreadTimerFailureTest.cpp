@@ -283,7 +283,7 @@ TEST_F(MsgTimer, SetTimer_ThatCannotBeAnnounced_LeavesNothingBehind) {
 TEST_F(MsgTimer, AnExpiryWhoseTokenCannotBeWritten_IsLostAndDoesNotCount) {
     HookScope const scope;
     LogCapture const log;
-    BlockedRoad road;
+    HeldMsgThread road;
     unsigned int pending = 0;
     int timer = 0;
     road.onOther = [&](int id, int) {
@@ -338,7 +338,7 @@ TEST_F(MsgTimer, StartsAndKillsThatWait_WhoseLoopEndsFirst_AreReleased) {
     for (int round = 0; round < 20; ++round) {
         HookScope const scope;
         LogCapture const log;
-        BlockedRoad road;
+        HeldMsgThread road;
         road.startAndBlock();
         int const timer = road.thread.registerTimer(60000, 0, 0);
         hooks::write.reset();
@@ -474,7 +474,7 @@ TEST_F(MsgTimer, AKillThatWaits_WhoseLoopEndsFirst_IsReleasedAndTheTimerIsGoneOn
     for (int round = 0; round < 20; ++round) {
         HookScope const scope;
         LogCapture const log;
-        BlockedRoad road;
+        HeldMsgThread road;
         ASSERT_EQ(road.thread.start(&road.collector), 0);
         int const timer = road.thread.setTimer(60000, 0, 0, round % 2);
         ASSERT_GT(timer, 0);

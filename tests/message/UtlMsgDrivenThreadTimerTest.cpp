@@ -102,7 +102,7 @@ TEST_F(MsgTimer, SetTimer_OnTheMessageThread_RunsAtOnce) {
 }
 
 TEST_F(MsgTimer, SetTimer_WithoutWaiting_ReturnsWhileTheThreadIsBusy) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     int const timer = road.thread.setTimer(1, 1, 1, 0);
     EXPECT_EQ(timer, 1);
@@ -227,7 +227,7 @@ TEST_F(MsgTimer, KillTimer_FromTheHandlerOfTheSameTimer_EndsIt) {
 
 TEST_F(MsgTimer, KillTimer_FromOutsideWithTimeoutsQueued_DeliversNoneOfThem) {
     for (int const noWait : {0, 1}) {
-        BlockedRoad road;
+        HeldMsgThread road;
         ASSERT_EQ(road.thread.start(&road.collector), 0);
         int const timer = road.thread.setTimer(1, 0, 0, 1);
         ASSERT_TRUE(road.collector.waitFor(3));
@@ -382,7 +382,7 @@ TEST_F(MsgTimer, KillTimer_ThatCannotBeAnnounced_LeavesTheTimerRunning) {
 
 TEST_F(MsgTimer, AnExpiryThatFindsNoPlaceInTheQueue_DoesNotCount) {
     LogCapture const log;
-    BlockedRoad road(64, 1);
+    HeldMsgThread road(64, 1);
     ASSERT_EQ(road.thread.start(&road.collector), 0);
     int const timer = road.thread.setTimer(60000, 0, 0, 0);
     ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
@@ -489,7 +489,7 @@ TEST_F(MsgTimer, TheKernelsNumber_IsTheOneOfTheSignal_AlsoZeroAndForManyTimersAt
 }
 
 TEST_F(MsgTimer, ABusyListenerUnderAFastTimer_FillsNoPipeAndCatchesUp) {
-    BlockedRoad road;
+    HeldMsgThread road;
     road.startAndBlock();
     int const timer = road.thread.setTimer(1, 1, 0, 1);
     road.gate.open();
@@ -591,7 +591,7 @@ TEST_F(MsgTimer, AnExpiryWhileManyMessagesWait_GetsItsTokenAtOnce) {
     constexpr int WAITING = 7400;
     int const inFront = getpagesize() / 8 - 1;
     ASSERT_LT(inFront, WAITING);
-    BlockedRoad road(4, WAITING);
+    HeldMsgThread road(4, WAITING);
     int timer = -1;
     beforeBlocking(road, [&] { timer = road.thread.setTimer(60000, 0, 1, 0); });
     for (int i = 1; i < inFront; ++i) {
@@ -722,7 +722,7 @@ TEST_F(MsgTimer, OnEraseTimer_OfEveryOtherEnd_RunsOnTheMessageThread) {
 }
 
 TEST_F(MsgTimer, OnEraseTimer_OfAnErasedTimeout_RunsOnTheMessageThread) {
-    BlockedRoad road;
+    HeldMsgThread road;
     ASSERT_EQ(road.thread.start(&road.collector), 0);
     int timer = -1;
     // The blocker is read in front of the expiry's token, and so the question stands in front of the timeout.
@@ -748,7 +748,7 @@ TEST_F(MsgTimer, OnEraseTimer_OfAnErasedTimeout_RunsOnTheMessageThread) {
 
 TEST_F(MsgTimer, OnEraseTimer_OfAKillThatDoesNotWait_ComesBeforeTheSystemTimerIsDeleted) {
     HookScope const scope;
-    BlockedRoad road;
+    HeldMsgThread road;
     ASSERT_EQ(road.thread.start(&road.collector), 0);
     int const timer = road.thread.setTimer(60000, 0, 0, 1);
     ASSERT_EQ(road.thread.postMsg(BLOCKER), 1);
@@ -772,7 +772,7 @@ TEST_F(MsgTimer, OnEraseTimer_OfAKillThatDoesNotWait_ComesBeforeTheSystemTimerIs
 
 TEST_F(MsgTimer, KillTimer_WhileAStopIsRequested_WorksAsLongAsTheLoopRuns) {
     HookScope const scope;
-    BlockedRoad road;
+    HeldMsgThread road;
     int own = -1;
     ASSERT_EQ(road.thread.start(&road.collector), 0);
     int const timer = road.thread.setTimer(60000, 0, 0, 1);
@@ -818,7 +818,7 @@ TEST_F(MsgTimer, TimerIds_WrapBehindTheLargestAndSkipThoseOfLiveTimers) {
 }
 
 TEST_F(MsgTimer, TimerIds_SkipThoseOfTimersThatAreBeingStopped) {
-    BlockedRoad road;
+    HeldMsgThread road;
     ASSERT_EQ(road.thread.start(&road.collector), 0);
     ASSERT_EQ(road.thread.setTimer(60000, 0, 0, 0), 1);
     ASSERT_EQ(road.thread.setTimer(60000, 0, 0, 0), 2);
@@ -837,7 +837,7 @@ TEST_F(MsgTimer, TimerIds_SkipThoseOfTimersThatAreBeingStopped) {
 }
 
 TEST_F(MsgTimer, EraseMsg_OfAPendingOneShot_EndsTheTimerAndCallsTheHook) {
-    BlockedRoad road;
+    HeldMsgThread road;
     bool erased = false;
     bool found = false;
     std::vector<int> gone;

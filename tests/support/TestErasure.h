@@ -52,9 +52,10 @@ inline std::vector<int> queuedNumbers(utl::MsgDrivenThread& thread) {
 }
 
 /// Runs its work in a handler, before messages FIRST with the numbers from 0 on.
-class ErasureRoad {
+class HeldErasingThread {
   public:
-    explicit ErasureRoad(unsigned int messages, unsigned int places = 16) : thread(4, places, "eraser") {
+    explicit HeldErasingThread(unsigned int messages, unsigned int places = 16)
+        : thread(4, places, "eraser") {
         collector.onMsg = [this, messages](int id, int) {
             if (id == BLOCKER) {
                 for (unsigned int i = 0; i < messages; ++i) {

@@ -34,7 +34,7 @@ UTLTEST_REVEAL(utl::MsgDrivenThread, mNextUserTimerId);
 UTLTEST_REVEAL(utl::MsgDrivenThread, mPipe);
 UTLTEST_REVEAL(utl::MsgDrivenThread, mCtlQueue);
 UTLTEST_REVEAL(utl::MsgDrivenThread, mDataQueue);
-UTLTEST_REVEAL(utl::MsgDrivenThread, mStrayFrames);
+UTLTEST_REVEAL(utl::MsgDrivenThread, mUnannouncedFrames);
 UTLTEST_REVEAL(utl::MsgDrivenThread, mListener);
 UTLTEST_REVEAL(utl::MsgDrivenThread, mMaxMsgCount);
 UTLTEST_REVEAL(utl::MsgDrivenThread, mDataOverflowLogged);
@@ -87,7 +87,7 @@ struct MsgDrivenThreadAccess {
             .copyOut(0, result.entries.data(), (thread.*in_thread::mCtlQueue).size());
         (thread.*in_thread::mDataQueue)
             .copyOut(0, result.frames.data(), (thread.*in_thread::mDataQueue).size());
-        result.strayFrames = thread.*in_thread::mStrayFrames;
+        result.strayFrames = thread.*in_thread::mUnannouncedFrames;
         return result;
     }
 
@@ -295,9 +295,9 @@ class JoinedThread {
 constexpr int BLOCKER = 900;
 
 /// A thread whose handler holds at message BLOCKER until the gate opens, so that a test can fill the queues.
-struct BlockedRoad {
-    explicit BlockedRoad(unsigned int maxMsgSize = 64, unsigned int maxMsgCount = 16,
-                         char const* name = "road")
+struct HeldMsgThread {
+    explicit HeldMsgThread(unsigned int maxMsgSize = 64, unsigned int maxMsgCount = 16,
+                           char const* name = "road")
         : thread(maxMsgSize, maxMsgCount, name) {
         collector.onMsg = [this](int id, int number) {
             if (id == BLOCKER) {
@@ -307,7 +307,7 @@ struct BlockedRoad {
             }
         };
     }
-    ~BlockedRoad() { gate.open(); }
+    ~HeldMsgThread() { gate.open(); }
 
     void startAndBlock() {
         ASSERT_EQ(thread.start(&collector), 0);

@@ -222,7 +222,7 @@ void runOn(ScopedMsgThread& thread, Collector& collector, WORK work) {
 
 /// A blocker's handler that does `work` before it blocks.
 template <typename WORK>
-void beforeBlocking(BlockedRoad& road, WORK work) {
+void beforeBlocking(HeldMsgThread& road, WORK work) {
     auto const block = road.collector.onMsg.get();
     road.collector.onMsg = [block, work](int id, int number) {
         if (id == BLOCKER) {

@@ -9,17 +9,17 @@
 namespace utl {
 
 void ReadAhead::moveTo(long long position) {
-    if (mIsPlaced && position >= mStart && position <= end()) {
+    if (mKnowsPosition && position >= mStart && position <= end()) {
         mUsed = static_cast<unsigned int>(position - mStart);
     } else {
         dropBytesAt(position);
     }
-    mIsPlaced = true;
+    mKnowsPosition = true;
 }
 
-void ReadAhead::giveUp() {
+void ReadAhead::forgetPosition() {
     dropBytesAt(0);
-    mIsPlaced = false;
+    mKnowsPosition = false;
 }
 
 int ReadAhead::readOn(int descriptor, long long size) {
@@ -58,7 +58,7 @@ void ReadRoom::makeRoom(ReadAhead* ahead, unsigned int neededBytes) {
     ahead->mRoomBytes = std::max(neededBytes, SPARE_BYTES);
 }
 
-void ReadRoom::takeRoomAway() {
+void ReadRoom::removeRoom() {
     mpAhead->dropBytes();
     mpAhead->mpRoom = nullptr;
     mpAhead->mRoomBytes = 0;

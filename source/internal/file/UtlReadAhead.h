@@ -11,10 +11,11 @@ namespace utl {
 ///
 /// | State    | The position is | The kernel's position                     |
 /// |----------|-----------------|-------------------------------------------|
-/// | unplaced | the kernel's    | is asked for before the next reading      |
-/// | placed   | known here      | is not used until a seek or a write       |
+/// | unknown  | the kernel's    | is asked for before the next reading      |
+/// | known    | known here      | is not used until a seek or a write       |
 ///
-/// While placed, all bytes are read by `pread`: after a `fork` neither process moves the other's position.
+/// While it is known, all bytes are read by `pread`: after a `fork` neither process moves the other's
+/// position.
 class ReadAhead {
   public:
     /// More than the longest line of text with a usual line end.
@@ -24,16 +25,16 @@ class ReadAhead {
     ReadAhead(ReadAhead const&) = delete;
     ReadAhead& operator=(ReadAhead const&) = delete;
 
-    bool isPlaced() const { return mIsPlaced; }
+    bool knowsPosition() const { return mKnowsPosition; }
 
-    /// Only while placed, as all below that does not say otherwise.
+    /// Only while the position is known, as all below that does not say otherwise.
     long long position() const { return mStart + mUsed; }
 
-    /// Placed from now on. Keeps the bytes if the position is among them or directly after them.
+    /// Knows the position from now on. Keeps the bytes if the position is among them or directly after them.
     void moveTo(long long position);
 
-    /// Unplaced from now on, and without bytes.
-    void giveUp();
+    /// Does not know the position from now on, and has no bytes.
+    void forgetPosition();
 
     /// The bytes read ahead from the position on; `TEXT_UNIT_BYTES_MAX` bytes after them may be overwritten.
     char* bytes() { return mpRoom + mUsed; }
@@ -61,7 +62,7 @@ class ReadAhead {
 
     void dropBytesAt(long long position);
 
-    bool mIsPlaced = false;
+    bool mKnowsPosition = false;
     unsigned int mUsed = 0;
     unsigned int mFilled = 0;
     unsigned int mRoomBytes = 0;
@@ -84,7 +85,7 @@ class [[nodiscard]] ReadRoom {
     }
     ~ReadRoom() {
         if (mpAhead != nullptr) {
-            takeRoomAway();
+            removeRoom();
         }
     }
     ReadRoom(ReadRoom const&) = delete;
@@ -94,7 +95,7 @@ class [[nodiscard]] ReadRoom {
     static constexpr unsigned int SPARE_BYTES = 512;
 
     void makeRoom(ReadAhead* ahead, unsigned int neededBytes);
-    void takeRoomAway();
+    void removeRoom();
 
     ReadAhead* mpAhead = nullptr;  ///< null if the room stays
     std::unique_ptr<char[]> mNeeded;

@@ -39,7 +39,7 @@ bool MsgDrivenThread::QueueSteps::pushFrame(MsgDrivenThread& thread, Queue<unsig
     if (frames.pushBack(thread.mSendMsg.buffer(), thread.mSendMsg.maxSize())) {
         return true;
     }
-    if (&frames == &thread.mDataQueue && thread.mStrayFrames != 0 && hasRoomForEntry(thread)) {
+    if (&frames == &thread.mDataQueue && thread.mUnannouncedFrames != 0 && hasRoomForEntry(thread)) {
         discardUnannounced(thread, 0, ctlId);
         return pushFrame(thread, frames, msgId, ctlId);
     }
@@ -107,10 +107,10 @@ bool MsgDrivenThread::QueueSteps::hasAnsweredHead(MsgDrivenThread const& thread)
 }
 
 void MsgDrivenThread::QueueSteps::keepUnannounced(MsgDrivenThread& thread) {
-    if (thread.mStrayFrames == UCHAR_MAX) {
+    if (thread.mUnannouncedFrames == UCHAR_MAX) {
         thread.mDataQueue.removeLast(thread.mSendMsg.maxSize());
     } else {
-        ++thread.mStrayFrames;
+        ++thread.mUnannouncedFrames;
     }
 }
 
@@ -118,8 +118,8 @@ void MsgDrivenThread::QueueSteps::discardUnannounced(MsgDrivenThread& thread, un
                                                      int ctlId) {
     Queue<unsigned char>& frames = thread.mDataQueue;
     unsigned int const size = thread.mScanMsg.maxSize();
-    for (; thread.mStrayFrames != 0; --thread.mStrayFrames) {
-        unsigned int const offset = frames.size() - bytesAfter - thread.mStrayFrames * size;
+    for (; thread.mUnannouncedFrames != 0; --thread.mUnannouncedFrames) {
+        unsigned int const offset = frames.size() - bytesAfter - thread.mUnannouncedFrames * size;
         if (frames.copyOut(offset, thread.mScanMsg.buffer(), size)) {
             frames.removeAt(offset, size);
             reportDiscarded(thread, thread.mScanMsg, ctlId);
@@ -154,7 +154,7 @@ bool MsgDrivenThread::QueueSteps::popFrame(MsgDrivenThread& thread, Queue<unsign
     bool const isUnannounced = &frames == &thread.mDataQueue && announcedBytes(thread) == 0;
     frames.popFrontInto(thread.mReceiveMsg.buffer(), thread.mReceiveMsg.maxSize());
     if (isUnannounced) {
-        --thread.mStrayFrames;
+        --thread.mUnannouncedFrames;
     }
     return !isUnannounced;
 }
@@ -175,7 +175,7 @@ bool MsgDrivenThread::QueueSteps::popFrameOf(MsgDrivenThread& thread, int ctlId,
 }
 
 unsigned int MsgDrivenThread::QueueSteps::announcedBytes(MsgDrivenThread const& thread) {
-    unsigned int const unannounced = thread.mStrayFrames * thread.mScanMsg.maxSize();
+    unsigned int const unannounced = thread.mUnannouncedFrames * thread.mScanMsg.maxSize();
     return thread.mDataQueue.size() > unannounced ? thread.mDataQueue.size() - unannounced : 0;
 }
 

@@ -68,8 +68,7 @@ TokenIo writeReservedToken(int writeEnd, PipeToken const& token);
 
 /// Writes one token from a signal handler, which must not block. Without room for it, or if the pipe is
 /// closed and its descriptor may be another file by now, writes nothing and returns true. False, with the
-/// outcome in
-/// `*io`, if a write failed.
+/// outcome in `*io`, if a write failed.
 bool writeTokenFromHandler(int writeEnd, PipeToken const& token, TokenIo* io, bool* written);
 
 /// Reads one token; waits for it. A thread under the watchdog is not watched meanwhile and reports `place`

@@ -14,7 +14,7 @@ struct PairIndex {
     /// The most bytes of a form in the library's tables: two characters.
     static constexpr unsigned int MAX_BYTES = 6;
 
-    /// What a character becomes, as far as nothing after it matters.
+    /// What a character becomes if nothing after it matters.
     struct Direct {
         char bytes[3];
         unsigned char kind;
