@@ -57,7 +57,7 @@ auto content(RING const& ring) {
     return values;
 }
 
-// Where the first entry of an empty ring goes.
+// Where the first entry of an empty ring is stored.
 template <typename RING>
 auto const* startOfStorage(RING& ring) {
     ring.clear();
@@ -203,7 +203,7 @@ TEST(RingArray, Construction_WhoseAllocationGivesNull_LeavesARingWithoutSlots) {
     EXPECT_EQ(ring.elementAt(0), nullptr);
 }
 
-// Goes through every operation of a ring of 5 slots, across the end of the storage.
+// Runs every operation of a ring of 5 slots, across the end of the storage.
 template <typename RING, typename T>
 bool allOperationsSucceed(RING& ring, T const& value) {
     T entries[5] = {};

@@ -1,6 +1,6 @@
 // Starts no thread.
 
-// The header for everything, behind macros that other libraries bring into a program. Only what these macros
+// The header for everything, after macros that other libraries bring into a program. Only what these macros
 // would break themselves, the headers of the system, stands before it.
 
 #include <gtest/gtest.h>

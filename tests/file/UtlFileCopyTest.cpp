@@ -406,7 +406,7 @@ TEST_F(CopyThatFails, ToCloseTheTarget_IsFalse) {
     hooks::close.replace([](int descriptor) {
         int const result = hooks::close.real(descriptor);
         errno = EDQUOT;
-        return hooks::close.calls() == 3 ? -1 : result;  // behind that of the probe and of the source
+        return hooks::close.calls() == 3 ? -1 : result;  // after those of the probe and of the source
     });
     callsOfCopy();
     EXPECT_EQ(contentOf("b/copied"), "0123456789");

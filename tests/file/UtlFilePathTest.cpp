@@ -14,7 +14,7 @@ using utl::File;
 
 constexpr char UNTOUCHED[] = "untouched";
 
-// What a dissection gave: the text, or that it failed and left the output alone.
+// What a dissection returned: the text, or that it failed and left the output alone.
 constexpr char FAILED[] = "(failed)";
 
 template <typename EXTRACT>
@@ -268,7 +268,7 @@ TEST(FilePath, Get_OfAnEmptyPart_EmptiesTheOutput) {
 
 TEST(FilePath, GetPath_IntoTheObjectsOwnString_IsTrueAndChangesNothing) {
     File file("abc", File::TEXT_UTF8);
-    // The first field, which no operation gives away.
+    // The first field, which no operation exposes.
     auto* const own = reinterpret_cast<BasicString<char>*>(reinterpret_cast<char*>(&file) + sizeof(void*));
     char const* const buffer = file.getPath();
     ASSERT_EQ(own->buffer(), buffer);

@@ -133,7 +133,7 @@ TEST_F(FileSearch, SeekKey_FindsAKeyThatIsLongerThanABlock) {
     EXPECT_EQ(found(reading("abc" + key + "z", File::TEXT_UTF8), key, 0, ALL), 3);
 }
 
-// In blocks whose seams are looked for: the key stands in front of, over and behind each.
+// In blocks whose seams are looked for: the key stands before, over and after each.
 TEST_F(FileSearch, SeekKey_FindsAKeyAtAnyPlace) {
     std::string content(70000, '.');
     for (std::size_t place = 1000; place < 69990; place += 997) {
@@ -152,7 +152,7 @@ TEST_F(FileSearch, SeekKey_FindsAKeyAtAnyPlace) {
     }
 }
 
-// The same search written plainly, a byte at a time; gives the offset of the key.
+// The same search written plainly, a byte at a time; returns the offset of the key.
 long long plainSearch(std::string const& bytes, std::string const& key) {
     std::size_t matched = 0;
     for (std::size_t i = 0; i < bytes.size(); ++i) {
@@ -273,7 +273,7 @@ TEST_F(FileSearch, SeekKey_OfAFileThatIsCutMeanwhile_FindsNothing) {
 
 // Beside a plain search, and at every border.
 
-/// The search by one byte after the other, which begins anew behind a byte that does not match.
+/// The search by one byte after the other, which begins anew after a byte that does not match.
 long long searched(std::string const& content, std::string const& key, std::size_t start, std::size_t range,
                    int mode) {
     std::size_t match = 0;
@@ -339,7 +339,7 @@ TEST_F(FileSearch, SeekKey_FindsAKeyAcrossEveryBorder_InARangeThatEndsWithItAndI
     for (unsigned int border = 64; border <= 16384; border *= 2) {
         for (unsigned int lead = 0; lead <= 6; ++lead) {
             unsigned int const at = border - lead;
-            // Begins of the key right in front of it and at its end.
+            // Beginnings of the key right before it and at its end.
             std::string const content = std::string(at - 2, '-') + "--keykez" + "key";
             utl::File& file = reading(content, utl::File::TEXT_UTF8);
             file.seek(5, utl::File::FROM_START);

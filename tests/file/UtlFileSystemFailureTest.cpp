@@ -28,7 +28,7 @@ using Lines = std::vector<std::string>;
 using Names = utltest::NamesFound;
 using Paths = utltest::PathsFound;
 
-// Whatever call fails, an operation gives its failure or gets through, leaves nothing open and puts back
+// Whatever call fails, an operation returns its failure or succeeds, leaves nothing open and puts back
 // every folder that it widened.
 template <typename HOOK, typename RESULT>
 void failEachCall(char const* name, HOOK& hook, RESULT result, int reason) {

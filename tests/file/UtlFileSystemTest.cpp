@@ -29,7 +29,7 @@ using Lines = std::vector<std::string>;
 using Names = utltest::NamesFound;
 using Paths = utltest::PathsFound;
 
-// One operation on one path, and what it gives.
+// One operation on one path, and what it returns.
 struct OnePathCase {
     char const* name;
     std::string path;
@@ -87,7 +87,7 @@ TEST_F(FileSystem, StaticOperations_TakeABackslashForASlashAndLeaveTheCallersTex
     EXPECT_EQ(mLog.lines(), Lines());
 }
 
-// What goes through a folder, with the result for a path that ends in a separator.
+// Operations that walk through a folder, with the result for a path that ends in a separator.
 OnePathCase const WALKS[] = {
     {"size", "dir/", -1, [](char const* path) { return File::size(path); }},
     {"copy from", "dir/", 0,
@@ -263,9 +263,9 @@ TEST_F(FileSystem, MakeDirectories_MakesTheseCallsInThisOrder) {
     EXPECT_EQ(
         calls.take(),
         (Lines{"exists: stat a/b",
-               // "a/" has no folder in front of it that could be widened, and is there.
+               // "a/" has no folder before it that could be widened, and is there.
                "makeDirectories: mkdir a/ 777", "isDirectory: stat a/", "makeDirectories: chmod a/ 777",
-               // "a/b/" is new; its folder has been widened for good, which leaves nothing to put back.
+               // "a/b/" is new; its folder has been widened permanently, which leaves nothing to put back.
                "changeParentAccessMode: stat a", "changeParentAccessMode: chmod a 777",
                "makeDirectories: mkdir a/b/ 777", "makeDirectories: chmod a/b/ 777",
                "makeDirectories: open a RDONLY+DIRECTORY", "-: fsync", "-: close",
@@ -754,7 +754,7 @@ TEST_F(FileSystem, IsOpened_MakesTheseCallsInThisOrder) {
                      "isOpened: flock 6", "-: fsync", "-: close"}));
 }
 
-// What the two locks that a probe asks for give as `errno`, 0 for a lock, and what the probe says then.
+// The `errno` of the two locks that a probe asks for, 0 for a lock, and what the probe says then.
 struct ProbeCase {
     int exclusive;
     int shared;
@@ -1225,7 +1225,7 @@ TEST_F(FileSystem, Size_TakesNoLock) {
     EXPECT_EQ(File::size("file"), 5);
 }
 
-/// The names that a listing gives, sorted; the result alone if it is negative.
+/// The names that a listing returns, sorted; the result alone if it is negative.
 struct Listing {
     char const* path;
     int kind;

@@ -910,7 +910,7 @@ class Cat {
     Cat(Cat const&) = delete;
     Cat& operator=(Cat const&) = delete;
 
-    /// True once the program runs: it gives back what it got.
+    /// True once the program runs: it sends back what it got.
     bool answers() const {
         char byte = 'x';
         return write(mTo, &byte, 1) == 1 && read(mFrom, &byte, 1) == 1;

@@ -112,7 +112,7 @@ TEST_F(FileLine, ReadLine_ThatTheSystemRefuses_SaysSo) {
     }
 }
 
-// Every call fails once, and once for good; a line is never given with a failure, and what was open still is.
+// Every call fails once, and once permanently. A failure never comes with a line, and what was open still is.
 TEST_F(FileLine, ReadLine_WithAnyCallFailing_IsMinusOne) {
     for (std::string const& line : {std::string("abc"), std::string(2000, 'x')}) {
         for (unsigned int const count : {1U, 0U}) {

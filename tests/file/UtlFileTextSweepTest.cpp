@@ -37,7 +37,7 @@ constexpr unsigned long long ANYWHERE = 0xFFFFFFFFFFFFFFFFULL;
 
 char const BOM[] = "\xEF\xBB\xBF";
 
-/// One step of a walk: how many bytes it goes, and what the character is. Marks and broken bytes are none.
+/// One step of a walk: how many bytes it moves, and what the character is. Marks and broken bytes are none.
 struct Step {
     unsigned int bytes;
     enum { CHARACTER, NONE, CARRIAGE_RETURN, LINE_FEED } what;
@@ -65,7 +65,7 @@ Step stepInUtf8(std::string const& rest) {
                  : stepOf(bytes, bytes == 1 ? static_cast<unsigned char>(rest[0]) : 0);
 }
 
-// No code covers a line feed behind its first byte; a carriage return there is its second one.
+// No code covers a line feed after its first byte; a carriage return there is its second one.
 Step stepInSjis(std::string const& rest) {
     std::string const character = rest.substr(0, rest.find('\n', 1)).substr(0, 6);
     unsigned int bytes = 1;

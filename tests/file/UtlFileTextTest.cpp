@@ -511,7 +511,7 @@ TEST_F(FileText, WriteText_BeginsAtTheOffset) {
     EXPECT_EQ(written(), "c\0d\0"s);
 }
 
-// What is left behind the offset, in characters, against the offset.
+// What is left after the offset, in characters, against the offset.
 TEST_F(FileText, WriteTextOfUtf8_GivesZeroForAnEmptyTextAndMinusOneForAnEmptyRest) {
     EXPECT_EQ(writing("", File::TEXT_UTF8).writeText("", 10, 0), 0);
     EXPECT_EQ(writing("", File::TEXT_UTF8).writeText("a", 10, 0), 1);
@@ -650,7 +650,7 @@ TEST_F(FileText, WhatWasWritten_IsReadBackTheSame) {
 
 // Rests of texts.
 
-/// What `writeText` of ASCII gives, and which bytes it writes.
+/// What `writeText` of ASCII returns, and which bytes it writes.
 struct Written {
     int result;
     std::string bytes;
@@ -975,7 +975,7 @@ TEST_F(FileLine, ReadLine_OfAFileOpenedToWrite_IsRefusedByTheSystem) {
                      error("in findNextLineSize func file read error 6byte")}));
 }
 
-// It looks at the size before the search, for each block of it, in front of the text, and as it reads that.
+// It looks at the size before the search, for each block of it, before the text, and as it reads that.
 TEST_F(FileLine, ReadLine_OfALongLineInAFileThatIsCutMeanwhile_IsMinusThreeAndStays) {
     static unsigned int cutAt = 0;
     constexpr int RESULTS[] = {-3, -3, -3, 2000};

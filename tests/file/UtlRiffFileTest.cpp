@@ -197,7 +197,7 @@ TEST_F(RiffFileInFolder, Open_Of8Bytes_HasAnEmptyFormTypeAndNoSubChunks) {
     EXPECT_EQ(mRiff.getSubChunkNumber(), 0U);
 }
 
-// Cut in front of each byte of 200: each time one of the told results, and the file stays as it was.
+// Cut before each byte of 200: each time one of the documented results, and the file stays as it was.
 TEST_F(RiffFileInFolder, Open_OfACutFile_HasAToldResultAndChangesNothing) {
     std::string const whole =
         riff("TEST", subChunk("a   ", std::string(50, 'x')) + subChunk("b   ", std::string(61, 'y')) +
@@ -262,7 +262,7 @@ TEST_F(RiffFileInFolder, Open_Of3SubChunksWithRoomFor2_KnowsTheFirst2) {
     EXPECT_EQ(none.close(), 1);
 }
 
-// The second sub-chunk begins behind 4 GiB less one byte, on a 32-bit machine as well.
+// The second sub-chunk begins after 4 GiB less one byte, on a 32-bit machine as well.
 TEST_F(RiffFileInFolder, Open_OfASparseFileNear4GiB_FindsWhatStandsBehind) {
     putFile("f", riff("TEST", liarChunk("big ", 0xFFFFFFFFU, "")));
     {
@@ -279,7 +279,7 @@ TEST_F(RiffFileInFolder, Open_OfASparseFileNear4GiB_FindsWhatStandsBehind) {
     EXPECT_EQ(mRiff.close(), 1);
 }
 
-// What stands behind the size of a container must be said with 32 bits: with a first sub-chunk of this many
+// What stands after the size of a container must be said with 32 bits: with a first sub-chunk of this many
 // bytes it is that much.
 constexpr unsigned int REST_OF_32_BITS = 0xFFFFFFFFU - 12;
 
@@ -451,7 +451,7 @@ TEST_F(RiffFileInFolder, Write_OfAnyButTheLast_FailsAndChangesNothing) {
               riff("TEST", subChunk("a   ", "123") + subChunk("b   ", "45678") + subChunk("a   ", "9!")));
 }
 
-// The last is that of those taken down: writing it runs over what stands behind, which this object never saw.
+// The last is that of those taken down: writing it runs over what comes next, which this object never saw.
 TEST_F(RiffFileInFolder, Write_OfTheLastThatIsKnown_IsAllowed) {
     putFile("f", THREE);
     RiffFile small("f", 2);
@@ -630,7 +630,7 @@ Names const NONE;
 using RiffFileAtItsLimits = InLoggedFolder;
 using RiffStatements = WithStatements;
 
-/// Writes a container, each operation up to the end, and gives the name of the first that failed.
+/// Writes a container, each operation up to the end, and returns the name of the first that failed.
 std::string writeAll(RiffFile& file) {
     std::string failed;
     auto const check = [&failed](bool ok, char const* name) {
@@ -871,7 +871,7 @@ TEST_F(RiffFileAtItsLimits, Close_WhoseSubChunkDoesNotClose_ClosesTheFileAndKeep
     EXPECT_TRUE(file.close());
     EXPECT_EQ(contentOf("f").substr(4, 4), littleEndian(24)) << "patched before";
     EXPECT_EQ(contentOf("f").substr(16, 4), littleEndian(4)) << "not patched";
-    // It is still there, and goes when it can be closed.
+    // It is still there until it can be closed.
     ASSERT_EQ(file.open(RiffFile::OPEN_KEEP, RiffFile::ACCESS_READ_WRITE), 0);
     EXPECT_EQ(file.getSubChunkNumber(), 2U) << "what was added is taken for a header";
     EXPECT_EQ(file.addSubChunk("two"), INVALID);

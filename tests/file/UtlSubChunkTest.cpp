@@ -739,7 +739,7 @@ TEST_F(SubChunkAtItsLimits, Seek_ToTargetsNoNumberHolds_IsRefusedInPlace) {
     EXPECT_EQ(chunk.seek(File::FROM_POSITION, -10), 0);
     EXPECT_EQ(chunk.seek(File::FROM_END, -10), 0);
     EXPECT_EQ(chunk.seek(File::FROM_END, 0), 10);
-    // From outside the data, in front of them and behind.
+    // From outside the data, before them and after them.
     for (long long outside : {3LL, 33LL}) {
         ASSERT_EQ(file.seek(outside, File::FROM_START), outside);
         EXPECT_EQ(chunk.seek(File::FROM_POSITION, 0), -1);

@@ -262,7 +262,7 @@ TEST_F(WaveFileInFolder, Open_TakesTheFirstOfSeveral) {
     EXPECT_EQ(readAll(mWave), "first");
 }
 
-// Cut in front of each byte: a told result, no hang, and the file stays as it was.
+// Cut before each byte: a documented result, no hang, and the file stays as it was.
 TEST_F(WaveFileInFolder, Open_OfACutFile_HasAToldResultAndChangesNothing) {
     std::string const whole = wave(format(8000, 1, 16, 1), std::string(170, 's'));
     for (size_t length = 0; length <= 200; ++length) {
@@ -516,7 +516,7 @@ TEST_F(WaveFileInFolder, TwoThreads_ReadEverySampleOnce) {
     EXPECT_EQ(here + there, samples.size());
 }
 
-// The child is killed wherever it is; the file is the one of a told moment.
+// The child is killed wherever it is; the file is then in a documented state.
 TEST_F(WaveFileInFolder, AWriterThatIsKilled_LeavesAFileThatOpensWithAToldResult) {
     utl::ThreadManager::get()->setWatchdogWatchInterval(0);  // holds no lock while the process forks
     std::mt19937 random(2);

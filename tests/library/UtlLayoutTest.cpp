@@ -45,7 +45,7 @@ constexpr bool hasTargetSize(unsigned int size) {
     return !IS_TARGET || sizeof(T) == size;
 }
 
-// Classes that have, or may have, fields of 8 bytes are given by their fields, those of their bases in front:
+// Classes that have, or may have, fields of 8 bytes are named by their fields, those of their bases first:
 // some targets align such a field to 4 bytes and others to 8.
 template <typename... FIELDS>
 struct Fields {};

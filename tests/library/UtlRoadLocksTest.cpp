@@ -100,7 +100,7 @@ class PassBesideAReport : public utltest::WithManager {
     HookScope mHooks;
 };
 
-// The second lock of a pass stands behind its search and in front of its decision.
+// The second lock of a pass stands after its search and before its decision.
 TEST_F(PassBesideAReport, ASignOfLifeBehindTheSearch_Counts) {
     Counting listener;
     utl::ThreadWatchdog& watchdog = restingWatchdog();

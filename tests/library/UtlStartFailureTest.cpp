@@ -79,7 +79,7 @@ unsigned int failEachAllocation(std::function<void()> const& work, std::function
         }
         undo();
         while (entriesOf("/proc/self/task") > threads) {
-            std::this_thread::yield();  // the system takes a thread away behind its end
+            std::this_thread::yield();  // the system takes a thread away after its end
         }
         EXPECT_TRUE(before == Kept()) << "allocation " << number;
         if (!failed) {

@@ -49,7 +49,7 @@ TEST(StaticLibrary, KeepsTheBuiltInFunctionThatTheProgramLeavesOut) {
     EXPECT_STREQ(text, "\xE3\x81\x82");
 }
 
-// Uses tables and constants while the program is being initialised, in front of all initialisers that
+// Uses tables and constants while the program is being initialised, before all initialisers that
 // come from the library: those of a shared library have run by then in any case.
 struct EarlyUser {
     EarlyUser()

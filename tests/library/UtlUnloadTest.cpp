@@ -38,7 +38,7 @@ bool worksOn(int thread) {
     return false;
 }
 
-/// Loads the plug-in, lets it use the library, unloads it. Gives the id of the watchdog's thread.
+/// Loads the plug-in, lets it use the library, unloads it. Returns the id of the watchdog's thread.
 int useAndUnload() {
     void* const plugin = dlopen(UTL_PLUGIN, RTLD_NOW | RTLD_LOCAL);
     if (plugin == nullptr) {

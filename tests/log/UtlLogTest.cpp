@@ -995,7 +995,7 @@ TEST_F(LogTypes, BeyondSixtyFourEntries_NewOnesAreRefusedAndRegisteredOnesStillR
 }
 
 TEST_F(LogTypes, InATableOfItsOwn_SixtyTwoFitBesideTheBuiltInOnes) {
-    // Counts what is there: this test may run behind the others or alone.
+    // Counts what is there: this test may run after the others or alone.
     int entries = 0;
     for (int type = -1000; type < 6000; ++type) {
         entries += getFilterLevel(type) != 6 ? 1 : 0;

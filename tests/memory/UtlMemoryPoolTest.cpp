@@ -69,7 +69,7 @@ std::string line(std::string const& text) {
     return "<UTIL> ERR: utl::MemoryPool::" + text;
 }
 
-// How many blocks lie in front of `block`.
+// How many blocks lie before `block`.
 unsigned int indexOf(void const* block, void const* first, unsigned int blockSize) {
     return static_cast<unsigned int>(static_cast<unsigned char const*>(block) -
                                      static_cast<unsigned char const*>(first)) /
@@ -533,7 +533,7 @@ TEST(MemoryPool, Release_NamesTheFirstThingThatIsWrongWithAnAddress) {
     char const* const under = "Memory is management outside (under)";
     char const* const over = "Memory is management outside (over)";
     char const* const alignment = "alignment error";
-    // Behind the area the alignment is looked at first, in front of it never.
+    // After the area the alignment is looked at first, before it never.
     std::array<Case, 9> const cases = {{{used.begin() - 1, under},
                                         {used.begin() - 6, under},
                                         {used.begin() - 7, under},

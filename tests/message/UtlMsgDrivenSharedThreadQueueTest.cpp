@@ -362,7 +362,7 @@ TEST_F(SharedThreadQueue, AnAttachOnItsWay_IsNoBroadcastAndCannotBeErasedByAccid
     EXPECT_EQ(queue.other.ids(), std::vector<int>{FIRST});
 }
 
-// Asks from outside while a handler holds the thread: the answer comes before the queue goes on.
+// Asks from outside while a handler holds the thread: the answer comes before the queue continues.
 template <typename QUESTION>
 auto askFromOutside(QUESTION question) {
     HookScope const scope;
@@ -655,7 +655,7 @@ struct QueuedExpiries {
         EXPECT_GT(all = thread.setTimer(1, 1, 1, 1), 0);
         EXPECT_GT(own = thread.setTimer(&listener, 1, 1, 1, 1), 0);
         EXPECT_GT(others = thread.setTimer(&other, 1, 1, 1, 1), 0);
-        // The starts stand in the queue. Behind them the thread is held until there are more expiries than
+        // The starts stand in the queue. After them the thread is held until there are more expiries than
         // two of the timers can have waiting.
         Gate queued;
         Worker waiting([&] { queued.wait(); });
@@ -890,7 +890,7 @@ TEST_F(SharedThreadAlone, Questions_SeeEachKindOfMessageForItsOwnersAlone) {
         EXPECT_EQ(peekNumber(thread, nullptr, utl::MSG_ID_TIMER), all);
         EXPECT_EQ(peekNumber(thread, &one, utl::MSG_ID_TIMER), ones);
         EXPECT_EQ(peekNumber(thread, &two, utl::MSG_ID_TIMER), twos);
-        EXPECT_EQ(peekNumber(thread, &one, 7), 71);  // behind a timeout of the same listener
+        EXPECT_EQ(peekNumber(thread, &one, 7), 71);  // after a timeout of the same listener
         EXPECT_EQ(peekNumber(thread, &two, utl::MSG_ID_ANY), 62);
         EXPECT_FALSE(thread.hasMsg(6));
         EXPECT_FALSE(thread.hasMsg(&one, 6));

@@ -922,7 +922,7 @@ std::mutex gTrailMutex;
 std::vector<utl::StatementInfo> gTrail;
 std::atomic<int> gTrailThread{0};
 
-// The clock is read for each sign of life, behind the note of the place.
+// The clock is read for each sign of life, after the note of the place.
 int noteAndReadClock(clockid_t clock, timespec* time) {
     if (kernelId() == gTrailThread) {
         utl::StatementInfo const place = lastStatementOf(gTrailThread);
@@ -1122,7 +1122,7 @@ TEST_F(SharedThreadKeepAlive, AttachMsgListener_DuringAStop_WaitsForIt) {
     holder.gate.open();
 }
 
-// The request to stop comes behind the attach, whatever the stop is told about waiting.
+// The request to stop comes after the attach, whatever the stop is told about waiting.
 TEST_F(SharedThreadKeepAlive, Stop_WithoutWaitingDuringAnAttach_WaitsForTheAttach) {
     Collector listener;
     Holder holder;
@@ -1175,7 +1175,7 @@ TEST_F(SharedThreadKeepAlive, AttachMsgListener_WhileAStartWaitsForPreExecute_Wa
     thread.open();
 }
 
-// What is posted meanwhile stands in front of the request.
+// What is posted meanwhile stands before the request.
 TEST_F(SharedThreadKeepAlive, AttachMsgListener_BehindAStartThatDidNotWait_WaitsUntilTheThreadIsReady) {
     Collector listener;
     {

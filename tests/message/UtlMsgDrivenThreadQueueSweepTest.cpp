@@ -1,5 +1,5 @@
-// The queue of a message thread beside plain accounts of it: erasures by lot, and mixtures of all that
-// changes it.
+// The queue of a message thread beside plain accounts of it: random erasures, with fixed seeds, and mixtures
+// of all that changes it.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -29,9 +29,9 @@ namespace {
 
 using MsgErasure = WithoutWatchdogThread;
 
-// Erasures by lot, on a message thread and on a model that takes out one message after the other. A script
-// judges on both and does on both what a judgement may do, and some of what it must not; it writes down
-// whatever it can see.
+// Random erasures, with fixed seeds, on a message thread and on a model that takes out one message after the
+// other. A script judges on both and does on both what a judgement may do, and some of what it must not; it
+// writes down whatever it can see.
 
 constexpr unsigned int FRAMES = 24;
 constexpr unsigned int ENTRIES = FRAMES + 256;
@@ -377,7 +377,7 @@ class ModelSide : public Side {
     unsigned char mScratch[FRAME] = {};
 };
 
-/// A message thread whose handler holds in front of queues by lot, and then runs the script.
+/// A message thread whose handler waits until the queue is filled at random, and then runs the script.
 class ErasureByLot {
   public:
     explicit ErasureByLot(unsigned int seed)

@@ -32,7 +32,7 @@ constexpr int FIRST = 100;
 constexpr int SECOND = 101;
 constexpr int THIRD = 102;
 
-// What a handler on the message thread finds out, with messages FIRST, SECOND, FIRST, THIRD queued behind it.
+// What a handler on the message thread finds out, with messages FIRST, SECOND, FIRST, THIRD queued after it.
 template <typename WORK>
 void onMessageThread(WORK work) {
     HeldMsgThread road;
@@ -51,8 +51,8 @@ void onMessageThread(WORK work) {
     EXPECT_EQ(road.thread.sendMsgSync(BLOCKER), 1);
 }
 
-// Asks from outside: the question waits while the handler is blocked, and is answered before the queue goes
-// on.
+// Asks from outside: the question waits while the handler is blocked, and is answered before the queue
+// continues.
 template <typename QUESTION>
 auto fromOutside(HeldMsgThread& road, QUESTION question) {
     hooks::write.reset();
@@ -200,7 +200,7 @@ TEST_F(MsgQueue, AMessageThatAnInterruptsHandlerErases_IsNotDeliveredAndNoMismat
         }
     };
     road.startAndBlock();
-    // FIRST stands at the head, and once more behind a message that stays.
+    // FIRST stands at the head, and once more after a message that stays.
     ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, 1)), 1);
     ASSERT_EQ(road.thread.postMsg(NumberMsg(SECOND, 2)), 1);
     ASSERT_EQ(road.thread.postMsg(NumberMsg(FIRST, 3)), 1);
@@ -215,7 +215,7 @@ TEST_F(MsgQueue, AMessageThatAnInterruptsHandlerErases_IsNotDeliveredAndNoMismat
     EXPECT_TRUE(log.lines().empty());
 }
 
-// The handler erases the head while another message of the same id waits further behind.
+// The handler erases the head while another message of the same id waits further back.
 TEST_F(MsgQueue, AnInterruptsHandlerThatErasesOnlyTheHead_LosesNoOtherMessage) {
     struct JudgeNumber {
         int number;
@@ -277,7 +277,7 @@ TEST_F(MsgQueue, Questions_WhoseLoopEndsFirst_AreReleasedAndAnErasureCountsAsDon
     road.startAndBlock();
     ASSERT_EQ(road.thread.postMsg(FIRST), 1);
     hooks::write.reset();
-    // The loop is made to fail at its next read, behind the blocked handler.
+    // The loop is made to fail at its next read, after the blocked handler.
     auto find = std::async(std::launch::async, [&] { return road.thread.hasMsg(FIRST); });
     auto erase = std::async(std::launch::async, [&] { return road.thread.eraseMsg(FIRST); });
     waitForTokens(2);
@@ -476,7 +476,7 @@ TEST_F(MsgQueue, EraseMsg_StepsOverAFrameThatCouldNotBeAnnounced) {
     });
 }
 
-// Nothing was queued behind it yet, so it is still there.
+// Nothing was queued after it yet, so it is still there.
 TEST_F(MsgQueue, Questions_NeverSeeAFrameThatCouldNotBeAnnounced) {
     LogCapture const log;
     Gate asked;
@@ -553,7 +553,7 @@ TEST_F(MsgQueue, EraseMsg_MeetsAnEntryWithoutAFrame_LogsItAndFails) {
     LogCapture const log;
     onMessageThread([&](ScopedMsgThread& thread) {
         ASSERT_EQ(thread.postThreadCtlMsg(THIRD + 5, -1), 1);
-        // Behind the frames of FIRST, SECOND, FIRST, THIRD and the blocked synchronous message there is none.
+        // After the frames of FIRST, SECOND, FIRST, THIRD and the blocked synchronous message there is none.
         EXPECT_FALSE(thread.eraseMsg(BLOCKER + 1));
         EXPECT_TRUE(hasLine(log, linePrefix("executeEraseMsg", "Peek Data Queue fail."), " MsgId=107"));
         EXPECT_TRUE(thread.eraseMsgFromCtlQueue(THIRD + 5));
@@ -585,7 +585,7 @@ TEST_F(MsgQueue, EraseMsg_MeetsAFrameOfAnotherMessage_LogsBothIdsAndFails) {
         if (id == FIRST) {
             ASSERT_EQ(thread.postMsg(SECOND), 1);
             ASSERT_EQ(thread.postMsg(THIRD), 1);
-            // The entry of SECOND goes, its frame stays.
+            // The entry of SECOND is erased, its frame stays.
             EXPECT_TRUE(thread.eraseMsgFromCtlQueue(SECOND));
             EXPECT_FALSE(thread.eraseMsg(THIRD));
         }
@@ -659,7 +659,7 @@ TEST_F(MsgQueue, AQueuedTimeoutThatDoesNotFitAFrame_IsLoggedByBothScans) {
 
 // With a loop that the test holds.
 
-/// Stays at the end of its life, behind the loop, until it is let go.
+/// Stays at the end of its life, after the loop, until it is let go.
 class LingeringThread : public OpenedMsgThread {
   public:
     using OpenedMsgThread::OpenedMsgThread;
@@ -700,7 +700,7 @@ TEST_F(MsgThreadOnStage, EraseMsg_BehindTheFrameOfARefusedSynchronousMessage_Era
     stage.start();
     stage.hold();
     EXPECT_EQ(stage.fillCtlQueue(), 2 + utl::MsgDrivenThread::EXTRA_CTL_ENTRIES);
-    EXPECT_EQ(stage.thread.sendMsgSync(NumberMsg(5, 55)), 0);  // its frame stays behind
+    EXPECT_EQ(stage.thread.sendMsgSync(NumberMsg(5, 55)), 0);  // its frame stays
     EXPECT_TRUE(stage.thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_START_TIMER));
     EXPECT_EQ(stage.thread.sendMsgAsync(NumberMsg(6, 66)), 1);
     EXPECT_TRUE(stage.thread.eraseMsgFromCtlQueue(utl::MSG_ID_CTL_START_TIMER));
@@ -758,7 +758,7 @@ TEST_F(MsgThreadOnStage, EarseMsgQueue_TakesOnlyPlacesThatAreInUse) {
         EXPECT_FALSE(stage.thread.earseMsgQueue(0, UINT_MAX, 12));
         EXPECT_TRUE(stage.thread.hasMsg(1));
         EXPECT_TRUE(stage.thread.hasMsg(2));
-        EXPECT_TRUE(stage.thread.earseMsgQueue(2, 23, UINT_MAX));  // as far as there is data
+        EXPECT_TRUE(stage.thread.earseMsgQueue(2, 23, UINT_MAX));  // up to the end of the data
         EXPECT_FALSE(stage.thread.earseMsgQueue(0, 23, 1));
         EXPECT_TRUE(stage.thread.earseMsgQueue(1, 12, 11));
         EXPECT_TRUE(stage.thread.earseMsgQueue(0, 11, 0));  // an entry alone

@@ -267,7 +267,7 @@ TEST_F(MsgDrivenThread, AFullDataQueue_IsAnErrorOnceAndADetailUntilAMessageWasDe
     EXPECT_EQ(log.lines(), (std::vector<std::string>{"<UTIL> ERR: " + text, "<UTIL> DTL: " + text,
                                                      "<UTIL> DTL: " + text}));
 
-    // The handler blocks again behind the next delivery, with one place free.
+    // The handler blocks again after the next delivery, with one place free.
     Gate again;
     road.onOther = [&](int, int) { again.wait(); };
     road.gate.open();
@@ -518,7 +518,7 @@ TEST_F(MsgDrivenThread, SendMsgSync_ThatCouldNotBeAnnounced_LeavesItsFrameToBeDi
     EXPECT_EQ(wakes, 260);
     EXPECT_EQ(thread.sendMsgSync(NumberMsg(SECOND)), 0);
     gate.open();
-    // The wake entries go without a request behind them; then the stale frame is met.
+    // The wake entries, which no request backs, are taken out; then the stale frame is met.
     while (thread.postMsg(NumberMsg(FIRST, 6)) == 0) {
         std::this_thread::yield();
     }
@@ -695,7 +695,7 @@ TEST_F(MsgDrivenThread, SendMsgInterrupt_ThatCouldNotBeAnnounced_ReturnsZeroAndL
             "<UTIL> ERR: MsgDrivenThread(wakeless)::postThreadCtlMsg() Error. write Ret:4294967295 errno:" +
             std::to_string(EIO)),
         1U);
-    // The wake entry that stayed behind stops nobody.
+    // The wake entry that was left stops nobody.
     EXPECT_EQ(thread.sendMsgSync(SECOND), 1);
     EXPECT_EQ(thread.sendMsgInterrupt(THIRD), 1);
     EXPECT_EQ(collector.ids(), (std::vector<int>{SECOND, THIRD}));
@@ -895,7 +895,7 @@ TEST_F(MsgDrivenThread, Destructor_OfAThreadThatWasNotStopped_WaitsForItsLoop) {
     EXPECT_TRUE(utl::ThreadManager::get()->unregister(id));
 }
 
-// Pipes of a system that gives little.
+// Pipes of a system that grants little room.
 
 int makeSmallPipe(int* ends) {
     int const result = hooks::pipe.real(ends);
@@ -1277,7 +1277,7 @@ utl::WatchdogInfo watchedInfo() {
     return WatchdogAccess::copyInfo(utltest::ThreadManagerAccess::watchdog(), gWatched);
 }
 
-// Leaves another `errno` behind, as a report may.
+// Changes `errno`, as a report may.
 int clockThatNotesReports(clockid_t clock, timespec* out) {
     if (gWatched == kernelId()) {
         utl::WatchdogInfo const info = watchedInfo();

@@ -613,7 +613,7 @@ TEST_F(MsgTimer, AnExpiryWhileManyMessagesWait_GetsItsTokenAtOnce) {
     EXPECT_EQ(road.collector.received().back().id, utl::MSG_ID_TIMER);
 }
 
-#ifndef __SANITIZE_THREAD__  // which ends a process that starts threads behind a fork of several threads
+#ifndef __SANITIZE_THREAD__  // which ends a process that starts threads after a fork of several threads
 enum ChildResult { CHILD_FIRED, CHILD_COULD_NOT_START, CHILD_HAS_OTHER_NUMBERS, CHILD_HEARD_NOTHING };
 
 // What a child does; it has none of its parent's threads.
@@ -681,7 +681,7 @@ TEST_F(MsgTimer, ExpiriesDuringOneLongHandler_GiveExactlyOneTimeoutOrTwo) {
                 expire(thread, timer);
             }
         });
-        // Behind the last expiry's token; and then behind the timeouts.
+        // After the last expiry's token; and then after the timeouts.
         EXPECT_EQ(thread.sendMsgSync(FIRST + 2), 1);
         EXPECT_EQ(thread.sendMsgSync(FIRST + 3), 1);
         std::vector<int> const ids = collector.ids();
@@ -690,7 +690,7 @@ TEST_F(MsgTimer, ExpiriesDuringOneLongHandler_GiveExactlyOneTimeoutOrTwo) {
     }
 }
 
-// The hook behind a timer that is gone.
+// The hook after a timer is erased.
 
 TEST_F(MsgTimer, OnEraseTimer_OfAKillFromOutside_RunsOnTheKillersThread) {
     Collector collector;
@@ -725,7 +725,7 @@ TEST_F(MsgTimer, OnEraseTimer_OfAnErasedTimeout_RunsOnTheMessageThread) {
     HeldMsgThread road;
     ASSERT_EQ(road.thread.start(&road.collector), 0);
     int timer = -1;
-    // The blocker is read in front of the expiry's token, and so the question stands in front of the timeout.
+    // The blocker is read before the expiry's token, and so the question stands before the timeout.
     road.onOther = [&](int id, int) {
         if (id == FIRST) {
             timer = road.thread.setTimer(60000, 0, 1, 0);
@@ -846,7 +846,7 @@ TEST_F(MsgTimer, EraseMsg_OfAPendingOneShot_EndsTheTimerAndCallsTheHook) {
         if (id != FIRST) {
             return;
         }
-        // The expiry's token was read in front of this message, and its timeout stands behind it.
+        // The expiry's token was read before this message, and its timeout stands after it.
         found = road.thread.hasMsg(utl::MSG_ID_TIMER);
         utl::ThreadRawMsg raw(4);
         road.thread.peekMsg(utl::MSG_ID_TIMER, &raw);
@@ -860,7 +860,7 @@ TEST_F(MsgTimer, EraseMsg_OfAPendingOneShot_EndsTheTimerAndCallsTheHook) {
     road.gate.open();
     hooks::write.reset();
     ASSERT_EQ(road.thread.sendMsgSync(BLOCKER + 1), 1);
-    // A blocked handler lets the signal's token in; FIRST comes behind it.
+    // A blocked handler lets the signal's token in; FIRST comes after it.
     Gate gate;
     auto const previous = road.onOther.get();
     road.onOther = [&](int id, int number) {

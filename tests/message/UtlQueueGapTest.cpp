@@ -22,7 +22,7 @@ std::vector<int> content(Queue<T>& queue) {
     return values;
 }
 
-// 0 to 7 in 8 places, of which the storage ends behind 4.
+// 0 to 7 in 8 places, of which the storage ends after 4.
 template <typename T>
 void fillAcrossTheEnd(Queue<T>& queue) {
     for (int i = 0; i < 3; ++i) {

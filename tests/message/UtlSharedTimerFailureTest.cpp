@@ -534,7 +534,7 @@ TEST_F(SharedTimerFailure, ExpiriesThatAreQueuedBehindAStop_GoWithIt) {
     EXPECT_EQ(timers.findTimer(timer)->mPendingCount, 0U);
 }
 
-// A running timer whose interval changed is armed anew behind its expiry; one more expiry is queued by then.
+// A running timer whose interval changed is armed anew after its expiry; one more expiry is queued by then.
 TEST_F(SharedTimerFailure, TimerDelete_ThatFailsAtARearm_LeavesNoTimeoutThatIsNotCounted) {
     Blocker blocker;
     Ticker ticker;
@@ -598,7 +598,7 @@ TEST_F(SharedTimerFailure, AStartThatWaits_IsNotFailedByAnOlderOne) {
     EXPECT_TRUE(timers->isRunning(timer));
 }
 
-// Nothing is deleted behind a fresh start that failed: the next start, or the timer's end, does that.
+// Nothing is deleted after a fresh start that failed: the next start, or the timer's end, does that.
 TEST_F(SharedTimerFailure, TimerSetTime_ThatFailsAtAFreshStart_IsLoggedAndLeavesTheSystemTimerForNow) {
     ScopedTimers timers(8, "settime");
     int const timer = timers->addTimer(nullptr, LONG);
@@ -701,7 +701,7 @@ TEST_F(SharedTimerFailure, AnErasureThatCannotStopTheTimer_TakesItAwayAllTheSame
     EXPECT_TRUE(log.waitFor(loopError("erase", "0x80000006")));
     EXPECT_EQ(timers->findTimer(timer), nullptr);
     size_t const atErase = ticker.count();
-    // The system timer goes on, and nothing of it reaches the pipe any more.
+    // The system timer stays alive, and nothing of it reaches the pipe any more.
     EXPECT_EQ(calls().aliveCount(), 1U);
     timers.settle();
     unsigned int const before = calls().write.calls();

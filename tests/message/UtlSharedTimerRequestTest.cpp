@@ -532,7 +532,7 @@ TEST_F(SharedTimer, SetInterval_InFrontOfAStartThatHasNoEffect_IsNotForgotten) {
     ASSERT_EQ(timers->waitToStart(timer), 0);
     ASSERT_TRUE(timers->setInterval(timer, 1));
     timers.settle();
-    // Whether the second start came in front of the new interval or behind it, the mark stays.
+    // Whether the second start came before the new interval or after it, the mark stays.
     EXPECT_TRUE(timers->findTimer(timer)->mUpdating);
 }
 
@@ -585,7 +585,7 @@ TEST_F(SharedTimerAtItsLimits, Stop_WhileExpiriesWaitForDelivery_DropsThemAlsoFo
     blocker.hold();
     expire(*timers, timer);
     expire(*timers, timer);
-    ASSERT_TRUE(timers->stop(timer, 1));  // the timeouts are queued behind it when the signals are read
+    ASSERT_TRUE(timers->stop(timer, 1));  // the timeouts are queued after it when the signals are read
     blocker.letGo();
     ASSERT_EQ(timers->waitToStop(timer), 0);
     ASSERT_TRUE(timers->start(timer));
@@ -716,7 +716,7 @@ TEST_F(SharedTimerAtItsLimits, ARestartWithoutWaitingFromTheListener_StopsTheTim
     ASSERT_TRUE(timers->start(timer));
     expire(*timers, timer);
     timers.settle();
-    timers.settle();  // the listener's own request is behind the first
+    timers.settle();  // the listener's own request comes after the first
     EXPECT_TRUE(restarted);
     EXPECT_FALSE(timers->isRunning(timer));
     EXPECT_EQ(ticker.count(), 1U);

@@ -190,7 +190,7 @@ TEST_F(SharedTimer, TheDestructor_WithoutDestroy_WaitsForTheLoopAndSaysHowItEnde
         id = timers.getId();
         ASSERT_TRUE(timers.start(timers.addTimer(&ticker, 1)));
         ASSERT_TRUE(ticker.waitFor(3));
-        // The ticker goes behind the timer.
+        // The ticker is destroyed after the timer.
     }
     EXPECT_EQ(log.count(error("SharedTimerThread(left) Error. read Ret:4294967295 errno:", EBADF) +
                         " !!Break msg loop!!"),
@@ -450,7 +450,7 @@ TEST_F(SharedTimer, Stop_WithExpiriesQueued_DeliversNoneOfThem) {
         ASSERT_TRUE(ticker.waitFor(2));
         blocker.block(*timers);
         auto stopped = std::async(std::launch::async, [&] { return timers->stop(timer, noWait); });
-        // Expiries of the time in front of the block may stand in front of the request.
+        // Expiries of the time before the block may stand before the request.
         blocker.letGo();
         EXPECT_TRUE(stopped.get());
         EXPECT_EQ(timers->waitToStop(timer), 0);
@@ -694,7 +694,7 @@ TEST_F(SharedTimerAtItsLimits, AnExpiry_ThatFindsTheQueueFull_IsTheOnlyOneThatIs
         ASSERT_TRUE(fresh->start(timer));
         blocker.hold();
         expire(*fresh,
-               timer);  // its token lies in front of the others, so the queue is full when it is read
+               timer);  // its token lies before the others, so the queue is full when it is read
         ASSERT_EQ(fill(*fresh, filler), utl::SharedTimer::CTL_ENTRY_MAX);
         log.clear();
         blocker.letGo();
@@ -751,7 +751,7 @@ TEST_F(SharedTimerAtItsLimits, TheLastExpiry_DropsTheOneBehindItAndTheLeftTokenH
     }
     ASSERT_TRUE(timers->start(timer));
     expire(*timers, timer);
-    EXPECT_TRUE(ticker.waitFor(2));  // a left token can bring it behind what is asked for later
+    EXPECT_TRUE(ticker.waitFor(2));  // a left token can deliver it after what is asked for later
 }
 
 TEST_F(SharedTimerAtItsLimits, AListener_CanUseTheTimersWhileAnotherThreadWaitsForOne) {

@@ -186,7 +186,7 @@ TYPED_TEST(TimerSignalOfAFreshProcess, ThatIsForeign_DoesNotEndTheProcess) {
     EXPECT_TRUE(this->isOursNow());
 }
 
-// As behind a copy of the library that was unloaded and came to lie at the same place again.
+// As after a copy of the library that was unloaded and came to lie at the same place again.
 TYPED_TEST(TimerSignalOfAFreshProcess, ThatIsForeign_IsNeverHandedToTheSameHandler) {
     this->putThereBefore(actionOf(TypeParam::HANDLER));
     TypeParam timers;
@@ -235,7 +235,7 @@ TYPED_TEST(TimerSignalOfAFreshProcess, WithANumberOfOursAndAnotherPipe_IsHandedO
     EXPECT_EQ(gCalls, 2);
 }
 
-// Such a timer goes on for as long as the process, however many come after it.
+// Such a timer runs on for as long as the process does, however many come after it.
 TYPED_TEST(TimerSignalOfAFreshProcess, OfATimerThatCouldNotBeDeleted_IsNeverHandedOn) {
     this->putThereBefore(actionOf(handlerWithInfo));
     siginfo_t late;

@@ -52,7 +52,7 @@ OwnHookScope::OwnHookScope() {
 #undef UTLTEST_CALL
 
 // The names that a function has with 64-bit offsets or 64-bit time, and with checked buffers, whose size
-// comes behind the other arguments.
+// comes after the other arguments.
 #define UTLTEST_ALIAS(function, name) \
     extern "C" decltype(__wrap_##function) name __attribute__((alias("__wrap_" #function)));
 UTLTEST_ALIAS(read, __wrap___read_chk)

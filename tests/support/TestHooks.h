@@ -36,11 +36,11 @@ class Hook<RESULT(ARGS...)> {
     /// `system` calls the function of the system.
     explicit constexpr Hook(Function system) : mSystem(system) {}
 
-    /// Calls of the library go to `function` from now on; null gives them back to the system.
+    /// Calls of the library go to `function` from now on; null returns them to the system.
     void replace(Function function) { mReplacement = function; }
 
-    /// Of the library's calls from now on, number `first` (counted from 1) and the `count` - 1 behind it give
-    /// `result` with `error` in `errno`. A `count` of 0 means all that follow.
+    /// Of the library's calls from now on, number `first` (counted from 1) and the `count` - 1 after it
+    /// return `result` with `error` in `errno`. A `count` of 0 means all that follow.
     void failFrom(unsigned int first, unsigned int count, RESULT result, int error) {
         mResult = result;
         mError = error;
@@ -49,7 +49,7 @@ class Hook<RESULT(ARGS...)> {
         mFailFirst = first;
     }
 
-    /// `watcher` sees the arguments of every call of the library in front of it, also of one that is replaced
+    /// `watcher` sees the arguments of every call of the library before it runs, also of one that is replaced
     /// or made to fail; null for nobody.
     void watch(void (*watcher)(ARGS...)) { mWatcher = watcher; }
 

@@ -37,7 +37,7 @@ std::vector<std::size_t> offsetsOf(OBJECT const& object, MEMBERS... members) {
     return offsetsIn(object, object.*members...);
 }
 
-/// True if each offset lies behind the one before it.
+/// True if each offset lies after the one before it.
 inline bool areRising(std::vector<std::size_t> const& offsets) {
     return std::is_sorted(offsets.begin(), offsets.end(), std::less_equal<>());
 }

@@ -246,7 +246,7 @@ class ScopedMsgThread : public utl::MsgDrivenThread {
     using MsgDrivenThread::isDataMsgId;
     using MsgDrivenThread::TimeoutPostHandling;
 
-    /// The timers that are gone, in their order.
+    /// The timers that were erased, in their order.
     std::vector<int> erasedTimers() const {
         std::lock_guard<std::mutex> const guard(mErasedMutex);
         return mErased;

@@ -27,7 +27,7 @@ namespace utltest {
 constexpr int RUN = 100;               // its handler works for `runOn`
 constexpr int WORK = 901;              // its handler works for the test
 constexpr int HOLD = 902;              // its handler waits until it is let go
-constexpr int DRAINED = 903;           // what was queued before it has gone
+constexpr int DRAINED = 903;           // what was queued before it has left the queue
 constexpr int NO_TIMER = 77;           // the id of no timer
 constexpr unsigned int LONG = 600000;  // a period that does not end during a test
 
@@ -183,7 +183,7 @@ class MsgThreadOnStage : public WithoutWatchdogThread {
     LogCapture const log;
 };
 
-/// Writes down what it is asked about and means the messages of one id.
+/// Writes down what it is asked about and matches the messages of one id.
 class NotingJudgement : public utl::MsgDrivenThread::MsgJudgementInterface {
   public:
     explicit NotingJudgement(int wanted) : mWanted(wanted) {}

@@ -91,7 +91,7 @@ struct ThreadManagerAccess {
         return *(utl::ThreadManager::get()->*in_manager::mWatchdog).load();
     }
 
-    /// Takes the watchdog away, as it is while the manager is deleted; gives what was there.
+    /// Takes the watchdog away, as it is while the manager is deleted; returns what was there.
     static utl::ThreadWatchdog* exchangeWatchdog(utl::ThreadWatchdog* watchdog) {
         return (utl::ThreadManager::get()->*in_manager::mWatchdog).exchange(watchdog);
     }

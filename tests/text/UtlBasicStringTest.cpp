@@ -24,8 +24,8 @@ int gArrayDeletions = 0;
 
 }  // namespace
 
-// The library's array allocations come here. Some embedded allocators give null where they should throw; this
-// one can do so as well.
+// The library's array allocations come here. Some embedded allocators return null where they should throw;
+// this one can do so as well.
 void* operator new[](std::size_t bytes) {
     ++gArrayAllocations;
     if (gAllocator == Allocator::THROWS) {
@@ -944,7 +944,7 @@ TEST(BasicString, Equality_ComparesTextAndNotCapacity) {
     EXPECT_TRUE(String() == nullptr);
 }
 
-// Everything that a string which shares the empty text can be told without growing.
+// Everything that can be done to a string which shares the empty text without making it grow.
 void exerciseEmptyString() {
     String text;
     text = "";

@@ -96,7 +96,7 @@ unsigned int sizeOf(Bytes const& bytes) {
     return static_cast<unsigned int>(bytes.size());
 }
 
-// The four widths behind one name.
+// The four widths under one name.
 template <typename T, T (BitStream::*READ)(unsigned int, int), void (BitStream::*WRITE)(T, unsigned int, int)>
 struct Width {
     static constexpr unsigned int BITS = sizeof(T) * 8;
@@ -739,7 +739,7 @@ TEST(BitStream, DataAccess_AfterAnError_DoesNothing) {
     EXPECT_EQ(stream.getBitPosition(), 0U);
 }
 
-// What `copy` leaves behind, computed bit by bit.
+// What `copy` leaves in the target, computed bit by bit.
 void copyBits(Bytes& target, unsigned int start, Bytes const& source, unsigned int bits) {
     unsigned int const bytes = (bits + 7) / 8;
     if (start % 8 == 0) {
@@ -1151,7 +1151,7 @@ TEST(BitStream, Copy_BehindAByteBoundary_TakesTheLastBitsOnePlaceBelow) {
     for (unsigned int bits = 1; bits <= 17; ++bits) {
         auto const sourceBlock = blockOf((bits + 7) / 8);
         std::memset(sourceBlock.get(), 0xFF, (bits + 7) / 8);
-        // The bit behind the last one, where there is one in its byte, is the one that differs.
+        // The bit after the last one, where there is one in its byte, is the one that differs.
         if (bits % 8 != 0) {
             sourceBlock[bits / 8] = static_cast<unsigned char>(~(0x80 >> bits % 8));
         }

@@ -196,7 +196,7 @@ std::vector<unsigned int> singleBits() {
     return masks;
 }
 
-// No bit, each bit alone and with each other one, all, all but one, and some drawn by lot.
+// No bit, each bit alone and with each other one, all, all but one, and some random ones, with a fixed seed.
 std::vector<unsigned int> manyMasks() {
     std::vector<unsigned int> masks{0, ~0U};
     for (unsigned int const bit : singleBits()) {

@@ -1,8 +1,9 @@
 // Starts no thread.
 
 // The conversions between character sets against plain models of them: over texts put together from whole,
-// broken and stray characters, cut at every byte, into buffers of every size; over bytes drawn by lot; and,
-// for what is text, against the C library. Texts and destinations stand in heap blocks of exactly their size.
+// broken and stray characters, cut at every byte, into buffers of every size; over random bytes, with a
+// fixed seed; and, for what is text, against the C library. Texts and destinations stand in heap blocks of
+// exactly their size.
 
 #include <gtest/gtest.h>
 
@@ -31,7 +32,7 @@ using utltest::Units;
 
 // --- models
 
-// What becomes of a text: what each character of it is written as, and whether the call fails behind them.
+// What becomes of a text: what each character of it is written as, and whether the call fails after them.
 template <typename TO>
 struct Model {
     std::vector<std::vector<TO>> characters;
@@ -285,7 +286,7 @@ TEST(CharSetSweep, Utf16TextsOfEveryMake_AreConvertedAsModelled) {
     }
 }
 
-// --- drawn by lot, and the same in every run
+// --- random, with a fixed seed
 
 class Lots {
   public:

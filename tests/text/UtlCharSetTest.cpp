@@ -96,7 +96,7 @@ std::string const EMPTY;
 
 constexpr unsigned int NOT_SET = 4711;
 
-// What a character function gave. Bytes that it left alone are '~'.
+// What a character function returned. Bytes that it left alone are '~'.
 struct One {
     unsigned int result;
     unsigned int consumed;

@@ -32,7 +32,7 @@ std::unique_ptr<T[]> exactly(std::basic_string<T> const& text) {
 }
 
 // Converts into exactly the room given. A result that leaves room must be terminated, and nothing may be
-// written behind that; a failure writes nothing at all.
+// written after that; a failure writes nothing at all.
 template <typename TO, typename CONVERT>
 int converted(unsigned int room, TO untouched, std::basic_string<TO>* result, CONVERT convert) {
     auto const dst = exactly(std::basic_string<TO>(room, untouched));

@@ -315,7 +315,7 @@ TEST(SjisTables, CharactersOfUsersOwn_PassByteByByteBelowF000AndAreLostFromThere
     }
 }
 
-// A byte that passes as it is, alone and in front of others.
+// A byte that passes as it is, alone and before others.
 void expectLiteral(std::string const& text) {
     auto const first = static_cast<unsigned char>(text[0]);
     char byte = 0;

@@ -138,7 +138,7 @@ unsigned int charLengthOrZero(std::string const& text) {
     return bytes == BAD && startsCharacter(byteAt(text, 0)) ? 0 : bytes;
 }
 
-// The characters in front of the first malformed byte.
+// The characters before the first malformed byte.
 std::vector<std::string> characters(std::string const& text) {
     std::vector<std::string> result;
     std::size_t offset = 0;
@@ -394,7 +394,7 @@ std::string replaced(std::string const& text, std::string const& from, std::stri
     }
 }
 
-// The same piece by piece, as far as the destination has room.
+// The same piece by piece, while the destination has room.
 unsigned int replaceIn(Bytes* dst, unsigned int dstSize, std::string const& text, std::string const& from,
                        std::string const& to, int truncate) {
     std::string rest = text;

@@ -236,7 +236,7 @@ TEST(StaticBuffer, LendTo_BelowDepthZero_LendsTheFirstSlot) {
     EXPECT_NE(store->slotLentTo(borrowers + 3), first);
 }
 
-// Runs behind the destructors of everything that came into being after its registration.
+// Runs after the destructors of everything that came into being after its registration.
 void useScratchFromTwoThreads() {
     std::_Exit(utltest::waitsForScratch([] { Scratch const theirs; }) ? 42 : 1);
 }

@@ -356,8 +356,7 @@ TEST_F(ThreadManagerEntry, RefusedByTheSystem_LogsAndGives0) {
 
 std::atomic<int> gCreatedId;
 
-// Creates the thread and waits until it says its id, which its last system call in front of the hand-over
-// tells.
+// Creates the thread and waits until it says its id, which its last system call before the hand-over tells.
 int createAndLearnId(pthread_t* thread, pthread_attr_t const* attributes, void* (*entry)(void*),
                      void* argument) {
     gCreatedId = 0;
@@ -944,7 +943,7 @@ char const* const REGISTERED = "ThreadManager:: Registered info of threads in th
 char const* const COLUMNS =
     "ID        , Name                            , Status      , Pri.Os    , Pri.Label       , ";
 
-// A line of printThreadInfoReg, with the columns behind the name given whole.
+// A line of printThreadInfoReg, with the columns after the name as one text.
 std::string rowOf(char const* prefix, int id, char const* name, char const* columns) {
     char text[256];
     snprintf(text, sizeof(text), "<UTIL> %s%10d, %-32s, %s", prefix, id, name, columns);
@@ -1349,7 +1348,7 @@ TEST_F(ThreadManagerBracket, StandsAroundTheChangeOfAPriority) {
 
 void* (*gRealStart)(void*);
 
-// Runs in front of what the library has a new thread do. The table's lock is held by the starter.
+// Runs before what the library has a new thread do. The table's lock is held by the starter.
 void* watchAndStart(void* argument) {
     Access::watchdog().entry(kernelId(), 60000, nullptr, "new");
     Access::watchdog().start(kernelId());

@@ -70,7 +70,7 @@ unsigned int elapsedSeconds(Time const& time, Time const& reference) {
     return seconds != 0 && a != b && a + 1000000U - b <= 999999U ? seconds - 1 : seconds;
 }
 
-// The day `days` behind 1 January of 2001, with the given time of day.
+// The day `days` after 1 January of 2001, with the given time of day.
 Time behind2001(unsigned int days, unsigned int seconds, unsigned int nanoseconds) {
     unsigned int const base = Time(2001, 1, 1, 0, 0, 0, 0, 0, 0).getDays();
     unsigned int year = 2001 + days / 366;

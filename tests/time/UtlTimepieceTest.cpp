@@ -568,7 +568,7 @@ TEST(Time, SetHttpDate_ANumberGoesToTheFirstFreePartThatCanTakeIt) {
 }
 
 TEST(Time, SetHttpDate_TakesADateOfDigitsAloneApartFromItsEnd) {
-    // "12345" is walked through: no year has five digits, the four behind the first are one.
+    // "12345" is walked through: no year has five digits, the four after the first are one.
     EXPECT_EQ(parsed("6 Nov 12345 08:49:37"), Time(2345, 11, 6, 8, 49, 37, 0, 0, 0));
     // Without a day so far, the last two digits are one.
     EXPECT_EQ(parsed("Nov 1994 12345 08:49:37"), Time(1994, 11, 45, 8, 49, 37, 0, 0, 0));

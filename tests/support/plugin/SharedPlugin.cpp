@@ -23,7 +23,7 @@ int idOfTheWatchdog() {
 }  // namespace
 
 /// Uses a message thread, and leaves the watchdog's thread behind, which looks at its table every
-/// millisecond. Gives the kernel's id of that thread; 0 for a failure.
+/// millisecond. Returns the kernel's id of that thread; 0 for a failure.
 extern "C" __attribute__((visibility("default"))) int useLibrary() {
     Ignoring listener;
     utl::MsgDrivenThread thread(8, 16, "of the plug-in", 4);
