@@ -85,8 +85,13 @@ long long File::seekKey(unsigned char const* key, unsigned int keyLength, unsign
     if (oldPosition == -1) {
         return -1;
     }
-    long long const begin =
-        start == KEY_FROM_POSITION ? oldPosition : seek(static_cast<long long>(start), FROM_START);
+    long long begin = oldPosition;
+    if (start != KEY_FROM_POSITION) {
+        // Only a start that no file has asks the system, which refuses it. The kernel's position, which
+        // another process may share, stays.
+        begin = static_cast<long long>(start);
+        begin = begin >= 0 ? begin : seek(begin, FROM_START);
+    }
     if (begin == -1) {
         return -1;
     }

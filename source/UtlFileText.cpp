@@ -169,24 +169,21 @@ int takeLine(ReadAhead* ahead, int textType, LineSizes const& line, TextTarget c
 
 /// Reads a line that is too long to be read ahead, and may be too long to be read; the position then stays at
 /// its start.
-int readLongLine(File* file, long long start, TextTarget const& target, unsigned int* outputLength) {
+int readLongLine(File* file, ReadAhead* ahead, TextTarget const& target, unsigned int* outputLength) {
+    long long const start = ahead->position();
     unsigned int size = 0;
     if (file->findNextLineSize(target.size, &size, nullptr) == -1) {
         return -1;
     }
-    long long const next = file->position();
-    if (next == -1 || file->seek(start, File::FROM_START) == -1) {
-        return -1;
-    }
+    long long const next = ahead->position();
+    ahead->moveTo(start);
     unsigned int length = 0;
     int const result =
         size != 0 ? file->readText(target.buffer, target.size, size, 0, &length) : target.storeNothing();
     if (result < 0) {
         return result;
     }
-    if (file->seek(target.size != 0 ? next : start, File::FROM_START) == -1) {
-        return -1;
-    }
+    ahead->moveTo(target.size != 0 ? next : start);
     setIfGiven(outputLength, length);
     return result;
 }
@@ -266,7 +263,7 @@ int File::readLine(char* buffer, unsigned int bufferSize, unsigned int* outputLe
             return result;
         }
     }
-    return readLongLine(this, start, target, outputLength);
+    return readLongLine(this, &ahead, target, outputLength);
 }
 
 /// Finds the end of the line at the position among the bytes that were read ahead, and reads on until it is

@@ -425,6 +425,32 @@ TEST_F(ReadAhead, AfterAFork_BothGoOnFromTheParentsPlaceAndNeitherMovesTheOther)
     }
 }
 
+// Of a parent that has not read yet, whose position is that of the system.
+TEST_F(ReadAhead, AfterAFork_NothingThatReadsTextMovesAProcessThatHasNotRead) {
+    std::string const content = "one\ntwo\n" + std::string(9000, 'x') + "\nkey\n";
+    for (int what = 0; what < 3; ++what) {
+        File& file = reading(content, File::TEXT_UTF8);
+        ASSERT_EQ(file.seek(4, File::FROM_START), 4);
+        pid_t const child = fork();
+        if (child == 0) {
+            bool isRight = true;
+            if (what == 0) {
+                isRight = readLine(file).text == "two" && readLine(file).result == -1;
+            } else {
+                char const* const key = what == 1 ? "key" : "no such key";
+                isRight = file.seekKey(key, 0, content.size(), File::AT_KEY) ==
+                          (what == 1 ? 9009 : File::KEY_NOT_FOUND);
+            }
+            _exit(isRight ? 0 : 1);
+        }
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0) << what;
+        EXPECT_EQ(file.position(), 4) << what;
+        EXPECT_EQ(readLine(file).text, "two") << what;
+    }
+}
+
 TEST_F(ReadAhead, EachCall_GivesASignOfLife_AlsoWithoutASystemCall) {
     std::string content;
     for (unsigned int i = 0; i < 50; ++i) {

@@ -46,9 +46,14 @@ SyncObject& slotLock() {
     return *lock;
 }
 
+// What a slot stores of the kernel's number, of which each `int` is a valid one; a zero slot is that of -1.
+int numberKey(int number) {
+    return static_cast<int>(static_cast<unsigned int>(number) + 1U);
+}
+
 TimerSlot* findSlot(int number) {
     for (TimerSlot* slot = &bucketOf(number); slot != nullptr; slot = slot->next) {
-        if (slot->numberPlusOne == number + 1) {
+        if (slot->numberPlusOne == numberKey(number)) {
             return slot;
         }
     }
@@ -82,7 +87,7 @@ bool addTimer(int number, int writeEnd) UTL_REQUIRES(slotLock()) {
     if (slot == nullptr) {
         return false;
     }
-    slot->numberPlusOne = number + 1;
+    slot->numberPlusOne = numberKey(number);
     slot->writeEnd = writeEnd;
     slot->waiting = 0;
     slot->state = LIVE;
@@ -110,7 +115,7 @@ void decrement(std::atomic<unsigned int>& count) {
 // At most TIMER_TOKENS_MAX tokens of one timer wait at a time. The state is read first: if the slot is live,
 // its number and its pipe are those of that moment or of a later one.
 bool writeTokenOf(TimerSlot& slot, int number, int writeEnd, TokenIo* io) {
-    if (slot.state != LIVE || slot.numberPlusOne != number + 1 || slot.writeEnd != writeEnd ||
+    if (slot.state != LIVE || slot.numberPlusOne != numberKey(number) || slot.writeEnd != writeEnd ||
         slot.waiting >= TIMER_TOKENS_MAX) {
         return true;
     }
