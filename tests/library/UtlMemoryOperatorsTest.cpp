@@ -21,17 +21,19 @@ namespace {
 std::atomic<bool> gIsFed{false};
 thread_local bool tIsInside = false;  // the accounting may allocate itself: not fed with that
 
-// A thread that is stopped in one of its allocations until somebody holds the lock of the accounting.
+utltest::Gate gStopGate;
+
+// A thread that is stopped in one of its allocations until somebody holds the lock of the accounting. A
+// constant at first, because allocations come before the constructors of this file.
 struct Stop {
     std::atomic<int> thread{0};
     std::atomic<unsigned int> allocation{0};  // counted down, stopped at 0
     std::atomic<bool> isStopped{false};
-    utltest::Gate gate;
 
     void pass() {
         if (thread != 0 && thread == utltest::kernelId() && --allocation == 0) {
             isStopped = true;
-            EXPECT_TRUE(gate.hold());
+            EXPECT_TRUE(gStopGate.hold());
         }
     }
 } gStop;
@@ -190,11 +192,11 @@ TEST_F(MemoryOfOperators, AThreadMayTimeOutWhileItWritesAReport) {
     ASSERT_TRUE(manager.entryWatchdog(1, &listener));
     ASSERT_TRUE(manager.startWatchdog());
     Fed const fed;
-    utltest::hooks::open.watch([](char const*, int, mode_t) { gStop.gate.open(); });
+    utltest::hooks::open.watch([](char const*, int, mode_t) { gStopGate.open(); });
     unsigned int rounds = 0;
     for (bool isOver = false; !isOver; ++rounds) {
         gStop.isStopped = false;
-        gStop.gate.close();
+        gStopGate.close();
         manager.keepAliveWatchdog(utl::StatementInfo("test", "round", 0, 0));
         std::atomic<bool> isDone{false};
         std::thread watcher([&listener, &isDone, rounds] {
@@ -219,11 +221,11 @@ TEST_F(MemoryOfOperators, AThreadThatComesWhileATimeOutIsPrepared_IsInItsCopyOfT
     ASSERT_TRUE(manager.entryWatchdog(1, &listener));
     ASSERT_TRUE(manager.startWatchdog());
     gStop.isStopped = false;
-    gStop.gate.close();
+    gStopGate.close();
     std::thread watcher([&listener] { watchStopped(1, listener, 1); });
-    ASSERT_TRUE(gStop.gate.waitUntilHeld());
+    ASSERT_TRUE(gStopGate.waitUntilHeld());
     utltest::HeldThread const other("A name that takes more room", 1, 60000);
-    gStop.gate.open();
+    gStopGate.open();
     watcher.join();
     EXPECT_EQ(listener.calls, 1U);
     EXPECT_EQ(listener.names, "A name that takes more room,,");
