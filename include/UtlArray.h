@@ -24,7 +24,7 @@ struct IsAssignedAsBytes : std::is_trivially_copyable<T> {};
 template <typename T>
 void moveBytes(T const* source, unsigned int count, T* target) {
     if (count != 0) {
-        std::memmove(static_cast<void*>(target), source, count * sizeof(T));
+        std::memmove(static_cast<void*>(target), static_cast<void const*>(source), count * sizeof(T));
     }
 }
 
