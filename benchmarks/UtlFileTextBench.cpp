@@ -153,7 +153,7 @@ std::string const& pathOfKey() {
 }
 
 void seekKey() {
-    static File theFile(pathOfKey().c_str(), UTF8);
+    static File theFile(pathOfKey().c_str(), File::TEXT_UTF8);
     static bool const isOpen = theFile.open(0, 0) == 1;
     utlbench::keep(isOpen);
     if (theFile.seekKey(KEY, 0, ~0ULL, 0) < static_cast<long long>(FILE_BYTES)) {

@@ -24,6 +24,7 @@ struct IsAssignedAsBytes : std::is_trivially_copyable<T> {};
 template <typename T>
 void moveBytes(T const* source, unsigned int count, T* target) {
     if (count != 0) {
+        // NOLINTNEXTLINE(bugprone-sizeof-expression,bugprone-undefined-memory-manipulation): pointers and pairs, too
         std::memmove(static_cast<void*>(target), static_cast<void const*>(source), count * sizeof(T));
     }
 }
