@@ -24,7 +24,8 @@ struct IsAssignedAsBytes : std::is_trivially_copyable<T> {};
 template <typename T>
 void moveBytes(T const* source, unsigned int count, T* target) {
     if (count != 0) {
-        // NOLINTNEXTLINE(bugprone-sizeof-expression,bugprone-undefined-memory-manipulation): pointers and pairs, too
+        // Pointers and pairs move in this way, too.
+        // NOLINTNEXTLINE(bugprone-sizeof-expression,bugprone-undefined-memory-manipulation)
         std::memmove(static_cast<void*>(target), static_cast<void const*>(source), count * sizeof(T));
     }
 }
