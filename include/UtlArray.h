@@ -17,34 +17,21 @@ inline constexpr int AUTO_RESIZE_ON = 1;   ///< the capacity grows
 
 namespace detail {
 
-// True if assigning a `T` does the same as copying its bytes.
+// True for a type that is not trivially copyable, if assigning an element of a storage to another one of it
+// does the same as copying its bytes.
 template <typename T>
-struct IsAssignedAsBytes : std::is_trivially_copyable<T> {};
+struct IsAssignedAsBytes : std::false_type {};
 
+// Assigns `count` elements to the places from `target` on, which may overlap with theirs in the same storage.
 template <typename T>
-void moveBytes(T const* source, unsigned int count, T* target) {
-    if (count != 0) {
-        // Pointers and pairs move in this way, too.
-        // NOLINTNEXTLINE(bugprone-sizeof-expression,bugprone-undefined-memory-manipulation)
-        std::memmove(static_cast<void*>(target), static_cast<void const*>(source), count * sizeof(T));
-    }
-}
-
-// Assigns `count` elements in ascending order.
-template <typename T>
-void assignUpward(T const* source, unsigned int count, T* target) {
+void shiftElements(T const* source, unsigned int count, T* target) {
     if constexpr (IsAssignedAsBytes<T>::value) {
-        moveBytes(source, count, target);
-    } else {
+        if (count != 0) {
+            // NOLINTNEXTLINE(bugprone-undefined-memory-manipulation): the trait says so
+            std::memmove(static_cast<void*>(target), static_cast<void const*>(source), count * sizeof(T));
+        }
+    } else if (target < source) {
         std::copy(source, source + count, target);
-    }
-}
-
-// Assigns `count` elements in descending order.
-template <typename T>
-void assignDownward(T const* source, unsigned int count, T* target) {
-    if constexpr (IsAssignedAsBytes<T>::value) {
-        moveBytes(source, count, target);
     } else {
         std::copy_backward(source, source + count, target + count);
     }
@@ -167,7 +154,7 @@ bool Array<T, ARG>::insertAt(unsigned int index, ARG value) {
     if (index > mSize || !makeRoomForOneMore()) {
         return false;
     }
-    detail::assignDownward(mElements + index, mSize - index, mElements + index + 1);
+    detail::shiftElements(mElements + index, mSize - index, mElements + index + 1);
     mElements[index] = local;
     ++mSize;
     return true;
@@ -180,7 +167,7 @@ void Array<T, ARG>::removeAt(unsigned int index, unsigned int count) {
     }
     unsigned int const removed = std::min<unsigned int>(count, mSize - index);
     if (mElements != nullptr) {
-        detail::assignUpward(mElements + index + removed, mSize - index - removed, mElements + index);
+        detail::shiftElements(mElements + index + removed, mSize - index - removed, mElements + index);
     }
     mSize -= removed;
 }
@@ -205,7 +192,7 @@ bool Array<T, ARG>::copy(Array const& source, unsigned int count) {
     if (mElements == nullptr) {
         return false;
     }
-    detail::assignUpward(source.mElements, copied, mElements);
+    std::copy(source.mElements, source.mElements + copied, mElements);
     mSize = copied;
     return true;
 }

@@ -138,8 +138,8 @@ UTL_API bool serialize(unsigned short value, unsigned char* bytes) noexcept;
 UTL_API bool serialize(unsigned int value, unsigned char* bytes) noexcept;
 ///@}
 
-/// Reads `*value` from 2 or 4 bytes in the processor's own order, which is that of `serialize` if the low
-/// byte comes first. `bytes` needs no alignment. False, with nothing read, if either is null.
+/// Reads `*value` from 2 or 4 bytes low byte first, as `serialize` writes them. `bytes` needs no alignment.
+/// False, with nothing read, if either is null.
 ///@{
 UTL_API bool unserialize(unsigned char* bytes, unsigned short* value) noexcept;
 UTL_API bool unserialize(unsigned char* bytes, unsigned int* value) noexcept;

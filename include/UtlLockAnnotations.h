@@ -3,7 +3,7 @@
 // Facts about locks: which lock guards a field, and which lock a function needs. clang's thread safety
 // analysis checks them in tools/checks/thread-safety, which defines `UTL_CHECK_LOCKS`. Without that they are
 // nothing, for every compiler. The analysis knows no lock that is taken twice: a function that says
-// `UTL_REQUIRES` does not take that lock again.
+// `UTL_REQUIRES` does not itself take that lock again.
 #ifdef UTL_CHECK_LOCKS
 #define UTL_LOCK_ANNOTATION(...) __attribute__((__VA_ARGS__))
 #else

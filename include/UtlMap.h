@@ -31,7 +31,8 @@ class UTL_API CompareLessPairKey {
 
 namespace detail {
 
-// All pairs of a type have the same table of virtual functions, so copying it with the rest changes nothing.
+// All pairs of a storage have the same table of virtual functions, so copying it with the rest changes
+// nothing. That of another storage may be another library's.
 template <typename K, typename V>
 struct IsAssignedAsBytes<Pair<K, V>>
     : std::conjunction<std::is_trivially_copyable<K>, std::is_trivially_copyable<V>> {};

@@ -114,8 +114,7 @@ class UTL_API MsgDataBroker {
 };
 
 /// A message: an id, and in a derived class its fields. It crosses threads in flat form only; the receiver
-/// restores an object of the same class. *One owner thread*: an object is never shared, its flat
-/// form is.
+/// restores an object of the same class. *One owner thread*: an object is never shared, its flat form is.
 ///
 /// A derived class sets its fields in `storeDataTo` in a fixed order and gets them in `restoreDataFrom` in
 /// the same order with the same types. A mismatch goes unnoticed unless it runs past the end of the broker.

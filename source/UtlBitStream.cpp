@@ -28,7 +28,7 @@ unsigned char const* placesFor(unsigned int offset, unsigned int bits) {
 unsigned long long wordOf(unsigned char const* bytes) {
     unsigned long long word = 0;
     std::memcpy(&word, bytes, sizeof(word));
-    return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? __builtin_bswap64(word) : word;
+    return __builtin_bswap64(word);
 }
 
 unsigned int loadFromField(unsigned char const* bytes, unsigned int offset, unsigned int bits) {

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "UtlLog.h"
+#include "internal/base/UtlSetIfGiven.h"
 #include "internal/file/UtlFileCalls.h"
 #include "internal/file/UtlPathRules.h"
 #include "internal/file/UtlReadAhead.h"
@@ -409,9 +410,7 @@ int File::changeParentAccessMode(char const* path, int mode, int* previousMode) 
         return 0;
     }
     auto const oldMode = static_cast<int>(status.st_mode);
-    if (previousMode != nullptr) {
-        *previousMode = oldMode;
-    }
+    setIfGiven(previousMode, oldMode);
     if (mode == oldMode) {
         return 0;
     }

@@ -10,6 +10,7 @@
 #include "UtlLog.h"
 #include "UtlString.h"
 #include "internal/base/UtlSavedErrno.h"
+#include "internal/base/UtlSetIfGiven.h"
 #include "internal/file/UtlFileCalls.h"
 #include "internal/file/UtlFolderWalk.h"
 #include "internal/file/UtlPathRules.h"
@@ -339,9 +340,7 @@ int File::isOpened(char const* path, bool* sharedOnly) {
     bool const isFile = normalPath.passesCheck() && !isFolder(text) &&
                         kindOfPath("exists", __LINE__, text) == PathKind::REGULAR;
     Holders const holders = isFile ? holdersOf(text) : Holders::NOBODY;
-    if (sharedOnly != nullptr) {
-        *sharedOnly = holders == Holders::READERS;
-    }
+    setIfGiven(sharedOnly, holders == Holders::READERS);
     return holders != Holders::NOBODY ? 1 : 0;
 }
 

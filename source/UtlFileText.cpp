@@ -6,14 +6,13 @@
 #include "UtlCharSet.h"
 #include "UtlFile.h"
 #include "UtlLog.h"
-#include "UtlString.h"
+#include "internal/base/UtlSetIfGiven.h"
 #include "internal/file/UtlFileCalls.h"
 #include "internal/file/UtlLineSearch.h"
 #include "internal/file/UtlReadAhead.h"
 #include "internal/file/UtlTextType.h"
 #include "internal/file/UtlUtf8Text.h"
 #include "internal/text/UtlCharDecoder.h"
-#include "internal/text/UtlStringSearch.h"
 
 namespace utl {
 

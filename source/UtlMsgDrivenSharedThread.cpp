@@ -4,7 +4,6 @@
 
 #include "UtlLog.h"
 #include "internal/message/UtlMsgSharedSteps.h"
-#include "internal/message/UtlTimerSteps.h"
 #include "internal/thread/UtlKeepAlive.h"
 
 namespace utl {

@@ -3,7 +3,6 @@
 #include "UtlMsgDrivenThread.h"
 #include "internal/message/UtlMsgRequestSteps.h"
 #include "internal/message/UtlMsgScanSteps.h"
-#include "internal/message/UtlTimerSteps.h"
 
 namespace utl {
 

@@ -109,9 +109,9 @@ bool MsgDrivenThread::startTimerByTimerInfo(TimerInfo* info) {
     if (info == nullptr || !TimerSteps::installSignalHandler()) {
         return false;
     }
-    SysTimerStart const result =
-        startSysTimer(*info, {"MsgDrivenThread", getName().buffer()}, TimerSteps::mSignal, mPipe[1],
-                      [](auto const& call) { return call(); });
+    auto const plainly = [](auto const& call) { return call(); };
+    SysTimerStart const result = startSysTimer(*info, {"MsgDrivenThread", getName().buffer()},
+                                               TimerSteps::mSignal, mPipe[1], plainly, plainly);
     if (result == SysTimerStart::NOT_ARMED) {
         eraseTimerByTimerInfo(info);
     }

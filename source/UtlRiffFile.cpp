@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "UtlFile.h"
-#include "UtlString.h"
 #include "internal/file/UtlRiffFields.h"
 #include "internal/thread/UtlKeepAlive.h"
 

@@ -240,11 +240,15 @@ bool SharedTimer::startTimerByTimerInfo(TimerInfo* info) {
         return false;
     }
     TimerSteps::releaseLeftSysTimer(*info);
+    auto const inBracket = [](unsigned int line) {
+        return [line](auto const& call) {
+            return keepAliveAround(TimerSteps::SOURCE, "startTimerByTimerInfo", line, call);
+        };
+    };
     SysTimerStart const result =
         startSysTimer(*info, {TimerSteps::LOG_NAME, getName().buffer()}, TimerSteps::mSignal, mPipe[1],
-                      [](auto const& call) {
-                          return keepAliveAround(TimerSteps::SOURCE, "startTimerByTimerInfo", __LINE__, call);
-                      });
+                      inBracket(__LINE__),   // timer_create
+                      inBracket(__LINE__));  // timer_settime
     if (result == SysTimerStart::NOT_ARMED) {
         stopTimerByTimerInfo(info);
     }

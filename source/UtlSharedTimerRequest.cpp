@@ -3,10 +3,8 @@
 #include <optional>
 
 #include "UtlSharedTimer.h"
-#include "UtlThreadManager.h"
 #include "internal/message/UtlSharedTimerSteps.h"
 #include "internal/message/UtlTimerRun.h"
-#include "internal/message/UtlTimerSteps.h"
 #include "internal/time/UtlAdopt.h"
 #include "internal/time/UtlEventWait.h"
 

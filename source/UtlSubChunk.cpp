@@ -5,6 +5,7 @@
 
 #include "UtlFile.h"
 #include "UtlString.h"
+#include "internal/base/UtlSetIfGiven.h"
 #include "internal/file/UtlRiffFields.h"
 #include "internal/thread/UtlKeepAlive.h"
 
@@ -78,9 +79,7 @@ int SubChunk::readHeader(File* file, unsigned long long position, char* id, unsi
     if (!isBack || (id != nullptr && !storeId(id, idSize, rawId))) {
         return -1;
     }
-    if (dataSize != nullptr) {
-        *dataSize = size;
-    }
+    setIfGiven(dataSize, size);
     return 0;
 }
 

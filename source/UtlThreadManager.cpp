@@ -8,8 +8,6 @@
 #include <atomic>
 #include <cstring>
 #include <memory>
-#include <mutex>
-#include <type_traits>
 
 #include "UtlLog.h"
 #include "UtlThreadWatchdog.h"
@@ -50,8 +48,7 @@ auto callAt(CallPlace const& place, CALL call) {
 SharedLock gDeletionLock;
 
 // Held for a whole `destroy`, the end of the watchdog's thread included: one deletion at a time.
-std::mutex gDestroyLock;
-static_assert(std::is_trivially_destructible_v<std::mutex>, "threads may outlive the exit handlers");
+SharedLock gDestroyLock;
 
 // The instance, from the start of its watchdog until its end begins. It is found without a lock, because
 // every sign of life looks for it.
@@ -192,8 +189,8 @@ struct ThreadManager::StartParameter {
     char const* mName;
 };
 
-// All that is kept of a new thread. It is allocated before there is a thread, so that nothing can fail for
-// want of memory after that: the entry begins as that of a foreign thread and takes over end and handle.
+// All that is kept of a new thread. It is allocated before there is a thread, so that no lack of
+// memory can fail it after that: the entry begins as that of a foreign thread and takes over end and handle.
 struct ThreadManager::NewThread {
     NewThread(SmartPointer<Event> const& end, StartRequest const& request)
         : mHandle(std::make_unique<unsigned long>(0)),
@@ -248,8 +245,8 @@ bool ThreadManager::mHasInitializedWatchdog = false;
 std::atomic<unsigned int> ThreadManager::mFreePlaces{0};
 
 SyncObject const& ThreadManager::instantiationSyncObject() {
-    static ProcessWide<SyncObject> mInstantiationSyncObject;
-    return *mInstantiationSyncObject;
+    static ProcessWide<SyncObject> theSyncObject;
+    return *theSyncObject;
 }
 
 // The watchdog starts after its flag is set: its thread comes back here while it starts.
@@ -343,7 +340,7 @@ bool ThreadManager::initializeEntryMax(unsigned int entryMax) {
 // The instance can be found until its destructor has run, because parts of it report signs of life while
 // they are destroyed.
 void ThreadManager::destroy() {
-    std::lock_guard<std::mutex> const onlyOne(gDestroyLock);
+    AloneGuard const onlyOne(gDestroyLock);
     ThreadManager* const ending = forbidWatchdog();
     if (ending != nullptr) {
         ending->mWatchdog.load()->shutdown();

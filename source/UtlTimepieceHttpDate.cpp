@@ -60,8 +60,7 @@ bool beginsWithName(char const* text, char const* name) {
 }
 
 // Reads all digits at `place`, `digitsMin` to `digitsMax`, as a number. Returns the place after it; null,
-// with
-// `*number` untouched, if there is none.
+// with `*number` untouched, if there is none.
 char const* takeNumber(char const* place, unsigned int digitsMin, unsigned int digitsMax,
                        unsigned short* number) {
     unsigned int value = 0;

@@ -949,13 +949,16 @@ class SharedTimerWatched : public TimerTest {
         utl::StatementInfo const place = lastStatement(kernelId());
         if (std::string(place.file) == "source/UtlSharedTimer") {
             mPlaces.push_back(std::string(place.function) + " " + std::to_string(place.sub));
+            mLines.push_back(place.line);
         }
     }
 
     static std::vector<std::string> mPlaces;
+    static std::vector<unsigned int> mLines;
 };
 
 std::vector<std::string> SharedTimerWatched::mPlaces;
+std::vector<unsigned int> SharedTimerWatched::mLines;
 
 // Reports look at the clock and are seen from there, on the thread that makes them.
 std::atomic<int> gReporter{0};
@@ -1045,8 +1048,9 @@ TEST_F(SharedTimerWatched, TheForwarders_ReachTheThreadsEntry) {
     EXPECT_FALSE(other->setThreadWatchdogAliveTime(1));
 }
 
-TEST_F(SharedTimerWatched, EachCallForASystemTimer_IsReportedInFrontOfIt) {
+TEST_F(SharedTimerWatched, EachCallForASystemTimer_IsReportedInFrontOfItWithALineOfItsOwn) {
     mPlaces.clear();
+    mLines.clear();
     hooks::timerCreate.replace(+[](clockid_t clock, sigevent* event, timer_t* timer) {
         noteStatement();
         return createTimerHook(clock, event, timer);
@@ -1065,6 +1069,8 @@ TEST_F(SharedTimerWatched, EachCallForASystemTimer_IsReportedInFrontOfIt) {
     ASSERT_TRUE(timers->stop(timer));
     EXPECT_EQ(mPlaces, (std::vector<std::string>{"startTimerByTimerInfo 1", "startTimerByTimerInfo 1",
                                                  "stopTimerByTimerInfo 1"}));
+    ASSERT_EQ(mLines.size(), 3U);
+    EXPECT_EQ((std::set<unsigned int>(mLines.begin(), mLines.end())).size(), 3U);
 }
 
 /// A watched thread whose reports are noted from its first sleep on until it has served what `requests` asks.

@@ -74,8 +74,6 @@ class InFolder : public ::testing::Test {
         chmod(path.c_str(), mode);
     }
 
-    std::filesystem::path const& absolutePath() const { return mPath; }
-
   private:
     // First lets the owner into a folder that may not be read or written.
     void removeFolder() const {

@@ -6,9 +6,8 @@ namespace utl {
 
 namespace {
 
-void reportEraseFailure(char const* what, unsigned int line) {
-    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "MsgDrivenThread::executeEraseMsg(): %s Line=%d", what,
-           static_cast<int>(line));
+void reportEraseFailure(char const* what, int line) {
+    applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "MsgDrivenThread::executeEraseMsg(): %s Line=%d", what, line);
 }
 
 }  // namespace

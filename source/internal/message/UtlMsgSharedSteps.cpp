@@ -1,7 +1,6 @@
 #include "internal/message/UtlMsgSharedSteps.h"
 
 #include "UtlLog.h"
-#include "internal/message/UtlTimerSteps.h"
 
 namespace utl {
 

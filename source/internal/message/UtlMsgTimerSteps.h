@@ -25,8 +25,8 @@ class UTL_HIDDEN MsgDrivenThread::TimerSteps {
     bool killTimerFromOutside(int timerId, bool waits);
     ///@}
 
-    /// Registers the timer under the next id, to which the caller steps on once the timer
-    /// stays. -1, with its block freed, if that fails.
+    /// Registers the timer under the next id, to which the caller steps on once the timer stays. -1, with
+    /// its block freed, if that fails.
     static int insert(MsgDrivenThread& thread, TimerInfo info) UTL_REQUIRES(thread.mQueueLock);
 
     /// Forgets the timer; whoever waits for its start learns that it has failed.

@@ -44,8 +44,7 @@ void abandonSystemTimer(int number);
 void acknowledgeTimerToken(int number);
 
 /// The work of the handlers, with their arguments. False if a write was tried and did not write a whole
-/// token:
-/// `*io` is its outcome then. `errno` is what it was before.
+/// token: `*io` is its outcome then. `errno` is what it was before.
 bool serveTimerSignal(int signalNumber, siginfo_t* info, void* context, TokenIo* io);
 
 /// The action that runs `handler`; interrupted calls continue after it.

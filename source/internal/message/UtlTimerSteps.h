@@ -54,21 +54,22 @@ enum class SysTimerStart { NOT_CREATED, NOT_ARMED, ARMED };
 void reportSysTimerFailure(TimerOwner const& owner, char const* call, timer_t id, int error);
 
 /// Creates and arms the system timer of `info`, whose signal writes to `writeEnd`. A failure is logged; after
-/// `NOT_ARMED` the system timer exists. Each system call is made by `around(call)`, which returns what
-/// `call()` returns.
-template <typename AROUND>
+/// `NOT_ARMED` the system timer exists. The system calls are made by `aroundCreate(call)` and
+/// `aroundArm(call)`, which return what `call()` returns.
+template <typename CREATE, typename ARM>
 SysTimerStart startSysTimer(TimerInfo& info, TimerOwner const& owner, int signalNumber, int writeEnd,
-                            AROUND around) {
+                            CREATE aroundCreate, ARM aroundArm) {
     timer_t id = timer_t();
     int number = TimerInfo::NO_NUMBER;
-    int const createError = around([&] { return createSystemTimer(signalNumber, writeEnd, &id, &number); });
+    int const createError =
+        aroundCreate([&] { return createSystemTimer(signalNumber, writeEnd, &id, &number); });
     if (createError != 0) {
         reportSysTimerFailure(owner, "timer_create", id, createError);
         return SysTimerStart::NOT_CREATED;
     }
     info.mSysTimerId = id;
     info.mSysTimerNum = number;
-    int const armError = around([&] { return armSystemTimer(id, info.mInterval); });
+    int const armError = aroundArm([&] { return armSystemTimer(id, info.mInterval); });
     if (armError != 0) {
         reportSysTimerFailure(owner, "timer_settime", id, armError);
         return SysTimerStart::NOT_ARMED;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstring>
-
 #include "internal/text/UtlCharDecoder.h"
 #include "internal/text/UtlUtf8Triple.h"
 

@@ -119,6 +119,7 @@ struct TableImage {
     [[maybe_unused]] constexpr TableImage<ROW, rowCount(u8##LIST)> NAME##_IMAGE asm(#NAME "_IMAGE")( \
         ListReader(NAME##_NARROW.units, NAME##_WIDE.units));                                         \
     static_assert(sizeof(NAME) == sizeof(NAME##_IMAGE));                                             \
+    /* NOLINTNEXTLINE(bugprone-macro-parentheses): a name that is declared */                        \
     extern decltype(NAME) NAME __attribute__((alias(#NAME "_IMAGE")))
 
 }  // namespace utl

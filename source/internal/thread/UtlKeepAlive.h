@@ -23,8 +23,8 @@ inline void reportIfRegistered(StatementInfo const& place) {
 /// `errno` is left as it was, so that it can be looked at after the scope.
 class [[nodiscard]] KeepAliveBracket {
   public:
-    /// The texts must be literals; `file` is the source's name without its ending, as in
-    /// "source/UtlThreadManager".
+    /// The texts must be literals. `file` is the name of the family's source without its ending, as in
+    /// "source/UtlThreadManager", also for steps that stand in another file: readers of reports know it.
     KeepAliveBracket(char const* file, char const* function, unsigned int line)
         : mFile(file), mFunction(function), mLine(line) {
         report(StatementInfo::BEFORE_CALL);

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <memory>
-
 #include "UtlEvent.h"
+#include "UtlSmartPointer.h"
 #include "UtlThreadPriority.h"
 
 namespace utl {
