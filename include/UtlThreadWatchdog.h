@@ -240,8 +240,12 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     // `entry` with a record that is moved in.
     bool insert(WatchdogInfo& info);
 
+    class TableLook;
+    struct CallersPlace;
     struct TableSize;
     enum TimeoutResult { NOT_OVERDUE, TABLE_HAS_GROWN, DECLARED };
+
+    CallersPlace const& callersPlace(int id) noexcept;
 
     // What `step` returns for the record of thread `id`, under the table's lock; false if there is none.
     template <typename STEP>
@@ -258,6 +262,7 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     std::atomic<int> mTimerId;
     std::atomic<bool> mInitialized;
     bool mInKeepAlive UTL_GUARDED_BY(mInfosSyncObject);
+    unsigned char mLookDepth UTL_GUARDED_BY(mInfosSyncObject);  // of nested looks at the table
     SyncObject mInfosSyncObject;
     WatchdogInfos mInfos UTL_GUARDED_BY(mInfosSyncObject);
 };

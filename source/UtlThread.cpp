@@ -7,6 +7,7 @@
 
 #include "UtlThreadManager.h"
 #include "internal/base/UtlCallIfPresent.h"
+#include "internal/thread/UtlKeepAlive.h"
 #include "internal/thread/UtlThreadLife.h"
 #include "internal/time/UtlEventWait.h"
 
@@ -155,10 +156,20 @@ bool Thread::stopWatchdog() {
     return askManager(&ThreadManager::stopWatchdog, mId);
 }
 
+// What was found out about the thread holds as long as no table changes.
 void Thread::keepAliveWatchdog(StatementInfo const& info) {
+    if (isKnownUnregistered()) {
+        return;
+    }
+    unsigned int const version = gWatchdogTableVersion;
     ThreadManager* const manager = ThreadManager::getOrNull();
-    if (manager != nullptr) {
+    if (manager == nullptr) {
+        return;
+    }
+    if (manager->isRegisteredWatchdog(ThreadManager::CALLER)) {
         manager->keepAliveWatchdog(info);
+    } else {
+        tUnregisteredAt = version;
     }
 }
 

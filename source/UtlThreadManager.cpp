@@ -357,6 +357,7 @@ void ThreadManager::destroy() {
     mpTheObject = nullptr;
     gWatchdogFailed = false;
     mHasInitializedWatchdog = false;
+    changeWatchdogTableVersion();
 }
 
 // Nobody starts a watchdog any more until the flag is cleared. A thread whose end has created a new instance

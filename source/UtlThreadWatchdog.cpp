@@ -10,8 +10,13 @@
 #include "UtlTimeCounter.h"
 #include "internal/base/UtlProcessWide.h"
 #include "internal/log/UtlLogText.h"
+#include "internal/thread/UtlKeepAlive.h"
+#include "internal/thread/UtlLifeSign.h"
 
 namespace utl {
+
+UTL_CONSTINIT std::atomic<unsigned int> gWatchdogTableVersion{1};
+UTL_CONSTINIT thread_local unsigned int tUnregisteredAt = 0;
 
 namespace {
 
@@ -74,22 +79,6 @@ bool refuseZeroAliveTime(int id) {
     return false;
 }
 
-// The record of the calling thread, whose id is `id`; null if there is none. A thread that reports again
-// finds its record where it was the last time, unless the table has changed.
-WatchdogInfo* findCallersInfo(WatchdogInfos& infos, int id) {
-    thread_local unsigned int tIndex = 0;
-    auto* const last = infos.getAt(tIndex);
-    if (last != nullptr && last->mKey == id) {
-        return &last->mValue;
-    }
-    tIndex = searchPosition(id, infos.getAt(0), infos.size(), CompareLessPairKey<int, WatchdogInfo>());
-    auto* const found = infos.getAt(tIndex);
-    return found != nullptr && found->mKey == id ? &found->mValue : nullptr;
-}
-
-// Rises when a thread is registered or unregistered.
-std::atomic<unsigned int> gTableVersion{0};
-
 // Sets the flag that a sign of life is being processed, as long as the scope lasts.
 class [[nodiscard]] InKeepAlive {
   public:
@@ -104,6 +93,11 @@ class [[nodiscard]] InKeepAlive {
 
 }  // namespace
 
+// Never 0, which is what a thread knows that has not asked yet.
+void changeWatchdogTableVersion() noexcept {
+    gWatchdogTableVersion += 2;
+}
+
 // The constants of the two classes under their own linker names: a plain definition would register their
 // destructors at the start of the process, and run them at its end.
 UTL_API extern ProcessWideConstant<StatementInfo> const gInvalidStatement asm(
@@ -111,6 +105,48 @@ UTL_API extern ProcessWideConstant<StatementInfo> const gInvalidStatement asm(
 UTL_CONSTINIT ProcessWideConstant<StatementInfo> const gInvalidStatement("", "", 0U, 0U);
 UTL_API extern ProcessWideConstant<WatchdogInfo> const gInvalidInfo asm("_ZN3utl12WatchdogInfo7INVALIDE");
 UTL_CONSTINIT ProcessWideConstant<WatchdogInfo> const gInvalidInfo{ConstantTag()};
+
+// Holds the lock of the table, whose rows are up to date meanwhile; *one owner thread*. Threads that report
+// have to wait.
+class [[nodiscard]] UTL_SCOPED_CAPABILITY ThreadWatchdog::TableLook {
+  public:
+    explicit TableLook(ThreadWatchdog& watchdog) UTL_ACQUIRE(watchdog.mInfosSyncObject)
+        : mWatchdog(watchdog), mGuard(watchdog.mInfosSyncObject) {
+        if (++mWatchdog.mLookDepth == 1) {
+            forEachRow(&LifeSign::close);
+        }
+    }
+    ~TableLook() UTL_RELEASE() {
+        if (--mWatchdog.mLookDepth == 0) {
+            forEachRow(&LifeSign::open);
+        }
+    }
+    TableLook(TableLook const&) = delete;
+    TableLook& operator=(TableLook const&) = delete;
+
+  private:
+    template <typename STEP>
+    void forEachRow(STEP step) UTL_REQUIRES(mWatchdog.mInfosSyncObject) {
+        LifeSign::forEachOf(&mWatchdog, [&](LifeSign& sign, int id) {
+            WatchdogInfo* const info = mWatchdog.mInfos.find(id);
+            if (info != nullptr) {
+                (sign.*step)(*info);
+            }
+        });
+    }
+
+    ThreadWatchdog& mWatchdog;
+    SyncGuard const mGuard;
+};
+
+// What a thread knows of itself.
+struct ThreadWatchdog::CallersPlace {
+    ThreadWatchdog const* watchdog;
+    unsigned int version;  // of the table
+    int id;
+    bool isRegistered;
+    LifeSign* sign;  // null for a thread that reports in the table
+};
 
 // What a copy of the table has to have room for.
 struct ThreadWatchdog::TableSize {
@@ -181,7 +217,12 @@ void ThreadWatchdog::DefaultTimerListener::onTime(int, WatchdogInfos const& info
 }
 
 ThreadWatchdog::ThreadWatchdog(unsigned int entryMax)
-    : mThread(nullptr), mTimerId(NO_TIMER), mInitialized(false), mInKeepAlive(false), mInfos(entryMax, 0) {
+    : mThread(nullptr),
+      mTimerId(NO_TIMER),
+      mInitialized(false),
+      mInKeepAlive(false),
+      mLookDepth(0),
+      mInfos(entryMax, 0) {
     mThread = newThread(entryMax);
 }
 
@@ -199,7 +240,8 @@ void ThreadWatchdog::replaceThread() {
 }
 
 ThreadWatchdog::~ThreadWatchdog() {
-    ++gTableVersion;
+    LifeSign::forEachOf(this, [](LifeSign& sign, int) { sign.giveBack(); });
+    changeWatchdogTableVersion();
     delete mThread;
 }
 
@@ -208,6 +250,7 @@ bool ThreadWatchdog::initialize(unsigned int interval) {
         return false;
     }
     mInitialized = true;
+    changeWatchdogTableVersion();
     return true;
 }
 
@@ -257,7 +300,7 @@ void ThreadWatchdog::executeWatchThreads() {
 
 // The id of the first overdue thread, `NO_ID` if there is none.
 int ThreadWatchdog::findOverdue(unsigned int now) {
-    SyncGuard const guard(mInfosSyncObject);
+    TableLook const look(*this);
     for (unsigned int i = 0; i < mInfos.size(); ++i) {
         WatchdogInfo const& info = mInfos.getAt(i)->mValue;
         if (canTimeOut(info) && isOverdue(info, now)) {
@@ -309,7 +352,7 @@ ThreadWatchdog::TimeoutResult ThreadWatchdog::declareTimeout(int id, unsigned in
                                                              TableSize const& allocated,
                                                              WatchdogTimerListener** listener,
                                                              WatchdogInfos* copy) {
-    SyncGuard const guard(mInfosSyncObject);
+    TableLook const look(*this);
     WatchdogInfo* const info = mInfos.find(id);
     if (info == nullptr || !canTimeOut(*info) || (now != WatchdogInfo::NO_TICK && !isOverdue(*info, now))) {
         return NOT_OVERDUE;
@@ -347,12 +390,13 @@ bool ThreadWatchdog::insert(WatchdogInfo& info) {
     }
     int const id = info.id;
     SyncGuard const guard(mInfosSyncObject);
-    ++gTableVersion;
+    changeWatchdogTableVersion();
     if (!mInfos.insertSwapped(id, info)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ThreadWatchdog Register EntryMap ID:%d", id);
         return false;
     }
     WatchdogInfo const& inserted = *mInfos.find(id);
+    LifeSign::lend(this, inserted);
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_DETAIL, "ThreadWatchdog Register ID:%d, AliveTime:%u, Name:%s", id,
            inserted.aliveTime, orEmpty(inserted.name.buffer()));
     return true;
@@ -364,32 +408,40 @@ bool ThreadWatchdog::unregister(int id) {
     }
     WatchdogInfo erased;  // freed after the lock is released, like all memory
     SyncGuard const guard(mInfosSyncObject);
-    ++gTableVersion;
+    changeWatchdogTableVersion();
+    LifeSign* const sign = LifeSign::find(this, id);
+    if (sign != nullptr) {
+        sign->giveBack();
+    }
     return mInfos.eraseSwapped(id, erased);
 }
 
-// A message thread asks for itself around each message, so each thread keeps its last answer. The version is
-// read before the table, so that an answer is not used again if the table changes in between.
 bool ThreadWatchdog::isRegistered(int id) noexcept {
     if (!mInitialized) {
         return false;
     }
-    thread_local struct {
-        ThreadWatchdog const* watchdog;
-        unsigned int version;
-        int id;
-        bool isRegistered;
-    } tLast = {nullptr, 0, ThreadManager::NO_ID, false};
-    unsigned int const version = gTableVersion;
-    if (tLast.watchdog != this || tLast.version != version || tLast.id != id) {
-        tLast = {this, version, id, findWatchdogInfo(id) != nullptr};
+    if (id == ThreadManager::getCallerId()) {
+        return callersPlace(id).isRegistered;
     }
-    return tLast.isRegistered;
+    SyncGuard const guard(mInfosSyncObject);
+    return mInfos.find(id) != nullptr;
+}
+
+// Each thread asks for itself around each call that may block, so it keeps its last answer. The version is
+// read before the table, so that an answer is not used again if the table changes in between.
+ThreadWatchdog::CallersPlace const& ThreadWatchdog::callersPlace(int id) noexcept {
+    thread_local CallersPlace tLast = {nullptr, 0, ThreadManager::NO_ID, false, nullptr};
+    unsigned int const version = gWatchdogTableVersion;
+    if (tLast.watchdog != this || tLast.version != version || tLast.id != id) {
+        SyncGuard const guard(mInfosSyncObject);
+        tLast = {this, version, id, mInfos.find(id) != nullptr, LifeSign::find(this, id)};
+    }
+    return tLast;
 }
 
 template <typename STEP>
 bool ThreadWatchdog::withInfo(int id, STEP step) {
-    SyncGuard const guard(mInfosSyncObject);
+    TableLook const look(*this);
     WatchdogInfo* const info = mInfos.find(id);
     return info != nullptr && step(*info);
 }
@@ -415,19 +467,29 @@ bool ThreadWatchdog::stop(int id) {
 }
 
 bool ThreadWatchdog::keepAlive(StatementInfo const& info) {
-    return mInitialized && executeKeepAlive(ThreadManager::getCallerId(), info);
+    if (!mInitialized) {
+        return false;
+    }
+    int const id = ThreadManager::getCallerId();
+    CallersPlace const& place = callersPlace(id);
+    if (!place.isRegistered) {
+        return false;
+    }
+    LifeSign::Outcome const outcome =
+        place.sign != nullptr ? place.sign->report(id, info) : LifeSign::ASK_THE_TABLE;
+    return outcome == LifeSign::ASK_THE_TABLE ? executeKeepAlive(id, info) : outcome == LifeSign::REPORTED;
 }
 
 void ThreadWatchdog::printWatchdogInfo(int level) {
     if (!mInitialized) {
         return;
     }
-    SyncGuard const guard(mInfosSyncObject);
+    TableLook const look(*this);
     print(level, mInfos);
 }
 
 WatchdogInfo* ThreadWatchdog::findWatchdogInfo(int id) noexcept {
-    SyncGuard const guard(mInfosSyncObject);
+    TableLook const look(*this);
     return mInfos.find(id);
 }
 
@@ -461,12 +523,12 @@ bool ThreadWatchdog::executeStop(int id) {
 
 // The lock is recursive: what is called from here may itself report, and ends at the first test.
 bool ThreadWatchdog::executeKeepAlive(int id, StatementInfo const& info) {
-    SyncGuard const guard(mInfosSyncObject);
+    TableLook const look(*this);
     if (mInKeepAlive) {
         return false;
     }
     InKeepAlive const inKeepAlive(mInKeepAlive);
-    WatchdogInfo* const found = findCallersInfo(mInfos, id);
+    WatchdogInfo* const found = mInfos.find(id);
     if (found == nullptr) {
         return false;
     }

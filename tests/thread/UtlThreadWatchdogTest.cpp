@@ -401,6 +401,79 @@ TEST_F(ThreadWatchdogTable, KeepAlive_FromTheLogLineOfAnother_HasNoEffect) {
     EXPECT_FALSE(Access::isInKeepAlive(mWatchdog));
 }
 
+TEST_F(ThreadWatchdogTable, EachReport_IsSeenByTheNextLook) {
+    watchCaller();
+    for (unsigned int line = 1; line <= 5; ++line) {
+        gTick += 10;
+        StatementInfo const place("file", "function", line, 2);
+        EXPECT_TRUE(mWatchdog.keepAlive(place));
+        EXPECT_TRUE(mWatchdog.keepAlive(place));
+        WatchdogInfo const info = *mWatchdog.findWatchdogInfo(kernelId());
+        EXPECT_EQ(info.lastStatement, place);
+        EXPECT_EQ(info.lastAliveTick, gTick);
+    }
+}
+
+TEST_F(ThreadWatchdogTable, AnOlderReport_DoesNotUndoStopStartOrANewAliveTime) {
+    WatchdogInfo const& info = watchCaller();
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    EXPECT_TRUE(mWatchdog.stop(kernelId()));
+    EXPECT_TRUE(mWatchdog.findWatchdogInfo(kernelId()) == &info &&
+                info.lastAliveTick == WatchdogInfo::NO_TICK);
+    gTick = 2000;
+    EXPECT_TRUE(mWatchdog.start(kernelId()));
+    EXPECT_TRUE(mWatchdog.findWatchdogInfo(kernelId()) == &info && info.lastAliveTick == 2000);
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    gTick = 3000;
+    EXPECT_TRUE(mWatchdog.setAliveTime(kernelId(), 700));
+    EXPECT_TRUE(mWatchdog.findWatchdogInfo(kernelId()) == &info && info.lastAliveTick == 3000);
+}
+
+TEST_F(ThreadWatchdogTable, ALookFromInsideAReport_SeesItsPlace) {
+    watchCaller();
+    gWatchdog = &mWatchdog;
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    hooks::clockGetTime.replace([](clockid_t clock, timespec* out) {
+        EXPECT_EQ(gWatchdog->findWatchdogInfo(kernelId())->lastStatement, StatementInfo("f", "inner", 3, 1));
+        EXPECT_FALSE(gWatchdog->keepAlive(StatementInfo::INVALID)) << "one inside another has no effect";
+        return standingClock(clock, out);
+    });
+    unsigned int const before = hooks::clockGetTime.calls();
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo("f", "inner", 3, 1)));
+    EXPECT_EQ(hooks::clockGetTime.calls() - before, 1U);
+}
+
+TEST_F(ThreadWatchdogTable, AStopFromInsideAReport_Counts) {
+    WatchdogInfo const& info = watchCaller();
+    gWatchdog = &mWatchdog;
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    hooks::clockGetTime.replace([](clockid_t clock, timespec* out) {
+        EXPECT_TRUE(gWatchdog->stop(kernelId()));
+        return standingClock(clock, out);
+    });
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo("f", "inner", 3, 1)));
+    EXPECT_EQ(mWatchdog.findWatchdogInfo(kernelId()), &info);
+    EXPECT_EQ(info.lastAliveTick, WatchdogInfo::NO_TICK);
+    EXPECT_EQ(info.watchStatus, WatchdogInfo::NOT_WATCHING);
+}
+
+TEST(ThreadWatchdogOfMany, TheCaller_ReportsHoweverManyOthersAreWatched) {
+    LogCapture const log;
+    ThreadWatchdog watchdog(600);
+    Access::setInitialized(watchdog, true);
+    for (int id = 1; id < 600; ++id) {
+        ASSERT_TRUE(watchdog.entry(-id, 500, nullptr, "other"));
+    }
+    ASSERT_TRUE(watchdog.entry(kernelId(), 500, nullptr, "caller"));
+    ASSERT_TRUE(watchdog.start(kernelId()));
+    for (unsigned int line = 1; line <= 3; ++line) {
+        StatementInfo const place("file", "function", line, 2);
+        EXPECT_TRUE(watchdog.keepAlive(place));
+        EXPECT_EQ(watchdog.findWatchdogInfo(kernelId())->lastStatement, place);
+    }
+}
+
 TEST_F(ThreadWatchdogTable, TheStepBehindKeepAlive_TakesAnyThreadsId) {
     struct Opened : ThreadWatchdog {
         using ThreadWatchdog::executeKeepAlive;
