@@ -113,12 +113,12 @@ class [[nodiscard]] UTL_SCOPED_CAPABILITY ThreadWatchdog::TableLook {
     explicit TableLook(ThreadWatchdog& watchdog) UTL_ACQUIRE(watchdog.mInfosSyncObject)
         : mWatchdog(watchdog), mGuard(watchdog.mInfosSyncObject) {
         if (++mWatchdog.mLookDepth == 1) {
-            forEachRow(&LifeSign::close);
+            forEachRow(mWatchdog.mInfos, &LifeSign::close);
         }
     }
     ~TableLook() UTL_RELEASE() {
         if (--mWatchdog.mLookDepth == 0) {
-            forEachRow(&LifeSign::open);
+            forEachRow(mWatchdog.mInfos, &LifeSign::open);
         }
     }
     TableLook(TableLook const&) = delete;
@@ -126,9 +126,9 @@ class [[nodiscard]] UTL_SCOPED_CAPABILITY ThreadWatchdog::TableLook {
 
   private:
     template <typename STEP>
-    void forEachRow(STEP step) UTL_REQUIRES(mWatchdog.mInfosSyncObject) {
-        LifeSign::forEachOf(&mWatchdog, [&](LifeSign& sign, int id) {
-            WatchdogInfo* const info = mWatchdog.mInfos.find(id);
+    void forEachRow(WatchdogInfos& infos, STEP step) {
+        LifeSign::forEachOf(&mWatchdog, [&infos, step](LifeSign& sign, int id) {
+            WatchdogInfo* const info = infos.find(id);
             if (info != nullptr) {
                 (sign.*step)(*info);
             }
