@@ -63,6 +63,7 @@ thread_local int tThreadId = 0;  // 0: the kernel has not been asked yet
 
 void forgetThreadId() {
     tThreadId = 0;
+    tUnregisteredAt = 0;
 }
 
 // False before the library's static initialisers have run. Until then no id is remembered, because the child

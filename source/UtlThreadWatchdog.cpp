@@ -106,21 +106,15 @@ UTL_CONSTINIT ProcessWideConstant<StatementInfo> const gInvalidStatement("", "",
 UTL_API extern ProcessWideConstant<WatchdogInfo> const gInvalidInfo asm("_ZN3utl12WatchdogInfo7INVALIDE");
 UTL_CONSTINIT ProcessWideConstant<WatchdogInfo> const gInvalidInfo{ConstantTag()};
 
-// Holds the lock of the table, whose rows are up to date meanwhile; *one owner thread*. Threads that report
-// have to wait.
+// Holds the lock of the table, whose rows are up to date when it begins; *one owner thread*. Threads that
+// report have to wait.
 class [[nodiscard]] UTL_SCOPED_CAPABILITY ThreadWatchdog::TableLook {
   public:
     explicit TableLook(ThreadWatchdog& watchdog) UTL_ACQUIRE(watchdog.mInfosSyncObject)
         : mWatchdog(watchdog), mGuard(watchdog.mInfosSyncObject) {
-        if (++mWatchdog.mLookDepth == 1) {
-            forEachRow(mWatchdog.mInfos, &LifeSign::close);
-        }
+        forEachRow(mWatchdog.mInfos, &LifeSign::close);
     }
-    ~TableLook() UTL_RELEASE() {
-        if (--mWatchdog.mLookDepth == 0) {
-            forEachRow(mWatchdog.mInfos, &LifeSign::open);
-        }
-    }
+    ~TableLook() UTL_RELEASE() { forEachRow(mWatchdog.mInfos, &LifeSign::open); }
     TableLook(TableLook const&) = delete;
     TableLook& operator=(TableLook const&) = delete;
 
@@ -137,6 +131,34 @@ class [[nodiscard]] UTL_SCOPED_CAPABILITY ThreadWatchdog::TableLook {
 
     ThreadWatchdog& mWatchdog;
     SyncGuard const mGuard;
+};
+
+// The row of a thread, up to date, under the lock of the table; *one owner thread*. The thread has to wait if
+// it reports meanwhile.
+class [[nodiscard]] ThreadWatchdog::RowLook {
+  public:
+    RowLook(WatchdogInfo* info, LifeSign* sign) : mInfo(info), mSign(info != nullptr ? sign : nullptr) {
+        if (mSign != nullptr) {
+            mSign->close(*mInfo);
+        }
+    }
+    ~RowLook() {
+        if (mSign != nullptr) {
+            mSign->open(*mInfo);
+        }
+    }
+    RowLook(RowLook const&) = delete;
+    RowLook& operator=(RowLook const&) = delete;
+
+    /// Null if the thread is not registered.
+    WatchdogInfo* info() const { return mInfo; }
+
+    /// The row outlives the look: the thread's next report will be made in it.
+    void leaveClosed() { mSign = nullptr; }
+
+  private:
+    WatchdogInfo* const mInfo;
+    LifeSign* mSign;
 };
 
 // What a thread knows of itself.
@@ -217,12 +239,7 @@ void ThreadWatchdog::DefaultTimerListener::onTime(int, WatchdogInfos const& info
 }
 
 ThreadWatchdog::ThreadWatchdog(unsigned int entryMax)
-    : mThread(nullptr),
-      mTimerId(NO_TIMER),
-      mInitialized(false),
-      mInKeepAlive(false),
-      mLookDepth(0),
-      mInfos(entryMax, 0) {
+    : mThread(nullptr), mTimerId(NO_TIMER), mInitialized(false), mInKeepAlive(false), mInfos(entryMax, 0) {
     mThread = newThread(entryMax);
 }
 
@@ -240,9 +257,9 @@ void ThreadWatchdog::replaceThread() {
 }
 
 ThreadWatchdog::~ThreadWatchdog() {
+    delete mThread;
     LifeSign::forEachOf(this, [](LifeSign& sign, int) { sign.giveBack(); });
     changeWatchdogTableVersion();
-    delete mThread;
 }
 
 bool ThreadWatchdog::initialize(unsigned int interval) {
@@ -390,13 +407,13 @@ bool ThreadWatchdog::insert(WatchdogInfo& info) {
     }
     int const id = info.id;
     SyncGuard const guard(mInfosSyncObject);
-    changeWatchdogTableVersion();
     if (!mInfos.insertSwapped(id, info)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ThreadWatchdog Register EntryMap ID:%d", id);
         return false;
     }
     WatchdogInfo const& inserted = *mInfos.find(id);
     LifeSign::lend(this, inserted);
+    changeWatchdogTableVersion();
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_DETAIL, "ThreadWatchdog Register ID:%d, AliveTime:%u, Name:%s", id,
            inserted.aliveTime, orEmpty(inserted.name.buffer()));
     return true;
@@ -408,12 +425,15 @@ bool ThreadWatchdog::unregister(int id) {
     }
     WatchdogInfo erased;  // freed after the lock is released, like all memory
     SyncGuard const guard(mInfosSyncObject);
+    if (!mInfos.eraseSwapped(id, erased)) {
+        return false;
+    }
     changeWatchdogTableVersion();
     LifeSign* const sign = LifeSign::find(this, id);
     if (sign != nullptr) {
         sign->giveBack();
     }
-    return mInfos.eraseSwapped(id, erased);
+    return true;
 }
 
 bool ThreadWatchdog::isRegistered(int id) noexcept {
@@ -434,21 +454,30 @@ ThreadWatchdog::CallersPlace const& ThreadWatchdog::callersPlace(int id) noexcep
     unsigned int const version = gWatchdogTableVersion;
     if (tLast.watchdog != this || tLast.version != version || tLast.id != id) {
         SyncGuard const guard(mInfosSyncObject);
-        tLast = {this, version, id, mInfos.find(id) != nullptr, LifeSign::find(this, id)};
+        bool const isRegistered = mInfos.find(id) != nullptr;
+        tLast = {this, version, id, isRegistered, isRegistered ? LifeSign::find(this, id) : nullptr};
     }
     return tLast;
 }
 
+LifeSign* ThreadWatchdog::signOf(int id) noexcept {
+    return id == ThreadManager::getCallerId() ? callersPlace(id).sign : LifeSign::find(this, id);
+}
+
 template <typename STEP>
 bool ThreadWatchdog::withInfo(int id, STEP step) {
-    TableLook const look(*this);
-    WatchdogInfo* const info = mInfos.find(id);
-    return info != nullptr && step(*info);
+    SyncGuard const guard(mInfosSyncObject);
+    RowLook const look(mInfos.find(id), signOf(id));
+    return look.info() != nullptr && step(*look.info());
 }
 
 bool ThreadWatchdog::isWatching(int id) noexcept {
-    return mInitialized &&
-           withInfo(id, [](WatchdogInfo const& info) { return info.watchStatus == WatchdogInfo::WATCHING; });
+    if (!mInitialized) {
+        return false;
+    }
+    SyncGuard const guard(mInfosSyncObject);
+    WatchdogInfo const* const info = mInfos.find(id);
+    return info != nullptr && info->watchStatus == WatchdogInfo::WATCHING;
 }
 
 bool ThreadWatchdog::setAliveTime(int id, unsigned int aliveTime) {
@@ -489,8 +518,10 @@ void ThreadWatchdog::printWatchdogInfo(int level) {
 }
 
 WatchdogInfo* ThreadWatchdog::findWatchdogInfo(int id) noexcept {
-    TableLook const look(*this);
-    return mInfos.find(id);
+    SyncGuard const guard(mInfosSyncObject);
+    RowLook look(mInfos.find(id), signOf(id));
+    look.leaveClosed();
+    return look.info();
 }
 
 bool ThreadWatchdog::executeSetAliveTime(int id, unsigned int aliveTime) {
@@ -523,12 +554,13 @@ bool ThreadWatchdog::executeStop(int id) {
 
 // The lock is recursive: what is called from here may itself report, and ends at the first test.
 bool ThreadWatchdog::executeKeepAlive(int id, StatementInfo const& info) {
-    TableLook const look(*this);
+    SyncGuard const guard(mInfosSyncObject);
     if (mInKeepAlive) {
         return false;
     }
     InKeepAlive const inKeepAlive(mInKeepAlive);
-    WatchdogInfo* const found = mInfos.find(id);
+    RowLook const look(mInfos.find(id), signOf(id));
+    WatchdogInfo* const found = look.info();
     if (found == nullptr) {
         return false;
     }

@@ -444,6 +444,51 @@ TEST_F(ThreadWatchdogTable, ALookFromInsideAReport_SeesItsPlace) {
     EXPECT_EQ(hooks::clockGetTime.calls() - before, 1U);
 }
 
+TEST_F(ThreadWatchdogTable, ALookFromInsideAReportOnAClockThatFails_SeesTheTimeOfTheLastOne) {
+    watchCaller();
+    gWatchdog = &mWatchdog;
+    for (gTick = 1100; gTick < 1400; gTick += 100) {
+        EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    }
+    hooks::clockGetTime.replace([](clockid_t, timespec*) {
+        EXPECT_EQ(gWatchdog->findWatchdogInfo(kernelId())->lastAliveTick, 1300U);
+        errno = EINVAL;
+        return -1;
+    });
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo("f", "inner", 3, 1)));
+    hooks::clockGetTime.replace(standingClock);
+    EXPECT_EQ(mWatchdog.findWatchdogInfo(kernelId())->lastAliveTick, WatchdogInfo::NO_TICK);
+}
+
+TEST_F(ThreadWatchdogTable, AReportInsideAnother_HasNoEffectThoughAThirdThreadLooks) {
+    watchCaller();
+    gWatchdog = &mWatchdog;
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    static int const caller = kernelId();
+    hooks::clockGetTime.replace([](clockid_t clock, timespec* out) {
+        static unsigned int calls = 0;
+        if (++calls == 1) {
+            std::thread([] { EXPECT_NE(gWatchdog->findWatchdogInfo(caller), nullptr); }).join();
+            EXPECT_FALSE(gWatchdog->keepAlive(StatementInfo("f", "inner", 4, 1)));
+        }
+        return standingClock(clock, out);
+    });
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo("f", "outer", 3, 1)));
+    EXPECT_EQ(mWatchdog.findWatchdogInfo(caller)->lastStatement, StatementInfo("f", "outer", 3, 1));
+}
+
+TEST_F(ThreadWatchdogTable, WhatACallerWritesIntoItsRow_CountsForTheNextReport) {
+    watchCaller();
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    mWatchdog.findWatchdogInfo(kernelId())->aliveStatus = WatchdogInfo::TIMED_OUT;
+    mLog.clear();
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    EXPECT_EQ(mWatchdog.findWatchdogInfo(kernelId())->aliveStatus, WatchdogInfo::ALIVE);
+    EXPECT_EQ(
+        mLog.lines(),
+        Lines{"<UTIL> INF: ThreadWatchdog Timeout->Alive ID:" + std::to_string(kernelId()) + " Name:caller"});
+}
+
 TEST_F(ThreadWatchdogTable, AStopFromInsideAReport_Counts) {
     WatchdogInfo const& info = watchCaller();
     gWatchdog = &mWatchdog;
@@ -1429,6 +1474,29 @@ TEST_F(WatchdogLife, Destructor_OfAWatchdogThatWasNotShutDown_EndsItsThread) {
     }
     EXPECT_FALSE(manager().isActive(id));
     EXPECT_TRUE(manager().unregister(id));
+}
+
+TEST_F(WatchdogLife, Destructor_DuringAPass_TakesNothingFromAnotherWatchdog) {
+    manager();
+    ThreadWatchdog other(4);
+    Access::setInitialized(other, true);
+    StatementInfo const place("f", "f", 1, 1);
+    for (int round = 0; round < 20; ++round) {
+        int id = 0;
+        {
+            ThreadWatchdog watchdog(4);
+            EXPECT_TRUE(watchdog.initialize(1));
+            id = Access::thread(watchdog).getId();
+            EXPECT_TRUE(watchdog.entry(kernelId(), 60000, nullptr, "caller"));
+            EXPECT_TRUE(watchdog.start(kernelId()));
+            utl::Thread::sleep(2);
+        }
+        EXPECT_TRUE(other.entry(kernelId(), 60000, nullptr, "caller"));
+        EXPECT_TRUE(other.keepAlive(place)) << "not watched";
+        EXPECT_EQ(other.findWatchdogInfo(kernelId())->lastStatement, StatementInfo::INVALID);
+        EXPECT_TRUE(other.unregister(kernelId()));
+        EXPECT_TRUE(manager().unregister(id));
+    }
 }
 
 TEST_F(WatchdogLife, InAManagerWithoutRoom_IsNotThere) {

@@ -8,40 +8,58 @@ namespace utl {
 
 UTL_CONSTINIT LifeSign LifeSign::gAll[COUNT];
 
+// Keeps the count odd in its scope, and leaves it as it was if the report did not come to its end.
+class [[nodiscard]] LifeSign::Writing {
+  public:
+    Writing(std::atomic<unsigned int>& count, unsigned int before) : mCount(count), mAfter(before) {}
+    ~Writing() { mCount = mAfter; }
+    Writing(Writing const&) = delete;
+    Writing& operator=(Writing const&) = delete;
+
+    void complete() { mAfter += 2; }
+
+  private:
+    std::atomic<unsigned int>& mCount;
+    unsigned int mAfter;
+};
+
 // The count is read before the owner: if the record goes to another thread behind the look at the owner, the
 // count has changed, and this thread writes nothing. Whoever closes the record sees an odd count, or this
-// thread sees the record closed, or both. The clock is read inside, because a line that it logs may report.
+// thread sees the record closed, or both.
 LifeSign::Outcome LifeSign::report(int id, StatementInfo const& place) {
     unsigned int count = mCount;
-    unsigned int const state = mState;
-    if (mOwner != id || state % MODES == CLOSED) {
+    if (mOwner != id) {
         return ASK_THE_TABLE;
-    }
-    if (state % MODES == NOT_WATCHED) {
-        return REPORTED;
     }
     if (isOdd(count)) {
         return IS_INSIDE_ANOTHER;
     }
-    if (!mCount.compare_exchange_strong(count, count + 1)) {
-        return ASK_THE_TABLE;
+    unsigned int const state = mState;
+    if (state % MODES == NOT_WATCHED) {
+        return REPORTED;
     }
+    bool const isOpen = state % MODES == OPEN && mCount.compare_exchange_strong(count, count + 1);
+    return isOpen && write(count, state, place) && mState == state ? REPORTED : ASK_THE_TABLE;
+}
+
+// False if the record is not open any more. The clock is read inside, because a line that it logs may report.
+bool LifeSign::write(unsigned int count, unsigned int state, StatementInfo const& place) {
+    Writing writing(mCount, count);
     if (mState != state) {
-        mCount = count;
-        return ASK_THE_TABLE;
+        return false;
     }
     Report& next = mReports[placeOf(count + 2)];
     next = {state, next.tick, place.file, place.function, place.line, place.sub};
     next.tick = TimeCounter::getTickTime();
-    mCount = count + 2;
-    return mState == state ? REPORTED : ASK_THE_TABLE;
+    writing.complete();
+    return true;
 }
 
 void LifeSign::lend(ThreadWatchdog const* watchdog, WatchdogInfo const& info) {
     for (LifeSign& sign : gAll) {
         ThreadWatchdog const* none = nullptr;
         if (sign.mWatchdog.compare_exchange_strong(none, watchdog)) {
-            if (sign.isLentTo(info.id)) {
+            if (sign.becomes(info.id)) {
                 sign.open(info);
                 return;
             }
@@ -51,14 +69,13 @@ void LifeSign::lend(ThreadWatchdog const* watchdog, WatchdogInfo const& info) {
 }
 
 // The count tells an earlier owner that the record is not its own any more. False if it is still writing.
-bool LifeSign::isLentTo(int id) {
+bool LifeSign::becomes(int id) {
     unsigned int count = mCount;
-    mOwner = id;
-    if (!isOdd(count) && mCount.compare_exchange_strong(count, count + 2)) {
-        return true;
+    if (isOdd(count) || !mCount.compare_exchange_strong(count, count + 2)) {
+        return false;
     }
-    mOwner = 0;
-    return false;
+    mOwner = id;
+    return true;
 }
 
 LifeSign* LifeSign::find(ThreadWatchdog const* watchdog, int id) {
@@ -80,15 +97,17 @@ void LifeSign::giveBack() {
 // Inside a report of its own, from the clock or the log, a thread sees the place that it is reporting. It
 // need not keep itself out.
 void LifeSign::close(WatchdogInfo& info) {
-    if (isInsideOwnReport()) {
-        Report const& next = mReports[placeOf(mCount + 1)];
-        takeOver(next, info, info.lastAliveTick);
-        return;
+    bool const isInside = isInsideOwnReport();
+    if (!isInside) {
+        enter(CLOSED);
     }
-    enter(CLOSED);
     Report const& last = mReports[placeOf(mCount)];
     takeOver(last, info, last.tick);
-    mOpened = CLOSED;
+    if (isInside) {
+        takeOver(mReports[placeOf(mCount + 1)], info, info.lastAliveTick);
+    } else {
+        mOpened = CLOSED;
+    }
 }
 
 void LifeSign::takeOver(Report const& report, WatchdogInfo& info, unsigned int tick) const {

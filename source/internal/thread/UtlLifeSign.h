@@ -60,12 +60,15 @@ class alignas(64) LifeSign {
     };
 
     [[nodiscard]] bool isBeingWritten() const { return isOdd(mCount); }
+    class Writing;
+
     static bool isOdd(unsigned int count) { return count % 2 != 0; }
     static unsigned int placeOf(unsigned int count) { return count / 2 % 2; }
 
     void enter(Mode mode) { mState = (mState / MODES + 1) * MODES + mode; }
     bool isOf(ThreadWatchdog const* watchdog, int id) const { return mWatchdog == watchdog && mOwner == id; }
-    bool isLentTo(int id);
+    bool becomes(int id);
+    bool write(unsigned int count, unsigned int state, StatementInfo const& place);
     [[nodiscard]] bool isInsideOwnReport() const;
     void takeOver(Report const& report, WatchdogInfo& info, unsigned int tick) const;
 
@@ -73,7 +76,7 @@ class alignas(64) LifeSign {
     std::atomic<int> mOwner{0};
     std::atomic<unsigned int> mState{CLOSED};  // a mode, and a number that rises with each change
     std::atomic<unsigned int> mCount{0};       // odd while the owner writes the next report
-    unsigned int mOpened = CLOSED;             // the state of the last opening, if nothing was taken since
+    unsigned int mOpened = CLOSED;             // the state of the last opening; `CLOSED` behind a closing
     Report mReports[2]{};                      // the last one, and the one that is being written
 };
 
