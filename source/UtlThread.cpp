@@ -156,20 +156,10 @@ bool Thread::stopWatchdog() {
     return askManager(&ThreadManager::stopWatchdog, mId);
 }
 
-// What was found out about the thread holds as long as no table changes.
 void Thread::keepAliveWatchdog(StatementInfo const& info) {
-    if (isKnownUnregistered()) {
-        return;
-    }
-    unsigned int const version = gWatchdogTableVersion;
-    ThreadManager* const manager = ThreadManager::getOrNull();
-    if (manager == nullptr) {
-        return;
-    }
-    if (manager->isRegisteredWatchdog(ThreadManager::CALLER)) {
+    ThreadManager* const manager = isKnownUnregistered() ? nullptr : ThreadManager::getOrNull();
+    if (manager != nullptr) {
         manager->keepAliveWatchdog(info);
-    } else {
-        tUnregisteredAt = version;
     }
 }
 

@@ -693,8 +693,17 @@ bool ThreadManager::setWatchdogWatchInterval(unsigned int interval) {
     return callIfPresent(mWatchdog.load(), &ThreadWatchdog::setWatchInterval, interval);
 }
 
+// What was found out about the thread holds as long as no table changes.
 void ThreadManager::keepAliveWatchdog(StatementInfo const& info) {
-    callIfPresent(mWatchdog.load(), &ThreadWatchdog::keepAlive, info);
+    if (isKnownUnregistered()) {
+        return;
+    }
+    unsigned int const version = gWatchdogTableVersion;
+    if (isRegisteredWatchdog(CALLER)) {
+        callIfPresent(mWatchdog.load(), &ThreadWatchdog::keepAlive, info);
+    } else {
+        tUnregisteredAt = version;
+    }
 }
 
 template class Map<int, ThreadManager::ThreadEntry>;
