@@ -154,7 +154,7 @@ int MsgDrivenThread::sendMsgAsync(Msg const& msg) {
         !QueueSteps::pushFrame(*this, mDataQueue, msg.getMsgId(), msg.getMsgId())) {
         return 0;
     }
-    if (postThreadCtlMsg(msg.getMsgId(), -1) == 0) {
+    if (!QueueSteps::postEntry(*this, msg.getMsgId(), -1)) {
         mDataQueue.removeLast(mSendMsg.maxSize());
         return 0;
     }
@@ -180,7 +180,7 @@ int MsgDrivenThread::sendMsgInterrupt(Msg const& msg) {
 
 int MsgDrivenThread::postThreadCtlMsg(int msgId, int param) {
     SyncGuard const guard(mQueueLock);
-    return QueueSteps::makeRoomForEntry(*this, msgId) && QueueSteps::pushEntry(*this, msgId, param) ? 1 : 0;
+    return QueueSteps::postEntry(*this, msgId, param) ? 1 : 0;
 }
 
 bool MsgDrivenThread::isDataMsgId(int msgId) {

@@ -4,6 +4,7 @@
 #include "UtlLog.h"
 #include "UtlMsgDrivenThread.h"
 #include "internal/message/UtlMsgLoopSteps.h"
+#include "internal/message/UtlMsgQueueSteps.h"
 #include "internal/message/UtlMsgTimerSteps.h"
 #include "internal/message/UtlSystemTimer.h"
 #include "internal/message/UtlTimerSteps.h"
@@ -180,7 +181,7 @@ int MsgDrivenThread::executeStopTimer(int timerId) {
 void MsgDrivenThread::executeTimeoutSignal(int timerId) {
     SyncGuard const guard(mQueueLock);
     TimerInfo* const info = findTimer(timerId);
-    if (takesTimeout(info) && postThreadCtlMsg(MSG_ID_CTL_TIMEOUT, timerId) != 0) {
+    if (takesTimeout(info) && QueueSteps::postEntry(*this, MSG_ID_CTL_TIMEOUT, timerId)) {
         ++info->mPendingCount;
     }
 }
@@ -193,7 +194,7 @@ int MsgDrivenThread::executeTimeout(int timerId) {
         if (head == nullptr || head->mMsgId != MSG_ID_CTL_TIMEOUT || head->mParam != timerId) {
             return 0;
         }
-        mCtlQueue.removeAt(0, 1);
+        mCtlQueue.popFront();
     }
     TimerMsg msg;
     msg.mTimerId = timerId;

@@ -30,18 +30,14 @@ int MsgDrivenThread::LoopSteps::run() {
 // True if the entry at the head was acted upon. Only the control queue says what to do; a token that does
 // not match the head belonged to an entry that has been removed.
 bool MsgDrivenThread::LoopSteps::serveToken(PipeToken const& token, StatementInfo const& place) {
-    ThreadCtlMsg head;
-    bool isRequested = false;
-    if (!peekHead(&head, &isRequested)) {
+    Head head;
+    if (!takeHead(token.mId, &head) || (head.isRequested && !serveRequests(&head.entry))) {
         return false;
     }
-    if (isRequested && !serveRequests(&head)) {
+    if (head.entry.mMsgId == MSG_ID_CTL_WAKE || head.entry.mMsgId != token.mId) {
         return false;
     }
-    if (head.mMsgId == MSG_ID_CTL_WAKE || head.mMsgId != token.mId) {
-        return false;
-    }
-    int const result = actOn(head);
+    int const result = bringsFrame(token.mId) ? deliverFrame(head) : actOn(head.entry);
     Thread::keepAliveWatchdog(place);
     if (result != 0) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "!!!!!!!! MsgDrivenThread(%s) Error. MsgId:0x%08x !!!!!!!!",
@@ -50,63 +46,91 @@ bool MsgDrivenThread::LoopSteps::serveToken(PipeToken const& token, StatementInf
     return true;
 }
 
-bool MsgDrivenThread::LoopSteps::peekHead(ThreadCtlMsg* head, bool* isRequested) {
-    SyncGuard const guard(mThread.mQueueLock);
+// True for an entry that brings a frame, as a posted message does.
+bool MsgDrivenThread::LoopSteps::bringsFrame(int msgId) {
+    switch (msgId) {
+        case MSG_ID_CTL_WAKE:
+        case MSG_ID_CTL_START_TIMER:
+        case MSG_ID_CTL_STOP_TIMER:
+        case MSG_ID_CTL_TIMEOUT:
+        case MSG_ID_CTL_STOP:
+            return false;
+        default:
+            return true;
+    }
+}
+
+bool MsgDrivenThread::LoopSteps::peekHead(ThreadCtlMsg* head) {
     mThread.mIsRequested = mThread.mIsRequested && RequestSteps::isPending(mThread);
-    *isRequested = mThread.mIsRequested;
     return QueueSteps::peekHead(mThread, head);
+}
+
+// Most heads are messages that nothing is served before: one hold of the lock is enough for them.
+bool MsgDrivenThread::LoopSteps::takeHead(int tokenId, Head* head) {
+    SyncGuard const guard(mThread.mQueueLock);
+    if (!peekHead(&head->entry)) {
+        return false;
+    }
+    head->isRequested = mThread.mIsRequested;
+    head->hasFrame = !head->isRequested && head->entry.mMsgId == tokenId && bringsFrame(tokenId) &&
+                     QueueSteps::popFrameOf(mThread, tokenId, mThread.mCtlQueue, mThread.mDataQueue);
+    return true;
+}
+
+bool MsgDrivenThread::LoopSteps::peekHeadAnew(ThreadCtlMsg* head) {
+    SyncGuard const guard(mThread.mQueueLock);
+    return peekHead(head);
 }
 
 // Requests are served before the entry at the head, which may be another one afterwards. False if there is
 // none any more.
 bool MsgDrivenThread::LoopSteps::serveRequests(ThreadCtlMsg* head) {
     RequestSteps requests(mThread);
-    bool isRequested = false;
-    return (!requests.serveInterrupt() || peekHead(head, &isRequested)) &&
-           (!requests.serveErase() || peekHead(head, &isRequested)) &&
-           (!requests.serveFind() || peekHead(head, &isRequested));
+    return (!requests.serveInterrupt() || peekHeadAnew(head)) &&
+           (!requests.serveErase() || peekHeadAnew(head)) && (!requests.serveFind() || peekHeadAnew(head));
 }
 
 int MsgDrivenThread::LoopSteps::actOn(ThreadCtlMsg const& head) {
     switch (head.mMsgId) {
-        case MSG_ID_CTL_SYNC:
-            return deliverSync();
         case MSG_ID_CTL_START_TIMER:
             return startTimerOfHead(head.mParam);
         case MSG_ID_CTL_STOP_TIMER:
             return stopTimerOfHead(head.mParam);
         case MSG_ID_CTL_TIMEOUT:
             return mThread.executeTimeout(head.mParam);
-        case MSG_ID_CTL_STOP:
-            return removeHead();
         default:
-            return deliverPosted(head.mMsgId);
+            return removeHead();
     }
 }
 
-int MsgDrivenThread::LoopSteps::deliverSync() {
-    int const result = receiveFrameOf(MSG_ID_CTL_SYNC, &mThread.mCtlQueue, &mThread.mDataQueue);
-    if (result == 0) {
-        mThread.mSyncResult = true;
+// The frame is still in its queue if requests have been served before it.
+int MsgDrivenThread::LoopSteps::deliverFrame(Head const& head) {
+    int const ctlId = head.entry.mMsgId;
+    bool const isThere =
+        head.isRequested ? takeFrameOf(ctlId, &mThread.mCtlQueue, &mThread.mDataQueue) : head.hasFrame;
+    if (isThere) {
+        deliver();
     }
-    mThread.mSyncEvent.setOff();
-    mThread.mDataOverflowLogged = false;
-    return result;
+    if (ctlId == MSG_ID_CTL_SYNC) {
+        if (isThere) {
+            mThread.mSyncResult = true;
+        }
+        mThread.mSyncEvent.setOff();
+    }
+    mThread.mDataOverflowLogged.store(false, std::memory_order_relaxed);
+    return isThere ? 0 : -1;
 }
 
-int MsgDrivenThread::LoopSteps::deliverPosted(int msgId) {
-    int const result = receiveFrameOf(msgId, &mThread.mCtlQueue, &mThread.mDataQueue);
-    mThread.mDataOverflowLogged = false;
-    return result;
+bool MsgDrivenThread::LoopSteps::takeFrameOf(int ctlId, Queue<ThreadCtlMsg>* entries,
+                                             Queue<unsigned char>* frames) {
+    SyncGuard const guard(mThread.mQueueLock);
+    return QueueSteps::popFrameOf(mThread, ctlId, *entries, *frames);
 }
 
 int MsgDrivenThread::LoopSteps::receiveFrameOf(int ctlId, Queue<ThreadCtlMsg>* entries,
                                                Queue<unsigned char>* frames) {
-    {
-        SyncGuard const guard(mThread.mQueueLock);
-        if (!QueueSteps::popFrameOf(mThread, ctlId, *entries, *frames)) {
-            return -1;
-        }
+    if (!takeFrameOf(ctlId, entries, frames)) {
+        return -1;
     }
     deliver();
     return 0;
@@ -134,7 +158,9 @@ void MsgDrivenThread::LoopSteps::deliver() {
 
 int MsgDrivenThread::LoopSteps::removeHead() {
     SyncGuard const guard(mThread.mQueueLock);
-    return mThread.mCtlQueue.removeAt(0, 1) ? 0 : -1;
+    bool const isThere = mThread.mCtlQueue.size() != 0;
+    mThread.mCtlQueue.popFront();
+    return isThere ? 0 : -1;
 }
 
 int MsgDrivenThread::LoopSteps::startTimerOfHead(int timerId) {

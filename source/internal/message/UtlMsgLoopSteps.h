@@ -30,12 +30,23 @@ class UTL_HIDDEN MsgDrivenThread::LoopSteps {
     ///@}
 
   private:
+    // The head of the control queue as a token finds it.
+    struct Head {
+        ThreadCtlMsg entry;
+        bool isRequested = false;  // requests are served before it
+        bool hasFrame = false;     // its frame is in `mReceiveMsg`, and it has left its queue
+    };
+
+    static bool bringsFrame(int msgId);
+
     bool serveToken(PipeToken const& token, StatementInfo const& place);
     bool serveRequests(ThreadCtlMsg* head);
-    bool peekHead(ThreadCtlMsg* head, bool* isRequested);
+    bool takeHead(int tokenId, Head* head);
+    bool peekHead(ThreadCtlMsg* head) UTL_REQUIRES(mThread.mQueueLock);
+    bool peekHeadAnew(ThreadCtlMsg* head);
     int actOn(ThreadCtlMsg const& head);
-    int deliverSync();
-    int deliverPosted(int msgId);
+    int deliverFrame(Head const& head);
+    bool takeFrameOf(int ctlId, Queue<ThreadCtlMsg>* entries, Queue<unsigned char>* frames);
     int removeHead();
     int startTimerOfHead(int timerId);
     int stopTimerOfHead(int timerId);

@@ -57,10 +57,14 @@ bool MsgDrivenThread::QueueSteps::hasRoomForEntry(MsgDrivenThread const& thread)
     return !isCtlQueueFull(thread) && hasRoomForToken(thread.mPipe[1]);
 }
 
+bool MsgDrivenThread::QueueSteps::postEntry(MsgDrivenThread& thread, int msgId, int param) {
+    return makeRoomForEntry(thread, msgId) && pushEntry(thread, msgId, param);
+}
+
 bool MsgDrivenThread::QueueSteps::makeRoomForEntry(MsgDrivenThread& thread, int msgId) {
     int const writeEnd = thread.mPipe[1];
     while (isCtlQueueFull(thread) && hasDeadHead(thread)) {
-        thread.mCtlQueue.removeAt(0, 1);
+        thread.mCtlQueue.popFront();
     }
     if (isCtlQueueFull(thread)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
@@ -140,7 +144,7 @@ void MsgDrivenThread::QueueSteps::reportDiscarded(MsgDrivenThread const& thread,
 // Entries that nobody waits for would stay at the head permanently.
 bool MsgDrivenThread::QueueSteps::peekHead(MsgDrivenThread& thread, ThreadCtlMsg* head) {
     while (hasDeadHead(thread) || hasAnsweredHead(thread)) {
-        thread.mCtlQueue.removeAt(0, 1);
+        thread.mCtlQueue.popFront();
     }
     ThreadCtlMsg const* const first = thread.mCtlQueue.elementAt(0);
     if (first == nullptr) {
@@ -166,7 +170,7 @@ bool MsgDrivenThread::QueueSteps::popFrameOf(MsgDrivenThread& thread, int ctlId,
         int frameId = -1;
         thread.mReceiveMsg.getMsgId(&frameId);
         if (isAnnounced && (ctlId == MSG_ID_CTL_SYNC || frameId == ctlId)) {
-            entries.removeAt(0, 1);
+            entries.popFront();
             return true;
         }
         reportDiscarded(thread, thread.mReceiveMsg, ctlId);

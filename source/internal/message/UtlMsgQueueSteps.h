@@ -25,12 +25,9 @@ class UTL_HIDDEN MsgDrivenThread::QueueSteps {
     static bool pushFrame(MsgDrivenThread& thread, Queue<unsigned char>& frames, int msgId, int ctlId)
         UTL_REQUIRES(thread.mQueueLock);
 
-    /// Makes a place in the control queue and reserves room for one token. False with a log line.
-    static bool makeRoomForEntry(MsgDrivenThread& thread, int msgId) UTL_REQUIRES(thread.mQueueLock);
-
-    /// Queues an entry and writes its token, after `makeRoomForEntry`. False with a log line: the entry is
-    /// dead.
-    static bool pushEntry(MsgDrivenThread& thread, int msgId, int param) UTL_REQUIRES(thread.mQueueLock);
+    /// Queues an entry and writes its token. False with a log line: there was no room for one of them, or the
+    /// entry is dead.
+    static bool postEntry(MsgDrivenThread& thread, int msgId, int param) UTL_REQUIRES(thread.mQueueLock);
 
     /// Counts the last frame of the data queue as unannounced, or removes it if it cannot be counted.
     static void keepUnannounced(MsgDrivenThread& thread) UTL_REQUIRES(thread.mQueueLock);
@@ -57,6 +54,9 @@ class UTL_HIDDEN MsgDrivenThread::QueueSteps {
     static unsigned int announcedBytes(MsgDrivenThread const& thread) UTL_REQUIRES(thread.mQueueLock);
 
   private:
+    // A place in the control queue and room for one token, or a log line.
+    static bool makeRoomForEntry(MsgDrivenThread& thread, int msgId) UTL_REQUIRES(thread.mQueueLock);
+    static bool pushEntry(MsgDrivenThread& thread, int msgId, int param) UTL_REQUIRES(thread.mQueueLock);
     static bool isCtlQueueFull(MsgDrivenThread const& thread) UTL_REQUIRES(thread.mQueueLock);
     static bool hasRoomForEntry(MsgDrivenThread const& thread) UTL_REQUIRES(thread.mQueueLock);
     static bool hasDeadHead(MsgDrivenThread const& thread) UTL_REQUIRES(thread.mQueueLock);

@@ -53,8 +53,8 @@ bool MsgDrivenThread::RequestSteps::queueSend(Msg const& msg, Send const& send) 
 // The loop looks at the event under the same lock, so it sees event and entry together.
 bool MsgDrivenThread::RequestSteps::announce(Event& event, int ctlId) {
     event.setOn();
-    mThread.mIsRequested = true;
-    if (mThread.postThreadCtlMsg(ctlId, -1) == 0) {
+    mThread.mIsRequested = mThread.mIsRequested || ctlId == MSG_ID_CTL_WAKE;
+    if (!QueueSteps::postEntry(mThread, ctlId, -1)) {
         event.setOff();
         return false;
     }
