@@ -4,12 +4,16 @@
 
 #include <benchmark/benchmark.h>
 
+#include "BenchBareRoad.h"
 #include "BenchMessages.h"
 #include "BenchRatio.h"
 #include "UtlLog.h"
 
 namespace {
 
+using utlbench::BARE_BYTES;
+using utlbench::bareRoad;
+using utlbench::bareRun;
 using utlbench::BlockMsg;
 using utlbench::Counter;
 using utlbench::MSG_BYTES;
@@ -55,13 +59,23 @@ void addressedRun(unsigned int producers) {
 }
 
 UTL_RATIO(
-    "post 20,000 messages of 64 bytes to one listener, against a thread of its own", [] { addressedRun(1); },
+    "post to one listener, 1 producer, to a MsgDrivenThread of its own", [] { addressedRun(1); },
     [] { plainRun(1); }, 1.5);
 UTL_RATIO(
-    "the same from four producers", [] { addressedRun(4); }, [] { plainRun(4); }, 1.5);
+    "post to one listener, 4 producers, to a MsgDrivenThread of its own", [] { addressedRun(4); },
+    [] { plainRun(4); }, 1.5);
 UTL_RATIO(
-    "sendMsgSync round trip to one listener, against a thread of its own",
+    "sendMsgSync to one listener, to a MsgDrivenThread of its own",
     [] { shared().sendMsgSync(&gListener, BlockMsg(1)); }, [] { plain().sendMsgSync(BlockMsg(1)); }, 1.5);
+UTL_RATIO(
+    "post to one listener, 1 producer, to a pipe and a queue under 1 plain lock", [] { addressedRun(1); },
+    [] { bareRun(1); }, 1.5);
+UTL_RATIO(
+    "post to one listener, 4 producers, to a pipe and a queue under 1 plain lock", [] { addressedRun(4); },
+    [] { bareRun(4); }, 1.5);
+UTL_RATIO(
+    "sendMsgSync to one listener, to the same with a condition variable for the answer",
+    [] { shared().sendMsgSync(&gListener, BlockMsg(1)); }, [] { bareRoad().sendSync(BARE_BYTES); }, 1.5);
 
 // A broadcast to that many listeners, posted and delivered.
 void broadcast(benchmark::State& state) {
