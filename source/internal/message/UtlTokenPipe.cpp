@@ -68,8 +68,9 @@ TokenIo readUnwatched(StatementInfo const& place, int handle, PipeToken* token) 
     errno = 0;
     ssize_t const ret = read(handle, token, sizeof(*token));
     TokenIo const io = {static_cast<unsigned int>(ret), errno};
-    ThreadManager* const after = ThreadManager::getOrNull();  // the one of before may be destroyed
-    if (watched && after != nullptr) {
+    // The manager of before may be destroyed.
+    ThreadManager* const after = watched ? ThreadManager::getOrNull() : nullptr;
+    if (after != nullptr) {
         after->startWatchdog(0);
         after->keepAliveWatchdog(place);
     }
