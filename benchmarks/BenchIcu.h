@@ -83,24 +83,38 @@ inline std::u16string utf16Of(std::string const& text) {
     return units;
 }
 
-/// ICU's transliterator of this name, which works in place.
-inline auto transliterate(std::string const& text, char16_t const* name) {
-    UErrorCode error = U_ZERO_ERROR;
-    UTransliterator* const transliterator =
-        utrans_openU(name, -1, UTRANS_FORWARD, nullptr, 0, nullptr, &error);
-    if (U_FAILURE(error)) {
-        giveUp("ICU lacks a transliterator");
+/// ICU's transliterator of a name, which works in place, with a text.
+class IcuTransliteration {
+  public:
+    IcuTransliteration(std::string const& text, char16_t const* name) : mUnits(utf16Of(text)) {
+        UErrorCode error = U_ZERO_ERROR;
+        mpTransliterator = utrans_openU(name, -1, UTRANS_FORWARD, nullptr, 0, nullptr, &error);
+        if (U_FAILURE(error)) {
+            giveUp("ICU lacks a transliterator");
+        }
     }
-    return [transliterator, units = utf16Of(text), dst = std::u16string()]() mutable {
-        dst = units;
-        dst.resize(4 * units.size());
+
+    /// The text's other form, valid until the next call.
+    std::u16string const& operator()() {
+        mDst = mUnits;
+        mDst.resize(4 * mUnits.size());
         UErrorCode status = U_ZERO_ERROR;
-        auto length = static_cast<int32_t>(units.size());
+        auto length = static_cast<int32_t>(mUnits.size());
         int32_t limit = length;
-        utrans_transUChars(transliterator, dst.data(), &length, static_cast<int32_t>(dst.size()), 0, &limit,
-                           &status);
-        keep(limit);
-    };
+        utrans_transUChars(mpTransliterator, mDst.data(), &length, static_cast<int32_t>(mDst.size()), 0,
+                           &limit, &status);
+        mDst.resize(static_cast<std::size_t>(length));
+        return mDst;
+    }
+
+  private:
+    UTransliterator* mpTransliterator = nullptr;
+    std::u16string mUnits;
+    std::u16string mDst;
+};
+
+inline auto transliterate(std::string const& text, char16_t const* name) {
+    return [form = IcuTransliteration(text, name)]() mutable { keep(form().size()); };
 }
 
 }  // namespace utlbench

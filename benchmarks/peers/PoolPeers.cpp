@@ -1,0 +1,215 @@
+// Blocks of 64 bytes, and signs of life, from several threads.
+
+#include <boost/pool/pool.hpp>
+#include <cstdlib>
+#include <cstring>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "Peers.h"
+#include "UtlMemoryPool.h"
+#include "UtlThread.h"
+#include "UtlThreadManager.h"
+#include "UtlThreadWatchdog.h"
+
+namespace utlpeers {
+namespace {
+
+constexpr unsigned int BLOCK_BYTES = 64;
+constexpr unsigned int BLOCKS = 1024;
+
+// --- the pools, each with the same two calls
+
+class OurPool {
+  public:
+    static constexpr char const* NAME = OURS;
+    void* take() { return mPool.create(); }
+    void giveBack(void* block) { mPool.release(block); }
+
+  private:
+    utl::MemoryPool mPool{BLOCK_BYTES, BLOCKS, "peers"};
+};
+
+/// A list of free blocks behind a lock: knows no block that was given back twice.
+class BarePool {
+  public:
+    static constexpr char const* NAME = BARE;
+    BarePool() {
+        for (unsigned int i = 0; i < BLOCKS; ++i) {
+            giveBack(mBytes.get() + i * BLOCK_BYTES);
+        }
+    }
+    void* take() {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        void* const block = mFirst;
+        if (block != nullptr) {
+            std::memcpy(&mFirst, block, sizeof(mFirst));
+        }
+        return block;
+    }
+    void giveBack(void* block) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        std::memcpy(block, &mFirst, sizeof(mFirst));
+        mFirst = block;
+    }
+
+  private:
+    std::mutex mMutex;
+    std::unique_ptr<char[]> mBytes{new char[BLOCK_BYTES * BLOCKS]};
+    void* mFirst = nullptr;
+};
+
+class BoostPool {
+  public:
+    static constexpr char const* NAME = "boost::pool and std::mutex";
+    void* take() {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        return mPool.malloc();
+    }
+    void giveBack(void* block) {
+        std::lock_guard<std::mutex> const lock(mMutex);
+        mPool.free(block);
+    }
+
+  private:
+    std::mutex mMutex;
+    boost::pool<> mPool{BLOCK_BYTES, BLOCKS};
+};
+
+class Heap {
+  public:
+    static constexpr char const* NAME = "malloc";
+    void* take() { return std::malloc(BLOCK_BYTES); }
+    void giveBack(void* block) { std::free(block); }
+};
+
+// --- several threads
+
+/// Runs `work(thread, times)` in that many threads at once, with the times divided among them.
+template <typename WORK>
+void inThreads(unsigned int threads, std::size_t times, WORK work) {
+    std::vector<std::thread> running;
+    for (unsigned int i = 0; i < threads; ++i) {
+        running.emplace_back([=] { work(i, (times + threads - 1) / threads); });
+    }
+    for (std::thread& thread : running) {
+        thread.join();
+    }
+}
+
+// Takes two blocks, writes into both, and gives them back. Each is its own as long as the others stay away.
+template <typename POOL>
+void useBlocks(POOL& pool, std::size_t times) {
+    for (std::size_t i = 0; i < times; i += 2) {
+        void* const first = pool.take();
+        void* const second = pool.take();
+        std::memcpy(first, &i, sizeof(i));
+        std::memset(second, 0xFF, BLOCK_BYTES);
+        utlbench::keep(second);
+        prove(std::memcmp(first, &i, sizeof(i)) == 0, "a block that two own");
+        pool.giveBack(first);
+        pool.giveBack(second);
+    }
+}
+
+// A pool for each thread, so that nothing of theirs is shared.
+template <typename POOL>
+Side pool(unsigned int threads) {
+    auto const pools = std::make_shared<std::vector<std::unique_ptr<POOL>>>();
+    for (unsigned int i = 0; i < threads; ++i) {
+        pools->push_back(std::make_unique<POOL>());
+    }
+    return {POOL::NAME, [pools, threads](std::size_t times) {
+                inThreads(threads, times,
+                          [&](unsigned int i, std::size_t each) { useBlocks(*(*pools)[i], each); });
+            }};
+}
+
+std::vector<Side> poolSides(unsigned int threads) {
+    return {pool<OurPool>(threads), pool<BarePool>(threads), pool<BoostPool>(threads), pool<Heap>(threads)};
+}
+
+// --- signs of life of watched threads
+
+constexpr unsigned int LONG_TIME = 3600000;  // milliseconds
+
+void keepAlive(std::size_t times) {
+    utl::ThreadManager& manager = *utl::ThreadManager::get();
+    for (std::size_t i = 0; i < times; ++i) {
+        manager.keepAliveWatchdog(utl::StatementInfo("benchmarks/peers", "keepAlive", 1, 1));
+    }
+}
+
+// A watched thread of the library that gives its signs of life together with others.
+class Watched : private utl::Command {
+  public:
+    Watched(std::size_t times, std::shared_future<void> begin)
+        : mTimes(times), mBegin(std::move(begin)), mThread("watched", this) {
+        prove(mThread.start(utl::Thread::WITH_WATCHDOG, LONG_TIME) == utl::Event::WAIT_DONE, "no thread");
+    }
+    ~Watched() {
+        mThread.waitTo(3);
+        mThread.leaveManagement();
+    }
+    Watched(Watched const&) = delete;
+    Watched& operator=(Watched const&) = delete;
+
+  private:
+    int execute() override {
+        utl::ThreadManager& manager = *utl::ThreadManager::get();
+        prove(manager.startWatchdog() && manager.isWatchingWatchdog(), "a thread that nobody watches");
+        mBegin.wait();
+        keepAlive(mTimes);
+        manager.unregisterWatchdog();
+        return 0;
+    }
+
+    std::size_t mTimes;
+    std::shared_future<void> mBegin;
+    utl::Thread mThread;
+};
+
+void keepAliveInThreads(unsigned int threads, std::size_t times) {
+    std::promise<void> begin;
+    std::shared_future<void> const hasBegun(begin.get_future());
+    std::vector<std::unique_ptr<Watched>> watched;
+    for (unsigned int i = 0; i < threads; ++i) {
+        watched.push_back(std::make_unique<Watched>((times + threads - 1) / threads, hasBegun));
+    }
+    begin.set_value();
+}
+
+std::mutex gTable;
+
+// One lock for all threads and a look at the clock.
+void lockAndRead(unsigned int, std::size_t times) {
+    for (std::size_t i = 0; i < times; ++i) {
+        std::lock_guard<std::mutex> const lock(gTable);
+        utlbench::keep(utlbench::WALL_TIME());
+    }
+}
+
+std::vector<Side> watchedSides(unsigned int threads) {
+    return {{OURS, [threads](std::size_t times) { keepAliveInThreads(threads, times); }},
+            {"one lock for all, and the clock",
+             [threads](std::size_t times) { inThreads(threads, times, lockAndRead); }}};
+}
+
+// --- the themes
+
+Theme theme(char const* id, char const* title, char const* unit, std::vector<unsigned int> const& sizes,
+            std::vector<unsigned int> const& shown, std::vector<Side> (*sides)(unsigned int)) {
+    return {id, title, unit, "threads", PROCESS_TIME, ALL_PROCESSORS, sizes, shown, sides, 40};
+}
+
+ThemeDeclaration const gPool(theme("pool", "take a block and give it back, a pool for each thread", "block",
+                                   {1, 2, 4, 8}, {1, 2}, poolSides));
+ThemeDeclaration const gWatched(theme("watched", "a watched thread's sign of life", "call",
+                                      {1, 2, 4, 8, 16, 32, 64}, {1, 8}, watchedSides));
+
+}  // namespace
+}  // namespace utlpeers
