@@ -2,11 +2,11 @@
 
 // Large files of Japanese lines.
 
-#include <algorithm>
 #include <cstddef>
 #include <fstream>
 #include <string>
 
+#include "BenchCharSets.h"
 #include "BenchFiles.h"
 #include "BenchText.h"
 #include "UtlCharSet.h"
@@ -39,14 +39,9 @@ inline std::string const& plainText() {
     return theText;
 }
 
-/// The same in Shift-JIS, with a question mark for each character that Shift-JIS lacks.
+/// The same in Shift-JIS, without the characters that it lacks.
 inline std::string sjisText() {
-    std::string const& text = plainText();
-    std::string sjis(utl::convertStrFromUtf8ToSjis(nullptr, 0, text.c_str()), '\0');
-    utl::convertStrFromUtf8ToSjis(sjis.data(), static_cast<unsigned int>(sjis.size()), text.c_str());
-    sjis.pop_back();
-    std::replace(sjis.begin(), sjis.end(), '\0', '?');
-    return sjis;
+    return convertedBy(Iconv("CP932//IGNORE", "UTF-8"), plainText());
 }
 
 inline unsigned int charBytes(char const* text, int textType) {

@@ -26,67 +26,63 @@ namespace {
 using utl::File;
 using utlbench::pathOfLines;
 
-// --- lines: each side goes through the file again and again
+// --- lines: a piece of work is the whole file, of which each side proves to have seen all
 
 constexpr unsigned int LINE_ROOM = 1024;
 
-// What a whole pass over the file must have seen.
+// What is in the lines of a file.
 struct Pass {
     std::size_t lines = 0;
     std::size_t bytes = 0;
 
+    void count(std::size_t itsBytes) {
+        ++lines;
+        bytes += itsBytes;
+    }
     bool operator==(Pass const& other) const { return lines == other.lines && bytes == other.bytes; }
-};
-
-// Counts lines, and proves each complete pass.
-class Reading {
-  public:
-    explicit Reading(Pass const& whole) : mWhole(whole) {}
-    void count(std::size_t bytes) {
-        ++mPass.lines;
-        mPass.bytes += bytes;
-    }
-    void end() {
-        prove(mPass == mWhole, "other lines than those of the file");
-        mPass = Pass();
-    }
-
-  private:
-    Pass mWhole;
-    Pass mPass;
 };
 
 template <int TYPE>
 Side readLines(Pass const& whole) {
     auto const file = std::make_shared<File>(pathOfLines<TYPE>().c_str(), TYPE);
     prove(file->open(File::OPEN_KEEP, File::ACCESS_READ) != 0, "no file of lines");
-    return each(OURS, [file, reading = Reading(whole)]() mutable {
+    return each(OURS, [file, whole] {
         char line[LINE_ROOM];
-        unsigned int length = 0;
-        int const result = file->readLine(line, LINE_ROOM, &length);
-        if (result >= 0) {
-            reading.count(std::strlen(line));
-        } else {
-            prove(result == File::END_OF_FILE, "a line that cannot be read");
-            reading.end();
-            file->seek(0, File::FROM_START);
+        Pass pass;
+        int result = 0;
+        while ((result = file->readLine(line, LINE_ROOM, nullptr)) >= 0) {
+            pass.count(std::strlen(line));
         }
+        prove(result == File::END_OF_FILE && pass == whole, "other lines than those of the file");
+        file->seek(0, File::FROM_START);
     });
 }
 
 // `lengthOf` gets each line, and returns the length of its text as UTF-8.
+template <typename LENGTH>
+Pass passOver(std::ifstream& file, LENGTH lengthOf) {
+    Pass pass;
+    for (std::string line; std::getline(file, line);) {
+        pass.count(lengthOf(line));
+    }
+    file.clear();
+    file.seekg(0);
+    return pass;
+}
+
 template <int TYPE, typename LENGTH>
-Side getLines(char const* name, Pass const& whole, LENGTH lengthOf) {
+std::vector<Side> lineSides(char const* name, LENGTH lengthOf) {
     auto const file = std::make_shared<std::ifstream>(pathOfLines<TYPE>(), std::ios::binary);
-    return each(name, [file, lengthOf, reading = Reading(whole), line = std::string()]() mutable {
-        if (std::getline(*file, line)) {
-            reading.count(lengthOf(line));
-        } else {
-            reading.end();
-            file->clear();
-            file->seekg(0);
-        }
-    });
+    Pass const whole = passOver(*file, lengthOf);
+    return {readLines<TYPE>(whole), each(name, [file, lengthOf, whole] {
+                prove(passOver(*file, lengthOf) == whole, "other lines than those of the file");
+            })};
+}
+
+template <int TYPE>
+double lineCount(unsigned int) {
+    std::ifstream file(pathOfLines<TYPE>(), std::ios::binary);
+    return static_cast<double>(passOver(file, [](std::string const&) { return 0U; }).lines);
 }
 
 std::size_t plainLength(std::string const& line) {
@@ -100,26 +96,12 @@ std::size_t convertedLength(std::string const& line) {
     return converter.convert(line, &room);
 }
 
-template <int TYPE, typename LENGTH>
-Pass passOf(LENGTH lengthOf) {
-    Pass pass;
-    std::ifstream file(pathOfLines<TYPE>(), std::ios::binary);
-    for (std::string line; std::getline(file, line); ++pass.lines) {
-        pass.bytes += lengthOf(line);
-    }
-    return pass;
-}
-
 std::vector<Side> utf8Lines(unsigned int) {
-    Pass const whole = passOf<File::TEXT_UTF8>(plainLength);
-    return {readLines<File::TEXT_UTF8>(whole),
-            getLines<File::TEXT_UTF8>("std::getline, unchecked", whole, plainLength)};
+    return lineSides<File::TEXT_UTF8>("std::getline, unchecked", plainLength);
 }
 
 std::vector<Side> sjisLines(unsigned int) {
-    Pass const whole = passOf<File::TEXT_SJIS>(convertedLength);
-    return {readLines<File::TEXT_SJIS>(whole),
-            getLines<File::TEXT_SJIS>("std::getline and iconv", whole, convertedLength)};
+    return lineSides<File::TEXT_SJIS>("std::getline and iconv", convertedLength);
 }
 
 // --- folders
@@ -241,10 +223,6 @@ std::vector<Side> bitSides(unsigned int) {
 
 // --- the themes
 
-double onePiece(unsigned int) {
-    return 1;
-}
-
 double pieces(unsigned int) {
     return utlbench::PIECES;
 }
@@ -266,9 +244,9 @@ Theme theme(char const* id, char const* title, char const* unit, char const* siz
 }
 
 ThemeDeclaration const gUtf8Lines(theme("lines", "a line of UTF-8 from a file", "line", "", {80}, {80},
-                                        utf8Lines, onePiece));
+                                        utf8Lines, lineCount<File::TEXT_UTF8>));
 ThemeDeclaration const gSjisLines(theme("lines-sjis", "a line of Shift-JIS as UTF-8", "line", "", {80}, {80},
-                                        sjisLines, onePiece));
+                                        sjisLines, lineCount<File::TEXT_SJIS>));
 ThemeDeclaration const gFolders(theme("folders", "list a folder", "name", "names",
                                       {10, 100, 1000, 10000, 100000}, {1000}, folderSides, names));
 ThemeDeclaration const gWriting(theme("wave-write", "write sound", "piece", "", {4096}, {4096}, writingSides,

@@ -78,7 +78,6 @@ void proveEmpty(std::string const& path) {
 }
 
 Side filteredByUs() {
-    prove(registerLogType(LOG_TYPE, "<TEST> ", utl::LOG_LEVEL_DETAIL) == 1, "no type");
     return {OURS, [path = folder().make("none") + "/log"](std::size_t times) {
                 OutputTo const output(path);
                 for (std::size_t i = 0; i < times; ++i) {
@@ -112,7 +111,12 @@ Side filteredBySpdlog() {
             }};
 }
 
+void registerType() {
+    prove(registerLogType(LOG_TYPE, "<TEST> ", utl::LOG_LEVEL_DETAIL) == 1, "no type");
+}
+
 std::vector<Side> filteredSides(unsigned int) {
+    registerType();
     return {filteredByUs(),
             each(BARE, [] { compareLevel(LOG_TYPE, utl::LOG_LEVEL_DEBUG, "value %d of %s", 5, "name"); }),
             filteredBySpdlog()};
@@ -156,6 +160,7 @@ Side writtenBySpdlog() {
 }
 
 std::vector<Side> writtenSides(unsigned int) {
+    registerType();
     return {toOutput(OURS,
                      [](int number) {
                          applog(LOG_TYPE, utl::LOG_LEVEL_DETAIL, "value %d of %s", number, "name");

@@ -190,6 +190,10 @@ class AsioMailbox : public Mailbox {
 
 // --- the themes
 
+unsigned long long sumTo(unsigned int count) {
+    return (static_cast<unsigned long long>(count) + 1) * count / 2;
+}
+
 // Posts letters with the numbers from 1 to `count` from that many threads; returns the sum of the numbers.
 unsigned long long postAll(Mailbox& mailbox, unsigned int producers, unsigned int count) {
     std::atomic<unsigned int> number{0};
@@ -206,7 +210,7 @@ unsigned long long postAll(Mailbox& mailbox, unsigned int producers, unsigned in
             return isPosted;
         },
         count);
-    return (static_cast<unsigned long long>(count) + 1) * count / 2;
+    return sumTo(count);
 }
 
 Side postAndDeliver(NamedMailbox const& named, unsigned int producers) {
@@ -227,12 +231,22 @@ std::vector<Side> producersSides(unsigned int producers) {
     return sides;
 }
 
+// Posts letters with the numbers from 1 to `count`; returns their sum. There must be room for all of them.
+unsigned long long postHere(Mailbox& mailbox, unsigned int count) {
+    Letter letter;
+    while (letter.number < count) {
+        ++letter.number;
+        prove(mailbox.post(letter), "a queue that is full too early");
+    }
+    return sumTo(count);
+}
+
 // Fills a queue behind a thread that is held up, and lets it be emptied.
 Side fillAndEmpty(NamedMailbox const& named, unsigned int depth) {
     return {named.name, [mailbox = named.mailbox, depth](std::size_t times) {
                 for (std::size_t done = 0; done < times; done += depth) {
                     mailbox->inbox.expect(depth, true);
-                    unsigned long long const sum = postAll(*mailbox, 1, depth);
+                    unsigned long long const sum = postHere(*mailbox, depth);
                     mailbox->inbox.release();
                     mailbox->inbox.await(sum);
                 }

@@ -106,6 +106,16 @@ class Affinity {
     cpu_set_t mAll{};
 };
 
+// A side at a size, with its nanoseconds for a unit in each round.
+struct Case {
+    Side side;
+    unsigned int size;
+    std::size_t pieces;
+    double units;
+    std::size_t ours;  ///< the index of the library's side at this size
+    std::vector<double> times;
+};
+
 std::size_t piecesOf(Theme const& theme, unsigned int size, Side const& side) {
     if (std::size_t const fixed = theme.pieces(size)) {
         return fixed;
@@ -118,26 +128,33 @@ std::size_t piecesOf(Theme const& theme, unsigned int size, Side const& side) {
     return pieces;
 }
 
-// The nanoseconds of each side for each round.
-std::vector<std::vector<double>> roundsOf(Theme const& theme, unsigned int size,
-                                          std::vector<Side> const& sides, unsigned int rounds) {
-    std::vector<std::size_t> pieces;
-    std::vector<std::size_t> order;
-    for (Side const& side : sides) {
-        order.push_back(order.size());
-        pieces.push_back(piecesOf(theme, size, side));
-    }
-    double const units = theme.units(size);
-    std::minstd_rand lots;
-    std::vector<std::vector<double>> times(sides.size());
-    for (unsigned int round = 0; round < rounds; ++round) {
-        std::shuffle(order.begin(), order.end(), lots);
-        for (std::size_t const i : order) {
-            double const time = utlbench::elapsed(sides[i].work, pieces[i], theme.clock);
-            times[i].push_back(time / (static_cast<double>(pieces[i]) * units));
+std::vector<Case> casesOf(Theme const& theme) {
+    std::vector<Case> cases;
+    for (unsigned int const size : theme.sizes) {
+        double const units = theme.units(size);
+        std::size_t const ours = cases.size();
+        for (Side const& side : theme.sides(size)) {
+            std::size_t const pieces = piecesOf(theme, size, side);
+            cases.push_back({side, size, pieces, static_cast<double>(pieces) * units, ours, {}});
         }
     }
-    return times;
+    return cases;
+}
+
+// All sides at all sizes take turns: a machine that is slow for a while bends no line of a chart.
+void measure(Theme const& theme, std::vector<Case>& cases, unsigned int rounds) {
+    std::vector<Case*> order;
+    for (Case& each : cases) {
+        order.push_back(&each);
+    }
+    std::minstd_rand lots;
+    for (unsigned int round = 0; round < rounds; ++round) {
+        std::shuffle(order.begin(), order.end(), lots);
+        for (Case* const each : order) {
+            each->times.push_back(utlbench::elapsed(each->side.work, each->pieces, theme.clock) /
+                                  each->units);
+        }
+    }
 }
 
 double medianRatio(std::vector<double> const& times, std::vector<double> const& ours) {
@@ -148,20 +165,24 @@ double medianRatio(std::vector<double> const& times, std::vector<double> const& 
     return utlbench::median(ratios);
 }
 
-void run(Theme const& theme, unsigned int size, unsigned int rounds, std::FILE* rows) {
-    std::vector<Side> const sides = theme.sides(size);
-    auto const times = roundsOf(theme, size, sides, rounds);
-    bool const isShown = std::count(theme.shown.begin(), theme.shown.end(), size) != 0;
-    for (std::size_t i = 0; i < sides.size(); ++i) {
-        double const time = utlbench::median(times[i]);
-        double const ratio = medianRatio(times[i], times[0]);
-        std::printf("%-14s %9u %-34s %12.2f ns for a %s, %7.3f of ours\n", theme.id.c_str(), size,
-                    sides[i].name.c_str(), time, theme.unit.c_str(), ratio);
-        if (rows != nullptr) {
-            std::fprintf(rows, "%s\t%s\t%s\t%s\t%u\t%d\t%s\t%.3f\t%.4f\n", theme.id.c_str(),
-                         theme.title.c_str(), theme.unit.c_str(), theme.size.c_str(), size, isShown ? 1 : 0,
-                         sides[i].name.c_str(), time, ratio);
-        }
+void report(Theme const& theme, Case const& figure, Case const& ours, std::FILE* rows) {
+    double const time = utlbench::median(figure.times);
+    double const ratio = medianRatio(figure.times, ours.times);
+    bool const isShown = std::count(theme.shown.begin(), theme.shown.end(), figure.size) != 0;
+    std::printf("%-14s %9u %-32s %12.2f ns for each %s, %8.3f of ours\n", theme.id.c_str(), figure.size,
+                figure.side.name.c_str(), time, theme.unit.c_str(), ratio);
+    if (rows != nullptr) {
+        std::fprintf(rows, "%s\t%s\t%s\t%s\t%u\t%d\t%s\t%.3f\t%.4f\n", theme.id.c_str(), theme.title.c_str(),
+                     theme.unit.c_str(), theme.size.c_str(), figure.size, isShown ? 1 : 0,
+                     figure.side.name.c_str(), time, ratio);
+    }
+}
+
+void run(Theme const& theme, unsigned int rounds, std::FILE* rows) {
+    std::vector<Case> cases = casesOf(theme);
+    measure(theme, cases, rounds);
+    for (Case const& figure : cases) {
+        report(theme, figure, cases[figure.ours], rows);
     }
     std::fflush(stdout);
 }
@@ -180,9 +201,7 @@ int main(int argc, char** argv) {
             continue;
         }
         affinity.use(theme.processors);
-        for (unsigned int const size : theme.sizes) {
-            run(theme, size, options.rounds, rows);
-        }
+        run(theme, options.rounds, rows);
     }
     return rows == nullptr || std::fclose(rows) == 0 ? 0 : 1;
 }

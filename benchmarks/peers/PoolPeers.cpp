@@ -185,7 +185,7 @@ void keepAliveInThreads(unsigned int threads, std::size_t times) {
 
 std::mutex gTable;
 
-// One lock for all threads and a look at the clock.
+// The table of all threads behind one lock, and a look at the clock.
 void lockAndRead(unsigned int, std::size_t times) {
     for (std::size_t i = 0; i < times; ++i) {
         std::lock_guard<std::mutex> const lock(gTable);
@@ -195,8 +195,7 @@ void lockAndRead(unsigned int, std::size_t times) {
 
 std::vector<Side> watchedSides(unsigned int threads) {
     return {{OURS, [threads](std::size_t times) { keepAliveInThreads(threads, times); }},
-            {"one lock for all, and the clock",
-             [threads](std::size_t times) { inThreads(threads, times, lockAndRead); }}};
+            {BARE, [threads](std::size_t times) { inThreads(threads, times, lockAndRead); }}};
 }
 
 // --- the themes
