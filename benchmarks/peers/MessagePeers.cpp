@@ -37,7 +37,10 @@ class OurMailbox : public Mailbox, private utl::ThreadMsgListener {
     explicit OurMailbox(unsigned int places) : mThread(LETTER_BYTES, places, "mailbox") {
         prove(mThread.start(this) == 0, "no message thread");
     }
-    ~OurMailbox() override { mThread.stop(); }
+    ~OurMailbox() override {
+        mThread.stop();
+        mThread.leaveManagement();
+    }
     bool post(Letter const& letter) override { return mThread.postMsg(LetterMsg(letter)) != 0; }
 
   private:
@@ -269,7 +272,7 @@ std::size_t depthPieces(unsigned int depth) {
 Theme theme(char const* id, char const* title, char const* size, Processors processors,
             std::vector<unsigned int> const& sizes, std::vector<unsigned int> const& shown,
             std::function<std::vector<Side>(unsigned int)> const& sides) {
-    return {id, title, "message", size, utlbench::WALL_TIME, processors, sizes, shown, sides, 20};
+    return {id, title, "message", size, utlbench::WALL_TIME, processors, sizes, shown, sides, 40};
 }
 
 Theme depthTheme() {

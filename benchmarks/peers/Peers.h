@@ -47,7 +47,7 @@ struct Theme {
     std::function<std::vector<Side>(unsigned int)> sides;
 
     /// Milliseconds of one turn; what starts threads has long ones.
-    double turn = 5;
+    double turn = 10;
 
     /// How many units one piece of work is, by the size.
     std::function<double(unsigned int)> units = [](unsigned int) { return 1.0; };

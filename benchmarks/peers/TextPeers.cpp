@@ -2,6 +2,7 @@
 
 #include <unicode/ucasemap.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -22,9 +23,9 @@ using utlbench::Texts;
 using Conversion = std::size_t (*)(Texts&);
 
 // Text of the pages in pieces of that many bytes, about as much for all sizes, so that each meets the same
-// mixture of characters and nobody learns a short text by heart.
+// mixture of characters and no cache knows a short text by heart.
 std::vector<Texts> piecesOf(unsigned int bytes) {
-    constexpr std::size_t WHOLE = 100000;
+    constexpr std::size_t WHOLE = 1000000;
     std::string pages = utlbench::pageText();
     while (pages.size() <= bytes) {
         pages += utlbench::pageText();
@@ -41,12 +42,33 @@ std::vector<Texts> piecesOf(unsigned int bytes) {
     return pieces;
 }
 
+// The pieces close together in memory, with their UTF-8 and Shift-JIS alone.
+std::vector<Texts> compact(std::vector<Texts> const& pieces) {
+    std::vector<Texts> result(pieces.size(), Texts(std::string()));
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        result[i].utf8 = pieces[i].utf8;
+        result[i].sjis = pieces[i].sjis;
+    }
+    return result;
+}
+
+// All pieces are converted into the same room, as an application has one.
+std::string roomFor(std::vector<Texts> const& pieces) {
+    std::size_t most = 0;
+    for (Texts const& piece : pieces) {
+        most = std::max(most, 2 * piece.utf8.size() + 1);
+    }
+    return std::string(most, '\0');
+}
+
 Side conversion(char const* name, std::shared_ptr<std::vector<Texts>> const& pieces, Conversion convert,
                 std::size_t expected) {
-    return each(name, [pieces, convert, expected] {
+    return each(name, [pieces, convert, expected, room = roomFor(*pieces)]() mutable {
         std::size_t length = 0;
         for (Texts& piece : *pieces) {
+            piece.bytes.swap(room);
             length += convert(piece);
+            piece.bytes.swap(room);
         }
         prove(length == expected, "a text of another length");
     });
@@ -54,14 +76,15 @@ Side conversion(char const* name, std::shared_ptr<std::vector<Texts>> const& pie
 
 // Three ways that write the same.
 std::vector<Side> conversions(unsigned int bytes, Conversion ours, Conversion byIconv, Conversion byIcu) {
-    auto const pieces = std::make_shared<std::vector<Texts>>(piecesOf(bytes));
+    std::vector<Texts> texts = piecesOf(bytes);
     std::size_t length = 0;
-    for (Texts& piece : *pieces) {
+    for (Texts& piece : texts) {
         std::string const result = utlbench::resultOf(ours, piece);
         prove(result == utlbench::resultOf(byIconv, piece) && result == utlbench::resultOf(byIcu, piece),
               "converters that differ");
         length += ours(piece);
     }
+    auto const pieces = std::make_shared<std::vector<Texts>>(compact(texts));
     return {conversion(OURS, pieces, ours, length), conversion("iconv", pieces, byIconv, length),
             conversion("ICU", pieces, byIcu, length)};
 }

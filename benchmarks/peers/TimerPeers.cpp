@@ -57,6 +57,7 @@ void runOurTimers(unsigned int timers, Expiries& expiries) {
     prove(thread.start(&receiver) == 0 && thread.sendMsgSync(START_MSG) != 0, "no message thread");
     expiries.await();
     thread.stop();
+    thread.leaveManagement();
 }
 
 // --- a signal and two tokens through a pipe for each expiry, with one lock around the queue
