@@ -1,17 +1,12 @@
 #pragma once
 
-// What the benchmarks of files share: a place to work in, and the system calls as the library promises to
-// make them.
+// What the benchmarks of files share: a place to work in.
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <string>
-
-#include "UtlThreadManager.h"
-#include "UtlThreadWatchdog.h"
 
 namespace utlbench {
 
@@ -40,23 +35,5 @@ class BenchFolder {
   private:
     std::string mPath;
 };
-
-/// Returns what `call()` returns, with a sign of life before and after it, as around each system call of an
-/// opening, a write and a close.
-template <typename CALL>
-auto reported(CALL call) {
-    utl::ThreadManager::get()->keepAliveWatchdog(utl::StatementInfo("f", "f", 1, 1));
-    auto const result = call();
-    utl::ThreadManager::get()->keepAliveWatchdog(utl::StatementInfo("f", "f", 1, 2));
-    return result;
-}
-
-inline bool look(char const* path, struct stat* status) {
-    return reported([=] { return stat(path, status); }) == 0;
-}
-
-inline bool change(char const* path, mode_t mode) {
-    return reported([=] { return chmod(path, mode); }) == 0;
-}
 
 }  // namespace utlbench

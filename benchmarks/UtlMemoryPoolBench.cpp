@@ -1,35 +1,30 @@
-// Taking and releasing blocks, against a recursive lock with the same signs of life.
+// Taking and releasing blocks, against a plain lock that is held once for each of the two.
 
 #include "UtlMemoryPool.h"
 
 #include <pthread.h>
-#include <sched.h>
 
-#include <cstring>
+#include <memory>
 #include <random>
-#include <thread>
 #include <vector>
 
 #include "BenchRatio.h"
-#include "UtlThreadManager.h"
-#include "UtlThreadWatchdog.h"
+#include "BenchThreads.h"
 
 namespace {
 
 constexpr unsigned int BLOCK_BYTES = 64;
 
-pthread_mutex_t gBareLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+pthread_mutex_t gBareLock = PTHREAD_MUTEX_INITIALIZER;
 
-void bareCall(char const* function, unsigned int line) {
-    utl::ThreadManager::get()->keepAliveWatchdog(utl::StatementInfo("bench", function, line, 1));
-    pthread_mutex_lock(&gBareLock);
-    utl::ThreadManager::get()->keepAliveWatchdog(utl::StatementInfo("bench", function, line, 2));
-    pthread_mutex_unlock(&gBareLock);
+void bareCall(pthread_mutex_t& lock) {
+    pthread_mutex_lock(&lock);
+    pthread_mutex_unlock(&lock);
 }
 
 void bareCreateAndRelease() {
-    bareCall("create", 1);
-    bareCall("release", 2);
+    bareCall(gBareLock);
+    bareCall(gBareLock);
 }
 
 // A pool that is full except for one block; blocks are released and taken in a random order.
@@ -86,36 +81,38 @@ UTL_RATIO_CPU(
 UTL_RATIO_CPU(
     "pool of 16,384: release and create, random", [] { pool<16384>().random(); }, bareCreateAndRelease, GOAL);
 
-// Two threads make `calls` calls of `work` each at the same time, on whatever processors there are.
-template <typename WORK>
-void inTwoThreads(std::size_t calls, WORK work) {
-    auto const run = [calls, work] {
-        cpu_set_t processors;
-        std::memset(&processors, 0xFF, sizeof(processors));
-        sched_setaffinity(0, sizeof(processors), &processors);
-        for (std::size_t i = 0; i < calls; ++i) {
-            work();
-        }
+auto ownPool() {
+    return [pool = std::make_shared<utl::MemoryPool>(BLOCK_BYTES, 1024, "own")] {
+        pool->release(pool->create());
     };
-    std::thread first(run);
-    std::thread second(run);
-    first.join();
-    second.join();
 }
 
-void takeAndGiveBack() {
-    static utl::MemoryPool pool(BLOCK_BYTES, 1024, "two");
-    pool.release(pool.create());
+auto ownLock() {
+    return [lock = std::make_shared<pthread_mutex_t>(pthread_mutex_t(PTHREAD_MUTEX_INITIALIZER))] {
+        bareCall(*lock);
+        bareCall(*lock);
+    };
 }
 
-struct TwoThreadsDeclaration {
-    TwoThreadsDeclaration() {
-        utlbench::ratioFigures().push_back(
-            {"pool of 1,024: create and release, two threads at a time",
-             [](std::size_t calls) { inTwoThreads(calls, takeAndGiveBack); },
-             [](std::size_t calls) { inTwoThreads(calls, bareCreateAndRelease); }, GOAL,
-             utlbench::WALL_TIME});
-    }
-} const gTwoThreadsDeclaration;
+auto aPool() {
+    static utl::MemoryPool pool(BLOCK_BYTES, 1024, "one");
+    return [] { pool.release(pool.create()); };
+}
+
+auto aLock() {
+    return [] { bareCreateAndRelease(); };
+}
+
+utlbench::ThreadsDeclaration const gPoolOfEach(
+    "two threads with a pool each: create and release, against two threads with a plain lock each", 2,
+    [] { return ownPool(); }, 2, [] { return ownLock(); }, GOAL);
+
+utlbench::ThreadsDeclaration const gPoolBesideAnother(
+    "two threads with a pool each: create and release, against one thread with one", 2,
+    [] { return ownPool(); }, 1, [] { return ownPool(); }, 1.2);
+
+utlbench::ThreadsDeclaration const gPoolOfTwo(
+    "two threads with one pool: create and release, against two threads with one plain lock", 2,
+    [] { return aPool(); }, 2, [] { return aLock(); }, GOAL);
 
 }  // namespace

@@ -46,6 +46,7 @@ inline bool operator!=(StatementInfo const& left, StatementInfo const& right) no
     return !(left == right);
 }
 
+class LifeSign;
 class WatchdogTimerListener;
 
 /// What the watchdog knows of one thread; *external lock needed*, because it is a plain record.
@@ -210,9 +211,10 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     /// Writes the table to the log at `level`.
     void printWatchdogInfo(int level);
 
-    /// The record of thread `id`, null if there is none, whether or not the watchdog is initialized. Points
-    /// into the table, which is locked only while it is searched: for callers that know that no thread is
-    /// registered or unregistered meanwhile and, to read or write the fields, that none reports.
+    /// The record of thread `id`, null if there is none, whether or not the watchdog is initialized. It shows
+    /// what was reported before the call; ask again for later reports. Points into the table, which is locked
+    /// only while it is searched: for callers that know that no thread is registered or unregistered
+    /// meanwhile and, to read or write the fields, that none reports.
     [[nodiscard]] WatchdogInfo* findWatchdogInfo(int id) noexcept;
 
   protected:
@@ -240,8 +242,14 @@ class UTL_API ThreadWatchdog : public ThreadMsgListener {
     // `entry` with a record that is moved in.
     bool insert(WatchdogInfo& info);
 
+    class TableLook;
+    class RowLook;
+    struct CallersPlace;
     struct TableSize;
     enum TimeoutResult { NOT_OVERDUE, TABLE_HAS_GROWN, DECLARED };
+
+    CallersPlace const& callersPlace(int id) noexcept;
+    LifeSign* signOf(int id) noexcept UTL_REQUIRES(mInfosSyncObject);
 
     // What `step` returns for the record of thread `id`, under the table's lock; false if there is none.
     template <typename STEP>

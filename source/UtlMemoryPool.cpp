@@ -56,7 +56,12 @@ class FreeTree {
 
     void insert(unsigned int index) {
         for (unsigned int level = 0; level < mLevelCount; ++level) {
-            mLevels[level][index / BITS] |= 1U << (index % BITS);
+            unsigned int& word = mLevels[level][index / BITS];
+            bool const isKnownAbove = word != 0;
+            word |= 1U << (index % BITS);
+            if (isKnownAbove) {
+                return;
+            }
             index /= BITS;
         }
     }

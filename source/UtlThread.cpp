@@ -7,6 +7,7 @@
 
 #include "UtlThreadManager.h"
 #include "internal/base/UtlCallIfPresent.h"
+#include "internal/thread/UtlKeepAlive.h"
 #include "internal/thread/UtlThreadLife.h"
 #include "internal/time/UtlEventWait.h"
 
@@ -156,7 +157,7 @@ bool Thread::stopWatchdog() {
 }
 
 void Thread::keepAliveWatchdog(StatementInfo const& info) {
-    ThreadManager* const manager = ThreadManager::getOrNull();
+    ThreadManager* const manager = isKnownUnregistered() ? nullptr : ThreadManager::getOrNull();
     if (manager != nullptr) {
         manager->keepAliveWatchdog(info);
     }

@@ -63,6 +63,7 @@ thread_local int tThreadId = 0;  // 0: the kernel has not been asked yet
 
 void forgetThreadId() {
     tThreadId = 0;
+    tUnregisteredAt = 0;
 }
 
 // False before the library's static initialisers have run. Until then no id is remembered, because the child
@@ -357,6 +358,7 @@ void ThreadManager::destroy() {
     mpTheObject = nullptr;
     gWatchdogFailed = false;
     mHasInitializedWatchdog = false;
+    changeWatchdogTableVersion();
 }
 
 // Nobody starts a watchdog any more until the flag is cleared. A thread whose end has created a new instance
@@ -691,8 +693,17 @@ bool ThreadManager::setWatchdogWatchInterval(unsigned int interval) {
     return callIfPresent(mWatchdog.load(), &ThreadWatchdog::setWatchInterval, interval);
 }
 
+// What was found out about the thread holds as long as no table changes.
 void ThreadManager::keepAliveWatchdog(StatementInfo const& info) {
-    callIfPresent(mWatchdog.load(), &ThreadWatchdog::keepAlive, info);
+    if (isKnownUnregistered()) {
+        return;
+    }
+    unsigned int const version = gWatchdogTableVersion;
+    if (isRegisteredWatchdog(CALLER)) {
+        callIfPresent(mWatchdog.load(), &ThreadWatchdog::keepAlive, info);
+    } else {
+        tUnregisteredAt = version;
+    }
 }
 
 template class Map<int, ThreadManager::ThreadEntry>;

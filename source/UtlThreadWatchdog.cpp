@@ -10,8 +10,13 @@
 #include "UtlTimeCounter.h"
 #include "internal/base/UtlProcessWide.h"
 #include "internal/log/UtlLogText.h"
+#include "internal/thread/UtlKeepAlive.h"
+#include "internal/thread/UtlLifeSign.h"
 
 namespace utl {
+
+UTL_CONSTINIT std::atomic<unsigned int> gWatchdogTableVersion{1};
+UTL_CONSTINIT thread_local unsigned int tUnregisteredAt = 0;
 
 namespace {
 
@@ -74,22 +79,6 @@ bool refuseZeroAliveTime(int id) {
     return false;
 }
 
-// The record of the calling thread, whose id is `id`; null if there is none. A thread that reports again
-// finds its record where it was the last time, unless the table has changed.
-WatchdogInfo* findCallersInfo(WatchdogInfos& infos, int id) {
-    thread_local unsigned int tIndex = 0;
-    auto* const last = infos.getAt(tIndex);
-    if (last != nullptr && last->mKey == id) {
-        return &last->mValue;
-    }
-    tIndex = searchPosition(id, infos.getAt(0), infos.size(), CompareLessPairKey<int, WatchdogInfo>());
-    auto* const found = infos.getAt(tIndex);
-    return found != nullptr && found->mKey == id ? &found->mValue : nullptr;
-}
-
-// Rises when a thread is registered or unregistered.
-std::atomic<unsigned int> gTableVersion{0};
-
 // Sets the flag that a sign of life is being processed, as long as the scope lasts.
 class [[nodiscard]] InKeepAlive {
   public:
@@ -104,6 +93,11 @@ class [[nodiscard]] InKeepAlive {
 
 }  // namespace
 
+// Never 0, which is what a thread knows that has not asked yet.
+void changeWatchdogTableVersion() noexcept {
+    gWatchdogTableVersion += 2;
+}
+
 // The constants of the two classes under their own linker names: a plain definition would register their
 // destructors at the start of the process, and run them at its end.
 UTL_API extern ProcessWideConstant<StatementInfo> const gInvalidStatement asm(
@@ -111,6 +105,70 @@ UTL_API extern ProcessWideConstant<StatementInfo> const gInvalidStatement asm(
 UTL_CONSTINIT ProcessWideConstant<StatementInfo> const gInvalidStatement("", "", 0U, 0U);
 UTL_API extern ProcessWideConstant<WatchdogInfo> const gInvalidInfo asm("_ZN3utl12WatchdogInfo7INVALIDE");
 UTL_CONSTINIT ProcessWideConstant<WatchdogInfo> const gInvalidInfo{ConstantTag()};
+
+// Holds the lock of the table, whose rows are up to date when it begins; *one owner thread*. Threads that
+// report have to wait.
+class [[nodiscard]] UTL_SCOPED_CAPABILITY ThreadWatchdog::TableLook {
+  public:
+    explicit TableLook(ThreadWatchdog& watchdog) UTL_ACQUIRE(watchdog.mInfosSyncObject)
+        : mWatchdog(watchdog), mGuard(watchdog.mInfosSyncObject) {
+        forEachRow(mWatchdog.mInfos, &LifeSign::close);
+    }
+    ~TableLook() UTL_RELEASE() { forEachRow(mWatchdog.mInfos, &LifeSign::open); }
+    TableLook(TableLook const&) = delete;
+    TableLook& operator=(TableLook const&) = delete;
+
+  private:
+    template <typename STEP>
+    void forEachRow(WatchdogInfos& infos, STEP step) {
+        LifeSign::forEachOf(&mWatchdog, [&infos, step](LifeSign& sign, int id) {
+            WatchdogInfo* const info = infos.find(id);
+            if (info != nullptr) {
+                (sign.*step)(*info);
+            }
+        });
+    }
+
+    ThreadWatchdog& mWatchdog;
+    SyncGuard const mGuard;
+};
+
+// The row of a thread, up to date, under the lock of the table; *one owner thread*. The thread has to wait if
+// it reports meanwhile.
+class [[nodiscard]] ThreadWatchdog::RowLook {
+  public:
+    RowLook(WatchdogInfo* info, LifeSign* sign) : mInfo(info), mSign(info != nullptr ? sign : nullptr) {
+        if (mSign != nullptr) {
+            mSign->close(*mInfo);
+        }
+    }
+    ~RowLook() {
+        if (mSign != nullptr) {
+            mSign->open(*mInfo);
+        }
+    }
+    RowLook(RowLook const&) = delete;
+    RowLook& operator=(RowLook const&) = delete;
+
+    /// Null if the thread is not registered.
+    WatchdogInfo* info() const { return mInfo; }
+
+    /// The row outlives the look: the thread's next report will be made in it.
+    void leaveClosed() { mSign = nullptr; }
+
+  private:
+    WatchdogInfo* const mInfo;
+    LifeSign* mSign;
+};
+
+// What a thread knows of itself.
+struct ThreadWatchdog::CallersPlace {
+    ThreadWatchdog const* watchdog;
+    unsigned int version;  // of the table
+    int id;
+    bool isRegistered;
+    LifeSign* sign;  // null for a thread that reports in the table
+};
 
 // What a copy of the table has to have room for.
 struct ThreadWatchdog::TableSize {
@@ -199,8 +257,9 @@ void ThreadWatchdog::replaceThread() {
 }
 
 ThreadWatchdog::~ThreadWatchdog() {
-    ++gTableVersion;
     delete mThread;
+    LifeSign::forEachOf(this, [](LifeSign& sign, int) { sign.giveBack(); });
+    changeWatchdogTableVersion();
 }
 
 bool ThreadWatchdog::initialize(unsigned int interval) {
@@ -208,6 +267,7 @@ bool ThreadWatchdog::initialize(unsigned int interval) {
         return false;
     }
     mInitialized = true;
+    changeWatchdogTableVersion();
     return true;
 }
 
@@ -257,7 +317,7 @@ void ThreadWatchdog::executeWatchThreads() {
 
 // The id of the first overdue thread, `NO_ID` if there is none.
 int ThreadWatchdog::findOverdue(unsigned int now) {
-    SyncGuard const guard(mInfosSyncObject);
+    TableLook const look(*this);
     for (unsigned int i = 0; i < mInfos.size(); ++i) {
         WatchdogInfo const& info = mInfos.getAt(i)->mValue;
         if (canTimeOut(info) && isOverdue(info, now)) {
@@ -309,7 +369,7 @@ ThreadWatchdog::TimeoutResult ThreadWatchdog::declareTimeout(int id, unsigned in
                                                              TableSize const& allocated,
                                                              WatchdogTimerListener** listener,
                                                              WatchdogInfos* copy) {
-    SyncGuard const guard(mInfosSyncObject);
+    TableLook const look(*this);
     WatchdogInfo* const info = mInfos.find(id);
     if (info == nullptr || !canTimeOut(*info) || (now != WatchdogInfo::NO_TICK && !isOverdue(*info, now))) {
         return NOT_OVERDUE;
@@ -347,12 +407,13 @@ bool ThreadWatchdog::insert(WatchdogInfo& info) {
     }
     int const id = info.id;
     SyncGuard const guard(mInfosSyncObject);
-    ++gTableVersion;
     if (!mInfos.insertSwapped(id, info)) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "ThreadWatchdog Register EntryMap ID:%d", id);
         return false;
     }
     WatchdogInfo const& inserted = *mInfos.find(id);
+    LifeSign::lend(this, inserted);
+    changeWatchdogTableVersion();
     applog(LOG_TYPE_LIBRARY, LOG_LEVEL_DETAIL, "ThreadWatchdog Register ID:%d, AliveTime:%u, Name:%s", id,
            inserted.aliveTime, orEmpty(inserted.name.buffer()));
     return true;
@@ -364,39 +425,59 @@ bool ThreadWatchdog::unregister(int id) {
     }
     WatchdogInfo erased;  // freed after the lock is released, like all memory
     SyncGuard const guard(mInfosSyncObject);
-    ++gTableVersion;
-    return mInfos.eraseSwapped(id, erased);
+    if (!mInfos.eraseSwapped(id, erased)) {
+        return false;
+    }
+    changeWatchdogTableVersion();
+    LifeSign* const sign = LifeSign::find(this, id);
+    if (sign != nullptr) {
+        sign->giveBack();
+    }
+    return true;
 }
 
-// A message thread asks for itself around each message, so each thread keeps its last answer. The version is
-// read before the table, so that an answer is not used again if the table changes in between.
 bool ThreadWatchdog::isRegistered(int id) noexcept {
     if (!mInitialized) {
         return false;
     }
-    thread_local struct {
-        ThreadWatchdog const* watchdog;
-        unsigned int version;
-        int id;
-        bool isRegistered;
-    } tLast = {nullptr, 0, ThreadManager::NO_ID, false};
-    unsigned int const version = gTableVersion;
-    if (tLast.watchdog != this || tLast.version != version || tLast.id != id) {
-        tLast = {this, version, id, findWatchdogInfo(id) != nullptr};
+    if (id == ThreadManager::getCallerId()) {
+        return callersPlace(id).isRegistered;
     }
-    return tLast.isRegistered;
+    SyncGuard const guard(mInfosSyncObject);
+    return mInfos.find(id) != nullptr;
+}
+
+// Each thread asks for itself around each call that may block, so it keeps its last answer. The version is
+// read before the table, so that an answer is not used again if the table changes in between.
+ThreadWatchdog::CallersPlace const& ThreadWatchdog::callersPlace(int id) noexcept {
+    thread_local CallersPlace tLast = {nullptr, 0, ThreadManager::NO_ID, false, nullptr};
+    unsigned int const version = gWatchdogTableVersion;
+    if (tLast.watchdog != this || tLast.version != version || tLast.id != id) {
+        SyncGuard const guard(mInfosSyncObject);
+        bool const isRegistered = mInfos.find(id) != nullptr;
+        tLast = {this, version, id, isRegistered, isRegistered ? LifeSign::find(this, id) : nullptr};
+    }
+    return tLast;
+}
+
+LifeSign* ThreadWatchdog::signOf(int id) noexcept {
+    return id == ThreadManager::getCallerId() ? callersPlace(id).sign : LifeSign::find(this, id);
 }
 
 template <typename STEP>
 bool ThreadWatchdog::withInfo(int id, STEP step) {
     SyncGuard const guard(mInfosSyncObject);
-    WatchdogInfo* const info = mInfos.find(id);
-    return info != nullptr && step(*info);
+    RowLook const look(mInfos.find(id), signOf(id));
+    return look.info() != nullptr && step(*look.info());
 }
 
 bool ThreadWatchdog::isWatching(int id) noexcept {
-    return mInitialized &&
-           withInfo(id, [](WatchdogInfo const& info) { return info.watchStatus == WatchdogInfo::WATCHING; });
+    if (!mInitialized) {
+        return false;
+    }
+    SyncGuard const guard(mInfosSyncObject);
+    WatchdogInfo const* const info = mInfos.find(id);
+    return info != nullptr && info->watchStatus == WatchdogInfo::WATCHING;
 }
 
 bool ThreadWatchdog::setAliveTime(int id, unsigned int aliveTime) {
@@ -415,20 +496,32 @@ bool ThreadWatchdog::stop(int id) {
 }
 
 bool ThreadWatchdog::keepAlive(StatementInfo const& info) {
-    return mInitialized && executeKeepAlive(ThreadManager::getCallerId(), info);
+    if (!mInitialized) {
+        return false;
+    }
+    int const id = ThreadManager::getCallerId();
+    CallersPlace const& place = callersPlace(id);
+    if (!place.isRegistered) {
+        return false;
+    }
+    LifeSign::Outcome const outcome =
+        place.sign != nullptr ? place.sign->report(id, info) : LifeSign::ASK_THE_TABLE;
+    return outcome == LifeSign::ASK_THE_TABLE ? executeKeepAlive(id, info) : outcome == LifeSign::REPORTED;
 }
 
 void ThreadWatchdog::printWatchdogInfo(int level) {
     if (!mInitialized) {
         return;
     }
-    SyncGuard const guard(mInfosSyncObject);
+    TableLook const look(*this);
     print(level, mInfos);
 }
 
 WatchdogInfo* ThreadWatchdog::findWatchdogInfo(int id) noexcept {
     SyncGuard const guard(mInfosSyncObject);
-    return mInfos.find(id);
+    RowLook look(mInfos.find(id), signOf(id));
+    look.leaveClosed();
+    return look.info();
 }
 
 bool ThreadWatchdog::executeSetAliveTime(int id, unsigned int aliveTime) {
@@ -466,7 +559,8 @@ bool ThreadWatchdog::executeKeepAlive(int id, StatementInfo const& info) {
         return false;
     }
     InKeepAlive const inKeepAlive(mInKeepAlive);
-    WatchdogInfo* const found = findCallersInfo(mInfos, id);
+    RowLook const look(mInfos.find(id), signOf(id));
+    WatchdogInfo* const found = look.info();
     if (found == nullptr) {
         return false;
     }

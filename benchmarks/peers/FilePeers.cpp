@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -165,48 +164,14 @@ std::vector<Side> folderSides(unsigned int names) {
 
 // --- sound, in pieces of 4 KB
 
-// One lock, and the system calls of a write: the folder is widened for it and put back.
-void writeBareMinute() {
-    std::mutex mutex;
-    char const* const folder = utlbench::soundFolder().c_str();
-    int const file = open(utlbench::soundPath().c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0777);
-    for (unsigned int i = 0; i < utlbench::PIECES; ++i) {
-        std::lock_guard<std::mutex> const lock(mutex);
-        struct stat before = {};
-        struct stat after = {};
-        prove(stat(folder, &before) == 0 && chmod(folder, 0777) == 0, "no folder");
-        utlbench::check(write(file, utlbench::soundPiece().data(), utlbench::PIECE) == utlbench::PIECE);
-        prove(stat(folder, &after) == 0 && chmod(folder, before.st_mode & 07777) == 0, "no folder");
-    }
-    fsync(file);
-    close(file);
-}
-
-void readBareMinute() {
-    std::mutex mutex;
-    int const file = open(utlbench::soundPath().c_str(), O_RDONLY | O_CLOEXEC);
-    ssize_t count = 0;
-    std::size_t bytes = 0;
-    do {
-        std::lock_guard<std::mutex> const lock(mutex);
-        struct stat status = {};
-        prove(fstat(file, &status) == 0, "no file");
-        count = read(file, utlbench::soundPiece().data(), utlbench::PIECE);
-        bytes += static_cast<std::size_t>(count);
-    } while (count > 0);
-    utlbench::check(bytes >= std::size_t{utlbench::PIECE} * utlbench::PIECES);
-    fsync(file);
-    close(file);
-}
-
 std::vector<Side> writingSides(unsigned int) {
-    return {each(OURS, utlbench::writeMinute), each(BARE, writeBareMinute),
+    return {each(OURS, utlbench::writeMinute), each(BARE, utlbench::writeBareMinute),
             each("libsndfile", utlbench::writeMinuteByLibsndfile)};
 }
 
 std::vector<Side> readingSides(unsigned int) {
     utlbench::writeMinute();
-    return {each(OURS, utlbench::readMinute), each(BARE, readBareMinute),
+    return {each(OURS, utlbench::readMinute), each(BARE, utlbench::readBareMinute),
             each("libsndfile", utlbench::readMinuteByLibsndfile)};
 }
 

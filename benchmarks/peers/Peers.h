@@ -20,9 +20,6 @@ constexpr char const* BARE = "bare";
 /// Name of the library's own side.
 constexpr char const* OURS = "utl";
 
-/// The processor time of all threads of the process.
-constexpr utlbench::Clock PROCESS_TIME = utlbench::nanosecondsOf<CLOCK_PROCESS_CPUTIME_ID>;
-
 struct Side {
     std::string name;
 

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "BenchThreads.h"
 #include "Peers.h"
 #include "UtlMemoryPool.h"
 #include "UtlThread.h"
@@ -87,46 +88,31 @@ class Heap {
     void giveBack(void* block) { std::free(block); }
 };
 
-// --- several threads
-
-/// Runs `work(thread, times)` in that many threads at once, with the times divided among them.
-template <typename WORK>
-void inThreads(unsigned int threads, std::size_t times, WORK work) {
-    std::vector<std::thread> running;
-    for (unsigned int i = 0; i < threads; ++i) {
-        running.emplace_back([=] { work(i, (times + threads - 1) / threads); });
-    }
-    for (std::thread& thread : running) {
-        thread.join();
-    }
-}
-
 // Takes two blocks, writes into both, and gives them back. Each is its own as long as the others stay away.
 template <typename POOL>
-void useBlocks(POOL& pool, std::size_t times) {
-    for (std::size_t i = 0; i < times; i += 2) {
-        void* const first = pool.take();
-        void* const second = pool.take();
-        std::memcpy(first, &i, sizeof(i));
-        std::memset(second, 0xFF, BLOCK_BYTES);
-        utlbench::keep(second);
-        prove(std::memcmp(first, &i, sizeof(i)) == 0, "a block that two own");
-        pool.giveBack(first);
-        pool.giveBack(second);
-    }
+void useTwoBlocks(POOL& pool) {
+    void* const first = pool.take();
+    void* const second = pool.take();
+    std::memcpy(first, &second, sizeof(second));
+    std::memset(second, 0xFF, BLOCK_BYTES);
+    utlbench::keep(second);
+    prove(std::memcmp(first, &second, sizeof(second)) == 0, "a block that two own");
+    pool.giveBack(first);
+    pool.giveBack(second);
 }
 
 // A pool for each thread, so that nothing of theirs is shared.
 template <typename POOL>
 Side pool(unsigned int threads) {
-    auto const pools = std::make_shared<std::vector<std::unique_ptr<POOL>>>();
-    for (unsigned int i = 0; i < threads; ++i) {
-        pools->push_back(std::make_unique<POOL>());
-    }
-    return {POOL::NAME, [pools, threads](std::size_t times) {
-                inThreads(threads, times,
-                          [&](unsigned int i, std::size_t each) { useBlocks(*(*pools)[i], each); });
+    return {POOL::NAME, [threads](std::size_t times) {
+                utlbench::inThreads(threads, times, [] {
+                    return [pool = std::make_shared<POOL>()] { useTwoBlocks(*pool); };
+                });
             }};
+}
+
+double twoBlocks(unsigned int) {
+    return 2;
 }
 
 std::vector<Side> poolSides(unsigned int threads) {
@@ -186,27 +172,33 @@ void keepAliveInThreads(unsigned int threads, std::size_t times) {
 std::mutex gTable;
 
 // The table of all threads behind one lock, and a look at the clock.
-void lockAndRead(unsigned int, std::size_t times) {
-    for (std::size_t i = 0; i < times; ++i) {
-        std::lock_guard<std::mutex> const lock(gTable);
-        utlbench::keep(utlbench::WALL_TIME());
-    }
+void lockAndRead() {
+    std::lock_guard<std::mutex> const lock(gTable);
+    utlbench::keep(utlbench::WALL_TIME());
 }
 
 std::vector<Side> watchedSides(unsigned int threads) {
     return {{OURS, [threads](std::size_t times) { keepAliveInThreads(threads, times); }},
-            {BARE, [threads](std::size_t times) { inThreads(threads, times, lockAndRead); }}};
+            {BARE, [threads](std::size_t times) {
+                 utlbench::inThreads(threads, times, [] { return lockAndRead; });
+             }}};
 }
 
 // --- the themes
 
 Theme theme(char const* id, char const* title, char const* unit, std::vector<unsigned int> const& sizes,
             std::vector<unsigned int> const& shown, std::vector<Side> (*sides)(unsigned int)) {
-    return {id, title, unit, "threads", PROCESS_TIME, ALL_PROCESSORS, sizes, shown, sides, 40};
+    return {id, title, unit, "threads", utlbench::PROCESS_TIME, ALL_PROCESSORS, sizes, shown, sides, 40};
 }
 
-ThemeDeclaration const gPool(theme("pool", "take a block and give it back, a pool for each thread", "block",
-                                   {1, 2, 4, 8}, {1, 2}, poolSides));
+Theme poolTheme() {
+    Theme result = theme("pool", "take a block and give it back, a pool for each thread", "block",
+                         {1, 2, 4, 8}, {1, 2}, poolSides);
+    result.units = twoBlocks;
+    return result;
+}
+
+ThemeDeclaration const gPool(poolTheme());
 ThemeDeclaration const gWatched(theme("watched", "a watched thread's sign of life", "call",
                                       {1, 2, 4, 8, 16, 32, 64}, {1, 8}, watchedSides));
 

@@ -14,6 +14,7 @@
 #include <memory>
 #include <thread>
 
+#include "BenchThreads.h"
 #include "Peers.h"
 #include "Timers.h"
 #include "UtlMsgDrivenThread.h"
@@ -267,7 +268,7 @@ Theme theme() {
                     "expiry of timers of 10 ms, due together",
                     "expiry",
                     "timers",
-                    PROCESS_TIME,
+                    utlbench::PROCESS_TIME,
                     ONE_PROCESSOR,
                     {10, 30, 100, 300, 1000},
                     {100},

@@ -241,7 +241,7 @@ TEST_F(MemoryOfOperators, ThreadsMayBeginAndEndWhileReportsAreWritten) {
         }
     });
     for (int i = 0; i < 30; ++i) {
-        utltest::HeldThread thread("Worker");
+        utltest::HeldThread thread("Worker", i % 2, 60000);  // each second one is watched
         EXPECT_NE(thread.id(), 0);
     }
     done = true;

@@ -966,11 +966,13 @@ std::vector<std::string> gReports;
 std::atomic<unsigned int> gReads{0};
 
 int noteReport(clockid_t clock, timespec* now) {
-    utl::ThreadWatchdog& watchdog = utltest::ThreadManagerAccess::watchdog();
-    if (gReporter == kernelId() && utltest::ThreadWatchdogAccess::isInKeepAlive(watchdog)) {
-        utl::StatementInfo const place =
-            utltest::ThreadWatchdogAccess::copyInfo(watchdog, kernelId()).lastStatement;
-        gReports.push_back(std::string(place.function) + " " + std::to_string(place.sub));
+    if (gReporter == kernelId()) {
+        utl::WatchdogInfo const info =
+            utltest::ThreadWatchdogAccess::copyInfo(utltest::ThreadManagerAccess::watchdog(), kernelId());
+        if (info.lastAliveTick != utl::WatchdogInfo::NO_TICK) {  // otherwise its watching begins
+            gReports.push_back(std::string(info.lastStatement.function) + " " +
+                               std::to_string(info.lastStatement.sub));
+        }
     }
     return hooks::clockGetTime.real(clock, now);
 }

@@ -53,7 +53,7 @@ struct ThreadWatchdogAccess {
     /// A copy of the record of a registered thread, which the watchdog's thread may be about to change.
     static utl::WatchdogInfo copyInfo(utl::ThreadWatchdog& watchdog, int id) {
         utl::SyncGuard const guard(watchdog.*in_watchdog::mInfosSyncObject);
-        utl::WatchdogInfo const* const info = (watchdog.*in_watchdog::mInfos).find(id);
+        utl::WatchdogInfo const* const info = watchdog.findWatchdogInfo(id);
         return info != nullptr ? *info : utl::WatchdogInfo();
     }
 };

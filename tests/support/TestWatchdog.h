@@ -48,8 +48,10 @@ class NotingListener : public utl::WatchdogTimerListener {
     std::function<void(int id, utl::WatchdogInfos const& infos)> then;
 
     void onTime(int id, utl::WatchdogInfos const& infos) override {
+        std::function<void(int, utl::WatchdogInfos const&)> next;
         {
             std::lock_guard<std::mutex> const guard(mMutex);
+            next = then;
             mIds.push_back(id);
             mThreadId = kernelId();
             mSnapshot.clear();
@@ -57,9 +59,14 @@ class NotingListener : public utl::WatchdogTimerListener {
                 mSnapshot.push_back(infos.getAt(i)->mValue);
             }
         }
-        if (then) {
-            then(id, infos);
+        if (next) {
+            next(id, infos);
         }
+    }
+
+    void forgetThen() {
+        std::lock_guard<std::mutex> const guard(mMutex);
+        then = nullptr;
     }
 
     std::vector<int> ids() const {
@@ -194,7 +201,7 @@ class WatchdogThread : public WithManager {
         EXPECT_TRUE(manager().setWatchdogWatchInterval(1));
     }
     ~WatchdogThread() override {
-        mListener.then = nullptr;
+        mListener.forgetThen();
         utl::ThreadManager::destroy();
     }
 

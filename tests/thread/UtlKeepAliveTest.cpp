@@ -4,10 +4,15 @@
 
 #include <cerrno>
 #include <memory>
+#include <thread>
 
 #include "TestHooks.h"
 #include "TestLog.h"
 #include "TestThreads.h"
+
+// Those of the library are its own: the brackets of this program ask it each time.
+UTL_CONSTINIT std::atomic<unsigned int> utl::gWatchdogTableVersion{1};
+UTL_CONSTINIT thread_local unsigned int utl::tUnregisteredAt = 0;
 
 namespace {
 
@@ -80,6 +85,36 @@ TEST(KeepAliveBracketWithoutManager, CreatesTheManager) {
     EXPECT_EQ(keepAliveAround("f", "f", 1, [] { return 7; }), 7);
     EXPECT_NE(utl::ThreadManager::getIfCreated(), nullptr);
     utl::ThreadManager::destroy();
+}
+
+TEST(KeepAliveWithoutRegistration, CreatesTheManagerAnewBehindItsEnd) {
+    StatementInfo const place("f", "f", 1, 1);
+    utl::Thread::keepAliveWatchdog(place);
+    utl::Thread::keepAliveWatchdog(place);
+    utl::ThreadManager::destroy();
+    EXPECT_EQ(utl::ThreadManager::getIfCreated(), nullptr);
+    utl::Thread::keepAliveWatchdog(place);
+    EXPECT_NE(utl::ThreadManager::getIfCreated(), nullptr);
+    utl::ThreadManager::destroy();
+}
+
+class KeepAliveOfAThread : public utltest::WithManager {};
+
+TEST_F(KeepAliveOfAThread, ThatAnotherOneRegisters_CountsFromThenOn) {
+    restingWatchdog();
+    StatementInfo const place("f", "f", 1, 1);
+    for (int round = 0; round < 3; ++round) {
+        utl::Thread::keepAliveWatchdog(place);
+        utl::Thread::keepAliveWatchdog(place);
+        int const id = kernelId();
+        std::thread([id] {
+            EXPECT_TRUE(manager().entryWatchdog(60000, nullptr, id));
+            EXPECT_TRUE(manager().startWatchdog(id));
+        }).join();
+        utl::Thread::keepAliveWatchdog(place);
+        EXPECT_EQ(utltest::ThreadManagerAccess::watchdog().findWatchdogInfo(id)->lastStatement, place);
+        std::thread([id] { EXPECT_TRUE(manager().unregisterWatchdog(id)); }).join();
+    }
 }
 
 }  // namespace

@@ -40,7 +40,7 @@ TEST_F(ThreadWatchdogTable, KeepAlive_OnAClockThatFails_LeavesTheThreadUntimed) 
     EXPECT_EQ(info.aliveStatus, 1);
     gTick = 1700;
     EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
-    EXPECT_EQ(info.lastAliveTick, 1700U);
+    EXPECT_EQ(mWatchdog.findWatchdogInfo(kernelId())->lastAliveTick, 1700U);
 }
 
 TEST_F(WatchdogPass, WhoseClockFails_ReportsNothing) {

@@ -101,6 +101,130 @@ TEST(ThreadWatchdogStress, ManyThreadsAtOnce_CanDoEverything) {
     EXPECT_EQ(Access::infos(watchdog).size(), 0U);
 }
 
+// Reports without a pause, one place for each: the number of the report is its line.
+class Reporter {
+  public:
+    explicit Reporter(ThreadWatchdog& watchdog) : mThread([this, &watchdog] { run(watchdog); }) {
+        while (mReports == 0) {
+            std::this_thread::yield();
+        }
+    }
+    ~Reporter() {
+        mIsOver = true;
+        mThread.join();
+    }
+    Reporter(Reporter const&) = delete;
+    Reporter& operator=(Reporter const&) = delete;
+
+    int id() const { return mId; }
+
+    /// The line of the last report that has returned.
+    unsigned int reports() const { return mReports; }
+
+    /// Waits for a report that begins now or later.
+    void waitForOneMore() const {
+        unsigned int const before = mReports;
+        while (mReports - before < 2) {
+            std::this_thread::yield();
+        }
+    }
+
+  private:
+    void run(ThreadWatchdog& watchdog) {
+        mId = kernelId();
+        EXPECT_TRUE(watchdog.entry(mId, 1, nullptr, "reporter"));
+        EXPECT_TRUE(watchdog.start(mId));
+        while (!mIsOver) {
+            EXPECT_TRUE(watchdog.keepAlive(
+                StatementInfo("reporter", "", mReports + 1, static_cast<unsigned int>(mId))));
+            ++mReports;
+        }
+        EXPECT_TRUE(watchdog.unregister(mId));
+    }
+
+    std::atomic<int> mId{0};
+    std::atomic<unsigned int> mReports{0};
+    std::atomic<bool> mIsOver{false};
+    std::thread mThread;
+};
+
+TEST(ThreadWatchdogStress, AReportThatHasReturned_CountsForEveryLookBehindIt) {
+    HookScope const hooks;
+    LogCapture const log;
+    hooks::clockGetTime.replace(standingClock);
+    gTick = 1000;
+    OpenedWatchdog watchdog(4);
+    Access::setInitialized(watchdog, true);
+    Reporter const first(watchdog);
+    Reporter const second(watchdog);
+    for (int round = 0; round < 100; ++round) {
+        ++gTick;
+        for (Reporter const* const reporter : {&first, &second}) {
+            reporter->waitForOneMore();
+        }
+        // An older tick would be overdue.
+        watchdog.executeWatchThreads();
+        for (Reporter const* const reporter : {&first, &second}) {
+            unsigned int const before = reporter->reports();
+            utl::WatchdogInfo const info = Access::copyInfo(watchdog, reporter->id());
+            EXPECT_EQ(info.timeoutCount, 0U);
+            EXPECT_EQ(info.lastStatement.sub, static_cast<unsigned int>(reporter->id()));
+            EXPECT_GE(info.lastStatement.line, before);
+        }
+    }
+}
+
+// Each second report comes behind a time-out, and all of them beside one another.
+TEST(ThreadWatchdogStress, AReportBesideATimeOut_CountsOrRevivesTheThread) {
+    HookScope const hooks;
+    LogCapture const log;
+    hooks::clockGetTime.replace(standingClock);
+    gTick = 1000;
+    OpenedWatchdog watchdog(4);
+    Access::setInitialized(watchdog, true);
+    Reporter const reporter(watchdog);
+    for (int round = 0; round < 100; ++round) {
+        watchdog.executeWatchdogTimeout(reporter.id());
+        reporter.waitForOneMore();
+        utl::WatchdogInfo const info = Access::copyInfo(watchdog, reporter.id());
+        EXPECT_EQ(info.aliveStatus, utl::WatchdogInfo::ALIVE);
+        EXPECT_EQ(info.timeoutCount, static_cast<unsigned int>(round + 1));
+    }
+}
+
+TEST(ThreadWatchdogStress, AThreadThatAnotherOneTakesOutMeanwhile_LeavesNothingInTheRowOfANewOne) {
+    LogCapture const log;
+    OpenedWatchdog watchdog(4);
+    Access::setInitialized(watchdog, true);
+    std::atomic<bool> isOver{false};
+    std::atomic<int> id{0};
+    std::thread victim([&] {
+        id = kernelId();
+        while (!isOver) {
+            watchdog.keepAlive(StatementInfo("victim", "", 0, 0));
+        }
+    });
+    while (id == 0) {
+        std::this_thread::yield();
+    }
+    StatementInfo const own("own", "", 0, 0);
+    for (int round = 0; round < 500; ++round) {
+        EXPECT_TRUE(watchdog.entry(id, 60000, nullptr, "victim"));
+        EXPECT_TRUE(watchdog.start(id));
+        std::this_thread::yield();
+        EXPECT_TRUE(watchdog.unregister(id));
+        EXPECT_TRUE(watchdog.entry(kernelId(), 60000, nullptr, "own"));
+        EXPECT_TRUE(watchdog.start(kernelId()));
+        for (int report = 0; report < 3; ++report) {
+            EXPECT_TRUE(watchdog.keepAlive(own));
+        }
+        EXPECT_EQ(watchdog.findWatchdogInfo(kernelId())->lastStatement, own);
+        EXPECT_TRUE(watchdog.unregister(kernelId()));
+    }
+    isOver = true;
+    victim.join();
+}
+
 TEST_F(WatchdogThread, LooksAtTheTable_WhileManyThreadsChangeIt) {
     auto const work = [this] {
         for (unsigned int round = 1; round <= 100; ++round) {

@@ -401,6 +401,124 @@ TEST_F(ThreadWatchdogTable, KeepAlive_FromTheLogLineOfAnother_HasNoEffect) {
     EXPECT_FALSE(Access::isInKeepAlive(mWatchdog));
 }
 
+TEST_F(ThreadWatchdogTable, EachReport_IsSeenByTheNextLook) {
+    watchCaller();
+    for (unsigned int line = 1; line <= 5; ++line) {
+        gTick += 10;
+        StatementInfo const place("file", "function", line, 2);
+        EXPECT_TRUE(mWatchdog.keepAlive(place));
+        EXPECT_TRUE(mWatchdog.keepAlive(place));
+        WatchdogInfo const info = *mWatchdog.findWatchdogInfo(kernelId());
+        EXPECT_EQ(info.lastStatement, place);
+        EXPECT_EQ(info.lastAliveTick, gTick);
+    }
+}
+
+TEST_F(ThreadWatchdogTable, AnOlderReport_DoesNotUndoStopStartOrANewAliveTime) {
+    WatchdogInfo const& info = watchCaller();
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    EXPECT_TRUE(mWatchdog.stop(kernelId()));
+    EXPECT_TRUE(mWatchdog.findWatchdogInfo(kernelId()) == &info &&
+                info.lastAliveTick == WatchdogInfo::NO_TICK);
+    gTick = 2000;
+    EXPECT_TRUE(mWatchdog.start(kernelId()));
+    EXPECT_TRUE(mWatchdog.findWatchdogInfo(kernelId()) == &info && info.lastAliveTick == 2000);
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    gTick = 3000;
+    EXPECT_TRUE(mWatchdog.setAliveTime(kernelId(), 700));
+    EXPECT_TRUE(mWatchdog.findWatchdogInfo(kernelId()) == &info && info.lastAliveTick == 3000);
+}
+
+TEST_F(ThreadWatchdogTable, ALookFromInsideAReport_SeesItsPlace) {
+    watchCaller();
+    gWatchdog = &mWatchdog;
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    hooks::clockGetTime.replace([](clockid_t clock, timespec* out) {
+        EXPECT_EQ(gWatchdog->findWatchdogInfo(kernelId())->lastStatement, StatementInfo("f", "inner", 3, 1));
+        EXPECT_FALSE(gWatchdog->keepAlive(StatementInfo::INVALID)) << "one inside another has no effect";
+        return standingClock(clock, out);
+    });
+    unsigned int const before = hooks::clockGetTime.calls();
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo("f", "inner", 3, 1)));
+    EXPECT_EQ(hooks::clockGetTime.calls() - before, 1U);
+}
+
+TEST_F(ThreadWatchdogTable, ALookFromInsideAReportOnAClockThatFails_SeesTheTimeOfTheLastOne) {
+    watchCaller();
+    gWatchdog = &mWatchdog;
+    for (gTick = 1100; gTick < 1400; gTick += 100) {
+        EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    }
+    hooks::clockGetTime.replace([](clockid_t, timespec*) {
+        EXPECT_EQ(gWatchdog->findWatchdogInfo(kernelId())->lastAliveTick, 1300U);
+        errno = EINVAL;
+        return -1;
+    });
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo("f", "inner", 3, 1)));
+    hooks::clockGetTime.replace(standingClock);
+    EXPECT_EQ(mWatchdog.findWatchdogInfo(kernelId())->lastAliveTick, WatchdogInfo::NO_TICK);
+}
+
+TEST_F(ThreadWatchdogTable, AReportInsideAnother_HasNoEffectThoughAThirdThreadLooks) {
+    watchCaller();
+    gWatchdog = &mWatchdog;
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    static int const caller = kernelId();
+    hooks::clockGetTime.replace([](clockid_t clock, timespec* out) {
+        static unsigned int calls = 0;
+        if (++calls == 1) {
+            std::thread([] { EXPECT_NE(gWatchdog->findWatchdogInfo(caller), nullptr); }).join();
+            EXPECT_FALSE(gWatchdog->keepAlive(StatementInfo("f", "inner", 4, 1)));
+        }
+        return standingClock(clock, out);
+    });
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo("f", "outer", 3, 1)));
+    EXPECT_EQ(mWatchdog.findWatchdogInfo(caller)->lastStatement, StatementInfo("f", "outer", 3, 1));
+}
+
+TEST_F(ThreadWatchdogTable, WhatACallerWritesIntoItsRow_CountsForTheNextReport) {
+    watchCaller();
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    mWatchdog.findWatchdogInfo(kernelId())->aliveStatus = WatchdogInfo::TIMED_OUT;
+    mLog.clear();
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    EXPECT_EQ(mWatchdog.findWatchdogInfo(kernelId())->aliveStatus, WatchdogInfo::ALIVE);
+    EXPECT_EQ(
+        mLog.lines(),
+        Lines{"<UTIL> INF: ThreadWatchdog Timeout->Alive ID:" + std::to_string(kernelId()) + " Name:caller"});
+}
+
+TEST_F(ThreadWatchdogTable, AStopFromInsideAReport_Counts) {
+    WatchdogInfo const& info = watchCaller();
+    gWatchdog = &mWatchdog;
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo::INVALID));
+    hooks::clockGetTime.replace([](clockid_t clock, timespec* out) {
+        EXPECT_TRUE(gWatchdog->stop(kernelId()));
+        return standingClock(clock, out);
+    });
+    EXPECT_TRUE(mWatchdog.keepAlive(StatementInfo("f", "inner", 3, 1)));
+    EXPECT_EQ(mWatchdog.findWatchdogInfo(kernelId()), &info);
+    EXPECT_EQ(info.lastAliveTick, WatchdogInfo::NO_TICK);
+    EXPECT_EQ(info.watchStatus, WatchdogInfo::NOT_WATCHING);
+}
+
+TEST(ThreadWatchdogOfMany, TheCaller_ReportsHoweverManyOthersAreWatched) {
+    LogCapture const log;
+    ThreadWatchdog watchdog(600);
+    Access::setInitialized(watchdog, true);
+    for (int id = 1; id < 600; ++id) {
+        ASSERT_TRUE(watchdog.entry(-id, 500, nullptr, "other"));
+    }
+    ASSERT_TRUE(watchdog.entry(kernelId(), 500, nullptr, "caller"));
+    ASSERT_TRUE(watchdog.start(kernelId()));
+    for (unsigned int line = 1; line <= 3; ++line) {
+        StatementInfo const place("file", "function", line, 2);
+        EXPECT_TRUE(watchdog.keepAlive(place));
+        EXPECT_EQ(watchdog.findWatchdogInfo(kernelId())->lastStatement, place);
+    }
+}
+
 TEST_F(ThreadWatchdogTable, TheStepBehindKeepAlive_TakesAnyThreadsId) {
     struct Opened : ThreadWatchdog {
         using ThreadWatchdog::executeKeepAlive;
@@ -1356,6 +1474,29 @@ TEST_F(WatchdogLife, Destructor_OfAWatchdogThatWasNotShutDown_EndsItsThread) {
     }
     EXPECT_FALSE(manager().isActive(id));
     EXPECT_TRUE(manager().unregister(id));
+}
+
+TEST_F(WatchdogLife, Destructor_DuringAPass_TakesNothingFromAnotherWatchdog) {
+    manager();
+    ThreadWatchdog other(4);
+    Access::setInitialized(other, true);
+    StatementInfo const place("f", "f", 1, 1);
+    for (int round = 0; round < 20; ++round) {
+        int id = 0;
+        {
+            ThreadWatchdog watchdog(4);
+            EXPECT_TRUE(watchdog.initialize(1));
+            id = Access::thread(watchdog).getId();
+            EXPECT_TRUE(watchdog.entry(kernelId(), 60000, nullptr, "caller"));
+            EXPECT_TRUE(watchdog.start(kernelId()));
+            utl::Thread::sleep(2);
+        }
+        EXPECT_TRUE(other.entry(kernelId(), 60000, nullptr, "caller"));
+        EXPECT_TRUE(other.keepAlive(place)) << "not watched";
+        EXPECT_EQ(other.findWatchdogInfo(kernelId())->lastStatement, StatementInfo::INVALID);
+        EXPECT_TRUE(other.unregister(kernelId()));
+        EXPECT_TRUE(manager().unregister(id));
+    }
 }
 
 TEST_F(WatchdogLife, InAManagerWithoutRoom_IsNotThere) {

@@ -42,7 +42,7 @@ bool MsgDrivenThread::LoopSteps::serveToken(PipeToken const& token, StatementInf
         return false;
     }
     int const result = actOn(head);
-    reportIfRegistered(place);
+    Thread::keepAliveWatchdog(place);
     if (result != 0) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR, "!!!!!!!! MsgDrivenThread(%s) Error. MsgId:0x%08x !!!!!!!!",
                mThread.getName().buffer(), static_cast<unsigned int>(token.mId));

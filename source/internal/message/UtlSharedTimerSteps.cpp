@@ -46,7 +46,7 @@ void SharedTimer::LoopSteps::serveHead(StatementInfo const& place) {
         return;
     }
     int const result = actOn(head);
-    reportIfRegistered(place);
+    Thread::keepAliveWatchdog(place);
     if (result != 0) {
         applog(LOG_TYPE_LIBRARY, LOG_LEVEL_ERROR,
                "!!!!!!!! SharedTimerThread(%s) Error. MsgId:0x%08x !!!!!!!!", mThread.getName().buffer(),

@@ -1,22 +1,31 @@
 #pragma once
 
+#include <atomic>
 #include <utility>
 
 #include "UtlSyncObject.h"
 #include "UtlThread.h"
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
+#include "internal/base/UtlProcessWide.h"
 #include "internal/base/UtlSavedErrno.h"
 
 namespace utl {
 
-/// A sign of life of the calling thread, if it is registered with the watchdog.
-inline void reportIfRegistered(StatementInfo const& place) {
-    ThreadManager* const manager = ThreadManager::getOrNull();
-    if (manager != nullptr && manager->isRegisteredWatchdog(0)) {
-        manager->keepAliveWatchdog(place);
-    }
+/// Changes when a thread is registered with a watchdog or leaves it, and when a watchdog begins or goes.
+UTL_CONSTINIT extern std::atomic<unsigned int> gWatchdogTableVersion;
+
+/// The version at which the calling thread was not registered. The model saves the thread a call for each
+/// look.
+UTL_CONSTINIT extern thread_local unsigned int tUnregisteredAt __attribute__((tls_model("initial-exec")));
+
+/// True if a sign of life of the calling thread has no effect.
+inline bool isKnownUnregistered() {
+    return tUnregisteredAt == gWatchdogTableVersion.load(std::memory_order_acquire);
 }
+
+/// Makes all threads ask anew whether they are registered.
+void changeWatchdogTableVersion() noexcept;
 
 /// Reports that the calling thread is alive, before a call when the scope begins and after it when the scope
 /// ends; *one owner thread*. The watchdog's report shows where a thread stands that blocks in between.
@@ -35,6 +44,9 @@ class [[nodiscard]] KeepAliveBracket {
 
   private:
     void report(unsigned int sub) const {
+        if (isKnownUnregistered()) {
+            return;
+        }
         SavedErrno const errnoOfTheCall;
         Thread::keepAliveWatchdog(StatementInfo(mFile, mFunction, mLine, sub));
     }
