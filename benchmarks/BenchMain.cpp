@@ -1,8 +1,12 @@
 // Runs what a benchmark program declares: first the single figures, then the ratios with their goals.
 // Takes the options of Google Benchmark, and `--ratio_rows=FILE`: appends one line for each ratio to that
-// file, with fields separated by tabs, for a table over several programs.
+// file, with fields separated by tabs, for a table over several programs. Built with
+// `UTL_BENCH_RATIOS_ALONE`, for an ABI for which there is no Google Benchmark, it takes its options and runs
+// no single figures.
 
+#ifndef UTL_BENCH_RATIOS_ALONE
 #include <benchmark/benchmark.h>
+#endif
 
 #include <cstdio>
 #include <cstring>
@@ -31,8 +35,21 @@ std::string takeRowsFile(int& argc, char** argv) {
     return file;
 }
 
-// A program may have ratios alone, which Google Benchmark would report as an error.
-std::size_t runSingleFigures() {
+#ifdef UTL_BENCH_RATIOS_ALONE
+
+bool runSingleFigures(int, char**) {
+    return !utlbench::ratioFigures().empty();
+}
+
+#else
+
+// False if there is nothing to measure. A program may have ratios alone, which Google Benchmark would report
+// as an error.
+bool runSingleFigures(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return false;
+    }
     std::ostringstream errors;
     benchmark::ConsoleReporter reporter(benchmark::ConsoleReporter::OO_Tabular);
     reporter.SetOutputStream(&std::cout);
@@ -41,8 +58,10 @@ std::size_t runSingleFigures() {
     if (figures != 0 || utlbench::ratioFigures().empty()) {
         std::cerr << errors.str();
     }
-    return figures;
+    return figures != 0 || !utlbench::ratioFigures().empty();
 }
+
+#endif
 
 bool runRatios(std::string const& rowsFile) {
     std::FILE* const rows = rowsFile.empty() ? nullptr : std::fopen(rowsFile.c_str(), "ae");
@@ -69,13 +88,5 @@ bool runRatios(std::string const& rowsFile) {
 
 int main(int argc, char** argv) {
     std::string const rowsFile = takeRowsFile(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-        return 1;
-    }
-    std::size_t const figures = runSingleFigures();
-    if (figures == 0 && utlbench::ratioFigures().empty()) {
-        return 1;
-    }
-    return runRatios(rowsFile) ? 0 : 1;
+    return runSingleFigures(argc, argv) && runRatios(rowsFile) ? 0 : 1;
 }

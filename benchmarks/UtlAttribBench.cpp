@@ -1,172 +1,24 @@
-// Kinds and forms of Japanese text, on manual pages: against ICU, and twice the bytes against once. ICU works
-// on its own UTF-16, so its figures include no conversion.
+// Kinds and forms of Japanese text, on manual pages: against a direct table, and twice the bytes against
+// once.
 
 #include "UtlAttribConvert.h"
-
-#include <unicode/uscript.h>
-#include <unicode/ustring.h>
-#include <unicode/utf8.h>
-#include <unicode/utrans.h>
 
 #include <cstddef>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "BenchKana.h"
 #include "BenchRatio.h"
-#include "BenchText.h"
 #include "UtlCharAttrib.h"
 #include "UtlString.h"
 
 namespace {
 
+using namespace utlbench;  // the texts
+
 constexpr unsigned int BYTES = 10000;
-constexpr std::size_t SOURCE_BYTES = 4U << 20U;
-
-constexpr int ALL_KANA = utl::ATTRIB_NODAKU_HAN_KATA | utl::ATTRIB_NODAKU_ZEN_KATA |
-                         utl::ATTRIB_DAKU_HAN_KATA | utl::ATTRIB_DAKU_ZEN_KATA |
-                         utl::ATTRIB_HANDAKU_HAN_KATA | utl::ATTRIB_HANDAKU_ZEN_KATA |
-                         utl::ATTRIB_NODAKU_HIRA | utl::ATTRIB_DAKU_HIRA | utl::ATTRIB_HANDAKU_HIRA;
 constexpr int ALL = -1;
-
-// --- the texts
-
-using IsWanted = bool (*)(char const*);
-
-// The first `bytes` bytes, or a few less, of those characters of the manual pages that are wanted.
-std::string textOf(unsigned int bytes, IsWanted isWanted) {
-    static std::string const pages = utlbench::manualPages(SOURCE_BYTES);
-    std::string text;
-    for (std::size_t i = 0; text.size() < bytes && i < pages.size();) {
-        unsigned int const length = utl::t_charlen(pages.c_str() + i);
-        if (length == 0 || length == utl::INVALID_SIZE) {
-            ++i;
-            continue;
-        }
-        std::string const character = pages.substr(i, length);
-        text += isWanted(character.c_str()) ? character : "";
-        i += length;
-    }
-    text.resize(utl::getNearCharIndex(text.c_str(), bytes, 1));
-    if (text.size() + 4 < bytes) {
-        utlbench::giveUp("too little text of a kind");
-    }
-    return text;
-}
-
-bool isAnything(char const*) {
-    return true;
-}
-
-// Most of a manual page in Japanese is in other alphabets; this is its Japanese part.
-bool isJapanese(char const* character) {
-    return utl::t_charlen(character) == 3;
-}
-
-bool isKana(char const* character) {
-    return utl::isStrAttribBase(character, ALL_KANA);
-}
-
-std::string halfWidth(unsigned int bytes, IsWanted isWanted) {
-    std::string const text = textOf(bytes, isWanted);
-    std::vector<char> half(4 * text.size());
-    utl::convertAttrib(half.data(), static_cast<unsigned int>(half.size()), text.c_str(),
-                       utl::HANKAKU_ZENKAKU_PAIR, 1, 0);
-    std::string converted = half.data();
-    converted.resize(utl::getNearCharIndex(converted.c_str(), bytes, 1));
-    return converted;
-}
-
-// --- against ICU
-
-// `convertAttrib` to the right, of a text that does not change.
-auto convert(std::string const& text, utl::PairAttrib const* table) {
-    return [text, table, dst = std::vector<char>(4 * text.size())]() mutable {
-        utlbench::keep(
-            utl::convertAttrib(dst.data(), static_cast<unsigned int>(dst.size()), text.c_str(), table, 0, 0));
-    };
-}
-
-std::u16string utf16Of(std::string const& text) {
-    std::u16string units(text.size(), u'\0');
-    UErrorCode error = U_ZERO_ERROR;
-    int32_t length = 0;
-    u_strFromUTF8(units.data(), static_cast<int32_t>(units.size()), &length, text.data(),
-                  static_cast<int32_t>(text.size()), &error);
-    if (U_FAILURE(error)) {
-        utlbench::giveUp("the text is no UTF-8");
-    }
-    units.resize(static_cast<std::size_t>(length));
-    return units;
-}
-
-// ICU's transliterator of this name, which works in place.
-auto transliterate(std::string const& text, char16_t const* name) {
-    UErrorCode error = U_ZERO_ERROR;
-    UTransliterator* const transliterator =
-        utrans_openU(name, -1, UTRANS_FORWARD, nullptr, 0, nullptr, &error);
-    if (U_FAILURE(error)) {
-        utlbench::giveUp("ICU lacks a transliterator");
-    }
-    return [transliterator, units = utf16Of(text), dst = std::u16string()]() mutable {
-        dst = units;
-        dst.resize(4 * units.size());
-        UErrorCode status = U_ZERO_ERROR;
-        auto length = static_cast<int32_t>(units.size());
-        int32_t limit = length;
-        utrans_transUChars(transliterator, dst.data(), &length, static_cast<int32_t>(dst.size()), 0, &limit,
-                           &status);
-        utlbench::keep(limit);
-    };
-}
-
-// Whether a text is in kana: looks up the script of each character.
-auto isInKanaByIcu(std::string const& text) {
-    return [text] {
-        auto const* const bytes = reinterpret_cast<unsigned char const*>(text.c_str());
-        auto const size = static_cast<int32_t>(text.size());
-        bool isInKana = true;
-        for (int32_t i = 0; i < size && isInKana;) {
-            UChar32 character = 0;
-            U8_NEXT(bytes, i, size, character);
-            UErrorCode error = U_ZERO_ERROR;
-            UScriptCode const script = uscript_getScript(character, &error);
-            // The marks and the punctuation of kana text belong to no script of their own.
-            isInKana = script == USCRIPT_KATAKANA || script == USCRIPT_HIRAGANA || script == USCRIPT_COMMON;
-        }
-        utlbench::keep(isInKana);
-    };
-}
-
-auto isInKana(std::string const& text) {
-    return [text] { utlbench::keep(utl::isStrAttribBase(text.c_str(), ALL_KANA)); };
-}
-
-template <typename SUBJECT, typename BASELINE>
-utlbench::RatioDeclaration compared(char const* name, SUBJECT subject, BASELINE baseline, double goal) {
-    return {utlbench::THREAD_TIME, name, subject, baseline, goal};
-}
-
-utlbench::RatioDeclaration toFullWidth(char const* name, IsWanted isWanted) {
-    std::string const text = halfWidth(BYTES, isWanted);
-    return compared(name, convert(text, utl::HANKAKU_ZENKAKU_PAIR),
-                    transliterate(text, u"Halfwidth-Fullwidth"), 0.2);
-}
-
-utlbench::RatioDeclaration toHiragana(char const* name, IsWanted isWanted) {
-    std::string const text = textOf(BYTES, isWanted);
-    return compared(name, convert(text, utl::ZENKATA_HIRAGANA_PAIR),
-                    transliterate(text, u"Katakana-Hiragana"), 0.2);
-}
-
-utlbench::RatioDeclaration const COMPARED[] = {
-    compared("isStrAttribBase with all kana bits, 10,000 bytes, to ICU's scripts",
-             isInKana(textOf(BYTES, isKana)), isInKanaByIcu(textOf(BYTES, isKana)), 1.0),
-    toFullWidth("convertAttrib to full width, 10,000 bytes, to ICU's transliterator", isAnything),
-    toFullWidth("convertAttrib to full width of Japanese characters alone, the same", isJapanese),
-    toHiragana("convertAttrib to hiragana, 10,000 bytes, to ICU's transliterator", isAnything),
-    toHiragana("convertAttrib to hiragana of Japanese characters alone, the same", isJapanese),
-};
 
 // --- against a direct table
 

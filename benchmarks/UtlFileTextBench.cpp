@@ -6,89 +6,23 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <string>
 
-#include "BenchFiles.h"
+#include "BenchLines.h"
 #include "BenchRatio.h"
 #include "BenchText.h"
-#include "UtlCharSet.h"
 #include "UtlFile.h"
-#include "UtlString.h"
 
 namespace {
 
 using utl::File;
+using utlbench::FILE_BYTES;
+using utlbench::linesFolder;
+using utlbench::pathOfLines;
 
-constexpr std::size_t FILE_BYTES = 20'000'000;
-constexpr unsigned int LINE_BYTES = 80;
 constexpr unsigned int BUFFER_SIZE = 1024;
-
-utlbench::BenchFolder const PLACE;
-
-// --- the files
-
-// Japanese text without line ends, up to about half of `FILE_BYTES`.
-std::string const& plainText() {
-    static std::string const theText = [] {
-        std::string const pages = utlbench::manualPages(FILE_BYTES / 2);
-        std::string text;
-        for (char const* rest = pages.c_str(); *rest != '\0';) {
-            unsigned int const bytes = utl::strCharBytesBase<char>(rest, nullptr);
-            bool const isCharacter = bytes != 0 && bytes != utl::INVALID_SIZE;
-            text.append(rest, isCharacter && *rest != '\n' ? bytes : 0);
-            rest += isCharacter ? bytes : 1;
-        }
-        return text;
-    }();
-    return theText;
-}
-
-// The same in Shift-JIS, with a question mark for each character that Shift-JIS lacks.
-std::string sjisText() {
-    std::string const& text = plainText();
-    std::string sjis(utl::convertStrFromUtf8ToSjis(nullptr, 0, text.c_str()), '\0');
-    utl::convertStrFromUtf8ToSjis(sjis.data(), static_cast<unsigned int>(sjis.size()), text.c_str());
-    sjis.pop_back();
-    std::replace(sjis.begin(), sjis.end(), '\0', '?');
-    return sjis;
-}
-
-unsigned int charBytes(char const* text, int textType) {
-    unsigned int bytes = 0;
-    if (textType == File::TEXT_UTF8) {
-        return utl::strCharBytesBase<char>(text, nullptr);
-    }
-    char form[4];
-    utl::convertCharFromSjisToUtf8(form, sizeof(form), text, &bytes);
-    return bytes;
-}
-
-// A file of lines whose length is as near to `LINE_BYTES` as whole characters allow. Returns its path.
-std::string makeLines(std::string const& name, int textType) {
-    std::string const text = textType == File::TEXT_UTF8 ? plainText() : sjisText();
-    std::string const path = PLACE.make(name) + "/lines";
-    std::string lines;
-    std::size_t start = 0;
-    while (lines.size() < FILE_BYTES) {
-        unsigned int length = 0;
-        while (start + length < text.size() && length < LINE_BYTES) {
-            length += charBytes(text.c_str() + start + length, textType);
-        }
-        lines += text.substr(start, length) + '\n';
-        start = start + length < text.size() ? start + length : 0;
-    }
-    std::ofstream(path, std::ios::binary) << lines;
-    return path;
-}
-
-template <int TYPE>
-std::string const& pathOfLines() {
-    static std::string const thePath = makeLines(TYPE == File::TEXT_UTF8 ? "utf8" : "sjis", TYPE);
-    return thePath;
-}
 
 // --- a line
 
@@ -144,7 +78,7 @@ constexpr char KEY[] = "\xE9\x9C\xA7\xE7\xAC\x9B\xE3\x81\xAE\xE9\x9F\xB3\xE3\x82
 // The lines of UTF-8 with the key at the end and nowhere else.
 std::string const& pathOfKey() {
     static std::string const thePath = [] {
-        std::string const path = PLACE.make("key") + "/text";
+        std::string const path = linesFolder().make("key") + "/text";
         std::ifstream lines(pathOfLines<File::TEXT_UTF8>(), std::ios::binary);
         std::ofstream(path, std::ios::binary) << lines.rdbuf() << KEY;
         return path;

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <climits>
 #include <cstring>
 #include <filesystem>
@@ -23,15 +24,22 @@
 #include <type_traits>
 #include <vector>
 
-#if !defined(major) || !defined(minor)
-#error "<sys/sysmacros.h> no longer brings what this test is about"
+#if !defined(major) || !defined(minor) || !defined(makedev) || !defined(errno)
+#error "the headers of the system no longer bring what this test is about"
 #endif
 
-#define slots
-#define signals public
-#define emit
-#define foreach for
-#define forever for (;;)
+// Wherever a header uses one of these as a name, it does not compile. With the empty macros that Qt has for
+// some of them a declaration would still do.
+#define slots "no name"
+#define signals "no name"
+#define emit "no name"
+#define foreach "no name"
+#define forever "no name"
+#define None "no name"
+#define Bool "no name"
+#define Status "no name"
+#define Success "no name"
+#define Always "no name"
 #define min(a, b) ((a) < (b) ? (a) : (b))
 #define max(a, b) ((a) > (b) ? (a) : (b))
 
