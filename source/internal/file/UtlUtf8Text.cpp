@@ -1,6 +1,6 @@
 #include "internal/file/UtlUtf8Text.h"
 
-#include <cstdint>
+#include <cstddef>
 #include <cstring>
 #include <vector>
 
@@ -17,35 +17,37 @@ constexpr char BYTE_ORDER_MARK[] = "\xEF\xBB\xBF";
 constexpr unsigned int MARK_BYTES = 3;
 constexpr unsigned int UTF8_BYTES_MAX = 3;  // for a unit of another encoding
 
-std::uint64_t loadWord(char const* bytes) {
-    std::uint64_t word = 0;
+/// As many bytes as the machine takes at once.
+using Word = std::size_t;
+constexpr unsigned int WORD_BYTES = sizeof(Word);
+
+Word loadWord(char const* bytes) {
+    Word word = 0;
     std::memcpy(&word, bytes, sizeof(word));
     return word;
 }
 
-/// Has a bit of each byte, counted from the lowest, in the lowest place of that byte. The other places mean
-/// nothing.
-constexpr std::uint64_t bitOfEach(std::uint64_t word, unsigned int bit) {
-    return word >> bit;
+/// Has bit `bit` of each byte in the highest place of that byte. The other places mean nothing.
+constexpr Word bitOfEach(Word word, unsigned int bit) {
+    return word << (7 - bit);
 }
 
-constexpr std::uint64_t LOWEST_BITS = 0x0101010101010101U;
+constexpr Word HIGHEST_BITS = ~Word{0} / 0xFF * 0x80;
 
-/// The lowest bits are 0 if eight bytes of text continue sequences of two or three bytes where they must and
+/// The highest bits are 0 if the bytes of a word continue sequences of two or three bytes where they must and
 /// nowhere else, and begin none of four and none that may be longer than it needs to be, by 0xC0, 0xC1, 0xE0
-/// or 0xE1. The other words are the eight bytes that begin one and two places before.
-constexpr std::uint64_t brokenBytes(std::uint64_t word, std::uint64_t before, std::uint64_t twoBefore) {
-    std::uint64_t const isLead = bitOfEach(word, 7) & bitOfEach(word, 6);
-    std::uint64_t const isContinuation = bitOfEach(word, 7) & ~bitOfEach(word, 6);
-    std::uint64_t const isSecond = bitOfEach(before, 7) & bitOfEach(before, 6);
-    std::uint64_t const isThird = bitOfEach(twoBefore, 7) & bitOfEach(twoBefore, 6) & bitOfEach(twoBefore, 5);
-    std::uint64_t const isOfFour = isLead & bitOfEach(word, 5) & bitOfEach(word, 4);
-    std::uint64_t const isLow =
-        isLead & ~(bitOfEach(word, 4) | bitOfEach(word, 3) | bitOfEach(word, 2) | bitOfEach(word, 1));
-    return (isContinuation ^ (isSecond | isThird)) | isOfFour | isLow;
+/// or 0xE1. The other words begin one and two places before.
+constexpr Word brokenBytes(Word word, Word before, Word twoBefore) {
+    Word const isLead = word & bitOfEach(word, 6);
+    Word const isContinuation = word & ~bitOfEach(word, 6);
+    Word const isSecond = before & bitOfEach(before, 6);
+    Word const isThird = twoBefore & bitOfEach(twoBefore, 6) & bitOfEach(twoBefore, 5);
+    Word const isOfFour = bitOfEach(word, 5) & bitOfEach(word, 4);
+    Word const isLow = ~(bitOfEach(word, 4) | bitOfEach(word, 3) | bitOfEach(word, 2) | bitOfEach(word, 1));
+    return (isContinuation ^ (isSecond | isThird)) | (isLead & (isOfFour | isLow));
 }
 
-std::uint64_t brokenBytesAt(char const* at) {
+Word brokenBytesAt(char const* at) {
     return brokenBytes(loadWord(at), loadWord(at - 1), loadWord(at - 2));
 }
 
@@ -106,20 +108,20 @@ char* Utf8Text::roomFor(unsigned int bytes) {
     return mLong.get();
 }
 
-/// True if the text is made of whole sequences in their shortest form. Looks at eight bytes at a time,
-/// because no processor foresees how long the next character of Japanese text is. False says nothing.
+/// True if the text is made of whole sequences in their shortest form. Looks at a word at a time, because no
+/// processor foresees how long the next character of Japanese text is. False says nothing.
 bool Utf8Text::isMadeOfSequences() const {
     if (mSize < WORD_BYTES + 2) {
         return false;
     }
-    std::uint64_t const first = loadWord(mpText);
-    std::uint64_t broken = brokenBytes(first, first << 8U, first << 16U);
+    Word const first = loadWord(mpText);
+    Word broken = brokenBytes(first, first << 8U, first << 16U);
     // The last word ends with the terminator, which continues nothing.
     char const* const last = mpText + mSize - WORD_BYTES;
     for (char const* at = mpText + WORD_BYTES; at < last; at += WORD_BYTES) {
         broken |= brokenBytesAt(at);
     }
-    return ((broken | brokenBytesAt(last)) & LOWEST_BITS) == 0;
+    return ((broken | brokenBytesAt(last)) & HIGHEST_BITS) == 0;
 }
 
 }  // namespace utl

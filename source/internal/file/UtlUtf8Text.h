@@ -25,7 +25,6 @@ class Utf8Text {
   private:
     // Most lines need no memory from the heap.
     static constexpr unsigned int SHORT_BYTES = 512;
-    static constexpr unsigned int WORD_BYTES = 8;
 
     void takeUtf8(char const* bytes, unsigned int count);
     void convertUtf16(int textType, char const* bytes, unsigned int count);

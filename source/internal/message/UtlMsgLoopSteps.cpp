@@ -46,7 +46,8 @@ bool MsgDrivenThread::LoopSteps::serveToken(PipeToken const& token, StatementInf
     return true;
 }
 
-// True for an entry that brings a frame, as a posted message does.
+// True for an entry that is served with a frame: all but those listed, also ids that `isDataMsgId` leaves
+// out.
 bool MsgDrivenThread::LoopSteps::bringsFrame(int msgId) {
     switch (msgId) {
         case MSG_ID_CTL_WAKE:
