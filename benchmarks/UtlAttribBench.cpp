@@ -94,7 +94,7 @@ utlbench::RatioDeclaration direct(char const* name, utl::PairAttrib const* table
                            dst = std::vector<char>(4 * text.size())]() mutable {
         utlbench::keep(forms.convert(dst.data(), dst.size(), text.c_str()));
     };
-    return compared(name, subject, baseline, 2.2);
+    return compared(name, subject, baseline, 1.5);
 }
 
 bool isAsciiOrJapanese(char const* character) {

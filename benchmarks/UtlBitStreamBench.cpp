@@ -87,7 +87,7 @@ void readBareFields() {
 }
 
 UTL_RATIO_CPU("read 1,000,000 fields of 1 to 32 bits, to a function of one check and one load of 8 bytes",
-              readFields, readBareFields, 2.5);
+              readFields, readBareFields, 1.4);
 UTL_RATIO_CPU("1,000,000 fields of 1 to 32 bits, to single bits of the stream", SumOf<byFields>(),
               byStreamBits, 0.2);
 UTL_RATIO_CPU("1,000,000 fields of 1 to 32 bits, to an inlined loop over bits", SumOf<byFields>(),
