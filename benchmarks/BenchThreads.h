@@ -22,9 +22,12 @@ inline void allowAllProcessors() {
     sched_setaffinity(0, sizeof(processors), &processors);
 }
 
+/// When the threads of a measurement run.
+enum Order { AT_A_TIME, ONE_AFTER_ANOTHER };
+
 /// `count` threads share `calls` calls. Each makes its work by `makeWork` first.
 template <typename MAKE_WORK>
-void inThreads(unsigned int count, std::size_t calls, MAKE_WORK makeWork) {
+void inThreads(unsigned int count, std::size_t calls, MAKE_WORK makeWork, Order order = AT_A_TIME) {
     std::vector<std::thread> threads;
     for (unsigned int i = 0; i < count; ++i) {
         threads.emplace_back([=] {
@@ -34,20 +37,25 @@ void inThreads(unsigned int count, std::size_t calls, MAKE_WORK makeWork) {
                 work();
             }
         });
+        if (order == ONE_AFTER_ANOTHER) {
+            threads.back().join();
+        }
     }
     for (std::thread& thread : threads) {
-        thread.join();
+        if (thread.joinable()) {
+            thread.join();
+        }
     }
 }
 
-/// Declares a comparison of the processor time of a call in several threads.
+/// Declares a comparison of the processor time of a call in `count` threads at a time. The threads of the
+/// baseline run in the given order.
 struct ThreadsDeclaration {
     template <typename MAKE_SUBJECT, typename MAKE_BASELINE>
-    ThreadsDeclaration(char const* name, unsigned int subjectThreads, MAKE_SUBJECT makeSubject,
-                       unsigned int baselineThreads, MAKE_BASELINE makeBaseline, double goal) {
-        ratioFigures().push_back({name,
-                                  [=](std::size_t calls) { inThreads(subjectThreads, calls, makeSubject); },
-                                  [=](std::size_t calls) { inThreads(baselineThreads, calls, makeBaseline); },
+    ThreadsDeclaration(char const* name, unsigned int count, MAKE_SUBJECT makeSubject, Order order,
+                       MAKE_BASELINE makeBaseline, double goal) {
+        ratioFigures().push_back({name, [=](std::size_t calls) { inThreads(count, calls, makeSubject); },
+                                  [=](std::size_t calls) { inThreads(count, calls, makeBaseline, order); },
                                   goal, PROCESS_TIME});
     }
 };

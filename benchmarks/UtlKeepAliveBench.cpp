@@ -98,10 +98,10 @@ auto watchedWork() {
     return [watched = std::make_shared<Watched>()] { keepAlive(); };
 }
 
-#define UTL_WATCHED_THREADS(COUNT)                                                                           \
-    utlbench::ThreadsDeclaration const gWatched##COUNT(                                                      \
-        "sign of life, " #COUNT " watched threads, processor time of each against that of one alone", COUNT, \
-        [] { return watchedWork(); }, 1, [] { return watchedWork(); }, 1.3)
+#define UTL_WATCHED_THREADS(COUNT)                                                                \
+    utlbench::ThreadsDeclaration const gWatched##COUNT(                                           \
+        "sign of life, " #COUNT " watched threads at a time, against one after the other", COUNT, \
+        [] { return watchedWork(); }, utlbench::ONE_AFTER_ANOTHER, [] { return watchedWork(); }, 1.3)
 
 UTL_WATCHED_THREADS(2);
 UTL_WATCHED_THREADS(4);

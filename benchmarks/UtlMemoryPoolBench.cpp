@@ -105,14 +105,14 @@ auto aLock() {
 
 utlbench::ThreadsDeclaration const gPoolOfEach(
     "two threads with a pool each: create and release, against two threads with a plain lock each", 2,
-    [] { return ownPool(); }, 2, [] { return ownLock(); }, GOAL);
+    [] { return ownPool(); }, utlbench::AT_A_TIME, [] { return ownLock(); }, GOAL);
 
 utlbench::ThreadsDeclaration const gPoolBesideAnother(
-    "two threads with a pool each: create and release, against one thread with one", 2,
-    [] { return ownPool(); }, 1, [] { return ownPool(); }, 1.2);
+    "two threads with a pool each: create and release, against the same one after the other", 2,
+    [] { return ownPool(); }, utlbench::ONE_AFTER_ANOTHER, [] { return ownPool(); }, 1.2);
 
 utlbench::ThreadsDeclaration const gPoolOfTwo(
     "two threads with one pool: create and release, against two threads with one plain lock", 2,
-    [] { return aPool(); }, 2, [] { return aLock(); }, GOAL);
+    [] { return aPool(); }, utlbench::AT_A_TIME, [] { return aLock(); }, GOAL);
 
 }  // namespace

@@ -59,7 +59,7 @@ std::atomic<bool> gWatchdogFailed{false};
 
 std::atomic<unsigned int> gGeneration{0};
 
-thread_local int tThreadId = 0;  // 0: the kernel has not been asked yet
+thread_local int tThreadId UTL_QUICK_TLS = 0;  // 0: the kernel has not been asked yet
 
 void forgetThreadId() {
     tThreadId = 0;
@@ -699,9 +699,7 @@ void ThreadManager::keepAliveWatchdog(StatementInfo const& info) {
         return;
     }
     unsigned int const version = gWatchdogTableVersion;
-    if (isRegisteredWatchdog(CALLER)) {
-        callIfPresent(mWatchdog.load(), &ThreadWatchdog::keepAlive, info);
-    } else {
+    if (!callIfPresent(mWatchdog.load(), &ThreadWatchdog::keepAlive, info) && !isRegisteredWatchdog(CALLER)) {
         tUnregisteredAt = version;
     }
 }

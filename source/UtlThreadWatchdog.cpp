@@ -450,7 +450,7 @@ bool ThreadWatchdog::isRegistered(int id) noexcept {
 // Each thread asks for itself around each call that may block, so it keeps its last answer. The version is
 // read before the table, so that an answer is not used again if the table changes in between.
 ThreadWatchdog::CallersPlace const& ThreadWatchdog::callersPlace(int id) noexcept {
-    thread_local CallersPlace tLast = {nullptr, 0, ThreadManager::NO_ID, false, nullptr};
+    thread_local CallersPlace tLast UTL_QUICK_TLS = {nullptr, 0, ThreadManager::NO_ID, false, nullptr};
     unsigned int const version = gWatchdogTableVersion;
     if (tLast.watchdog != this || tLast.version != version || tLast.id != id) {
         SyncGuard const guard(mInfosSyncObject);

@@ -15,9 +15,12 @@ namespace utl {
 /// Changes when a thread is registered with a watchdog or leaves it, and when a watchdog begins or goes.
 UTL_CONSTINIT extern std::atomic<unsigned int> gWatchdogTableVersion;
 
-/// The version at which the calling thread was not registered. The model saves the thread a call for each
-/// look.
-UTL_CONSTINIT extern thread_local unsigned int tUnregisteredAt __attribute__((tls_model("initial-exec")));
+/// Saves a thread the call for each look at a variable of its own. All libraries that a process loads later
+/// have a little room together for such variables.
+#define UTL_QUICK_TLS __attribute__((tls_model("initial-exec")))
+
+/// The version at which the calling thread was not registered.
+UTL_CONSTINIT extern thread_local unsigned int tUnregisteredAt UTL_QUICK_TLS;
 
 /// True if a sign of life of the calling thread has no effect.
 inline bool isKnownUnregistered() {
