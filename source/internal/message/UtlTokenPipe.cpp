@@ -10,6 +10,7 @@
 #include "UtlThreadManager.h"
 #include "UtlThreadWatchdog.h"
 #include "internal/message/UtlTokenCount.h"
+#include "internal/thread/UtlKeepAlive.h"
 
 namespace utl {
 
@@ -59,7 +60,7 @@ TokenIo writeCounted(PipeEndState& writer, int writeEnd, PipeToken const& token)
 // Waits in `read` while the watchdog does not watch the thread. `errno` is the one of the read, whatever the
 // reports do.
 TokenIo readUnwatched(StatementInfo const& place, int handle, PipeToken* token) {
-    ThreadManager* const before = ThreadManager::getOrNull();
+    ThreadManager* const before = isKnownUnregistered() ? nullptr : ThreadManager::getOrNull();
     bool const watched = before != nullptr && before->isRegisteredWatchdog(0);
     if (watched) {
         before->keepAliveWatchdog(place);
