@@ -18,7 +18,7 @@ namespace model = utltest::model;
 
 constexpr unsigned int MOST = 24;
 // A string that is appended to itself grows fast.
-constexpr size_t TEXT_END = 20000;
+constexpr size_t TEXT_END = 400;
 
 // What a string holds.
 struct Account {
