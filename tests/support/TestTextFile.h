@@ -12,6 +12,7 @@
 
 #include "TestFolder.h"
 #include "TestHooks.h"
+#include "TestLineModel.h"
 #include "TestLog.h"
 #include "UtlFile.h"
 #include "UtlLog.h"
@@ -125,22 +126,6 @@ class TextInFolder : public InFolder {
     }
 
     std::unique_ptr<utl::File> mFile;
-};
-
-/// What a search for the line end returned, and where the position is then.
-struct LineEnd {
-    int result;
-    unsigned int lineSize;
-    unsigned int eolSize;
-    long long position;
-
-    bool operator==(LineEnd const& other) const {
-        return result == other.result && lineSize == other.lineSize && eolSize == other.eolSize &&
-               position == other.position;
-    }
-    friend std::ostream& operator<<(std::ostream& out, LineEnd const& end) {
-        return out << end.result << ": " << end.lineSize << " + " << end.eolSize << ", at " << end.position;
-    }
 };
 
 /// Lines of the file "text", and where they end.
