@@ -8,11 +8,11 @@ namespace utl {
 
 /// The latest sign of life of a watched thread, which its owner, that thread, writes without a lock.
 ///
-/// A watchdog lends a record to a thread that registers. Whoever holds the lock of the watchdog's table
-/// closes the records before the look at the table, which brings the rows up to date, and opens them again
-/// behind it. A report that finds its record closed, or closed meanwhile, is made in the table, under the
-/// lock. So a report that has returned is in the table for the next look, and one that overlaps with a look
-/// waits for it.
+/// A watchdog lends a record to a thread that registers. Whoever reads or changes what reports change holds
+/// the lock of the watchdog's table, and closes the records first, which brings their rows up to date. Then
+/// they are opened again. A report that finds its record closed, or closed meanwhile, is made in the table,
+/// under the lock. So a report that has returned is there for the next look, and one that overlaps with a
+/// look waits for it.
 ///
 /// Records are never freed: a thread may still hold one that has gone to another thread.
 class alignas(64) LifeSign {
