@@ -39,11 +39,11 @@ class Input {
 
     template <typename T>
     T number() {
-        T value = 0;
+        unsigned long long value = 0;
         for (size_t i = 0; i < sizeof(T); ++i) {
-            value = static_cast<T>(value | static_cast<T>(static_cast<T>(byte()) << 8 * i));
+            value |= static_cast<unsigned long long>(byte()) << 8 * i;
         }
-        return value;
+        return static_cast<T>(value);
     }
 
     /// 0 to `last`.
