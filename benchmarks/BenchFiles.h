@@ -2,8 +2,10 @@
 
 // What the benchmarks of files share: a place to work in.
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -34,6 +36,26 @@ class BenchFolder {
 
   private:
     std::string mPath;
+};
+
+/// Standard output goes to a file until the scope ends.
+class OutputTo {
+  public:
+    explicit OutputTo(std::string const& path) : mKept((std::fflush(stdout), dup(STDOUT_FILENO))) {
+        int const file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+        dup2(file, STDOUT_FILENO);
+        close(file);
+    }
+    ~OutputTo() {
+        std::fflush(stdout);
+        dup2(mKept, STDOUT_FILENO);
+        close(mKept);
+    }
+    OutputTo(OutputTo const&) = delete;
+    OutputTo& operator=(OutputTo const&) = delete;
+
+  private:
+    int mKept;
 };
 
 }  // namespace utlbench

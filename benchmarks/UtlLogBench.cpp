@@ -1,13 +1,11 @@
 #include "UtlLog.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
 
+#include "BenchFiles.h"
 #include "BenchRatio.h"
 
 namespace {
@@ -39,26 +37,6 @@ UTL_RATIO_CPU(
 
 int gNumber = 0;
 
-// Redirects standard output to /dev/null for one turn of calls; the figures are printed as always.
-class NoOutput {
-  public:
-    NoOutput() : mKept((std::fflush(stdout), dup(STDOUT_FILENO))) {
-        int const sink = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        dup2(sink, STDOUT_FILENO);
-        close(sink);
-    }
-    ~NoOutput() {
-        std::fflush(stdout);
-        dup2(mKept, STDOUT_FILENO);
-        close(mKept);
-    }
-    NoOutput(NoOutput const&) = delete;
-    NoOutput& operator=(NoOutput const&) = delete;
-
-  private:
-    int mKept;
-};
-
 void logByLibrary() {
     applog(utl::LOG_TYPE_LIBRARY, utl::LOG_LEVEL_DETAIL, "value %d of %s", ++gNumber, "name");
 }
@@ -76,7 +54,7 @@ void logByHand() {
 
 template <void (*WORK)()>
 void turn(std::size_t calls) {
-    NoOutput const noOutput;
+    utlbench::OutputTo const nowhere("/dev/null");
     for (std::size_t i = 0; i < calls; ++i) {
         WORK();
     }

@@ -2,13 +2,12 @@
 // character comes from the C library, less the characters that it writes as ones they only look like, and
 // those of users' own.
 
-#include <iconv.h>
-
 #include <map>
 #include <string>
 #include <vector>
 
 #include "Fuzz.h"
+#include "TestIconv.h"
 #include "TestStringModel.h"
 #include "UtlCharSet.h"
 
@@ -16,37 +15,12 @@ namespace {
 
 using fuzz::Input;
 using utl::INVALID_SIZE;
+using utltest::Iconv;
 namespace model = utltest::model;
 
 using Units = std::vector<unsigned short>;
 
 constexpr unsigned short REFERENCE_MARK = 0x203B;
-
-class Iconv {
-  public:
-    Iconv(char const* to, char const* from) : mConverter(iconv_open(to, from)) {
-        FUZZ_EXPECT(mConverter != reinterpret_cast<iconv_t>(-1));
-    }
-    ~Iconv() { iconv_close(mConverter); }
-    Iconv(Iconv const&) = delete;
-    Iconv& operator=(Iconv const&) = delete;
-
-    /// The converted text, or an empty one if the C library refuses it.
-    std::string convert(std::string text) const {
-        std::string result(4 * text.size() + 4, '\0');
-        char* from = text.data();
-        char* to = result.data();
-        size_t left = text.size();
-        size_t room = result.size();
-        iconv(mConverter, nullptr, nullptr, nullptr, nullptr);
-        bool const isConverted = iconv(mConverter, &from, &left, &to, &room) != static_cast<size_t>(-1);
-        result.resize(isConverted ? result.size() - room : 0);
-        return result;
-    }
-
-  private:
-    iconv_t mConverter;
-};
 
 unsigned int at(std::string const& text, size_t i) {
     return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;

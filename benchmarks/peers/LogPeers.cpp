@@ -43,26 +43,6 @@ void proveLine(std::string const& path, int number) {
           "a line that is not in the file");
 }
 
-// Standard output goes to a file until the scope ends.
-class OutputTo {
-  public:
-    explicit OutputTo(std::string const& path) : mKept((std::fflush(stdout), dup(STDOUT_FILENO))) {
-        int const file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-        dup2(file, STDOUT_FILENO);
-        close(file);
-    }
-    ~OutputTo() {
-        std::fflush(stdout);
-        dup2(mKept, STDOUT_FILENO);
-        close(mKept);
-    }
-    OutputTo(OutputTo const&) = delete;
-    OutputTo& operator=(OutputTo const&) = delete;
-
-  private:
-    int mKept;
-};
-
 std::shared_ptr<spdlog::logger> spdlogTo(std::string const& path) {
     auto const logger = std::make_shared<spdlog::logger>(
         "name", std::make_shared<spdlog::sinks::basic_file_sink_mt>(path, true));
@@ -79,7 +59,7 @@ void proveEmpty(std::string const& path) {
 
 Side filteredByUs() {
     return {OURS, [path = folder().make("none") + "/log"](std::size_t times) {
-                OutputTo const output(path);
+                utlbench::OutputTo const output(path);
                 for (std::size_t i = 0; i < times; ++i) {
                     applog(LOG_TYPE, utl::LOG_LEVEL_DEBUG, "value %d of %s", 5, "name");
                 }
@@ -139,7 +119,7 @@ template <typename WRITE>
 Side toOutput(char const* name, WRITE write) {
     return {name, [path = folder().make(name) + "/log", write](std::size_t times) {
                 {
-                    OutputTo const output(path);
+                    utlbench::OutputTo const output(path);
                     for (std::size_t i = 0; i < times; ++i) {
                         write(static_cast<int>(i));
                     }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <iconv.h>
 
+#include <stdexcept>
 #include <string>
 
 namespace utltest {
@@ -11,7 +11,9 @@ namespace utltest {
 class Iconv {
   public:
     Iconv(char const* to, char const* from) : mConverter(iconv_open(to, from)) {
-        EXPECT_NE(mConverter, reinterpret_cast<iconv_t>(-1)) << "no converter to " << to << " from " << from;
+        if (mConverter == reinterpret_cast<iconv_t>(-1)) {
+            throw std::runtime_error(std::string("no converter to ") + to + " from " + from);
+        }
     }
     ~Iconv() { iconv_close(mConverter); }
     Iconv(Iconv const&) = delete;
@@ -22,10 +24,10 @@ class Iconv {
         std::string result(4 * text.size() + 4, '\0');
         char* from = text.data();
         char* to = result.data();
-        std::size_t left = text.size();
-        std::size_t room = result.size();
+        size_t left = text.size();
+        size_t room = result.size();
         iconv(mConverter, nullptr, nullptr, nullptr, nullptr);
-        if (iconv(mConverter, &from, &left, &to, &room) == static_cast<std::size_t>(-1)) {
+        if (iconv(mConverter, &from, &left, &to, &room) == static_cast<size_t>(-1)) {
             return "";
         }
         result.resize(result.size() - room);

@@ -148,25 +148,19 @@ class Reporter {
     std::thread mThread;
 };
 
-TEST(ThreadWatchdogStress, AReportThatHasReturned_CountsForEveryLookBehindIt) {
-    HookScope const hooks;
-    LogCapture const log;
-    hooks::clockGetTime.replace(standingClock);
-    gTick = 1000;
-    OpenedWatchdog watchdog(4);
-    Access::setInitialized(watchdog, true);
-    Reporter const first(watchdog);
-    Reporter const second(watchdog);
+TEST_F(WatchdogPass, AReportThatHasReturned_CountsForEveryLookBehindIt) {
+    Reporter const first(mWatchdog);
+    Reporter const second(mWatchdog);
     for (int round = 0; round < 100; ++round) {
         ++gTick;
         for (Reporter const* const reporter : {&first, &second}) {
             reporter->waitForOneMore();
         }
         // An older tick would be overdue.
-        watchdog.executeWatchThreads();
+        mWatchdog.executeWatchThreads();
         for (Reporter const* const reporter : {&first, &second}) {
             unsigned int const before = reporter->reports();
-            utl::WatchdogInfo const info = Access::copyInfo(watchdog, reporter->id());
+            utl::WatchdogInfo const info = Access::copyInfo(mWatchdog, reporter->id());
             EXPECT_EQ(info.timeoutCount, 0U);
             EXPECT_EQ(info.lastStatement.sub, static_cast<unsigned int>(reporter->id()));
             EXPECT_GE(info.lastStatement.line, before);
@@ -175,18 +169,12 @@ TEST(ThreadWatchdogStress, AReportThatHasReturned_CountsForEveryLookBehindIt) {
 }
 
 // Each second report comes behind a time-out, and all of them beside one another.
-TEST(ThreadWatchdogStress, AReportBesideATimeOut_CountsOrRevivesTheThread) {
-    HookScope const hooks;
-    LogCapture const log;
-    hooks::clockGetTime.replace(standingClock);
-    gTick = 1000;
-    OpenedWatchdog watchdog(4);
-    Access::setInitialized(watchdog, true);
-    Reporter const reporter(watchdog);
+TEST_F(WatchdogPass, AReportBesideATimeOut_CountsOrRevivesTheThread) {
+    Reporter const reporter(mWatchdog);
     for (int round = 0; round < 100; ++round) {
-        watchdog.executeWatchdogTimeout(reporter.id());
+        mWatchdog.executeWatchdogTimeout(reporter.id());
         reporter.waitForOneMore();
-        utl::WatchdogInfo const info = Access::copyInfo(watchdog, reporter.id());
+        utl::WatchdogInfo const info = Access::copyInfo(mWatchdog, reporter.id());
         EXPECT_EQ(info.aliveStatus, utl::WatchdogInfo::ALIVE);
         EXPECT_EQ(info.timeoutCount, static_cast<unsigned int>(round + 1));
     }
